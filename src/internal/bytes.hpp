@@ -1,0 +1,20 @@
+// Big-endian integers in byte buffers of any alignment.
+#pragma once
+
+#include <cstdint>
+
+namespace zx {
+
+[[nodiscard]] constexpr std::uint32_t load_be32(const std::uint8_t* at) {
+    return static_cast<std::uint32_t>(at[0]) << 24U | static_cast<std::uint32_t>(at[1]) << 16U |
+           static_cast<std::uint32_t>(at[2]) << 8U | static_cast<std::uint32_t>(at[3]);
+}
+
+constexpr void store_be32(std::uint8_t* at, std::uint32_t value) {
+    at[0] = static_cast<std::uint8_t>(value >> 24U);
+    at[1] = static_cast<std::uint8_t>(value >> 16U);
+    at[2] = static_cast<std::uint8_t>(value >> 8U);
+    at[3] = static_cast<std::uint8_t>(value);
+}
+
+}  // namespace zx

@@ -1,0 +1,25 @@
+// A lock record held for the length of a block.
+#pragma once
+
+#include "zxlock.h"
+
+namespace zx {
+
+// Holds a lock record; `func` and `line` are the holder's.
+class LockGuard {
+public:
+    LockGuard(zxlock_ctt& lock, const char* func, int line)
+        : lock_(lock), func_(func), line_(line) {
+        zxlock_api_obtain(&lock_, func_, line_);
+    }
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
+    ~LockGuard() { zxlock_api_release(&lock_, func_, line_); }
+
+private:
+    zxlock_ctt& lock_;
+    const char* func_;
+    int line_;
+};
+
+}  // namespace zx

@@ -1,0 +1,95 @@
+// The logging convention: the one place that knows the two line formats.
+//
+// A source file that logs defines its tag, `constexpr char kTag[] = "NETWORK";`, and says
+//
+//     ZX_LOG(error, "%s failed : %d", name, code);
+//
+// `body` is a literal and becomes part of the format, so the compiler checks its placeholders.
+// Arguments may be evaluated twice: no side effects in them.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdint>
+
+#include "line_buffer.hpp"
+#include "zxlog.h"
+
+namespace zx {
+
+enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
+
+// True when a message of this level and tag is to be written.
+[[nodiscard]] inline bool log_wanted(Level level, const char* tag) {
+    return zxlog_api_getLoglevel() >= static_cast<std::uint32_t>(level) &&
+           zxlog_api_strCasestrNum(strfilterTags, tag, 1, 1) == 0;
+}
+
+[[nodiscard]] inline const char* level_name(Level level) {
+    return strLoglevel_simple[static_cast<std::uint32_t>(level)];
+}
+
+// The flags may be changed while other threads log.
+[[nodiscard]] inline bool is_set(const std::int8_t& flag) {
+    return __atomic_load_n(&flag, __ATOMIC_RELAXED) != 0;
+}
+
+// One line to standard output, in one write: stdio's lock would not be safe in a signal handler.
+// `colour_size` leading bytes and the reset at the end are ours, everything between is escaped as
+// in the log file.
+[[gnu::cold, gnu::noinline, gnu::format(printf, 2, 3)]] inline void echo(std::size_t colour_size,
+                                                                         const char* fmt, ...) {
+    constexpr std::size_t kResetSize = sizeof "\033[0m\r\n" - 1;
+    const zxlog::ErrnoKept errno_kept;
+    zxlog::LineBuffer line;
+    std::va_list args;
+    va_start(args, fmt);
+    line.format(fmt, args);
+    va_end(args);
+    line.escape_controls(colour_size, kResetSize);
+    zxlog::write_once(STDOUT_FILENO, line.data(), line.size());
+}
+
+}  // namespace zx
+
+#define ZX_COLOUR_error   "\033[1;31m"
+#define ZX_COLOUR_warning "\033[1;33m"
+#define ZX_COLOUR_notice  "\033[1;36m"
+#define ZX_COLOUR_info    "\033[0m"
+#define ZX_COLOUR_debug   "\033[0;32m"
+
+#define ZX_LOG(level, body, ...) ZX_LOG_FROM(__func__, level, body __VA_OPT__(, ) __VA_ARGS__)
+
+// The same for a helper that speaks for the function `func`.
+#define ZX_LOG_FROM(func, level, body, ...)                                                    \
+    do {                                                                                       \
+        if (::zx::log_wanted(::zx::Level::level, kTag)) [[unlikely]] {                         \
+            if (::zx::is_set(flag_printLineFunc)) {                                            \
+                ZX_LOG_LINE(level, "[%s %d]" body, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+            } else {                                                                           \
+                ZX_LOG_LINE(level, body __VA_OPT__(, ) __VA_ARGS__);                           \
+            }                                                                                  \
+        }                                                                                      \
+    } while (0)
+
+// One line to the log file and, when it is switched on, its coloured echo.
+#define ZX_LOG_LINE(level, rest, ...)                                                  \
+    do {                                                                               \
+        zxlog_innerapi_file("%s[%s][%s]" rest "\r\n", zxlog_innerapi_logTime(),        \
+                            ::zx::level_name(::zx::Level::level),                      \
+                            kTag __VA_OPT__(, ) __VA_ARGS__);                          \
+        if (::zx::is_set(flag_stdPrint)) {                                             \
+            ::zx::echo(sizeof ZX_COLOUR_##level - 1,                                   \
+                       ZX_COLOUR_##level " %s[%s][%s]" rest "\033[0m\r\n",             \
+                       zxlog_innerapi_logTime(), ::zx::level_name(::zx::Level::level), \
+                       kTag __VA_OPT__(, ) __VA_ARGS__);                               \
+        }                                                                              \
+    } while (0)
+
+// The bodies that all modules share.
+#define ZX_LOG_PARAM(name)  ZX_LOG(error, "Param error####%s", name)
+#define ZX_LOG_MALLOC(what) ZX_LOG(error, "Malloc %s failed,please check the memory", what)
+#define ZX_LOG_CUT(capacity, needed, text)                                   \
+    ZX_LOG(warning, "There is a bug that buf1 (%lu < %lu)(%s),please fix!!", \
+           static_cast<unsigned long>(capacity), static_cast<unsigned long>(needed), text)

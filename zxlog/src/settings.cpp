@@ -1,0 +1,60 @@
+// The level, the flags and the tag filter: all that decides whether a line is wanted.
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "zxlog.h"
+
+namespace {
+
+std::atomic<std::uint32_t> g_level{3};
+
+}  // namespace
+
+extern "C" {
+
+std::int8_t flag_printLineFunc = 0;
+std::int8_t flag_stdPrint = 0;
+const char* strLoglevel_simple[6] = {"OFF", "ERROR", "WARN", "NOTICE", "INFO", "DEBUG"};
+char strfilterTags[ZXLOG_FILTER_SIZE] = "";
+
+void zxlog_api_setLoglevel(std::uint32_t level) {
+    g_level.store(level, std::memory_order_relaxed);
+}
+
+std::uint32_t zxlog_api_getLoglevel(void) {
+    return g_level.load(std::memory_order_relaxed);
+}
+
+void zxlog_api_setFilterTags(const char* tags) {
+    std::snprintf(strfilterTags, sizeof strfilterTags, "%s", tags != nullptr ? tags : "");
+}
+
+void zxlog_api_setPrintLineFunc(std::int8_t on) {
+    __atomic_store_n(&flag_printLineFunc, on, __ATOMIC_RELAXED);
+}
+
+void zxlog_api_setStdPrint(std::int8_t on) {
+    __atomic_store_n(&flag_stdPrint, on, __ATOMIC_RELAXED);
+}
+
+std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part, std::int32_t max,
+                                     std::int32_t matchCase) {
+    if (text == nullptr || part == nullptr || text[0] == '\0' || part[0] == '\0') {
+        return 0;
+    }
+    std::int32_t count = 0;
+    const std::size_t step = std::strlen(part);
+    while (max <= 0 || count < max) {
+        text = matchCase != 0 ? std::strstr(text, part) : strcasestr(text, part);
+        if (text == nullptr) {
+            break;
+        }
+        ++count;
+        text += step;
+    }
+    return count;
+}
+
+}  // extern "C"
