@@ -1,0 +1,73 @@
+// Reading and setting the clocks.
+#include "zxtime.h"
+
+#include <sys/time.h>
+
+#include <cstdlib>
+#include <ctime>
+
+#include "internal/log.hpp"
+#include "zxlog.h"
+
+namespace {
+
+constexpr char kTag[] = "TIME";
+
+}  // namespace
+
+extern "C" uint64_t zxtime_api_us(void) {
+    return zxlog_api_us();
+}
+
+extern "C" uint64_t zxtime_api_ms(void) {
+    return zxtime_api_us() / 1000;
+}
+
+extern "C" uint64_t zxtime_api_sec(void) {
+    return static_cast<uint64_t>(std::time(nullptr));
+}
+
+extern "C" uint64_t zxtime_api_minute(void) {
+    return zxtime_api_sec() / 60;
+}
+
+extern "C" uint64_t zxtime_api_hour(void) {
+    return zxtime_api_sec() / 3600;
+}
+
+extern "C" uint64_t zxtime_api_mouth(void) {
+    rstime now;
+    zxtime_api_rstimeGetCur(&now);
+    return static_cast<uint64_t>(now.month);
+}
+
+extern "C" uint64_t zxtime_api_upTimeUs(void) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
+}
+
+extern "C" uint64_t zxtime_api_upTimeMs(void) {
+    return zxtime_api_upTimeUs() / 1000;
+}
+
+extern "C" uint64_t zxtime_api_upTimeSec(void) {
+    return zxtime_api_upTimeMs() / 1000;
+}
+
+extern "C" int32_t zxtime_api_setDTime(const char* strDateTime) {
+    if (strDateTime == nullptr) {
+        ZX_LOG_PARAM("strDateTime");
+        return 0;
+    }
+    rstime wanted{};
+    zxtime_innerapi_parseDateTime(strDateTime, &wanted);
+    const timeval clock{.tv_sec = zxtime_api_rstimeMktime(&wanted), .tv_usec = 0};
+    if (settimeofday(&clock, nullptr) != 0) {
+        ZX_LOG(error, "set system datatime to  %s   error", strDateTime);
+        return 0;
+    }
+    // Not every machine has a hardware clock: the outcome says nothing about the system's.
+    [[maybe_unused]] const int status = std::system("hwclock --systohc");
+    return 1;
+}

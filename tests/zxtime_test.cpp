@@ -1,0 +1,325 @@
+#include "zxtime.h"
+
+#include <gmock/gmock.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "log_capture.hpp"
+#include "zxlog.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+std::time_t g_now = 0;
+uint64_t g_now_us = 0;
+int32_t g_timer_result = 0;
+bool g_clock_refuses = false;
+std::vector<std::string> g_machine;  // what would have been done to this machine
+
+}  // namespace
+
+// The library's clock reads this program's time, and the machine's clock stays as it is.
+extern "C" {
+
+[[gnu::visibility("default")]] std::time_t time(std::time_t*) noexcept {
+    return g_now;
+}
+
+[[gnu::visibility("default")]] int settimeofday(const timeval* tv,
+                                                const struct timezone*) noexcept {
+    if (g_clock_refuses) {
+        errno = EPERM;
+        return -1;
+    }
+    g_machine.push_back(std::to_string(tv->tv_sec) + "." + std::to_string(tv->tv_usec));
+    return 0;
+}
+
+[[gnu::visibility("default")]] int system(const char* command) {
+    g_machine.emplace_back(command);
+    return -1;
+}
+
+uint64_t zxlog_api_us(void) {
+    return g_now_us;
+}
+
+int32_t zxlog_api_timerAsyncSec(uint64_t*, uint32_t) {
+    return g_timer_result;
+}
+
+}  // extern "C"
+
+namespace {
+
+constexpr char kStamp[] = "%04d-%02d-%02d %02d:%02d:%02d";
+constexpr std::time_t kSummer = 1714545000;  // 2024-05-01 08:30:00 in the fixture's zone
+
+std::string text_of(const rstime& t) {
+    char out[64];
+    return zxtime_api_rtstime2DTime(kStamp, &t, out);
+}
+
+class TimeTest : public testing::Test {
+protected:
+    TimeTest() {
+        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        tzset();
+        g_now = kSummer;
+        g_clock_refuses = false;
+        g_machine.clear();
+    }
+
+    // The local time of day on the fixture's day.
+    static void set_clock(int hour, int min) {
+        g_now = kSummer + std::time_t{60} * ((hour - 8) * 60 + min - 30);
+    }
+
+    zx::test::LogCapture log;
+};
+
+TEST_F(TimeTest, CountsFromItsThreeClocks) {
+    g_now_us = 1714545000123456;
+    EXPECT_EQ(zxtime_api_ms(), 1714545000123U);
+    EXPECT_EQ(zxtime_api_hour(), 476262U);
+    g_now = 1717192800;  // the first second of June in the fixture's zone
+    EXPECT_EQ(zxtime_api_mouth(), 6U);
+
+    timespec up{};
+    clock_gettime(CLOCK_MONOTONIC, &up);
+    const auto sec = static_cast<double>(up.tv_sec);
+    EXPECT_NEAR(static_cast<double>(zxtime_api_upTimeUs()), sec * 1e6, 5e6);
+    EXPECT_NEAR(static_cast<double>(zxtime_api_upTimeSec()), sec, 5);
+}
+
+TEST_F(TimeTest, ConvertsRecordsAsTheZoneWants) {
+    rstime now;
+    zxtime_api_rstimeGetCur(&now);
+    EXPECT_EQ(text_of(now), "2024-05-01 08:30:00");
+    EXPECT_EQ(now.wday, 3);
+    EXPECT_EQ(zxtime_api_rstimeGetSec(&now), 30600U);
+    EXPECT_EQ(zxtime_api_rstimeMktime(&now), kSummer);
+    rstime winter{0, 30, 8, 32, 12, 2023, 99};
+    EXPECT_EQ(zxtime_api_rstimeMktime(&winter), 1704094200);  // carried over to January
+    winter.year = INT32_MIN;
+    EXPECT_EQ(zxtime_api_rstimeMktime(&winter), -1);
+
+    zxtime_api_rstimePrint(&now);
+    EXPECT_EQ(zxtime_api_rtstime2DTime(kStamp, &now, nullptr), nullptr);
+    log.set_level(4);
+    zxtime_api_rstimePrint(&now);
+    EXPECT_THAT(log.take(), ElementsAre("[DEBUG][TIME]2024-05-01 08:30:00",
+                                        "[ERROR][TIME]Param error####outstr"));
+}
+
+TEST_F(TimeTest, PrintsTheCurrentTimeIntoBuffersOfTheirOwn) {
+    char* const date = zxtime_api_curDate("%d/%d/%d and what was here before");
+    EXPECT_STREQ(zxtime_api_curYM("%04d%02d"), "202405");
+    EXPECT_STREQ(zxtime_api_curTime("%02d:%02d:%02d"), "08:30:00");
+    EXPECT_STREQ(date, "2024/5/1 and what was here before");
+    zxtime_api_curDate("%d");
+    EXPECT_EQ(std::string(date, 64), "2024" + std::string(60, '\0'));
+    EXPECT_EQ(zxtime_api_curDate(std::string(100, 'x').c_str()), std::string(63, 'x'));
+}
+
+TEST_F(TimeTest, PrintsInstants) {
+    const uint64_t us = 1714545000999999;
+    const std::time_t sec = kSummer;
+    char out[32];
+    zxtime_api_us2DTime(&us, kStamp, out);
+    EXPECT_STREQ(out, "2024-05-01 08:30:00");
+    zxtime_api_us2str(&us, "%d.%d.%d", out);
+    EXPECT_STREQ(out, "8.30.0");
+    zxtime_api_sec2DTime(&sec, kStamp, out);
+    zxtime_api_sec2str(&sec, "%d", out);
+    EXPECT_EQ(std::string(out, 9), std::string("8\0\0\0\0\0\0\0"
+                                               "0",
+                                               9));
+    const std::time_t unreachable = INT64_MAX;
+    zxtime_api_sec2DTime(&unreachable, kStamp, out);
+    EXPECT_STREQ(out, "");
+}
+
+TEST_F(TimeTest, PrintsDurations) {
+    const struct {
+        char* (*print)(uint64_t, char*);
+        uint64_t duration;
+        const char* text;
+    } cases[] = {
+        {zxtime_api_ms2str2, 61000, "0:1:1.0"},
+        {zxtime_api_ms2str2, 90061001, "1_1:1:1.1"},
+        {zxtime_api_ms2str2, UINT64_MAX - 1, "213503982334_14:25:51.614"},
+        {zxtime_api_ms2str2, UINT64_MAX, "unvalid"},
+        {zxtime_api_us2str2, 250, ".250"},
+        {zxtime_api_us2str2, 3020001, "3(s).20.1"},
+        {zxtime_api_sec2str2, 90061, "1_01:01:01"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        char out[ZXTIME_DURATION_SIZE];
+        EXPECT_EQ(c.print(c.duration, out), out);
+        EXPECT_STREQ(out, c.text);
+        EXPECT_EQ(c.print(c.duration, nullptr), nullptr);
+    }
+}
+
+TEST_F(TimeTest, ParsesByPlaceAlone) {
+    constexpr int kKept = -7;  // what a parser leaves alone
+    const struct {
+        void (*parse)(const char*, rstime*);
+        const char *text, *expected;
+    } cases[] = {
+        {zxtime_innerapi_parseDate, "2024-05-01", "2024-05-01 -7:-7:-7"},
+        {zxtime_innerapi_parseTime, "08x30x59", "-007--7--7 08:30:59"},
+        {zxtime_innerapi_parseDateTime, "20240501083059", "2024-05-01 08:30:59"},
+        {zxtime_api_parsetimestr2, "2024-05-01 08:30:59 and more", "2024-05-01 08:30:59"},
+        {zxtime_api_parsetimestr3, "20240501x08:30:59", "2024-05-01 08:30:59"},
+        {zxtime_api_parsetimestr3, "2024 5-1x8", "2024-05--1 08:00:00"},
+        {zxtime_api_parsetimestr2, "99", "0099-00-00 00:00:00"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        rstime t{kKept, kKept, kKept, kKept, kKept, kKept, kKept};
+        const std::vector<char> exact(c.text, c.text + std::strlen(c.text) + 1);
+        c.parse(exact.data(), &t);
+        EXPECT_EQ(text_of(t), c.expected);
+        EXPECT_EQ(t.wday, kKept);
+    }
+    EXPECT_THAT(log.take(), ElementsAre("[DEBUG][TIME]2024-05-01 08:30:59"));
+}
+
+TEST_F(TimeTest, ParsesRanges) {
+    rstime begin, end;
+    char out[ZXTIME_RANGE_SIZE];
+    zxtime_api_parsetimestr1("[20240501083000-20240502093001]", &begin, &end, out);
+    EXPECT_STREQ(out, "20240501083000-20240502093001");
+    EXPECT_THAT(log.take(), ElementsAre("[DEBUG][TIME]\n\t\t\t\t\t2024-05-01 08:30:00   "
+                                        "\n\t\t\t\t\t2024-05-02 09:30:01"));
+    zxtime_api_parsetimestr1("[2023", &begin, &end, nullptr);
+    EXPECT_EQ(text_of(end), "0000-00-00 00:00:00");
+}
+
+TEST_F(TimeTest, SetsTheClockOrSaysWhyNot) {
+    log.set_level(4);
+    EXPECT_EQ(zxtime_api_setDTime("20240501083000"), 1);
+    g_clock_refuses = true;
+    EXPECT_EQ(zxtime_api_setDTime("20240501083000"), 0);
+    EXPECT_EQ(zxtime_api_setDTime(nullptr), 0);
+    EXPECT_THAT(g_machine, ElementsAre("1714545000.0", "hwclock --systohc"));
+    EXPECT_THAT(log.take(),
+                ElementsAre("[ERROR][TIME]set system datatime to  20240501083000   error",
+                            "[ERROR][TIME]Param error####strDateTime"));
+}
+
+TEST_F(TimeTest, FindsRecordsInRanges) {
+    rstime t;
+    zxtime_api_rstimeGetCur(&t);
+    const struct {
+        int32_t (*test)(const rstime*, const char*, const char*);
+        const char *from, *to;
+        int32_t expected;
+    } cases[] = {
+        {zxtime_api_isVaildDate, "2024-05-01", "2025-01-01", 1},
+        {zxtime_api_isVaildDate, "2023-12-31", "2024-05-01", 1},
+        {zxtime_api_isVaildDate, "2024-05-02", "2025-01-01", 0},
+        {zxtime_api_isVaildDate, "2023-01-01", "2024-04-30", 0},
+        {zxtime_api_isVaildTime, "08:30:00", "08:30:00", 1},
+        {zxtime_api_isVaildTime, "08:30:01", "23:59:59", 0},
+        {zxtime_api_isVaildTime, "22:00:00", "09:00:00", 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.from << " " << c.to);
+        EXPECT_EQ(c.test(&t, c.from, c.to), c.expected);
+    }
+    EXPECT_EQ(zxtime_api_isVaildWDay(&t, 1U << 3), 1);
+    EXPECT_EQ(zxtime_api_isVaildWDay(&t, ~(1U << 3)), 0);
+}
+
+TEST_F(TimeTest, ReportsTheBeginOfADailyWindow) {
+    const struct {
+        const char* start;
+        uint32_t duration;
+        int hour, min, last, expected, state;
+    } cases[] = {
+        {"20240501 08:00:00", 1800, 8, 30, 0, 1, 1},   // the last second of the window
+        {"20240501 08:30:00", 0, 8, 30, 1, 0, 1},      // still inside
+        {"20240501 08:00:00", 1799, 8, 30, 1, 0, 0},   // just left
+        {"20240501 23:00:00", 3600, 23, 30, 0, 1, 1},  // ends at midnight
+        {"20240501 23:00:00", 7200, 0, 30, 0, 1, 1},  {"20240501 23:00:00", 7200, 23, 30, 0, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.start << " at " << c.hour << ":" << c.min);
+        set_clock(c.hour, c.min);
+        int8_t state = -1;
+        auto last = static_cast<int8_t>(c.last);
+        EXPECT_EQ(zxtime_api_isNewLoop(c.start, c.duration, &state, &last), c.expected);
+        EXPECT_EQ(state, c.state);
+        EXPECT_EQ(last, c.state);
+    }
+}
+
+TEST_F(TimeTest, FiresOnDaysHalfHoursAndIntervals) {
+    const struct {
+        int32_t (*test)(std::time_t*);
+        int hour, min;
+        std::time_t passed;  // since the last hit; 0: there was none
+        int32_t expected;
+    } cases[] = {
+        {zxtime_api_isNewDay, 0, 0, 0, 1},         {zxtime_api_isNewDay, 0, 1, 0, 0},
+        {zxtime_api_isNewDay, 1, 0, 0, 0},         {zxtime_api_isNewDay, 8, 15, 86400, 1},
+        {zxtime_api_isNewDay, 0, 0, 86399, 0},     {zxtime_api_isNewDay, 0, 0, -90000, 0},
+        {zxtime_api_isWholeClock, 8, 15, 0, 0},    {zxtime_api_isWholeClock, 8, 30, 0, 1},
+        {zxtime_api_isWholeClock, 8, 0, 0, 1},     {zxtime_api_isWholeClock, 8, 15, 1800, 1},
+        {zxtime_api_isWholeClock, 8, 30, 1799, 0}, {zxtime_api_isWholeClock, 8, 30, -90000, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.hour << ":" << c.min << " after " << c.passed);
+        set_clock(c.hour, c.min);
+        const std::time_t before = c.passed == 0 ? 0 : g_now - c.passed;
+        std::time_t last = before;
+        EXPECT_EQ(c.test(&last), c.expected);
+        EXPECT_EQ(last, c.expected == 1 ? g_now : before);
+    }
+
+    const struct {
+        uint64_t last, interval, stored;
+    } counters[] = {{0, 10, 1000},   {990, 10, 990},   {1000, 0, 1000},
+                    {989, 10, 1000}, {1001, 10, 1000}, {1, UINT64_MAX, 1000}};
+    g_now_us = 1000;
+    for (const auto& c : counters) {
+        SCOPED_TRACE(testing::Message() << c.last << " " << c.interval);
+        uint64_t last = c.last;
+        EXPECT_EQ(zxtime_api_counterAsyncUs(&last, c.interval), c.stored != c.last ? 1 : 0);
+        EXPECT_EQ(last, c.stored);
+    }
+    uint64_t last = 0;
+    g_timer_result = 255;  // narrowed
+    EXPECT_EQ(zxtime_api_counterAsyncSec(&last, 1), -1);
+}
+
+TEST_F(TimeTest, ComparesInstants) {
+    rstime a;
+    zxtime_api_rstimeGetCur(&a);
+    rstime b = a;
+    EXPECT_EQ(zxtime_api_isPass(&a), 1);
+    b.sec += 10;
+    EXPECT_EQ(zxtime_api_isPass(&b), 0);
+    EXPECT_EQ(zxtime_api_moreThan(&b, &a), 1);
+    EXPECT_EQ(zxtime_api_timeout(&a, &b, 10), 0);
+    EXPECT_EQ(zxtime_api_timeout(&a, &b, 9), 1);
+    EXPECT_EQ(zxtime_api_timeout(&b, &a, 10), 1);
+    a.year = 1960;
+    EXPECT_EQ(zxtime_api_isPass(&a), 1);
+    EXPECT_EQ(zxtime_api_moreThan(&a, &b), 0);
+    EXPECT_EQ(zxtime_api_timeout2(15, 5, 10), 0);
+    EXPECT_EQ(zxtime_api_timeout2(16, 5, 10), 1);
+    EXPECT_EQ(zxtime_api_timeout2(5, 16, 10), 1);
+}
+
+}  // namespace
