@@ -10,6 +10,9 @@
  * is no lock and no heap allocation, and `errno` is kept: these operations may
  * be called from signal handlers and after fork().
  *
+ * Times are local, in the zone that the process was started with (TZ, otherwise
+ * /etc/localtime); its changes for summer time are known from the start.
+ *
  * Before any configuration the level is 3 and lines go to standard error, as it
  * was when the first line was written.
  *
@@ -64,9 +67,8 @@ extern char strfilterTags[ZXLOG_FILTER_SIZE];
  * and then with the next line, it looks whether the path still names the file;
  * when the file was moved away (logrotate) or deleted, it opens the path again.
  *
- * Also learns the local time zone for the time in front of every line; a
- * process that never calls it learns it with its first line that is not written
- * from a signal handler, and shows UTC until then.
+ * A pipe takes lines too: one that is full or that nobody reads any more loses
+ * them, but neither stops nor ends the process.
  *
  * @param path  the file; relative to the directory that is current now. NULL: standard error
  *              as it is now.
@@ -133,9 +135,11 @@ const char* zxlog_innerapi_logTime(void);
  *
  * Control characters other than tab, carriage return and line feed are written
  * as "\x1b", so that texts of strangers cannot play with a terminal. Nothing is
- * cut: a line that does not fit the stack is formatted in pages of its own. A
- * line that cannot be written is counted; the count is reported in the log as
- * soon as writing works again. Nothing is written at level 0.
+ * cut: a line that does not fit the stack is formatted in pages of its own (when
+ * there are none, it ends after 2 KiB), and one that the C library refuses to
+ * format is shown as its format. A line that cannot be written is counted; the
+ * count is reported in the log as soon as writing works again. Nothing is
+ * written at level 0.
  *
  * Signal handlers: safe, with conversions for integers, texts and pointers.
  */
@@ -158,14 +162,15 @@ void zxlog_innerapi_bufHex(const char* label, const void* buf, uint32_t len, con
 
 /**
  * Writes a number in decimal.
- * @param scratch  at least 32 bytes. @return `scratch`. Signal handlers: safe.
+ * @param scratch  at least 32 bytes; NULL: nothing is done. @return `scratch`.
+ * Signal handlers: safe.
  */
 char* zxlog_innerapi_num2str(char* scratch, uint64_t num);
 
 /**
  * Writes an amount with its unit: whole 1, fraction 512 and "KB" give "1.50KB".
  *
- * @param scratch   at least 32 bytes; a unit that does not fit is cut.
+ * @param scratch   at least 32 bytes; a unit that does not fit is cut. NULL: nothing is done.
  * @param whole     the whole part.
  * @param fraction  1024ths, shown as two decimals, cut; 0 shows no point: "1KB".
  * @param unit      NULL stands for an empty text.
@@ -197,7 +202,7 @@ const char* zxlog_api_curDTime(const char* fmt);
  * Writes a duration in microseconds.
  *
  * @param us             the duration.
- * @param out            large enough for the caller's formats.
+ * @param out            large enough for the caller's formats; NULL: nothing is done.
  * @param fmtBelowSecond trusted; used below one second, for the microseconds (int).
  * @param fmtSeconds     trusted; used otherwise, for seconds, milliseconds and microseconds (ints).
  * @return `out`.
@@ -206,14 +211,15 @@ char* zxlog_api_us2time(uint64_t us, char* out, const char* fmtBelowSecond, cons
 
 /**
  * Writes a duration in seconds as "D_HH:MM:SS", without "D_" when the days are 0.
- * @param out  at least 32 bytes. @return `out`.
+ * @param out  at least 32 bytes; NULL: nothing is done. @return `out`.
  */
 char* zxlog_api_sec2Time(uint64_t sec, char* out);
 
 /**
  * Tells whether an interval has passed, on the wall clock in seconds.
  *
- * @param last         the second of the last hit, kept by the caller; 0 fires at once.
+ * @param last         the second of the last hit, kept by the caller; 0 fires at once. NULL
+ *                     never fires.
  * @param intervalSec  seconds.
  * @return 0 while `*last` <= now <= `*last` + `intervalSec`; otherwise 1, and now is stored.
  */

@@ -3,14 +3,13 @@
 #pragma once
 
 #include <sys/mman.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+
+#include "write_once.hpp"
 
 namespace zxlog {
 
@@ -21,7 +20,8 @@ public:
     LineBuffer& operator=(const LineBuffer&) = delete;
     ~LineBuffer() { unmap(); }
 
-    // Replaces the text. A line for which no pages can be had is cut to the stack's part.
+    // Replaces the text. A line for which no pages can be had is cut to the stack's part and keeps
+    // its line end; a line that the C library refuses to format is shown as its format.
     void format(const char* fmt, std::va_list args) {
         std::va_list again;
         va_copy(again, args);
@@ -31,9 +31,13 @@ public:
             needed = std::vsnprintf(text_, capacity_, fmt, again);
         }
         va_end(again);
-        length_ = needed < 0 ? 0 : static_cast<std::size_t>(needed);
+        if (needed < 0) {
+            needed = std::snprintf(text_, capacity_, "%s", fmt);
+        }
+        length_ = static_cast<std::size_t>(needed);
         if (length_ >= capacity_) {
             length_ = capacity_ - 1;
+            std::memcpy(text_ + length_ - 2, "\r\n", 2);
         }
     }
 
@@ -62,7 +66,7 @@ public:
     [[nodiscard]] std::size_t size() const { return length_; }
 
 private:
-    static constexpr std::size_t kStackSize = 4096;
+    static constexpr std::size_t kStackSize = 2048;
     static constexpr std::size_t kEscapeGrowth = 3;  // "\x1b" for one byte
 
     static bool is_control(char c) {
@@ -121,27 +125,5 @@ private:
     std::size_t capacity_ = kStackSize;
     std::size_t length_ = 0;
 };
-
-// Keeps `errno` for the code that logs.
-class ErrnoKept {
-public:
-    ErrnoKept() = default;
-    ErrnoKept(const ErrnoKept&) = delete;
-    ErrnoKept& operator=(const ErrnoKept&) = delete;
-    ~ErrnoKept() { errno = saved_; }
-
-private:
-    int saved_ = errno;
-};
-
-// One write, as the kernel's own call: logging is no cancellation point, so a thread that is
-// cancelled cannot leave in the middle of a line with somebody's lock held.
-inline long write_once(int fd, const char* text, std::size_t size) {
-    long written;
-    do {
-        written = syscall(SYS_write, fd, text, size);
-    } while (written < 0 && errno == EINTR);
-    return written;
-}
 
 }  // namespace zxlog

@@ -45,7 +45,6 @@ void print_trusted(char* out, std::size_t size, const char* fmt, ...) {
 extern "C" {
 
 const char* zxlog_innerapi_logTime(void) {
-    zxlog::learn_zone_unless_in_handler();
     const timespec now = wall_clock();
     const zxlog::CivilTime t = zxlog::civil_time(now.tv_sec);
 
@@ -85,12 +84,18 @@ void zxlog_innerapi_file(const char* fmt, ...) {
 }
 
 char* zxlog_innerapi_num2str(char* scratch, std::uint64_t num) {
+    if (scratch == nullptr) {
+        return nullptr;
+    }
     std::snprintf(scratch, ZXLOG_SCRATCH_SIZE, "%llu", static_cast<unsigned long long>(num));
     return scratch;
 }
 
 char* zxlog_innerapi_bitByte64(char* scratch, std::uint64_t whole, std::uint64_t fraction,
                                const char* unit) {
+    if (scratch == nullptr) {
+        return nullptr;
+    }
     const auto whole_part = static_cast<unsigned long long>(whole);
     const char* const unit_text = unit != nullptr ? unit : "";
     if (fraction == 0) {
@@ -118,7 +123,6 @@ const char* zxlog_api_curDTime(const char* fmt) {
     thread_local char text[128];
     text[0] = '\0';
     if (fmt != nullptr) {
-        zxlog::learn_zone();
         const zxlog::CivilTime t = zxlog::civil_time(wall_clock().tv_sec);
         print_trusted(text, sizeof text, fmt, t.year, t.month, t.day, t.hour, t.minute, t.second);
     }
@@ -127,6 +131,9 @@ const char* zxlog_api_curDTime(const char* fmt) {
 
 char* zxlog_api_us2time(std::uint64_t us, char* out, const char* fmtBelowSecond,
                         const char* fmtSeconds) {
+    if (out == nullptr) {
+        return nullptr;
+    }
     const auto micros = static_cast<int>(us % 1000);
     const auto millis = static_cast<int>(us / 1000 % 1000);
     if (us < kMicro) {
@@ -138,6 +145,9 @@ char* zxlog_api_us2time(std::uint64_t us, char* out, const char* fmtBelowSecond,
 }
 
 char* zxlog_api_sec2Time(std::uint64_t sec, char* out) {
+    if (out == nullptr) {
+        return nullptr;
+    }
     const auto days = static_cast<unsigned long long>(sec / 86400);
     int used = 0;
     if (days != 0) {
@@ -151,7 +161,7 @@ char* zxlog_api_sec2Time(std::uint64_t sec, char* out) {
 
 std::int32_t zxlog_api_timerAsyncSec(std::uint64_t* last, std::uint32_t intervalSec) {
     const auto now = static_cast<std::uint64_t>(wall_clock().tv_sec);
-    if (*last <= now && now <= *last + intervalSec) {
+    if (last == nullptr || (*last <= now && now <= *last + intervalSec)) {
         return 0;
     }
     *last = now;

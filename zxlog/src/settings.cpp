@@ -10,6 +10,24 @@ namespace {
 
 std::atomic<std::uint32_t> g_level{3};
 
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// strcasestr for ASCII: the C library's follows the locale, in which "FIFO" may not match "fifo".
+const char* find_ignoring_case(const char* text, const char* part) {
+    for (; *text != '\0'; ++text) {
+        std::size_t same = 0;
+        while (part[same] != '\0' && lower(text[same]) == lower(part[same])) {
+            ++same;
+        }
+        if (part[same] == '\0') {
+            return text;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -47,7 +65,7 @@ std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part, std::in
     std::int32_t count = 0;
     const std::size_t step = std::strlen(part);
     while (max <= 0 || count < max) {
-        text = matchCase != 0 ? std::strstr(text, part) : strcasestr(text, part);
+        text = matchCase != 0 ? std::strstr(text, part) : find_ignoring_case(text, part);
         if (text == nullptr) {
             break;
         }

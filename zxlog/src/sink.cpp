@@ -1,7 +1,6 @@
 #include "sink.hpp"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sched.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -13,8 +12,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "line_buffer.hpp"
-#include "zone.hpp"
+#include "ownership.hpp"
+#include "write_once.hpp"
 #include "zxlog.h"
 
 namespace zxlog {
@@ -31,51 +30,27 @@ struct FileId {
 std::atomic<int> g_fd{kNone};  // our own descriptor; its number stays while it is ours
 std::atomic<std::int64_t> g_checked_sec{0};  // when the path was last looked at
 
-// Owned by the holder of an Ownership.
-char g_path[4096];  // empty: standard error
-FileId g_id;        // the file behind g_fd
+using Path = char[4096];
 
-// The right to change where the lines go. It is only ever tried for on the way of a line, and it
-// names its process: a child that was forked while a thread of the parent held it takes it over.
-class Ownership {
-public:
-    Ownership() {
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state_);
-        const pid_t self = getpid();
-        pid_t seen = 0;
-        while (!held_ && seen != self) {
-            held_ = holder_.compare_exchange_strong(seen, self, std::memory_order_acquire);
-        }
-    }
-    ~Ownership() {
-        if (held_) {
-            holder_.store(0, std::memory_order_release);
-        }
-        pthread_setcancelstate(cancel_state_, nullptr);
-    }
-    Ownership(const Ownership&) = delete;
-    Ownership& operator=(const Ownership&) = delete;
+// Changed by the holder only. The paths take turns, so that a child that was forked in the middle
+// of a change finds a whole one.
+Ownership::Holder g_holder{0};
+Path g_paths[2];  // empty: standard error
+std::atomic<unsigned> g_path_turn{0};
+FileId g_id;                          // the file behind g_fd
+std::atomic<bool> g_is_stream{true};  // it is, or may be, a pipe or a socket
 
-    [[nodiscard]] bool held() const { return held_; }
+const char* current_path() {
+    return g_paths[g_path_turn.load(std::memory_order_relaxed) % 2];
+}
 
-private:
-    static inline std::atomic<pid_t> holder_{0};
-    bool held_ = false;
-    int cancel_state_ = 0;
-};
-
-bool id_of(int fd, FileId& id) {
-    struct stat st;
-    if (fstat(fd, &st) != 0) {
-        return false;
-    }
-    id = {st.st_dev, st.st_ino};
-    return true;
+FileId id_of(const struct stat& st) {
+    return {st.st_dev, st.st_ino};
 }
 
 bool still_ours(int fd) {
-    FileId id;
-    return fd != kNone && id_of(fd, id) && id == g_id;
+    struct stat st;
+    return fd != kNone && fstat(fd, &st) == 0 && id_of(st) == g_id;
 }
 
 // A copy of `fd` out of the way of the program's own descriptors, of select() and of whoever closes
@@ -90,17 +65,19 @@ int high_copy(int fd) {
     return kNone;
 }
 
+// A pipe that nobody empties loses lines rather than stop whoever logs, hence O_NONBLOCK.
 int open_log(const char* path) {
-    return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0644);
+    return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644);
 }
 
 // Makes our descriptor one for the file behind `fd`. The number stays when it still is ours, so
 // that a line that is being written meets the old file or the new one, nothing else.
 bool adopt(int fd) {
-    FileId id;
-    if (!id_of(fd, id)) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) {
         return false;
     }
+    g_is_stream.store(true, std::memory_order_relaxed);  // until we know better
     const int ours = g_fd.load(std::memory_order_relaxed);
     if (still_ours(ours)) {
         if (dup3(fd, ours, O_CLOEXEC) < 0) {
@@ -113,7 +90,8 @@ bool adopt(int fd) {
         }
         g_fd.store(copy, std::memory_order_release);
     }
-    g_id = id;
+    g_id = id_of(st);
+    g_is_stream.store(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode), std::memory_order_relaxed);
     return true;
 }
 
@@ -131,20 +109,21 @@ bool adopt_path(const char* path) {
 
 // Sees to it that our descriptor is open, is ours, and leads to the file that the path names.
 void look_after_descriptor() {
-    const Ownership ownership;
+    const Ownership ownership(g_holder);
     if (!ownership.held()) {
         return;
     }
-    if (g_path[0] == '\0') {
-        if (!still_ours(g_fd.load(std::memory_order_relaxed))) {
+    const char* const path = current_path();
+    const bool ours = still_ours(g_fd.load(std::memory_order_relaxed));
+    if (path[0] == '\0') {
+        if (!ours) {
             adopt(STDERR_FILENO);
         }
         return;
     }
     struct stat st;
-    const bool named = stat(g_path, &st) == 0 && FileId{st.st_dev, st.st_ino} == g_id;
-    if (!named || !still_ours(g_fd.load(std::memory_order_relaxed))) {
-        adopt_path(g_path);  // when it fails, the old file goes on taking the lines
+    if (!ours || stat(path, &st) != 0 || id_of(st) != g_id) {
+        adopt_path(path);  // when it fails, the old file goes on taking the lines
     }
 }
 
@@ -175,18 +154,28 @@ void add_lost(std::uint64_t count) {
     } while (!g_lost.compare_exchange_weak(seen, wanted, std::memory_order_relaxed));
 }
 
+long write_part(const char* text, std::size_t size) {
+    const int ours = g_fd.load(std::memory_order_acquire);
+    const int fd = ours != kNone ? ours : STDERR_FILENO;
+    return g_is_stream.load(std::memory_order_relaxed) ? write_once_unsignalled(fd, text, size)
+                                                       : write_once(fd, text, size);
+}
+
+// One write, unless the kernel takes only a part of the line or somebody closed our descriptor.
 bool write_whole(const char* text, std::size_t size) {
-    const int fd = g_fd.load(std::memory_order_acquire);
-    const long written = write_once(fd != kNone ? fd : STDERR_FILENO, text, size);
-    if (written >= 0 && static_cast<std::size_t>(written) == size) {
-        return true;
+    long written = write_part(text, size);
+    if (written < 0 && errno == EBADF) {
+        look_after_descriptor();
+        written = write_part(text, size);
     }
-    if (written > 0) {
+    std::size_t done = 0;
+    while (written > 0 && (done += static_cast<std::size_t>(written)) < size) {
+        written = write_part(text + done, size - done);
+    }
+    if (done < size && done > 0) {
         g_torn.store(true, std::memory_order_relaxed);
-    } else if (written < 0 && errno == EBADF) {
-        g_checked_sec.store(0, std::memory_order_relaxed);  // look after it with the next line
     }
-    return false;
+    return done == size;
 }
 
 // True when nothing was lost before, or when that could be reported now.
@@ -217,11 +206,8 @@ void write_line(const char* line, std::size_t size) {
         g_checked_sec.store(now, std::memory_order_relaxed);
         look_after_descriptor();
     }
-    if (g_lost.load(std::memory_order_relaxed) != 0 && !report_lost()) {
-        add_lost(1);
-        return;
-    }
-    if (!write_whole(line, size)) {
+    const bool writable = g_lost.load(std::memory_order_relaxed) == 0 || report_lost();
+    if (!writable || !write_whole(line, size)) {
         add_lost(1);
     }
 }
@@ -230,17 +216,15 @@ void write_line(const char* line, std::size_t size) {
 
 namespace {
 
-using zxlog::adopt;
-using zxlog::adopt_path;
-using zxlog::g_path;
+using zxlog::Path;
 
 // `path` from the root, in `out`.
-bool make_absolute(const char* path, char (&out)[sizeof g_path]) {
+bool make_absolute(const char* path, Path& out) {
     int needed;
     if (path[0] == '/') {
         needed = std::snprintf(out, sizeof out, "%s", path);
     } else {
-        char current[sizeof g_path];
+        Path current;
         if (getcwd(current, sizeof current) == nullptr) {
             return false;
         }
@@ -256,21 +240,22 @@ bool make_absolute(const char* path, char (&out)[sizeof g_path]) {
 }  // namespace
 
 extern "C" std::int32_t zxlog_api_setFile(const char* path) {
-    zxlog::learn_zone();
-    char absolute[sizeof g_path] = "";
+    Path absolute = "";
     if (path != nullptr && !make_absolute(path, absolute)) {
         return -1;
     }
     for (;;) {
-        const zxlog::Ownership ownership;
+        const zxlog::Ownership ownership(zxlog::g_holder);
         if (!ownership.held()) {
             sched_yield();
             continue;
         }
-        if (!(path != nullptr ? adopt_path(absolute) : adopt(STDERR_FILENO))) {
+        if (!(path != nullptr ? zxlog::adopt_path(absolute) : zxlog::adopt(STDERR_FILENO))) {
             return -1;
         }
-        std::memcpy(g_path, absolute, sizeof g_path);
+        const unsigned turn = zxlog::g_path_turn.load(std::memory_order_relaxed) + 1;
+        std::memcpy(zxlog::g_paths[turn % 2], absolute, sizeof absolute);
+        zxlog::g_path_turn.store(turn, std::memory_order_relaxed);
         return 0;
     }
 }

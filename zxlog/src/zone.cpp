@@ -1,34 +1,33 @@
 #include "zone.hpp"
 
-#include <pthread.h>
-#include <signal.h>
 #include <time.h>
 
 #include <array>
-#include <atomic>
+#include <cstddef>
 
 namespace zxlog {
 namespace {
 
-struct OffsetChange {
-    std::int64_t since;   // second of the epoch from which the offset holds
+constexpr std::int64_t kDay = 86400;
+constexpr std::int64_t kWeek = 7 * kDay;
+constexpr int kWeeksKnown = 15 * 53;
+
+// A change of the offset from UTC.
+struct Change {
+    std::int64_t since;   // second of the epoch
     std::int32_t offset;  // seconds east of UTC
 };
 
-constexpr std::int64_t kDay = 86400;
-constexpr std::int64_t kWeek = 7 * kDay;
-constexpr int kWeeksKnown = 40 * 53;
-
-enum State : int { unknown, learning, known };
-
-std::atomic<int> g_state{unknown};
-std::array<OffsetChange, 128> g_changes;  // written once, before g_state says `known`
-std::size_t g_change_count;
+// The offset in force when the library was loaded, and its changes in the years that follow.
+struct Changes {
+    std::array<Change, 80> rows;
+    std::size_t count;
+};
+Changes g_changes;
 
 std::int32_t offset_at(std::int64_t sec) {
-    const time_t when = static_cast<time_t>(sec);
     tm local{};
-    return localtime_r(&when, &local) != nullptr ? static_cast<std::int32_t>(local.tm_gmtoff) : 0;
+    return localtime_r(&sec, &local) != nullptr ? static_cast<std::int32_t>(local.tm_gmtoff) : 0;
 }
 
 // The first second in (low, high] with the offset of `high`.
@@ -41,52 +40,35 @@ std::int64_t change_between(std::int64_t low, std::int64_t high) {
     return high;
 }
 
-bool signals_are_blocked() {
-    sigset_t blocked;
-    if (pthread_sigmask(SIG_BLOCK, nullptr, &blocked) != 0) {
-        return true;
+// The one thing that runs before main: later, a signal handler or a forked child could find the C
+// library's time-zone lock taken for ever. No offset is known to last less than a week.
+[[gnu::constructor]] void learn_zone() {
+    std::int64_t week = time(nullptr) - kDay;
+    tzset();
+    g_changes.rows[0] = {INT64_MIN, offset_at(week)};
+    g_changes.count = 1;
+    for (int i = 0; i < kWeeksKnown && g_changes.count < g_changes.rows.size(); ++i) {
+        const std::int64_t next = week + kWeek;
+        if (const std::int32_t offset = offset_at(next);
+            offset != g_changes.rows[g_changes.count - 1].offset) {
+            g_changes.rows[g_changes.count++] = {change_between(week, next), offset};
+        }
+        week = next;
     }
-    return sigisemptyset(&blocked) == 0;
+}
+
+std::int32_t known_offset(std::int64_t sec) {
+    std::size_t i = 0;
+    while (i + 1 < g_changes.count && g_changes.rows[i + 1].since <= sec) {
+        ++i;
+    }
+    return g_changes.rows[i].offset;
 }
 
 }  // namespace
 
-void learn_zone() {
-    int expected = unknown;
-    if (!g_state.compare_exchange_strong(expected, learning)) {
-        return;
-    }
-    tzset();
-    std::int64_t week = time(nullptr) - kDay;
-    g_changes[0] = {INT64_MIN, offset_at(week)};
-    std::size_t count = 1;
-    for (int i = 0; i < kWeeksKnown && count < g_changes.size(); ++i, week += kWeek) {
-        const std::int32_t next = offset_at(week + kWeek);
-        if (next != g_changes[count - 1].offset) {
-            g_changes[count++] = {change_between(week, week + kWeek), next};
-        }
-    }
-    g_change_count = count;
-    g_state.store(known, std::memory_order_release);
-}
-
-void learn_zone_unless_in_handler() {
-    // While a handler runs, its signal is blocked; a thread that blocks signals for other reasons
-    // leaves the learning to the next one.
-    if (g_state.load(std::memory_order_relaxed) == unknown && !signals_are_blocked()) {
-        learn_zone();
-    }
-}
-
 CivilTime civil_time(std::int64_t epoch_sec) {
-    std::int64_t sec = epoch_sec;
-    if (g_state.load(std::memory_order_acquire) == known) {
-        std::size_t i = 0;
-        while (i + 1 < g_change_count && g_changes[i + 1].since <= epoch_sec) {
-            ++i;
-        }
-        sec += g_changes[i].offset;
-    }
+    const std::int64_t sec = epoch_sec + known_offset(epoch_sec);
 
     // Days to a date of the proleptic Gregorian calendar, in eras of 400 years from 1 March.
     std::int64_t days = sec / kDay;
