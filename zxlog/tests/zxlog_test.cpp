@@ -1,0 +1,526 @@
+// Every case logs in a child process of its own, which starts with an untouched library; the parent
+// reads what arrived.
+#include "zxlog.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+timespec g_wall{};  // what the wall clock shows when it is set
+
+}  // namespace
+
+// The wall clock of the program and of libzxlog.
+extern "C" int clock_gettime(clockid_t id, timespec* out) noexcept {
+    if (id == CLOCK_REALTIME && g_wall.tv_sec != 0) {
+        *out = g_wall;
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, id, out));
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+constexpr unsigned kPatience = 30;  // seconds until a child counts as hung
+
+pid_t start_child(const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(kPatience);
+        _exit(body());
+    }
+    return child;
+}
+
+// What waitpid() says: 0 when the body returned 0.
+int wait_for(pid_t child) {
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+int run_child(const std::function<int()>& body) {
+    return wait_for(start_child(body));
+}
+
+void run_threads(int count, const std::function<void(int)>& body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(body, i);
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+}
+
+class LogFile : public testing::Test {
+protected:
+    void SetUp() override {
+        char name[] = "/tmp/zxlog_test.XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        folder_ = name;
+        log = folder_ + "/log";
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    static std::string text_of(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    // The file's lines without their ends; a line without an end says so.
+    static std::vector<std::string> lines_of(const std::string& path) {
+        std::vector<std::string> lines;
+        std::string text = text_of(path);
+        for (std::size_t end; !text.empty(); text.erase(0, end + 2)) {
+            end = text.find("\r\n");
+            if (end == std::string::npos) {
+                lines.push_back(text + "<no line end>");
+                break;
+            }
+            lines.push_back(text.substr(0, end));
+        }
+        return lines;
+    }
+
+    int stderr_to(const std::string& path) {
+        const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        dup2(fd, STDERR_FILENO);
+        return close(fd);
+    }
+
+    std::string folder_;
+    std::string log;
+};
+
+TEST_F(LogFile, LinesOfThreadsAndProcessesNeverMix) {
+    constexpr int kProcesses = 3;
+    constexpr int kThreads = 4;
+    constexpr int kLines = 300;
+    const auto line = [](int process, int thread, int number) {
+        return std::to_string(process * kThreads + thread) + " " + std::to_string(number) + " " +
+               std::string(static_cast<std::size_t>(number * 37 % 5000), 'x');
+    };
+    std::vector<pid_t> children;
+    for (int process = 0; process < kProcesses; ++process) {
+        children.push_back(start_child([&] {
+            zxlog_api_setFile(log.c_str());
+            run_threads(kThreads, [&](int thread) {
+                for (int i = 0; i < kLines; ++i) {
+                    zxlog_innerapi_file("%s\r\n", line(process, thread, i).c_str());
+                }
+            });
+            return 0;
+        }));
+    }
+    for (const pid_t child : children) {
+        EXPECT_EQ(wait_for(child), 0);
+    }
+    std::map<int, int> next;  // line of each thread
+    for (const auto& found : lines_of(log)) {
+        const int writer = std::atoi(found.c_str());
+        ASSERT_EQ(found, line(writer / kThreads, writer % kThreads, next[writer]++));
+    }
+    EXPECT_EQ(next.size(), kProcesses * kThreads);
+    for (const auto& [writer, count] : next) {
+        EXPECT_EQ(count, kLines) << writer;
+    }
+}
+
+TEST_F(LogFile, HoldsTheLineOfAProcessThatIsKilled) {
+    const int status = run_child([&] {
+        zxlog_api_setFile(log.c_str());
+        zxlog_innerapi_file("last words\r\n");
+        return raise(SIGKILL);
+    });
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_THAT(lines_of(log), ElementsAre("last words"));
+}
+
+std::atomic<int> g_handled{0};
+
+void log_signal(int) {
+    zxlog_innerapi_file("%s handler %d\r\n", zxlog_innerapi_logTime(), ++g_handled);
+}
+
+TEST_F(LogFile, TakesLinesFromSignalHandlers) {
+    constexpr int kLines = 2000;
+    constexpr int kThreads = 2;
+    EXPECT_EQ(run_child([&] {
+                  zxlog_api_setFile(log.c_str());
+                  signal(SIGUSR1, log_signal);
+                  std::atomic<int> running{kThreads};
+                  std::atomic<int> wrong{0};
+                  std::vector<std::thread> threads;
+                  for (int i = 0; i < kThreads; ++i) {
+                      threads.emplace_back([&] {
+                          for (int n = 0; n < kLines; ++n) {
+                              errno = 4711;
+                              zxlog_innerapi_file("%s thread %d\r\n", zxlog_innerapi_logTime(), n);
+                              wrong += errno == 4711 ? 0 : 1;
+                          }
+                          --running;
+                          while (running >= 0) {
+                              std::this_thread::yield();
+                          }
+                      });
+                  }
+                  while (running > 0 || g_handled < kLines) {
+                      for (auto& thread : threads) {
+                          pthread_kill(thread.native_handle(), SIGUSR1);
+                      }
+                      std::this_thread::yield();
+                  }
+                  running = -1;
+                  for (auto& thread : threads) {
+                      thread.join();
+                  }
+                  zxlog_innerapi_file("handled %d\r\n", g_handled.load());
+                  return wrong.load() == 0 ? 0 : 1;
+              }),
+              0);
+    int from_threads = 0;
+    int from_handler = 0;
+    auto lines = lines_of(log);
+    ASSERT_FALSE(lines.empty());
+    const std::string last = lines.back();
+    lines.pop_back();
+    const std::string time = "\\[[-0-9]+ [0-9:.]+\\]";
+    for (const auto& line : lines) {
+        from_threads += line.find(" thread ") != std::string::npos ? 1 : 0;
+        from_handler += line.find(" handler ") != std::string::npos ? 1 : 0;
+        ASSERT_THAT(line, MatchesRegex(time + " (thread|handler) [0-9]+"));
+    }
+    EXPECT_EQ(from_threads, kThreads * kLines);
+    EXPECT_EQ(last, "handled " + std::to_string(from_handler));
+    EXPECT_GE(from_handler, kLines);
+}
+
+TEST_F(LogFile, ServesChildrenOfAThreadedProcess) {
+    constexpr int kChildren = 60;
+    EXPECT_EQ(run_child([&] {
+                  std::atomic<bool> stop{false};
+                  zxlog_api_setFile(log.c_str());
+                  std::thread renamer([&] {  // the busiest moment: the file is changed all the time
+                      for (int i = 0; !stop; ++i) {
+                          zxlog_api_setFile((log + (i % 2 == 0 ? "" : ".odd")).c_str());
+                      }
+                  });
+                  std::thread talker([&] {
+                      while (!stop) {
+                          zxlog_innerapi_file("parent\r\n");
+                      }
+                  });
+                  int failures = 0;
+                  for (int i = 0; i < kChildren; ++i) {
+                      failures += run_child([&] {
+                          zxlog_innerapi_file("%s child\r\n", zxlog_innerapi_logTime());
+                          return zxlog_api_setFile((log + ".child").c_str());
+                      });
+                  }
+                  stop = true;
+                  renamer.join();
+                  talker.join();
+                  return failures == 0 ? 0 : 1;
+              }),
+              0);
+    int from_children = 0;
+    for (const char* suffix : {"", ".odd"}) {
+        for (const auto& line : lines_of(log + suffix)) {
+            ASSERT_THAT(line, MatchesRegex("parent|\\[.*\\] child"));
+            from_children += line == "parent" ? 0 : 1;
+        }
+    }
+    EXPECT_EQ(from_children, kChildren);
+    std::size_t files = 0;  // none of a name that was just being changed
+    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+        files += entry.is_regular_file() ? 1U : 0U;
+    }
+    EXPECT_EQ(files, 3U);
+}
+
+TEST_F(LogFile, GoesToTheFirstStandardErrorAtLevelThree) {
+    const std::string data = folder_ + "/data";
+    EXPECT_EQ(run_child([&] {
+                  stderr_to(log);
+                  zxlog_innerapi_file("level %u\r\n", zxlog_api_getLoglevel());
+                  for (int fd = 0; fd <= 2; ++fd) {
+                      close(fd);
+                  }
+                  for (int fd = 0; fd <= 2; ++fd) {  // files of the program take their numbers
+                      open(data.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+                  }
+                  zxlog_innerapi_file("second\r\n");
+                  zxlog_api_setLoglevel(0);
+                  zxlog_innerapi_file("never\r\n");
+                  zxlog_innerapi_bufHex("never", "x", 1, "f", 1);
+                  return 0;
+              }),
+              0);
+    EXPECT_THAT(lines_of(log), ElementsAre("level 3", "second"));
+    EXPECT_EQ(text_of(data), "");
+}
+
+// The library's descriptor for a file, or -1.
+int descriptor_of(const std::string& path) {
+    struct stat wanted;
+    struct stat st;
+    for (int fd = 3; stat(path.c_str(), &wanted) == 0 && fd < 2000; ++fd) {
+        if (fstat(fd, &st) == 0 && st.st_ino == wanted.st_ino && st.st_dev == wanted.st_dev) {
+            return fd;
+        }
+    }
+    return -1;
+}
+
+TEST_F(LogFile, OpensItsDescriptorAgainWhenSomebodyClosedIt) {
+    EXPECT_EQ(run_child([&] {
+                  zxlog_api_setFile(log.c_str());
+                  zxlog_innerapi_file("first\r\n");
+                  const int fd = descriptor_of(log);
+                  if (fd < 3 || fcntl(fd, F_GETFD) != FD_CLOEXEC) {
+                      return 1;
+                  }
+                  close(fd);
+                  zxlog_innerapi_file("second\r\n");
+                  return zxlog_api_setFile(folder_.c_str()) == -1 && errno == EISDIR ? 0 : 2;
+              }),
+              0);
+    EXPECT_THAT(lines_of(log), ElementsAre("first", "second"));
+}
+
+TEST_F(LogFile, FollowsItsNameWhenTheFileIsMovedAway) {
+    EXPECT_EQ(
+        run_child([&] {
+            if (chdir(folder_.c_str()) != 0 || zxlog_api_setFile("log") != 0 || chdir("/") != 0) {
+                return 1;
+            }
+            zxlog_innerapi_file("old\r\n");
+            const int fd = descriptor_of(log);
+            std::filesystem::rename(log, log + ".1");
+            const auto moved = std::chrono::steady_clock::now();
+            for (int i = 0; !std::filesystem::exists(log); ++i) {
+                usleep(20000);
+                zxlog_innerapi_file("%d\r\n", i);
+            }
+            const auto waited = std::chrono::steady_clock::now() - moved;
+            return descriptor_of(log) == fd && waited < std::chrono::milliseconds(1200) ? 0 : 2;
+        }),
+        0);
+    auto lines = lines_of(log + ".1");
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines[0], "old");
+    EXPECT_THAT(lines_of(log), ElementsAre(std::to_string(lines.size() - 1)));
+}
+
+TEST_F(LogFile, CountsLinesForWhichThereIsNoRoom) {
+    EXPECT_EQ(run_child([&] {
+                  signal(SIGXFSZ, SIG_IGN);
+                  rlimit limit{};
+                  getrlimit(RLIMIT_FSIZE, &limit);
+                  const rlimit small{100, limit.rlim_max};
+                  zxlog_api_setFile(log.c_str());
+                  setrlimit(RLIMIT_FSIZE, &small);
+                  for (int i = 0; i < 3; ++i) {
+                      zxlog_innerapi_file("%038d\r\n", i);
+                  }
+                  run_threads(4, [](int) {
+                      for (int i = 0; i < 100; ++i) {
+                          zxlog_innerapi_file("lost\r\n");
+                      }
+                  });
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  zxlog_innerapi_file("after\r\n");
+                  return 0;
+              }),
+              0);
+    EXPECT_THAT(
+        lines_of(log),
+        ElementsAre(std::string(37, '0') + "0", std::string(37, '0') + "1", std::string(20, '0'),
+                    HasSubstr("][WARN][ZXLOG]401 lines could not be wri"), "after"));
+}
+
+TEST_F(LogFile, LosesLinesButNotTheProcessWhenNobodyReads) {
+    EXPECT_EQ(run_child([&] {
+                  int ends[2];
+                  if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) {
+                      return 1;
+                  }
+                  close(ends[0]);
+                  zxlog_innerapi_file("nobody reads this\r\n");
+                  sigset_t pending;
+                  sigpending(&pending);
+                  zxlog_api_setFile(log.c_str());
+                  zxlog_innerapi_file("after\r\n");
+                  return sigismember(&pending, SIGPIPE);
+              }),
+              0);
+    EXPECT_THAT(lines_of(log), ElementsAre(HasSubstr("]1 lines could not be written"), "after"));
+}
+
+TEST_F(LogFile, KeepsLinesWholeAndTerminalsSafe) {
+    const struct {
+        std::string body;
+        std::string written;
+    } cases[] = {
+        {"tab\tand \xc3\xa4", "tab\tand \xc3\xa4"},
+        {"\x1b[31m\x07\x7f", "\\x1b[31m\\x07\\x7f"},
+        {std::string(2040, 'a'), std::string(2040, 'a')},
+        {std::string(2045, 'b') + "\x01", std::string(2045, 'b') + "\\x01"},
+        {std::string(10000, 'c'), std::string(10000, 'c')},
+        {std::string(100000, 'd') + "\x1b", std::string(100000, 'd') + "\\x1b"},
+        {"", ""},
+    };
+    EXPECT_EQ(run_child([&] {
+                  zxlog_api_setFile(log.c_str());
+                  for (const auto& c : cases) {
+                      zxlog_innerapi_file("%s\r\n", c.body.c_str());
+                  }
+                  const wchar_t unknown[] = {static_cast<wchar_t>(0x20ac), 0};
+                  zxlog_innerapi_file("%ls\r\n", unknown);
+                  return 0;
+              }),
+              0);
+    auto lines = lines_of(log);
+    ASSERT_EQ(lines.size(), std::size(cases) + 1);
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(lines[i], cases[i].written) << i;
+    }
+    EXPECT_EQ(lines.back(), "%ls");
+}
+
+TEST_F(LogFile, DumpsBuffersInRowsOfSixteen) {
+    EXPECT_EQ(run_child([&] {
+                  zxlog_api_setFile(log.c_str());
+                  zxlog_innerapi_bufHex("packet", "0123456789abcdef\x1b", 17, "func", 12);
+                  return 0;
+              }),
+              0);
+    const auto lines = lines_of(log);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_THAT(lines[0], HasSubstr("[HEX][func 12]packet: 17 bytes"));
+    EXPECT_THAT(lines[1], HasSubstr("00000000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66  "
+                                    "0123456789abcdef"));
+    EXPECT_THAT(lines[2], HasSubstr("00000010: 1b "));
+}
+
+// A date and time as the C library has it and as the library has it.
+bool is_local_time(std::int64_t sec) {
+    g_wall = {sec, 999999999};
+    tm t{};
+    localtime_r(&sec, &t);
+    char expected[64];
+    strftime(expected, sizeof expected, "[%Y-%m-%d %H:%M:%S.999]", &t);
+    const std::string got = zxlog_innerapi_logTime();
+    EXPECT_EQ(got, expected) << sec;
+    return got == expected && got == zxlog_api_curDTime("[%04d-%02d-%02d %02d:%02d:%02d.999]");
+}
+
+TEST(LocalTime, IsThatOfTheCLibrary) {
+    constexpr std::int64_t kHour = 3600;
+    const std::int64_t now = time(nullptr) / kHour * kHour;
+    bool same = true;
+    for (std::int64_t hour = -10; same && hour < 3 * 366 * 24; ++hour) {
+        same = is_local_time(now + hour * kHour) && is_local_time(now + hour * kHour - 1);
+    }
+    for (std::int64_t day = 0; same && day < 14 * 365; day += 3) {
+        same = is_local_time(now + day * 24 * kHour);
+    }
+    g_wall = {};
+    EXPECT_TRUE(same);
+}
+
+TEST(LocalTime, FollowsEveryZone) {
+    for (const char* zone :
+         {"UTC", ":Asia/Kolkata", "Europe/Berlin", "America/New_York", "Australia/Lord_Howe",
+          "Africa/Casablanca", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
+        SCOPED_TRACE(zone);
+        EXPECT_EQ(run_child([&] {
+                      setenv("TZ", zone, 1);
+                      return execl("/proc/self/exe", "zxlog_test", "--gtest_brief=1",
+                                   "--gtest_filter=LocalTime.IsThatOfTheCLibrary", nullptr);
+                  }),
+                  0);
+    }
+}
+
+TEST(Texts, OfNumbersAndDurations) {
+    char text[64];
+    EXPECT_STREQ(zxlog_innerapi_num2str(text, UINT64_MAX), "18446744073709551615");
+    EXPECT_STREQ(zxlog_innerapi_bitByte64(text, 1, 512, "KB"), "1.50KB");
+    EXPECT_STREQ(zxlog_innerapi_bitByte64(text, 1, 10, "KB"), "1.00KB");
+    EXPECT_STREQ(zxlog_innerapi_bitByte64(text, 1, 1023, "KB"), "1.99KB");
+    EXPECT_STREQ(zxlog_innerapi_bitByte32(text, 7, 0, "MB"), "7MB");
+    EXPECT_STREQ(zxlog_api_us2time(999999, text, ".%d", "%d(s).%d.%d"), ".999999");
+    EXPECT_STREQ(zxlog_api_us2time(61002003, text, ".%d", "%d(s).%d.%d"), "61(s).2.3");
+    EXPECT_STREQ(zxlog_api_sec2Time(86399, text), "23:59:59");
+    EXPECT_STREQ(zxlog_api_sec2Time(2 * 86400 + 3661, text), "2_01:01:01");
+    EXPECT_EQ(zxlog_api_sec2Time(1, nullptr), nullptr);
+}
+
+TEST(Texts, CountOccurrences) {
+    const struct {
+        const char *text, *part;
+        int max, match_case, count;
+    } cases[] = {
+        {"THREAD,FIFO_STRU", "FIFO_STRU", 1, 1, 1},
+        {"THREAD,FIFO_STRU", "fifo_stru", 1, 1, 0},
+        {"THREAD,FIFO_STRU", "fifo_stru", 1, 0, 1},
+        {"aAaaa", "aa", 0, 0, 2},
+        {"aaaa", "a", 3, 1, 3},
+        {"aaaa", "aaaaa", 0, 0, 0},
+        {"", "a", 0, 1, 0},
+        {"a", "", 0, 1, 0},
+        {nullptr, "a", 0, 1, 0},
+        {"a", nullptr, 0, 1, 0},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(zxlog_api_strCasestrNum(c.text, c.part, c.max, c.match_case), c.count)
+            << (c.text != nullptr ? c.text : "-") << " " << (c.part != nullptr ? c.part : "-");
+    }
+}
+
+TEST(Clocks, FireWhenTheIntervalHasPassedOrTimeWentBack) {
+    const struct {
+        std::int64_t now;
+        int fires;
+    } steps[] = {{5000, 1}, {5000, 0}, {5010, 0}, {5011, 1}, {5010, 1}};
+    std::uint64_t last = 0;
+    for (const auto& step : steps) {
+        g_wall = {step.now, 7000};
+        EXPECT_EQ(zxlog_api_timerAsyncSec(&last, 10), step.fires) << step.now;
+        EXPECT_EQ(zxlog_api_us(), static_cast<std::uint64_t>(step.now) * 1000000 + 7);
+    }
+    EXPECT_EQ(last, 5010U);
+    g_wall = {};
+}
+
+}  // namespace
