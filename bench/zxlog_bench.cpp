@@ -1,0 +1,67 @@
+// A line that the level stops, and a line to a file, beside libavutil and spdlog.
+#include <benchmark/benchmark.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "internal/log.hpp"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+namespace {
+
+constexpr char kTag[] = "NETWORK";
+constexpr char kLogPath[] = "/tmp/zxlog_bench.log";
+constexpr char kPeerPath[] = "/tmp/zxlog_bench_peer.log";
+
+[[gnu::noinline]] void log_stopped(const char* name, int code) {
+    ZX_LOG(debug, "%s failed : %d", name, code);
+}
+
+[[gnu::noinline]] void peer_stopped(const char* name, int code) {
+    av_log(nullptr, AV_LOG_DEBUG, "%s failed : %d\n", name, code);
+}
+
+void BM_Stopped(benchmark::State& state) {
+    zxlog_api_setLoglevel(3);
+    for (auto _ : state) {
+        log_stopped("connect", 111);
+    }
+}
+BENCHMARK(BM_Stopped);
+
+void BM_StoppedLibavutil(benchmark::State& state) {
+    av_log_set_level(AV_LOG_INFO);
+    for (auto _ : state) {
+        peer_stopped("connect", 111);
+    }
+}
+BENCHMARK(BM_StoppedLibavutil);
+
+void BM_Line(benchmark::State& state) {
+    zxlog_api_setFile(kLogPath);
+    for (auto _ : state) {
+        ZX_LOG(error, "%s failed : %d", "connect", 111);
+    }
+    zxlog_api_setFile(nullptr);
+    unlink(kLogPath);
+}
+BENCHMARK(BM_Line);
+
+void BM_LineSpdlog(benchmark::State& state) {
+    const auto logger = spdlog::basic_logger_mt(kTag, kPeerPath);
+    logger->set_pattern("[%Y-%m-%d %H:%M:%S.%e][%l][%n]%v");
+    logger->flush_on(spdlog::level::trace);
+    for (auto _ : state) {
+        logger->error("{} failed : {}", "connect", 111);
+    }
+    spdlog::drop(kTag);
+    unlink(kPeerPath);
+}
+BENCHMARK(BM_LineSpdlog);
+
+}  // namespace
