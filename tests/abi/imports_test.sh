@@ -1,0 +1,17 @@
+#!/bin/sh
+# imports_test.sh LIBRARY ZXLOG_LIBRARY
+#
+# Of libzxlog, the library takes only what any logging library in its place would offer: no name
+# outside the interface, and none of the settings, which belong to the program.
+set -eu
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+nm -D --undefined-only "$1" | awk '{ sub(/@.*/, "", $2); print $2 }' | LC_ALL=C sort >"$work/wanted"
+nm -D --defined-only "$2" | awk '{ sub(/@.*/, "", $3); print $3 }' | LC_ALL=C sort >"$work/offered"
+taken=$(LC_ALL=C comm -12 "$work/wanted" "$work/offered")
+unknown=$(grep '^zxlog_' "$work/wanted" | LC_ALL=C comm -23 - "$work/offered")
+[ -n "$taken" ]
+if [ -n "$unknown" ] || echo "$taken" | grep '^zxlog_api_set'; then
+    echo "taken beyond the interface: $unknown" >&2
+    exit 1
+fi
