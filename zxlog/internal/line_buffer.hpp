@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "plain_format.hpp"
 #include "write_once.hpp"
 
 namespace zxlog {
@@ -25,15 +26,11 @@ public:
     void format(const char* fmt, std::va_list args) {
         std::va_list again;
         va_copy(again, args);
-        int needed = std::vsnprintf(text_, capacity_, fmt, args);
-        if (needed >= 0 && static_cast<std::size_t>(needed) >= capacity_ &&
-            grow(static_cast<std::size_t>(needed) + 1)) {
-            needed = std::vsnprintf(text_, capacity_, fmt, again);
+        int needed = PlainFormat(text_, capacity_).print(fmt, args);
+        if (needed < 0) {
+            needed = print(fmt, again);
         }
         va_end(again);
-        if (needed < 0) {
-            needed = std::snprintf(text_, capacity_, "%s", fmt);
-        }
         length_ = static_cast<std::size_t>(needed);
         if (length_ >= capacity_) {
             length_ = capacity_ - 1;
@@ -47,12 +44,12 @@ public:
         if (length_ < head + tail) {
             return;
         }
+        if (!has_control(text_ + head, text_ + length_ - tail)) {
+            return;
+        }
         std::size_t controls = 0;
         for (std::size_t i = head; i < length_ - tail; ++i) {
             controls += is_control(text_[i]) ? 1U : 0U;
-        }
-        if (controls == 0) {
-            return;
         }
         const std::size_t wanted = length_ + kEscapeGrowth * controls;
         if (wanted + 1 > capacity_ && !grow(wanted + 1)) {
@@ -72,6 +69,32 @@ private:
     static bool is_control(char c) {
         const auto byte = static_cast<unsigned char>(c);
         return (byte < 0x20 && byte != '\t' && byte != '\r' && byte != '\n') || byte == 0x7f;
+    }
+
+    // The question that nearly all lines answer with no: without a branch for each byte.
+    static bool has_control(const char* from, const char* to) {
+        unsigned char found = 0;
+        for (; from < to; ++from) {
+            const auto byte = static_cast<unsigned char>(*from);
+            const bool kept = (byte == '\t') | (byte == '\r') | (byte == '\n');
+            found |= static_cast<unsigned char>(((byte < 0x20) & !kept) | (byte == 0x7f));
+        }
+        return found != 0;
+    }
+
+    // As vsnprintf, in pages where the text needs them.
+    int print(const char* fmt, std::va_list args) {
+        std::va_list again;
+        va_copy(again, args);
+        int needed = std::vsnprintf(text_, capacity_, fmt, args);
+        if (needed < 0) {
+            needed = std::snprintf(text_, capacity_, "%s", fmt);
+        } else if (static_cast<std::size_t>(needed) >= capacity_ &&
+                   grow(static_cast<std::size_t>(needed) + 1)) {
+            needed = std::vsnprintf(text_, capacity_, fmt, again);
+        }
+        va_end(again);
+        return needed;
     }
 
     void expand(std::size_t head, std::size_t tail, std::size_t wanted) {

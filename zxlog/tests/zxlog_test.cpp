@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -415,6 +416,36 @@ TEST_F(LogFile, KeepsLinesWholeAndTerminalsSafe) {
         EXPECT_EQ(lines[i], cases[i].written) << i;
     }
     EXPECT_EQ(lines.back(), "%ls");
+}
+
+// One line through the library and through the C library, which must read the same.
+#define PRINT_BOTH(fmt, ...)                                       \
+    do {                                                           \
+        std::snprintf(text, sizeof text, fmt "\r\n", __VA_ARGS__); \
+        expected += text;                                          \
+        zxlog_innerapi_file(fmt "\r\n", __VA_ARGS__);              \
+    } while (0)
+
+TEST_F(LogFile, PrintsLikeTheCLibrary) {
+    const auto print = [&] {
+        char text[4096];
+        std::string expected;
+        const char* volatile none = nullptr;
+        const std::string long_text(2000, 'x');
+        zxlog_api_setFile(log.c_str());
+        PRINT_BOTH("%d %i %u %x", INT_MIN, INT_MAX, UINT_MAX, 0xbeefU);
+        PRINT_BOTH("%ld %lld %lu %llx", LONG_MIN, LLONG_MIN, ULONG_MAX, ULLONG_MAX);
+        PRINT_BOTH("%s|%.2s|%.*s|%.128s|%.s|%.*s", "1", "two", 1, "three", "four", "5", -1, "six");
+        PRINT_BOTH("%c%%%5d|%-4s|%04x|%+d|%.3f|%.3d", 'c', 42, "ab", 0xaU, 7, 0.5, 7);
+        PRINT_BOTH("%s %.3s", none, none);
+        PRINT_BOTH("%hhd %#x %td %zu", static_cast<signed char>(44), 255U, std::ptrdiff_t{-3},
+                   std::size_t{0});
+        for (int pad = 35; pad < 50; ++pad) {  // where the stack's part of a line ends
+            PRINT_BOTH("%s%.*s%d", long_text.c_str(), pad, long_text.c_str(), 12345);
+        }
+        return text_of(log) == expected ? 0 : 1;
+    };
+    EXPECT_EQ(run_child(print), 0) << text_of(log);
 }
 
 TEST_F(LogFile, DumpsBuffersInRowsOfSixteen) {
