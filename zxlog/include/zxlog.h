@@ -66,6 +66,8 @@ extern char strfilterTags[ZXLOG_FILTER_SIZE];
  * the same number for as long as the log goes to a file. Once a second at most,
  * and then with the next line, it looks whether the path still names the file;
  * when the file was moved away (logrotate) or deleted, it opens the path again.
+ * Closing the descriptor loses nothing either, unless another file takes its
+ * number at once: that file may get the lines of up to a second.
  *
  * A pipe takes lines too: one that is full or that nobody reads any more loses
  * them, but neither stops nor ends the process.
