@@ -48,7 +48,7 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
     line.format(fmt, args);
     va_end(args);
     line.escape_controls(colour_size, kResetSize);
-    zxlog::write_once(STDOUT_FILENO, line.data(), line.size());
+    zxlog::write_once_unsignalled(STDOUT_FILENO, line.data(), line.size());
 }
 
 }  // namespace zx
