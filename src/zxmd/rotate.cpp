@@ -1,0 +1,32 @@
+#include "zxmd.h"
+
+#include <cstdio>
+
+#include "internal/log.hpp"
+#include "zxcommon_inner/safe_name.hpp"
+#include "zxtime.h"
+
+namespace {
+
+constexpr char kTag[] = "ZXMD";
+constexpr std::size_t kCommandSize = 256;
+
+}  // namespace
+
+extern "C" void zxmd_api_newMsgFile(const char* path) {
+    if (path == nullptr) {
+        ZX_LOG_PARAM("path");
+        return;
+    }
+    if (zxmd_api_getFileSize(path) <= ZXMD_MSG_FILE_LIMIT) {
+        return;
+    }
+    char command[kCommandSize];
+    const int length = std::snprintf(command, sizeof command, "  mv  %s  %s_%s.txt", path, path,
+                                     zxtime_api_curDTime("%04d%02d%02d%02d%02d%02d"));
+    if (!zx::is_safe_path(path) || !zx::is_whole(length, sizeof command)) {
+        ZX_LOG(error, "Path(%s) is not fit for a command", path);
+        return;
+    }
+    zx::run_unasked(command);
+}

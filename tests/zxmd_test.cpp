@@ -1,0 +1,242 @@
+#include "zxmd.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "log_capture.hpp"
+
+namespace {
+
+std::vector<std::string> g_commands;
+bool g_fail_commands = false;
+
+}  // namespace
+
+// In place of the C library's, also for the library under test.
+extern "C" [[gnu::visibility("default")]] int system(const char* command) {
+    g_commands.emplace_back(command);
+    static const auto kReal = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"));
+    return g_fail_commands ? 256 : kReal(command);
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class FileTest : public testing::Test {
+protected:
+    FileTest() {
+        char name[] = "/tmp/zxmd_test_XXXXXX";
+        dir = mkdtemp(name);
+        g_commands.clear();
+    }
+    ~FileTest() override {
+        g_fail_commands = false;
+        fs::remove_all(dir);
+    }
+
+    std::string put(const char* name, const std::string& content) {
+        std::ofstream(dir + "/" + name) << content;
+        return dir + "/" + name;
+    }
+    static std::string content(const std::string& path) {
+        std::string line;
+        std::getline(std::ifstream(path), line);
+        return line;
+    }
+
+    zx::test::LogCapture log;
+    std::string dir;
+    char data[16] = "0123456789";
+};
+
+TEST_F(FileTest, ReadsAndTerminatesWhereThereIsRoom) {
+    const std::string path = put("five", "abcde");
+    const struct {
+        int32_t (*read)(const char*, void*, uint32_t);
+        const char* buf;  // of 8 bytes that were "xxxxxxxx", '.' for NUL
+        uint32_t len;
+        int32_t result;
+    } cases[] = {
+        {zxmd_api_read, "abcde.xx", 8, 5},  {zxmd_api_read, "abcdexxx", 5, 5},
+        {zxmd_api_read2, "abxxxxxx", 2, 2}, {zxmd_api_read3, "abcdexxx", 8, 5},
+        {zxmd_api_read3, "abcxxxxx", 3, 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.buf << " " << c.len);
+        std::string buf(8, 'x');
+        EXPECT_EQ(c.read(path.c_str(), buf.data(), c.len), c.result);
+        std::replace(buf.begin(), buf.end(), '\0', '.');
+        EXPECT_EQ(buf, c.buf);
+        EXPECT_EQ(c.read("/nowhere/x", buf.data(), 3000000000U), -1);
+        EXPECT_EQ(c.read(nullptr, buf.data(), 8) + c.read(path.c_str(), nullptr, 8), -2);
+        EXPECT_THAT(
+            log.take(),
+            ElementsAre("[WARN][ZXMD]Read len(-1294967296) is out of range(0~2147483646),"
+                        "set to 2147483646",
+                        "[ERROR][ZXMD]Open (/nowhere/x) failed",
+                        "[ERROR][ZXMD]Param error###filename", "[ERROR][ZXMD]Param error###buf"));
+    }
+}
+
+TEST_F(FileTest, WritesAppendsAndCounts) {
+    const std::string path = dir + "/out", missing = dir + "/missing", unsafe = dir + "/a;b";
+    EXPECT_EQ(zxmd_api_write(path.c_str(), data, 9, "w"), 9);
+    EXPECT_EQ(zxmd_api_write(path.c_str(), data, 4, "w"), 4);
+    EXPECT_EQ(zxmd_api_writea(path.c_str(), data, 2), 2);
+    EXPECT_EQ(content(path), "012301");
+    EXPECT_EQ(zxmd_api_write(missing.c_str(), data, 3, "r+"), -1);
+    EXPECT_EQ(zxmd_api_write(missing.c_str(), data, 3, "r+"), 3) << "the next call finds it";
+    EXPECT_EQ(zxmd_api_write(unsafe.c_str(), data, 3, "r+"), -1);
+    EXPECT_EQ(zxmd_api_write(nullptr, data, 3, "w") + zxmd_api_writea("x", nullptr, 3), -2);
+    EXPECT_THAT(g_commands, ElementsAre("touch " + missing + " "));
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]Open (" + missing + ") failed",
+                                        "[ERROR][ZXMD]Open (" + unsafe + ") failed",
+                                        "[ERROR][ZXMD]dbuf is null", "[ERROR][ZXMD]dbuf is null"));
+
+    EXPECT_EQ(zxmd_api_write("/dev/full", data, 4, "w"), 0);
+    EXPECT_EQ(data[0], '\0') << "marks where the write stopped";
+}
+
+TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
+    const std::string path = put("file", "old"), side = path + "_tmp";
+    const std::string copy = "cp  -fr    " + side + "  " + path + "  > /dev/null";
+    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), 4);
+    EXPECT_THAT(g_commands, ElementsAre(copy, "rm  -fr   " + side + "   "));
+    EXPECT_EQ(content(path), "0123");
+    EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
+
+    g_fail_commands = true;
+    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 5), -1);
+    EXPECT_EQ(content(side), "01234") << "stays";
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]inner error:cmd [" + copy + "] failed"));
+    g_commands.clear();
+    for (const std::string& refused : {dir + "/a b", dir + "/$(id)", std::string("-f"),
+                                       std::string("~root/x"), "/" + std::string(247, 'x')}) {
+        EXPECT_EQ(zxmd_api_writeProtect(refused.c_str(), data, 5), -1);
+        EXPECT_THAT(log.take(),
+                    ElementsAre("[ERROR][ZXMD]Path(" + refused + ") is not fit for a command"));
+    }
+    EXPECT_THAT(g_commands, IsEmpty());
+}
+
+TEST_F(FileTest, KeepsTheOldFileWhenTheDiskIsFull) {
+    const std::string path = put("file", "old content");
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small{3, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 10), 3);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(content(path), "old content");
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]write (" + path + "_tmp) failed"));
+}
+
+TEST_F(FileTest, TellsSizeTypeAndName) {
+    const std::string path = put("five", "abcde"), longer(1024, 'x');
+    fs::create_symlink(path, dir + "/link");
+    EXPECT_EQ(zxmd_api_getFileSize(("file://" + path).c_str()), 5U);
+    EXPECT_EQ(zxmd_api_getFileSize(longer.c_str()), 0U);
+    EXPECT_STREQ(zxmd_api_getFileType(path.c_str()), "regular");
+    EXPECT_STREQ(zxmd_api_getFileType(dir.c_str()), "diretory");
+    EXPECT_STREQ(zxmd_api_getFileType((dir + "/link").c_str()), "symbolic link");
+    EXPECT_STREQ(zxmd_api_getFileType("/nowhere/x"), "error");
+    EXPECT_THAT(log.take(),
+                ElementsAre("[WARN][ZXMD]There is a bug that buf1 (1024 < 1025)(" + longer +
+                                "),please fix!!",
+                            "[ERROR][ZXMD]stat " + longer + " failed(36,File name too long)",
+                            "[ERROR][ZXMD]lstat /nowhere/x error"));
+
+    for (const char* media : {"a.ts", ".ts", "a.mp3", "b.mp4"}) {
+        EXPECT_EQ(zxmd_api_fileFormatFilter(media), 1) << media;
+    }
+    for (const char* other : {"ts", "a.TS", "a.ts.gz", ""}) {
+        EXPECT_EQ(zxmd_api_fileFormatFilter(other), 0) << other;
+    }
+}
+
+TEST_F(FileTest, RotatesAMessageFileAboveItsLimit) {
+    const std::string path = put("run.log", ""), unsafe = put("a&b", "");
+    fs::resize_file(path, ZXMD_MSG_FILE_LIMIT);
+    fs::resize_file(unsafe, ZXMD_MSG_FILE_LIMIT + 1);
+    zxmd_api_newMsgFile(path.c_str());
+    zxmd_api_newMsgFile(unsafe.c_str());
+    EXPECT_THAT(g_commands, IsEmpty());
+    EXPECT_EQ(log.take().size(), 1U);
+    fs::resize_file(path, ZXMD_MSG_FILE_LIMIT + 1);
+    zxmd_api_newMsgFile(path.c_str());
+    EXPECT_THAT(g_commands, ElementsAre(testing::MatchesRegex("  mv  " + path + "  " + path +
+                                                              "_20[0-9]{12}\\.txt")));
+    EXPECT_EQ(zxmd_api_isFileExsit(path.c_str()), 0);
+}
+
+TEST_F(FileTest, RandomValuesStayInsideTheirBounds) {
+    for (uint32_t len = 0; len < 40; ++len) {
+        EXPECT_LE(zxmd_api_randomU32(5, 5 + len) - 5, len);
+        std::vector<uint8_t> buf(len + 8, 0);
+        EXPECT_EQ(zxmd_api_randomStr(buf.data(), len), len);
+        EXPECT_EQ(std::count(buf.begin(), buf.end(), 0), 8) << "no NUL inside, none touched behind";
+        const std::vector<uint8_t> before = buf;
+        zxmd_api_randomInsert(buf.data(), len, 10);
+        EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + std::min(len, 10U), before.begin()));
+        EXPECT_TRUE(std::equal(buf.begin() + len, buf.end(), before.begin() + len));
+    }
+}
+
+constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+std::string decoded(const char* alphabet, const std::string& coded) {
+    std::string out(coded.size() + 4, 'x');
+    const uint32_t count =
+        zxmd_api_base642Ascii(alphabet, coded.c_str(), reinterpret_cast<uint8_t*>(out.data()));
+    EXPECT_EQ(out.find_first_not_of('x', count), std::string::npos) << "touched behind the end";
+    return out.substr(0, count);
+}
+
+void expect_base64(const char* alphabet, const std::string& plain, const std::string& coded) {
+    std::string out(ZXMD_BASE64_SIZE(plain.size()), 'x');
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(plain.data());
+    const auto len = static_cast<uint32_t>(plain.size());
+    EXPECT_EQ(zxmd_api_ascii2Base64(alphabet, bytes, len, out.data()), coded.size());
+    EXPECT_EQ(out, coded + '\0');
+    EXPECT_EQ(decoded(alphabet, coded), plain);
+}
+
+TEST(Base64Test, CodesOverAnyAlphabet) {
+    std::string reversed(kStandard);
+    std::reverse(reversed.begin(), reversed.end());
+    expect_base64(reversed.c_str(), "Man", "sp6R");
+    expect_base64(kStandard, std::string("\0\xff\x80\x7f", 4), "AP+Afw==");
+    EXPECT_EQ(decoded(kStandard, "TWE"), "Ma") << "padding may be missing";
+    EXPECT_EQ(decoded(kStandard, "TWFuT"), "Man");
+    EXPECT_EQ(decoded(kStandard, "TWE=TWFu"), "Ma") << "padding ends the text";
+    EXPECT_EQ(decoded(kStandard, "=W=="), "\xfd") << "garbage";
+}
+
+TEST(Base64Test, AgreesWithThePublishedVectors) {
+    const char* const vectors = std::getenv("ZX_VECTORS");
+    if (vectors == nullptr) {
+        GTEST_SKIP() << "ZX_VECTORS is not set";
+    }
+    std::ifstream in(std::string(vectors) + "/base64/rfc4648.csv");
+    std::string plain, coded;
+    int cases = -1;  // the first line names the columns
+    for (; std::getline(in, plain, ',') && std::getline(in, coded); ++cases) {
+        if (cases >= 0) {
+            expect_base64(kStandard, plain, coded);
+        }
+    }
+    EXPECT_EQ(cases, 7);
+}
+
+}  // namespace
