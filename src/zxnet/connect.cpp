@@ -1,0 +1,118 @@
+#include "zxnet.h"
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "internal/guard.hpp"
+#include "internal/log.hpp"
+#include "zxcommon_inner/safe_name.hpp"
+#include "zxepoll.h"
+#include "zxt.h"
+#include "zxtime.h"
+
+namespace {
+
+constexpr char kTag[] = "NETWORK";
+constexpr std::uint64_t kMaxPauseUs = 10000;
+constexpr std::uint64_t kReachableUs = 1000000;
+constexpr std::uint16_t kHttpPort = 80;
+constexpr std::size_t kPingSize = 128;
+
+struct AddressFreer {
+    void operator()(addrinfo* list) const { freeaddrinfo(list); }
+};
+using UniqueAddress = std::unique_ptr<addrinfo, AddressFreer>;
+
+UniqueAddress resolve_ipv4(const char* host) {
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* list = nullptr;
+    return UniqueAddress(getaddrinfo(host, nullptr, &hints, &list) == 0 ? list : nullptr);
+}
+
+void report_failure(const char* func, int attempts, std::uint8_t state, std::uint64_t timeout_us) {
+    char state_text[ZXNET_TCP_STATE_TEXT_SIZE];
+    char number[ZXLOG_SCRATCH_SIZE];
+    zxnet_api_getTcpStateString(state, state_text);
+    zxlog_innerapi_num2str(number, timeout_us);
+    ZX_LOG_FROM(func, warning,
+                "tryconnect num(%d),socketconnect failed,tcpi_state:%d-%s,timeout:%s", attempts,
+                state, state_text, number);
+}
+
+}  // namespace
+
+extern "C" int32_t zxnet_api_socketConnect(int fd, const struct sockaddr* addr, socklen_t len,
+                                           uint64_t timeoutUs, uint8_t logFlag) {
+    if (addr == nullptr) {
+        ZX_LOG_PARAM("addr");
+        return -1;
+    }
+    if (timeoutUs != 0 && zxnet_api_socketNonblock(fd, 1) < 0) {
+        ZX_LOG(error, "zxnet_api_socketNonblock %d failed", fd);
+        return -1;
+    }
+    const std::uint64_t start = zxtime_api_us();
+    const zx::UniqueFd epfd(zxepoll_innerapi_open(2, __func__, __LINE__));
+    const auto pause_us = static_cast<unsigned>(std::min(timeoutUs / 10, kMaxPauseUs));
+    std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
+    int attempts = 0;
+    while (connect(fd, addr, len) != 0) {
+        ++attempts;
+        if (timeoutUs == 0 || timeoutUs < zxtime_api_us() - start) {
+            if (logFlag == 1) {
+                report_failure(__func__, attempts, info[0], timeoutUs);
+            }
+            return -1;
+        }
+        if (zxnet_api_isTcpStateOK(fd, info, nullptr) == 1) {
+            break;
+        }
+        usleep(pause_us);
+    }
+    char number[ZXLOG_SCRATCH_SIZE];
+    ZX_LOG(debug, "connect sucess,timecast:%s us",
+           zxlog_innerapi_num2str(number, zxtime_api_us() - start));
+    return 0;
+}
+
+extern "C" int32_t zxnet_api_isReachable(const char* host, uint32_t port) {
+    if (host == nullptr) {
+        ZX_LOG_PARAM("pingaddr");
+        return 0;
+    }
+    if (port > UINT16_MAX && port != ZXNET_PORT_DEFAULT) {
+        ZX_LOG_PARAM("port");
+        return 0;
+    }
+    const UniqueAddress found = resolve_ipv4(host);
+    if (found == nullptr) {
+        return 0;
+    }
+    sockaddr_in address{};
+    std::memcpy(&address, found->ai_addr, sizeof address);
+    address.sin_port = htons(port == ZXNET_PORT_DEFAULT ? kHttpPort : static_cast<uint16_t>(port));
+    const zx::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+    return zxnet_api_socketConnect(fd.get(), generic, sizeof address, kReachableUs, 0) == 0 ? 1 : 0;
+}
+
+extern "C" int32_t zxnet_api_ping(const char* host) {
+    if (host == nullptr || host[0] == '\0') {
+        return 0;
+    }
+    char command[kPingSize + ZXT_CMD_ROOM]{};
+    const int length = std::snprintf(command, kPingSize, "ping -c 1  -s 16  -W 2 %s ", host);
+    if (!zx::is_safe_host(host) || !zx::is_whole(length, kPingSize)) {
+        ZX_LOG(error, "Host(%s) is not fit for a command", host);
+        return 0;
+    }
+    return static_cast<std::int8_t>(zxt_innerapi_cmdRet(command));
+}

@@ -1,0 +1,233 @@
+#include "zxnet.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "log_capture.hpp"
+
+namespace {
+
+std::string g_command;
+int g_status = 0;
+
+}  // namespace
+
+// In place of the C library's, also for the library under test.
+extern "C" [[gnu::visibility("default")]] int system(const char* command) {
+    g_command = command;
+    return g_status;
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// A socket on the loopback interface, bound to a free port.
+struct Socket {
+    explicit Socket(int type = SOCK_STREAM) : fd(socket(AF_INET, type, 0)) {
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(bind(fd, generic(), size), 0);
+        EXPECT_EQ(getsockname(fd, generic(), &size), 0);
+    }
+    ~Socket() { close(fd); }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+    sockaddr* generic() { return reinterpret_cast<sockaddr*>(&address); }
+
+    int fd;
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+};
+
+// A TCP connection: `ours` and `theirs`.
+class NetTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(listen(server.fd, 1), 0);
+        ASSERT_EQ(zxnet_api_socketConnect(ours, server.generic(), server.size, 1000000, 1), 0);
+        EXPECT_THAT(log.take().back(), HasSubstr("[DEBUG][NETWORK]connect sucess,timecast:"));
+        theirs = accept(server.fd, nullptr, nullptr);
+        ASSERT_EQ(theirs, ours + 1) << "a descriptor was left open";
+    }
+    ~NetTest() override {
+        close(theirs);
+        close(ours);
+    }
+
+    zx::test::LogCapture log;
+    Socket server;
+    int ours = socket(AF_INET, SOCK_STREAM, 0);
+    int theirs = -1;
+    char buf[16]{};
+};
+
+TEST_F(NetTest, TriesARefusedConnectionUntilTheDeadline) {
+    const struct {
+        uint64_t timeout_us;
+        uint8_t log_flag;
+        const char* tryconnect;  // null: not logged
+    } cases[] = {
+        {40000, 1, "failed,tcpi_state:7-tcpstate (7-close):,timeout:40000"},
+        {40000, 0, nullptr},
+        {0, 1, "tryconnect num(1),socketconnect failed,tcpi_state:0-tcpstate (?):unkonw,timeout:0"},
+    };
+    Socket closed;  // bound but not listening
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.timeout_us << " " << int{c.log_flag});
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        const auto start = Clock::now();
+        EXPECT_EQ(
+            zxnet_api_socketConnect(fd, closed.generic(), closed.size, c.timeout_us, c.log_flag),
+            -1);
+        EXPECT_GE(Clock::now() - start, std::chrono::microseconds(c.timeout_us) * 9 / 10);
+        std::vector<std::string> lines = log.take();
+        std::erase_if(lines, [](auto& line) { return line.find("tryconnect") == line.npos; });
+        ASSERT_EQ(lines.size(), c.tryconnect == nullptr ? 0U : 1U);
+        EXPECT_TRUE(lines.empty() || lines[0].ends_with(c.tryconnect)) << lines[0];
+        close(fd);
+    }
+}
+
+TEST_F(NetTest, PollsSeveralDescriptors) {
+    ASSERT_EQ(send(theirs, "xy", 2, MSG_OOB), 2);
+    ASSERT_EQ(zxnet_api_waitFd(ours, ZXNET_WAIT_READ), 1);
+    pollfd_ctt fds[] = {{ours, 7, 99}, {-1, 1, 99}, {theirs, 1, 99}};
+    EXPECT_EQ(zxnet_api_poll(fds, 3, 1000), 3);
+    EXPECT_EQ(fds[0].revents, 7);
+    EXPECT_EQ(fds[1].revents + fds[2].revents, 0);
+
+    EXPECT_EQ(zxnet_api_poll(fds + 2, 1, 1), 0);
+    EXPECT_EQ(zxnet_api_poll(fds + 1, 1, 10000), 0) << "at once";
+    fds[2].fd = 1024;
+    EXPECT_EQ(zxnet_api_poll(fds, 3, 0), -1);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Poll fd(1024) is out of range(0~1023)"));
+}
+
+TEST_F(NetTest, WaitsForADescriptorInSlices) {
+    const auto start = Clock::now();
+    EXPECT_EQ(zxnet_api_waitFd(ours, 0), -1);
+    EXPECT_EQ(zxnet_api_waitFdTimeout(ours, 2, 1), -1);
+    EXPECT_GE(Clock::now() - start, milliseconds(890)) << "seven slices and two";
+    ASSERT_EQ(write(theirs, "x", 1), 1);
+    EXPECT_EQ(zxnet_api_waitFd(ours, 0), 1);
+    EXPECT_EQ(zxnet_api_waitFdTimeout(ours, ZXNET_WAIT_WRITE, UINT32_MAX), 1);
+    EXPECT_EQ(zxnet_api_waitFdTimeout(ours, 0, 0), -1) << "the last slice does not count";
+    EXPECT_EQ(zxnet_api_waitFdTimeout(1024, 0, 5), -1);
+    EXPECT_LT(Clock::now() - start, milliseconds(1000));
+}
+
+TEST_F(NetTest, ReceivesWhatIsThere) {
+    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 16, ZXNET_NO_WAIT), ZXNET_IO_ERROR) << "nothing yet";
+    ASSERT_EQ(write(theirs, "abc", 3), 3);
+    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 2, 100), 2);
+    EXPECT_EQ(zxnet_api_epollRecv3(ours, buf + 2, 14), 1);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(zxnet_api_epollRecv(ours, nullptr, 16, 100), ZXNET_NO_BUF);
+    EXPECT_EQ(zxnet_api_epollRecv(-1, buf, 16, 100), ZXNET_UNWAITED);
+    shutdown(theirs, SHUT_WR);
+    ASSERT_EQ(zxnet_api_waitFd(ours, ZXNET_WAIT_READ), 1);
+    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 16, ZXNET_NO_WAIT), 0);
+    EXPECT_THAT(log.take(),
+                ElementsAre("[ERROR][NETWORK]recv error(" + std::to_string(ours) +
+                                "): 11 Resource temporarily unavailable\n",
+                            "[ERROR][NETWORK]Param error####pbuf",
+                            "[ERROR][EPOLL]epoll_ctl add failed: 9 Bad file descriptor"));
+
+    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 3000000000U, 1000), ZXNET_HANGUP);
+    const std::string abnormal = "The TCP connection is abnormal tcpstate (8-close_wait):";
+    EXPECT_THAT(
+        log.take(),
+        ElementsAre("[WARN][NETWORK]Recv len(-1294967296) is out of range(0~2147483646),set to "
+                    "2147483646",
+                    "[WARN][NETWORK]" + abnormal,
+                    "[WARN][NETWORK]Epoll returns data quickly, but cannot read it. " + abnormal));
+}
+
+TEST_F(NetTest, SendsInPiecesOfAnEthernetPayload) {
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
+    std::string data(3000, 'd');
+    EXPECT_EQ(zxnet_api_epollSend3(pair[0], data.data(), 3000), 3000);
+    EXPECT_EQ(zxnet_api_epollSend(pair[0], data.data(), 3000, ZXNET_NO_WAIT), 3000);
+    for (const ssize_t piece : {1400, 1400, 200, 3000}) {
+        EXPECT_EQ(recv(pair[1], data.data(), data.size(), 0), piece);
+    }
+    EXPECT_EQ(zxnet_api_epollSend2(pair[0], nullptr, 0, 100), 0);
+    EXPECT_EQ(zxnet_api_epollSend2(pair[0], nullptr, 1, 100), ZXNET_NO_BUF);
+    close(pair[1]);
+    EXPECT_EQ(zxnet_api_epollSend2(pair[0], data.data(), 3000, 100), ZXNET_HANGUP);
+    EXPECT_EQ(zxnet_api_epollSend(pair[0], "x", 1, ZXNET_NO_WAIT), ZXNET_IO_ERROR) << "no SIGPIPE";
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Param error####pbuf",
+                                        "[ERROR][NETWORK]Send info data error",
+                                        "[ERROR][NETWORK]Send info data error",
+                                        "[ERROR][NETWORK]send error(" + std::to_string(pair[0]) +
+                                            "): 32 Broken pipe\n"));
+    close(pair[0]);
+}
+
+TEST_F(NetTest, DescribesTcpStates) {
+    char text[ZXNET_TCP_STATE_TEXT_SIZE] = "kept";
+    uint8_t info[ZXNET_TCP_INFO_SIZE];
+    EXPECT_EQ(zxnet_api_isTcpStateOK(ours, info, text), 1);
+    EXPECT_EQ(info[0], 1);
+    EXPECT_STREQ(text, "kept");
+    EXPECT_EQ(zxnet_api_isTcpStateOK(server.fd, nullptr, text), 0);
+    EXPECT_STREQ(text, "tcpstate (10-listen):");
+    EXPECT_EQ(zxnet_api_isTcpStateOK(-1, nullptr, text), 0);
+    EXPECT_STREQ(text, "getsockopt TCP_INFO failed");
+    EXPECT_STREQ(zxnet_api_getTcpStateString(12, text), "tcpstate (?):unkonw");
+}
+
+TEST_F(NetTest, BindsToADevice) {
+    EXPECT_EQ(zxnet_api_bindIface(-1, ""), 0);
+    EXPECT_EQ(zxnet_api_bindIface(ours, "nosuchdevice0"), -1);
+    EXPECT_THAT(log.take(), ElementsAre("[DEBUG][NETWORK]--------------pifname----nosuchdevice0",
+                                        HasSubstr("setsockopt(SO_BINDTODEVICE) (")));
+    const Socket fresh(SOCK_DGRAM);
+    if (zxnet_api_bindIface(fresh.fd, "lo") != 0) {
+        GTEST_SKIP() << "binding to a device is not permitted here";
+    }
+    socklen_t size = sizeof buf;
+    EXPECT_EQ(getsockopt(fresh.fd, SOL_SOCKET, SO_BINDTODEVICE, buf, &size), 0);
+    EXPECT_STREQ(buf, "lo");
+}
+
+TEST_F(NetTest, ProbesHosts) {
+    const uint16_t port = ntohs(server.address.sin_port);
+    EXPECT_EQ(zxnet_api_isReachable("localhost", port), 1);
+    EXPECT_EQ(zxnet_api_isReachable("no such host", port), 0);
+    EXPECT_EQ(zxnet_api_isReachable("localhost", 65536U + port), 0);
+    EXPECT_EQ(zxnet_api_isReachable(nullptr, port), 0);
+
+    const std::string longest(103, 'h'), cut = longest + "h";
+    const struct {
+        const char* host;
+        int status;
+        int32_t result;
+        std::string command;  // empty: none is run
+    } cases[] = {
+        {longest.c_str(), 0, 1, "ping -c 1  -s 16  -W 2 " + longest + "   > /dev/null"},
+        {"fe80::1%eth0", 256, 0, "ping -c 1  -s 16  -W 2 fe80::1%eth0   > /dev/null"},
+        {cut.c_str(), 0, 0, ""},
+        {nullptr, 0, 0, ""},
+        {"", 0, 0, ""},
+        {"-f", 0, 0, ""},
+        {"a;reboot", 0, 0, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.host == nullptr ? "null" : c.host);
+        g_command.clear();
+        g_status = c.status;
+        EXPECT_EQ(zxnet_api_ping(c.host), c.result);
+        EXPECT_EQ(g_command, c.command);
+    }
+}
+
+}  // namespace
