@@ -1,0 +1,94 @@
+// Receiving and sending with a wait, beside the bare system calls that such a call must make.
+#include <benchmark/benchmark.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include "zxnet.h"
+
+namespace {
+
+constexpr std::uint32_t kSize = 1400;
+constexpr int kBatch = 64;  // what a socket buffer holds
+constexpr std::uint32_t kTimeoutMs = 1000;
+
+char g_buf[kSize];
+
+bool wait_bare(int fd, std::uint32_t mask) {
+    const int epfd = epoll_create1(EPOLL_CLOEXEC);
+    epoll_event event{};
+    event.events = mask;
+    event.data.fd = fd;
+    epoll_ctl(epfd, EPOLL_CTL_ADD, fd, &event);
+    epoll_event events[2]{};
+    const int ready = epoll_wait(epfd, events, 2, kTimeoutMs);
+    epoll_ctl(epfd, EPOLL_CTL_DEL, fd, &event);
+    close(epfd);
+    return ready == 1;
+}
+
+ssize_t recv_bare(int fd) {
+    return wait_bare(fd, EPOLLIN) ? recv(fd, g_buf, kSize, 0) : -1;
+}
+ssize_t recv_ours(int fd) {
+    return zxnet_api_epollRecv(fd, g_buf, kSize, kTimeoutMs);
+}
+ssize_t send_bare(int fd) {
+    return wait_bare(fd, EPOLLOUT) ? send(fd, g_buf, kSize, MSG_NOSIGNAL) : -1;
+}
+ssize_t send_ours(int fd) {
+    return zxnet_api_epollSend(fd, g_buf, kSize, kTimeoutMs);
+}
+
+using Call = ssize_t (*)(int fd);
+
+// Times the calls alone: the other end fills or drains the socket between two batches.
+void run(benchmark::State& state, Call call, bool receives) {
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0) {
+        state.SkipWithError("no socket pair");
+        return;
+    }
+    const int size = 2 * kBatch * 4096;
+    setsockopt(pair[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+    setsockopt(pair[1], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+    ssize_t moved = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        for (int i = 0; receives && i < kBatch; ++i) {
+            moved += send(pair[1], g_buf, kSize, MSG_NOSIGNAL);
+        }
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < kBatch; ++i) {
+            moved += call(pair[0]);
+        }
+        const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
+        state.SetIterationTime(spent.count());
+        for (int i = 0; !receives && i < kBatch; ++i) {
+            moved += recv(pair[1], g_buf, kSize, 0);
+        }
+    }
+    if (moved != state.iterations() * 2 * kBatch * kSize) {
+        state.SkipWithError("bytes were lost");
+    }
+    state.SetItemsProcessed(state.iterations() * kBatch);
+    close(pair[0]);
+    close(pair[1]);
+}
+
+// The least of the repetitions is what the machine's other work disturbs least.
+void least(benchmark::internal::Benchmark* bench) {
+    bench->UseManualTime()->ComputeStatistics("min", [](const std::vector<double>& values) {
+        return *std::min_element(values.begin(), values.end());
+    });
+}
+
+BENCHMARK_CAPTURE(run, recv_system_calls, recv_bare, true)->Apply(least);
+BENCHMARK_CAPTURE(run, recv_zxnet, recv_ours, true)->Apply(least);
+BENCHMARK_CAPTURE(run, send_system_calls, send_bare, false)->Apply(least);
+BENCHMARK_CAPTURE(run, send_zxnet, send_ours, false)->Apply(least);
+
+}  // namespace
