@@ -2,19 +2,31 @@
 #pragma once
 
 #include "zxlock.h"
+#include "zxlock/holder.hpp"
 
 namespace zx {
 
-// Holds a lock record; `func` and `line` are the holder's.
+// Holds a lock record; `func` and `line` are the holder's. A record that cannot be used is reported
+// and not held.
 class LockGuard {
 public:
     LockGuard(zxlock_ctt& lock, const char* func, int line)
         : lock_(lock), func_(func), line_(line) {
-        zxlock_api_obtain(&lock_, func_, line_);
+        if (lock::is_usable(&lock_)) [[likely]] {
+            lock::obtain(lock_, func_, line_);
+        } else {
+            zxlock_api_obtain(&lock_, func_, line_);
+        }
     }
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
-    ~LockGuard() { zxlock_api_release(&lock_, func_, line_); }
+    ~LockGuard() {
+        if (lock::is_usable(&lock_)) [[likely]] {
+            lock::release(lock_);
+        } else {
+            zxlock_api_release(&lock_, func_, line_);
+        }
+    }
 
 private:
     zxlock_ctt& lock_;

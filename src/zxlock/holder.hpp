@@ -1,0 +1,93 @@
+// Taking a lock with a note of who holds it, inline: where the holder is a constant, so is the
+// note.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "internal/bytes.hpp"
+#include "zxlock.h"
+
+namespace zx::lock {
+
+using Holder = char[ZXLOCK_HOLDER_SIZE];
+
+inline constexpr std::size_t kUsualSize = 32;  // most holders end within these first bytes
+inline constexpr char kFree[kUsualSize] = "nolock";
+
+// "func,line" into a cleared field, for every name and line; the name is cut where they do not fit.
+void write_any_holder(Holder& out, const char* func, int line);
+
+// The digits of a number below 10000 as bytes, the first one in the most significant byte.
+constexpr std::uint32_t four_digits(std::uint32_t number) {
+    const std::uint32_t high = number / 100;
+    const std::uint32_t low = number % 100;
+    const std::uint32_t digits = high / 10 << 24U | high % 10 << 16U | low / 10 << 8U | low % 10;
+    const unsigned blanks =
+        (number < 10 ? 1U : 0U) + (number < 100 ? 1U : 0U) + (number < 1000 ? 1U : 0U);
+    return (digits + 0x30303030U) << 8U * blanks;
+}
+static_assert(four_digits(0) == 0x30000000 && four_digits(40) == 0x34300000);
+static_assert(four_digits(123) == 0x31323300 && four_digits(9870) == 0x39383730);
+
+// Copies N to 2 * N bytes as two pieces that may overlap.
+template <std::size_t N>
+void copy_ends(char* out, const char* text, std::size_t length) {
+    std::memcpy(out, text, N);
+    std::memcpy(out + length - N, text + length - N, N);
+}
+
+// The same for the usual names and lines. This is on the way of every lock: a formatted print would
+// cost several times the mutex, and each call into the C library a fifth of it.
+inline void write_holder(Holder& out, const char* func, int line) {
+    const std::size_t length = std::strlen(func);
+    if (length < 4 || length > kUsualSize || line < 0 || line > 9999) [[unlikely]] {
+        write_any_holder(out, func, line);
+        return;
+    }
+    if (length >= 16) {
+        copy_ends<16>(out, func, length);
+    } else if (length >= 8) {
+        copy_ends<8>(out, func, length);
+    } else {
+        copy_ends<4>(out, func, length);
+    }
+    out[length] = ',';
+    store_be32(reinterpret_cast<std::uint8_t*>(out + length + 1),
+               four_digits(static_cast<std::uint32_t>(line)));
+}
+
+// The rest behind the usual bytes is all zeroes unless the last of these is not.
+inline void write_free(Holder& out) {
+    const bool is_longer = out[kUsualSize - 1] != '\0';
+    std::memcpy(out, kFree, kUsualSize);
+    if (is_longer) [[unlikely]] {
+        std::memset(out + kUsualSize, 0, sizeof out - kUsualSize);
+    }
+}
+
+[[nodiscard]] inline bool is_usable(const zxlock_ctt* lock) {
+    return lock != nullptr && lock->initialised == 1;
+}
+
+// For usable locks only.
+inline void obtain(zxlock_ctt& lock, const char* func, int line) {
+    pthread_mutex_lock(&lock.mutex);
+    if (lock.locked == 0) [[likely]] {
+        std::memset(lock.holder, 0, sizeof "nolock");
+    } else {  // somebody unlocked the bare mutex of a lock that was obtained
+        std::memset(lock.holder, 0, sizeof lock.holder);
+    }
+    lock.locked = 1;
+    write_holder(lock.holder, func, line);
+}
+
+inline void release(zxlock_ctt& lock) {
+    // All before the unlock: behind it the fields are the next holder's.
+    lock.locked = 0;
+    write_free(lock.holder);
+    pthread_mutex_unlock(&lock.mutex);
+}
+
+}  // namespace zx::lock

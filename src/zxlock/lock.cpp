@@ -1,0 +1,189 @@
+#include "zxlock.h"
+
+#include <charconv>
+#include <cstddef>
+#include <cstring>
+#include <iterator>
+
+#include "internal/fixed_text.hpp"
+#include "internal/lock_guard.hpp"
+#include "internal/log.hpp"
+#include "internal/poll.hpp"
+#include "zxlock/holder.hpp"
+
+static_assert(sizeof(zxlock_ctt::name) == 128 && offsetof(zxlock_ctt, mutex) == 128);
+static_assert(offsetof(zxlock_ctt, initialised) == 168 &&
+              offsetof(zxlock_ctt, report_misuse) == 169);
+static_assert(offsetof(zxlock_ctt, locked) == 170 && offsetof(zxlock_ctt, holder) == 171);
+static_assert(sizeof(zxlock_ctt::holder) == 133 && sizeof(zxlock_ctt) == 304);
+static_assert(sizeof(zxlocklist_entry_ctt) == 16 && offsetof(zxlocklist_entry_ctt, used) == 8);
+
+zxlocklist_entry_ctt zxlocklist_ctt[ZXLOCK_LIST_SIZE];
+
+void zx::lock::write_any_holder(Holder& out, const char* func, int line) {
+    char digits[sizeof "-2147483648"];
+    const char* const end = std::to_chars(std::begin(digits), std::end(digits), line).ptr;
+    const auto digit_count = static_cast<std::size_t>(end - digits);
+    const std::size_t length = strnlen(func, sizeof out - 2 - digit_count);
+    std::memcpy(out, func, length);
+    out[length] = ',';
+    std::memcpy(out + length + 1, digits, digit_count);
+}
+
+namespace {
+
+using zx::lock::is_usable;
+
+constexpr char kTag[] = "THREAD";
+constexpr char kNoText[] = "(null)";
+
+constexpr std::uint32_t kCmdStart = 2;
+constexpr std::uint32_t kCmdTaken = 3;
+
+// Locks may be made on several threads; readers of the table do without.
+pthread_mutex_t g_list_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+void list_add(zxlock_ctt* lock) {
+    pthread_mutex_lock(&g_list_mutex);
+    for (zxlocklist_entry_ctt& entry : zxlocklist_ctt) {
+        if (entry.used != 1) {
+            entry.lock = lock;
+            entry.used = 1;
+            break;
+        }
+    }
+    pthread_mutex_unlock(&g_list_mutex);
+}
+
+void list_remove(const zxlock_ctt* lock) {
+    pthread_mutex_lock(&g_list_mutex);
+    for (zxlocklist_entry_ctt& entry : zxlocklist_ctt) {
+        if (entry.used == 1 && entry.lock == lock) {
+            entry = {};
+            break;
+        }
+    }
+    pthread_mutex_unlock(&g_list_mutex);
+}
+
+// Logs why a lock cannot be used; `self` speaks, `func` and `line` are its caller.
+[[gnu::cold, gnu::noinline]] int32_t refuse(const zxlock_ctt* lock, const char* self,
+                                            const char* func, int line) {
+    if (lock == nullptr) {
+        ZX_LOG_FROM(self, error, "Param error####%s", "pzxlock_ctt");
+    } else if (lock->report_misuse == 1) {
+        ZX_LOG_FROM(self, error, "[%s %d]%.128s:must be call zxthread_api_create first",
+                    func != nullptr ? func : kNoText, line, lock->name);
+    }
+    return -1;
+}
+
+}  // namespace
+
+extern "C" int32_t zxlock_api_init(zxlock_ctt* lock, const char* name) {
+    if (lock == nullptr) {
+        ZX_LOG_PARAM("pzxlock_ctt");
+        return -1;
+    }
+    if (lock->initialised == 1) {
+        return 0;
+    }
+
+    std::memset(lock, 0, sizeof *lock);
+    if (const int code = pthread_mutex_init(&lock->mutex, nullptr); code != 0) {
+        ZX_LOG(error, "pthread_mutex_init failed : %s", std::strerror(code));
+        return -1;
+    }
+    ZX_FILL_FIELD(lock->name, name != nullptr ? name : "unknown");
+    lock->report_misuse = 1;
+    lock->initialised = 1;
+    list_add(lock);
+    std::memcpy(lock->holder, zx::lock::kFree, sizeof zx::lock::kFree);
+    return 0;
+}
+
+extern "C" int32_t zxlock_api_deinit(zxlock_ctt* lock) {
+    if (lock == nullptr) {
+        ZX_LOG_PARAM("pzxlock_ctt");
+        return -1;
+    }
+    if (lock->initialised != 1) {
+        return 0;
+    }
+    list_remove(lock);
+    pthread_mutex_destroy(&lock->mutex);
+    std::memset(lock, 0, sizeof *lock);
+    return 0;
+}
+
+extern "C" int32_t zxlock_api_obtain(zxlock_ctt* lock, const char* func, int line) {
+    if (!is_usable(lock)) [[unlikely]] {
+        return refuse(lock, __func__, func, line);
+    }
+    zx::lock::obtain(*lock, func != nullptr ? func : kNoText, line);
+    return 0;
+}
+
+extern "C" int32_t zxlock_api_release(zxlock_ctt* lock, const char* func, int line) {
+    if (!is_usable(lock)) [[unlikely]] {
+        return refuse(lock, __func__, func, line);
+    }
+    zx::lock::release(*lock);
+    return 0;
+}
+
+extern "C" int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state, uint32_t setValue,
+                                               uint32_t awaited, uint32_t timeoutMs,
+                                               uint32_t stepMs) {
+    if (!is_usable(lock)) {
+        return refuse(lock, __func__, __func__, __LINE__);
+    }
+    if (state == nullptr) {
+        ZX_LOG_PARAM("state");
+        return -1;
+    }
+
+    std::uint32_t current = setValue;
+    {
+        const zx::LockGuard guard(*lock, __func__, __LINE__);
+        *state = setValue;
+    }
+    for (std::int64_t steps = zx::step_count(timeoutMs, stepMs); current != awaited;) {
+        zx::sleep_ms(stepMs);
+        if (--steps < 0) {
+            ZX_LOG(error, "%.128s:Wait thread start timeout!", lock->name);
+            return 0;
+        }
+        const zx::LockGuard guard(*lock, __func__, __LINE__);
+        current = *state;
+    }
+    return 1;
+}
+
+extern "C" int32_t zxlock_api_waitCmdStarting(zxlock_ctt* lock, uint32_t* cmd, uint32_t timeoutMs,
+                                              uint32_t stepMs) {
+    if (!is_usable(lock)) {
+        return refuse(lock, __func__, __func__, __LINE__);
+    }
+    if (cmd == nullptr) {
+        ZX_LOG_PARAM("cmd");
+        return -1;
+    }
+
+    for (std::int64_t steps = zx::step_count(timeoutMs, stepMs);;) {
+        pthread_mutex_lock(&lock->mutex);
+        const bool started = *cmd == kCmdStart;
+        if (started) {
+            *cmd = kCmdTaken;
+        }
+        pthread_mutex_unlock(&lock->mutex);
+        if (started) {
+            return 1;
+        }
+        if (--steps < 0) {
+            ZX_LOG(error, "%.128s:Wait thread starting-cmd timeout!", lock->name);
+            return 0;
+        }
+        zx::sleep_ms(stepMs);
+    }
+}

@@ -1,0 +1,177 @@
+#include "zxlock.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log_capture.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class LockTest : public testing::Test {
+protected:
+    LockTest() { zxlock_api_init(&lock, "test"); }
+    ~LockTest() override { zxlock_api_deinit(&lock); }
+
+    static std::size_t listed(const zxlock_ctt* which) {
+        std::size_t count = 0;
+        for (const auto& entry : zxlocklist_ctt) {
+            count += entry.used == 1 && entry.lock == which ? 1U : 0U;
+        }
+        return count;
+    }
+
+    zx::test::LogCapture log;
+    zxlock_ctt lock{};
+};
+
+TEST_F(LockTest, KeepsAtMost128BytesOfTheName) {
+    for (const std::size_t length : {0U, 127U, 128U, 500U}) {
+        SCOPED_TRACE(length);
+        zxlock_ctt record{};
+        const std::string name(length, 'n');
+        EXPECT_EQ(zxlock_api_init(&record, name.c_str()), 0);
+        EXPECT_EQ(strnlen(record.name, sizeof record.name), std::min<std::size_t>(length, 128));
+        std::vector<std::string> lines;
+        if (length >= 128) {
+            lines = {"[WARN][THREAD]There is a bug that buf1 (128 < " + std::to_string(length + 1) +
+                     ")(" + name + "),please fix!!"};
+        }
+        EXPECT_EQ(log.take(), lines);
+        zxlock_api_deinit(&record);
+    }
+}
+
+TEST_F(LockTest, IsListedOnceFromInitToDeinit) {
+    EXPECT_EQ(zxlock_api_init(&lock, "other"), 0);
+    EXPECT_EQ(listed(&lock), 1U);
+    EXPECT_STREQ(lock.name, "test");
+
+    EXPECT_EQ(zxlock_api_deinit(&lock), 0);
+    EXPECT_EQ(listed(&lock), 0U);
+    const zxlock_ctt zeroes{};
+    EXPECT_EQ(std::memcmp(&lock, &zeroes, sizeof lock), 0);
+    EXPECT_EQ(zxlock_api_deinit(&lock), 0);
+    EXPECT_THAT(log.take(), IsEmpty());
+    zxlock_api_init(&lock, nullptr);
+    EXPECT_STREQ(lock.name, "unknown");
+}
+
+TEST_F(LockTest, WorksUnlistedWhenTheTableIsFull) {
+    std::vector<zxlock_ctt> many(ZXLOCK_LIST_SIZE);  // one more than there is room for
+    for (zxlock_ctt& one : many) {
+        ASSERT_EQ(zxlock_api_init(&one, "many"), 0);
+    }
+    EXPECT_EQ(listed(&many[ZXLOCK_LIST_SIZE - 2]), 1U);
+    EXPECT_EQ(listed(&many.back()), 0U);
+    EXPECT_EQ(zxlock_api_obtain(&many.back(), "f", 1), 0);
+    EXPECT_EQ(zxlock_api_release(&many.back(), "f", 1), 0);
+    for (zxlock_ctt& one : many) {
+        ASSERT_EQ(zxlock_api_deinit(&one), 0);
+    }
+    EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(LockTest, NotesItsHolder) {
+    for (const std::size_t length : {0U, 3U, 4U, 7U, 8U, 15U, 16U, 31U, 32U, 33U, 127U, 200U}) {
+        for (const int line : {0, 7, 10, 99, 100, 999, 1000, 9999, 10000, -12}) {
+            const std::string func(length, 'f');
+            SCOPED_TRACE(testing::Message() << length << " " << line);
+            std::string digits = std::to_string(line);
+            digits.insert(0, 1, ',');
+            ASSERT_EQ(zxlock_api_obtain(&lock, func.c_str(), line), 0);
+            EXPECT_EQ(lock.locked, 1);
+            EXPECT_EQ(lock.holder, func.substr(0, sizeof lock.holder - 1 - digits.size()) + digits);
+
+            ASSERT_EQ(zxlock_api_release(&lock, func.c_str(), line), 0);
+            EXPECT_EQ(lock.locked, 0);
+            EXPECT_EQ(std::string(lock.holder, sizeof lock.holder),
+                      "nolock" + std::string(sizeof lock.holder - 6, '\0'));
+        }
+    }
+    zxlock_api_obtain(&lock, std::string(60, 'l').c_str(), 1);
+    pthread_mutex_unlock(&lock.mutex);  // behind the record's back
+    zxlock_api_obtain(&lock, "short", 2);
+    EXPECT_STREQ(lock.holder, "short,2");
+    zxlock_api_release(&lock, "short", 3);
+}
+
+TEST_F(LockTest, ExcludesAndNeverShowsFreeWhileHeld) {
+    int held = 0;
+    bool wrong = false;
+    const auto work = [&](const char* name, const char* note) {
+        for (int i = 0; i < 20000; ++i) {
+            zxlock_api_obtain(&lock, name, 1);
+            wrong = wrong || std::strcmp(lock.holder, note) != 0 || lock.locked != 1;
+            ++held;
+            zxlock_api_release(&lock, name, 1);
+        }
+    };
+    std::thread other(work, "the other thread", "the other thread,1");
+    work("one", "one,1");
+    other.join();
+    EXPECT_FALSE(wrong);
+    EXPECT_EQ(held, 40000);
+}
+
+TEST_F(LockTest, RefusesWhatIsNoLock) {
+    std::uint32_t word = 7;
+    zxlock_ctt zeroed{};
+    zxlock_ctt misused{};
+    misused.report_misuse = 1;
+    std::memset(misused.name, 'm', sizeof misused.name);
+    std::vector<std::string> first_lines;
+    for (zxlock_ctt* which : {static_cast<zxlock_ctt*>(nullptr), &zeroed, &misused}) {
+        EXPECT_EQ(zxlock_api_obtain(which, "caller", 12), -1);
+        first_lines.push_back(testing::PrintToString(log.take()));
+        EXPECT_EQ(zxlock_api_release(which, "caller", 13), -1);
+        EXPECT_EQ(zxlock_api_waitStateTimeout(which, &word, 1, 1, 1, 1), -1);
+        EXPECT_EQ(zxlock_api_waitCmdStarting(which, &word, 1, 1), -1);
+        EXPECT_EQ(word, 7U);
+        EXPECT_EQ(log.take().size(), which == &zeroed ? 0U : 3U);
+    }
+    EXPECT_THAT(first_lines, ElementsAre("{ \"[ERROR][THREAD]Param error####pzxlock_ctt\" }", "{}",
+                                         "{ \"[ERROR][THREAD][caller 12]" + std::string(128, 'm') +
+                                             ":must be call zxthread_api_create first\" }"));
+}
+
+TEST_F(LockTest, WaitStateStoresAndWaitsForTheAnswer) {
+    std::uint32_t state = 0;
+    EXPECT_EQ(zxlock_api_waitStateTimeout(&lock, &state, 4, 4, 0, 0), 1);
+    EXPECT_THAT(log.take(), IsEmpty());
+    for (const std::uint32_t step : {0U, 5U}) {
+        EXPECT_EQ(zxlock_api_waitStateTimeout(&lock, &state, 1, 2, 5, step), 0);
+        EXPECT_EQ(state, 1U);
+        EXPECT_THAT(log.take(), ElementsAre("[ERROR][THREAD]test:Wait thread start timeout!"));
+    }
+
+    std::thread answer([&] {
+        for (std::uint32_t seen = 0; seen != 2;) {
+            zxlock_api_obtain(&lock, "f", 1);
+            seen = state;
+            state = seen == 2 ? 3 : seen;
+            zxlock_api_release(&lock, "f", 1);
+        }
+    });
+    EXPECT_EQ(zxlock_api_waitStateTimeout(&lock, &state, 2, 3, 0xFFFFFFFF, 1), 1);
+    answer.join();
+    EXPECT_STREQ(lock.holder, "nolock");
+}
+
+TEST_F(LockTest, WaitCmdTestsBeforeItSleeps) {
+    std::uint32_t cmd = 2;
+    EXPECT_EQ(zxlock_api_waitCmdStarting(&lock, &cmd, 0, 0), 1);
+    EXPECT_EQ(cmd, 3U);
+    EXPECT_EQ(zxlock_api_waitCmdStarting(&lock, &cmd, 2, 1), 0);
+    EXPECT_EQ(cmd, 3U);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][THREAD]test:Wait thread starting-cmd timeout!"));
+}
+
+}  // namespace
