@@ -1,6 +1,6 @@
 /**
  * @file zxt.h
- * Tools that the modules share, open to callers too. Log tag: ZXCOMMON_INNER.
+ * Small tools of all kinds: amounts as texts, shell commands. Log tag: ZXCOMMON_INNER.
  */
 #ifndef ZXT_H
 #define ZXT_H
@@ -12,6 +12,28 @@ extern "C" {
 #endif
 
 #pragma GCC visibility push(default)
+
+/* --------------------------------------------------------------- units -- */
+
+#define ZXT_UNIT_SIZE 32 /**< bytes that an amount needs at most, the NUL included */
+
+/**
+ * Writes an amount with a binary unit, B, KB, MB or GB: 1536 gives "1.50KB".
+ *
+ * The unit is the largest one that leaves a whole part; gigabytes have no end.
+ *
+ * @param outstr  at least #ZXT_UNIT_SIZE bytes.
+ * @param value   the amount in bytes or bits.
+ * @param bits    0: the units of bytes; otherwise those of bits, b, Kb, Mb and Gb.
+ * @return `outstr`; NULL when it is NULL.
+ *
+ * Threads: safe for different texts.
+ * Logs: error for a NULL `outstr`.
+ */
+char* zxt_innerapi_bit2str_64(char* outstr, uint64_t value, uint8_t bits);
+
+/** As zxt_innerapi_bit2str_64() for a 32-bit amount. */
+char* zxt_innerapi_bit2str_32(char* outstr, uint32_t value, uint8_t bits);
 
 /* ------------------------------------------------------------ commands -- */
 /*

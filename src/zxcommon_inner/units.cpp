@@ -1,0 +1,62 @@
+#include "zxt.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+
+#include "internal/log.hpp"
+
+static_assert(ZXT_UNIT_SIZE == ZXLOG_SCRATCH_SIZE);
+
+namespace {
+
+constexpr char kTag[] = "ZXCOMMON_INNER";
+
+constexpr unsigned kStep = 10;  // a unit is 2^10 of the one before
+constexpr std::array<const char*, 4> kByteUnits{"B", "KB", "MB", "GB"};
+constexpr std::array<const char*, 4> kBitUnits{"b", "Kb", "Mb", "Gb"};
+
+template <typename T>
+struct Amount {
+    T whole;
+    T fraction;  // in 1024ths
+    const char* unit;
+};
+
+template <typename T>
+Amount<T> split(T value, bool bits) {
+    std::size_t unit = 0;
+    T whole = value;
+    T fraction = 0;
+    for (; whole >> kStep != 0 && unit + 1 < kByteUnits.size(); ++unit) {
+        fraction = whole & ((T{1} << kStep) - 1);
+        whole >>= kStep;
+    }
+    return {whole, fraction, (bits ? kBitUnits : kByteUnits)[unit]};
+}
+
+}  // namespace
+
+extern "C" char* zxt_innerapi_bit2str_64(char* outstr, uint64_t value, uint8_t bits) {
+    if (outstr == nullptr) {
+        ZX_LOG_PARAM("outstr");
+        return nullptr;
+    }
+    const auto amount = split(value, bits != 0);
+    char scratch[ZXLOG_SCRATCH_SIZE] = {};
+    std::snprintf(outstr, ZXT_UNIT_SIZE, "%s",
+                  zxlog_innerapi_bitByte64(scratch, amount.whole, amount.fraction, amount.unit));
+    return outstr;
+}
+
+extern "C" char* zxt_innerapi_bit2str_32(char* outstr, uint32_t value, uint8_t bits) {
+    if (outstr == nullptr) {
+        ZX_LOG_PARAM("outstr");
+        return nullptr;
+    }
+    const auto amount = split(value, bits != 0);
+    char scratch[ZXLOG_SCRATCH_SIZE] = {};
+    std::snprintf(outstr, ZXT_UNIT_SIZE, "%s",
+                  zxlog_innerapi_bitByte32(scratch, amount.whole, amount.fraction, amount.unit));
+    return outstr;
+}
