@@ -1,0 +1,254 @@
+#include "zxmem/allocator.hpp"
+
+#include <pthread.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "internal/fixed_text.hpp"
+#include "internal/lock_guard.hpp"
+#include "internal/log.hpp"
+
+static_assert(offsetof(memnode_ctt, size) == 8 && offsetof(memnode_ctt, name) == 12);
+static_assert(offsetof(memnode_ctt, time) == 140 && offsetof(memnode_ctt, line) == 156);
+static_assert(offsetof(memnode_ctt, file) == 160 && offsetof(memnode_ctt, next) == 168);
+static_assert(sizeof(memnode_ctt) == 176);
+
+namespace zx::mem {
+
+memnode_ctt* first_memnode_ctt;
+zxlock_ctt zxmem_zxlock_ctt;
+std::uint8_t flag_init;
+std::uint8_t zxmem_enable_dbg;
+
+}  // namespace zx::mem
+
+namespace {
+
+using namespace zx::mem;
+
+// A node of the list, which is also linked backwards and into a chain of the index.
+struct Node {
+    memnode_ctt record;
+    Node* prev;
+    Node* chain;
+};
+static_assert(offsetof(Node, record) == 0);
+
+Node* node_of(memnode_ctt* record) {
+    return reinterpret_cast<Node*>(record);
+}
+
+// The index finds a buffer's node: a hash table of chains. The first table is static, so that an
+// index is never missing; it grows with the number of nodes.
+struct Chain {
+    Node* youngest;
+};
+constexpr unsigned kFirstBits = 8;
+Chain g_first_table[std::size_t{1} << kFirstBits];
+Chain* g_table = g_first_table;
+unsigned g_table_bits = kFirstBits;
+std::size_t g_node_count;
+memnode_ctt* g_last;
+
+// Neighbours in memory stay neighbours in the table, which is what the cache likes. Folding takes
+// the remainder for 2^bits - 1, so buffers at distances of a power of two do not meet in one chain.
+Node*& chain_of(const void* buffer) {
+    constexpr unsigned kAlignmentBits = 4;
+    std::uintptr_t slot = reinterpret_cast<std::uintptr_t>(buffer) >> kAlignmentBits;
+    const std::uintptr_t mask = (std::uintptr_t{1} << g_table_bits) - 1;
+    while (slot > mask) {
+        slot = (slot & mask) + (slot >> g_table_bits);
+    }
+    return g_table[slot].youngest;
+}
+
+void index_add(Node* node) {
+    Node*& chain = chain_of(node->record.buffer);
+    node->chain = chain;
+    chain = node;
+}
+
+// Takes the oldest node of a buffer out of its chain.
+Node* index_remove(const void* buffer) {
+    Node** found = nullptr;
+    for (Node** link = &chain_of(buffer); *link != nullptr; link = &(*link)->chain) {
+        if ((*link)->record.buffer == buffer) {
+            found = link;
+        }
+    }
+    if (found == nullptr) {
+        return nullptr;
+    }
+    Node* const node = *found;
+    *found = node->chain;
+    return node;
+}
+
+// Without memory for a larger table the chains grow longer: slower, nothing else.
+void index_grow() {
+    auto* const table =
+        static_cast<Chain*>(std::calloc(std::size_t{1} << (g_table_bits + 1), sizeof(Chain)));
+    if (table == nullptr) {
+        return;
+    }
+    if (g_table != g_first_table) {
+        std::free(g_table);
+    }
+    g_table = table;
+    ++g_table_bits;
+    for (memnode_ctt* record = first_memnode_ctt; record != nullptr; record = record->next) {
+        index_add(node_of(record));
+    }
+}
+
+void list_append(Node* node) {
+    node->prev = g_last != nullptr ? node_of(g_last) : nullptr;
+    (g_last != nullptr ? g_last->next : first_memnode_ctt) = &node->record;
+    g_last = &node->record;
+}
+
+void list_unlink(Node* node) {
+    memnode_ctt* const next = node->record.next;
+    (node->prev != nullptr ? node->prev->record.next : first_memnode_ctt) = next;
+    if (next != nullptr) {
+        node_of(next)->prev = node->prev;
+    } else {
+        g_last = node->prev != nullptr ? &node->prev->record : nullptr;
+    }
+}
+
+// The local time of day, converted once a second. The time zone's files are read without being a
+// cancellation point: a thread that is cancelled here would keep the list's lock for ever.
+void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
+    static std::time_t text_second;
+    static char text[ZXMEM_TIME_SIZE];
+    const std::time_t now = std::time(nullptr);
+    if (now != text_second || text[0] == '\0') {
+        int cancel_state = PTHREAD_CANCEL_ENABLE;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
+        std::tm local{};
+        localtime_r(&now, &local);
+        pthread_setcancelstate(cancel_state, nullptr);
+        std::snprintf(text, sizeof text, "%02d:%02d:%02d", local.tm_hour, local.tm_min,
+                      local.tm_sec);
+        text_second = now;
+    }
+    std::memcpy(out, text, sizeof text);
+}
+
+// True when the list can be used; warns for `func` when tracking lacks its lock.
+bool is_tracking(const char* func) {
+    if (zxmem_enable_dbg != 1) {
+        return false;
+    }
+    if (flag_init != 1) {
+        ZX_LOG_FROM(func, warning, "Must init  zxmem_zxlock_ctt  first");
+        return false;
+    }
+    return true;
+}
+
+void* allocate(std::uint32_t size, const char* name, const char* file, std::uint32_t line,
+               const char* func) {
+    if (file == nullptr) {
+        ZX_LOG_FROM(func, error, "dbuf is null");
+        return nullptr;
+    }
+    void* const buffer = std::calloc(1, size);
+    if (buffer == nullptr) {
+        ZX_LOG_FROM(func, error, "Malloc %s failed,please check the memory", file);
+        return nullptr;
+    }
+    if (is_tracking(func)) {
+        const zx::LockGuard guard(zxmem_zxlock_ctt, func, __LINE__);
+        zxmem_innerapi_nodeAdd(buffer, size, name, file, line);
+    }
+    return buffer;
+}
+
+}  // namespace
+
+extern "C" void zxmem_api_init(uint8_t enable) {
+    if (flag_init == 1) {
+        return;
+    }
+    zxmem_enable_dbg = enable;
+    if (enable == 1 && zxlock_api_init(&zxmem_zxlock_ctt, "zxmem_zxlockctt") == 0) {
+        flag_init = 1;
+    }
+}
+
+extern "C" void zxmem_api_deinit(void) {
+    if (flag_init == 1) {
+        flag_init = 0;
+        zxlock_api_deinit(&zxmem_zxlock_ctt);
+    }
+}
+
+extern "C" void* zxmem_api_malloc(uint32_t size, const char* name, const char* file,
+                                  uint32_t line) {
+    return allocate(size, name, file, line, __func__);
+}
+
+extern "C" void* zxmem_api_calloc(uint32_t size, const char* name, const char* file,
+                                  uint32_t line) {
+    return allocate(size, name, file, line, __func__);
+}
+
+extern "C" void zxmem_api_free(void** pbuf) {
+    if (pbuf == nullptr) {
+        ZX_LOG_PARAM("pbuf");
+        return;
+    }
+    if (is_tracking(__func__)) {
+        const zx::LockGuard guard(zxmem_zxlock_ctt, __func__, __LINE__);
+        zxmem_innerapi_nodeRm(*pbuf);
+    }
+    std::free(*pbuf);
+    *pbuf = nullptr;
+}
+
+extern "C" void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* name, const char* file,
+                                       uint32_t line) {
+    if (buf == nullptr || file == nullptr) {
+        ZX_LOG(error, "dbuf is null");
+        return;
+    }
+    auto* const node = static_cast<Node*>(std::malloc(sizeof(Node)));
+    if (node == nullptr) {
+        ZX_LOG_MALLOC("memnode_ctt");
+        return;
+    }
+    std::memset(node, 0, sizeof *node);
+    memnode_ctt& record = node->record;
+    record.buffer = buf;
+    record.size = size;
+    if (name != nullptr) {
+        ZX_FILL_FIELD(record.name, name);
+    }
+    write_time(record.time);
+    record.line = line;
+    record.file = file;
+
+    list_append(node);
+    index_add(node);
+    if (++g_node_count > std::size_t{1} << g_table_bits) {
+        index_grow();
+    }
+}
+
+extern "C" void zxmem_innerapi_nodeRm(void* buf) {
+    if (buf == nullptr) {
+        ZX_LOG(error, "dbuf is null");
+        return;
+    }
+    if (Node* const node = index_remove(buf); node != nullptr) {
+        list_unlink(node);
+        --g_node_count;
+        std::free(node);
+    }
+}
