@@ -1,0 +1,386 @@
+#include "zxfifo.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "internal/bytes.hpp"
+#include "internal/fixed_text.hpp"
+#include "internal/lock_guard.hpp"
+#include "internal/log.hpp"
+#include "zxmem.h"
+
+static_assert(offsetof(zxfifoblock_ctt, size) == 128 && offsetof(zxfifoblock_ctt, start) == 136);
+static_assert(offsetof(zxfifoblock_ctt, end) == 144 && offsetof(zxfifoblock_ctt, lock) == 152);
+static_assert(offsetof(zxfifoblock_ctt, write_pos) == 456 &&
+              offsetof(zxfifoblock_ctt, read_pos) == 464);
+static_assert(offsetof(zxfifoblock_ctt, total_in) == 472 &&
+              offsetof(zxfifoblock_ctt, total_out) == 476);
+static_assert(offsetof(zxfifoblock_ctt, used) == 480 && offsetof(zxfifoblock_ctt, free) == 484);
+static_assert(offsetof(zxfifoblock_ctt, reset_count) == 488 && sizeof(zxfifoblock_ctt) == 496);
+static_assert(offsetof(zxfifoblockstat_ctt, used) == 8 &&
+              offsetof(zxfifoblockstat_ctt, reset_count) == 12);
+static_assert(offsetof(zxfifoblockstat_ctt, fifo) == 16 && sizeof(zxfifoblockstat_ctt) == 24);
+
+namespace {
+
+constexpr char kTag[] = "FIFO_STRU";
+constexpr char kSource[] = "src/zxfifo";
+constexpr std::size_t kTextSize = 1024;
+
+// True when an argument is there; otherwise its absence was logged for `func`.
+bool is_given(const void* argument, const char* name, const char* func) {
+    if (argument != nullptr) [[likely]] {
+        return true;
+    }
+    ZX_LOG_FROM(func, error, "Error param ###%s", name);
+    return false;
+}
+
+bool is_given(const zxfifoblock_ctt* fifo, const char* func) {
+    return is_given(fifo, "pzxfifoblock_ctt", func);
+}
+
+std::uint32_t space_total(const zxfifoblock_ctt& fifo) {
+    return static_cast<std::uint32_t>(fifo.end - fifo.start);
+}
+
+std::uint32_t space_used(const zxfifoblock_ctt& fifo) {
+    return fifo.total_in - fifo.total_out;
+}
+
+void refresh(zxfifoblock_ctt& fifo) {
+    fifo.used = space_used(fifo);
+    fifo.free = space_total(fifo) - fifo.used;
+}
+
+void drain_in(zxfifoblock_ctt& fifo, std::uint32_t n) {
+    const bool wraps = n >= fifo.end - fifo.write_pos;
+    fifo.write_pos = wraps ? fifo.start : fifo.write_pos + n;
+    fifo.total_in += n;
+}
+
+void drain_out(zxfifoblock_ctt& fifo, std::uint32_t n) {
+    if (n < fifo.end - fifo.read_pos) {
+        fifo.read_pos += n;
+    } else if (fifo.end != fifo.start) {
+        // As often as it takes to come back into the ring: more than its size may be asked for.
+        fifo.read_pos = fifo.start + (fifo.read_pos - fifo.start + n) % (fifo.end - fifo.start);
+    }
+    fifo.total_out += n;
+}
+
+void reset(zxfifoblock_ctt& fifo) {
+    fifo.write_pos = fifo.start;
+    fifo.read_pos = fifo.start;
+    fifo.total_in = 0;
+    fifo.total_out = 0;
+}
+
+enum class Way { in, out };
+
+// Moves bytes in pieces that do not cross the end of the ring.
+std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int32_t length,
+                         zxfifo_transfer_cb transfer) {
+    const bool in = way == Way::in;
+    const char* const func = in ? "zxfifo_innerapi_blockIOin" : "zxfifo_innerapi_blockIOout";
+    std::uint8_t* const& position = in ? fifo.write_pos : fifo.read_pos;
+    auto* bytes = static_cast<std::uint8_t*>(memory);
+    std::int32_t remaining = length;
+    while (remaining > 0) {
+        const auto piece =
+            static_cast<std::int32_t>(std::min<std::ptrdiff_t>(remaining, fifo.end - position));
+        std::int32_t moved = piece;
+        if (piece == 0) {
+            break;  // a ring without storage
+        }
+        if (transfer != nullptr) {
+            moved = std::min(transfer(memory, position, piece), piece);
+        } else {
+            std::memcpy(in ? position : bytes, in ? bytes : position,
+                        static_cast<std::size_t>(piece));
+            bytes += piece;
+        }
+        if (moved <= 0) {
+            ZX_LOG_FROM(func, warning, "%.128s:%s-func error", fifo.name, in ? "recv" : "send");
+            break;
+        }
+        (in ? drain_in : drain_out)(fifo, static_cast<std::uint32_t>(moved));
+        remaining -= moved;
+    }
+    refresh(fifo);
+    if (remaining > 0) {
+        ZX_LOG_FROM(func, warning, "%.128s:maybe has an error,need %s %d,but %d", fifo.name,
+                    in ? "in" : "out", length, length - remaining);
+    }
+    return length - remaining;
+}
+
+// Most copies end before the ring does: these two make them inline.
+inline std::int32_t store(zxfifoblock_ctt& fifo, const void* source, std::int32_t length,
+                          zxfifo_transfer_cb transfer) {
+    if (transfer != nullptr || length <= 0 || length >= fifo.end - fifo.write_pos) [[unlikely]] {
+        return move_pieces(fifo, Way::in, const_cast<void*>(source), length, transfer);
+    }
+    std::memcpy(fifo.write_pos, source, static_cast<std::size_t>(length));
+    drain_in(fifo, static_cast<std::uint32_t>(length));
+    refresh(fifo);
+    return length;
+}
+
+inline std::int32_t take(zxfifoblock_ctt& fifo, void* dest, std::int32_t length,
+                         zxfifo_transfer_cb transfer) {
+    if (transfer != nullptr || length <= 0 || length >= fifo.end - fifo.read_pos) [[unlikely]] {
+        return move_pieces(fifo, Way::out, dest, length, transfer);
+    }
+    std::memcpy(dest, fifo.read_pos, static_cast<std::size_t>(length));
+    drain_out(fifo, static_cast<std::uint32_t>(length));
+    refresh(fifo);
+    return length;
+}
+
+// A thread that is cancelled inside a transfer function gives the lock back.
+struct Holder {
+    zxfifoblock_ctt* fifo;
+    const char* func;
+};
+
+void let_go(void* argument) {
+    const Holder& holder = *static_cast<const Holder*>(argument);
+    refresh(*holder.fifo);
+    zxlock_api_release(&holder.fifo->lock, holder.func, __LINE__);
+}
+
+std::int32_t move_locked(zxfifoblock_ctt& fifo, Way way, void* memory, std::int32_t length,
+                         zxfifo_transfer_cb transfer, const char* func) {
+    Holder holder{&fifo, func};
+    std::int32_t moved = 0;
+    zxlock_api_obtain(&fifo.lock, func, __LINE__);
+    pthread_cleanup_push(let_go, &holder);
+    moved = move_pieces(fifo, way, memory, length, transfer);
+    pthread_cleanup_pop(1);
+    return moved;
+}
+
+// Memory for a part of a FIFO, under the name that `text` holds.
+void* allocate(std::uint32_t size, const char* text, const char* func) {
+    void* const memory = zxmem_api_malloc(size, text, kSource, __LINE__);
+    if (memory == nullptr) {
+        ZX_LOG_FROM(func, error, "Malloc %s failed,please check the memory", text);
+    }
+    return memory;
+}
+
+void free_all(zxfifoblock_ctt* fifo) {
+    void* storage = fifo->start;
+    void* record = fifo;
+    zxmem_api_free(&storage);
+    fifo->start = nullptr;
+    zxmem_api_free(&record);
+}
+
+}  // namespace
+
+extern "C" zxfifoblock_ctt* zxfifo_api_blockInit(uint32_t capacity, const char* name) {
+    if (name == nullptr) {
+        ZX_LOG_PARAM("name");
+        return nullptr;
+    }
+    char text[kTextSize];
+    std::snprintf(text, sizeof text, "%s_zxfifoblock", name);
+    void* memory = allocate(sizeof(zxfifoblock_ctt), text, __func__);
+    if (memory == nullptr) {
+        return nullptr;
+    }
+    auto* const fifo = static_cast<zxfifoblock_ctt*>(memory);
+    std::snprintf(text, sizeof text, "%s_buf", name);
+    fifo->start = static_cast<std::uint8_t*>(allocate(capacity, text, __func__));
+    if (fifo->start == nullptr) {
+        zxmem_api_free(&memory);
+        return nullptr;
+    }
+    ZX_FILL_FIELD(fifo->name, name);
+    fifo->size = capacity;
+    fifo->end = fifo->start + capacity;
+    std::snprintf(text, sizeof text, "zxfifo_lock_%s", name);
+    if (zxlock_api_init(&fifo->lock, text) != 0) {
+        free_all(fifo);
+        return nullptr;
+    }
+    reset(*fifo);
+    refresh(*fifo);
+    return fifo;
+}
+
+extern "C" void zxfifo_api_blockDeinit(zxfifoblock_ctt** pfifo) {
+    if (pfifo == nullptr || *pfifo == nullptr) {
+        return;
+    }
+    zxlock_api_deinit(&(*pfifo)->lock);
+    free_all(*pfifo);  // the pointer is left unchanged: the caller clears it
+}
+
+extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source, int32_t length,
+                                      zxfifo_transfer_cb transfer) {
+    if (!is_given(fifo, __func__) || !is_given(source, "pbuf", __func__)) {
+        return -1;
+    }
+    if (transfer == nullptr) {
+        const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+        return store(*fifo, source, length, nullptr);
+    }
+    return move_locked(*fifo, Way::in, const_cast<void*>(source), length, transfer, __func__);
+}
+
+extern "C" int32_t zxfifo_api_blockOut(zxfifoblock_ctt* fifo, void* dest, int32_t length,
+                                       zxfifo_transfer_cb transfer) {
+    if (!is_given(fifo, __func__) || !is_given(dest, "pbuf", __func__)) {
+        return -1;
+    }
+    if (transfer == nullptr) {
+        const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+        return take(*fifo, dest, length, nullptr);
+    }
+    return move_locked(*fifo, Way::out, dest, length, transfer, __func__);
+}
+
+extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payload,
+                                         int32_t length) {
+    if (!is_given(fifo, __func__) || !is_given(payload, "pbuf", __func__)) {
+        return -1;
+    }
+    if (length < 0) {
+        ZX_LOG(error, "Error data size:%d", length);
+        return -1;
+    }
+    std::uint8_t prefix[ZXFIFO_PREFIX_SIZE];
+    zx::store_be32(prefix, static_cast<std::uint32_t>(length));
+    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    store(*fifo, prefix, sizeof prefix, nullptr);
+    return store(*fifo, payload, length, nullptr);
+}
+
+extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size,
+                                           const char* func, int line) {
+    if (!is_given(fifo, __func__) || !is_given(dest, "pbuf", __func__)) {
+        return -1;
+    }
+    std::uint8_t prefix[ZXFIFO_PREFIX_SIZE] = {};
+    std::uint32_t length;
+    std::uint32_t used;
+    {
+        const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+        take(*fifo, prefix, sizeof prefix, nullptr);
+        length = zx::load_be32(prefix);
+        if (length <= size) {
+            return take(*fifo, dest, static_cast<std::int32_t>(length), nullptr);
+        }
+        zxlog_innerapi_bufHex("len_buf", prefix, sizeof prefix, __func__, __LINE__);
+        used = space_used(*fifo);
+    }
+    ZX_LOG(error,
+           "%.128s:buf_size(%d) too small,must be large than(%d),spaceused:%d(func, line:%s,%d)",
+           fifo->name, static_cast<int>(size), static_cast<int>(length), static_cast<int>(used),
+           func != nullptr ? func : "(null)", line);
+    return -1;
+}
+
+extern "C" int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo) {
+    if (!is_given(fifo, __func__)) {
+        return -1;
+    }
+    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    return static_cast<std::int32_t>(fifo->used);
+}
+
+extern "C" int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo) {
+    if (!is_given(fifo, __func__)) {
+        return -1;
+    }
+    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    return static_cast<std::int32_t>(fifo->free);
+}
+
+extern "C" int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo) {
+    if (!is_given(fifo, __func__)) {
+        return -1;
+    }
+    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    return static_cast<std::int32_t>(fifo->reset_count);
+}
+
+extern "C" int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo) {
+    if (!is_given(fifo, __func__)) {
+        return -1;
+    }
+    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    reset(*fifo);
+    refresh(*fifo);
+    return static_cast<std::int32_t>(++fifo->reset_count);
+}
+
+extern "C" int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat) {
+    if (!is_given(stat, "stat", __func__) || !is_given(stat->fifo, __func__)) {
+        return -1;
+    }
+    zxfifoblock_ctt& fifo = *stat->fifo;
+    zxlock_api_obtain(&fifo.lock, __func__, __LINE__);
+    reset(fifo);
+    refresh(fifo);
+    fifo.reset_count = 0;
+    stat->free = fifo.free;
+    stat->used = fifo.used;
+    stat->reset_count = fifo.reset_count;
+    return zxlock_api_release(&fifo.lock, __func__, __LINE__);
+}
+
+extern "C" int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t n) {
+    if (!is_given(fifo, __func__)) {
+        return -1;
+    }
+    drain_in(*fifo, n);
+    return 0;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t n) {
+    if (!is_given(fifo, __func__)) {
+        return -1;
+    }
+    drain_out(*fifo, n);
+    return 0;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockSpaceTotal(const zxfifoblock_ctt* fifo) {
+    return is_given(fifo, __func__) ? static_cast<std::int32_t>(space_total(*fifo)) : -1;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockSpaceUsed(const zxfifoblock_ctt* fifo) {
+    return is_given(fifo, __func__) ? static_cast<std::int32_t>(space_used(*fifo)) : -1;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockSpaceFree(const zxfifoblock_ctt* fifo) {
+    return is_given(fifo, __func__)
+               ? static_cast<std::int32_t>(space_total(*fifo) - space_used(*fifo))
+               : -1;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockIOin(zxfifoblock_ctt* fifo, const void* source,
+                                             int32_t length, zxfifo_transfer_cb transfer) {
+    return is_given(fifo, __func__) ? store(*fifo, source, length, transfer) : -1;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockIOout(zxfifoblock_ctt* fifo, void* dest, int32_t length,
+                                              zxfifo_transfer_cb transfer) {
+    return is_given(fifo, __func__) ? take(*fifo, dest, length, transfer) : -1;
+}
+
+extern "C" int32_t zxfifo_innerapi_blockReset(zxfifoblock_ctt* fifo) {
+    if (!is_given(fifo, __func__)) {
+        return 0;
+    }
+    reset(*fifo);
+    return 1;
+}
