@@ -9,8 +9,8 @@
 
 #include "internal/bytes.hpp"
 #include "internal/fixed_text.hpp"
-#include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
+#include "zxlock/lock_guard.hpp"
 #include "zxmem.h"
 
 static_assert(offsetof(zxfifoblock_ctt, size) == 128 && offsetof(zxfifoblock_ctt, start) == 136);
@@ -166,8 +166,8 @@ std::int32_t move_locked(zxfifoblock_ctt& fifo, Way way, void* memory, std::int3
 }
 
 // Memory for a part of a FIFO, under the name that `text` holds.
-void* allocate(std::uint32_t size, const char* text, const char* func) {
-    void* const memory = zxmem_api_malloc(size, text, kSource, __LINE__);
+void* allocate(std::uint32_t size, const char* text, const char* func, std::uint32_t line) {
+    void* const memory = zxmem_api_malloc(size, text, kSource, line);
     if (memory == nullptr) {
         ZX_LOG_FROM(func, error, "Malloc %s failed,please check the memory", text);
     }
@@ -191,13 +191,13 @@ extern "C" zxfifoblock_ctt* zxfifo_api_blockInit(uint32_t capacity, const char* 
     }
     char text[kTextSize];
     std::snprintf(text, sizeof text, "%s_zxfifoblock", name);
-    void* memory = allocate(sizeof(zxfifoblock_ctt), text, __func__);
+    void* memory = allocate(sizeof(zxfifoblock_ctt), text, __func__, __LINE__);
     if (memory == nullptr) {
         return nullptr;
     }
     auto* const fifo = static_cast<zxfifoblock_ctt*>(memory);
     std::snprintf(text, sizeof text, "%s_buf", name);
-    fifo->start = static_cast<std::uint8_t*>(allocate(capacity, text, __func__));
+    fifo->start = static_cast<std::uint8_t*>(allocate(capacity, text, __func__, __LINE__));
     if (fifo->start == nullptr) {
         zxmem_api_free(&memory);
         return nullptr;

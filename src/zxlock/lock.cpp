@@ -6,10 +6,10 @@
 #include <iterator>
 
 #include "internal/fixed_text.hpp"
-#include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "zxlock/holder.hpp"
+#include "zxlock/lock_guard.hpp"
 
 static_assert(sizeof(zxlock_ctt::name) == 128 && offsetof(zxlock_ctt, mutex) == 128);
 static_assert(offsetof(zxlock_ctt, initialised) == 168 &&
