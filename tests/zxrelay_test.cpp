@@ -1,0 +1,263 @@
+// The relay as its users meet it: a process between sockets; and its two parts that are worth a
+// closer look.
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <thread>
+
+#include "channel.hpp"
+#include "internal/guard.hpp"
+#include "packetizer.hpp"
+#include "process.hpp"
+
+namespace {
+
+using relay::kPacketSize;
+using zx::test::Process;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes sample() {
+    std::ifstream file(ZX_SAMPLE, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+int connected(int type, int port) {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{10, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    return fd;
+}
+
+// A port that nobody uses now.
+int free_port(int type) {
+    const zx::UniqueFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    sockaddr_in address = loopback(0);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+    getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
+}
+
+void send_all(int fd, const Bytes& bytes) {
+    std::size_t at = 0;
+    while (at < bytes.size()) {
+        const ssize_t sent = send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+        ASSERT_GT(sent, 0);
+        at += static_cast<std::size_t>(sent);
+    }
+}
+
+// Everything until the relay closes, or `limit` bytes.
+Bytes receive_all(int fd, std::size_t limit = SIZE_MAX) {
+    Bytes bytes;
+    std::uint8_t chunk[65536];
+    ssize_t size;
+    while (bytes.size() < limit && (size = recv(fd, chunk, sizeof chunk, 0)) > 0) {
+        bytes.insert(bytes.end(), chunk, chunk + size);
+    }
+    return bytes;
+}
+
+class RelayTest : public testing::Test {
+protected:
+    void start(const std::string& scheme, const std::vector<std::string>& more = {}) {
+        in_port = free_port(scheme == "udp" ? SOCK_DGRAM : SOCK_STREAM);
+        out_port = free_port(SOCK_STREAM);
+        std::vector<std::string> args = {ZX_RELAY, "--input",
+                                         scheme + "://127.0.0.1:" + std::to_string(in_port),
+                                         "--output", "127.0.0.1:" + std::to_string(out_port)};
+        args.insert(args.end(), more.begin(), more.end());
+        relay.emplace(args);
+        ASSERT_TRUE(relay->says("relaying")) << relay->errors();
+    }
+
+    int join() {
+        const int fd = connected(SOCK_STREAM, out_port);
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+        EXPECT_TRUE(relay->says("client 127.0.0.1:" + std::to_string(ntohs(address.sin_port)) +
+                                " has connected"));
+        return fd;
+    }
+
+    int in_port = 0;
+    int out_port = 0;
+    std::optional<Process> relay;
+};
+
+TEST_F(RelayTest, GivesEveryClientTheStreamUnharmed) {
+    start("tcp", {"--once"});
+    const zx::UniqueFd first(join());
+    const zx::UniqueFd second(join());
+    zx::UniqueFd source(connected(SOCK_STREAM, in_port));
+    send_all(source.get(), sample());
+    source.reset();
+    EXPECT_EQ(receive_all(first.get()), sample());
+    EXPECT_EQ(receive_all(second.get()), sample());
+    EXPECT_EQ(relay->wait(), 0);
+}
+
+TEST_F(RelayTest, TakesDatagramsAndLeavesOutWhatIsNoStream) {
+    start("udp");
+    const zx::UniqueFd client(join());
+    const zx::UniqueFd source(connected(SOCK_DGRAM, in_port));
+    Bytes stream = sample();
+    stream.resize(20 * relay::kMessageSize);
+    send_all(source.get(), Bytes(100, 'x'));
+    for (std::size_t at = 0; at < stream.size(); at += relay::kMessageSize) {
+        ASSERT_GT(send(source.get(), stream.data() + at, relay::kMessageSize, 0), 0);
+    }
+    EXPECT_EQ(receive_all(client.get(), stream.size()), stream);
+    relay->signal(SIGTERM);
+    EXPECT_EQ(relay->wait(), 0);
+    EXPECT_THAT(relay->errors(), testing::HasSubstr("100 bytes of the source are no transport"));
+}
+
+TEST_F(RelayTest, ASlowClientCostsOnlyItself) {
+    start("tcp", {"--once", "--stall", "1", "--client-buffer", "128k"});
+    const zx::UniqueFd slow(join());
+    const zx::UniqueFd quick(join());
+    const zx::UniqueFd vanishing(join());
+    Bytes stream;
+    for (int i = 0; i < 40; ++i) {
+        const Bytes part = sample();
+        stream.insert(stream.end(), part.begin(), part.end());
+    }
+    std::thread sender([&] {
+        zx::UniqueFd source(connected(SOCK_STREAM, in_port));
+        const std::size_t step = 200000;
+        for (std::size_t at = 0; at < stream.size(); at += step) {
+            const std::size_t size = std::min(step, stream.size() - at);
+            send_all(source.get(), Bytes(stream.data() + at, stream.data() + at + size));
+            usleep(2000);
+        }
+    });
+    shutdown(vanishing.get(), SHUT_RDWR);
+    EXPECT_EQ(receive_all(quick.get()), stream);
+    sender.join();
+
+    EXPECT_EQ(relay->wait(), 0);
+    EXPECT_THAT(relay->errors(), testing::HasSubstr("takes nothing any more"));
+    const Bytes part = receive_all(slow.get());
+    EXPECT_LT(part.size(), stream.size());
+    for (std::size_t at = 0; at < part.size(); at += kPacketSize) {
+        ASSERT_EQ(part[at], 0x47) << "torn packet at " << at;
+    }
+}
+
+TEST_F(RelayTest, EndsAtOnceOnSignalsAndTakesSourcesOneAfterTheOther) {
+    start("tcp");
+    const zx::UniqueFd client(join());
+    Bytes whole;
+    for (int i = 0; i < 3; ++i) {
+        Bytes part = sample();
+        part.resize(relay::kMessageSize * 3 + kPacketSize + 5);  // ends within a packet
+        send_all(zx::UniqueFd(connected(SOCK_STREAM, in_port)).get(), part);
+        part.resize(part.size() - 5);
+        whole.insert(whole.end(), part.begin(), part.end());
+    }
+    EXPECT_EQ(receive_all(client.get(), whole.size()), whole);
+    relay->signal(SIGINT);
+    EXPECT_EQ(relay->wait(1000), 0) << relay->errors();
+}
+
+TEST(RelayUsage, AnswersMistakesWithOneSentence) {
+    const zx::UniqueFd taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = loopback(0);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(bind(taken.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(listen(taken.get(), 1), 0);
+    getsockname(taken.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    const std::string port = std::to_string(ntohs(address.sin_port));
+    const std::string free = "127.0.0.1:" + std::to_string(free_port(SOCK_STREAM));
+
+    const struct {
+        std::vector<std::string> args;
+        std::string sentence;
+    } cases[] = {
+        {{"--bogus"}, "--input is required"},
+        {{"-i", "tcp://" + free, "-o", free, "--fifo-size", "1"}, "--fifo-size"},
+        {{"-i", "http://" + free, "-o", free}, "is no input"},
+        {{"-i", "tcp://127.0.0.1:0", "-o", free}, "is no address with a port"},
+        {{"-i", "tcp://" + free, "-o", "8000"}, "is no address with a port"},
+        {{"-i", "tcp://" + free, "-o", "127.0.0.1:" + port}, "cannot listen on"},
+        {{"-i", "tcp://127.0.0.1:" + port, "-o", free}, "Address already in use"},
+        {{"-i", "udp://239.1.2.3:5000", "-o", free, "--interface", "nowhere0"},
+         "no network interface"},
+        {{"-i", "tcp://" + free, "-o", free, "--log", "/nonexistent/log"}, "cannot write the log"},
+        {{"--config", "/nonexistent/file"}, "/nonexistent/file"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.args));
+        std::vector<std::string> args = {ZX_RELAY};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        Process relay(args);
+        EXPECT_GT(relay.wait(), 0);
+        const std::string said = relay.errors();
+        EXPECT_THAT(said, testing::AllOf(testing::StartsWith("zxrelay: "), testing::EndsWith("\n"),
+                                         testing::HasSubstr(c.sentence)));
+        EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
+    }
+}
+
+TEST(RelayChannel, DropsAWholeMessageWhenFull) {
+    relay::Channel channel(4 * 1000);
+    const Bytes message(996, 7);
+    std::uint8_t buffer[1000];
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(channel.push(message));
+    }
+    EXPECT_FALSE(channel.push(message));
+    EXPECT_EQ(channel.pop(buffer).size(), message.size());
+    EXPECT_TRUE(channel.push(message));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(channel.pop(buffer).size(), message.size());
+    }
+    EXPECT_TRUE(channel.empty());
+}
+
+TEST(RelayPacketizer, FindsThePacketsAgainBehindGarbage) {
+    Bytes packets(20 * kPacketSize, 0);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        packets[i] = i % kPacketSize == 0 ? 0x47 : static_cast<std::uint8_t>(i % 50);
+    }
+    Bytes stream(packets.begin(), packets.begin() + 9 * kPacketSize);
+    stream.insert(stream.end(), 1000, 0xEE);
+    stream.insert(stream.end(), packets.begin() + 9 * kPacketSize, packets.end());
+    stream.insert(stream.end(), 17, 0x47);
+
+    for (const std::size_t step : {std::size_t{1}, std::size_t{187}, stream.size()}) {
+        SCOPED_TRACE(step);
+        Bytes out;
+        relay::Packetizer packetizer([&](std::span<const std::uint8_t> message) {
+            EXPECT_TRUE(relay::is_transport_stream(message));
+            EXPECT_LE(message.size(), relay::kMessageSize);
+            out.insert(out.end(), message.begin(), message.end());
+        });
+        for (std::size_t at = 0; at < stream.size(); at += step) {
+            packetizer.feed(std::span(stream).subspan(at, std::min(step, stream.size() - at)));
+        }
+        packetizer.finish();
+        EXPECT_EQ(out, packets);
+        EXPECT_EQ(packetizer.skipped(), 1017U);
+    }
+}
+
+}  // namespace

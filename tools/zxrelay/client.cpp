@@ -1,0 +1,102 @@
+#include "client.hpp"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "zxtime.h"
+
+namespace relay {
+
+Client::Client(int fd, std::string peer, std::uint32_t buffer_size)
+    : fd_(fd),
+      peer_(std::move(peer)),
+      buffer_size_(buffer_size),
+      last_progress_us_(zxtime_api_upTimeUs()) {}
+
+Client::~Client() {
+    zxfifo_api_blockDeinit(&backlog_);
+}
+
+Client::Outcome Client::offer(std::span<const std::uint8_t> message) {
+    if (!is_behind()) {
+        const std::int64_t sent = send_now(message);
+        if (sent < 0) {
+            return Outcome::gone;
+        }
+        message = message.subspan(static_cast<std::size_t>(sent));
+        if (message.empty()) {
+            return Outcome::sent;
+        }
+        return keep(message) ? Outcome::sent : Outcome::gone;
+    }
+    if (static_cast<std::size_t>(zxfifo_api_blockSizeLeft(backlog_)) < message.size()) {
+        ++dropped_;
+        return Outcome::dropped;
+    }
+    return keep(message) ? Outcome::sent : Outcome::gone;
+}
+
+bool Client::flush() {
+    while (is_behind()) {
+        if (unsent_.empty()) {
+            refill();
+        }
+        const std::int64_t sent = send_now(unsent_);
+        if (sent < 0) {
+            return false;
+        }
+        if (sent == 0) {
+            return true;
+        }
+        unsent_ = unsent_.subspan(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+bool Client::discard_input() {
+    char ignored[4096];
+    const ssize_t got = recv(fd(), ignored, sizeof ignored, MSG_DONTWAIT);
+    return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+// Bytes that the socket took, 0 when it is full, -1 when the client is gone.
+std::int64_t Client::send_now(std::span<const std::uint8_t> bytes) {
+    const ssize_t sent = send(fd(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0) {
+        return errno == EAGAIN || errno == EINTR ? 0 : -1;
+    }
+    bytes_sent_ += static_cast<std::uint64_t>(sent);
+    last_progress_us_ = zxtime_api_upTimeUs();
+    return sent;
+}
+
+// The caller has seen that there is room; a backlog that is made here has it.
+bool Client::keep(std::span<const std::uint8_t> bytes) {
+    if (!is_behind()) {
+        last_progress_us_ = zxtime_api_upTimeUs();
+    }
+    if (backlog_ == nullptr) {
+        backlog_ = zxfifo_api_blockInit(buffer_size_, peer_.c_str());
+        if (backlog_ == nullptr) {
+            return false;
+        }
+    }
+    zxfifo_api_blockIn(backlog_, bytes.data(), static_cast<std::int32_t>(bytes.size()), nullptr);
+    return true;
+}
+
+void Client::refill() {
+    const auto held = static_cast<std::size_t>(zxfifo_api_blockSizeUsed(backlog_));
+    const std::size_t size = std::min(held, chunk_.size());
+    zxfifo_api_blockOut(backlog_, chunk_.data(), static_cast<std::int32_t>(size), nullptr);
+    unsent_ = std::span(chunk_).first(size);
+}
+
+std::size_t Client::waiting() const {
+    const std::int32_t held = backlog_ != nullptr ? zxfifo_api_blockSizeUsed(backlog_) : 0;
+    return static_cast<std::size_t>(held) + unsent_.size();
+}
+
+}  // namespace relay

@@ -1,0 +1,54 @@
+#include "monitor.hpp"
+
+#include <cstdio>
+
+#include "zxlog.h"
+#include "zxt.h"
+#include "zxtime.h"
+
+namespace relay {
+namespace {
+
+constexpr std::uint64_t kMicro = 1000000;
+constexpr std::uint8_t kAsBits = 1;
+
+struct Text {
+    char chars[ZXLOG_SCRATCH_SIZE] = "";
+};
+
+Text bit_rate(std::uint64_t bytes, std::uint64_t micros) {
+    Text text;
+    zxt_innerapi_bit2str_64(text.chars, bytes * 8 * kMicro / (micros == 0 ? 1 : micros), kAsBits);
+    return text;
+}
+
+}  // namespace
+
+Monitor::Monitor(const Stats& stats, const Channel& channel)
+    : stats_(stats), channel_(channel), start_us_(zxtime_api_upTimeUs()), last_us_(start_us_) {}
+
+void Monitor::print_when_due() {
+    if (zxtime_api_upTimeUs() - last_us_ >= kMicro) {
+        print();
+    }
+}
+
+void Monitor::print() {
+    const std::uint64_t now = zxtime_api_upTimeUs();
+    const std::uint64_t in = stats_.bytes_in;
+    const std::uint64_t out = stats_.bytes_out;
+    Text uptime;
+    zxlog_api_sec2Time((now - start_us_) / kMicro, uptime.chars);
+    std::printf(
+        "%s  in %s/s  out %s/s  clients %u  fifo %.0f%%  dropped %llu  slow clients missed %llu\n",
+        uptime.chars, bit_rate(in - last_in_, now - last_us_).chars,
+        bit_rate(out - last_out_, now - last_us_).chars, stats_.clients.load(),
+        channel_.fill() * 100, static_cast<unsigned long long>(stats_.dropped_fifo_full.load()),
+        static_cast<unsigned long long>(stats_.dropped_slow_client.load()));
+    std::fflush(stdout);
+    last_us_ = now;
+    last_in_ = in;
+    last_out_ = out;
+}
+
+}  // namespace relay

@@ -1,0 +1,93 @@
+#include "options.hpp"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+
+#include "zxcommon.h"
+
+namespace relay {
+namespace {
+
+constexpr int kUsageError = 2;
+constexpr std::uint64_t kSmallestBuffer = 128U << 10U;  // twice the largest message
+constexpr std::uint64_t kLargestBuffer = 1U << 30U;
+
+constexpr char kExamples[] =
+    R"(The input is tcp://ADDRESS:PORT or udp://ADDRESS:PORT; a multicast group is joined. Sizes take k, m
+and g. What lags too far behind loses whole messages of seven packets, which are counted and logged.
+
+Examples:
+  zxrelay --input tcp://0.0.0.0:5000 --output 0.0.0.0:8000
+      ffmpeg -re -i film.mp4 -c copy -f mpegts tcp://relay:5000
+      ffplay tcp://relay:8000
+  zxrelay --input udp://239.1.1.1:1234 --interface eth0 --output '[::]:8000'
+
+SIGINT and SIGTERM end the relay, SIGUSR1 logs the memory that it holds.)";
+
+[[noreturn]] void end(int code, const std::string& sentence) {
+    std::fprintf(stderr, "zxrelay: %s\n", sentence.c_str());
+    std::exit(code);
+}
+
+void define(CLI::App& app, Options& options) {
+    app.set_version_flag("--version", std::string("zxrelay ") + zxcommon_api_version());
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_config("--config", "", "Read options from an INI or TOML file")
+        ->option_text("FILE")
+        ->check(CLI::ExistingFile);
+    app.add_option("-i,--input", options.input,
+                   "Source: tcp:// waits for its client, udp:// receives")
+        ->option_text("URL (required)")
+        ->required();
+    app.add_option("-o,--output", options.output, "Where clients connect to receive the stream")
+        ->option_text("ADDRESS:PORT (required)")
+        ->required();
+    app.add_option("--interface", options.interface,
+                   "Network interface that joins a multicast group")
+        ->option_text("NAME");
+    app.add_option("--fifo-size", options.fifo_size,
+                   "Bytes that the sender may lag behind (default 4m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+    app.add_option("--client-buffer", options.client_buffer,
+                   "Bytes that a client may lag behind (default 1m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+    app.add_option("--stall", options.stall_sec,
+                   "Disconnect a client that takes nothing so long (default 30)")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, 86400U));
+    app.add_flag("--once", options.once, "End when the first TCP source is delivered");
+    app.add_flag("--stats", options.stats, "Print statistics also when the output is no terminal");
+    app.add_option("--log", options.log_file, "Log file (default: standard error)")
+        ->option_text("FILE");
+    app.add_option("--log-level", options.log_level,
+                   "From 0, off, to 5, debug (default 3, notices)")
+        ->option_text("LEVEL")
+        ->check(CLI::Range(0U, 5U));
+    app.footer(kExamples);
+}
+
+}  // namespace
+
+Options parse_options(int argc, char** argv) {
+    Options options;
+    CLI::App app("Relays an MPEG transport stream to any number of TCP clients.", "zxrelay");
+    define(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& asked_for_text) {
+        std::exit(app.exit(asked_for_text));
+    } catch (const CLI::ParseError& error) {
+        end(kUsageError, std::string(error.what()) + " (try --help)");
+    }
+    options.stats = options.stats || isatty(STDOUT_FILENO) == 1;
+    return options;
+}
+
+}  // namespace relay

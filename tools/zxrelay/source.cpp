@@ -1,0 +1,165 @@
+#include "source.hpp"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "internal/log.hpp"
+#include "zxepoll.h"
+#include "zxnet.h"
+#include "zxtime.h"
+
+namespace relay {
+namespace {
+
+constexpr char kTag[] = "RELAY";
+constexpr std::uint32_t kWaitMs = 1000;
+constexpr std::uint32_t kNoWait = 0xFFFFFFFFU;
+constexpr std::uint8_t kReadable = 0;
+constexpr std::uint64_t kReportIntervalUs = 1000000;
+
+constexpr std::int32_t kTimedOut = -1;
+constexpr std::int32_t kHungUp = -3;
+constexpr useconds_t kErrorPauseUs = 10000;
+
+zx::UniqueFd open_input(const Input& input, const std::string& interface) {
+    // A second source waits in the backlog until the first has ended.
+    return input.is_udp ? open_udp_source(input.endpoint, interface)
+                        : open_listener(input.endpoint, 1);
+}
+
+}  // namespace
+
+Source::Source(const Input& input, const std::string& interface, bool once, Channel& channel,
+               Stats& stats)
+    : is_udp_(input.is_udp),
+      once_(once),
+      channel_(channel),
+      stats_(stats),
+      socket_(open_input(input, interface)),
+      buffer_(kLargestMessage) {}
+
+void Source::run(Worker& worker) {
+    if (is_udp_) {
+        receive_datagrams(worker);
+    } else {
+        serve_connections(worker);
+    }
+    report_losses();
+}
+
+void Source::interrupt() {
+    const std::scoped_lock lock(connection_mutex_);
+    shutdown(socket_.get(), SHUT_RDWR);
+    if (connection_ >= 0) {
+        shutdown(connection_, SHUT_RD);
+    }
+}
+
+void Source::receive_datagrams(Worker& worker) {
+    while (!worker.stopping()) {
+        const std::int32_t size = receive(socket_.get(), kWaitMs);
+        if (size > 0) {
+            const std::span datagram(buffer_.data(), static_cast<std::size_t>(size));
+            if (is_transport_stream(datagram)) {
+                push(datagram);
+            } else {
+                count_skipped(datagram.size());
+            }
+        } else if (size < kTimedOut) {
+            usleep(kErrorPauseUs);
+        }
+    }
+}
+
+void Source::serve_connections(Worker& worker) {
+    int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
+    zxepoll_add(epfd, socket_.get(), EPOLLIN);
+    while (!worker.stopping() && !finished_) {
+        if (zxepoll_waitfd_timeout_noopt(epfd, socket_.get(), kReadable, kWaitMs) != 0) {
+            continue;
+        }
+        std::string peer;
+        const zx::UniqueFd fd(accept_connection(socket_.get(), peer));
+        if (fd.get() < 0) {
+            continue;
+        }
+        ZX_LOG(notice, "source %s has connected", peer.c_str());
+        receive_stream(worker, fd.get());
+        ZX_LOG(notice, "source %s has ended", peer.c_str());
+        finished_ = once_;
+    }
+    zxepoll_close(&epfd);
+}
+
+void Source::receive_stream(Worker& worker, int fd) {
+    {
+        const std::scoped_lock lock(connection_mutex_);
+        connection_ = fd;
+    }
+    Packetizer packetizer([this](std::span<const std::uint8_t> message) { push(message); });
+    std::uint64_t skipped = 0;
+    while (!worker.stopping()) {
+        std::int32_t size = receive(fd, kWaitMs);
+        if (size == kHungUp) {
+            size = receive(fd, kNoWait);  // what came before the end is still there
+        }
+        if (size > 0) {
+            packetizer.feed({buffer_.data(), static_cast<std::size_t>(size)});
+        } else if (size == kTimedOut) {
+            packetizer.flush();
+        } else {
+            break;
+        }
+        count_skipped(packetizer.skipped() - skipped);
+        skipped = packetizer.skipped();
+    }
+    packetizer.finish();
+    count_skipped(packetizer.skipped() - skipped);
+    const std::scoped_lock lock(connection_mutex_);
+    connection_ = -1;
+}
+
+// Bytes, or what zxnet_api_epollRecv says of their absence.
+std::int32_t Source::receive(int fd, std::uint32_t wait_ms) {
+    const auto room = static_cast<std::uint32_t>(buffer_.size());
+    const std::int32_t size = zxnet_api_epollRecv(fd, buffer_.data(), room, wait_ms);
+    if (size > 0) {
+        stats_.bytes_in += static_cast<std::uint64_t>(size);
+    }
+    return size;
+}
+
+void Source::push(std::span<const std::uint8_t> message) {
+    if (channel_.push(message)) {
+        ++stats_.messages_in;
+    } else {
+        ++stats_.dropped_fifo_full;
+        if (zxtime_api_counterAsyncUs(&last_report_, kReportIntervalUs) == 1) {
+            report_losses();
+        }
+    }
+}
+
+void Source::count_skipped(std::uint64_t bytes) {
+    stats_.bytes_no_stream += bytes;
+    if (bytes != 0 && zxtime_api_counterAsyncUs(&last_report_, kReportIntervalUs) == 1) {
+        report_losses();
+    }
+}
+
+void Source::report_losses() {
+    const std::uint64_t drops = stats_.dropped_fifo_full;
+    if (drops != reported_drops_) {
+        ZX_LOG(warning, "the FIFO is full: %llu messages dropped",
+               static_cast<unsigned long long>(drops - reported_drops_));
+        reported_drops_ = drops;
+    }
+    const std::uint64_t skipped = stats_.bytes_no_stream;
+    if (skipped != reported_skipped_) {
+        ZX_LOG(warning, "%llu bytes of the source are no transport stream and were left out",
+               static_cast<unsigned long long>(skipped - reported_skipped_));
+        reported_skipped_ = skipped;
+    }
+}
+
+}  // namespace relay

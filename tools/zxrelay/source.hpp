@@ -1,0 +1,57 @@
+// The receiving side: takes the stream from its source and puts messages into the channel.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "channel.hpp"
+#include "net.hpp"
+#include "packetizer.hpp"
+#include "stats.hpp"
+#include "worker.hpp"
+
+namespace relay {
+
+class Source {
+public:
+    // Opens the socket; throws a Failure when that is not possible.
+    Source(const Input& input, const std::string& interface, bool once, Channel& channel,
+           Stats& stats);
+
+    // The body of the receiving thread.
+    void run(Worker& worker);
+
+    // For another thread: ends a wait for the source at once.
+    void interrupt();
+
+    // True once the only source that was asked for has ended.
+    [[nodiscard]] bool finished() const { return finished_; }
+
+private:
+    void receive_datagrams(Worker& worker);
+    void serve_connections(Worker& worker);
+    void receive_stream(Worker& worker, int fd);
+    std::int32_t receive(int fd, std::uint32_t wait_ms);
+    void push(std::span<const std::uint8_t> message);
+    void count_skipped(std::uint64_t bytes);
+    void report_losses();
+
+    const bool is_udp_;
+    const bool once_;
+    Channel& channel_;
+    Stats& stats_;
+    zx::UniqueFd socket_;  // datagrams, or the listener
+    std::vector<std::uint8_t> buffer_;
+    std::atomic<bool> finished_{false};
+
+    std::mutex connection_mutex_;
+    int connection_ = -1;  // guarded: interrupt() may come while it is being closed
+
+    std::uint64_t last_report_ = 0;
+    std::uint64_t reported_drops_ = 0;
+    std::uint64_t reported_skipped_ = 0;
+};
+
+}  // namespace relay
