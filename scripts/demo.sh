@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Builds the project and relays samples/sample.ts through zxrelay on loopback: first at the pace of
+# a live stream, then 250 times in a row as fast as it goes, to three clients. What came out is
+# compared byte by byte with what went in.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh build
+cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DZX_BUILD_TESTS=OFF >/dev/null
+cmake --build build/demo -- --quiet
+
+relay=build/demo/tools/zxrelay/zxrelay
+sample=samples/sample.ts
+in_port=${ZX_DEMO_IN_PORT:-15000}
+out_port=${ZX_DEMO_OUT_PORT:-18000}
+clients=3
+work=$(mktemp -d)
+pids=()
+cleanup() {
+    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+# listening PORT: waits until somebody accepts connections there.
+listening() {
+    for _ in {1..100}; do
+        (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null && return
+        sleep 0.05
+    done
+    echo "zxrelay does not listen on port $1" >&2
+    return 1
+}
+
+# run TITLE SENDER...: one relay, its clients, and the source whose bytes SENDER writes.
+run() {
+    local title=$1; shift
+    local log=$work/relay.log
+    printf '\n== %s\n' "$title"
+    rm -f "$work"/out.* "$log"
+    "$relay" --input "tcp://127.0.0.1:$in_port" --output "127.0.0.1:$out_port" --once --stats \
+        --fifo-size 256m --client-buffer 256m --log "$log" --log-level 4 &
+    local relay_pid=$!
+    pids=("$relay_pid")
+    listening "$out_port"
+    local reader_pids=()
+    for ((i = 1; i <= clients; i++)); do
+        cat <"/dev/tcp/127.0.0.1/$out_port" >"$work/out.$i" &
+        reader_pids+=($!)
+    done
+    pids+=("${reader_pids[@]}")
+    until [[ $(grep -c 'client .* has connected' "$log") -gt $clients ]]; do sleep 0.05; done
+    local begin end
+    kill -USR1 "$relay_pid"  # the log shows what the tracked allocator holds now
+    begin=$(date +%s.%N)
+    "$@" >"/dev/tcp/127.0.0.1/$in_port"
+    wait "$relay_pid" "${reader_pids[@]}"
+    end=$(date +%s.%N)
+    pids=()
+    "$@" >"$work/expected"
+    for ((i = 1; i <= clients; i++)); do
+        cmp "$work/expected" "$work/out.$i"
+    done
+    awk -v size="$(stat -c %s "$work/expected")" -v time="$(echo "$end $begin" | awk '{print $1 - $2}')" \
+        -v clients="$clients" 'BEGIN {
+            printf "%d bytes reached each of %d clients unharmed in %.2f s: %.1f MB/s in, %.1f MB/s out\n",
+                size, clients, time, size / time / 1e6, clients * size / time / 1e6 }'
+    printf -- '-- log of the relay\n'
+    cat "$log"
+}
+
+live() {
+    local chunk
+    for ((chunk = 0; chunk * 18800 < $(stat -c %s "$sample"); chunk++)); do
+        dd if="$sample" bs=18800 skip="$chunk" count=1 status=none
+        sleep 0.1
+    done
+}
+repeated() { for _ in {1..250}; do cat "$sample"; done; }
+
+run "the sample at the pace of a live stream" live
+run "the sample 250 times in a row" repeated

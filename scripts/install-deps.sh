@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs the Debian packages of one or more groups, those that are missing: build, test, bench.
+set -euo pipefail
+
+packages_of() {
+    case $1 in
+        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev ;;
+        test) echo libgtest-dev libgmock-dev clang-format ffmpeg ;;
+        bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
+                    libjack-jackd2-dev ;;
+        *) echo "usage: $0 [build|test|bench]..." >&2; return 2 ;;
+    esac
+}
+
+missing=()
+for group in "$@"; do
+    names=$(packages_of "$group")
+    for name in $names; do
+        state=$(dpkg-query -W -f '${Status}' "$name" 2>/dev/null || true)
+        [[ $state == "install ok installed" ]] || missing+=("$name")
+    done
+done
+[[ ${#missing[@]} -gt 0 ]] || exit 0
+
+as_root=()
+[[ $(id -u) -eq 0 ]] || as_root=(sudo)
+echo "installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

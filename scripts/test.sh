@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds and runs all tests: release, address and undefined-behaviour sanitizers, and those with
+# threads under the thread sanitizer. Checks the formatting first.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh build test
+scripts/format.sh --check
+
+for preset in release asan tsan; do
+    echo "== $preset"
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -- --quiet
+    ctest --preset "$preset" --parallel 2 --output-on-failure
+done
