@@ -2,11 +2,11 @@
 // note.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-#include "internal/bytes.hpp"
 #include "zxlock.h"
 
 namespace zx::lock {
@@ -16,20 +16,31 @@ using Holder = char[ZXLOCK_HOLDER_SIZE];
 inline constexpr std::size_t kUsualSize = 32;  // most holders end within these first bytes
 inline constexpr char kFree[kUsualSize] = "nolock";
 
-// "func,line" into a cleared field, for every name and line; the name is cut where they do not fit.
+// "func,line" for every name and line; the name is cut where they do not fit.
 void write_any_holder(Holder& out, const char* func, int line);
 
-// The digits of a number below 10000 as bytes, the first one in the most significant byte.
-constexpr std::uint32_t four_digits(std::uint32_t number) {
-    const std::uint32_t high = number / 100;
-    const std::uint32_t low = number % 100;
-    const std::uint32_t digits = high / 10 << 24U | high % 10 << 16U | low / 10 << 8U | low % 10;
+// "00" to "99", the first digit in the less significant byte.
+struct DigitPairs {
+    consteval DigitPairs() {
+        for (std::uint32_t i = 0; i < 100; ++i) {
+            rows[i] = static_cast<std::uint16_t>(('0' + i / 10) | ('0' + i % 10) << 8U);
+        }
+    }
+    std::uint16_t rows[100]{};
+};
+inline constexpr DigitPairs kDigitPairs;
+
+// A comma, the digits of a number below 10000 and zeroes, the first byte least significant.
+constexpr std::uint64_t comma_and_digits(std::uint32_t number) {
+    const std::uint32_t digits = kDigitPairs.rows[number / 100] |
+                                 static_cast<std::uint32_t>(kDigitPairs.rows[number % 100]) << 16U;
     const unsigned blanks =
         (number < 10 ? 1U : 0U) + (number < 100 ? 1U : 0U) + (number < 1000 ? 1U : 0U);
-    return (digits + 0x30303030U) << 8U * blanks;
+    return ',' | static_cast<std::uint64_t>(digits >> 8U * blanks) << 8U;
 }
-static_assert(four_digits(0) == 0x30000000 && four_digits(40) == 0x34300000);
-static_assert(four_digits(123) == 0x31323300 && four_digits(9870) == 0x39383730);
+static_assert(comma_and_digits(0) == 0x302C && comma_and_digits(40) == 0x30342C);
+static_assert(comma_and_digits(123) == 0x3332312C && comma_and_digits(9870) == 0x303738392C);
+static_assert(std::endian::native == std::endian::little);
 
 // Copies N to 2 * N bytes as two pieces that may overlap.
 template <std::size_t N>
@@ -38,8 +49,9 @@ void copy_ends(char* out, const char* text, std::size_t length) {
     std::memcpy(out + length - N, text + length - N, N);
 }
 
-// The same for the usual names and lines. This is on the way of every lock: a formatted print would
-// cost several times the mutex, and each call into the C library a fifth of it.
+// The same over "nolock" for the usual names and lines. This is on the way of every lock: a
+// formatted print would cost several times the mutex, and each call into the C library a fifth of
+// it.
 inline void write_holder(Holder& out, const char* func, int line) {
     const std::size_t length = std::strlen(func);
     if (length < 4 || length > kUsualSize || line < 0 || line > 9999) [[unlikely]] {
@@ -53,9 +65,8 @@ inline void write_holder(Holder& out, const char* func, int line) {
     } else {
         copy_ends<4>(out, func, length);
     }
-    out[length] = ',';
-    store_be32(reinterpret_cast<std::uint8_t*>(out + length + 1),
-               four_digits(static_cast<std::uint32_t>(line)));
+    const std::uint64_t rest = comma_and_digits(static_cast<std::uint32_t>(line));
+    std::memcpy(out + length, &rest, sizeof rest);
 }
 
 // The rest behind the usual bytes is all zeroes unless the last of these is not.
@@ -74,20 +85,20 @@ inline void write_free(Holder& out) {
 // For usable locks only.
 inline void obtain(zxlock_ctt& lock, const char* func, int line) {
     pthread_mutex_lock(&lock.mutex);
-    if (lock.locked == 0) [[likely]] {
-        std::memset(lock.holder, 0, sizeof "nolock");
-    } else {  // somebody unlocked the bare mutex of a lock that was obtained
+    if (lock.locked != 0) [[unlikely]] {
+        // Somebody unlocked the bare mutex of a lock that was obtained.
         std::memset(lock.holder, 0, sizeof lock.holder);
     }
     lock.locked = 1;
     write_holder(lock.holder, func, line);
 }
 
-inline void release(zxlock_ctt& lock) {
+// 0: a mutex with default attributes has nothing else to say.
+inline int release(zxlock_ctt& lock) {
     // All before the unlock: behind it the fields are the next holder's.
     lock.locked = 0;
     write_free(lock.holder);
-    pthread_mutex_unlock(&lock.mutex);
+    return pthread_mutex_unlock(&lock.mutex);
 }
 
 }  // namespace zx::lock

@@ -25,6 +25,7 @@ void zx::lock::write_any_holder(Holder& out, const char* func, int line) {
     const char* const end = std::to_chars(std::begin(digits), std::end(digits), line).ptr;
     const auto digit_count = static_cast<std::size_t>(end - digits);
     const std::size_t length = strnlen(func, sizeof out - 2 - digit_count);
+    std::memset(out, 0, sizeof out);
     std::memcpy(out, func, length);
     out[length] = ',';
     std::memcpy(out + length + 1, digits, digit_count);
@@ -120,7 +121,10 @@ extern "C" int32_t zxlock_api_obtain(zxlock_ctt* lock, const char* func, int lin
     if (!is_usable(lock)) [[unlikely]] {
         return refuse(lock, __func__, func, line);
     }
-    zx::lock::obtain(*lock, func != nullptr ? func : kNoText, line);
+    if (func == nullptr) [[unlikely]] {
+        return zxlock_api_obtain(lock, kNoText, line);
+    }
+    zx::lock::obtain(*lock, func, line);
     return 0;
 }
 
@@ -128,8 +132,7 @@ extern "C" int32_t zxlock_api_release(zxlock_ctt* lock, const char* func, int li
     if (!is_usable(lock)) [[unlikely]] {
         return refuse(lock, __func__, func, line);
     }
-    zx::lock::release(*lock);
-    return 0;
+    return zx::lock::release(*lock);
 }
 
 extern "C" int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state, uint32_t setValue,

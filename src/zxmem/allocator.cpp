@@ -236,7 +236,7 @@ extern "C" void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* nam
 
     list_append(node);
     index_add(node);
-    if (++g_node_count > std::size_t{1} << g_table_bits) {
+    if (2 * ++g_node_count > std::size_t{1} << g_table_bits) {  // short chains: nodes are cold
         index_grow();
     }
 }
