@@ -19,17 +19,18 @@ constexpr unsigned kTimeTexts = 16;
 [[gnu::tls_model("initial-exec")]] thread_local char t_time_texts[kTimeTexts][ZXLOG_SCRATCH_SIZE];
 [[gnu::tls_model("initial-exec")]] thread_local unsigned t_next_time_text;
 
+constexpr char kTimeShape[] = "[yyyy-mm-dd hh:mm:ss.mmm]";
+static_assert(sizeof kTimeShape <= ZXLOG_SCRATCH_SIZE);
+
 timespec wall_clock() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     return now;
 }
 
-char* put_digits(char* at, int value, int digits) {
-    for (int i = digits - 1; i >= 0; --i, value /= 10) {
-        at[i] = static_cast<char>('0' + value % 10);
-    }
-    return at + digits;
+void put_pair(char* at, int value) {
+    at[0] = static_cast<char>('0' + value / 10);
+    at[1] = static_cast<char>('0' + value % 10);
 }
 
 // Formats of the caller: trusted, so the compiler cannot and need not check them.
@@ -49,23 +50,17 @@ const char* zxlog_innerapi_logTime(void) {
     const zxlog::CivilTime t = zxlog::civil_time(now.tv_sec);
 
     char* const text = t_time_texts[t_next_time_text++ % kTimeTexts];
-    char* at = text;
-    *at++ = '[';
-    at = put_digits(at, t.year, 4);
-    *at++ = '-';
-    at = put_digits(at, t.month, 2);
-    *at++ = '-';
-    at = put_digits(at, t.day, 2);
-    *at++ = ' ';
-    at = put_digits(at, t.hour, 2);
-    *at++ = ':';
-    at = put_digits(at, t.minute, 2);
-    *at++ = ':';
-    at = put_digits(at, t.second, 2);
-    *at++ = '.';
-    at = put_digits(at, static_cast<int>(now.tv_nsec / 1000000), 3);
-    *at++ = ']';
-    *at = '\0';
+    std::memcpy(text, kTimeShape, sizeof kTimeShape);
+    put_pair(text + 1, t.year / 100);
+    put_pair(text + 3, t.year % 100);
+    put_pair(text + 6, t.month);
+    put_pair(text + 9, t.day);
+    put_pair(text + 12, t.hour);
+    put_pair(text + 15, t.minute);
+    put_pair(text + 18, t.second);
+    const int millis = static_cast<int>(now.tv_nsec / 1000000);
+    put_pair(text + 21, millis / 10);
+    text[23] = static_cast<char>('0' + millis % 10);
     return text;
 }
 

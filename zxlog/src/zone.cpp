@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 
 namespace zxlog {
@@ -65,19 +66,15 @@ std::int32_t known_offset(std::int64_t sec) {
     return g_changes.rows[i].offset;
 }
 
-}  // namespace
+struct Date {
+    std::uint16_t year;
+    std::uint8_t month, day;
+};
 
-CivilTime civil_time(std::int64_t epoch_sec) {
-    const std::int64_t sec = epoch_sec + known_offset(epoch_sec);
-
-    // Days to a date of the proleptic Gregorian calendar, in eras of 400 years from 1 March.
-    std::int64_t days = sec / kDay;
-    std::int64_t rest = sec % kDay;
-    if (rest < 0) {
-        rest += kDay;
-        --days;
-    }
-    days += 719468;
+// The date of a day since 1970 in the proleptic Gregorian calendar, in eras of 400 years from
+// 1 March.
+Date date_of(std::int64_t days_since_1970) {
+    const std::int64_t days = days_since_1970 + 719468;
     const std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;
     const std::int64_t day_of_era = days - era * 146097;
     const std::int64_t year_of_era =
@@ -86,13 +83,36 @@ CivilTime civil_time(std::int64_t epoch_sec) {
         day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
     const std::int64_t shifted_month = (5 * day_of_year + 2) / 153;
     const std::int64_t month = shifted_month < 10 ? shifted_month + 3 : shifted_month - 9;
+    return {static_cast<std::uint16_t>(year_of_era + era * 400 + (month <= 2 ? 1 : 0)),
+            static_cast<std::uint8_t>(month),
+            static_cast<std::uint8_t>(day_of_year - (153 * shifted_month + 2) / 5 + 1)};
+}
 
-    return {static_cast<int>(year_of_era + era * 400 + (month <= 2 ? 1 : 0)),
-            static_cast<int>(month),
-            static_cast<int>(day_of_year - (153 * shifted_month + 2) / 5 + 1),
-            static_cast<int>(rest / 3600),
-            static_cast<int>(rest / 60 % 60),
-            static_cast<int>(rest % 60)};
+// The last day that was asked for, as one value: a handler finds it whole.
+struct KnownDay {
+    std::int32_t number;
+    Date date;
+};
+std::atomic<KnownDay> g_known_day{KnownDay{0, {1970, 1, 1}}};
+static_assert(decltype(g_known_day)::is_always_lock_free);
+
+Date known_date_of(std::int64_t day) {
+    KnownDay known = g_known_day.load(std::memory_order_relaxed);
+    if (known.number != day) {
+        known = {static_cast<std::int32_t>(day), date_of(day)};
+        g_known_day.store(known, std::memory_order_relaxed);
+    }
+    return known.date;
+}
+
+}  // namespace
+
+CivilTime civil_time(std::int64_t epoch_sec) {
+    const std::int64_t sec = epoch_sec + known_offset(epoch_sec);
+    const std::int64_t day = sec / kDay - (sec % kDay < 0 ? 1 : 0);
+    const auto rest = static_cast<std::int32_t>(sec - day * kDay);
+    const Date date = known_date_of(day);
+    return {date.year, date.month, date.day, rest / 3600, rest / 60 % 60, rest % 60};
 }
 
 }  // namespace zxlog
