@@ -29,6 +29,24 @@ bool clear_output_path() {
     return unlink(kOutputPath) == 0 || errno == ENOENT;
 }
 
+zx::UniqueFile open_output() {
+    const int fd = open(kOutputPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    zx::UniqueFile file(fd < 0 ? nullptr : fdopen(fd, "r"));
+    if (file == nullptr && fd >= 0) {
+        close(fd);
+    }
+    return file;
+}
+
+// True when both arguments are there; otherwise the missing one was logged for `func`.
+bool has_arguments(const char* func, const char* cmd, const char* info) {
+    if (cmd != nullptr && info != nullptr) {
+        return true;
+    }
+    ZX_LOG_FROM(func, error, "Param error####%s", cmd == nullptr ? "cmd" : "info");
+    return false;
+}
+
 }  // namespace
 
 extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
@@ -41,12 +59,7 @@ extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size) {
-    if (cmd == nullptr) {
-        ZX_LOG_PARAM("cmd");
-        return -1;
-    }
-    if (info == nullptr) {
-        ZX_LOG_PARAM("info");
+    if (!has_arguments(__func__, cmd, info)) {
         return -1;
     }
     std::memset(info, 0, size);
@@ -60,12 +73,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint3
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32_t size) {
-    if (cmd == nullptr) {
-        ZX_LOG_PARAM("cmd");
-        return -1;
-    }
-    if (info == nullptr) {
-        ZX_LOG_PARAM("info");
+    if (!has_arguments(__func__, cmd, info)) {
         return -1;
     }
     char command[kCommandSize]{};
@@ -79,7 +87,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
         return -1;
     }
     zx::run_unasked(command);
-    return zx::md::read_once(__func__, kOutputPath, O_NOFOLLOW, info, size);
+    return zx::md::read_once(__func__, kOutputPath, open_output(), info, size);
 }
 
 extern "C" int32_t zxt_innerapi_cmdIsGrep(const char* cmd) {

@@ -35,28 +35,25 @@ Amount<T> split(T value, bool bits) {
     return {whole, fraction, (bits ? kBitUnits : kByteUnits)[unit]};
 }
 
+// `text_of` is the logging library's printer for the width of the amount.
+template <typename T>
+char* print(const char* func, char* out, T value, bool bits,
+            char* (*text_of)(char*, T, T, const char*)) {
+    if (out == nullptr) {
+        ZX_LOG_FROM(func, error, "Param error####%s", "outstr");
+        return nullptr;
+    }
+    const Amount<T> amount = split(value, bits);
+    char scratch[ZXLOG_SCRATCH_SIZE] = {};
+    return std::strcpy(out, text_of(scratch, amount.whole, amount.fraction, amount.unit));
+}
+
 }  // namespace
 
 extern "C" char* zxt_innerapi_bit2str_64(char* outstr, uint64_t value, uint8_t bits) {
-    if (outstr == nullptr) {
-        ZX_LOG_PARAM("outstr");
-        return nullptr;
-    }
-    const auto amount = split(value, bits != 0);
-    char scratch[ZXLOG_SCRATCH_SIZE] = {};
-    std::snprintf(outstr, ZXT_UNIT_SIZE, "%s",
-                  zxlog_innerapi_bitByte64(scratch, amount.whole, amount.fraction, amount.unit));
-    return outstr;
+    return print(__func__, outstr, value, bits != 0, zxlog_innerapi_bitByte64);
 }
 
 extern "C" char* zxt_innerapi_bit2str_32(char* outstr, uint32_t value, uint8_t bits) {
-    if (outstr == nullptr) {
-        ZX_LOG_PARAM("outstr");
-        return nullptr;
-    }
-    const auto amount = split(value, bits != 0);
-    char scratch[ZXLOG_SCRATCH_SIZE] = {};
-    std::snprintf(outstr, ZXT_UNIT_SIZE, "%s",
-                  zxlog_innerapi_bitByte32(scratch, amount.whole, amount.fraction, amount.unit));
-    return outstr;
+    return print(__func__, outstr, value, bits != 0, zxlog_innerapi_bitByte32);
 }

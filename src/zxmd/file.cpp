@@ -1,6 +1,5 @@
 #include "zxmd.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,16 +31,8 @@ std::uint32_t lower_read(const char* func, std::uint32_t len) {
     return kLimit;
 }
 
-zx::UniqueFile open_to_read(const char* func, const char* path, int flags) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | flags);
-    zx::UniqueFile file(fd < 0 ? nullptr : fdopen(fd, "r"));
-    if (file == nullptr) {
-        if (fd >= 0) {
-            close(fd);
-        }
-        ZX_LOG_FROM(func, error, "Open (%s) failed", path);
-    }
-    return file;
+zx::UniqueFile open_to_read(const char* path) {
+    return zx::UniqueFile(std::fopen(path, "re"));
 }
 
 bool has_target(const char* func, const char* path, const void* buf) {
@@ -79,11 +70,11 @@ void touch(const char* path) {
 
 }  // namespace
 
-std::int32_t zx::md::read_once(const char* func, const char* path, int flags, void* buf,
+std::int32_t zx::md::read_once(const char* func, const char* path, UniqueFile file, void* buf,
                                std::uint32_t len) {
     const std::uint32_t size = lower_read(func, len);
-    const UniqueFile file = open_to_read(func, path, flags);
     if (file == nullptr) {
+        ZX_LOG_FROM(func, error, "Open (%s) failed", path);
         return -1;
     }
     const std::size_t count = std::fread(buf, 1, size, file.get());
@@ -94,11 +85,14 @@ std::int32_t zx::md::read_once(const char* func, const char* path, int flags, vo
 }
 
 extern "C" int32_t zxmd_api_read(const char* path, void* buf, uint32_t len) {
-    return has_target(__func__, path, buf) ? zx::md::read_once(__func__, path, 0, buf, len) : -1;
+    if (!has_target(__func__, path, buf)) {
+        return -1;
+    }
+    return zx::md::read_once(__func__, path, open_to_read(path), buf, len);
 }
 
 extern "C" int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len) {
-    return has_target(__func__, path, buf) ? zx::md::read_once(__func__, path, 0, buf, len) : -1;
+    return has_target(__func__, path, buf) ? zxmd_api_read(path, buf, len) : -1;
 }
 
 extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
@@ -106,8 +100,9 @@ extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
         return -1;
     }
     const std::uint32_t size = lower_read(__func__, len);
-    const zx::UniqueFile file = open_to_read(__func__, path, 0);
+    const zx::UniqueFile file = open_to_read(path);
     if (file == nullptr) {
+        ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
     std::size_t total = 0;

@@ -3,11 +3,14 @@
 
 #include <cstdint>
 
+#include "internal/guard.hpp"
+
 namespace zx::md {
 
 inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // results are signed
 
-// zxmd_api_read() on behalf of `func`, with more flags for open(). The arguments are there.
-std::int32_t read_once(const char* func, const char* path, int flags, void* buf, std::uint32_t len);
+// What zxmd_api_read() does with an opened file; null was not opened. `func` speaks of `path`.
+std::int32_t read_once(const char* func, const char* path, UniqueFile file, void* buf,
+                       std::uint32_t len);
 
 }  // namespace zx::md
