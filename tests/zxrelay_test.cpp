@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -13,8 +14,12 @@
 
 #include "channel.hpp"
 #include "internal/guard.hpp"
+#include "log_capture.hpp"
 #include "packetizer.hpp"
 #include "process.hpp"
+#include "source.hpp"
+#include "stats.hpp"
+#include "worker.hpp"
 
 namespace {
 
@@ -215,6 +220,34 @@ TEST(RelayUsage, AnswersMistakesWithOneSentence) {
                                          testing::HasSubstr(c.sentence)));
         EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
     }
+}
+
+TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
+    zx::test::LogCapture log(2);
+    const int port = free_port(SOCK_STREAM);
+    relay::Stats stats;
+    relay::Channel channel(20 * (relay::kMessageSize + 4));  // and nobody empties it
+    relay::Source source({false, {"127.0.0.1", std::to_string(port)}}, "", true, channel, stats);
+    relay::Worker receiver("receiver", [&](relay::Worker& worker) { source.run(worker); });
+    receiver.start();
+    Bytes stream = sample();
+    stream.resize(50 * relay::kMessageSize);
+    send_all(zx::UniqueFd(connected(SOCK_STREAM, port)).get(), stream);
+    while (!source.finished()) {
+        usleep(1000);
+    }
+    receiver.stop();
+
+    EXPECT_EQ(stats.messages_in, 20U);
+    EXPECT_EQ(stats.dropped_fifo_full, 30U);
+    std::uint64_t reported = 0;
+    for (const std::string& line : log.take()) {
+        unsigned count = 0;
+        if (std::sscanf(line.c_str(), "[WARN][RELAY]the FIFO is full: %u messages", &count) == 1) {
+            reported += count;
+        }
+    }
+    EXPECT_EQ(reported, 30U);
 }
 
 TEST(RelayChannel, DropsAWholeMessageWhenFull) {
