@@ -44,7 +44,6 @@ void Source::run(Worker& worker) {
     } else {
         serve_connections(worker);
     }
-    report_losses();
 }
 
 void Source::interrupt() {
@@ -69,6 +68,7 @@ void Source::receive_datagrams(Worker& worker) {
             usleep(kErrorPauseUs);
         }
     }
+    report_losses();
 }
 
 void Source::serve_connections(Worker& worker) {
@@ -115,6 +115,7 @@ void Source::receive_stream(Worker& worker, int fd) {
     }
     packetizer.finish();
     count_skipped(packetizer.skipped() - skipped);
+    report_losses();
     const std::scoped_lock lock(connection_mutex_);
     connection_ = -1;
 }
