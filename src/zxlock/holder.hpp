@@ -49,22 +49,31 @@ void copy_ends(char* out, const char* text, std::size_t length) {
     std::memcpy(out + length - N, text + length - N, N);
 }
 
+// Copies up to 32 bytes.
+inline void copy_short(char* out, const char* text, std::size_t length) {
+    if (length >= 16) {
+        copy_ends<16>(out, text, length);
+    } else if (length >= 8) {
+        copy_ends<8>(out, text, length);
+    } else if (length >= 4) {
+        copy_ends<4>(out, text, length);
+    } else {
+        for (std::size_t i = 0; i < length; ++i) {
+            out[i] = text[i];
+        }
+    }
+}
+
 // The same over "nolock" for the usual names and lines. This is on the way of every lock: a
 // formatted print would cost several times the mutex, and each call into the C library a fifth of
-// it.
+// it. The number and its zeroes reach beyond "nolock" even behind an empty name.
 inline void write_holder(Holder& out, const char* func, int line) {
     const std::size_t length = std::strlen(func);
-    if (length < 4 || length > kUsualSize || line < 0 || line > 9999) [[unlikely]] {
+    if (length > kUsualSize || line < 0 || line > 9999) [[unlikely]] {
         write_any_holder(out, func, line);
         return;
     }
-    if (length >= 16) {
-        copy_ends<16>(out, func, length);
-    } else if (length >= 8) {
-        copy_ends<8>(out, func, length);
-    } else {
-        copy_ends<4>(out, func, length);
-    }
+    copy_short(out, func, length);
     const std::uint64_t rest = comma_and_digits(static_cast<std::uint32_t>(line));
     std::memcpy(out + length, &rest, sizeof rest);
 }
