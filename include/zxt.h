@@ -1,6 +1,9 @@
 /**
  * @file zxt.h
- * Small tools of all kinds: amounts as texts, shell commands. Log tag: ZXCOMMON_INNER.
+ * Small tools of all kinds: buffers, amounts as texts, a change detector, names of playlists, shell
+ * commands.
+ *
+ * No state is kept between calls. Log tag: ZXCOMMON_INNER.
  */
 #ifndef ZXT_H
 #define ZXT_H
@@ -12,6 +15,40 @@ extern "C" {
 #endif
 
 #pragma GCC visibility push(default)
+
+/* ------------------------------------------------------------- buffers -- */
+
+#define ZXT_SWITCH_SIZE 1024 /**< bytes that zxt_innerapi_bufSwitch() exchanges at most */
+
+/**
+ * Exchanges the beginnings of two buffers.
+ *
+ * @param buf1  `len` bytes; NULL is refused.
+ * @param buf2  `len` bytes; NULL is refused.
+ * @param len   bytes, at most #ZXT_SWITCH_SIZE.
+ * @return 0; -2, silently and before anything else is looked at, for a larger `len`; -1 for a
+ *         missing buffer.
+ *
+ * Threads: safe for different buffers. Signal handlers: yes.
+ * Logs: error for a missing buffer.
+ */
+int32_t zxt_innerapi_bufSwitch(void* buf1, void* buf2, uint32_t len);
+
+/**
+ * Moves the content of a buffer, and zeroes what it leaves behind.
+ *
+ * @param buf     NULL is refused. It holds `len` bytes and those that the content moves by:
+ *                `len - offset` for an `offset` up to 0, `offset + len` above.
+ * @param offset  bytes. Above 0: the content is the `len` bytes at `buf + offset` and moves to the
+ *                front. 0 and below: it is the `len` bytes at `buf` and moves back by `-offset`.
+ * @param len     bytes of content, 0 or more.
+ * @return 0; -1, with nothing moved, for a NULL `buf`, a negative `len`, bytes beyond 2147483647
+ *         or when memory is short.
+ *
+ * Threads: safe for different buffers. Takes a temporary from zxmem_api_malloc(), "selfcp_buf".
+ * Logs: error for every -1.
+ */
+int32_t zxt_innerapi_bufOffset(uint8_t* buf, int32_t offset, int32_t len);
 
 /* --------------------------------------------------------------- units -- */
 
@@ -34,6 +71,70 @@ char* zxt_innerapi_bit2str_64(char* outstr, uint64_t value, uint8_t bits);
 
 /** As zxt_innerapi_bit2str_64() for a 32-bit amount. */
 char* zxt_innerapi_bit2str_32(char* outstr, uint32_t value, uint8_t bits);
+
+/* -------------------------------------------------------------- change -- */
+
+/**
+ * Tells whether a value flaps: whether it differed from the one before on six calls in a row.
+ *
+ * A change that lasts is never reported, since the next call sees the same value twice.
+ *
+ * @param cur       the value now.
+ * @param last      the value of the call before; takes over `cur`, but on the call that reports.
+ * @param counter   calls in a row that saw a change; begin with 0. A report sets it back to 0.
+ * @param tag       for the message: what has changed.
+ * @param fromText  for the message: the old value in words.
+ * @param toText    for the message: the new value in words.
+ * @return 1 on the sixth such call; 0 otherwise, and with nothing touched when an argument is NULL.
+ *
+ * Threads: safe for different records.
+ * Logs: warning for a value that flaps; error for a missing argument.
+ */
+int32_t zxt_api_isDatatypeChange(const int8_t* cur, int8_t* last, uint8_t* counter, const char* tag,
+                                 const char* fromText, const char* toText);
+
+/* ----------------------------------------------------------- playlists -- */
+/*
+ * URLs of playlists, "live/chan1.m3u8". Both functions act only on a URL of more than five
+ * characters that does not begin with the path of the recordings, as one that was expanded before
+ * does; an empty path begins every URL.
+ */
+
+/**
+ * Derives the name of a stream from the URL of its playlist: the URL without its last five
+ * characters, whatever they are.
+ *
+ * @param hls_url      the URL; NULL is refused.
+ * @param vodpath      path of the recordings; NULL is refused.
+ * @param programname  a text, which is zeroed first: an empty one will do. At least
+ *                     strlen(hls_url) + 1 bytes, and none of `hls_url`. NULL is refused.
+ *
+ * Threads: safe for different names.
+ * Logs: error for a missing argument.
+ */
+void zxt_innerapi_getHlsName(const char* hls_url, const char* vodpath, char* programname);
+
+/**
+ * Derives the directory of a stream from the URL of its playlist, and makes it anew.
+ *
+ * The directory is `vodpath`, a slash and the name of the stream. It is removed with all that is in
+ * it, then made, empty and writable for everybody. Whether the commands succeed is not looked at.
+ *
+ * Nothing is done for a path that the shell would not take as it stands, that is too long for a
+ * command of 511 characters, or that does not lead below `vodpath`: one with a part "..", or with
+ * none but "." and empty ones.
+ *
+ * @param hls_url   the URL; NULL is refused.
+ * @param vodpath   path of the recordings; NULL is refused.
+ * @param hls_path  a text, which is zeroed first: an empty one will do. At least
+ *                  strlen(vodpath) + strlen(hls_url) + 2 bytes, and none of the other texts. NULL
+ *                  is refused.
+ * @return 1 when it acted; 0 when it did not.
+ *
+ * Threads: safe for different directories.
+ * Logs: information with the path; error for a missing argument and a refused path.
+ */
+int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodpath, char* hls_path);
 
 /* ------------------------------------------------------------ commands -- */
 /*

@@ -1,5 +1,6 @@
 #include "zxt.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -8,13 +9,195 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "log_capture.hpp"
+#include "zxmem.h"
+
+namespace {
+
+bool g_hold_commands = false;
+std::vector<std::string> g_commands;
+int g_live_buffers = 0;
+bool g_memory_is_short = false;
+
+}  // namespace
+
+// In place of the C library's and the library's own, also for the library under test.
+extern "C" {
+[[gnu::visibility("default")]] int system(const char* command) {
+    static const auto kReal = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"));
+    if (!g_hold_commands) {
+        return kReal(command);
+    }
+    g_commands.emplace_back(command);
+    return 256;
+}
+
+void* zxmem_api_malloc(uint32_t size, const char* name, const char*, uint32_t) {
+    EXPECT_STREQ(name, "selfcp_buf");
+    g_live_buffers += g_memory_is_short ? 0 : 1;
+    return g_memory_is_short ? nullptr : std::calloc(1, size);
+}
+
+void zxmem_api_free(void** pbuf) {
+    --g_live_buffers;
+    std::free(*pbuf);
+}
+}
 
 namespace {
 
 using testing::ElementsAre;
+
+// "ab\0c" as "ab.c".
+std::string dotted(std::string bytes) {
+    std::replace(bytes.begin(), bytes.end(), '\0', '.');
+    return bytes;
+}
+
+class BufferTest : public testing::Test {
+protected:
+    ~BufferTest() override { g_memory_is_short = false; }
+    zx::test::LogCapture log;
+};
+
+TEST_F(BufferTest, SwitchesUpToItsBound) {
+    std::string one(1100, '1');
+    std::string two(1100, '2');
+    EXPECT_EQ(zxt_innerapi_bufSwitch(one.data(), two.data(), 1025), -2);
+    EXPECT_EQ(one + two, std::string(1100, '1') + std::string(1100, '2'));
+    EXPECT_EQ(zxt_innerapi_bufSwitch(one.data(), two.data(), 1024), 0);
+    EXPECT_EQ(one, std::string(1024, '2') + std::string(76, '1'));
+    EXPECT_EQ(two, std::string(1024, '1') + std::string(76, '2'));
+    EXPECT_EQ(zxt_innerapi_bufSwitch(nullptr, two.data(), 1), -1);
+    EXPECT_EQ(zxt_innerapi_bufSwitch(one.data(), nullptr, 1), -1);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXCOMMON_INNER]Param error####buf1",
+                                        "[ERROR][ZXCOMMON_INNER]Param error####buf2"));
+}
+
+TEST_F(BufferTest, MovesContent) {
+    const struct {
+        int32_t offset;
+        int32_t len;
+        const char* content;  // of "abcdefgh" afterwards, '.' for NUL
+        int32_t result;
+    } cases[] = {
+        {2, 4, "cdef..gh", 0},          {4, 2, "ef....gh", 0},          {-2, 4, "..abcdgh", 0},
+        {0, 4, "abcdefgh", 0},          {-3, 0, "...defgh", 0},         {2, -1, "abcdefgh", -1},
+        {INT32_MIN, 4, "abcdefgh", -1}, {1, INT32_MAX, "abcdefgh", -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.content + std::to_string(c.offset));
+        std::string text = "abcdefgh";
+        auto* const buf = reinterpret_cast<uint8_t*>(text.data());
+        EXPECT_EQ(zxt_innerapi_bufOffset(buf, c.offset, c.len), c.result);
+        EXPECT_EQ(dotted(text), c.content);
+        EXPECT_EQ(log.take().size(), c.result == 0 ? 0U : 1U);
+    }
+    EXPECT_EQ(g_live_buffers, 0);
+
+    uint8_t byte = 'a';
+    g_memory_is_short = true;
+    EXPECT_EQ(zxt_innerapi_bufOffset(&byte, 0, 1), -1);
+    EXPECT_EQ(zxt_innerapi_bufOffset(nullptr, 0, 1), -1);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXCOMMON_INNER]Malloc selfcp_buf failed,please "
+                                        "check the memory",
+                                        "[ERROR][ZXCOMMON_INNER]Param error####buf"));
+}
+
+TEST(ChangeTest, ReportsAValueThatFlaps) {
+    zx::test::LogCapture log;
+    int8_t last = 0;
+    uint8_t counter = 0;
+    const auto sees = [&](int value) {
+        const auto cur = static_cast<int8_t>(value);
+        return zxt_api_isDatatypeChange(&cur, &last, &counter, "video", "on", "off");
+    };
+    std::string results;
+    // A change that lasts; then two reports, the first of which leaves `last` behind.
+    for (const int cur : {1, 1, 1, 0, 1, 0, 1, 0, 1, -1, 1, -1, 1, -1, 1, 0}) {
+        results += static_cast<char>('0' + sees(cur));
+    }
+    EXPECT_EQ(results, "0000000010000010");
+    EXPECT_EQ(counter, 1);
+    EXPECT_EQ(last, 0);
+    counter = 255;
+    EXPECT_EQ(sees(1), 0) << "the counter has 8 bits";
+    EXPECT_EQ(counter, 0);
+    EXPECT_EQ(zxt_api_isDatatypeChange(&last, nullptr, &counter, "", "", ""), 0);
+    EXPECT_THAT(log.take(),
+                ElementsAre("[WARN][ZXCOMMON_INNER][video] data change(1->0)  from  on to off ",
+                            "[WARN][ZXCOMMON_INNER][video] data change(1->-1)  from  on to off ",
+                            "[ERROR][ZXCOMMON_INNER]Param error####last"));
+}
+
+class PlaylistTest : public testing::Test {
+protected:
+    PlaylistTest() { g_hold_commands = true; }
+    ~PlaylistTest() override { g_hold_commands = false; }
+
+    zx::test::LogCapture log;
+};
+
+TEST_F(PlaylistTest, CutsTheEndingOffAName) {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"live/chan1.m3u8", "/vod", "live/chan1......xx"},
+        {".m3u8", "/vod", "old.xxxxxxxxxxxxxx"},
+        {"/vodka/a.m3u8", "/vod", "old.xxxxxxxxxxxxxx"},
+        {"live/a.m3u8", "", "old.xxxxxxxxxxxxxx"},
+    };
+    for (const auto& [url, vodpath, expected] : cases) {
+        SCOPED_TRACE(url);
+        std::string name = std::string("old\0", 4) + std::string(14, 'x');
+        zxt_innerapi_getHlsName(url, vodpath, name.data());
+        EXPECT_EQ(dotted(name), expected);
+    }
+    zxt_innerapi_getHlsName(nullptr, nullptr, nullptr);
+    zxt_innerapi_getHlsName("", nullptr, nullptr);
+    zxt_innerapi_getHlsName("", "", nullptr);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXCOMMON_INNER]Param error####hls_url",
+                                        "[ERROR][ZXCOMMON_INNER]Param error####vodpath",
+                                        "[ERROR][ZXCOMMON_INNER]Param error####programname"));
+}
+
+TEST_F(PlaylistTest, MakesADirectoryAnewBelowThePath) {
+    enum { kMade, kRefused, kIgnored };
+    const std::pair<std::string, int> cases[] = {
+        {"live/chan1", kMade},
+        {"a..b", kMade},
+        {std::string(240, 'x'), kMade},  // in a command of 511 characters
+        {std::string(241, 'x'), kRefused},
+        {std::string(600, 'x'), kRefused},
+        {"../x", kRefused},
+        {"a/..", kRefused},
+        {"/", kRefused},
+        {"./.", kRefused},
+        {"a;id", kRefused},
+        {"/v/a", kIgnored},
+    };
+    for (const auto& [name, outcome] : cases) {
+        SCOPED_TRACE(name);
+        const std::string path = "/v/" + name;
+        std::vector<std::string> commands, lines;
+        if (outcome == kMade) {
+            commands = {"rm -fr " + path, "mkdir  -p " + path + "  && chmod 777 " + path};
+            lines = {"[INFO][ZXCOMMON_INNER]-------hls_path:" + path};
+        } else if (outcome == kRefused) {
+            lines = {"[ERROR][ZXCOMMON_INNER]Path(" + path + ".m3u8) is not fit for a command"};
+        }
+        g_commands.clear();
+        char hls_path[700] = "old";
+        EXPECT_EQ(zxt_innerapi_getHlsPath((name + ".m3u8").c_str(), "/v", hls_path),
+                  outcome == kMade ? 1 : 0);
+        EXPECT_EQ(hls_path, outcome == kMade ? path : "old");
+        EXPECT_EQ(g_commands, commands);
+        EXPECT_EQ(log.take(), lines);
+    }
+}
 
 class CommandTest : public testing::Test {
 protected:
@@ -47,8 +230,7 @@ TEST_F(CommandTest, ReadsThroughAPipe) {
         SCOPED_TRACE(c.command);
         std::string info(8, 'x');
         EXPECT_EQ(zxt_innerapi_cmdReadByPipe(c.command, info.data(), c.size), c.result);
-        std::replace(info.begin(), info.end(), '\0', '.');
-        EXPECT_EQ(info, c.info);
+        EXPECT_EQ(dotted(info), c.info);
         EXPECT_EQ(zxt_innerapi_cmdIsGrep(c.command), c.result > 0 ? 1 : 0);
     }
     EXPECT_EQ(zxt_innerapi_cmdReadByPipe(nullptr, nullptr, 4), -1);
