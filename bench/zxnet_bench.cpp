@@ -1,4 +1,5 @@
-// Receiving and sending with a wait, beside the bare system calls that such a call must make.
+// Receiving and sending with a wait, beside the bare system calls that such a call must make;
+// checksums beside DPDK's and the loop of the textbooks.
 #include <benchmark/benchmark.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -9,6 +10,16 @@
 #include <vector>
 
 #include "zxnet.h"
+
+#ifdef ZX_HAS_DPDK
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+#pragma GCC diagnostic ignored "-Wpedantic"
+#pragma GCC diagnostic ignored "-Wsign-conversion"
+#include <rte_ip.h>
+#pragma GCC diagnostic pop
+#endif
 
 namespace {
 
@@ -90,5 +101,63 @@ BENCHMARK_CAPTURE(run, recv_system_calls, recv_bare, true)->Apply(least);
 BENCHMARK_CAPTURE(run, recv_zxnet, recv_ours, true)->Apply(least);
 BENCHMARK_CAPTURE(run, send_system_calls, send_bare, false)->Apply(least);
 BENCHMARK_CAPTURE(run, send_zxnet, send_ours, false)->Apply(least);
+
+#ifdef ZX_HAS_DPDK
+[[gnu::noinline]] std::uint16_t checksum_dpdk(const std::uint8_t* at, std::uint32_t size) {
+    return __builtin_bswap16(static_cast<std::uint16_t>(~rte_raw_cksum(at, size)));
+}
+#endif
+
+// A word at a time.
+[[gnu::noinline, gnu::optimize("no-tree-vectorize")]] std::uint16_t checksum_textbook(
+    const std::uint8_t* at, std::uint32_t size) {
+    std::uint32_t sum = 0;
+    for (; size > 1; size -= 2, at += 2) {
+        std::uint16_t word;
+        __builtin_memcpy(&word, at, sizeof word);
+        sum += word;
+    }
+    if (size != 0) {
+        sum += *at;
+    }
+    sum = (sum >> 16U) + (sum & 0xFFFFU);
+    sum += sum >> 16U;
+    return __builtin_bswap16(static_cast<std::uint16_t>(~sum));
+}
+
+std::uint16_t checksum_udp(const std::uint8_t* at, std::uint32_t size) {
+    const void* const words = at;
+    return __builtin_bswap16(zxnet_api_checksumUdp(static_cast<const std::uint16_t*>(words), size));
+}
+
+template <auto Checksum>
+void checksums(benchmark::State& state) {
+    const auto size = static_cast<std::uint32_t>(state.range(0));
+    std::vector<std::uint8_t> bytes(size);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<std::uint8_t>(i * 7);
+    }
+    if (Checksum(bytes.data(), size) != checksum_textbook(bytes.data(), size)) {
+        state.SkipWithError("not the checksum");
+    }
+    for ([[maybe_unused]] auto _ : state) {
+        const std::uint8_t* at = bytes.data();
+        benchmark::DoNotOptimize(at);
+        benchmark::DoNotOptimize(Checksum(at, size));
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+// The IPv4 header, a short datagram, a full frame.
+void sizes(benchmark::internal::Benchmark* bench) {
+    bench->Arg(20)->Arg(188)->Arg(1500);
+}
+
+BENCHMARK(checksums<zxnet_api_checksum>)->Name("checksum/zxnet")->Apply(sizes);
+BENCHMARK(checksums<checksum_udp>)->Name("checksumUdp/zxnet")->Apply(sizes);
+BENCHMARK(checksums<checksum_textbook>)->Name("checksum/textbook")->Apply(sizes);
+#ifdef ZX_HAS_DPDK
+BENCHMARK(checksums<checksum_dpdk>)->Name("checksum/dpdk")->Apply(sizes);
+#endif
 
 }  // namespace

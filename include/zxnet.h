@@ -1,6 +1,6 @@
 /**
  * @file zxnet.h
- * Network helpers: sockets with time-outs, connection checks.
+ * Network helpers: sockets with time-outs, connection checks, Internet checksums.
  *
  * No state is kept between calls: sockets belong to their caller and are never
  * closed here, also after a failure. Log tag: NETWORK.
@@ -208,6 +208,57 @@ int32_t zxnet_api_isReachable(const char* host, uint32_t port);
  * Logs: error for a host that is refused.
  */
 int32_t zxnet_api_ping(const char* host);
+
+/* ----------------------------------------------------------- checksums -- */
+/* The one's-complement sums of RFC 1071. Buffers need no alignment. */
+
+/**
+ * Calculates the Internet checksum of a buffer.
+ *
+ * Words are added to 32 bits, whose overflow is lost: above 131074 bytes the result may not be that
+ * of RFC 1071.
+ *
+ * @param p    `len` bytes; NULL is refused.
+ * @param len  bytes. The last one of an odd number counts as if a zero followed.
+ * @return the checksum in host order: store it with htons(). 0 for a buffer that holds its right
+ *         checksum. 0xFFFF for a NULL `p`.
+ *
+ * Threads: safe. Signal handlers: yes.
+ * Logs: error for a NULL `p`.
+ */
+uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len);
+
+/**
+ * Calculates the Internet checksum of words of 16 bits, of any number.
+ *
+ * @param p    `len` bytes, a pseudo-header and what follows it; not NULL, unless `len` is 0.
+ * @param len  bytes. It must be even: the words are counted down to 0, which an odd length steps
+ *             over, and the function reads beyond the buffer. Pad with a zero byte.
+ * @return the checksum in the byte order of memory: store it as it is.
+ *
+ * Threads: safe. Signal handlers: yes.
+ */
+uint16_t zxnet_api_checksumUdp(const uint16_t* p, uint32_t len);
+
+/**
+ * Calculates the Internet checksum of a header and its data with the pseudo-header of IPv4.
+ *
+ * The data follows the header without a gap, also after a header of odd length.
+ *
+ * @param header     `headerLen` bytes; NULL is refused.
+ * @param src        source address in host order.
+ * @param dst        destination address in host order.
+ * @param protocol   number of the protocol, as IPPROTO_TCP.
+ * @param headerLen  bytes.
+ * @param data       `dataLen` bytes; not NULL, unless `dataLen` is 0.
+ * @param dataLen    bytes. The pseudo-header holds the low 16 bits of `headerLen + dataLen`.
+ * @return the checksum in host order, as zxnet_api_checksum(); 0xFFFF for a NULL `header`.
+ *
+ * Threads: safe. Signal handlers: yes.
+ * Logs: error for a NULL `header`.
+ */
+uint16_t zxnet_api_checksum_ptc(const void* header, uint32_t src, uint32_t dst, uint8_t protocol,
+                                uint8_t headerLen, const void* data, uint16_t dataLen);
 
 #pragma GCC visibility pop
 

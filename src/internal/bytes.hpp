@@ -10,6 +10,11 @@ namespace zx {
            static_cast<std::uint32_t>(at[2]) << 8U | static_cast<std::uint32_t>(at[3]);
 }
 
+constexpr void store_be16(std::uint8_t* at, std::uint16_t value) {
+    at[0] = static_cast<std::uint8_t>(value >> 8U);
+    at[1] = static_cast<std::uint8_t>(value);
+}
+
 constexpr void store_be32(std::uint8_t* at, std::uint32_t value) {
     at[0] = static_cast<std::uint8_t>(value >> 24U);
     at[1] = static_cast<std::uint8_t>(value >> 16U);

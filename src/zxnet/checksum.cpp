@@ -1,0 +1,140 @@
+#include "zxnet.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "internal/bytes.hpp"
+#include "internal/log.hpp"
+#include "zxnet/checksum_sum.hpp"
+
+static_assert(std::endian::native == std::endian::little);
+
+namespace {
+
+constexpr char kTag[] = "NETWORK";
+constexpr std::size_t kPseudoHeaderSize = 12;
+constexpr std::uint32_t kPiece = 1U << 16U;  // bytes, whose sum is far from 2^32
+
+std::uint32_t sum_blocks(const std::uint8_t* at, std::size_t blocks) {
+#ifdef __x86_64__
+    if (__builtin_cpu_supports("avx2")) {  // which was found out when the library was loaded
+        return zx::net::sum_blocks_avx2(at, blocks);
+    }
+#endif
+    return zx::net::sum_blocks_inline(at, blocks);
+}
+
+template <typename T>
+T load(const std::uint8_t* at) {
+    T value;
+    std::memcpy(&value, at, sizeof value);
+    return value;
+}
+
+// The sum of less than a block; the words go into two halves of 64 bits, which have room for them.
+[[gnu::always_inline]] inline std::uint32_t sum_rest(const std::uint8_t* at, std::size_t size) {
+    constexpr std::uint64_t kLower = 0x0000FFFF0000FFFF;
+    const auto halves = [](std::uint64_t words) {
+        return (words & kLower) + (words >> 16U & kLower);
+    };
+    std::uint64_t sum = 0;
+    if ((size & 32U) != 0) {
+        sum += halves(load<std::uint64_t>(at)) + halves(load<std::uint64_t>(at + 8)) +
+               halves(load<std::uint64_t>(at + 16)) + halves(load<std::uint64_t>(at + 24));
+        at += 32;
+    }
+    if ((size & 16U) != 0) {
+        sum += halves(load<std::uint64_t>(at)) + halves(load<std::uint64_t>(at + 8));
+        at += 16;
+    }
+    if ((size & 8U) != 0) {
+        sum += halves(load<std::uint64_t>(at));
+        at += 8;
+    }
+    if ((size & 4U) != 0) {
+        sum += halves(load<std::uint32_t>(at));
+        at += 4;
+    }
+    if ((size & 2U) != 0) {
+        sum += load<std::uint16_t>(at);
+        at += 2;
+    }
+    if ((size & 1U) != 0) {
+        sum += *at;
+    }
+    return static_cast<std::uint32_t>(sum + (sum >> 32U));
+}
+
+// Out of the way of the short buffers, of which there are many.
+[[gnu::noinline]] std::uint32_t sum_long(const std::uint8_t* at, std::size_t size) {
+    const std::size_t rest = size % zx::net::kSumBlock;
+    return sum_blocks(at, size / zx::net::kSumBlock) + sum_rest(at + (size - rest), rest);
+}
+
+[[gnu::always_inline]] inline std::uint32_t sum_of(const std::uint8_t* at, std::size_t size) {
+    return size < zx::net::kSumBlock ? sum_rest(at, size) : sum_long(at, size);
+}
+
+constexpr std::uint32_t fold(std::uint32_t sum) {
+    return (sum >> 16U) + (sum & 0xFFFFU);
+}
+
+// The checksum in host order, which the words were not in.
+constexpr std::uint16_t checksum_of(std::uint32_t sum) {
+    return __builtin_bswap16(static_cast<std::uint16_t>(~fold(fold(sum))));
+}
+
+[[gnu::cold, gnu::noinline]] std::uint16_t refuse(const char* func, const char* name) {
+    ZX_LOG_FROM(func, error, "Param error####%s", name);
+    return 0xFFFF;
+}
+
+}  // namespace
+
+extern "C" uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len) {
+    if (p == nullptr) {
+        return refuse(__func__, "paddr");
+    }
+    return checksum_of(sum_of(p, len));
+}
+
+extern "C" uint16_t zxnet_api_checksumUdp(const uint16_t* p, uint32_t len) {
+    const auto* at = reinterpret_cast<const std::uint8_t*>(p);
+    std::uint32_t sum = 0;
+    while (len >= zx::net::kSumBlock) {
+        const std::uint32_t piece = std::min(len, kPiece);
+        const std::uint32_t whole = piece - piece % zx::net::kSumBlock;
+        sum = fold(fold(sum + sum_blocks(at, whole / zx::net::kSumBlock)));
+        at += whole;
+        len -= whole;
+    }
+    for (; len != 0; len -= 2, at += 2) {
+        sum += load<std::uint16_t>(at);
+    }
+    return static_cast<std::uint16_t>(~fold(fold(sum)));
+}
+
+extern "C" uint16_t zxnet_api_checksum_ptc(const void* header, uint32_t src, uint32_t dst,
+                                           uint8_t protocol, uint8_t headerLen, const void* data,
+                                           uint16_t dataLen) {
+    if (header == nullptr) {
+        return refuse(__func__, "pether_pkt");
+    }
+    std::uint8_t pseudo[kPseudoHeaderSize]{};
+    zx::store_be32(pseudo, src);
+    zx::store_be32(pseudo + 4, dst);
+    pseudo[9] = protocol;
+    zx::store_be16(pseudo + 10, static_cast<std::uint16_t>(headerLen + dataLen));
+    std::uint32_t sum = sum_of(pseudo, sizeof pseudo);
+
+    sum += sum_of(static_cast<const std::uint8_t*>(header), headerLen);
+    const auto* rest = static_cast<const std::uint8_t*>(data);
+    std::size_t rest_size = dataLen;
+    if (headerLen % 2 != 0 && rest_size != 0) {  // one word of the header's last byte and this one
+        sum += std::uint32_t{*rest} << 8U;
+        ++rest;
+        --rest_size;
+    }
+    return checksum_of(sum + sum_of(rest, rest_size));
+}
