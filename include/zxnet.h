@@ -1,9 +1,11 @@
 /**
  * @file zxnet.h
- * Network helpers: sockets with time-outs, connection checks, Internet checksums.
+ * Network helpers: addresses, names and masks as texts and numbers, sockets with
+ * time-outs, connection checks, Internet checksums.
  *
  * No state is kept between calls: sockets belong to their caller and are never
- * closed here, also after a failure. Log tag: NETWORK.
+ * closed here, also after a failure. All texts and records belong to the caller,
+ * who makes outputs large enough. Log tag: NETWORK.
  */
 #ifndef ZXNET_H
 #define ZXNET_H
@@ -16,6 +18,254 @@ extern "C" {
 #endif
 
 #pragma GCC visibility push(default)
+
+/* ----------------------------------------------------------- addresses -- */
+
+/*
+ * Numeric IPv4 addresses are in host order, with the first number of the text in the most
+ * significant byte. "Dotted text" below is taken as it comes: what stands between the dots is read
+ * as atoi() does and reduced modulo 256, so "256" and "x" are 0, and dots in a row count as one.
+ * Only the number of fields, which must be 4, is checked, and only the first 256 bytes count
+ * (#ZXNET_IP_TEXT_SIZE in zxnet_api_ipStr2Byte()); a longer text is cut with a warning.
+ */
+
+#define ZXNET_IP_TEXT_SIZE      16 /**< bytes of a dotted text */
+#define ZXNET_NETWORK_TEXT_SIZE 19 /**< bytes of a dotted text with a prefix length */
+#define ZXNET_ADDRESS_TEXT_SIZE 46 /**< bytes of an IPv4 or IPv6 text */
+#define ZXNET_MAC_SIZE          6  /**< bytes of a MAC address */
+#define ZXNET_MAC_TEXT_SIZE     18 /**< bytes of the text of a MAC address */
+
+#define ZXNET_DOMAIN_SLOTS     128 /**< address texts that a domain address record holds */
+#define ZXNET_DOMAIN_SLOT_SIZE 32  /**< bytes from one of them to the next */
+#define ZXNET_DOMAIN_FLAGS     32  /**< family flags that it holds */
+
+/** What a name resolves to. */
+typedef struct domainaddr_ctt {
+    uint8_t count; /**< addresses that were found, modulo 256: may exceed what is stored */
+    /** A text of #ZXNET_DOMAIN_SLOT_SIZE bytes and more runs on, and is cut by the next one. */
+    char address[ZXNET_DOMAIN_SLOTS][ZXNET_DOMAIN_SLOT_SIZE];
+    uint8_t family[ZXNET_DOMAIN_FLAGS]; /**< 0 IPv4, 1 IPv6 */
+} domainaddr_ctt;
+
+/** How an interface comes by its address. */
+typedef enum ipmode_e {
+    ZXNET_IPMODE_UNKNOWN,     /**< "unkonw" */
+    ZXNET_IPMODE_STATIC,      /**< "static" */
+    ZXNET_IPMODE_DHCP,        /**< "dhcp" */
+    ZXNET_IPMODE_BOND_SLAVER, /**< "bond-slaver" */
+    ZXNET_IPMODE_BOND_MASTER, /**< "bond-master" */
+    ZXNET_IPMODE_MAX          /**< the number of modes; never found */
+} ipmode_e;
+
+/**
+ * Tells an IPv6 text from others by the colon.
+ * @return 1 when there is one; 0 otherwise and for NULL.
+ * Logs: error for NULL.
+ */
+int32_t zxnet_api_isIpv6(const char* text);
+
+/**
+ * Tells whether an IPv4 or IPv6 text is a multicast address.
+ * @return 1 for 224.0.0.0 to 239.255.255.255 and for ff00::/8; 0 for others, for what is no
+ *         address, and for NULL.
+ * Logs: error for NULL.
+ */
+int32_t zxnet_api_isMulticast(const char* text);
+
+/**
+ * Rewrites an IPv4 text as IPv4-mapped IPv6, "::ffff:192.0.2.1". An IPv6 text stays.
+ * @param text  room for strlen(text) + 8 bytes; not checked to be an address.
+ * Logs: error for NULL.
+ */
+void zxnet_api_outIpv6(char* text);
+
+/**
+ * Reads a dotted text.
+ * @param text  its first #ZXNET_IP_TEXT_SIZE bytes count.
+ * @return the address in host order; 0 on error, and for 0.0.0.0.
+ * Threads: safe.
+ * Logs: warning for a text of 16 characters or more; error for another number of fields than 4, and
+ * for NULL.
+ */
+uint32_t zxnet_api_ipStr2Byte(const char* text);
+
+/**
+ * Prints an address as dotted text.
+ * @param ip   host order.
+ * @param out  #ZXNET_IP_TEXT_SIZE bytes that hold a text already: its bytes are cleared.
+ * @return the number of characters; 0 for a NULL `out`.
+ * Logs: error for a NULL `out`.
+ */
+int32_t zxnet_api_ipByte2Str(uint32_t ip, char* out);
+
+/**
+ * Prints all addresses from `start` to `end` as dotted texts.
+ *
+ * Deliberately not bounded: an `end` of 255.255.255.255 never ends, and a `start` that cannot be
+ * read counts as 0.0.0.0. Callers check both.
+ *
+ * @param start   dotted text. @param end  dotted text, below 255.255.255.255.
+ * @param out     an entry every `stride` bytes, zeroed or with texts.
+ * @param stride  bytes from one entry to the next, #ZXNET_IP_TEXT_SIZE or more.
+ * @return the number of entries; 0 when `start` is above `end` or an argument is NULL.
+ * Logs: as zxnet_api_ipStr2Byte(); error for a NULL argument.
+ */
+uint32_t zxnet_api_getIpList(const char* start, const char* end, char* out, uint8_t stride);
+
+/**
+ * Reads the text of a MAC address.
+ *
+ * Six times a hexadecimal number is read as strtoul() does, of which the lowest byte counts, and
+ * one character behind it is skipped, whatever it is. Bytes that the text has no more numbers for
+ * are 0.
+ *
+ * @param out6  #ZXNET_MAC_SIZE bytes.
+ * @return 0; -1 for a NULL argument, with nothing touched.
+ * Threads: safe.
+ * Logs: error for a NULL argument.
+ */
+int32_t zxnet_api_macStr2Byte(const char* text, uint8_t* out6);
+
+/**
+ * Appends bytes to a text, in hexadecimal without leading zeros and with colons between them:
+ * 00 1a 0b are "0:1a:b".
+ * @param len  bytes.
+ * @param out  a text, with room for 3 * `len` bytes behind it.
+ * @return `len`; 0 for a NULL argument.
+ * Logs: error for a NULL argument.
+ */
+int32_t zxnet_api_macByte2str(const uint8_t* bytes, uint32_t len, char* out);
+
+/**
+ * Tells whether a MAC address, read as by zxnet_api_macStr2Byte(), is that of a single station.
+ * @return 1 when it is, also for an address of zeros; 0 for a group address; -1 for NULL.
+ * Logs: error for NULL.
+ */
+int32_t zxnet_api_isVaildMac(const char* text);
+
+/**
+ * Prints the destination MAC address for an IPv4 group: 01:00:5e and the group's last three bytes.
+ *
+ * Deliberately the whole second byte, unlike RFC 1112, which drops its top bit: 239.255.1.1 gives
+ * "01:00:5e:ff:01:01".
+ *
+ * @param out    #ZXNET_MAC_TEXT_SIZE bytes that hold a text already: its bytes are cleared.
+ * @param group  as inet_addr() reads it; what is no address counts as 255.255.255.255.
+ * @return the number of characters; 0 for a NULL argument.
+ * Logs: error for a NULL argument.
+ */
+int32_t zxnet_api_getMulticastDestMac(char* out, const char* group);
+
+/**
+ * Counts the bits of a netmask, byte by byte.
+ * @param netmask  dotted text. A byte that is no mask by itself counts as 0; that the bits of the
+ *                 whole are in a row is not checked, so 255.0.255.0 gives 16.
+ * @return 0 to 32; 0 on error.
+ * Logs: warning for a text of 256 characters or more; error for another number of fields than 4,
+ * and for NULL.
+ */
+int32_t zxnet_api_getNetmaskBitNum(const char* netmask);
+
+/**
+ * Prints the network of an address, and the first address in it, which is taken for the gateway.
+ *
+ * @param ip       dotted text. @param netmask  dotted text.
+ * @param network  #ZXNET_NETWORK_TEXT_SIZE bytes for "192.0.2.0/24"; NULL: not wanted.
+ * @param gateway  #ZXNET_IP_TEXT_SIZE bytes for "192.0.2.1"; NULL: not wanted. Deliberately without
+ *                 a carry: behind a network that ends in 255 it ends in 256.
+ * @return the number of characters of the gateway; 0 without one and on error, with nothing
+ *         touched.
+ * Logs: warning for a text of 256 characters or more; error for another number of fields than 4,
+ * and for a NULL `ip` or `netmask`.
+ */
+int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* netmask, char* network,
+                                      char* gateway);
+
+/**
+ * Prints the network of an address.
+ *
+ * @param ip   dotted text. @param netmask  dotted text.
+ * @param out  #ZXNET_IP_TEXT_SIZE bytes that hold a text already: its bytes are cleared; NULL: not
+ *             wanted.
+ * @return the number of characters; 0 without an output and on error, with nothing touched.
+ * Logs: as zxnet_api_getGatewayByNetmask().
+ */
+int32_t zxnet_api_subnet(const char* ip, const char* netmask, char* out);
+
+/**
+ * Tells whether an address lies in the shared address space 100.64.0.0/10 (RFC 6598).
+ * @param text  dotted text, in which dots in a row do not count as one: an empty field is 0.
+ * @return 1 when it does; 0 otherwise, on error, and for IPv6.
+ * Logs: warning for a text of 256 characters or more; error for another number of fields than 4,
+ * and for NULL; info for IPv6.
+ */
+int32_t zxnet_api_isResIpaddr(const char* text);
+
+/**
+ * Prints the address of a socket. An IPv6 text that begins with "::ffff:", as IPv4-mapped addresses
+ * do, loses that prefix.
+ * @param sa   IPv6 when its family says so; every other one counts as IPv4.
+ * @param out  #ZXNET_ADDRESS_TEXT_SIZE bytes.
+ * Logs: debug with the text; error for a NULL argument, with nothing touched.
+ */
+void zxnet_api_getIpaddr(const struct sockaddr* sa, char* out);
+
+/**
+ * Resolves a name to addresses of both families, as getaddrinfo() orders them.
+ *
+ * The record takes min(`count`, #ZXNET_DOMAIN_FLAGS) flags and min(`count`, #ZXNET_DOMAIN_SLOTS)
+ * texts; the text after the last one spoils the flags, and nothing is stored behind the record.
+ * It is meant for names that yield few addresses.
+ *
+ * @param service  as for getaddrinfo(); NULL: none.
+ * @param out      rewritten, unless `host` is NULL or empty.
+ * @return 0; -1 for a NULL `host` or `out`, an empty `host`, or a name that does not resolve; -2
+ *         when it resolves to nothing.
+ * Threads: safe. Takes as long as the lookup takes.
+ * Logs: error on failure; debug for every address.
+ */
+int32_t zxnet_api_parseDomainName(const char* host, const char* service, domainaddr_ctt* out);
+
+/**
+ * Finds an IP mode by its text.
+ * @return the mode; #ZXNET_IPMODE_UNKNOWN for another text and for NULL.
+ * Logs: error for NULL.
+ */
+ipmode_e zxnet_api_getIpMode(const char* text);
+
+/**
+ * Tells whether a number is a descriptor other than standard input, output and error.
+ * @return 1 above 2; 0 otherwise. Whether it is open is not asked.
+ */
+int32_t zxnet_api_isVaildFd(int fd);
+
+/**
+ * Prints an address that is in network order.
+ * @param netorder  any alignment.
+ * @return the static text of inet_ntoa(), overwritten by its next call; NULL for NULL.
+ * Threads: glibc has one text a thread.
+ * Logs: error for NULL.
+ */
+char* zxnet_api_net2str(const uint32_t* netorder);
+
+/**
+ * Copies bytes. They may overlap.
+ * @param len  bytes.
+ * Logs: error for a NULL argument.
+ */
+void zxnet_api_num2str(const void* src, uint32_t len, void* dst);
+
+/** As zxnet_api_num2str(). */
+void zxnet_api_str2num(const void* src, uint32_t len, void* dst);
+
+/**
+ * Appends bytes to a text, each as two hexadecimal digits.
+ * @param len  bytes.
+ * @param out  a text, with room for 2 * `len` bytes behind it.
+ * @return `len`; 0 for a NULL argument.
+ * Logs: error for a NULL argument.
+ */
+int32_t zxnet_api_num2str16(const uint8_t* bytes, uint32_t len, char* out);
 
 /* ------------------------------------------------------------- sockets -- */
 

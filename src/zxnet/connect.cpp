@@ -1,18 +1,17 @@
 #include "zxnet.h"
 
-#include <netdb.h>
 #include <netinet/in.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
 #include "zxepoll.h"
+#include "zxnet/addresses.hpp"
 #include "zxt.h"
 #include "zxtime.h"
 
@@ -24,17 +23,12 @@ constexpr std::uint64_t kReachableUs = 1000000;
 constexpr std::uint16_t kHttpPort = 80;
 constexpr std::size_t kPingSize = 128;
 
-struct AddressFreer {
-    void operator()(addrinfo* list) const { freeaddrinfo(list); }
-};
-using UniqueAddress = std::unique_ptr<addrinfo, AddressFreer>;
-
-UniqueAddress resolve_ipv4(const char* host) {
+zx::UniqueAddresses resolve_ipv4(const char* host) {
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* list = nullptr;
-    return UniqueAddress(getaddrinfo(host, nullptr, &hints, &list) == 0 ? list : nullptr);
+    return zx::UniqueAddresses(getaddrinfo(host, nullptr, &hints, &list) == 0 ? list : nullptr);
 }
 
 void report_failure(const char* func, int attempts, std::uint8_t state, std::uint64_t timeout_us) {
@@ -92,7 +86,7 @@ extern "C" int32_t zxnet_api_isReachable(const char* host, uint32_t port) {
         ZX_LOG_PARAM("port");
         return 0;
     }
-    const UniqueAddress found = resolve_ipv4(host);
+    const zx::UniqueAddresses found = resolve_ipv4(host);
     if (found == nullptr) {
         return 0;
     }

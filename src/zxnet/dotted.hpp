@@ -1,0 +1,63 @@
+// Four numbers with dots between them, the most significant first.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+
+namespace zx {
+
+// How a function takes its text apart.
+struct DottedForm {
+    const char* name;  // of the text, in messages
+    std::size_t size;  // bytes of the text that count
+    std::int32_t (*split)(char* text, const char* dot, char** fields);
+};
+
+inline constexpr std::size_t kDottedSize = 256;
+
+// Any text: fields wrap modulo 256 and count as 0 without digits; only their number is checked.
+// Speaks for the function `func`.
+[[nodiscard]] std::optional<std::uint32_t> parse_fields(const char* func, const DottedForm& form,
+                                                        const char* text);
+
+// Four fields of one to three digits and nothing else, which every form takes apart alike.
+[[nodiscard]] inline std::optional<std::uint32_t> parse_plain(const char* at) {
+    constexpr auto digit = [](char c) {
+        return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0';
+    };
+    std::uint32_t ip = 0;
+    for (int left = 3; left >= 0; --left) {
+        unsigned value = digit(*at++);
+        if (value > 9) {
+            return std::nullopt;
+        }
+        for (int more = 2; more > 0 && digit(*at) <= 9; --more) {
+            value = value * 10 + digit(*at++);
+        }
+        if (*at++ != (left > 0 ? '.' : '\0')) {
+            return std::nullopt;
+        }
+        ip = ip << 8U | (value & 0xFFU);
+    }
+    return ip;
+}
+
+[[nodiscard]] inline std::optional<std::uint32_t> parse_dotted(const char* func,
+                                                               const DottedForm& form,
+                                                               const char* text) {
+    const std::optional<std::uint32_t> plain = parse_plain(text);
+    return plain ? plain : parse_fields(func, form, text);
+}
+
+// Byte `index` of an address in the order of its text.
+[[nodiscard]] constexpr std::uint8_t octet(std::uint32_t ip, unsigned index) {
+    return static_cast<std::uint8_t>(ip >> (24U - 8U * index));
+}
+
+inline void clear_text(char* text) {
+    std::memset(text, 0, std::strlen(text));
+}
+
+}  // namespace zx

@@ -1,0 +1,99 @@
+// Networks: masks, prefixes and gateways.
+#include "zxnet.h"
+
+#include <bit>
+#include <cstdio>
+#include <optional>
+
+#include "internal/log.hpp"
+#include "zxnet/dotted.hpp"
+#include "zxstr.h"
+
+namespace {
+
+constexpr char kTag[] = "NETWORK";
+constexpr zx::DottedForm kNetmask{"netmask", zx::kDottedSize, zxstr_api_split};
+constexpr zx::DottedForm kAddress{"ipaddr", zx::kDottedSize, zxstr_api_split};
+constexpr zx::DottedForm kSharedAddress{"ipaddr", zx::kDottedSize, zxstr_api_split2};
+constexpr std::uint32_t kSharedSpace = 0x64400000;  // 100.64.0.0/10, RFC 6598
+constexpr std::uint32_t kSharedMask = 0xFFC00000;
+
+// Byte for byte; one whose bits are not in a row from the left counts for nothing.
+int count_bits(std::uint32_t netmask) {
+    int bits = 0;
+    for (unsigned i = 0; i < 4; ++i) {
+        const std::uint8_t byte = zx::octet(netmask, i);
+        bits += std::popcount(byte) == std::countl_one(byte) ? std::popcount(byte) : 0;
+    }
+    return bits;
+}
+
+struct Network {
+    std::uint32_t ip;
+    std::uint32_t netmask;
+};
+
+// The network of an address. The mask is looked at first.
+std::optional<Network> parse_network(const char* func, const char* ip, const char* netmask) {
+    if (ip == nullptr || netmask == nullptr) {
+        ZX_LOG_FROM(func, error, "Param error####%s", ip == nullptr ? "ip" : "netmask");
+        return std::nullopt;
+    }
+    const std::optional<std::uint32_t> mask = zx::parse_dotted(func, kNetmask, netmask);
+    if (!mask) {
+        return std::nullopt;
+    }
+    const std::optional<std::uint32_t> address = zx::parse_dotted(func, kAddress, ip);
+    if (!address) {
+        return std::nullopt;
+    }
+    return Network{*address & *mask, *mask};
+}
+
+}  // namespace
+
+extern "C" int32_t zxnet_api_getNetmaskBitNum(const char* netmask) {
+    if (netmask == nullptr) {
+        ZX_LOG_PARAM("netmask");
+        return 0;
+    }
+    return count_bits(zx::parse_dotted(__func__, kNetmask, netmask).value_or(0));
+}
+
+extern "C" int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* netmask, char* network,
+                                                 char* gateway) {
+    const std::optional<Network> found = parse_network(__func__, ip, netmask);
+    if (!found) {
+        return 0;
+    }
+    const std::uint8_t a = zx::octet(found->ip, 0);
+    const std::uint8_t b = zx::octet(found->ip, 1);
+    const std::uint8_t c = zx::octet(found->ip, 2);
+    const std::uint8_t d = zx::octet(found->ip, 3);
+    if (network != nullptr) {
+        std::snprintf(network, ZXNET_NETWORK_TEXT_SIZE, "%d.%d.%d.%d/%d", a, b, c, d,
+                      count_bits(found->netmask));
+    }
+    if (gateway == nullptr) {
+        return 0;
+    }
+    return std::snprintf(gateway, ZXNET_IP_TEXT_SIZE, "%d.%d.%d.%d", a, b, c, d + 1);
+}
+
+extern "C" int32_t zxnet_api_subnet(const char* ip, const char* netmask, char* out) {
+    const std::optional<Network> found = parse_network(__func__, ip, netmask);
+    return found && out != nullptr ? zxnet_api_ipByte2Str(found->ip, out) : 0;
+}
+
+extern "C" int32_t zxnet_api_isResIpaddr(const char* text) {
+    if (text == nullptr) {
+        ZX_LOG_PARAM("text");
+        return 0;
+    }
+    if (zxnet_api_isIpv6(text) != 0) {
+        ZX_LOG(info, "no support  ipv6");
+        return 0;
+    }
+    const std::uint32_t ip = zx::parse_dotted(__func__, kSharedAddress, text).value_or(0);
+    return (ip & kSharedMask) == kSharedSpace ? 1 : 0;
+}
