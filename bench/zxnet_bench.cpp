@@ -1,6 +1,9 @@
 // Receiving and sending with a wait, beside the bare system calls that such a call must make;
-// checksums beside DPDK's and the loop of the textbooks.
+// checksums beside DPDK's and the loop of the textbooks; addresses as texts and numbers beside the
+// C library.
+#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
+#include <netinet/ether.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -159,5 +162,65 @@ BENCHMARK(checksums<checksum_textbook>)->Name("checksum/textbook")->Apply(sizes)
 #ifdef ZX_HAS_DPDK
 BENCHMARK(checksums<checksum_dpdk>)->Name("checksum/dpdk")->Apply(sizes);
 #endif
+
+// Addresses: every call gets the next of a few texts or numbers of different lengths.
+constexpr std::size_t kAddresses = 8;
+constexpr const char* kIpTexts[kAddresses] = {"192.168.1.1",  "10.0.0.1",        "8.8.8.8",
+                                              "172.16.254.3", "255.255.255.255", "100.64.12.7",
+                                              "203.0.113.99", "239.255.1.1"};
+constexpr const char* kMacTexts[kAddresses] = {
+    "00:1a:2b:0c:0d:0e", "01:00:5e:7f:01:01", "0:1a:2b:c:d:e",     "FF:FF:FF:FF:FF:FF",
+    "52:54:00:12:34:56", "de:ad:be:ef:00:01", "00:00:00:00:00:00", "a:b:c:d:e:f"};
+
+char g_text[ZXNET_IP_TEXT_SIZE];
+std::uint32_t g_ip;
+ether_addr g_mac;
+
+void print_ours(std::uint32_t ip) {
+    zxnet_api_ipByte2Str(ip, g_text);
+}
+void print_libc(std::uint32_t ip) {
+    const in_addr address{htonl(ip)};
+    inet_ntop(AF_INET, &address, g_text, sizeof g_text);
+}
+void parse_ours(const char* text) {
+    g_ip = zxnet_api_ipStr2Byte(text);
+}
+void parse_libc(const char* text) {
+    in_addr address{};
+    inet_pton(AF_INET, text, &address);
+    g_ip = ntohl(address.s_addr);
+}
+void mac_ours(const char* text) {
+    zxnet_api_macStr2Byte(text, g_mac.ether_addr_octet);
+}
+void mac_libc(const char* text) {
+    ether_aton_r(text, &g_mac);
+}
+
+void print(benchmark::State& state, void (*call)(std::uint32_t)) {
+    std::uint32_t ips[kAddresses];
+    std::transform(std::begin(kIpTexts), std::end(kIpTexts), ips, zxnet_api_ipStr2Byte);
+    std::size_t next = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        call(ips[next++ % kAddresses]);
+        benchmark::ClobberMemory();
+    }
+}
+
+void parse(benchmark::State& state, void (*call)(const char*), const char* const* texts) {
+    std::size_t next = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        call(texts[next++ % kAddresses]);
+        benchmark::ClobberMemory();
+    }
+}
+
+BENCHMARK_CAPTURE(print, inet_ntop, print_libc);
+BENCHMARK_CAPTURE(print, ipByte2Str, print_ours);
+BENCHMARK_CAPTURE(parse, inet_pton, parse_libc, kIpTexts);
+BENCHMARK_CAPTURE(parse, ipStr2Byte, parse_ours, kIpTexts);
+BENCHMARK_CAPTURE(parse, ether_aton_r, mac_libc, kMacTexts);
+BENCHMARK_CAPTURE(parse, macStr2Byte, mac_ours, kMacTexts);
 
 }  // namespace
