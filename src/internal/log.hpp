@@ -88,9 +88,11 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
     } while (0)
 
 // The bodies that all modules share.
-#define ZX_LOG_PARAM(name)                 ZX_LOG(error, "Param error####%s", name)
-#define ZX_LOG_MALLOC(what)                ZX_LOG(error, "Malloc %s failed,please check the memory", what)
+#define ZX_LOG_PARAM(name)  ZX_LOG(error, "Param error####%s", name)
+#define ZX_LOG_MALLOC(what) ZX_LOG(error, "Malloc %s failed,please check the memory", what)
+
 #define ZX_LOG_CUT(capacity, needed, text) ZX_LOG_CUT_FROM(__func__, capacity, needed, text)
+
 #define ZX_LOG_CUT_FROM(func, capacity, needed, text)                                   \
     ZX_LOG_FROM(func, warning, "There is a bug that buf1 (%lu < %lu)(%s),please fix!!", \
                 static_cast<unsigned long>(capacity), static_cast<unsigned long>(needed), text)

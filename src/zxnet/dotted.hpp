@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 
 namespace zx {
@@ -54,10 +53,6 @@ inline constexpr std::size_t kDottedSize = 256;
 // Byte `index` of an address in the order of its text.
 [[nodiscard]] constexpr std::uint8_t octet(std::uint32_t ip, unsigned index) {
     return static_cast<std::uint8_t>(ip >> (24U - 8U * index));
-}
-
-inline void clear_text(char* text) {
-    std::memset(text, 0, std::strlen(text));
 }
 
 }  // namespace zx

@@ -116,7 +116,7 @@ extern "C" int32_t zxnet_api_getMulticastDestMac(char* out, const char* group) {
         return 0;
     }
     const std::uint32_t ip = ntohl(inet_addr(group));
-    zx::clear_text(out);
+    std::memset(out, 0, std::strlen(out));
     // The second octet whole, although Ethernet maps its lower seven bits alone.
     return std::snprintf(out, ZXNET_MAC_TEXT_SIZE, "01:00:5e:%02x:%02x:%02x", zx::octet(ip, 1),
                          zx::octet(ip, 2), zx::octet(ip, 3));
