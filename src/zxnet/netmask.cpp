@@ -1,6 +1,7 @@
 // Networks: masks, prefixes and gateways.
 #include "zxnet.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <optional>
@@ -71,8 +72,9 @@ extern "C" int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* net
     const std::uint8_t c = zx::octet(found->ip, 2);
     const std::uint8_t d = zx::octet(found->ip, 3);
     if (network != nullptr) {
-        std::snprintf(network, ZXNET_NETWORK_TEXT_SIZE, "%d.%d.%d.%d/%d", a, b, c, d,
-                      count_bits(found->netmask));
+        // Never more than 32; with the bound the compiler knows it, too.
+        const int bits = std::min(count_bits(found->netmask), 32);
+        std::snprintf(network, ZXNET_NETWORK_TEXT_SIZE, "%d.%d.%d.%d/%d", a, b, c, d, bits);
     }
     if (gateway == nullptr) {
         return 0;
