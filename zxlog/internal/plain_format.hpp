@@ -1,7 +1,6 @@
-// vsnprintf for what nearly all lines consist of: "%s", "%.128s", "%.*s", "%c", "%%" and "%d",
-// "%i",
-// "%u", "%x" of any length, without flags and widths. Three times as fast, and it keeps away from
-// the C library in signal handlers.
+// vsnprintf for what nearly all lines consist of: "%s", "%.128s", "%.*s", "%c", "%%" and integers
+// ("%d", "%i", "%u", "%x" of any length), without flags and widths. Three times as fast, and it
+// keeps away from the C library in signal handlers.
 #pragma once
 
 #include <cstdarg>
