@@ -5,6 +5,10 @@
 
 namespace zx {
 
+[[nodiscard]] constexpr std::uint16_t load_be16(const std::uint8_t* at) {
+    return static_cast<std::uint16_t>(at[0] << 8U | at[1]);
+}
+
 [[nodiscard]] constexpr std::uint32_t load_be32(const std::uint8_t* at) {
     return static_cast<std::uint32_t>(at[0]) << 24U | static_cast<std::uint32_t>(at[1]) << 16U |
            static_cast<std::uint32_t>(at[2]) << 8U | static_cast<std::uint32_t>(at[3]);

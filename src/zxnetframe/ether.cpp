@@ -1,0 +1,73 @@
+// The Ethernet header.
+#include "internal/bytes.hpp"
+#include "zxframe.h"
+#include "zxnetframe/messages.hpp"
+#include "zxnetframe/names.hpp"
+#include "zxnetframe/texts.hpp"
+#include "zxnetframe/wire.hpp"
+#include "zxnetframe/write.hpp"
+
+using namespace zx::frame;
+
+extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t* peth) {
+    if (!has_both(__func__, pether_ctt, peth, "peth")) {
+        return;
+    }
+    print_mac(peth + ether_at::dest, pether_ctt->str_dest_mac);
+    print_mac(peth + ether_at::source, pether_ctt->str_source_mac);
+    std::memcpy(pether_ctt->dest_mac, peth + ether_at::dest, sizeof pether_ctt->dest_mac);
+    std::memcpy(pether_ctt->source_mac, peth + ether_at::source, sizeof pether_ctt->source_mac);
+    pether_ctt->ether_type = zx::load_be16(peth + ether_at::type);
+    if (pether_ctt->print_flag != 0) [[unlikely]] {
+        ZX_LOG(notice, "============  FRAME  ============");
+        ZX_LOG(info, "============  ether header info  ============");
+        ZX_LOG(info, "Destination:%s", pether_ctt->str_dest_mac);
+        ZX_LOG(info, "Source:%s", pether_ctt->str_source_mac);
+    }
+    zxframe_innerapi_printEthrtType(pether_ctt->print_flag, pether_ctt->ether_type,
+                                    pether_ctt->ether_type_name);
+}
+
+extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ether_type,
+                                                char* ether_type_name) {
+    constexpr std::size_t kCleared = 8;
+    constexpr std::uint16_t kFirstTest = 0x0101;
+    constexpr std::uint16_t kLastTest = 0x01FF;
+    if (ether_type_name == nullptr) {
+        ZX_LOG_PARAM("ether_type_name");
+        return;
+    }
+    if (ether_type <= kMaxLength8023) {
+        if (ether_type >= kFirstTest && ether_type <= kLastTest) {
+            ZX_DUMP(print_flag, "test");
+        } else {
+            ZX_DUMP(print_flag, "IEEE 802.3 len:%d", ether_type);
+        }
+        return;
+    }
+    const EtherType* const row = find_ether_type(ether_type);
+    if (row == nullptr) {
+        ZX_DUMP(print_flag, "Unknow ether type(%#x)", ether_type);
+        return;
+    }
+    ZX_DUMP(print_flag, "Type:%s", row->name.data());
+    std::memset(ether_type_name, 0, kCleared);
+    std::memcpy(ether_type_name, row->name.data(), row->name.size() + 1);
+}
+
+extern "C" void zxframe_innerapi_buildEthrt(ether_ctt* pether_ctt, const char* str_dest_mac,
+                                            const char* str_source_mac, uint16_t ether_type,
+                                            uint8_t* outbuf) {
+    if (!has_both(__func__, pether_ctt, str_source_mac, "str_source_mac")) {
+        return;
+    }
+    if (outbuf == nullptr) {
+        ZX_LOG_PARAM("outbuf");
+        return;
+    }
+    zxnet_api_macStr2Byte(str_dest_mac, pether_ctt->dest_mac);
+    zxnet_api_macStr2Byte(str_source_mac, pether_ctt->source_mac);
+    pether_ctt->ether_type = ether_type;
+    write_ethernet(*pether_ctt, outbuf);
+    zxframe_innerapi_parseEthrt(pether_ctt, outbuf);
+}

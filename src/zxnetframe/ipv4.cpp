@@ -1,0 +1,173 @@
+// The IPv4 header, and what follows it.
+#include "internal/bytes.hpp"
+#include "zxframe.h"
+#include "zxnetframe/messages.hpp"
+#include "zxnetframe/names.hpp"
+#include "zxnetframe/texts.hpp"
+#include "zxnetframe/wire.hpp"
+#include "zxnetframe/write.hpp"
+
+using namespace zx::frame;
+
+namespace {
+
+constexpr std::uint16_t kIdStep = 0x1361;
+constexpr std::uint8_t kRouterAlertType = 148;
+constexpr std::uint8_t kRouterAlertLen = 4;
+constexpr std::uint32_t kDontFragment = 2;
+constexpr std::uint8_t kTtl = 64;
+constexpr std::uint8_t kTtlIgmp = 1;
+
+[[gnu::cold, gnu::noinline]] void dump_header(const char* func, const ipv4_view& ip,
+                                              std::uint16_t fragment) {
+    const unsigned words = ip.header_len;
+    ZX_LOG_FROM(func, info, "=============== IP header info===============");
+    ZX_LOG_FROM(func, info, "Version :%d", static_cast<int>(ip.version));
+    ZX_LOG_FROM(func, info, "Header Length:%d bytes(%d)", static_cast<int>(kWord * words),
+                static_cast<int>(words));
+    ZX_LOG_FROM(func, info, "Differentiated Services Field: 0x%02x", ip.tos);
+    ZX_LOG_FROM(func, info, "Total Length: %d", ip.total_len);
+    ZX_LOG_FROM(func, info, "Identification: 0x%04x(%d)", ip.id, ip.id);
+    ZX_LOG_FROM(func, info, "Fragment offset: %d", fragment);
+    ZX_LOG_FROM(func, info, "Time to live: %d", ip.ttl);
+}
+
+void name_protocol(const char* func, ipv4_view& ip, bool dumps) {
+    const std::string_view name = kIpProtocols[ip.protocol];
+    if (!name.empty()) {
+        std::memset(ip.ip_proto_name, 0, sizeof ip.ip_proto_name);
+        std::memcpy(ip.ip_proto_name, name.data(), name.size());
+    }
+    if (dumps) [[unlikely]] {
+        if (!name.empty()) {
+            ZX_LOG_FROM(func, info, "Protocol:%s(%d)", name.data(), ip.protocol);
+        } else {
+            ZX_LOG_FROM(func, info, "Unknow protocol(%d)", ip.protocol);
+        }
+    }
+}
+
+// What the protocols differ by. Any other protocol is not supported: its header has no length.
+void set_protocol_fields(ipv4_view& ip, std::uint8_t protocol) {
+    switch (protocol) {
+        case kProtocolTcp:
+            ip.header_len = kIpv4Words;
+            ip.flags = kDontFragment;
+            ip.ttl = kTtl;
+            break;
+        case kProtocolUdp:
+            ip.header_len = kIpv4Words;
+            ip.flags = kDontFragment;
+            ip.frag_off = 0;
+            ip.ttl = kTtl;
+            break;
+        case kProtocolIgmp:
+            ip.header_len = kIpv4Words + kRouterAlertLen / kWord;
+            ip.flags = 0;
+            ip.ttl = kTtlIgmp;
+            ip.router_alert_type = kRouterAlertType;
+            ip.router_alert_len = kRouterAlertLen;
+            ip.router_alert = 0;
+            break;
+        default:
+            ip.header_len = 0;
+            break;
+    }
+}
+
+void write_router_alert(const ipv4_view& ip, std::uint8_t* option) {
+    option[0] = ip.router_alert_type;
+    option[1] = ip.router_alert_len;
+    zx::store_be16(option + 2, ip.router_alert);
+}
+
+}  // namespace
+
+extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t* iph) {
+    if (!has_both(__func__, pether_ctt, iph, "iph")) {
+        return;
+    }
+    ipv4_view& ip = pether_ctt->ipv4;
+    const bool dumps = pether_ctt->print_flag != 0;
+    const std::uint16_t fragment = zx::load_be16(iph + ipv4_at::fragment);
+    ip.version = iph[ipv4_at::version] >> 4U & kNibble;
+    ip.header_len = iph[ipv4_at::version] & kNibble;
+    ip.tos = iph[ipv4_at::tos];
+    ip.total_len = zx::load_be16(iph + ipv4_at::total_len);
+    ip.id = zx::load_be16(iph + ipv4_at::id);
+    ip.frag_off = fragment & kFragmentOffsetMask;
+    ip.ttl = iph[ipv4_at::ttl];
+    ip.protocol = iph[ipv4_at::protocol];
+    ip.check = zx::load_be16(iph + ipv4_at::check);
+    std::memcpy(&ip.saddr, iph + ipv4_at::saddr, sizeof ip.saddr);
+    std::memcpy(&ip.daddr, iph + ipv4_at::daddr, sizeof ip.daddr);
+    if (dumps) [[unlikely]] {
+        dump_header(__func__, ip, fragment);
+    }
+    name_protocol(__func__, ip, dumps);
+    if (dumps) [[unlikely]] {
+        ZX_LOG(info, "Header checksum: %#x", ip.check);
+        ZX_LOG(info, "Source : %s", AddressText(ip.saddr).text);
+        ZX_LOG(info, "Destination: %s", AddressText(ip.daddr).text);
+    }
+}
+
+extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* data) {
+    if (!has_both(__func__, pether_ctt, data, "data")) {
+        return;
+    }
+    zxframe_innerapi_parseIpv4(pether_ctt, data);
+    const std::uint8_t* const transport = data + kWord * (data[ipv4_at::version] & kNibble);
+    const std::uint8_t protocol = data[ipv4_at::protocol];
+    if (protocol == kProtocolTcp) {
+        zxframe_innerapi_doTcp(pether_ctt, transport);
+    } else if (protocol == kProtocolUdp) {
+        zxframe_innerapi_doUdp(pether_ctt, transport);
+    } else if (protocol != 0 && !kIpProtocols[protocol].empty()) {
+        ZX_DUMP(pether_ctt->print_flag, "%s,no support parse", kIpProtocols[protocol].data());
+    } else {
+        ZX_DUMP(pether_ctt->print_flag, "No supprt protocol(code:0x%02x(%d)),please fix me",
+                protocol, protocol);
+    }
+}
+
+extern "C" void zxframe_innerapi_doIpv6(ether_ctt* pether_ctt, const uint8_t* data) {
+    static_cast<void>(has_both(__func__, pether_ctt, data, "data"));
+}
+
+extern "C" void zxframe_innerapi_buildIpv4(ether_ctt* pether_ctt, uint8_t protocol,
+                                           const char* source_ip, const char* dest_ip,
+                                           uint32_t transport_len, uint8_t* outbuf) {
+    if (!has_both(__func__, pether_ctt, source_ip, "source_ip")) {
+        return;
+    }
+    if (dest_ip == nullptr || outbuf == nullptr) {
+        ZX_LOG_PARAM(dest_ip == nullptr ? "dest_ip" : "outbuf");
+        return;
+    }
+    ipv4_view& ip = pether_ctt->ipv4;
+    ip.version = 4;
+    set_protocol_fields(ip, protocol);
+    const std::uint32_t header_size = kWord * ip.header_len;
+    const std::uint32_t counted = protocol == kProtocolUdp ? udp_at::payload : transport_len;
+    ip.tos = 0;
+    ip.total_len = static_cast<std::uint16_t>(header_size + counted + pether_ctt->data_len);
+    ip.id = static_cast<std::uint16_t>(ip.id + kIdStep);
+    ip.check = 0;
+    ip.protocol = protocol;
+    ip.saddr = address_to_send(source_ip);
+    ip.daddr = address_to_send(dest_ip);
+
+    write_ipv4(ip, outbuf);
+    if (protocol == kProtocolIgmp) {
+        write_router_alert(ip, outbuf + ipv4_at::router_alert);
+    }
+    zx::store_be16(outbuf + ipv4_at::check, zxnet_api_checksum(outbuf, header_size));
+    zxframe_innerapi_parseIpv4(pether_ctt, outbuf);
+    if (protocol == kProtocolIgmp) {
+        const std::uint8_t* const option = outbuf + ipv4_at::router_alert;
+        ZX_DUMP(pether_ctt->print_flag, "router_alert_type: %u", option[0]);
+        ZX_DUMP(pether_ctt->print_flag, "router_alert_len: %u", option[1]);
+        ZX_DUMP(pether_ctt->print_flag, "router_alert: %u", ip.router_alert);
+    }
+}

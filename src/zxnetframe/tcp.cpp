@@ -1,0 +1,117 @@
+// The TCP header.
+#include "internal/bytes.hpp"
+#include "zxframe.h"
+#include "zxnetframe/messages.hpp"
+#include "zxnetframe/wire.hpp"
+#include "zxnetframe/write.hpp"
+
+using namespace zx::frame;
+
+namespace {
+
+constexpr std::uint16_t kWindow = 64240;
+
+[[gnu::cold, gnu::noinline]] void dump_header(const char* func, const tcp_view& tcp) {
+    ZX_LOG_FROM(func, info, "==================== TCP Header Info =====================");
+    ZX_LOG_FROM(func, info, "Source Port: %d", tcp.source);
+    ZX_LOG_FROM(func, info, "Destination port:%d", tcp.dest);
+    ZX_LOG_FROM(func, info, "Sequence_number :%u", tcp.seq);
+    ZX_LOG_FROM(func, info, "Acknowledgment number:%u", tcp.ack_seq);
+    ZX_LOG_FROM(func, info, "Header Length: %d bytes", static_cast<int>(kWord * tcp.doff));
+    ZX_LOG_FROM(func, info, "Flags: ");
+    ZX_LOG_FROM(func, info, "    Urgent:%d", static_cast<int>(tcp.urg));
+    ZX_LOG_FROM(func, info, "    Acknowledgment:%d", static_cast<int>(tcp.ack));
+    ZX_LOG_FROM(func, info, "    Push :%d", static_cast<int>(tcp.psh));
+    ZX_LOG_FROM(func, info, "    Reset :%d", static_cast<int>(tcp.rst));
+    ZX_LOG_FROM(func, info, "    Syn :%d", static_cast<int>(tcp.syn));
+    ZX_LOG_FROM(func, info, "    Fin : %d", static_cast<int>(tcp.fin));
+    ZX_LOG_FROM(func, info, "Window size: %d", tcp.window);
+    ZX_LOG_FROM(func, info, "Checksum: %d", tcp.check);
+    ZX_LOG_FROM(func, info, "Urgent pointer: %d", tcp.urg_ptr);
+}
+
+void store_flags(tcp_view& tcp, std::uint8_t flags) {
+    tcp.urg = (flags & tcp_at::urg) != 0;
+    tcp.ack = (flags & tcp_at::ack) != 0;
+    tcp.psh = (flags & tcp_at::psh) != 0;
+    tcp.rst = (flags & tcp_at::rst) != 0;
+    tcp.syn = (flags & tcp_at::syn) != 0;
+    tcp.fin = (flags & tcp_at::fin) != 0;
+}
+
+}  // namespace
+
+extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* tcph,
+                                          const uint8_t* opt_source) {
+    if (!has_both(__func__, pether_ctt, tcph, "iph")) {
+        return;
+    }
+    tcp_view& tcp = pether_ctt->tcp;
+    tcp.source = zx::load_be16(tcph + tcp_at::source);
+    tcp.dest = zx::load_be16(tcph + tcp_at::dest);
+    tcp.seq = zx::load_be32(tcph + tcp_at::seq);
+    tcp.ack_seq = zx::load_be32(tcph + tcp_at::ack_seq);
+    tcp.doff = tcph[tcp_at::offset] >> 4U & kNibble;
+    store_flags(tcp, tcph[tcp_at::flags]);
+    tcp.window = zx::load_be16(tcph + tcp_at::window);
+    tcp.check = zx::load_be16(tcph + tcp_at::check);
+    tcp.urg_ptr = zx::load_be16(tcph + tcp_at::urg_ptr);
+    if (pether_ctt->print_flag != 0) [[unlikely]] {
+        dump_header(__func__, tcp);
+    }
+
+    if (tcp.doff > kTcpWords && opt_source != nullptr) {
+        zxframe_innerapi_parseTcpOpt(pether_ctt, tcph, opt_source);
+    } else if (tcp.doff < kTcpWords) {
+        ZX_LOG(error, "Header Length(%d) is less than 20,maybe error",
+               static_cast<int>(kWord * tcp.doff));
+    }
+
+    const ipv4_view& ip = pether_ctt->ipv4;
+    ZX_DUMP(pether_ctt->print_flag, "total_len len,ip_header_len,tcp_header_len: %d,%d,%d",
+            ip.total_len, static_cast<int>(ip.header_len), static_cast<int>(tcp.doff));
+    pether_ctt->data_len =
+        static_cast<std::uint16_t>(ip.total_len - kWord * ip.header_len - kWord * tcp.doff);
+    ZX_DUMP(pether_ctt->print_flag, "data len: %d", pether_ctt->data_len);
+}
+
+extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* data) {
+    if (has_both(__func__, pether_ctt, data, "data")) {
+        zxframe_innerapi_parseTcp(pether_ctt, data, data);
+    }
+}
+
+extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
+                                                 const zxbuildtcp_ctt* pzxbuildtcp_ctt,
+                                                 uint8_t* tcph) {
+    if (!has_both(__func__, pether_ctt, pzxbuildtcp_ctt, "pzxbuildtcp_ctt")) {
+        return;
+    }
+    if (tcph == nullptr) {
+        ZX_LOG_PARAM("tcph");
+        return;
+    }
+    const zxbuildtcp_ctt& request = *pzxbuildtcp_ctt;
+    tcp_view& tcp = pether_ctt->tcp;
+    tcp.source = request.source;
+    tcp.dest = request.dest;
+    tcp.seq = request.seq;
+    tcp.ack_seq = request.ack_seq;
+    tcp.window = kWindow;
+    tcp.check = 0;
+    tcp.urg_ptr = 0;
+    tcp.doff = (request.option_len / kWord + kTcpWords) & kNibble;
+    ZX_DUMP(pether_ctt->print_flag, "-----ptcpheader_ctt->header_len:%d",
+            static_cast<int>(tcp.doff));
+    tcp.urg = (request.flags & ZXFRAME_TCP_URG) != 0;
+    tcp.ack = (request.flags & ZXFRAME_TCP_ACK) != 0;
+    tcp.psh = (request.flags & ZXFRAME_TCP_PSH) != 0;
+    tcp.rst = (request.flags & ZXFRAME_TCP_RST) != 0;
+    tcp.syn = (request.flags & ZXFRAME_TCP_SYN) != 0;
+    tcp.fin = (request.flags & ZXFRAME_TCP_FIN) != 0;
+
+    write_tcp(tcp, tcph);
+    zxframe_innerapi_buildTcpOpt(pzxbuildtcp_ctt, tcph + tcp_at::options);
+    zx::store_be16(tcph + tcp_at::check, zxframe_api_tcpChecksum(pether_ctt, tcph));
+    zxframe_innerapi_parseTcp(pether_ctt, tcph, nullptr);
+}
