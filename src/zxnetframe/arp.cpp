@@ -68,7 +68,7 @@ const char* operation_line(std::uint16_t operation) {
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseArp(ether_ctt* pether_ctt, const uint8_t* parp) {
-    if (!has_both(__func__, pether_ctt, parp, "parp")) {
+    if (!has_all(__func__, pether_ctt, Argument{parp, "parp"})) {
         return;
     }
     arp_view& arp = pether_ctt->arp;
@@ -87,7 +87,7 @@ extern "C" void zxframe_innerapi_parseArp(ether_ctt* pether_ctt, const uint8_t* 
 }
 
 extern "C" void zxframe_innerapi_doArp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_both(__func__, pether_ctt, data, "data")) {
+    if (has_all(__func__, pether_ctt, Argument{data, "data"})) {
         zxframe_innerapi_parseArp(pether_ctt, data);
     }
 }
@@ -96,11 +96,8 @@ extern "C" int32_t zxframe_api_buildArp(ether_ctt* pether_ctt, const char* str_s
                                         const char* source_ip, const char* target_ip,
                                         uint8_t* outbuf) {
     constexpr char kBroadcast[] = "FF:FF:FF:FF:FF:FF";
-    if (!has_both(__func__, pether_ctt, str_source_mac, "str_source_mac")) {
-        return 0;
-    }
-    if (outbuf == nullptr) {
-        ZX_LOG_PARAM("outbuf");
+    if (!has_all(__func__, pether_ctt, Argument{str_source_mac, "str_source_mac"},
+                 Argument{outbuf, "outbuf"})) {
         return 0;
     }
     zxframe_innerapi_buildEthrt(pether_ctt, kBroadcast, str_source_mac, kEtherTypeArp, outbuf);

@@ -15,7 +15,6 @@ using namespace zx::frame;
 namespace {
 
 constexpr std::uint16_t kIdStep = 300;
-constexpr std::uint32_t kDontFragment = 2;
 constexpr std::uint16_t kWindow = 65535;
 constexpr std::uint16_t kNoChecksum = 65535;
 constexpr std::uint32_t kMaxPacket = 65535;
@@ -45,10 +44,6 @@ const char* endless_text(const ether_pkt& request) {
 // Sums that exceed the record's storage would sum what lies behind it.
 std::uint16_t payload_size(const ether_ctt& record) {
     return std::min<std::uint16_t>(record.data_len, ZXFRAME_DATA_SIZE);
-}
-
-std::size_t transport_at(const std::uint8_t* frame) {
-    return ether_at::payload + kWord * (frame[ether_at::payload + ipv4_at::version] & kNibble);
 }
 
 // What every segment has that the record's owner sends without a request.
@@ -91,7 +86,7 @@ void write_segment(const ether_ctt& record, std::uint8_t* out) {
 
 extern "C" int32_t zxframe_api_buildTcp(ether_ctt* pether_ctt, const zxbuildtcp_ctt* pether_pkt,
                                         uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, pether_pkt, "pether_pkt")) {
+    if (!has_all(__func__, pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
         return -1;
     }
     if (const char* const missing = outbuf == nullptr ? "outbuf" : missing_text(*pether_pkt)) {
@@ -114,12 +109,13 @@ extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
         return -1;
     }
     std::uint8_t* const ip = frame + ether_at::payload;
-    std::uint8_t* const tcp = frame + transport_at(frame);
-    const auto ip_size = static_cast<std::uint32_t>(tcp - ip);
-    const std::uint32_t tcp_size = kWord * (tcp[tcp_at::offset] >> 4U);
-    if (zx::load_be16(frame + ether_at::type) != kEtherTypeIpv4 ||
-        ip[ipv4_at::protocol] != kProtocolTcp || ip_size < kIpv4Size || tcp_size < kTcpSize) {
-        ZX_LOG(error, "Param error####frame");
+    const std::uint32_t ip_size = kWord * (ip[ipv4_at::version] & kNibble);
+    std::uint8_t* const tcp = ip + ip_size;
+    const bool is_tcp = zx::load_be16(frame + ether_at::type) == kEtherTypeIpv4 &&
+                        ip[ipv4_at::protocol] == kProtocolTcp && ip_size >= kIpv4Size;
+    const std::uint32_t tcp_size = is_tcp ? kWord * (tcp[tcp_at::offset] >> 4U) : 0;
+    if (tcp_size < kTcpSize) {
+        ZX_LOG_PARAM("frame");
         return -1;
     }
     const std::uint32_t headers = ip_size + tcp_size;
@@ -144,7 +140,7 @@ extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
 
 extern "C" int32_t zxframe_api_buildUdp(ether_ctt* pether_ctt, const ether_pkt* pether_pkt,
                                         uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, pether_pkt, "pether_pkt")) {
+    if (!has_all(__func__, pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
         return -1;
     }
     if (const char* const bad = outbuf == nullptr ? "outbuf" : endless_text(*pether_pkt)) {
@@ -164,7 +160,7 @@ extern "C" int32_t zxframe_api_buildUdp(ether_ctt* pether_ctt, const ether_pkt* 
 }
 
 extern "C" int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, outbuf, "pether_pkt")) {
+    if (!has_all(__func__, pether_ctt, Argument{outbuf, "pether_pkt"})) {
         return -1;
     }
     const std::uint16_t received = std::exchange(pether_ctt->data_len, std::uint16_t{0});
@@ -182,7 +178,7 @@ extern "C" int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbu
 }
 
 extern "C" int32_t zxframe_api_buildTcpData(ether_ctt* pether_ctt, uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, outbuf, "pether_pkt")) {
+    if (!has_all(__func__, pether_ctt, Argument{outbuf, "pether_pkt"})) {
         return -1;
     }
     prepare_segment(*pether_ctt);
@@ -213,8 +209,8 @@ extern "C" uint16_t zxframe_api_udpChecksum(const ether_ctt* pether_ctt, const u
     zx::store_be16(header + udp_at::len, udp.len);
     zx::store_be16(header + udp_at::check, udp.check);
     const std::uint16_t checksum =
-        zxnet_api_checksum_ptc(header, ntohl(ip.saddr), ntohl(ip.daddr), ip.protocol,
-                               sizeof header, pether_ctt->data, size);
+        zxnet_api_checksum_ptc(header, ntohl(ip.saddr), ntohl(ip.daddr), ip.protocol, sizeof header,
+                               pether_ctt->data, size);
     if (size % 2 == 0) {
         return checksum;
     }

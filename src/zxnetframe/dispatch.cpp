@@ -18,7 +18,7 @@ namespace {
 }  // namespace
 
 extern "C" int32_t zxframe_api_doFrame(ether_ctt* pether_ctt, const uint8_t* frame_buf) {
-    if (!has_both(__func__, pether_ctt, frame_buf, "frame_buf")) {
+    if (!has_all(__func__, pether_ctt, Argument{frame_buf, "frame_buf"})) {
         return -1;
     }
     zxframe_innerapi_parseEthrt(pether_ctt, frame_buf);

@@ -10,7 +10,7 @@
 using namespace zx::frame;
 
 extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t* peth) {
-    if (!has_both(__func__, pether_ctt, peth, "peth")) {
+    if (!has_all(__func__, pether_ctt, Argument{peth, "peth"})) {
         return;
     }
     print_mac(peth + ether_at::dest, pether_ctt->str_dest_mac);
@@ -58,11 +58,8 @@ extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ethe
 extern "C" void zxframe_innerapi_buildEthrt(ether_ctt* pether_ctt, const char* str_dest_mac,
                                             const char* str_source_mac, uint16_t ether_type,
                                             uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, str_source_mac, "str_source_mac")) {
-        return;
-    }
-    if (outbuf == nullptr) {
-        ZX_LOG_PARAM("outbuf");
+    if (!has_all(__func__, pether_ctt, Argument{str_source_mac, "str_source_mac"},
+                 Argument{outbuf, "outbuf"})) {
         return;
     }
     zxnet_api_macStr2Byte(str_dest_mac, pether_ctt->dest_mac);

@@ -24,7 +24,9 @@ void initialize(frame_filter_ctt& filter) {
     filter.has_source_mac = is_set(filter.source_mac);
     filter.has_dest_mac = is_set(filter.dest_mac);
     const std::string_view protocol = is_set(filter.protocol) != 0 ? filter.protocol : "";
-    filter.protocol_number = protocol == "tcp" ? kProtocolTcp : protocol == "udp" ? kProtocolUdp : 0;
+    filter.protocol_number = protocol == "tcp"   ? kProtocolTcp
+                             : protocol == "udp" ? kProtocolUdp
+                                                 : 0;
     filter.has_protocol = filter.protocol_number != 0 ? 1 : 0;
     filter.has_ip = is_set(filter.ip);
     filter.has_source_ip = is_set(filter.source_ip);

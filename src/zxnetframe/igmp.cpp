@@ -79,7 +79,7 @@ const char* missing_text(const igmp_req& req) {
 
 extern "C" int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* req,
                                          uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, outbuf, "pether_pkt")) {
+    if (!has_all(__func__, pether_ctt, Argument{outbuf, "pether_pkt"})) {
         return -1;
     }
     if (const char* const missing = req == nullptr ? "req" : missing_text(*req)) {
@@ -92,8 +92,7 @@ extern "C" int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* 
     zxframe_innerapi_buildEthrt(pether_ctt, req->str_dest_mac, req->str_source_mac, kEtherTypeIpv4,
                                 outbuf);
     // By the version alone: neither the sources of a report count nor the short form of a query.
-    const std::size_t announced =
-        req->version == kVersion3 ? igmp_at::sources : igmp_at::short_end;
+    const std::size_t announced = req->version == kVersion3 ? igmp_at::sources : igmp_at::short_end;
     zxframe_innerapi_buildIpv4(pether_ctt, kProtocolIgmp, req->source_ip, req->group,
                                static_cast<std::uint32_t>(announced), outbuf + ether_at::payload);
     const std::size_t offset = ether_at::payload + kWord * pether_ctt->ipv4.header_len;
@@ -135,11 +134,7 @@ extern "C" uint32_t zxframe_innerapi_getIgmpRecordType(const igmp_req* req) {
 
 extern "C" uint32_t zxframe_innerapi_buildIgmp(ether_ctt* pether_ctt, const igmp_req* req,
                                                uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, req, "req")) {
-        return 0;
-    }
-    if (outbuf == nullptr) {
-        ZX_LOG_PARAM("outbuf");
+    if (!has_all(__func__, pether_ctt, Argument{req, "req"}, Argument{outbuf, "outbuf"})) {
         return 0;
     }
     if (!fits(__func__, *req)) {
@@ -147,12 +142,12 @@ extern "C" uint32_t zxframe_innerapi_buildIgmp(ether_ctt* pether_ctt, const igmp
     }
     igmp_view& view = pether_ctt->igmp;
     fill_view(view, *req);
-    const bool is_report =
-        req->action == ZXFRAME_IGMP_JOIN || req->action == ZXFRAME_IGMP_LEAVE;
+    const bool is_report = req->action == ZXFRAME_IGMP_JOIN || req->action == ZXFRAME_IGMP_LEAVE;
     if (is_report && req->version == kVersion3) {
         return zxframe_innerapi_getIgmpData2(pether_ctt, &view, outbuf);
     }
-    if (req->action == ZXFRAME_IGMP_QUERY || (is_report && (req->version == 1 || req->version == 2))) {
+    if (req->action == ZXFRAME_IGMP_QUERY ||
+        (is_report && (req->version == 1 || req->version == 2))) {
         return zxframe_innerapi_getIgmpData1(pether_ctt, &view, outbuf);
     }
     return 0;
@@ -160,11 +155,7 @@ extern "C" uint32_t zxframe_innerapi_buildIgmp(ether_ctt* pether_ctt, const igmp
 
 extern "C" uint32_t zxframe_innerapi_getIgmpData1(ether_ctt* pether_ctt, igmp_view* view,
                                                   uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, view, "view")) {
-        return 0;
-    }
-    if (outbuf == nullptr) {
-        ZX_LOG_PARAM("outbuf");
+    if (!has_all(__func__, pether_ctt, Argument{view, "view"}, Argument{outbuf, "outbuf"})) {
         return 0;
     }
     constexpr auto kSize = static_cast<std::uint32_t>(igmp_at::short_end);
@@ -186,11 +177,7 @@ extern "C" uint32_t zxframe_innerapi_getIgmpData1(ether_ctt* pether_ctt, igmp_vi
 
 extern "C" uint32_t zxframe_innerapi_getIgmpData2(ether_ctt* pether_ctt, igmp_view* view,
                                                   uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, view, "view")) {
-        return 0;
-    }
-    if (outbuf == nullptr) {
-        ZX_LOG_PARAM("outbuf");
+    if (!has_all(__func__, pether_ctt, Argument{view, "view"}, Argument{outbuf, "outbuf"})) {
         return 0;
     }
     const std::size_t count = std::min<std::size_t>(view->source_count, std::size(view->sources));
@@ -209,8 +196,8 @@ extern "C" uint32_t zxframe_innerapi_getIgmpData2(ether_ctt* pether_ctt, igmp_vi
     }
     set_checksum(*view, outbuf, size);
     if (pether_ctt->print_flag != 0) {
-        ZX_LOG(info, "=============== IGMP data info(datalen:%d)===============",
-               static_cast<int>(size));
+        ZX_LOG(info,
+               "=============== IGMP data info(datalen:%d)===============", static_cast<int>(size));
         ZX_LOG(info, "type :0x%02x", view->type);
         ZX_LOG(info, "Reserved :%05d", 0);
         ZX_LOG(info, "Checksum:0x%04x", view->check);

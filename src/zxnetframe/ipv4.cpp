@@ -14,7 +14,6 @@ namespace {
 constexpr std::uint16_t kIdStep = 0x1361;
 constexpr std::uint8_t kRouterAlertType = 148;
 constexpr std::uint8_t kRouterAlertLen = 4;
-constexpr std::uint32_t kDontFragment = 2;
 constexpr std::uint8_t kTtl = 64;
 constexpr std::uint8_t kTtlIgmp = 1;
 
@@ -84,7 +83,7 @@ void write_router_alert(const ipv4_view& ip, std::uint8_t* option) {
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t* iph) {
-    if (!has_both(__func__, pether_ctt, iph, "iph")) {
+    if (!has_all(__func__, pether_ctt, Argument{iph, "iph"})) {
         return;
     }
     ipv4_view& ip = pether_ctt->ipv4;
@@ -113,7 +112,7 @@ extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t*
 }
 
 extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (!has_both(__func__, pether_ctt, data, "data")) {
+    if (!has_all(__func__, pether_ctt, Argument{data, "data"})) {
         return;
     }
     zxframe_innerapi_parseIpv4(pether_ctt, data);
@@ -132,17 +131,14 @@ extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* da
 }
 
 extern "C" void zxframe_innerapi_doIpv6(ether_ctt* pether_ctt, const uint8_t* data) {
-    static_cast<void>(has_both(__func__, pether_ctt, data, "data"));
+    static_cast<void>(has_all(__func__, pether_ctt, Argument{data, "data"}));
 }
 
 extern "C" void zxframe_innerapi_buildIpv4(ether_ctt* pether_ctt, uint8_t protocol,
                                            const char* source_ip, const char* dest_ip,
                                            uint32_t transport_len, uint8_t* outbuf) {
-    if (!has_both(__func__, pether_ctt, source_ip, "source_ip")) {
-        return;
-    }
-    if (dest_ip == nullptr || outbuf == nullptr) {
-        ZX_LOG_PARAM(dest_ip == nullptr ? "dest_ip" : "outbuf");
+    if (!has_all(__func__, pether_ctt, Argument{source_ip, "source_ip"},
+                 Argument{dest_ip, "dest_ip"}, Argument{outbuf, "outbuf"})) {
         return;
     }
     ipv4_view& ip = pether_ctt->ipv4;

@@ -12,22 +12,30 @@ namespace zx::frame {
     ZX_LOG_FROM(func, error, "Param error####%s", name);
 }
 
-// True when the record and a second argument are there.
-[[nodiscard]] inline bool has_both(const char* func, const ether_ctt* record, const void* second,
-                                   const char* second_name) {
-    if (record != nullptr && second != nullptr) [[likely]] {
+struct Argument {
+    const void* pointer;
+    const char* name;  // in messages
+};
+
+// True when the record and the other arguments are there; the first that is not is logged.
+template <typename... Others>
+[[nodiscard]] bool has_all(const char* func, const ether_ctt* record, Others... others) {
+    const auto is_there = [func](const Argument& argument) {
+        if (argument.pointer == nullptr) [[unlikely]] {
+            refuse(func, argument.name);
+            return false;
+        }
         return true;
-    }
-    refuse(func, record == nullptr ? "pether_ctt" : second_name);
-    return false;
+    };
+    return is_there({record, "pether_ctt"}) && (is_there(others) && ...);
 }
 
 }  // namespace zx::frame
 
 // One line of a field dump, which a record's print flag allows.
-#define ZX_DUMP(print_flag, body, ...)                  \
-    do {                                                \
-        if ((print_flag) != 0) [[unlikely]] {           \
+#define ZX_DUMP(print_flag, body, ...)                     \
+    do {                                                   \
+        if ((print_flag) != 0) [[unlikely]] {              \
             ZX_LOG(info, body __VA_OPT__(, ) __VA_ARGS__); \
-        }                                               \
+        }                                                  \
     } while (0)

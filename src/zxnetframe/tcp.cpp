@@ -43,7 +43,7 @@ void store_flags(tcp_view& tcp, std::uint8_t flags) {
 
 extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* tcph,
                                           const uint8_t* opt_source) {
-    if (!has_both(__func__, pether_ctt, tcph, "iph")) {
+    if (!has_all(__func__, pether_ctt, Argument{tcph, "iph"})) {
         return;
     }
     tcp_view& tcp = pether_ctt->tcp;
@@ -76,7 +76,7 @@ extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* 
 }
 
 extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_both(__func__, pether_ctt, data, "data")) {
+    if (has_all(__func__, pether_ctt, Argument{data, "data"})) {
         zxframe_innerapi_parseTcp(pether_ctt, data, data);
     }
 }
@@ -84,11 +84,8 @@ extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* dat
 extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
                                                  const zxbuildtcp_ctt* pzxbuildtcp_ctt,
                                                  uint8_t* tcph) {
-    if (!has_both(__func__, pether_ctt, pzxbuildtcp_ctt, "pzxbuildtcp_ctt")) {
-        return;
-    }
-    if (tcph == nullptr) {
-        ZX_LOG_PARAM("tcph");
+    if (!has_all(__func__, pether_ctt, Argument{pzxbuildtcp_ctt, "pzxbuildtcp_ctt"},
+                 Argument{tcph, "tcph"})) {
         return;
     }
     const zxbuildtcp_ctt& request = *pzxbuildtcp_ctt;

@@ -14,7 +14,16 @@ using namespace zx::frame;
 namespace {
 
 // How the value of an option is dumped.
-enum class ValueForm : std::uint8_t { none, number16, number8, sack_permitted, blocks, times, opaque, timeout };
+enum class ValueForm : std::uint8_t {
+    none,
+    number16,
+    number8,
+    sack_permitted,
+    blocks,
+    times,
+    opaque,
+    timeout
+};
 
 struct OptionKind {
     const char* name = nullptr;  // none: the kind is unknown
@@ -93,17 +102,13 @@ constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a
 
 extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_t* tcph,
                                              const uint8_t* opt_source) {
-    if (!has_both(__func__, pether_ctt, tcph, "iph")) {
-        return;
-    }
-    if (opt_source == nullptr) {
-        ZX_LOG_PARAM("iph");
+    if (!has_all(__func__, pether_ctt, Argument{tcph, "iph"}, Argument{opt_source, "iph"})) {
         return;
     }
     tcp_view& tcp = pether_ctt->tcp;
     const std::uint8_t print_flag = pether_ctt->print_flag != 0 ? 1 : 0;
-    const int size = (tcph[tcp_at::offset] >> 4) * static_cast<int>(kWord) -
-                     static_cast<int>(tcp_at::options);
+    const int size =
+        (tcph[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
     ZX_DUMP(print_flag, "====TCP Options:(%d bytes)", size);
     const std::uint8_t* at = tcph + tcp_at::options;
     const std::uint8_t* const end = at + size;

@@ -50,6 +50,7 @@ inline constexpr std::size_t reserved = 4, group_records = 6, record_type = 8, a
 
 inline constexpr std::uint32_t kFragmentOffsetMask = 0x1FFF;
 inline constexpr unsigned kFragmentFlagsShift = 13;
+inline constexpr std::uint32_t kDontFragment = 2;
 
 // Header lengths are counted in words of 32 bits, in four bits.
 inline constexpr std::uint32_t kWord = 4;
