@@ -11,7 +11,7 @@ namespace zx::frame {
 struct EtherType {
     std::uint16_t value;
     std::string_view name;
-    std::string_view unsupported_prefix{};  // of the name, where the frame is not decoded
+    std::string_view unsupported_prefix = "";  // of the name, where the frame is not decoded
 };
 
 inline constexpr std::array<EtherType, 36> kEtherTypes{{
