@@ -43,6 +43,28 @@ inline constexpr std::size_t kDottedSize = 256;
     return ip;
 }
 
+// The one text that a printed address has: no leading zeros, no number above 255.
+[[nodiscard]] inline std::optional<std::uint32_t> parse_canonical(const char* at) {
+    constexpr auto digit = [](char c) {
+        return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0';
+    };
+    std::uint32_t ip = 0;
+    for (int left = 3; left >= 0; --left) {
+        unsigned value = digit(*at++);
+        if (value > 9) {
+            return std::nullopt;
+        }
+        for (int more = 2; more > 0 && value != 0 && digit(*at) <= 9; --more) {
+            value = value * 10 + digit(*at++);
+        }
+        if (value > 0xFF || *at++ != (left > 0 ? '.' : '\0')) {
+            return std::nullopt;
+        }
+        ip = ip << 8U | value;
+    }
+    return ip;
+}
+
 [[nodiscard]] inline std::optional<std::uint32_t> parse_dotted(const char* func,
                                                                const DottedForm& form,
                                                                const char* text) {

@@ -54,7 +54,29 @@ std::uint8_t take_byte(const char*& at) {
     return static_cast<std::uint8_t>(value);
 }
 
+// Two digits and a separator, as nearly all texts have them.
+bool parse_pairs(const char* at, std::uint8_t* out) {
+    for (int i = 0; i < ZXNET_MAC_SIZE; ++i, at += 3) {
+        const std::uint8_t high = digit_value(at[0]);
+        if (high == kNoDigit) {
+            return false;
+        }
+        const std::uint8_t low = digit_value(at[1]);
+        if (low == kNoDigit || digit_value(at[2]) != kNoDigit) {
+            return false;
+        }
+        out[i] = static_cast<std::uint8_t>(high << 4U | low);
+        if (at[2] == '\0') {
+            return i == ZXNET_MAC_SIZE - 1;
+        }
+    }
+    return true;
+}
+
 void parse_mac(const char* at, std::uint8_t* out) {
+    if (parse_pairs(at, out)) {
+        return;
+    }
     for (int i = 0; i < ZXNET_MAC_SIZE; ++i) {
         out[i] = take_byte(at);
         if (*at != '\0') {
