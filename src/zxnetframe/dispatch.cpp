@@ -10,8 +10,8 @@ namespace {
 
 [[gnu::cold, gnu::noinline]] void dump_unsupported(const char* func, std::uint16_t value) {
     if (const EtherType* const row = find_ether_type(value)) {
-        ZX_LOG_FROM(func, info, "%s%s, no support to parse this frame",
-                    row->unsupported_prefix.data(), row->name.data());
+        ZX_LOG_FROM(func, info, "%s%s, no support to parse this frame", row->unsupported_prefix,
+                    row->name.text);
     }
 }
 

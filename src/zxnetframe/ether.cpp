@@ -9,6 +9,46 @@
 
 using namespace zx::frame;
 
+namespace {
+
+[[gnu::cold, gnu::noinline]] void dump_header(const char* func, const ether_ctt& record) {
+    ZX_LOG_FROM(func, notice, "============  FRAME  ============");
+    ZX_LOG_FROM(func, info, "============  ether header info  ============");
+    ZX_LOG_FROM(func, info, "Destination:%s", record.str_dest_mac);
+    ZX_LOG_FROM(func, info, "Source:%s", record.str_source_mac);
+}
+
+[[gnu::cold, gnu::noinline]] void dump_type(const char* func, std::uint16_t ether_type) {
+    constexpr std::uint16_t kFirstTest = 0x0101;
+    constexpr std::uint16_t kLastTest = 0x01FF;
+    if (ether_type >= kFirstTest && ether_type <= kLastTest) {
+        ZX_LOG_FROM(func, info, "test");
+    } else if (ether_type <= kMaxLength8023) {
+        ZX_LOG_FROM(func, info, "IEEE 802.3 len:%d", ether_type);
+    } else if (const EtherType* const row = find_ether_type(ether_type)) {
+        ZX_LOG_FROM(func, info, "Type:%s", row->name.text);
+    } else {
+        ZX_LOG_FROM(func, info, "Unknow ether type(%#x)", ether_type);
+    }
+}
+
+// The name, where there is one, and at least eight bytes of it.
+void store_name(std::uint16_t ether_type, char* out) {
+    constexpr std::size_t kCleared = 8;
+    if (ether_type <= kMaxLength8023) {
+        return;
+    }
+    if (const EtherType* const row = find_ether_type(ether_type)) {
+        const char* const name = row->name.text;
+        std::memcpy(out, name, kCleared);
+        if (name[kCleared - 1] != '\0') {
+            std::strcpy(out + kCleared, name + kCleared);
+        }
+    }
+}
+
+}  // namespace
+
 extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t* peth) {
     if (!has_all(__func__, pether_ctt, Argument{peth, "peth"})) {
         return;
@@ -19,40 +59,22 @@ extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t
     std::memcpy(pether_ctt->source_mac, peth + ether_at::source, sizeof pether_ctt->source_mac);
     pether_ctt->ether_type = zx::load_be16(peth + ether_at::type);
     if (pether_ctt->print_flag != 0) [[unlikely]] {
-        ZX_LOG(notice, "============  FRAME  ============");
-        ZX_LOG(info, "============  ether header info  ============");
-        ZX_LOG(info, "Destination:%s", pether_ctt->str_dest_mac);
-        ZX_LOG(info, "Source:%s", pether_ctt->str_source_mac);
+        dump_header(__func__, *pether_ctt);
+        dump_type("zxframe_innerapi_printEthrtType", pether_ctt->ether_type);
     }
-    zxframe_innerapi_printEthrtType(pether_ctt->print_flag, pether_ctt->ether_type,
-                                    pether_ctt->ether_type_name);
+    store_name(pether_ctt->ether_type, pether_ctt->ether_type_name);
 }
 
 extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ether_type,
                                                 char* ether_type_name) {
-    constexpr std::size_t kCleared = 8;
-    constexpr std::uint16_t kFirstTest = 0x0101;
-    constexpr std::uint16_t kLastTest = 0x01FF;
     if (ether_type_name == nullptr) {
         ZX_LOG_PARAM("ether_type_name");
         return;
     }
-    if (ether_type <= kMaxLength8023) {
-        if (ether_type >= kFirstTest && ether_type <= kLastTest) {
-            ZX_DUMP(print_flag, "test");
-        } else {
-            ZX_DUMP(print_flag, "IEEE 802.3 len:%d", ether_type);
-        }
-        return;
+    if (print_flag != 0) [[unlikely]] {
+        dump_type(__func__, ether_type);
     }
-    const EtherType* const row = find_ether_type(ether_type);
-    if (row == nullptr) {
-        ZX_DUMP(print_flag, "Unknow ether type(%#x)", ether_type);
-        return;
-    }
-    ZX_DUMP(print_flag, "Type:%s", row->name.data());
-    std::memset(ether_type_name, 0, kCleared);
-    std::memcpy(ether_type_name, row->name.data(), row->name.size() + 1);
+    store_name(ether_type, ether_type_name);
 }
 
 extern "C" void zxframe_innerapi_buildEthrt(ether_ctt* pether_ctt, const char* str_dest_mac,

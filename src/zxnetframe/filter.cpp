@@ -1,4 +1,5 @@
 // Which frames pass a capture filter.
+#include <optional>
 #include <string_view>
 
 #include "zxframe.h"
@@ -48,17 +49,34 @@ bool contains(const char* wanted, std::string_view text) {
                                           : haystack.find(text) != std::string_view::npos;
 }
 
-bool contains_address(const char* wanted, std::uint32_t address) {
-    const AddressText text{address};
-    return contains(wanted, {text.text, text.size});
-}
+// The same for an address. In a text that is one address itself, only one whose two numbers in the
+// middle are the same can be found.
+class WantedAddress {
+public:
+    explicit WantedAddress(const char* text) : text_(text), ip_(zx::parse_canonical(text)) {}
+
+    [[nodiscard]] bool contains(std::uint32_t address) const {
+        constexpr std::uint32_t kMiddle = 0x00FFFF00;
+        const std::uint32_t ip = ntohl(address);
+        if (ip_ && (ip == *ip_ || ((ip ^ *ip_) & kMiddle) != 0)) {
+            return ip == *ip_;
+        }
+        const AddressText text{address};
+        return ::contains(text_, {text.text, text.size});
+    }
+
+private:
+    const char* text_;
+    std::optional<std::uint32_t> ip_;
+};
 
 bool matches_addresses(const frame_filter_ctt& filter, const ipv4_view& ip) {
     if (filter.has_ip != 0) {
-        return contains_address(filter.ip, ip.saddr) || contains_address(filter.ip, ip.daddr);
+        const WantedAddress wanted(filter.ip);
+        return wanted.contains(ip.saddr) || wanted.contains(ip.daddr);
     }
-    return (filter.has_source_ip == 0 || contains_address(filter.source_ip, ip.saddr)) &&
-           (filter.has_dest_ip == 0 || contains_address(filter.dest_ip, ip.daddr));
+    return (filter.has_source_ip == 0 || WantedAddress(filter.source_ip).contains(ip.saddr)) &&
+           (filter.has_dest_ip == 0 || WantedAddress(filter.dest_ip).contains(ip.daddr));
 }
 
 bool matches_ports(const frame_filter_ctt& filter, const ether_ctt& frame) {

@@ -29,20 +29,29 @@ constexpr std::uint8_t kTtlIgmp = 1;
     ZX_LOG_FROM(func, info, "Identification: 0x%04x(%d)", ip.id, ip.id);
     ZX_LOG_FROM(func, info, "Fragment offset: %d", fragment);
     ZX_LOG_FROM(func, info, "Time to live: %d", ip.ttl);
+    if (const Name& name = kIpProtocols[ip.protocol]; !name.empty()) {
+        ZX_LOG_FROM(func, info, "Protocol:%s(%d)", name.text, ip.protocol);
+    } else {
+        ZX_LOG_FROM(func, info, "Unknow protocol(%d)", ip.protocol);
+    }
+    ZX_LOG_FROM(func, info, "Header checksum: %#x", ip.check);
+    ZX_LOG_FROM(func, info, "Source : %s", AddressText(ip.saddr).text);
+    ZX_LOG_FROM(func, info, "Destination: %s", AddressText(ip.daddr).text);
 }
 
-void name_protocol(const char* func, ipv4_view& ip, bool dumps) {
-    const std::string_view name = kIpProtocols[ip.protocol];
-    if (!name.empty()) {
-        std::memset(ip.ip_proto_name, 0, sizeof ip.ip_proto_name);
-        std::memcpy(ip.ip_proto_name, name.data(), name.size());
+[[gnu::cold, gnu::noinline]] void dump_unsupported(const char* func, std::uint8_t protocol) {
+    if (protocol != 0 && !kIpProtocols[protocol].empty()) {
+        ZX_LOG_FROM(func, info, "%s,no support parse", kIpProtocols[protocol].text);
+    } else {
+        ZX_LOG_FROM(func, info, "No supprt protocol(code:0x%02x(%d)),please fix me", protocol,
+                    protocol);
     }
-    if (dumps) [[unlikely]] {
-        if (!name.empty()) {
-            ZX_LOG_FROM(func, info, "Protocol:%s(%d)", name.data(), ip.protocol);
-        } else {
-            ZX_LOG_FROM(func, info, "Unknow protocol(%d)", ip.protocol);
-        }
+}
+
+void name_protocol(ipv4_view& ip) {
+    if (const Name& name = kIpProtocols[ip.protocol]; !name.empty()) {
+        std::memset(ip.ip_proto_name, 0, sizeof ip.ip_proto_name);
+        std::memcpy(ip.ip_proto_name, name.text, sizeof name.text);
     }
 }
 
@@ -87,10 +96,10 @@ extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t*
         return;
     }
     ipv4_view& ip = pether_ctt->ipv4;
-    const bool dumps = pether_ctt->print_flag != 0;
     const std::uint16_t fragment = zx::load_be16(iph + ipv4_at::fragment);
-    ip.version = iph[ipv4_at::version] >> 4U & kNibble;
-    ip.header_len = iph[ipv4_at::version] & kNibble;
+    const std::uint8_t first = iph[ipv4_at::version];
+    ip.version = first >> 4U & kNibble;
+    ip.header_len = first & kNibble;
     ip.tos = iph[ipv4_at::tos];
     ip.total_len = zx::load_be16(iph + ipv4_at::total_len);
     ip.id = zx::load_be16(iph + ipv4_at::id);
@@ -100,14 +109,9 @@ extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t*
     ip.check = zx::load_be16(iph + ipv4_at::check);
     std::memcpy(&ip.saddr, iph + ipv4_at::saddr, sizeof ip.saddr);
     std::memcpy(&ip.daddr, iph + ipv4_at::daddr, sizeof ip.daddr);
-    if (dumps) [[unlikely]] {
+    name_protocol(ip);
+    if (pether_ctt->print_flag != 0) [[unlikely]] {
         dump_header(__func__, ip, fragment);
-    }
-    name_protocol(__func__, ip, dumps);
-    if (dumps) [[unlikely]] {
-        ZX_LOG(info, "Header checksum: %#x", ip.check);
-        ZX_LOG(info, "Source : %s", AddressText(ip.saddr).text);
-        ZX_LOG(info, "Destination: %s", AddressText(ip.daddr).text);
     }
 }
 
@@ -122,11 +126,8 @@ extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* da
         zxframe_innerapi_doTcp(pether_ctt, transport);
     } else if (protocol == kProtocolUdp) {
         zxframe_innerapi_doUdp(pether_ctt, transport);
-    } else if (protocol != 0 && !kIpProtocols[protocol].empty()) {
-        ZX_DUMP(pether_ctt->print_flag, "%s,no support parse", kIpProtocols[protocol].data());
-    } else {
-        ZX_DUMP(pether_ctt->print_flag, "No supprt protocol(code:0x%02x(%d)),please fix me",
-                protocol, protocol);
+    } else if (pether_ctt->print_flag != 0) [[unlikely]] {
+        dump_unsupported(__func__, protocol);
     }
 }
 

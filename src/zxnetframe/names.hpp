@@ -3,15 +3,29 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
-#include <string_view>
+#include "zxnetframe/wire.hpp"
 
 namespace zx::frame {
 
+// With zeros behind it, so that it can be copied in one piece.
+struct Name {
+    constexpr Name() = default;
+    constexpr Name(const char* literal) {  // NOLINT(google-explicit-constructor): rows of tables
+        for (std::size_t i = 0; literal[i] != '\0'; ++i) {
+            text[i] = literal[i];
+        }
+    }
+    [[nodiscard]] constexpr bool empty() const { return text[0] == '\0'; }
+
+    char text[32]{};
+};
+
 struct EtherType {
     std::uint16_t value;
-    std::string_view name;
-    std::string_view unsupported_prefix = "";  // of the name, where the frame is not decoded
+    Name name;
+    const char* unsupported_prefix = "";  // of the name, where the frame is not decoded
 };
 
 inline constexpr std::array<EtherType, 36> kEtherTypes{{
@@ -55,13 +69,18 @@ inline constexpr std::array<EtherType, 36> kEtherTypes{{
 static_assert(std::ranges::is_sorted(kEtherTypes, {}, &EtherType::value));
 
 [[nodiscard]] constexpr const EtherType* find_ether_type(std::uint16_t value) {
+    constexpr const EtherType* kIpv4 = &kEtherTypes[4];  // nearly all frames
+    static_assert(kIpv4->value == kEtherTypeIpv4);
+    if (value == kIpv4->value) {
+        return kIpv4;
+    }
     const auto* const row = std::ranges::lower_bound(kEtherTypes, value, {}, &EtherType::value);
     return row != kEtherTypes.end() && row->value == value ? row : nullptr;
 }
 
 // By number; empty where there is no name.
-inline constexpr std::array<std::string_view, 256> kIpProtocols = [] {
-    std::array<std::string_view, 256> names{};
+inline constexpr std::array<Name, 256> kIpProtocols = [] {
+    std::array<Name, 256> names{};
     names[0] = "Dummy protocol for TCP";
     names[1] = "ICMP";
     names[2] = "IGMP";

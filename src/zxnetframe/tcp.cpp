@@ -30,7 +30,21 @@ constexpr std::uint16_t kWindow = 64240;
     ZX_LOG_FROM(func, info, "Urgent pointer: %d", tcp.urg_ptr);
 }
 
-void store_flags(tcp_view& tcp, std::uint8_t flags) {
+[[gnu::cold, gnu::noinline]] void dump_sizes(const char* func, const ether_ctt& record) {
+    const ipv4_view& ip = record.ipv4;
+    ZX_LOG_FROM(func, info, "total_len len,ip_header_len,tcp_header_len: %d,%d,%d", ip.total_len,
+                static_cast<int>(ip.header_len), static_cast<int>(record.tcp.doff));
+    ZX_LOG_FROM(func, info, "data len: %d", record.data_len);
+}
+
+[[gnu::cold, gnu::noinline]] void report_short(const char* func, std::uint32_t size) {
+    ZX_LOG_FROM(func, error, "Header Length(%d) is less than 20,maybe error",
+                static_cast<int>(size));
+}
+
+// All in a row: they share a word of the record, which is then written once.
+void store_offset_and_flags(tcp_view& tcp, std::uint8_t offset, std::uint8_t flags) {
+    tcp.doff = offset >> 4U & kNibble;
     tcp.urg = (flags & tcp_at::urg) != 0;
     tcp.ack = (flags & tcp_at::ack) != 0;
     tcp.psh = (flags & tcp_at::psh) != 0;
@@ -51,8 +65,7 @@ extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* 
     tcp.dest = zx::load_be16(tcph + tcp_at::dest);
     tcp.seq = zx::load_be32(tcph + tcp_at::seq);
     tcp.ack_seq = zx::load_be32(tcph + tcp_at::ack_seq);
-    tcp.doff = tcph[tcp_at::offset] >> 4U & kNibble;
-    store_flags(tcp, tcph[tcp_at::flags]);
+    store_offset_and_flags(tcp, tcph[tcp_at::offset], tcph[tcp_at::flags]);
     tcp.window = zx::load_be16(tcph + tcp_at::window);
     tcp.check = zx::load_be16(tcph + tcp_at::check);
     tcp.urg_ptr = zx::load_be16(tcph + tcp_at::urg_ptr);
@@ -63,16 +76,15 @@ extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* 
     if (tcp.doff > kTcpWords && opt_source != nullptr) {
         zxframe_innerapi_parseTcpOpt(pether_ctt, tcph, opt_source);
     } else if (tcp.doff < kTcpWords) {
-        ZX_LOG(error, "Header Length(%d) is less than 20,maybe error",
-               static_cast<int>(kWord * tcp.doff));
+        report_short(__func__, kWord * tcp.doff);
     }
 
     const ipv4_view& ip = pether_ctt->ipv4;
-    ZX_DUMP(pether_ctt->print_flag, "total_len len,ip_header_len,tcp_header_len: %d,%d,%d",
-            ip.total_len, static_cast<int>(ip.header_len), static_cast<int>(tcp.doff));
     pether_ctt->data_len =
         static_cast<std::uint16_t>(ip.total_len - kWord * ip.header_len - kWord * tcp.doff);
-    ZX_DUMP(pether_ctt->print_flag, "data len: %d", pether_ctt->data_len);
+    if (pether_ctt->print_flag != 0) [[unlikely]] {
+        dump_sizes(__func__, *pether_ctt);
+    }
 }
 
 extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* data) {

@@ -55,6 +55,19 @@ const OptionKind* find_kind(std::uint32_t kind) {
                                                                             : nullptr;
 }
 
+// The same in short for every byte that may stand on the wire.
+enum class Shape : std::uint8_t { unknown, bare, with_length };
+
+constexpr std::array<Shape, 256> kShapes = [] {
+    std::array<Shape, 256> shapes{};
+    for (std::size_t kind = 0; kind < kOptionKinds.size(); ++kind) {
+        shapes[kind] = kOptionKinds[kind].name == nullptr ? Shape::unknown
+                       : kOptionKinds[kind].has_length    ? Shape::with_length
+                                                          : Shape::bare;
+    }
+    return shapes;
+}();
+
 constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a length includes
 
 [[gnu::cold, gnu::noinline]] void dump_option(const char* func, const OptionKind& kind,
@@ -98,6 +111,24 @@ constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a
     }
 }
 
+[[gnu::cold, gnu::noinline]] void dump_size(const char* func, int size) {
+    ZX_LOG_FROM(func, info, "====TCP Options:(%d bytes)", size);
+}
+
+[[gnu::cold, gnu::noinline]] void dump_unknown(const char* func, std::uint32_t kind) {
+    ZX_LOG_FROM(func, info, "unknow kind:%d", static_cast<int>(kind));
+}
+
+// Time stamps, which nearly every segment carries, go without a call.
+void copy_value(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
+    constexpr std::size_t kTimes = 8;
+    if (size == kTimes) {
+        std::memcpy(to, from, kTimes);
+    } else {
+        std::memcpy(to, from, size);
+    }
+}
+
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_t* tcph,
@@ -106,37 +137,47 @@ extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_
         return;
     }
     tcp_view& tcp = pether_ctt->tcp;
-    const std::uint8_t print_flag = pether_ctt->print_flag != 0 ? 1 : 0;
+    const bool dumps = pether_ctt->print_flag != 0;
     const int size =
         (tcph[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
-    ZX_DUMP(print_flag, "====TCP Options:(%d bytes)", size);
+    if (dumps) [[unlikely]] {
+        dump_size(__func__, size);
+    }
     const std::uint8_t* at = tcph + tcp_at::options;
     const std::uint8_t* const end = at + size;
     // Behind the options of earlier frames: it is the caller who sets the count back. A length may
     // lead beyond the end, but an option begins before it.
-    while (at < end && tcp.option_count < std::size(tcp.options)) {
-        tcp_option& option = tcp.options[tcp.option_count];
-        option.kind = *at++;
-        const OptionKind* const kind = find_kind(option.kind);
-        if (kind == nullptr) {
-            ZX_DUMP(print_flag, "unknow kind:%d", static_cast<int>(option.kind));
-            return;
-        }
-        if (kind->has_length) {
-            option.len = *at++;
-            if (option.len < kLengthOwn) {
-                return;  // it would lead backwards
-            }
-            std::memcpy(option.val, at, option.len - kLengthOwn);
-            at += option.len - kLengthOwn;
-        } else {
-            option.len = 0;
-        }
-        if (print_flag != 0) [[unlikely]] {
-            dump_option(__func__, *kind, option);
-        }
-        ++tcp.option_count;
+    if (tcp.option_count >= std::size(tcp.options)) {
+        return;
     }
+    tcp_option* option = tcp.options + tcp.option_count;
+    for (; at < end && option < std::end(tcp.options); ++option) {
+        const std::uint8_t kind = *at;
+        const Shape shape = kShapes[kind];
+        if (shape == Shape::unknown) {
+            if (dumps) [[unlikely]] {
+                dump_unknown(__func__, kind);
+            }
+            break;
+        }
+        option->kind = kind;
+        if (shape == Shape::bare) {
+            option->len = 0;
+            at += 1;
+        } else {
+            const std::size_t len = at[1];
+            if (len < kLengthOwn) {
+                break;  // it would lead backwards
+            }
+            option->len = at[1];
+            copy_value(option->val, at + kLengthOwn, len - kLengthOwn);
+            at += len;
+        }
+        if (dumps) [[unlikely]] {
+            dump_option(__func__, kOptionKinds[kind], *option);
+        }
+    }
+    tcp.option_count = static_cast<std::uint32_t>(option - tcp.options);
 }
 
 extern "C" uint32_t zxframe_innerapi_buildTcpOpt(const zxbuildtcp_ctt* pzxbuildtcp_ctt,

@@ -10,26 +10,28 @@
 
 #include "zxframe.h"
 #include "zxnet.h"
+#include "zxnet/dotted.hpp"
 
 namespace zx::frame {
 
-using HexPair = std::array<char, 2>;
+// "0a:" and a byte that the next one overwrites: one store each.
+using HexText = std::array<char, 4>;
 
-inline constexpr std::array<HexPair, 256> kHexPairs = [] {
+inline constexpr std::array<HexText, 256> kHexTexts = [] {
     constexpr char kDigits[] = "0123456789abcdef";
-    std::array<HexPair, 256> pairs{};
-    for (std::size_t value = 0; value < pairs.size(); ++value) {
-        pairs[value] = {kDigits[value / 16], kDigits[value % 16]};
+    std::array<HexText, 256> texts{};
+    for (std::size_t value = 0; value < texts.size(); ++value) {
+        texts[value] = {kDigits[value / 16], kDigits[value % 16], ':', '\0'};
     }
-    return pairs;
+    return texts;
 }();
 
 inline void print_mac(const std::uint8_t* mac, char (&out)[ZXFRAME_MAC_TEXT_SIZE]) {
-    char* at = out;
-    for (int i = 0; i < ZXFRAME_MAC_SIZE; ++i, at += 3) {
-        std::memcpy(at, kHexPairs[mac[i]].data(), 2);
-        at[2] = ':';
+    constexpr int kLast = ZXFRAME_MAC_SIZE - 1;
+    for (int i = 0; i < kLast; ++i) {
+        std::memcpy(out + 3 * i, kHexTexts[mac[i]].data(), sizeof(HexText));
     }
+    std::memcpy(out + 3 * kLast, kHexTexts[mac[kLast]].data(), 2);
     out[ZXFRAME_MAC_TEXT_SIZE - 1] = '\0';
 }
 
@@ -46,8 +48,13 @@ struct AddressText {
     std::size_t size;
 };
 
-// An address in network order.
+// An address in network order. inet_aton(), which is slow, judges all but four decimal numbers.
 [[nodiscard]] inline std::optional<std::uint32_t> parse_address(const char* text) {
+    if (text != nullptr) {
+        if (const std::optional<std::uint32_t> ip = parse_canonical(text)) {
+            return htonl(*ip);
+        }
+    }
     in_addr address{};
     if (text == nullptr || inet_aton(text, &address) == 0) {
         return std::nullopt;
