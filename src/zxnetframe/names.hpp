@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+
 #include "zxnetframe/wire.hpp"
 
 namespace zx::frame {
