@@ -4,8 +4,8 @@
 #include <fstream>
 #include <random>
 #include <string>
-#include <vector>
 
+#include "bytes.hpp"
 #include "log_capture.hpp"
 #include "zxnet.h"
 #include "zxnet/checksum_sum.hpp"
@@ -13,19 +13,9 @@
 namespace {
 
 using testing::ElementsAre;
-using Bytes = std::vector<std::uint8_t>;
-
-// RFC 1071 in network order, in host order.
-std::uint16_t textbook(const std::uint8_t* at, std::size_t size) {
-    std::uint64_t sum = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-        sum += i % 2 == 0 ? std::uint64_t{at[i]} << 8U : at[i];
-    }
-    while (sum > 0xFFFF) {
-        sum = (sum >> 16U) + (sum & 0xFFFFU);
-    }
-    return static_cast<std::uint16_t>(~sum);
-}
+using zx::test::Bytes;
+using zx::test::from_hex;
+using zx::test::textbook_checksum;
 
 std::uint16_t checksum_udp(const std::uint8_t* at, std::uint32_t size) {
     return __builtin_bswap16(zxnet_api_checksumUdp(
@@ -47,7 +37,7 @@ TEST(ChecksumTest, AgreesWithTheTextbookAtEveryLengthAndAlignment) {
         for (std::uint32_t shift = 0; shift < 8; ++shift) {
             const Bytes bytes = noise(shift + size);
             const std::uint8_t* const at = bytes.data() + shift;
-            const std::uint16_t expected = textbook(at, size);
+            const std::uint16_t expected = textbook_checksum(at, size);
             ASSERT_EQ(zxnet_api_checksum(at, size), expected) << size << " behind " << shift;
             if (size % 2 == 0) {
                 ASSERT_EQ(checksum_udp(at, size), expected) << size << " behind " << shift;
@@ -93,7 +83,7 @@ TEST(ChecksumTest, PutsThePseudoHeaderInFront) {
                                              static_cast<std::uint8_t>(header_size),
                                              data_size == 0 ? nullptr : data.data(),
                                              static_cast<std::uint16_t>(data_size)),
-                      textbook(whole.data(), whole.size()))
+                      textbook_checksum(whole.data(), whole.size()))
                 << header_size << " + " << data_size;
         }
     }
@@ -119,10 +109,7 @@ TEST(ChecksumTest, GivesThePublishedValues) {
     for (;
          std::getline(in, hex, ',') && std::getline(in, checksum, ',') && std::getline(in, source);
          ++cases) {
-        Bytes bytes;
-        for (std::size_t i = 0; i < hex.size(); i += 2) {
-            bytes.push_back(static_cast<std::uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-        }
+        const Bytes bytes = from_hex(hex);
         EXPECT_EQ(zxnet_api_checksum(bytes.data(), static_cast<std::uint32_t>(bytes.size())),
                   std::stoul(checksum, nullptr, 16))
             << source;

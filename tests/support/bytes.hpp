@@ -1,0 +1,52 @@
+// Bytes as hexadecimal texts, and their checksum by the book.
+#pragma once
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace zx::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// "0a 0b0c" as bytes, with zeros behind them up to `size`.
+inline Bytes from_hex(const std::string& text, std::size_t size = 0) {
+    Bytes bytes;
+    std::string digits;
+    for (const char c : text) {
+        digits += std::isxdigit(c) != 0 ? std::string(1, c) : std::string();
+        if (digits.size() == 2) {
+            bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits, nullptr, 16)));
+            digits.clear();
+        }
+    }
+    bytes.resize(std::max(size, bytes.size()));
+    return bytes;
+}
+
+inline std::string to_hex(const void* at, std::size_t size) {
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<const std::uint8_t*>(at)[i]);
+        text += digits;
+    }
+    return text;
+}
+
+// RFC 1071 in network order, in host order: 0 over bytes that hold their right checksum.
+inline std::uint16_t textbook_checksum(const std::uint8_t* at, std::size_t size) {
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        sum += i % 2 == 0 ? std::uint64_t{at[i]} << 8U : at[i];
+    }
+    while (sum > 0xFFFF) {
+        sum = (sum >> 16U) + (sum & 0xFFFFU);
+    }
+    return static_cast<std::uint16_t>(~sum);
+}
+
+}  // namespace zx::test
