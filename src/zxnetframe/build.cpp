@@ -112,7 +112,8 @@ extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
     const std::uint32_t ip_size = kWord * (ip[ipv4_at::version] & kNibble);
     std::uint8_t* const tcp = ip + ip_size;
     const bool is_tcp = zx::load_be16(frame + ether_at::type) == kEtherTypeIpv4 &&
-                        ip[ipv4_at::protocol] == kProtocolTcp && ip_size >= kIpv4Size;
+                        ip[ipv4_at::version] >> 4U == 4 && ip[ipv4_at::protocol] == kProtocolTcp &&
+                        ip_size >= kIpv4Size;
     const std::uint32_t tcp_size = is_tcp ? kWord * (tcp[tcp_at::offset] >> 4U) : 0;
     if (tcp_size < kTcpSize) {
         ZX_LOG_PARAM("frame");
