@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages_of() {
     case $1 in
-        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev ;;
+        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev libpcap-dev ;;
         test) echo libgtest-dev libgmock-dev clang-format ffmpeg ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
                     libjack-jackd2-dev ;;

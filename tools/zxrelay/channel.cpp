@@ -3,7 +3,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "failure.hpp"
+#include "common/failure.hpp"
 
 namespace relay {
 namespace {
@@ -17,7 +17,7 @@ Channel::Channel(std::uint32_t capacity)
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (fifo_ == nullptr || wake_.get() < 0) {
         zxfifo_api_blockDeinit(&fifo_);
-        throw Failure("there is no memory for the FIFO");
+        throw tools::Failure("there is no memory for the FIFO");
     }
 }
 

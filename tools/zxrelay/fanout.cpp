@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "failure.hpp"
+#include "common/failure.hpp"
 #include "internal/log.hpp"
 #include "zxepoll.h"
 #include "zxtime.h"
@@ -32,7 +32,7 @@ Fanout::Fanout(const Endpoint& endpoint, std::uint32_t client_buffer, unsigned s
     if (zxepoll_add(epfd_, listener_.get(), EPOLLIN) != 0 ||
         zxepoll_add(epfd_, channel_.wake_fd(), EPOLLIN) != 0) {
         zxepoll_close(&epfd_);
-        throw Failure(std::string("cannot wait for clients: ") + std::strerror(errno));
+        throw tools::system_failure("cannot wait for clients");
     }
 }
 

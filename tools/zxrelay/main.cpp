@@ -4,12 +4,8 @@
 #include <signal.h>
 #include <time.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "channel.hpp"
-#include "failure.hpp"
+#include "common/failure.hpp"
 #include "fanout.hpp"
 #include "internal/log.hpp"
 #include "monitor.hpp"
@@ -22,8 +18,6 @@
 #include "zxthread.h"
 
 namespace {
-
-using relay::Failure;
 
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
@@ -43,7 +37,7 @@ void open_log(const relay::Options& options) {
     zxlog_api_setLoglevel(options.log_level);
     const char* const path = options.log_file.empty() ? nullptr : options.log_file.c_str();
     if (zxlog_api_setFile(path) != 0 && path != nullptr) {
-        throw Failure("cannot write the log " + options.log_file + ": " + std::strerror(errno));
+        throw tools::system_failure("cannot write the log " + options.log_file);
     }
 }
 
@@ -120,17 +114,12 @@ void relay_stream(const relay::Options& options, const sigset_t& signals) {
 
 int main(int argc, char** argv) {
     const relay::Options options = relay::parse_options(argc, argv);
-    int code = EXIT_SUCCESS;
-    try {
+    return tools::run("zxrelay", [&] {
         open_log(options);
         const sigset_t signals = block_signals();
         zxthread_api_envInit();
         zxmem_api_init(1);
         relay_stream(options, signals);
         zxmem_api_showBlock();  // nothing is held any more
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "zxrelay: %s\n", failure.what());
-        code = EXIT_FAILURE;
-    }
-    return code;
+    });
 }

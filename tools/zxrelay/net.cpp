@@ -6,15 +6,16 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <cerrno>
 #include <cstring>
 #include <memory>
 
-#include "failure.hpp"
+#include "common/failure.hpp"
 #include "zxstr.h"
 
 namespace relay {
 namespace {
+
+using tools::Failure;
 
 constexpr int kUdpReceiveBuffer = 4 << 20;
 constexpr int kKeepAliveIdleSec = 5;
@@ -40,7 +41,7 @@ Addresses resolve(const Endpoint& endpoint, int type) {
 }
 
 [[noreturn]] void fail(const char* what, const Endpoint& endpoint) {
-    throw Failure(std::string(what) + " " + endpoint.text() + ": " + std::strerror(errno));
+    throw tools::system_failure(std::string(what) + " " + endpoint.text());
 }
 
 void set_option(int fd, int level, int name, int value) {

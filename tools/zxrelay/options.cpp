@@ -2,16 +2,12 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-#include <cstdio>
-#include <cstdlib>
-
+#include "common/command_line.hpp"
 #include "zxcommon.h"
 
 namespace relay {
 namespace {
 
-constexpr int kUsageError = 2;
 constexpr std::uint64_t kSmallestBuffer = 128U << 10U;  // twice the largest message
 constexpr std::uint64_t kLargestBuffer = 1U << 30U;
 
@@ -27,14 +23,8 @@ Examples:
 
 SIGINT and SIGTERM end the relay, SIGUSR1 logs the memory that it holds.)";
 
-[[noreturn]] void end(int code, const std::string& sentence) {
-    std::fprintf(stderr, "zxrelay: %s\n", sentence.c_str());
-    std::exit(code);
-}
-
 void define(CLI::App& app, Options& options) {
-    app.set_version_flag("--version", std::string("zxrelay ") + zxcommon_api_version());
-    app.set_help_flag("-h,--help", "Print this help and exit");
+    tools::define_common(app, zxcommon_api_version());
     app.set_config("--config", "", "Read options from an INI or TOML file")
         ->option_text("FILE")
         ->check(CLI::ExistingFile);
@@ -79,13 +69,7 @@ Options parse_options(int argc, char** argv) {
     Options options;
     CLI::App app("Relays an MPEG transport stream to any number of TCP clients.", "zxrelay");
     define(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& asked_for_text) {
-        std::exit(app.exit(asked_for_text));
-    } catch (const CLI::ParseError& error) {
-        end(kUsageError, std::string(error.what()) + " (try --help)");
-    }
+    tools::parse(app, argc, argv);
     options.stats = options.stats || isatty(STDOUT_FILENO) == 1;
     return options;
 }

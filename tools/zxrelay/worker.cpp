@@ -3,10 +3,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include "failure.hpp"
+#include "common/failure.hpp"
 
 namespace relay {
 namespace {
+
+using tools::Failure;
 
 constexpr std::uint32_t kHandshakeMs = 5000;
 constexpr std::uint32_t kStepMs = 2;

@@ -1,0 +1,133 @@
+#include "capture.hpp"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "capture_file.hpp"
+#include "common/failure.hpp"
+#include "counts.hpp"
+#include "decoder.hpp"
+#include "field_dump.hpp"
+#include "line.hpp"
+#include "output.hpp"
+#include "progress.hpp"
+#include "source.hpp"
+#include "stop.hpp"
+
+namespace capture {
+namespace {
+
+class Session {
+public:
+    explicit Session(const Options& options);
+
+    void run();
+    void flush();
+    void tell_counts();
+
+private:
+    void take(const Frame& frame);
+
+    const Options& options_;
+    std::unique_ptr<Source> source_;
+    std::optional<CaptureFile> file_;
+    std::optional<FieldDump> dump_;
+    Decoder decoder_;
+    Line line_;
+    Output output_{STDOUT_FILENO};
+    Counts counts_;
+};
+
+Session::Session(const Options& options)
+    : options_(options),
+      source_(options.interface.empty() ? open_file(options.file, options.write)
+                                        : open_interface(options.interface, options.promiscuous)),
+      decoder_(options.wanted),
+      line_(options.time) {
+    if (!options.write.empty()) {
+        file_.emplace(options.write);
+    }
+    if (options.form == Form::dump) {
+        dump_.emplace();
+    }
+    if (!options.interface.empty()) {
+        std::fprintf(stderr, "capturing from %s, Ctrl-C ends it\n", options.interface.c_str());
+    }
+}
+
+void Session::run() {
+    const bool is_screen_free = options_.form == Form::none || isatty(STDOUT_FILENO) == 0;
+    Progress progress(is_screen_free && isatty(STDERR_FILENO) == 1);
+    Frame frame;
+    while (!stop_requested() && (options_.count == 0 || counts_.passed() < options_.count)) {
+        const Got got = source_->next(frame);
+        if (got == Got::end) {
+            break;
+        }
+        if (got == Got::nothing) {
+            flush();
+            continue;
+        }
+        counts_.add_seen();
+        if (decoder_.passes(frame)) {
+            take(frame);
+        }
+        progress.show_when_due(*source_);
+    }
+}
+
+void Session::take(const Frame& frame) {
+    counts_.add_passed(frame, protocol_name(decoder_.record(), decoder_.layers()));
+    if (file_) {
+        file_->add(frame);
+    }
+    if (options_.form != Form::none) {
+        output_.add(line_.print(frame, decoder_.record(), decoder_.layers()));
+    }
+    if (dump_) {
+        output_.add(dump_->print(decoder_, frame));
+    }
+}
+
+void Session::flush() {
+    output_.flush();
+    if (file_) {
+        file_->flush();
+    }
+}
+
+// With nothing else to print, they are the result.
+void Session::tell_counts() {
+    std::FILE* const stream =
+        options_.form == Form::none && options_.write != "-" ? stdout : stderr;
+    std::fprintf(stream, "%s\n", counts_.text().c_str());
+    if (const auto drops = source_->drops()) {
+        std::fprintf(stream, "frames: %llu dropped by the kernel\n",
+                     static_cast<unsigned long long>(*drops));
+    }
+}
+
+}  // namespace
+
+void run(const Options& options) {
+    listen_for_stop();
+    Session session(options);
+    std::optional<tools::Failure> failure;
+    try {
+        try {
+            session.run();
+        } catch (const tools::Failure& broken_off) {
+            failure = broken_off;
+        }
+        session.flush();
+    } catch (const OutputClosed&) {
+        return;
+    }
+    session.tell_counts();
+    if (failure) {
+        throw *failure;
+    }
+}
+
+}  // namespace capture

@@ -1,0 +1,34 @@
+// The capture file that is written.
+#pragma once
+
+#include <pcap/pcap.h>
+
+#include <memory>
+#include <string>
+
+#include "frame.hpp"
+
+namespace capture {
+
+class CaptureFile {
+public:
+    // "-" is standard output. These throw a Failure when the file cannot be written, and
+    // OutputClosed when nobody reads it any more.
+    explicit CaptureFile(const std::string& path);
+    void add(const Frame& frame);
+    void flush();
+
+private:
+    void check(bool good) const;
+
+    struct Closer {
+        void operator()(pcap_t* pcap) const { pcap_close(pcap); }
+        void operator()(pcap_dumper_t* dumper) const { pcap_dump_close(dumper); }
+    };
+
+    const std::string name_;  // for sentences
+    std::unique_ptr<pcap_t, Closer> pcap_;
+    std::unique_ptr<pcap_dumper_t, Closer> dumper_;
+};
+
+}  // namespace capture

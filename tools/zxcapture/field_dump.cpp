@@ -1,0 +1,72 @@
+#include "field_dump.hpp"
+
+#include <sys/mman.h>
+
+#include <cstdint>
+
+#include "common/failure.hpp"
+#include "zxlog.h"
+
+namespace capture {
+namespace {
+
+constexpr std::uint32_t kLevelOff = 0;
+constexpr std::uint32_t kLevelInformation = 4;
+constexpr std::string_view kIndent = "    ";
+
+// Time, level and tag, each in brackets.
+std::string_view without_front(std::string_view line) {
+    for (int i = 0; i < 3 && line.starts_with('['); ++i) {
+        line.remove_prefix(std::min(line.find(']'), line.size() - 1) + 1);
+    }
+    return line;
+}
+
+std::string readable(std::string_view log) {
+    constexpr std::string_view kLineEnd = "\r\n";
+    std::string text;
+    while (!log.empty()) {
+        const std::size_t size = std::min(log.find(kLineEnd), log.size());
+        text.append(kIndent).append(without_front(log.substr(0, size))).append("\n");
+        log.remove_prefix(std::min(size + kLineEnd.size(), log.size()));
+    }
+    return text;
+}
+
+}  // namespace
+
+FieldDump::FieldDump() : memory_(memfd_create("field dump", MFD_CLOEXEC)) {
+    const std::string path = "/proc/self/fd/" + std::to_string(memory_.get());
+    if (memory_.get() < 0 || zxlog_api_setFile(path.c_str()) != 0) {
+        throw tools::system_failure("cannot collect the field dump");
+    }
+}
+
+std::string FieldDump::print(Decoder& decoder, const Frame& frame) {
+    zxlog_api_setLoglevel(kLevelInformation);
+    decoder.dump(frame);
+    zxlog_api_setLoglevel(kLevelOff);
+    std::string text = readable(take_log());
+    const Layers& layers = decoder.layers();
+    const std::size_t dumped = std::min<std::size_t>(decoder.record().data_len, ZXFRAME_DATA_SIZE);
+    const std::size_t there = decoder.payload_there(frame);
+    if (layers.depth == Depth::transport && layers.protocol == kProtocolUdp &&
+        layers.flaw == Flaw::none && there < dumped) {
+        text.append(kIndent).append("Data: only the first ");
+        text += std::to_string(there) + " bytes are in this frame\n";
+    }
+    return text;
+}
+
+std::string FieldDump::take_log() {
+    const off_t size = lseek(memory_.get(), 0, SEEK_END);
+    std::string log(static_cast<std::size_t>(std::max<off_t>(size, 0)), '\0');
+    const ssize_t got = pread(memory_.get(), log.data(), log.size(), 0);
+    log.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    if (ftruncate(memory_.get(), 0) != 0) {
+        throw tools::system_failure("cannot collect the field dump");
+    }
+    return log;
+}
+
+}  // namespace capture

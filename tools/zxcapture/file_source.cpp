@@ -1,0 +1,111 @@
+// Capture files, through libpcap.
+#include <pcap/pcap.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "common/failure.hpp"
+#include "source.hpp"
+#include "stop.hpp"
+
+namespace capture {
+namespace {
+
+using tools::Failure;
+
+struct PcapCloser {
+    void operator()(pcap_t* pcap) const { pcap_close(pcap); }
+};
+
+class FileSource : public Source {
+public:
+    FileSource(const std::string& path, const std::string& output);
+    Got next(Frame& frame) override;
+    [[nodiscard]] std::optional<double> position() const override;
+
+private:
+    [[nodiscard]] bool would_wait();
+
+    const std::string name_;  // for sentences
+    std::unique_ptr<pcap_t, PcapCloser> pcap_;
+    std::FILE* file_;           // of pcap_
+    std::uint64_t size_ = 0;    // of a regular file
+    bool may_wait_now_ = true;  // the caller knows that nothing is there yet
+};
+
+bool is_same_file(const struct stat& st, const std::string& path) {
+    struct stat other {};
+    return !path.empty() && stat(path.c_str(), &other) == 0 && other.st_dev == st.st_dev &&
+           other.st_ino == st.st_ino;
+}
+
+FileSource::FileSource(const std::string& path, const std::string& output)
+    : name_(path == "-" ? "standard input" : path) {
+    char reason[PCAP_ERRBUF_SIZE] = "";
+    pcap_.reset(
+        pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason));
+    if (pcap_ == nullptr) {
+        const std::string named(reason);  // libpcap names the file where it cannot be opened
+        throw Failure("cannot read " +
+                      (named.starts_with(path + ":") ? named : name_ + ": " + named));
+    }
+    if (const int type = pcap_datalink(pcap_.get()); type != DLT_EN10MB) {
+        const char* const type_name = pcap_datalink_val_to_description_or_dlt(type);
+        throw Failure(name_ + " holds no Ethernet frames: its link type is " + type_name);
+    }
+    file_ = pcap_file(pcap_.get());
+    struct stat st {};
+    fstat(fileno(file_), &st);
+    if (S_ISREG(st.st_mode)) {
+        size_ = static_cast<std::uint64_t>(st.st_size);
+        if (is_same_file(st, output)) {
+            throw Failure("cannot write " + output + " while it is read");
+        }
+    }
+}
+
+Got FileSource::next(Frame& frame) {
+    if (would_wait()) {
+        return Got::nothing;
+    }
+    pcap_pkthdr* header = nullptr;
+    const u_char* bytes = nullptr;
+    const int result = pcap_next_ex(pcap_.get(), &header, &bytes);
+    if (result == 1) {
+        frame.bytes = {bytes, header->caplen};
+        frame.length = header->len;
+        frame.time = {header->ts.tv_sec, header->ts.tv_usec};  // nanoseconds, as asked for
+        return Got::frame;
+    }
+    if (result != PCAP_ERROR_BREAK && !stop_requested()) {
+        throw Failure(name_ + " breaks off: " + pcap_geterr(pcap_.get()));
+    }
+    return Got::end;
+}
+
+// True once, before next() waits for a pipe. Frames may still be in the buffer then; that is told
+// too often rather than too late.
+bool FileSource::would_wait() {
+    if (size_ != 0 || !may_wait_now_) {
+        may_wait_now_ = true;
+        return false;
+    }
+    pollfd pipe{fileno(file_), POLLIN, 0};
+    may_wait_now_ = poll(&pipe, 1, 0) != 0;
+    return !may_wait_now_;
+}
+
+std::optional<double> FileSource::position() const {
+    if (size_ == 0) {
+        return std::nullopt;
+    }
+    return static_cast<double>(ftello(file_)) / static_cast<double>(size_);
+}
+
+}  // namespace
+
+std::unique_ptr<Source> open_file(const std::string& path, const std::string& output) {
+    return std::make_unique<FileSource>(path, output);
+}
+
+}  // namespace capture

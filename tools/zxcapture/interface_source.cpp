@@ -1,0 +1,192 @@
+// A live interface, through a packet socket.
+#include <arpa/inet.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+#include "common/failure.hpp"
+#include "internal/bytes.hpp"
+#include "internal/guard.hpp"
+#include "source.hpp"
+#include "zxframe.h"
+
+namespace capture {
+namespace {
+
+using tools::Failure;
+using tools::system_failure;
+
+constexpr std::size_t kLargestFrame = 256U << 10U;  // offloads hand over far more than 64 KiB
+constexpr std::size_t kVlanTagSize = 4;
+constexpr std::size_t kMacsSize = 2 * ZXFRAME_MAC_SIZE;
+constexpr int kKernelBuffer = 16 << 20;
+constexpr int kWaitMs = 250;
+
+class InterfaceSource : public Source {
+public:
+    InterfaceSource(const std::string& name, bool promiscuous);
+    Got next(Frame& frame) override;
+    [[nodiscard]] std::optional<std::uint64_t> drops() override;
+
+private:
+    void check_hardware(bool& is_loopback) const;
+    void enable(int level, int option, int value);
+    bool receive(Frame& frame);
+    std::size_t put_vlan_tag_back(const tpacket_auxdata& data, std::size_t size);
+    [[noreturn]] void fail() const;
+
+    const std::string name_;
+    zx::UniqueFd socket_;
+    std::vector<std::uint8_t> buffer_;  // room for a VLAN tag, and a frame
+    bool may_wait_now_ = false;         // the caller knows that nothing is there yet
+    std::uint64_t drops_ = 0;
+};
+
+InterfaceSource::InterfaceSource(const std::string& name, bool promiscuous)
+    : name_(name),
+      // Protocol 0: nothing is received, least of all from other interfaces, before bind().
+      socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+      buffer_(kVlanTagSize + kLargestFrame) {
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(if_nametoindex(name.c_str()));
+    if (address.sll_ifindex == 0) {
+        throw Failure("there is no network interface " + name);
+    }
+    if (socket_.get() < 0) {
+        throw errno == EPERM
+            ? Failure("capturing from " + name + " needs root or the capability CAP_NET_RAW")
+            : system_failure("cannot capture from " + name);
+    }
+    bool is_loopback = false;
+    check_hardware(is_loopback);
+    enable(SOL_SOCKET, SO_TIMESTAMPNS, 1);
+    enable(SOL_PACKET, PACKET_AUXDATA, 1);
+    if (is_loopback) {
+        enable(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // what goes out there comes in again
+    }
+    // Beyond the limit for everybody, where the process may do that.
+    constexpr int kSize = kKernelBuffer;
+    setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kSize, sizeof kSize);
+    if (bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        fail();
+    }
+    if (promiscuous) {
+        packet_mreq request{};
+        request.mr_ifindex = address.sll_ifindex;
+        request.mr_type = PACKET_MR_PROMISC;
+        if (setsockopt(socket_.get(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &request,
+                       sizeof request) != 0) {
+            fail();
+        }
+    }
+}
+
+void InterfaceSource::fail() const {
+    if (errno == ENETDOWN) {
+        throw Failure("the interface " + name_ + " is down");
+    }
+    throw system_failure("cannot capture from " + name_);
+}
+
+void InterfaceSource::check_hardware(bool& is_loopback) const {
+    ifreq request{};
+    name_.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    if (ioctl(socket_.get(), SIOCGIFHWADDR, &request) != 0) {
+        fail();
+    }
+    const int type = request.ifr_hwaddr.sa_family;
+    is_loopback = type == ARPHRD_LOOPBACK;
+    if (type != ARPHRD_ETHER && !is_loopback) {
+        throw Failure("the interface " + name_ + " carries no Ethernet frames (hardware type " +
+                      std::to_string(type) + ")");
+    }
+}
+
+void InterfaceSource::enable(int level, int option, int value) {
+    if (setsockopt(socket_.get(), level, option, &value, sizeof value) != 0) {
+        fail();
+    }
+}
+
+Got InterfaceSource::next(Frame& frame) {
+    if (may_wait_now_) {
+        pollfd wanted{socket_.get(), POLLIN, 0};
+        poll(&wanted, 1, kWaitMs);
+    }
+    may_wait_now_ = !receive(frame);
+    return may_wait_now_ ? Got::nothing : Got::frame;
+}
+
+bool InterfaceSource::receive(Frame& frame) {
+    iovec room{buffer_.data() + kVlanTagSize, kLargestFrame};
+    alignas(cmsghdr) std::array<std::uint8_t, 256> control;
+    msghdr message{};
+    message.msg_iov = &room;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    const ssize_t length = recvmsg(socket_.get(), &message, MSG_TRUNC);
+    if (length < 0) {
+        if (errno != EAGAIN && errno != EINTR) {
+            fail();
+        }
+        return false;
+    }
+    const std::size_t size = std::min(static_cast<std::size_t>(length), kLargestFrame);
+    std::size_t tag_size = 0;
+    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;
+         part = CMSG_NXTHDR(&message, part)) {
+        if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_TIMESTAMPNS) {
+            std::memcpy(&frame.time, CMSG_DATA(part), sizeof frame.time);
+        } else if (part->cmsg_level == SOL_PACKET && part->cmsg_type == PACKET_AUXDATA) {
+            tpacket_auxdata data{};
+            std::memcpy(&data, CMSG_DATA(part), sizeof data);
+            tag_size = put_vlan_tag_back(data, size);
+        }
+    }
+    frame.bytes = {buffer_.data() + kVlanTagSize - tag_size, size + tag_size};
+    frame.length = static_cast<std::uint32_t>(static_cast<std::size_t>(length) + tag_size);
+    return true;
+}
+
+// The kernel takes the tag out of the frame; on the wire it stands behind the MAC addresses. They
+// are moved into the room before the frame. Returns the bytes that the frame has grown by.
+std::size_t InterfaceSource::put_vlan_tag_back(const tpacket_auxdata& data, std::size_t size) {
+    if ((data.tp_status & TP_STATUS_VLAN_VALID) == 0 || size < kMacsSize) {
+        return 0;
+    }
+    const bool has_type = (data.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
+    std::memmove(buffer_.data(), buffer_.data() + kVlanTagSize, kMacsSize);
+    zx::store_be16(buffer_.data() + kMacsSize,
+                   has_type ? data.tp_vlan_tpid : std::uint16_t{ETH_P_8021Q});
+    zx::store_be16(buffer_.data() + kMacsSize + 2, data.tp_vlan_tci);
+    return kVlanTagSize;
+}
+
+std::optional<std::uint64_t> InterfaceSource::drops() {
+    tpacket_stats stats{};
+    socklen_t size = sizeof stats;
+    if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
+        drops_ += stats.tp_drops;  // the kernel begins anew with every question
+    }
+    return drops_;
+}
+
+}  // namespace
+
+std::unique_ptr<Source> open_interface(const std::string& name, bool promiscuous) {
+    return std::make_unique<InterfaceSource>(name, promiscuous);
+}
+
+}  // namespace capture

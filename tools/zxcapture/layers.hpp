@@ -1,0 +1,46 @@
+// How far the headers of a frame can be trusted.
+//
+// The engine decodes whatever it is given: behind the captured bytes it finds zeros, behind a
+// header that lies about its length something else, and its record keeps the fields of earlier
+// frames. So what may be shown of a record is decided here, from the frame alone.
+#pragma once
+
+#include <cstdint>
+
+#include "frame.hpp"
+
+namespace capture {
+
+inline constexpr std::uint16_t kTypeIpv4 = 0x0800;
+inline constexpr std::uint16_t kTypeArp = 0x0806;
+inline constexpr std::uint16_t kTypeVlan = 0x8100;
+inline constexpr std::uint16_t kTypeIpv6 = 0x86DD;
+inline constexpr std::uint16_t kLargestLength = 1500;  // of IEEE 802.3, in place of a type
+inline constexpr std::uint8_t kProtocolTcp = 6;
+inline constexpr std::uint8_t kProtocolUdp = 17;
+inline constexpr std::uint8_t kProtocolIcmpV6 = 58;
+inline constexpr std::size_t kIpv6HeaderSize = 40;
+
+enum class Depth { none, ethernet, network, transport };
+
+enum class Flaw {
+    none,
+    truncated,  // a header ends behind the captured bytes
+    malformed,  // a header contradicts the one around it
+};
+
+struct Layers {
+    Depth depth = Depth::none;     // the innermost header that is there
+    Flaw flaw = Flaw::none;        // of the next one, or of the options of a TCP header
+    std::uint16_t type = 0;        // EtherType
+    std::uint8_t protocol = 0;     // of IPv4; of IPv6 the next header
+    bool first_fragment = false;   // of several
+    bool later_fragment = false;   // has no transport header
+    std::size_t transport_at = 0;  // from the start of the frame
+    std::size_t payload_at = 0;    // likewise
+    std::uint32_t payload = 0;     // bytes behind the transport header, in the packet
+};
+
+[[nodiscard]] Layers find_layers(const Frame& frame);
+
+}  // namespace capture

@@ -1,0 +1,26 @@
+// How far a file is read, for whoever waits at a terminal.
+#pragma once
+
+#include <cstdint>
+
+#include "source.hpp"
+
+namespace capture {
+
+class Progress {
+public:
+    // `shown`: a terminal is there, and nothing else is printed on it.
+    explicit Progress(bool shown);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void show_when_due(const Source& source);
+
+private:
+    const bool shown_;
+    std::int64_t due_ms_;
+    bool is_on_screen_ = false;
+};
+
+}  // namespace capture

@@ -1,0 +1,31 @@
+#include "stop.hpp"
+
+#include <signal.h>
+
+#include <csignal>
+
+namespace capture {
+namespace {
+
+volatile std::sig_atomic_t g_stop = 0;
+
+void on_signal(int) {
+    g_stop = 1;
+}
+
+}  // namespace
+
+void listen_for_stop() {
+    struct sigaction action {};
+    action.sa_handler = on_signal;  // without SA_RESTART
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, nullptr);
+}
+
+bool stop_requested() {
+    return g_stop != 0;
+}
+
+}  // namespace capture
