@@ -99,12 +99,15 @@ void Session::flush() {
 
 // With nothing else to print, they are the result.
 void Session::tell_counts() {
-    std::FILE* const stream =
-        options_.form == Form::none && options_.write != "-" ? stdout : stderr;
-    std::fprintf(stream, "%s\n", counts_.text().c_str());
+    std::string text = counts_.text() + "\n";
     if (const auto drops = source_->drops()) {
-        std::fprintf(stream, "frames: %llu dropped by the kernel\n",
-                     static_cast<unsigned long long>(*drops));
+        text += "frames: " + std::to_string(*drops) + " dropped by the kernel\n";
+    }
+    if (options_.form == Form::none && options_.write != "-") {
+        output_.add(text);
+        output_.flush();
+    } else {
+        std::fputs(text.c_str(), stderr);
     }
 }
 
@@ -114,17 +117,20 @@ void run(const Options& options) {
     listen_for_stop();
     Session session(options);
     std::optional<tools::Failure> failure;
-    try {
+    const auto attempt = [&](void (Session::*step)()) {
         try {
-            session.run();
-        } catch (const tools::Failure& broken_off) {
-            failure = broken_off;
+            (session.*step)();
+        } catch (const tools::Failure& first) {
+            failure = failure ? failure : first;
         }
-        session.flush();
+    };
+    try {
+        attempt(&Session::run);
+        attempt(&Session::flush);
+        attempt(&Session::tell_counts);
     } catch (const OutputClosed&) {
         return;
     }
-    session.tell_counts();
     if (failure) {
         throw *failure;
     }

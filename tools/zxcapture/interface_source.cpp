@@ -38,57 +38,85 @@ public:
     [[nodiscard]] std::optional<std::uint64_t> drops() override;
 
 private:
-    void check_hardware(bool& is_loopback) const;
-    void enable(int level, int option, int value);
+    [[nodiscard]] int hardware_type() const;
+    void start();
     bool receive(Frame& frame);
     std::size_t put_vlan_tag_back(const tpacket_auxdata& data, std::size_t size);
     [[noreturn]] void fail() const;
 
+    template <typename Value>
+    void set_option(int level, int option, const Value& value) {
+        if (setsockopt(socket_.get(), level, option, &value, sizeof value) != 0) {
+            fail();
+        }
+    }
+
     const std::string name_;
+    const int index_;
     zx::UniqueFd socket_;
     std::vector<std::uint8_t> buffer_;  // room for a VLAN tag, and a frame
     bool may_wait_now_ = false;         // the caller knows that nothing is there yet
     std::uint64_t drops_ = 0;
 };
 
+int index_of(const std::string& name) {
+    const unsigned index = if_nametoindex(name.c_str());
+    if (index == 0) {
+        throw Failure("there is no network interface " + name);
+    }
+    return static_cast<int>(index);
+}
+
+// Protocol 0: nothing is received, least of all from other interfaces, before bind().
+zx::UniqueFd open_socket(const std::string& name) {
+    zx::UniqueFd fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd.get() < 0 && errno == EPERM) {
+        throw Failure("capturing from " + name + " needs root or the capability CAP_NET_RAW");
+    }
+    if (fd.get() < 0) {
+        throw system_failure("cannot capture from " + name);
+    }
+    return fd;
+}
+
 InterfaceSource::InterfaceSource(const std::string& name, bool promiscuous)
     : name_(name),
-      // Protocol 0: nothing is received, least of all from other interfaces, before bind().
-      socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+      index_(index_of(name)),
+      socket_(open_socket(name)),
       buffer_(kVlanTagSize + kLargestFrame) {
+    if (hardware_type() == ARPHRD_LOOPBACK) {
+        set_option(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // what goes out there comes in again
+    }
+    set_option(SOL_SOCKET, SO_TIMESTAMPNS, 1);
+    set_option(SOL_PACKET, PACKET_AUXDATA, 1);
+    // Forced: beyond the limit for everybody, where the process may do that.
+    if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kKernelBuffer,
+                   sizeof kKernelBuffer) != 0) {
+        set_option(SOL_SOCKET, SO_RCVBUF, kKernelBuffer);
+    }
+    start();
+    if (promiscuous) {
+        packet_mreq request{};
+        request.mr_ifindex = index_;
+        request.mr_type = PACKET_MR_PROMISC;
+        set_option(SOL_PACKET, PACKET_ADD_MEMBERSHIP, request);
+    }
+}
+
+void InterfaceSource::start() {
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(name.c_str()));
-    if (address.sll_ifindex == 0) {
-        throw Failure("there is no network interface " + name);
-    }
-    if (socket_.get() < 0) {
-        throw errno == EPERM
-            ? Failure("capturing from " + name + " needs root or the capability CAP_NET_RAW")
-            : system_failure("cannot capture from " + name);
-    }
-    bool is_loopback = false;
-    check_hardware(is_loopback);
-    enable(SOL_SOCKET, SO_TIMESTAMPNS, 1);
-    enable(SOL_PACKET, PACKET_AUXDATA, 1);
-    if (is_loopback) {
-        enable(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // what goes out there comes in again
-    }
-    // Beyond the limit for everybody, where the process may do that.
-    constexpr int kSize = kKernelBuffer;
-    setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kSize, sizeof kSize);
+    address.sll_ifindex = index_;
     if (bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         fail();
     }
-    if (promiscuous) {
-        packet_mreq request{};
-        request.mr_ifindex = address.sll_ifindex;
-        request.mr_type = PACKET_MR_PROMISC;
-        if (setsockopt(socket_.get(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &request,
-                       sizeof request) != 0) {
-            fail();
-        }
+    int code = 0;  // bind() itself does not mind an interface that is down
+    socklen_t size = sizeof code;
+    getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &code, &size);
+    if (code != 0) {
+        errno = code;
+        fail();
     }
 }
 
@@ -99,24 +127,18 @@ void InterfaceSource::fail() const {
     throw system_failure("cannot capture from " + name_);
 }
 
-void InterfaceSource::check_hardware(bool& is_loopback) const {
+int InterfaceSource::hardware_type() const {
     ifreq request{};
     name_.copy(request.ifr_name, sizeof request.ifr_name - 1);
     if (ioctl(socket_.get(), SIOCGIFHWADDR, &request) != 0) {
         fail();
     }
     const int type = request.ifr_hwaddr.sa_family;
-    is_loopback = type == ARPHRD_LOOPBACK;
-    if (type != ARPHRD_ETHER && !is_loopback) {
+    if (type != ARPHRD_ETHER && type != ARPHRD_LOOPBACK) {
         throw Failure("the interface " + name_ + " carries no Ethernet frames (hardware type " +
                       std::to_string(type) + ")");
     }
-}
-
-void InterfaceSource::enable(int level, int option, int value) {
-    if (setsockopt(socket_.get(), level, option, &value, sizeof value) != 0) {
-        fail();
-    }
+    return type;
 }
 
 Got InterfaceSource::next(Frame& frame) {
