@@ -5,7 +5,7 @@ set -euo pipefail
 packages_of() {
     case $1 in
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev libpcap-dev ;;
-        test) echo libgtest-dev libgmock-dev clang-format ffmpeg ;;
+        test) echo libgtest-dev libgmock-dev clang-format curl ffmpeg iproute2 python3 ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
                     libjack-jackd2-dev ;;
         *) echo "usage: $0 [build|test|bench]..." >&2; return 2 ;;

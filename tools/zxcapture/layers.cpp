@@ -31,14 +31,14 @@ void add_transport(const Frame& frame, std::size_t end, Layers& layers) {
     layers.depth = Depth::transport;
     const std::uint8_t* const header = frame.bytes.data() + at;
     const std::size_t size = is_tcp ? header[12] / 16U * 4U : fixed;
-    const std::size_t udp_size = is_tcp ? 0 : zx::load_be16(header + 4);
-    layers.flaw = size < fixed ? Flaw::malformed : flaw_before(at + size);
-    if (!is_tcp && (udp_size < fixed || (at + udp_size > end && !layers.first_fragment))) {
-        layers.flaw = Flaw::malformed;
-    }
+    const std::size_t udp_size = is_tcp ? size : zx::load_be16(header + 4);
+    const bool udp_ends_outside = at + udp_size > end && !layers.first_fragment;
+    layers.flaw = size < fixed || udp_size < fixed || udp_ends_outside || end > frame.length
+                      ? Flaw::malformed
+                      : flaw_before(at + size);
     if (layers.flaw != Flaw::malformed) {
-        layers.payload_at = at + size;
         const std::size_t packet = is_tcp ? end - at : std::min(udp_size, end - at);
+        layers.payload_at = at + size;
         layers.payload = static_cast<std::uint32_t>(packet - size);
     }
 }

@@ -199,7 +199,12 @@ void Line::add_time(const timespec& time) {
         second_ = time.tv_sec;
     }
     text_ += second_text_;
-    add(text_, ".%06ld ", time.tv_nsec / 1000);
+    // A broken file may hold any number here.
+    if (time.tv_nsec >= 0 && time.tv_nsec < 1000000000) {
+        add(text_, ".%06ld ", time.tv_nsec / 1000);
+    } else {
+        text_ += ".------ ";
+    }
 }
 
 }  // namespace capture

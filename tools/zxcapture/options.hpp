@@ -9,13 +9,13 @@ namespace capture {
 
 // Which frames pass. Texts are as the engine compares them; several of one kind are alternatives.
 struct Wanted {
-    std::vector<std::string> mac;
-    std::vector<std::string> source_mac;
-    std::vector<std::string> dest_mac;
-    std::string protocol;
-    std::vector<std::string> ip;
-    std::vector<std::string> source_ip;
-    std::vector<std::string> dest_ip;
+    std::vector<std::string> mac{};
+    std::vector<std::string> source_mac{};
+    std::vector<std::string> dest_mac{};
+    std::string protocol{};
+    std::vector<std::string> ip{};
+    std::vector<std::string> source_ip{};
+    std::vector<std::string> dest_ip{};
     std::int32_t port = 0;
     std::int32_t source_port = 0;
     std::int32_t dest_port = 0;
