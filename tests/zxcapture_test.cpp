@@ -145,11 +145,13 @@ TEST_F(CaptureLine, ShowsEveryKindOfFrame) {
         {kQuery, "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10"},
         {with(kSyn, 16, {0, 0}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"},  // to be cut up
         {arp(1), "02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42 who has 10.0.0.2? tell 10.0.0.1"},
-        {arp(2), "02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42 10.0.0.1 is at " + std::string(kMacA)},
+        {arp(2),
+         "02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42 10.0.0.1 is at " + std::string(kMacA)},
         {kPing, "192.168.1.10 > 10.0.0.1 ICMP 58"},
         {with(kSyn, 23, {253}), "192.168.1.10 > 10.0.0.1 IP/253 58"},
         {with(kSyn, 23, {4}), "192.168.1.10 > 10.0.0.1 IP/4 58 IPIP tunnels"},
-        {with(kSyn, 20, {0x20, 0}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] first fragment of id 4961"},
+        {with(kSyn, 20, {0x20, 0}),
+         "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] first fragment of id 4961"},
         {with(kSyn, 20, {0x20, 2}), "192.168.1.10 > 10.0.0.1 TCP 58 fragment at 16 of id 4961"},
         {in_ipv6(kSyn), "[::1]:43210 > [::2]:80 TCP 78 [SYN]"},
         {in_ipv6(kQuery), "[::1]:5353 > [::2]:53 UDP 72 payload 10"},
@@ -183,22 +185,32 @@ TEST_F(CaptureLine, ShowsOfAFrameThatIsCutShortOnlyWhatIsThere) {
         std::size_t whole;      // and nothing is missing
         Texts lines;            // for these, and before
     } cases[] = {
-        {kSyn, 34, 54, 58, {macs + "IPv4 58", "192.168.1.10 > 10.0.0.1 TCP 58",
-                            "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"}},
-        {kQuery, 34, 42, 42, {macs + "IPv4 52", "10.0.0.2 > 10.0.0.3 UDP 52",
-                              "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10"}},
-        {in_ipv6(kSyn), 54, 74, 78, {macs + "IPv6 78", "::1 > ::2 TCP 78",
-                                     "[::1]:43210 > [::2]:80 TCP 78 [SYN]"}},
-        {arp(1), 42, 42, 42, {"02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42", "",
-                              line(arp(1))}},
+        {kSyn,
+         34,
+         54,
+         58,
+         {macs + "IPv4 58", "192.168.1.10 > 10.0.0.1 TCP 58",
+          "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"}},
+        {kQuery,
+         34,
+         42,
+         42,
+         {macs + "IPv4 52", "10.0.0.2 > 10.0.0.3 UDP 52",
+          "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10"}},
+        {in_ipv6(kSyn),
+         54,
+         74,
+         78,
+         {macs + "IPv6 78", "::1 > ::2 TCP 78", "[::1]:43210 > [::2]:80 TCP 78 [SYN]"}},
+        {arp(1), 42, 42, 42, {"02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42", "", line(arp(1))}},
     };
     const Bytes earlier = tcp("9.9.9.9", 999, "8.8.8.8", 888, ZXFRAME_TCP_FIN, "x");
     for (const auto& c : cases) {
         for (std::size_t size = 0; size <= c.frame.size(); ++size) {
             SCOPED_TRACE(size);
             line(earlier);
-            std::string expected = size < 14            ? "? > ? ? " + std::to_string(c.frame.size())
-                                   : size < c.network   ? c.lines[0]
+            std::string expected = size < 14          ? "? > ? ? " + std::to_string(c.frame.size())
+                                   : size < c.network ? c.lines[0]
                                    : size < c.transport ? c.lines[1]
                                                         : c.lines[2];
             if (size < c.whole) {
@@ -344,7 +356,8 @@ TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
     const std::string all = write("all", {kSyn, kQuery, arp(1), kSyn});
     EXPECT_EQ(run("-r " + all + " --date"), 0);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4);
-    EXPECT_THAT(out, StartsWith("2023-11-14 22:13:20.123456    192.168.1.10:43210 > 10.0.0.1:80  "));
+    EXPECT_THAT(out,
+                StartsWith("2023-11-14 22:13:20.123456    192.168.1.10:43210 > 10.0.0.1:80  "));
     EXPECT_EQ(err, "frames: 4 seen, 4 passed, 210 bytes: TCP 2, ARP 1, UDP 1\n");
 
     EXPECT_EQ(run("-r " + all + " --port 80 --count 1 -w " + folder + "part"), 0);
@@ -363,7 +376,8 @@ TEST_F(CaptureProgram, DumpsFieldsWithTheFramesOwnPayload) {
               0);
     EXPECT_THAT(out, HasSubstr("payload 10\n    ============  FRAME  ============\n"));
     EXPECT_THAT(out, HasSubstr("\n    Source : 10.0.0.2\n"));
-    EXPECT_THAT(out, HasSubstr("\n    Data: 10 bytes\n    00000000: 61 20 71 75 65 73 74 69 6f 6e"));
+    EXPECT_THAT(out,
+                HasSubstr("\n    Data: 10 bytes\n    00000000: 61 20 71 75 65 73 74 69 6f 6e"));
     EXPECT_THAT(out, HasSubstr("\n    Data: 5 bytes\n    00000000: 73 68 6f 72 74   "));
     EXPECT_THAT(out, Not(HasSubstr("TCP Header")));  // of the fragment
     EXPECT_THAT(out, Not(HasSubstr("\r")));

@@ -28,9 +28,9 @@ private:
 
     const std::string name_;  // for sentences
     std::unique_ptr<pcap_t, PcapCloser> pcap_;
-    std::FILE* file_;           // of pcap_
-    std::uint64_t size_ = 0;    // of a regular file
-    bool may_wait_now_ = true;  // the caller knows that nothing is there yet
+    std::FILE* file_;         // of pcap_
+    std::uint64_t size_ = 0;  // of a regular file
+    bool is_told_ = false;    // the caller knows that nothing is there yet
 };
 
 bool is_same_file(const struct stat& st, const std::string& path) {
@@ -86,13 +86,13 @@ Got FileSource::next(Frame& frame) {
 // True once, before next() waits for a pipe. Frames may still be in the buffer then; that is told
 // too often rather than too late.
 bool FileSource::would_wait() {
-    if (size_ != 0 || !may_wait_now_) {
-        may_wait_now_ = true;
+    if (size_ != 0 || is_told_) {
+        is_told_ = false;
         return false;
     }
     pollfd pipe{fileno(file_), POLLIN, 0};
-    may_wait_now_ = poll(&pipe, 1, 0) != 0;
-    return !may_wait_now_;
+    is_told_ = poll(&pipe, 1, 0) == 0;
+    return is_told_;
 }
 
 std::optional<double> FileSource::position() const {

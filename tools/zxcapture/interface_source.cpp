@@ -55,7 +55,7 @@ private:
     const int index_;
     zx::UniqueFd socket_;
     std::vector<std::uint8_t> buffer_;  // room for a VLAN tag, and a frame
-    bool may_wait_now_ = false;         // the caller knows that nothing is there yet
+    bool is_told_ = false;              // the caller knows that nothing is there yet
     std::uint64_t drops_ = 0;
 };
 
@@ -142,12 +142,12 @@ int InterfaceSource::hardware_type() const {
 }
 
 Got InterfaceSource::next(Frame& frame) {
-    if (may_wait_now_) {
+    if (is_told_) {
         pollfd wanted{socket_.get(), POLLIN, 0};
         poll(&wanted, 1, kWaitMs);
     }
-    may_wait_now_ = !receive(frame);
-    return may_wait_now_ ? Got::nothing : Got::frame;
+    is_told_ = !receive(frame);
+    return is_told_ ? Got::nothing : Got::frame;
 }
 
 bool InterfaceSource::receive(Frame& frame) {
