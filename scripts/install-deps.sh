@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of one or more groups, those that are missing: build, test, bench.
+# Installs the Debian packages of one or more groups, those that are missing: build,
+# test, bench, fuzz.
 set -euo pipefail
 
 packages_of() {
     case $1 in
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev libpcap-dev ;;
-        test) echo libgtest-dev libgmock-dev clang-format curl ffmpeg iproute2 python3 ;;
+        test) echo libgtest-dev libgmock-dev clang-format curl ffmpeg iproute2 python3 tshark ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
-                    libjack-jackd2-dev ;;
-        *) echo "usage: $0 [build|test|bench]..." >&2; return 2 ;;
+                    libjack-jackd2-dev libtins-dev ;;
+        fuzz) echo clang libclang-rt-14-dev ;;
+        *) echo "usage: $0 [build|test|bench|fuzz]..." >&2; return 2 ;;
     esac
 }
 

@@ -1,0 +1,182 @@
+// Reads any text as an address, a mask, a network or a MAC address. Texts end at the guard; outputs
+// have the size that the header asks for.
+#include <arpa/inet.h>
+
+#include <optional>
+#include <string>
+
+#include "support.hpp"
+#include "zxnet.h"
+
+namespace {
+
+using zx::fuzz::Bytes;
+using zx::fuzz::GuardedMemory;
+using zx::fuzz::Input;
+using zx::fuzz::require;
+
+constexpr std::size_t kMaxText = 4096;
+
+char* chars(std::uint8_t* bytes) {
+    return reinterpret_cast<char*>(bytes);
+}
+
+char* place(GuardedMemory& memory, const std::string& text, std::size_t room = 0) {
+    return chars(memory.copy({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
+                             text.size() + 1 + room));
+}
+
+// `size` bytes that hold a text to be cleared.
+char* old_text(GuardedMemory& memory, std::size_t size) {
+    char* const text = chars(memory.fill(size, 'x'));
+    text[size - 1] = '\0';
+    return text;
+}
+
+// What the header says of dotted texts, the plain way.
+std::optional<std::uint32_t> read_dotted(std::string text, std::size_t size) {
+    text.resize(std::min(text.size(), size));
+    std::uint32_t ip = 0;
+    int count = 0;
+    char* rest = nullptr;
+    for (char* field = strtok_r(text.data(), ".", &rest); field != nullptr;
+         field = strtok_r(nullptr, ".", &rest), ++count) {
+        ip = ip << 8U | (static_cast<std::uint32_t>(std::strtol(field, nullptr, 10)) & 0xFFU);
+    }
+    return count == 4 ? std::optional(ip) : std::nullopt;
+}
+
+void read_mac(const char* at, std::uint8_t (&mac)[ZXNET_MAC_SIZE]) {
+    for (std::uint8_t& byte : mac) {
+        char* end = nullptr;
+        byte = static_cast<std::uint8_t>(std::strtoul(at, &end, 16));
+        at = *end != '\0' ? end + 1 : end;
+    }
+}
+
+std::string dotted(std::uint32_t ip) {
+    return inet_ntoa({htonl(ip)});
+}
+
+void check_address(GuardedMemory& out, const std::string& text, const char* placed) {
+    const std::uint32_t ip = zxnet_api_ipStr2Byte(placed);
+    require(ip == read_dotted(text, ZXNET_IP_TEXT_SIZE).value_or(0), "the address");
+    char* const printed = old_text(out, ZXNET_IP_TEXT_SIZE);
+    require(zxnet_api_ipByte2Str(ip, printed) == static_cast<int32_t>(dotted(ip).size()) &&
+                printed == dotted(ip),
+            "the text of the address");
+    in_addr address{};
+    if (inet_pton(AF_INET, placed, &address) == 1) {
+        require(ntohl(address.s_addr) == ip && text == printed, "as the C library has it");
+        require(zxnet_api_isMulticast(placed) == (ip >> 28U == 14 ? 1 : 0), "a group");
+        require(zxnet_api_isResIpaddr(placed) == (ip >> 22U == 0x64400000U >> 22U ? 1 : 0),
+                "the shared space");
+    }
+    in6_addr address6{};
+    if (inet_pton(AF_INET6, placed, &address6) == 1) {
+        require(zxnet_api_isIpv6(placed) == 1, "IPv6");
+        require(zxnet_api_isMulticast(placed) == (address6.s6_addr[0] == 0xFF ? 1 : 0), "a group");
+    }
+    zxnet_api_isResIpaddr(placed);
+    zxnet_api_getIpMode(placed);
+
+    char* const mapped = place(out, text, 7);
+    const bool is_ipv6 = text.find(':') != std::string::npos;
+    zxnet_api_outIpv6(mapped);
+    require(mapped == (is_ipv6 ? text : "::ffff:" + text), "mapped to IPv6");
+}
+
+void check_mac(GuardedMemory& out, const char* placed) {
+    std::uint8_t expected[ZXNET_MAC_SIZE];
+    read_mac(placed, expected);
+    std::uint8_t mac[ZXNET_MAC_SIZE];
+    std::uint8_t* const read = out.fill(sizeof mac, 0xEE);
+    require(zxnet_api_macStr2Byte(placed, read) == 0, "a MAC text");
+    std::memcpy(mac, read, sizeof mac);
+    require(std::memcmp(mac, expected, sizeof mac) == 0, "the MAC address");
+    require(zxnet_api_isVaildMac(placed) == (mac[0] % 2 == 0 ? 1 : 0), "a single station");
+
+    char* const printed = chars(out.fill(1 + 3 * sizeof mac, 0));
+    require(zxnet_api_macByte2str(mac, sizeof mac, printed) == sizeof mac, "the bytes");
+    std::uint8_t again[ZXNET_MAC_SIZE];
+    zxnet_api_macStr2Byte(printed, again);
+    require(std::memcmp(mac, again, sizeof mac) == 0, "the MAC address of its text");
+    zxnet_api_num2str16(mac, sizeof mac, chars(out.fill(1 + 2 * sizeof mac, 0)));
+
+    char* const group = old_text(out, ZXNET_MAC_TEXT_SIZE);
+    require(zxnet_api_getMulticastDestMac(group, placed) == ZXNET_MAC_TEXT_SIZE - 1,
+            "the MAC text of a group");
+}
+
+void check_network(GuardedMemory& out, const std::string& ip_text, const char* ip,
+                   const std::string& mask_text, const char* mask) {
+    const auto address = read_dotted(ip_text, 256);
+    const auto netmask = read_dotted(mask_text, 256);
+    const bool is_network = address && netmask;
+    const std::int32_t bits = zxnet_api_getNetmaskBitNum(mask);
+    require(bits >= 0 && bits <= 32, "the bits of a mask");
+    const std::uint32_t expected = is_network ? *address & *netmask : 0;
+
+    const char* const subnet = old_text(out, ZXNET_IP_TEXT_SIZE);
+    const std::int32_t length = zxnet_api_subnet(ip, mask, old_text(out, ZXNET_IP_TEXT_SIZE));
+    require(is_network ? subnet == dotted(expected) : length == 0, "the network");
+
+    static GuardedMemory gateways(ZXNET_IP_TEXT_SIZE);
+    const char* const network = chars(out.fill(ZXNET_NETWORK_TEXT_SIZE, 'x'));
+    char* const gateway = chars(gateways.fill(ZXNET_IP_TEXT_SIZE, 'x'));
+    zxnet_api_getGatewayByNetmask(ip, mask, const_cast<char*>(network), gateway);
+    if (is_network) {
+        require(network == dotted(expected) + "/" + std::to_string(bits), "the network");
+        const std::string first = dotted(expected);
+        require(gateway ==
+                    first.substr(0, first.rfind('.') + 1) + std::to_string((expected & 0xFFU) + 1),
+                "the gateway");
+    }
+}
+
+void check_list(GuardedMemory& out, const std::string& first_text, const char* first) {
+    constexpr std::uint8_t kStride = ZXNET_IP_TEXT_SIZE;
+    constexpr std::uint32_t kCount = 5;
+    const std::uint32_t ip = read_dotted(first_text, ZXNET_IP_TEXT_SIZE).value_or(0);
+    if (ip >= UINT32_MAX - kCount) {
+        return;  // an end that is never reached
+    }
+    char* const list = chars(out.fill(kCount * kStride, 0));
+    const std::string last = dotted(ip + kCount - 1);
+    require(zxnet_api_getIpList(first, last.c_str(), list, kStride) == kCount, "a list");
+    require(list + 4 * kStride == last, "the end of a list");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static GuardedMemory texts(kMaxText);
+    static GuardedMemory masks(kMaxText);
+    static GuardedMemory out(kMaxText);
+
+    // Two texts with a NUL between them, behind the log level.
+    Input input({data, std::min<std::size_t>(size, kMaxText / 2)});
+    zx::fuzz::log_to_nowhere(input.take<std::uint8_t>());
+    const Bytes both = input.rest();
+    const auto end = std::find(both.begin(), both.end(), std::uint8_t{0});
+    const std::string text(both.begin(), end);
+    const std::string second =
+        end == both.end() ? text : Input({end + 1, both.end()}).take_text(kMaxText);
+    const char* const placed = place(texts, text);
+    check_address(out, text, placed);
+    check_mac(out, placed);
+    check_list(out, text, placed);
+    check_network(out, text, placed, second, place(masks, second));
+
+    sockaddr_storage socket{};
+    std::copy_n(both.begin(), std::min(both.size(), sizeof socket),
+                reinterpret_cast<std::uint8_t*>(&socket));
+    const void* const address = &socket;
+    char* const printed = chars(out.fill(ZXNET_ADDRESS_TEXT_SIZE, 'x'));
+    for (const sa_family_t family : {sa_family_t{AF_INET}, sa_family_t{AF_INET6}}) {
+        socket.ss_family = family;
+        zxnet_api_getIpaddr(static_cast<const sockaddr*>(address), printed);
+        require(std::strlen(printed) < ZXNET_ADDRESS_TEXT_SIZE, "the text of a socket's address");
+    }
+    return 0;
+}

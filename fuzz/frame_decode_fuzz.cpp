@@ -1,0 +1,297 @@
+// Decodes, dumps and filters any bytes as a frame, of which no more than the contract asks for can
+// be read, into a record behind which nothing can be written.
+#include <arpa/inet.h>
+
+#include <array>
+#include <string>
+
+#include "support.hpp"
+#include "zxframe.h"
+
+namespace {
+
+using zx::fuzz::Bytes;
+using zx::fuzz::Input;
+using zx::fuzz::require;
+
+constexpr std::size_t kIpv4At = 14;
+
+std::uint32_t be16(const std::uint8_t* at) {
+    return static_cast<std::uint32_t>(at[0]) << 8U | at[1];
+}
+
+std::string mac_text(const std::uint8_t* mac) {
+    char text[18];
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
+                  mac[3], mac[4], mac[5]);
+    return text;
+}
+
+std::string ip_text(std::uint32_t netorder) {
+    return inet_ntoa({netorder});
+}
+
+// Walks over the options once more, the slow way.
+void check_options(const tcp_view& tcp, std::uint32_t count_before, const std::uint8_t* header) {
+    std::uint32_t count = count_before;
+    const std::uint32_t end = 4U * (header[12] >> 4U);
+    for (std::uint32_t at = 20; at < end && count < ZXFRAME_TCP_OPTIONS; ++count) {
+        const std::uint8_t kind = header[at];
+        const std::uint8_t len = kind > 1 ? header[at + 1] : 0;
+        if ((kind > 10 && kind != 28) || (kind > 1 && len < 2)) {
+            break;
+        }
+        require(tcp.options[count].kind == kind && tcp.options[count].len == len, "an option");
+        require(len < 2 || std::memcmp(tcp.options[count].val, header + at + 2, len - 2U) == 0,
+                "the value of an option");
+        at += len > 0 ? len : 1;
+    }
+    require(tcp.option_count == count, "the number of options");
+}
+
+void check_fields(const ether_ctt& record, std::uint32_t options_before, const std::uint8_t* wire) {
+    require(record.str_dest_mac == mac_text(wire), "the text of the destination");
+    require(record.str_source_mac == mac_text(wire + 6), "the text of the source");
+    require(record.ether_type == be16(wire + 12), "the EtherType");
+    if (record.ether_type != 0x0800) {
+        return;
+    }
+    const std::uint8_t* const ip = wire + kIpv4At;
+    const std::uint32_t ip_size = 4U * (ip[0] & 15U);
+    const std::uint8_t* const transport = ip + ip_size;
+    require(std::memcmp(&record.ipv4.saddr, ip + 12, 4) == 0, "the source address");
+    require(std::memcmp(&record.ipv4.daddr, ip + 16, 4) == 0, "the destination address");
+    require(record.ipv4.protocol == ip[9], "the protocol");
+    if (ip[9] == 6) {
+        require(record.tcp.source == be16(transport) && record.tcp.dest == be16(transport + 2),
+                "the TCP ports");
+        const std::uint32_t payload = be16(ip + 2) - ip_size - 4U * (transport[12] >> 4U);
+        require(record.data_len == (payload & 0xFFFFU), "the payload of a segment");
+        check_options(record.tcp, options_before, transport);
+    } else if (ip[9] == 17) {
+        require(record.udp.source == be16(transport) && record.udp.dest == be16(transport + 2),
+                "the UDP ports");
+        require(record.data_len == ((be16(transport + 4) - 8) & 0xFFFFU), "the payload");
+    }
+}
+
+void check_predicates(const ether_ctt& record, const std::string& stranger) {
+    const bool is_ip = record.ether_type == 0x0800;
+    const bool is_arp = record.ether_type == 0x0806;
+    const bool is_tcp = is_ip && record.ipv4.protocol == 6;
+    const tcp_view& tcp = record.tcp;
+    const std::string source = ip_text(is_arp ? record.arp.sender_ip : record.ipv4.saddr);
+    const std::string dest = ip_text(is_arp ? record.arp.target_ip : record.ipv4.daddr);
+    const bool acks_alone = tcp.ack == 1 && (tcp.urg | tcp.psh | tcp.rst | tcp.syn) == 0;
+    require(zxframe_api_is_ipArp(&record) == (is_ip || is_arp), "IPv4 or ARP");
+    require(zxframe_api_isTcp(&record) == is_tcp, "TCP");
+    require(zxframe_api_is_IparpOrIpaddr(&record, source.c_str(), nullptr) == (is_ip || is_arp),
+            "from the address");
+    require(zxframe_api_is_IparpOrIpaddr(&record, nullptr, dest.c_str()) == (is_ip || is_arp),
+            "to the address");
+    require(zxframe_api_isTcp_dTos_ack(&record, dest.c_str()) ==
+                (is_tcp && acks_alone && tcp.fin == 0 && record.data_len == 0),
+            "an acknowledgment");
+    require(zxframe_api_isTcp_dTos_close(&record, dest.c_str()) ==
+                (is_tcp && acks_alone && tcp.fin == 1),
+            "a close");
+    require(
+        zxframe_api_isTcp_sTod_data(&record, source.c_str()) == (is_tcp && record.data_len != 0),
+        "data");
+    in_addr address{};
+    const bool is_source = inet_aton(stranger.c_str(), &address) != 0 && (is_ip || is_arp) &&
+                           source == ip_text(address.s_addr);
+    require(zxframe_api_is_IparpOrIpaddr(&record, stranger.c_str(), nullptr) == is_source,
+            "from any text");
+}
+
+// One of the texts that a filter compares, none, or one that the input brings.
+class Wanted {
+public:
+    Wanted(Input& control, const std::string& own) {
+        const auto form = control.take<std::uint8_t>() % 6;
+        text_ = form == 1   ? own
+                : form == 2 ? "9," + own + "4"
+                : form == 3 ? own.substr(1)
+                : form == 4 ? control.take_text(8)
+                            : "";
+        is_null_ = form == 0;
+    }
+    [[nodiscard]] const char* get() const { return is_null_ ? nullptr : text_.c_str(); }
+    [[nodiscard]] bool is_set() const { return !is_null_ && !text_.empty(); }
+    [[nodiscard]] bool names(const std::string& own) const {
+        return text_.find(own) != std::string::npos;
+    }
+
+private:
+    std::string text_;
+    bool is_null_ = false;
+};
+
+std::int32_t wanted_port(Input& control, const ether_ctt& record) {
+    switch (control.take<std::uint8_t>() % 4) {
+        case 0:
+            return 0;
+        case 1:
+            return record.tcp.source;
+        case 2:
+            return record.tcp.dest;
+        default:
+            return control.take<std::int32_t>();
+    }
+}
+
+// The texts of one frame and the conditions on them.
+struct Conditions {
+    Conditions(Input& control, const ether_ctt& record)
+        : source_mac(record.str_source_mac),
+          dest_mac(record.str_dest_mac),
+          source_ip(ip_text(record.ipv4.saddr)),
+          dest_ip(ip_text(record.ipv4.daddr)),
+          macs{Wanted(control, source_mac), Wanted(control, source_mac), Wanted(control, dest_mac)},
+          ips{Wanted(control, source_ip), Wanted(control, source_ip), Wanted(control, dest_ip)},
+          ports{wanted_port(control, record), wanted_port(control, record),
+                wanted_port(control, record)} {
+        constexpr std::array<const char*, 4> kProtocols{nullptr, "tcp", "udp", "tcpx"};
+        protocol = control.take<std::uint8_t>() % kProtocols.size();
+        protocol_text = kProtocols[protocol];
+    }
+
+    void set(frame_filter_ctt& filter) const {
+        filter.mac = macs[0].get();
+        filter.source_mac = macs[1].get();
+        filter.dest_mac = macs[2].get();
+        filter.protocol = protocol_text;
+        filter.ip = ips[0].get();
+        filter.source_ip = ips[1].get();
+        filter.dest_ip = ips[2].get();
+        filter.port = ports[0];
+        filter.source_port = ports[1];
+        filter.dest_port = ports[2];
+        filter.initialized = 0;
+    }
+
+    [[nodiscard]] bool any() const {
+        const auto is_set = [](const Wanted& text) { return text.is_set(); };
+        return std::any_of(macs.begin(), macs.end(), is_set) || has_ip_condition() ||
+               std::any_of(ports.begin(), ports.end(), [](std::int32_t port) { return port > 0; });
+    }
+
+    [[nodiscard]] bool let_pass(const ether_ctt& record) const {
+        if (!either(macs, source_mac, dest_mac)) {
+            return false;
+        }
+        if (!has_ip_condition()) {
+            return true;
+        }
+        const std::uint8_t number = record.ipv4.protocol;
+        if (record.ether_type != 0x0800 || (protocol == 1 && number != 6) ||
+            (protocol == 2 && number != 17) || !either(ips, source_ip, dest_ip)) {
+            return false;
+        }
+        const bool has_ports = number == 6 || number == 17;  // at the same place in the record
+        const std::int32_t source = has_ports ? record.tcp.source : -1;
+        const std::int32_t dest = has_ports ? record.tcp.dest : -1;
+        if (ports[0] > 0) {
+            return ports[0] == source || ports[0] == dest;
+        }
+        return (ports[1] <= 0 || ports[1] == source) && (ports[2] <= 0 || ports[2] == dest);
+    }
+
+    std::string source_mac, dest_mac, source_ip, dest_ip;
+    std::array<Wanted, 3> macs, ips;
+    std::array<std::int32_t, 3> ports;
+    std::size_t protocol = 0;
+    const char* protocol_text = nullptr;
+
+private:
+    [[nodiscard]] bool has_ip_condition() const {
+        return protocol == 1 || protocol == 2 ||
+               std::any_of(ips.begin(), ips.end(),
+                           [](const Wanted& text) { return text.is_set(); });
+    }
+    static bool either(const std::array<Wanted, 3>& wanted, const std::string& source,
+                       const std::string& dest) {
+        if (wanted[0].is_set()) {
+            return wanted[0].names(source) || wanted[0].names(dest);
+        }
+        return (!wanted[1].is_set() || wanted[1].names(source)) &&
+               (!wanted[2].is_set() || wanted[2].names(dest));
+    }
+};
+
+// A part of the decoder, for which its own number of bytes is enough.
+void run_layer(std::uint8_t which, ether_ctt& record, Bytes frame) {
+    using Parse = void (*)(ether_ctt*, const std::uint8_t*);
+    constexpr struct {
+        std::size_t frame_at, readable;
+        Parse parse;
+    } kLayers[] = {
+        {0, 14, zxframe_innerapi_parseEthrt},
+        {14, 20, zxframe_innerapi_parseIpv4},
+        {14, 374, zxframe_innerapi_doIpv4},
+        {14, 0, zxframe_innerapi_doIpv6},
+        {14, 28, zxframe_innerapi_parseArp},
+        {14, 28, zxframe_innerapi_doArp},
+        {34, 314, zxframe_innerapi_doTcp},
+        {34, 8, zxframe_innerapi_doUdp},
+        {34, 8,
+         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseUdp(to, at, at); }},
+        {34, 20,
+         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseTcp(to, at, nullptr); }},
+        {34, 314,
+         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseTcpOpt(to, at, at); }},
+    };
+    static zx::fuzz::GuardedMemory memory(ZXFRAME_READABLE);
+    const auto& layer = kLayers[which % std::size(kLayers)];
+    const Bytes bytes = frame.subspan(std::min(layer.frame_at, frame.size()));
+    layer.parse(&record,
+                memory.copy(bytes.first(std::min(bytes.size(), layer.readable)), layer.readable));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static zx::fuzz::GuardedMemory wires(1U << 16U);
+    static zx::fuzz::GuardedMemory short_wires(ZXFRAME_READABLE);
+    static zx::fuzz::GuardedMemory records(sizeof(ether_ctt));
+    static zx::fuzz::GuardedMemory filters(sizeof(frame_filter_ctt));
+
+    Input input({data, size});
+    Input control(input.take_bytes(zx::fuzz::kControlSize));
+    const Bytes frame = input.rest().first(std::min<std::size_t>(input.rest().size(), 1U << 16U));
+    zx::fuzz::log_to_nowhere(control.take<std::uint8_t>());
+    const auto print_flag = static_cast<std::int8_t>(control.take<std::uint8_t>() % 2);
+    const auto fill = control.take<std::uint8_t>();
+    const std::uint32_t option_count = control.take<std::uint8_t>() % (ZXFRAME_TCP_OPTIONS + 2U);
+    const auto layer = control.take<std::uint8_t>();
+
+    const std::uint8_t* const wire = wires.copy(frame, ZXFRAME_READABLE);
+    auto& record = records.record<ether_ctt>(fill);
+    record.print_flag = print_flag;
+    record.tcp.option_count = option_count;
+    require(zxframe_api_doFrame(&record, wire) == 0, "a frame is decoded");
+    check_fields(record, option_count, wire);
+    check_predicates(record, control.take_text(8));
+    require(std::all_of(std::begin(record.data), std::end(record.data),
+                        [fill](std::uint8_t byte) { return byte == fill; }),
+            "decoding leaves the payload alone");
+
+    // Once more, through a filter, from a frame that ends where the contract does.
+    const Conditions conditions(control, record);
+    auto& filter = filters.record<frame_filter_ctt>(fill);
+    filter.frame.print_flag = print_flag;
+    filter.frame.tcp.option_count = option_count;
+    conditions.set(filter);
+    const std::int32_t passes =
+        zxframe_api_filterFrame(nullptr, short_wires.copy({wire, ZXFRAME_READABLE}), &filter);
+    require(passes == (!conditions.any() || conditions.let_pass(record)), "what passes");
+    if (conditions.any()) {
+        record.print_flag = 0;
+        require(std::memcmp(&filter.frame, &record, sizeof record) == 0, "the same record");
+    }
+
+    record.print_flag = print_flag;
+    run_layer(layer, record, frame);
+    return 0;
+}

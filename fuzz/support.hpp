@@ -1,0 +1,116 @@
+// What the fuzz targets share: buffers of an exact size, the input taken apart, and the word that
+// ends a run when something does not hold.
+#pragma once
+
+#include <sanitizer/asan_interface.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+#include <string>
+
+#include "zxlog.h"
+
+namespace zx::fuzz {
+
+using Bytes = std::span<const std::uint8_t>;
+
+inline void require(bool holds, const char* what) {
+    if (!holds) {
+        std::fprintf(stderr, "does not hold: %s\n", what);
+        std::abort();
+    }
+}
+
+// Everything is formatted, and written to where it costs least.
+inline void log_to_nowhere(std::uint32_t level) {
+    static const std::int32_t set = zxlog_api_setFile("/dev/null");
+    require(set == 0, "there is a null device");
+    zxlog_api_setLoglevel(level % 6);
+}
+
+// Memory in front of a page that cannot be read or written. The address sanitizer watches the bytes
+// in front of what is in use, too.
+class GuardedMemory {
+public:
+    explicit GuardedMemory(std::size_t capacity) {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        capacity_ = (capacity + page - 1) / page * page;
+        void* const memory = mmap(nullptr, capacity_ + page, PROT_READ | PROT_WRITE,
+                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        require(memory != MAP_FAILED, "there is memory");
+        begin_ = static_cast<std::uint8_t*>(memory);
+        require(mprotect(begin_ + capacity_, page, PROT_NONE) == 0, "there is a guard");
+    }
+    GuardedMemory(const GuardedMemory&) = delete;
+    GuardedMemory& operator=(const GuardedMemory&) = delete;
+
+    // `size` bytes of `fill` that end at the guard. What was handed out before is gone.
+    [[nodiscard, gnu::noinline]] std::uint8_t* fill(std::size_t size, std::uint8_t fill) {
+        require(size <= capacity_, "the buffer fits");
+        std::uint8_t* const at = begin_ + capacity_ - size;
+        ASAN_UNPOISON_MEMORY_REGION(begin_, capacity_);
+        ASAN_POISON_MEMORY_REGION(begin_, capacity_ - size);
+        std::memset(at, fill, size);
+        return at;
+    }
+
+    // A copy, with zeros behind it up to `least` bytes.
+    [[nodiscard]] std::uint8_t* copy(Bytes bytes, std::size_t least = 0) {
+        std::uint8_t* const at = fill(std::max(bytes.size(), least), 0);
+        std::copy(bytes.begin(), bytes.end(), at);
+        return at;
+    }
+
+    template <typename Record>
+    [[nodiscard]] Record& record(std::uint8_t byte) {
+        static_assert(alignof(Record) <= 16 && sizeof(Record) % alignof(Record) == 0);
+        void* const at = fill(sizeof(Record), byte);
+        return *static_cast<Record*>(at);
+    }
+
+private:
+    std::uint8_t* begin_ = nullptr;
+    std::size_t capacity_ = 0;
+};
+
+// Takes values off the front of the input; zeros when it is used up.
+class Input {
+public:
+    explicit Input(Bytes bytes) : bytes_(bytes) {}
+
+    template <typename Number>
+    [[nodiscard]] Number take() {
+        Number number{};
+        const Bytes taken = take_bytes(sizeof number);
+        std::copy(taken.begin(), taken.end(), reinterpret_cast<std::uint8_t*>(&number));
+        return number;
+    }
+
+    [[nodiscard]] Bytes take_bytes(std::size_t size) {
+        const Bytes taken = bytes_.first(std::min(size, bytes_.size()));
+        bytes_ = bytes_.subspan(taken.size());
+        return taken;
+    }
+
+    // Up to a NUL or `size` bytes.
+    [[nodiscard]] std::string take_text(std::size_t size) {
+        const Bytes taken = take_bytes(size);
+        return {taken.begin(), std::find(taken.begin(), taken.end(), std::uint8_t{0})};
+    }
+
+    [[nodiscard]] Bytes rest() const { return bytes_; }
+
+private:
+    Bytes bytes_;
+};
+
+// The inputs of the frame targets: what to do, in as many bytes as this, and then a frame.
+inline constexpr std::size_t kControlSize = 96;
+
+}  // namespace zx::fuzz
