@@ -109,11 +109,13 @@ void check_predicates(const ether_ctt& record, const std::string& stranger) {
 class Wanted {
 public:
     Wanted(Input& control, const std::string& own) {
-        const auto form = control.take<std::uint8_t>() % 6;
+        const auto form = control.take<std::uint8_t>() % 8;
         text_ = form == 1   ? own
-                : form == 2 ? "9," + own + "4"
-                : form == 3 ? own.substr(1)
-                : form == 4 ? control.take_text(8)
+                : form == 2 ? own + "4"
+                : form == 3 ? "1" + own
+                : form == 4 ? "9," + own
+                : form == 5 ? own.substr(1)
+                : form == 6 ? control.take_text(8)
                             : "";
         is_null_ = form == 0;
     }
