@@ -1,0 +1,255 @@
+// frame_builders FILE: writes frames of every builder into a capture file, and prints what tshark
+// must read in them, in its columns: what went in, and a verdict on each checksum (1 good, 0 bad).
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "log_capture.hpp"
+#include "zxframe.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using std::to_string;
+
+// Expectations are words "field=value"; of one field the last one counts.
+const std::string kIpv4 =
+    "eth.src=02:00:00:00:00:01 eth.dst=02:00:00:00:00:02 eth.type=0x0800 ip.src=10.99.0.1 "
+    "ip.dst=10.99.0.2 ip.ttl=64 ip.flags.df=1 ip.id=0x1361 ip.checksum.status=1 _ws.malformed= ";
+const std::string kTcp =
+    kIpv4 +
+    "ip.proto=6 tcp.srcport=40000 tcp.dstport=443 tcp.seq_raw=4294967290 tcp.ack_raw=305419896 "
+    "tcp.window_size_value=64240 tcp.urgent_pointer=0 tcp.checksum.status=1 tcp.options= "
+    "tcp.flags.urg=0 tcp.flags.ack=0 tcp.flags.push=0 tcp.flags.reset=0 tcp.flags.syn=0 "
+    "tcp.flags.fin=0 ";
+const std::string kAnswer =
+    kTcp +
+    "eth.dst=02:00:00:00:00:01 eth.src=02:00:00:00:00:02 ip.dst=10.99.0.1 ip.src=10.99.0.2 "
+    "tcp.srcport=443 tcp.dstport=40000 tcp.seq_raw=305419896 tcp.window_size_value=65535 "
+    "tcp.flags.ack=1 ";
+const std::string kUdp = kIpv4 + "ip.proto=17 udp.srcport=5004 udp.dstport=65000 ";
+const std::string kIgmp =
+    kIpv4 +
+    "eth.dst=01:00:5e:01:02:03 ip.dst=239.1.2.3 ip.proto=2 ip.ttl=1 ip.flags.df=0 "
+    "igmp.maddr=239.1.2.3 igmp.checksum.status=1 ";
+const std::string kArp =
+    "eth.src=02:00:00:00:00:01 eth.dst=ff:ff:ff:ff:ff:ff eth.type=0x0806 arp.hw.type=1 "
+    "arp.proto.type=0x0800 arp.hw.size=6 arp.proto.size=4 arp.opcode=1 "
+    "arp.src.hw_mac=02:00:00:00:00:01 arp.src.proto_ipv4=10.99.0.1 "
+    "arp.dst.hw_mac=ff:ff:ff:ff:ff:ff arp.dst.proto_ipv4=10.99.0.2 ";
+
+pcap_dumper_t* g_dumper;
+std::vector<std::map<std::string, std::string>> g_rows;
+
+void add(const Bytes& frame, int32_t length, const std::string& expected) {
+    pcap_pkthdr header{};
+    header.caplen = header.len = static_cast<bpf_u_int32>(length);
+    pcap_dump(reinterpret_cast<u_char*>(g_dumper), &header, frame.data());
+    g_rows.push_back({{"frame.len", to_string(length)}});
+    std::istringstream words(expected);
+    for (std::string word; words >> word;) {
+        const std::size_t equals = word.find('=');
+        g_rows.back()[word.substr(0, equals)] = word.substr(equals + 1);
+    }
+}
+
+// A record that has seen no frame, with a payload.
+std::unique_ptr<ether_ctt> record_with(std::size_t size) {
+    auto record = std::make_unique<ether_ctt>();
+    record->data_len = static_cast<uint16_t>(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        record->data[i] = static_cast<uint8_t>(3 * i + 1);
+    }
+    return record;
+}
+
+// Puts the payload behind the headers: what tshark must show of it.
+std::string payload(const ether_ctt& record, std::size_t size, std::size_t offset, Bytes& frame) {
+    std::copy_n(record.data, size, &frame[offset]);
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", record.data[i]);
+        text += digits;
+    }
+    return "payload=" + text + " ";
+}
+
+std::string lengths(std::size_t options, std::size_t size) {
+    return "ip.len=" + to_string(40 + options + size) + " tcp.hdr_len=" + to_string(20 + options) +
+           " tcp.len=" + to_string(size) + " tcp.";
+}
+
+struct TcpCase {
+    uint32_t flags;
+    std::vector<tcp_option> options;
+    uint32_t option_len;
+    std::string expected;  // besides kTcp and the lengths
+};
+
+Bytes add_tcp(const TcpCase& c, std::size_t size, bool finished) {
+    const auto record = record_with(size);
+    auto request = std::make_unique<zxbuildtcp_ctt>();
+    request->str_dest_mac = "02:00:00:00:00:02";
+    request->str_source_mac = "02:00:00:00:00:01";
+    request->source_ip = "10.99.0.1";
+    request->dest_ip = "10.99.0.2";
+    request->source = 40000;
+    request->dest = 443;
+    request->seq = 4294967290U;
+    request->ack_seq = 305419896;
+    request->flags = c.flags;
+    std::copy(c.options.begin(), c.options.end(), request->options);
+    request->option_count = static_cast<uint32_t>(c.options.size());
+    request->option_len = c.option_len;
+    Bytes frame(2048);
+    zxframe_api_buildTcp(record.get(), request.get(), frame.data());
+    std::string expected = kTcp + c.expected + lengths(c.option_len, size) +
+                           payload(*record, size, 54 + c.option_len, frame);
+    auto length = static_cast<int32_t>(54 + c.option_len + size);
+    if (finished) {
+        std::fill(frame.begin() + length - static_cast<int>(size), frame.end(), uint8_t{0});
+        length = zxframe_api_finishTcp(frame.data(), record->data, static_cast<uint32_t>(size));
+    } else {  // the IPv4 total length leaves out the 20 bytes of the TCP header
+        expected += "ip.len=" + to_string(20 + c.option_len + size) +
+                    " tcp.len=" + to_string(size - 20) + " tcp.checksum.status=0 tcp." +
+                    payload(*record, size - 20, 54 + c.option_len, frame);
+    }
+    add(frame, length, expected);
+    return frame;
+}
+
+// Acknowledges a segment that was received, and then sends a payload of its own.
+void add_answers(const Bytes& received, uint32_t received_size, std::size_t size) {
+    const auto record = record_with(size);
+    Bytes frame(2048);
+    zxframe_api_doFrame(record.get(), received.data());
+    const int32_t ack_length = zxframe_api_buildTcpAck(record.get(), frame.data());
+    const std::string ack = kAnswer + "tcp.ack_raw=" + to_string(4294967290U + received_size) + " ";
+    add(frame, ack_length, ack + "ip.id=0x148d " + lengths(0, 0) + "payload=");
+
+    zxframe_api_doFrame(record.get(), frame.data());
+    record->data_len = static_cast<uint16_t>(size);
+    record->tcp.psh = 1;
+    const int32_t length = zxframe_api_buildTcpData(record.get(), frame.data());
+    add(frame, length,
+        ack + "ip.id=0x15b9 tcp.flags.push=1 " + lengths(0, size) +
+            payload(*record, size, 54, frame));
+}
+
+void add_udp(std::size_t size, uint8_t pad, const char* verdict) {
+    const auto record = record_with(size);
+    record->data[size] = pad;
+    ether_pkt request{
+        {}, "02:00:00:00:00:01", "02:00:00:00:00:02", "10.99.0.1", "10.99.0.2", 5004, 65000};
+    Bytes frame(2048);
+    const int32_t length = zxframe_api_buildUdp(record.get(), &request, frame.data());
+    add(frame, length,
+        kUdp + "ip.len=" + to_string(28 + size) + " udp.length=" + to_string(8 + size) +
+            " udp.checksum.status=" + verdict + " udp." + payload(*record, size, 42, frame));
+}
+
+void add_igmp(uint32_t version, uint32_t action, uint32_t mode, uint16_t sources,
+              const char* expected) {
+    const auto record = record_with(0);
+    auto request = std::make_unique<igmp_req>();
+    *request = {"01:00:5e:01:02:03",
+                "02:00:00:00:00:01",
+                "10.99.0.1",
+                "239.1.2.3",
+                version,
+                action,
+                mode,
+                sources,
+                {"192.0.2.1", "192.0.2.2"}};
+    Bytes frame(256);
+    const int32_t length = zxframe_api_buildIgmp(record.get(), request.get(), frame.data());
+    add(frame, length, kIgmp + expected);
+}
+
+void add_all() {
+    const TcpCase syn{ZXFRAME_TCP_SYN,
+                      {{2, 4, {0x05, 0xb4}},
+                       {4, 2, {}},
+                       {8, 10, {0, 0, 1, 2, 0, 0, 0, 9}},
+                       {1, 0, {}},
+                       {3, 3, {7}}},
+                      20,
+                      "tcp.flags.syn=1 tcp.options=020405b40402080a000001020000000901030307 "};
+    const TcpCase ack{
+        ZXFRAME_TCP_ACK,
+        {{1, 0, {}}, {1, 0, {}}, {5, 10, {0, 0, 0, 16, 0, 0, 1, 0}}, {28, 4, {0x80, 5}}},
+        16,
+        "tcp.flags.ack=1 tcp.options=0101050a00000010000001001c048005 "};
+    const TcpCase push{
+        ZXFRAME_TCP_ACK | ZXFRAME_TCP_PSH, {}, 0, "tcp.flags.ack=1 tcp.flags.push=1 "};
+    add_tcp(syn, 0, true);
+    add_tcp(ack, 1460, true);
+    add_tcp(ack, 101, false);
+    add_tcp({ZXFRAME_TCP_RST, {}, 0, "tcp.flags.reset=1 "}, 0, true);
+    add_tcp({ZXFRAME_TCP_URG | ZXFRAME_TCP_FIN, {}, 0, "tcp.flags.urg=1 tcp.flags.fin=1 "}, 3,
+            true);
+    for (const uint32_t size : {0U, 1U, 100U, 1459U}) {
+        add_answers(add_tcp(push, size, true), size, size);
+        add_udp(size, 0, "1");
+    }
+    add_udp(100, 0xff, "1");
+    add_udp(101, 0xff, "0");  // the byte behind an odd payload is summed, too
+    Bytes arp(64);
+    const auto record = record_with(0);
+    add(arp,
+        zxframe_api_buildArp(record.get(), "02:00:00:00:00:01", "10.99.0.1", "10.99.0.2",
+                             arp.data()),
+        kArp);
+    add_igmp(1, ZXFRAME_IGMP_QUERY, 0, 0, "ip.len=32 igmp.type=0x11");
+    add_igmp(1, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=32 igmp.type=0x12");
+    add_igmp(2, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=32 igmp.type=0x16");
+    add_igmp(2, ZXFRAME_IGMP_LEAVE, 0, 0, "ip.len=32 igmp.type=0x17");
+    add_igmp(3, ZXFRAME_IGMP_QUERY, 0, 0, "ip.len=40 igmp.type=0x11");
+    add_igmp(3, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=40 igmp.type=0x22 igmp.record_type=4");
+    add_igmp(3, ZXFRAME_IGMP_LEAVE, 0, 0, "ip.len=40 igmp.type=0x22 igmp.record_type=3");
+    // The total length leaves out the sources, so receivers see the report cut.
+    add_igmp(3, ZXFRAME_IGMP_JOIN, 1, 2,
+             "ip.len=40 igmp.type=0x22 igmp.record_type=5 igmp.checksum.status=0 _ws.malformed=1");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    pcap_t* const capture = pcap_open_dead(DLT_EN10MB, 65535);
+    g_dumper = argc == 2 ? pcap_dump_open(capture, argv[1]) : nullptr;
+    if (g_dumper == nullptr) {
+        return 2;
+    }
+    const zx::test::LogCapture log;
+    add_all();
+    pcap_dump_close(g_dumper);
+    pcap_close(capture);
+
+    std::set<std::string> fields;
+    for (const auto& row : g_rows) {
+        for (const auto& [field, value] : row) {
+            fields.insert(field);
+        }
+    }
+    std::string text;
+    for (const std::string& field : fields) {
+        text += field + '\t';
+    }
+    for (auto& row : g_rows) {
+        text.back() = '\n';
+        for (const std::string& field : fields) {
+            text += row[field] + '\t';
+        }
+    }
+    text.back() = '\n';
+    std::fputs(text.c_str(), stdout);
+    return 0;
+}

@@ -1,0 +1,100 @@
+# Compares the decoder's columns with tshark's, which stand before them in the same line, as far as
+# the headers are well-formed: that, tshark and the lengths say, never the decoder. The first file
+# lists the captures that the lines come from, with their numbers of frames.
+BEGIN { FS = "\t" }
+
+function end_of_file() {
+    if (current > 0)
+        printf "%s: %d frames, compared: %d Ethernet, %d ARP, %d IPv4, %d TCP, %d UDP headers\n",
+            file[current], number, count["eth"], count["arp"], count["ip"], count["tcp"], count["udp"]
+    split("", count)
+    number = 0
+}
+
+# Kinds and lengths of the options up to the end of the list, which the decoder reads on behind; and
+# up to the first kind that it does not know, which ends its list: then `unknown` is set.
+function options(kinds, lengths, from_decoder,    kind, length_of, n, i, used, list) {
+    n = split(kinds, kind, ",")
+    split(lengths, length_of, ",")
+    for (i = 1; i <= n && kind[i - 1] != "0"; ++i) {
+        if (!from_decoder && kind[i] > 10 && kind[i] != 28) {
+            unknown = 1
+            break
+        }
+        list = list " " kind[i] (kind[i] > 1 ? ":" length_of[++used] : "")
+    }
+    return list
+}
+
+FNR == NR { file[FNR] = $1; size[FNR] = $2; next }
+FNR == 1 {
+    for (i = 1; !($i in at); ++i) at[$i] = i  # then the names begin again, the decoder's
+    for (first = i; i <= NF; ++i) column[i] = $i
+    columns = NF
+    next
+}
+{
+    while (number == size[current]) { end_of_file(); ++current }
+    ++number
+    split("", tshark)
+    for (name in at) {
+        tshark[name] = $at[name]
+        if (name !~ /^tcp\.option|^_ws/) sub(/,.*/, "", tshark[name])  # the outermost header's
+    }
+    captured = tshark["frame.cap_len"] - 14
+    ip_size = tshark["ip.hdr_len"]
+    payload = tshark["ip.len"] - ip_size
+
+    # Which headers are there: those that lie behind each other without anything between.
+    split("", good)
+    good["frame"] = 1
+    good["eth"] = captured >= 0
+    good["arp"] = tshark["frame.protocols"] ~ /^eth:ethertype:arp/ && captured >= 28 &&
+        tshark["eth.type"] == "0x0806" &&  # the reverse one is not decoded
+        tshark["arp.hw.type"] " " tshark["arp.proto.type"] == "1 0x0800" &&
+        tshark["arp.hw.size"] " " tshark["arp.proto.size"] == "6 4"
+    good["ip"] = tshark["frame.protocols"] ~ /^eth:ethertype:ip(:|$)/ && payload >= 0 &&
+        tshark["ip.version"] == 4 && ip_size >= 20 && captured >= ip_size
+    transport = good["ip"] && tshark["ip.frag_offset"] == 0 && tshark["_ws.malformed"] == ""
+    good["tcp"] = transport && tshark["frame.protocols"] ~ /^eth:ethertype:ip:tcp/ &&
+        tshark["tcp.hdr_len"] >= 20 && payload >= tshark["tcp.hdr_len"] &&
+        captured >= ip_size + tshark["tcp.hdr_len"]
+    good["udp"] = transport && tshark["frame.protocols"] ~ /^eth:ethertype:ip:udp/ &&
+        tshark["udp.length"] >= 8 && payload >= 8 && captured >= ip_size + 8
+
+    # Where tshark shows something else than the field: the length of IEEE 802.3, the end of a source
+    # route, no payload length for a fragment, and the bytes that are there instead of the whole.
+    if (tshark["eth.len"] != "") tshark["eth.type"] = sprintf("0x%04x", tshark["eth.len"])
+    if (tshark["ip.cur_rt"] != "") tshark["ip.dst"] = tshark["ip.cur_rt"]
+    unless["tcp.len"] = tshark["ip.flags.mf"] != 0 || tshark["frame.len"] - 14 < tshark["ip.len"]
+    unless["data.len"] = !good["udp"] || captured < tshark["ip.len"] || payload < tshark["udp.length"]
+    if (tshark["data.len"] == "") tshark["data.len"] = 0
+
+    unknown = 0
+    tshark["tcp.option_kind"] = options(tshark["tcp.option_kind"], tshark["tcp.option_len"], 0)
+    overrun = tshark["_ws.expert.message"] ~ /option goes past end of options/
+    unless["tcp.option_kind"] = overrun
+    unless["tcp.option_len"] = 1  # compared with the kinds
+
+    for (i = first; i <= columns; ++i) {
+        name = column[i]
+        layer = name
+        sub(/\..*/, "", layer)
+        if ((layer in good && !good[layer]) || unless[name]) continue
+        if (name ~ /^tcp\.options/ && (overrun || unknown)) continue
+        decoded = name == "tcp.option_kind" ? options($i, $(i + 1), 1) : $i
+        if (decoded != tshark[name]) {
+            printf "%s frame %d: %s is %s, but %s for the decoder\n",
+                file[current], number, name, tshark[name], decoded
+            ++wrong
+        }
+        fields += layer != "frame"
+    }
+    for (layer in good) count[layer] += good[layer]
+    frames += good["arp"] || good["tcp"] || good["udp"]
+}
+END {
+    end_of_file()
+    printf "%d whole frames and %d fields compared, %d differ\n", frames, fields, wrong
+    exit wrong > 0 || frames < min_frames || fields < min_fields
+}
