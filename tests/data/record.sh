@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Records the captures of this folder anew: real traffic between two kernels' worth of network in
-# namespaces of its own. Needs root and Debian's iproute2, tcpdump, ethtool, socat and iputils-ping.
+# Records the captures of this folder anew: real traffic between two network namespaces of its own.
+# Needs root and Debian's iproute2, tcpdump, ethtool, socat and iputils-ping.
 set -euo pipefail
 cd "$(dirname "$0")"
 a=zxrec-a-$$ b=zxrec-b-$$

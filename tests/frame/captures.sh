@@ -12,7 +12,7 @@ source "${0%/*}/tshark.sh"
 
 # All that tshark can read in one file, with frames of other link types as bytes for both readers.
 find "$folder" -name '*.pcap*' -print0 | sort -z |
-    xargs -0 capinfos -Trc >"$work/files" 2>"$work/refused" || cat "$work/refused"
+    xargs -0 capinfos -Trc >"$work/files" 2>"$work/errors" || sed 's/^capinfos: /not read: /' "$work/errors"
 cut -f1 "$work/files" | tr '\n' '\0' | xargs -0 mergecap -a -F pcapng -w "$work/merged"
 tshark -r "$work/merged" -Y frame.encap_type -w "$work/packets" 2>/dev/null
 editcap -F pcap -T ether "$work/packets" "$work/frames"

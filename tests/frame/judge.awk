@@ -26,7 +26,7 @@ function options(kinds, lengths, from_decoder,    kind, length_of, n, i, used, l
     return list
 }
 
-FNR == NR { file[FNR] = $1; size[FNR] = $2; next }
+FNR == NR { file[++files] = $1; size[files] = $2; next }
 FNR == 1 {
     for (i = 1; !($i in at); ++i) at[$i] = i  # then the names begin again, the decoder's
     for (first = i; i <= NF; ++i) column[i] = $i
@@ -36,14 +36,17 @@ FNR == 1 {
 {
     while (number == size[current]) { end_of_file(); ++current }
     ++number
+    ++lines
     split("", tshark)
     for (name in at) {
         tshark[name] = $at[name]
         if (name !~ /^tcp\.option|^_ws/) sub(/,.*/, "", tshark[name])  # the outermost header's
     }
     captured = tshark["frame.cap_len"] - 14
-    ip_size = tshark["ip.hdr_len"]
-    payload = tshark["ip.len"] - ip_size
+    total = tshark["ip.len"] + 0
+    ip_size = tshark["ip.hdr_len"] + 0
+    tcp_size = tshark["tcp.hdr_len"] + 0
+    udp_size = tshark["udp.length"] + 0  # with the payload
 
     # Which headers are there: those that lie behind each other without anything between.
     split("", good)
@@ -53,21 +56,20 @@ FNR == 1 {
         tshark["eth.type"] == "0x0806" &&  # the reverse one is not decoded
         tshark["arp.hw.type"] " " tshark["arp.proto.type"] == "1 0x0800" &&
         tshark["arp.hw.size"] " " tshark["arp.proto.size"] == "6 4"
-    good["ip"] = tshark["frame.protocols"] ~ /^eth:ethertype:ip(:|$)/ && payload >= 0 &&
+    good["ip"] = tshark["frame.protocols"] ~ /^eth:ethertype:ip(:|$)/ && total >= ip_size &&
         tshark["ip.version"] == 4 && ip_size >= 20 && captured >= ip_size
     transport = good["ip"] && tshark["ip.frag_offset"] == 0 && tshark["_ws.malformed"] == ""
     good["tcp"] = transport && tshark["frame.protocols"] ~ /^eth:ethertype:ip:tcp/ &&
-        tshark["tcp.hdr_len"] >= 20 && payload >= tshark["tcp.hdr_len"] &&
-        captured >= ip_size + tshark["tcp.hdr_len"]
+        tcp_size >= 20 && total >= ip_size + tcp_size && captured >= ip_size + tcp_size
     good["udp"] = transport && tshark["frame.protocols"] ~ /^eth:ethertype:ip:udp/ &&
-        tshark["udp.length"] >= 8 && payload >= 8 && captured >= ip_size + 8
+        udp_size >= 8 && total >= ip_size + 8 && captured >= ip_size + 8
 
     # Where tshark shows something else than the field: the length of IEEE 802.3, the end of a source
     # route, no payload length for a fragment, and the bytes that are there instead of the whole.
     if (tshark["eth.len"] != "") tshark["eth.type"] = sprintf("0x%04x", tshark["eth.len"])
     if (tshark["ip.cur_rt"] != "") tshark["ip.dst"] = tshark["ip.cur_rt"]
-    unless["tcp.len"] = tshark["ip.flags.mf"] != 0 || tshark["frame.len"] - 14 < tshark["ip.len"]
-    unless["data.len"] = !good["udp"] || captured < tshark["ip.len"] || payload < tshark["udp.length"]
+    unless["tcp.len"] = tshark["ip.flags.mf"] != 0 || tshark["frame.len"] - 14 < total
+    unless["data.len"] = !good["udp"] || captured < total || total < ip_size + udp_size
     if (tshark["data.len"] == "") tshark["data.len"] = 0
 
     unknown = 0
@@ -95,6 +97,7 @@ FNR == 1 {
 }
 END {
     end_of_file()
-    printf "%d whole frames and %d fields compared, %d differ\n", frames, fields, wrong
+    printf "%d files, %d frames; %d whole frames and %d fields compared, %d differ\n",
+        files, lines, frames, fields, wrong
     exit wrong > 0 || frames < min_frames || fields < min_fields
 }

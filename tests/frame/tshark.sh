@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced: Debian's tshark, with the same answers whatever its user has set.
 command -v tshark >/dev/null || { echo "skipped: no tshark"; exit 77; }
 

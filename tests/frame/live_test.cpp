@@ -1,0 +1,271 @@
+// Built frames sent to a kernel, and its answers captured, filtered and decoded. live.sh starts
+// this in a namespace whose device "wire" has no address; the other end is a port of "bridge" in
+// the namespace ZX_PEER, whose kernel answers there.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "log_capture.hpp"
+#include "zxframe.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr char kOurMac[] = "02:00:00:00:00:01", kPeerMac[] = "02:00:00:00:00:02";
+constexpr char kOurIp[] = "10.99.0.1", kPeerIp[] = "10.99.0.2";
+constexpr int kTimeoutMs = 2000;
+
+// A socket that belongs to the peer's namespace.
+int peer_socket(int type, uint16_t port) {
+    const std::string peer_path = std::string("/run/netns/") + std::getenv("ZX_PEER");
+    const int home = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    const int peer = open(peer_path.c_str(), O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(setns(peer, CLONE_NEWNET), 0);
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(setns(home, CLONE_NEWNET), 0);
+    close(home);
+    close(peer);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = inet_addr(kPeerIp);
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{kTimeoutMs / 1000, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    return fd;
+}
+
+std::string at_peer(const std::string& command) {
+    FILE* const pipe = popen(("ip netns exec \"$ZX_PEER\" " + command).c_str(), "r");
+    std::string text;
+    for (int c; (c = std::fgetc(pipe)) != EOF;) {
+        text += static_cast<char>(c);
+    }
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    return text;
+}
+
+// What the peer's kernel counts when it does not like what it gets.
+std::string complaints() {
+    return at_peer("nstat -asz | grep -E 'Err|NoPorts|Discards|Truncated|Retrans'");
+}
+
+std::string groups() {
+    return at_peer("bridge mdb show dev bridge");
+}
+
+bool soon(const std::function<bool()>& happens) {
+    for (int waited = 0; waited < kTimeoutMs; waited += 5) {
+        if (happens()) {
+            return true;
+        }
+        usleep(5000);
+    }
+    return false;
+}
+
+class FrameLive : public testing::Test {
+protected:
+    FrameLive() : wire_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL))) {
+        sockaddr_ll address{};
+        address.sll_family = AF_PACKET;
+        address.sll_protocol = htons(ETH_P_ALL);
+        address.sll_ifindex = static_cast<int>(if_nametoindex("wire"));
+        EXPECT_EQ(bind(wire_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        // The peer's kernel learns from the question who we are.
+        record_->data_len = 0;
+        send(zxframe_api_buildArp(record_.get(), kOurMac, kOurIp, kPeerIp, frame_));
+        filter_->source_mac = kPeerMac;
+        filter_->dest_mac = kOurMac;
+        receive();
+        arp_ = filter_->frame.arp;
+        *filter_ = {};
+        before_ = complaints();
+    }
+
+    ~FrameLive() override { close(wire_); }
+
+    void send(int32_t length) {
+        ASSERT_GT(length, 0);
+        EXPECT_EQ(::send(wire_, frame_, static_cast<std::size_t>(length), 0), length);
+    }
+
+    // Puts the record's payload behind the headers.
+    void send_with_payload(int32_t length) {
+        std::copy_n(record_->data, record_->data_len, frame_ + length - record_->data_len);
+        send(length);
+    }
+
+    void set_payload(const std::string& payload) {
+        std::fill(std::begin(record_->data), std::end(record_->data), uint8_t{0});
+        std::copy(payload.begin(), payload.end(), record_->data);
+        record_->data_len = static_cast<uint16_t>(payload.size());
+    }
+
+    // The next frame that passes the filter stands in its record then.
+    void receive() {
+        pollfd readable{wire_, POLLIN, 0};
+        do {
+            ASSERT_EQ(poll(&readable, 1, kTimeoutMs), 1) << "no frame passes the filter";
+            std::fill(std::begin(captured_), std::end(captured_), uint8_t{0});
+            ASSERT_GT(recv(wire_, captured_, sizeof captured_ - ZXFRAME_READABLE, 0), 0);
+            filter_->frame.tcp.option_count = 0;
+        } while (zxframe_api_filterFrame(nullptr, captured_, filter_.get()) == 0);
+    }
+
+    void send_tcp(uint32_t flags, uint32_t seq, uint32_t ack_seq) {
+        const auto request = std::make_unique<zxbuildtcp_ctt>();
+        request->str_dest_mac = kPeerMac;
+        request->str_source_mac = kOurMac;
+        request->source_ip = kOurIp;
+        request->dest_ip = kPeerIp;
+        request->source = 40000;
+        request->dest = 8000;
+        request->seq = seq;
+        request->ack_seq = ack_seq;
+        request->flags = flags;
+        if ((flags & ZXFRAME_TCP_SYN) != 0) {
+            request->options[0] = {2, 4, {0x05, 0xb4}};
+            request->option_count = 1;
+            request->option_len = 4;
+        }
+        zxframe_api_buildTcp(record_.get(), request.get(), frame_);
+        send(zxframe_api_finishTcp(frame_, nullptr, 0));
+    }
+
+    zx::test::LogCapture log_;
+    int wire_;
+    uint8_t frame_[2048]{};
+    uint8_t captured_[65536 + ZXFRAME_READABLE]{};
+    std::unique_ptr<ether_ctt> record_ = std::make_unique<ether_ctt>();
+    std::unique_ptr<frame_filter_ctt> filter_ = std::make_unique<frame_filter_ctt>();
+    arp_view arp_{};
+    std::string before_;
+};
+
+TEST_F(FrameLive, KernelAnswersAnArpRequest) {
+    EXPECT_EQ(arp_.operation, 2);
+    EXPECT_EQ(arp_.sender_ip, inet_addr(kPeerIp));
+    EXPECT_THAT(arp_.sender_mac, testing::ElementsAre(2, 0, 0, 0, 0, 2));
+    EXPECT_EQ(arp_.target_ip, inet_addr(kOurIp));
+    EXPECT_THAT(arp_.target_mac, testing::ElementsAre(2, 0, 0, 0, 0, 1));
+}
+
+TEST_F(FrameLive, KernelTakesUdpPayloads) {
+    const int receiver = peer_socket(SOCK_DGRAM, 7000);
+    const ether_pkt request{
+        {}, "02:00:00:00:00:01", "02:00:00:00:00:02", "10.99.0.1", "10.99.0.2", 5004, 7000};
+    char received[2048];
+    for (const std::size_t size : {0U, 1U, 188U, 1315U, 1472U}) {
+        SCOPED_TRACE(size);
+        const std::string payload(size, 'z');
+        set_payload(payload);
+        send_with_payload(zxframe_api_buildUdp(record_.get(), &request, frame_));
+        const ssize_t length = recv(receiver, received, sizeof received, 0);
+        ASSERT_EQ(length, static_cast<ssize_t>(size));
+        EXPECT_EQ(std::string(received, size), payload);
+    }
+    EXPECT_EQ(complaints(), before_);
+
+    // The counters do move where there is a reason.
+    set_payload("x");
+    const int32_t length = zxframe_api_buildUdp(record_.get(), &request, frame_);
+    frame_[length - 1] = 'y';
+    send(length);
+    EXPECT_TRUE(soon([&] { return complaints() != before_; }));
+    close(receiver);
+}
+
+TEST_F(FrameLive, KernelTakesAcknowledgmentsAndData) {
+    const int listener = peer_socket(SOCK_STREAM, 8000);
+    ASSERT_EQ(listen(listener, 1), 0);
+    filter_->protocol = "tcp";
+    filter_->source_ip = kPeerIp;
+    filter_->dest_ip = kOurIp;
+    filter_->source_port = 8000;
+    constexpr uint32_t kSeq = 0xfffffff0;
+    send_tcp(ZXFRAME_TCP_SYN, kSeq, 0);
+    receive();
+    const tcp_view& answer = filter_->frame.tcp;
+    EXPECT_TRUE(answer.syn == 1 && answer.ack == 1);
+    EXPECT_EQ(answer.ack_seq, kSeq + 1);
+    ASSERT_EQ(answer.option_count, 1U);
+    EXPECT_EQ(answer.options[0].kind, 2U);
+    send_tcp(ZXFRAME_TCP_ACK, kSeq + 1, answer.seq + 1);
+    const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    ASSERT_GE(connection, 0);
+
+    const auto info = [&] {
+        tcp_info now{};
+        socklen_t size = sizeof now;
+        getsockopt(connection, IPPROTO_TCP, TCP_INFO, &now, &size);
+        return now;
+    };
+    ASSERT_EQ(write(connection, "from the kernel", 15), 15);
+    receive();
+    *record_ = filter_->frame;
+    EXPECT_EQ(zxframe_api_isTcp_sTod_data(record_.get(), kPeerIp), 1);
+    EXPECT_EQ(record_->data_len, 15);
+    EXPECT_STREQ(reinterpret_cast<const char*>(captured_ + 54), "from the kernel");
+    EXPECT_EQ(info().tcpi_unacked, 1U);
+    send(zxframe_api_buildTcpAck(record_.get(), frame_));
+    EXPECT_TRUE(soon([&] { return info().tcpi_unacked == 0; }));
+
+    zxframe_api_doFrame(record_.get(), frame_);  // goes on from the acknowledgment
+    set_payload("from a raw frame!");
+    record_->tcp.psh = 1;
+    send_with_payload(zxframe_api_buildTcpData(record_.get(), frame_));
+    char received[64]{};
+    EXPECT_EQ(recv(connection, received, sizeof received, 0), 17);
+    EXPECT_STREQ(received, "from a raw frame!");
+    receive();
+    EXPECT_EQ(zxframe_api_isTcp_dTos_ack(&filter_->frame, kOurIp), 1);
+    EXPECT_EQ(filter_->frame.tcp.ack_seq, kSeq + 1 + 17);
+    EXPECT_EQ(info().tcpi_total_retrans, 0U);
+    EXPECT_EQ(complaints(), before_);
+    close(connection);
+    close(listener);
+}
+
+TEST_F(FrameLive, BridgeLearnsAndForgetsGroups) {
+    auto request = std::make_unique<igmp_req>();
+    request->str_source_mac = kOurMac;
+    request->source_ip = kOurIp;
+    for (const uint32_t version : {1U, 2U, 3U}) {
+        SCOPED_TRACE(version);
+        const std::string group = "239.1.1." + std::to_string(version);
+        const std::string mac = "01:00:5e:01:01:0" + std::to_string(version);
+        request->group = group.c_str();
+        request->str_dest_mac = mac.c_str();
+        request->version = version;
+        request->action = ZXFRAME_IGMP_JOIN;
+        EXPECT_THAT(groups(), Not(HasSubstr(group)));
+        send(zxframe_api_buildIgmp(record_.get(), request.get(), frame_));
+        EXPECT_TRUE(soon([&] { return groups().find(group) != std::string::npos; }));
+        if (version > 1) {  // the first one knows no leaving
+            request->action = ZXFRAME_IGMP_LEAVE;
+            send(zxframe_api_buildIgmp(record_.get(), request.get(), frame_));
+            EXPECT_TRUE(soon([&] { return groups().find(group) == std::string::npos; }));
+        }
+    }
+    EXPECT_EQ(complaints(), before_);
+}
+
+}  // namespace
