@@ -343,7 +343,8 @@ int32_t zxframe_api_isTcp_sTod_data(const ether_ctt* pether_ctt, const char* fil
  *
  * @param pether_ctt  the record; its IPv4 `id` goes on by 4961, its fragment offset is sent.
  * @param pether_pkt  the request; every text must be there.
- * @param outbuf      54 bytes, and those that the options of the request take.
+ * @param outbuf      54 bytes, and those that the options of the request take, or `option_len` when
+ *                    that is more.
  * @return 14 + 4 * header_len + 4 * doff + `data_len` as it is afterwards; -1, with nothing
  *         written, when an argument or an address text of the request is missing.
  *
@@ -435,7 +436,8 @@ int32_t zxframe_api_buildTcpData(ether_ctt* pether_ctt, uint8_t* outbuf);
  *
  * The IPv4 total length does not count the sources of a version-3 report (4 bytes each), counts 8
  * bytes too many for a version-3 query, which has the 8-byte form of version 2, and counts the
- * record's `data_len`, which should be 0. So receivers take all of it but reports with sources.
+ * record's `data_len`, which should be 0. So receivers refuse reports with sources, and take a
+ * version-3 query only where the link pads short frames to 60 bytes, as Ethernet hardware does.
  *
  * @param req     the request.
  * @param outbuf  54 bytes, and 4 for each source address.

@@ -2,6 +2,7 @@
 #include "internal/bytes.hpp"
 #include "zxframe.h"
 #include "zxnetframe/messages.hpp"
+#include "zxnetframe/tcp_options.hpp"
 #include "zxnetframe/wire.hpp"
 #include "zxnetframe/write.hpp"
 
@@ -74,7 +75,12 @@ extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* 
     }
 
     if (tcp.doff > kTcpWords && opt_source != nullptr) {
-        zxframe_innerapi_parseTcpOpt(pether_ctt, tcph, opt_source);
+        if (pether_ctt->print_flag != 0) [[unlikely]] {
+            zxframe_innerapi_parseTcpOpt(pether_ctt, tcph, opt_source);
+        } else {
+            const auto size = static_cast<int>((tcp.doff - kTcpWords) * kWord);
+            take_options(tcp, tcph + tcp_at::options, size);
+        }
     } else if (tcp.doff < kTcpWords) {
         report_short(__func__, kWord * tcp.doff);
     }

@@ -1,8 +1,7 @@
-// The options behind the TCP header (RFC 9293, RFC 7323, RFC 2018, RFC 5482).
+// The options behind the TCP header.
+#include "zxnetframe/tcp_options.hpp"
+
 #include <algorithm>
-#include <array>
-#include <cstring>
-#include <iterator>
 
 #include "internal/bytes.hpp"
 #include "zxframe.h"
@@ -13,62 +12,10 @@ using namespace zx::frame;
 
 namespace {
 
-// How the value of an option is dumped.
-enum class ValueForm : std::uint8_t {
-    none,
-    number16,
-    number8,
-    sack_permitted,
-    blocks,
-    times,
-    opaque,
-    timeout
-};
-
-struct OptionKind {
-    const char* name = nullptr;  // none: the kind is unknown
-    bool has_length = false;     // the kind is followed by a length and a value
-    ValueForm form = ValueForm::none;
-};
-
-constexpr std::uint32_t kUserTimeout = 28;
-
-constexpr std::array<OptionKind, kUserTimeout + 1> kOptionKinds = [] {
-    std::array<OptionKind, kUserTimeout + 1> kinds{};
-    kinds[0] = {"EOL", false, ValueForm::none};
-    kinds[1] = {"NOP", false, ValueForm::none};
-    kinds[2] = {"MSS", true, ValueForm::number16};
-    kinds[3] = {"WSO", true, ValueForm::number8};
-    kinds[4] = {"SACKP", true, ValueForm::sack_permitted};
-    kinds[5] = {"SACK", true, ValueForm::blocks};
-    kinds[6] = {"ECHO", true, ValueForm::opaque};
-    kinds[7] = {"ECHOREPLY", true, ValueForm::opaque};
-    kinds[8] = {"TSOPT", true, ValueForm::times};
-    kinds[9] = {"POCP", true, ValueForm::opaque};
-    kinds[10] = {"POSP", true, ValueForm::opaque};
-    kinds[kUserTimeout] = {"UTO", true, ValueForm::timeout};
-    return kinds;
-}();
-
 const OptionKind* find_kind(std::uint32_t kind) {
     return kind < kOptionKinds.size() && kOptionKinds[kind].name != nullptr ? &kOptionKinds[kind]
                                                                             : nullptr;
 }
-
-// The same in short for every byte that may stand on the wire.
-enum class Shape : std::uint8_t { unknown, bare, with_length };
-
-constexpr std::array<Shape, 256> kShapes = [] {
-    std::array<Shape, 256> shapes{};
-    for (std::size_t kind = 0; kind < kOptionKinds.size(); ++kind) {
-        shapes[kind] = kOptionKinds[kind].name == nullptr ? Shape::unknown
-                       : kOptionKinds[kind].has_length    ? Shape::with_length
-                                                          : Shape::bare;
-    }
-    return shapes;
-}();
-
-constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a length includes
 
 [[gnu::cold, gnu::noinline]] void dump_option(const char* func, const OptionKind& kind,
                                               const tcp_option& option) {
@@ -111,24 +58,6 @@ constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a
     }
 }
 
-[[gnu::cold, gnu::noinline]] void dump_size(const char* func, int size) {
-    ZX_LOG_FROM(func, info, "====TCP Options:(%d bytes)", size);
-}
-
-[[gnu::cold, gnu::noinline]] void dump_unknown(const char* func, std::uint32_t kind) {
-    ZX_LOG_FROM(func, info, "unknow kind:%d", static_cast<int>(kind));
-}
-
-// Time stamps, which nearly every segment carries, go without a call.
-void copy_value(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
-    constexpr std::size_t kTimes = 8;
-    if (size == kTimes) {
-        std::memcpy(to, from, kTimes);
-    } else {
-        std::memcpy(to, from, size);
-    }
-}
-
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_t* tcph,
@@ -136,48 +65,19 @@ extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_
     if (!has_all(__func__, pether_ctt, Argument{tcph, "iph"}, Argument{opt_source, "iph"})) {
         return;
     }
-    tcp_view& tcp = pether_ctt->tcp;
-    const bool dumps = pether_ctt->print_flag != 0;
     const int size =
         (tcph[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
-    if (dumps) [[unlikely]] {
-        dump_size(__func__, size);
-    }
-    const std::uint8_t* at = tcph + tcp_at::options;
-    const std::uint8_t* const end = at + size;
-    // Behind the options of earlier frames: it is the caller who sets the count back. A length may
-    // lead beyond the end, but an option begins before it.
-    if (tcp.option_count >= std::size(tcp.options)) {
+    const std::uint8_t* const options = tcph + tcp_at::options;
+    if (pether_ctt->print_flag == 0) [[likely]] {
+        take_options(pether_ctt->tcp, options, size);
         return;
     }
-    tcp_option* option = tcp.options + tcp.option_count;
-    for (; at < end && option < std::end(tcp.options); ++option) {
-        const std::uint8_t kind = *at;
-        const Shape shape = kShapes[kind];
-        if (shape == Shape::unknown) {
-            if (dumps) [[unlikely]] {
-                dump_unknown(__func__, kind);
-            }
-            break;
-        }
-        option->kind = kind;
-        if (shape == Shape::bare) {
-            option->len = 0;
-            at += 1;
-        } else {
-            const std::size_t len = at[1];
-            if (len < kLengthOwn) {
-                break;  // it would lead backwards
-            }
-            option->len = at[1];
-            copy_value(option->val, at + kLengthOwn, len - kLengthOwn);
-            at += len;
-        }
-        if (dumps) [[unlikely]] {
-            dump_option(__func__, kOptionKinds[kind], *option);
-        }
-    }
-    tcp.option_count = static_cast<std::uint32_t>(option - tcp.options);
+    const char* const func = __func__;
+    ZX_LOG(info, "====TCP Options:(%d bytes)", size);
+    take_options(
+        pether_ctt->tcp, options, size,
+        [=](const tcp_option& option) { dump_option(func, kOptionKinds[option.kind], option); },
+        [=](std::uint8_t kind) { ZX_LOG_FROM(func, info, "unknow kind:%d", kind); });
 }
 
 extern "C" uint32_t zxframe_innerapi_buildTcpOpt(const zxbuildtcp_ctt* pzxbuildtcp_ctt,

@@ -1,0 +1,129 @@
+// What is known of each TCP option (RFC 9293, RFC 7323, RFC 2018, RFC 5482), and how options are taken
+// off a segment.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+
+#include "zxframe.h"
+
+namespace zx::frame {
+
+// How the value of an option is dumped.
+enum class ValueForm : std::uint8_t {
+    none,
+    number16,
+    number8,
+    sack_permitted,
+    blocks,
+    times,
+    opaque,
+    timeout
+};
+
+struct OptionKind {
+    const char* name = nullptr;  // none: the kind is unknown
+    bool has_length = false;     // the kind is followed by a length and a value
+    ValueForm form = ValueForm::none;
+};
+
+inline constexpr std::uint32_t kUserTimeout = 28;
+
+inline constexpr std::array<OptionKind, kUserTimeout + 1> kOptionKinds = [] {
+    std::array<OptionKind, kUserTimeout + 1> kinds{};
+    kinds[0] = {"EOL", false, ValueForm::none};
+    kinds[1] = {"NOP", false, ValueForm::none};
+    kinds[2] = {"MSS", true, ValueForm::number16};
+    kinds[3] = {"WSO", true, ValueForm::number8};
+    kinds[4] = {"SACKP", true, ValueForm::sack_permitted};
+    kinds[5] = {"SACK", true, ValueForm::blocks};
+    kinds[6] = {"ECHO", true, ValueForm::opaque};
+    kinds[7] = {"ECHOREPLY", true, ValueForm::opaque};
+    kinds[8] = {"TSOPT", true, ValueForm::times};
+    kinds[9] = {"POCP", true, ValueForm::opaque};
+    kinds[10] = {"POSP", true, ValueForm::opaque};
+    kinds[kUserTimeout] = {"UTO", true, ValueForm::timeout};
+    return kinds;
+}();
+
+// The same in short for every byte that may stand on the wire.
+enum class Shape : std::uint8_t { unknown, bare, with_length };
+
+inline constexpr std::array<Shape, 256> kShapes = [] {
+    std::array<Shape, 256> shapes{};
+    for (std::size_t kind = 0; kind < kOptionKinds.size(); ++kind) {
+        shapes[kind] = kOptionKinds[kind].name == nullptr ? Shape::unknown
+                       : kOptionKinds[kind].has_length    ? Shape::with_length
+                                                          : Shape::bare;
+    }
+    return shapes;
+}();
+
+inline constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a length includes
+
+// Appends the options to those of earlier frames: it is the caller who sets the count back. A
+// length may lead beyond the end, but an option begins before it. `on_option` sees each option that
+// was taken, `on_unknown` the kind that ends them.
+template <typename OnOption, typename OnUnknown>
+void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_option,
+                  OnUnknown on_unknown) {
+    if (tcp.option_count >= std::size(tcp.options)) {
+        return;
+    }
+    const std::uint8_t* const end = at + size;
+    tcp_option* option = tcp.options + tcp.option_count;
+    for (; at < end && option < std::end(tcp.options); ++option) {
+        const std::uint8_t kind = *at;
+        const Shape shape = kShapes[kind];
+        if (shape == Shape::unknown) {
+            on_unknown(kind);
+            break;
+        }
+        option->kind = kind;
+        if (shape == Shape::bare) {
+            option->len = 0;
+            at += 1;
+        } else {
+            const std::size_t len = at[1];
+            if (len < kLengthOwn) {
+                break;  // it would lead backwards
+            }
+            option->len = at[1];
+            std::memcpy(option->val, at + kLengthOwn, len - kLengthOwn);
+            at += len;
+        }
+        on_option(*option);
+    }
+    tcp.option_count = static_cast<std::uint32_t>(option - tcp.options);
+}
+
+// Two NOPs and time stamps, as RFC 7323 lays them out and nearly every segment carries them. False:
+// these are other options.
+[[nodiscard]] inline bool take_times(tcp_view& tcp, const std::uint8_t* at, int size) {
+    constexpr std::uint8_t kLayout[] = {1, 1, 8, 10};
+    constexpr int kSize = 12;
+    constexpr std::uint32_t kOptions = 3;
+    if (size != kSize || std::memcmp(at, kLayout, sizeof kLayout) != 0 ||
+        tcp.option_count > std::size(tcp.options) - kOptions) {
+        return false;
+    }
+    tcp_option* const option = tcp.options + tcp.option_count;
+    option[0].kind = option[1].kind = kLayout[0];
+    option[0].len = option[1].len = 0;
+    option[2].kind = kLayout[2];
+    option[2].len = kLayout[3];
+    std::memcpy(option[2].val, at + sizeof kLayout, kSize - sizeof kLayout);
+    tcp.option_count += kOptions;
+    return true;
+}
+
+// Without a dump.
+inline void take_options(tcp_view& tcp, const std::uint8_t* at, int size) {
+    if (!take_times(tcp, at, size)) {
+        take_options(tcp, at, size, [](const tcp_option&) {}, [](std::uint8_t) {});
+    }
+}
+
+}  // namespace zx::frame
