@@ -1,5 +1,5 @@
-// What is known of each TCP option (RFC 9293, RFC 7323, RFC 2018, RFC 5482), and how options are taken
-// off a segment.
+// What is known of each TCP option (RFC 9293, RFC 7323, RFC 2018, RFC 5482), and how options are
+// taken off a segment.
 #pragma once
 
 #include <array>
@@ -61,7 +61,8 @@ inline constexpr std::array<Shape, 256> kShapes = [] {
     return shapes;
 }();
 
-inline constexpr std::uint8_t kLengthOwn = 2;  // the kind and the length byte, which a length includes
+inline constexpr std::uint8_t kLengthOwn =
+    2;  // the kind and the length byte, which a length includes
 
 // Appends the options to those of earlier frames: it is the caller who sets the count back. A
 // length may lead beyond the end, but an option begins before it. `on_option` sees each option that
@@ -122,7 +123,8 @@ void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_o
 // Without a dump.
 inline void take_options(tcp_view& tcp, const std::uint8_t* at, int size) {
     if (!take_times(tcp, at, size)) {
-        take_options(tcp, at, size, [](const tcp_option&) {}, [](std::uint8_t) {});
+        take_options(
+            tcp, at, size, [](const tcp_option&) {}, [](std::uint8_t) {});
     }
 }
 
