@@ -25,4 +25,6 @@ ip -n "$peer" link set port type bridge_slave mcast_fast_leave on
 for device in "$peer bridge" "$peer port" "$ours wire"; do
     ip -n "${device% *}" link set "${device#* }" up
 done
+# On a busy machine an answer may take longer than the 200 ms after which the kernel would repeat itself.
+ip -n "$peer" route change 10.99.0.0/24 dev bridge src 10.99.0.2 rto_min 5s
 ZX_PEER=$peer ip netns exec "$ours" "$1"

@@ -240,6 +240,9 @@ TEST_F(FrameLive, KernelTakesAcknowledgmentsAndData) {
     EXPECT_EQ(filter_->frame.tcp.ack_seq, kSeq + 1 + 17);
     EXPECT_EQ(info().tcpi_total_retrans, 0U);
     EXPECT_EQ(complaints(), before_);
+    // Reset, or the kernel would repeat its FIN, which nobody answers, into the next test.
+    const linger at_once{1, 0};
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     close(connection);
     close(listener);
 }
