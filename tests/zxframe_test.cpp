@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <memory>
 
@@ -16,20 +15,6 @@ namespace {
 using namespace zx::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-static_assert(sizeof(tcp_option) == 264 && sizeof(ipv4_view) == 152 && sizeof(arp_view) == 32 &&
-              sizeof(tcp_view) == 33820 && sizeof(udp_view) == 8 && sizeof(ether_ctt) == 47784 &&
-              sizeof(zxbuildtcp_ctt) == 33848 && sizeof(ether_pkt) == 644 &&
-              sizeof(frame_filter_ctt) == 47872 && offsetof(tcp_option, val) == 5 &&
-              offsetof(ipv4_view, ip_proto_name) == 24 && offsetof(arp_view, target_ip) == 28 &&
-              offsetof(tcp_view, options) == 24 && offsetof(igmp_view, sources) == 16);
-static_assert(offsetof(ether_ctt, ether_type_name) == 50 && offsetof(ether_ctt, arp) == 180 &&
-              offsetof(ether_ctt, udp) == 332 && offsetof(ether_ctt, data) == 34152 &&
-              offsetof(ether_ctt, print_flag) == 47780 && offsetof(zxbuildtcp_ctt, source) == 32 &&
-              offsetof(zxbuildtcp_ctt, option_len) == 33844 && offsetof(ether_pkt, dest) == 642 &&
-              offsetof(igmp_req, source_count) == 44 && offsetof(igmp_req, sources) == 46 &&
-              offsetof(frame_filter_ctt, port) == 56 && offsetof(frame_filter_ctt, frame) == 84 &&
-              offsetof(frame_filter_ctt, initialized) == 68);
 
 class FrameTest : public testing::Test {
 protected:
