@@ -1,0 +1,48 @@
+#include "zxenv.h"
+
+#include <cstdlib>
+
+#include "internal/log.hpp"
+
+namespace {
+
+constexpr char kTag[] = "ENV";
+
+}  // namespace
+
+extern "C" const char* zxenv_api_get(const char* name, const char* defaultValue) {
+    if (name == nullptr) {
+        ZX_LOG_PARAM("name");
+        return defaultValue;
+    }
+    const char* const value = std::getenv(name);
+    return value != nullptr ? value : defaultValue;
+}
+
+extern "C" int32_t zxenv_api_set(const char* name, const char* str_value, int8_t overwrite) {
+    if (name == nullptr || str_value == nullptr) {
+        ZX_LOG_PARAM(name == nullptr ? "name" : "str_value");
+        return 0;
+    }
+    if (setenv(name, str_value, overwrite) != 0) {
+        ZX_LOG(error, "setenv(%s=%s, overwrite:%d)  failed", name, str_value, overwrite);
+        return 0;
+    }
+    return 1;
+}
+
+extern "C" int32_t zxenv_api_unset(const char* name) {
+    return unsetenv(name);
+}
+
+extern "C" int32_t zxenv_api_put(char* name_val) {
+    if (name_val == nullptr) {
+        ZX_LOG_PARAM("name_val");
+        return 0;
+    }
+    if (putenv(name_val) != 0) {
+        ZX_LOG(error, "putenv:%s   failed", name_val);
+        return 0;
+    }
+    return 1;
+}
