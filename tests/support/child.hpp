@@ -1,0 +1,36 @@
+// A piece of a test in a process of its own, for what a process cannot take back.
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+namespace zx::test {
+
+// What `work` returned in a child process; "<ended by N>" when signal N ended it before.
+inline std::string in_child(const std::function<std::string()>& work) {
+    int ends[2];
+    if (pipe(ends) != 0) {
+        return "<no pipe>";
+    }
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const std::string result = work();
+        const ssize_t written = write(ends[1], result.data(), result.size());
+        _exit(written == static_cast<ssize_t>(result.size()) ? 0 : 1);
+    }
+    close(ends[1]);
+    std::string result;
+    char chunk[4096];
+    for (ssize_t size = 0; (size = read(ends[0], chunk, sizeof chunk)) > 0;) {
+        result.append(chunk, static_cast<std::size_t>(size));
+    }
+    close(ends[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFSIGNALED(status) ? "<ended by " + std::to_string(WTERMSIG(status)) + ">" : result;
+}
+
+}  // namespace zx::test
