@@ -121,6 +121,23 @@ void zxmem_innerapi_nodeRm(void* buf);
  */
 void zxmem_api_showBlock(void);
 
+/**
+ * Appends all live buffers as an HTML table, oldest first, with the sum of their sizes, to a text.
+ * A buffer of 10,240 bytes and more is "middle", one of 512,000 and more "high", others are "nor".
+ *
+ * Names and source files are not escaped: do not put texts of strangers into the names of buffers.
+ *
+ * @param html  the text, with room for 700 bytes, and for each live buffer 580 bytes and the length
+ *              of its source file's name; buffers may come up meanwhile.
+ * @param text  shown instead of the table when tracking is off, cut to about 990 bytes; not needed
+ *              when it is on.
+ *
+ * Threads: safe; allocations wait meanwhile.
+ * Logs: error when an argument is missing (nothing is appended) and when tracking is not
+ * initialised.
+ */
+void zxmem_api_info(char* html, const char* text);
+
 #pragma GCC visibility pop
 
 #ifdef __cplusplus

@@ -151,6 +151,66 @@ TEST_F(MemTest, FindsEveryBufferAmongMany) {
     zxmem_api_free(&stays);
 }
 
+// Behind what the text holds already; times of day become TIME.
+std::string table_behind(const char* before, const char* text) {
+    std::string html(8192, '\0');
+    html.replace(0, std::strlen(before), before);
+    zxmem_api_info(html.data(), text);
+    html.resize(std::strlen(html.c_str()));
+    for (std::size_t i = 0; i + 9 < html.size(); ++i) {
+        if (html[i] == '>' && html[i + 3] == ':' && html[i + 6] == ':' && html[i + 9] == '<') {
+            html.replace(i + 1, 8, "TIME");
+        }
+    }
+    return html;
+}
+
+TEST_F(MemTest, ShowsLiveBuffersAsATable) {
+    EXPECT_EQ(table_behind("<p>", "off"), "<p><h4 style=\"color:black;\">off</h4>");
+    zxmem_api_init(1);
+    zxmem_api_deinit();
+    EXPECT_EQ(table_behind("", nullptr), "<h4 style=\"color:black;\">Wait zxmem init...</h4>");
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  furst"));
+    zxmem_api_init(1);
+
+    const std::string next = "</th><th align=\"left\"></th><th align=\"left\">";
+    const auto row_of = [&](const char* number, const void* buffer, const std::string& rest) {
+        char address[32];
+        std::snprintf(address, sizeof address, "%p", buffer);
+        return "<tr><th align=\"left\">" + (number + next) + address + next + rest +
+               "</th><th align=\"left\"></th></tr>";
+    };
+    std::string head =
+        "<table cellpadding=\"4\" cellspacing=\"0\"><tbody style=\"color:black;\"><tr>";
+    for (const char* title : {"NUM", "ADDR", "NAME", "TIME", "FALG", "SIZE", "FILE", "LINE"}) {
+        head += "<th align=\"left\">" + std::string(title) + "</th><th align=\"left\"></th>";
+    }
+    head += "<th align=\"left\"></tr>";
+    const auto tail = [](const std::string& total) {
+        return "<h4 style=\"color:black;\">Toal memory leak:" + total + " MB</h4></tbody></table>";
+    };
+    EXPECT_EQ(table_behind("", nullptr), head + tail("0B"));
+
+    void* first = zxmem_api_malloc(10239, "first", "a.c", 10);
+    void* second = zxmem_api_malloc(512000, "second", "b.c", 20);
+    EXPECT_EQ(table_behind("before", nullptr),
+              "before" + head +
+                  row_of("00000001", first,
+                         "first" + next + "TIME" + next + "nor" + next + "9.99KB" + next + "a.c" +
+                             next + "10") +
+                  row_of("00000002", second,
+                         "second" + next + "TIME" + next + "high" + next + "500KB" + next + "b.c" +
+                             next + "20") +
+                  tail("509.99KB"));
+    zxmem_api_free(&first);
+    zxmem_api_free(&second);
+    for (const std::uint32_t size : {10240U, 511999U}) {
+        void* middle = zxmem_api_malloc(size, "m", "m.c", 1);
+        EXPECT_THAT(table_behind("", ""), HasSubstr(">middle<"));
+        zxmem_api_free(&middle);
+    }
+}
+
 TEST_F(MemTest, AmountsHaveBinaryUnits) {
     const std::pair<std::uint64_t, const char*> cases[] = {{1023, "1023B"},
                                                            {1024, "1KB"},
