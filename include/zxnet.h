@@ -459,6 +459,103 @@ int32_t zxnet_api_isReachable(const char* host, uint32_t port);
  */
 int32_t zxnet_api_ping(const char* host);
 
+/* ---------------------------------------------------------- interfaces -- */
+
+/*
+ * Interfaces are known by their names, of at most 15 characters; a longer one is nobody's unless a
+ * function says otherwise. Changing them needs administrator rights. Two calls that change one
+ * interface at the same time may undo each other.
+ */
+
+#define ZXNET_IFNAME_SIZE 16 /**< bytes of an interface name with its NUL */
+
+/** The IPv4 configuration of an interface. Texts end with a NUL. */
+typedef struct netcfg_info {
+    char ifname[ZXNET_IFNAME_SIZE];
+    char reserved[66];                /**< the caller's */
+    char ipaddr[ZXNET_IP_TEXT_SIZE];  /**< dotted text */
+    char netmask[ZXNET_IP_TEXT_SIZE]; /**< dotted text */
+} netcfg_info;
+
+/**
+ * Asks for address and netmask of the interface `ifname`. What it has not, or when there is no such
+ * interface, becomes an empty text.
+ * @return 0; -1 when the argument is missing or there is no socket to ask with.
+ * Logs: error then.
+ */
+int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info);
+
+/**
+ * Gives an interface an address and a netmask, and starts it. Its flags become IFF_UP,
+ * IFF_BROADCAST and IFF_RUNNING (0x43) and no others.
+ * @return 0; -1 at the first step that fails, with those before it done.
+ * Logs: error then.
+ */
+int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info);
+
+/**
+ * Asks for the address of an interface.
+ * @param out  #ZXNET_IP_TEXT_SIZE bytes; "0.0.0.0" when there is none.
+ * @return 0; -1 when there is none, when an argument is missing, when there is no socket.
+ * Logs: error for the last two, with `out` left alone.
+ */
+int32_t zxnet_api_getIfaceIp(const char* ifname, char* out);
+
+/**
+ * Asks for the address of an interface. Use zxnet_api_getIfaceInfo() for its netmask.
+ * @param ipaddr   #ZXNET_IP_TEXT_SIZE bytes.
+ * @param netmask  #ZXNET_IP_TEXT_SIZE bytes; left alone unless the kernel has no netmask, and then
+ *                 the address.
+ * @return 0; -2 when there is no address, with nothing written; -1 when an argument is missing or
+ *         there is no socket.
+ * Logs: error for -1.
+ */
+int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask);
+
+/**
+ * Reads the MAC address of an interface as the kernel writes it, "00:11:22:aa:bb:cc\n".
+ * @param out   `size` bytes; not terminated when there are 18, and left alone when there is no such
+ *              interface.
+ * @param size  18 or more (negative ones count as more).
+ * @return 0, whatever was read; -2 for a smaller size; -1 when an argument is missing.
+ * Logs: error for these two, and when there is no such interface.
+ */
+int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size);
+
+/**
+ * Asks for the MAC address of an interface.
+ * @param out6  #ZXNET_MAC_SIZE bytes.
+ * @return 0; -1 on failure.
+ * Logs: error on failure; warning for a name of 16 characters or more, which is cut.
+ */
+int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6);
+
+/**
+ * Reads the MTU of an interface as the kernel writes it, "1500\n".
+ * @param out   `size` bytes.
+ * @param size  16 or more (negative ones count as more).
+ * @return 0; -2 for a smaller size; -1 when it cannot be read or an argument is missing.
+ * Logs: error in these cases.
+ */
+int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size);
+
+/**
+ * Sets the MTU of an interface.
+ * @param mtu  bytes.
+ * @return the number of digits that were written; 0 when the kernel refuses the value; -1 when
+ * there is no such interface or the argument is missing. Logs: error for -1.
+ */
+int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu);
+
+/**
+ * Adds flags to those of an interface; none is cleared.
+ * @param fd     any socket; stays open.
+ * @param flags  IFF_UP and so on.
+ * @return 0; -1 on failure.
+ * Logs: error on failure.
+ */
+int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t flags);
+
 /* ----------------------------------------------------------- checksums -- */
 /* The one's-complement sums of RFC 1071. Buffers need no alignment. */
 

@@ -1,0 +1,275 @@
+// The IPv4 configuration of network interfaces.
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "internal/fixed_text.hpp"
+#include "internal/guard.hpp"
+#include "internal/log.hpp"
+#include "zxmd.h"
+#include "zxnet.h"
+
+static_assert(offsetof(netcfg_info, ipaddr) == 82 && offsetof(netcfg_info, netmask) == 98);
+static_assert(sizeof(netcfg_info) == 114);
+static_assert(sizeof(ifreq) == 40 && ZXNET_IFNAME_SIZE == IFNAMSIZ);
+
+namespace {
+
+constexpr char kTag[] = "NETWORK";
+constexpr std::size_t kPathSize = 128;
+constexpr std::uint32_t kMaxText = 64;  // bytes that are read: more than any MAC address or MTU
+constexpr std::uint32_t kMinMacSize = 18;
+constexpr std::uint32_t kMinMtuSize = 16;
+constexpr std::size_t kCleared = 8;
+
+// A socket to ask for interfaces with; its absence was logged for `func`.
+zx::UniqueFd open_socket(const char* func) {
+    zx::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (fd.get() < 0) {
+        ZX_LOG_FROM(func, error, "Create socket falied");
+    }
+    return fd;
+}
+
+struct Argument {
+    const void* pointer;
+    const char* name;
+};
+
+// True when all arguments are there; the first that is not was logged for `func`.
+template <std::size_t N>
+bool are_given(const char* func, const Argument (&arguments)[N]) {
+    for (const Argument& argument : arguments) {
+        if (argument.pointer == nullptr) {
+            ZX_LOG_FROM(func, error, "Param error####%s", argument.name);
+            return false;
+        }
+    }
+    return true;
+}
+
+// A name that is too long is nobody's: the kernel would cut it and take another interface.
+ifreq request_for(const char* name) {
+    ifreq request{};
+    const std::size_t length = strnlen(name, sizeof request.ifr_name);
+    if (length < sizeof request.ifr_name) {
+        std::memcpy(request.ifr_name, name, length);
+    }
+    return request;
+}
+
+// The address that a request has brought, or is to bring.
+in_addr& address_of(ifreq& request) {
+    return reinterpret_cast<sockaddr_in&>(request.ifr_addr).sin_addr;
+}
+
+using AddressText = std::array<char, INET_ADDRSTRLEN>;
+static_assert(sizeof(AddressText) == sizeof(netcfg_info::ipaddr));
+
+AddressText text_of(in_addr address) {
+    AddressText text{};
+    inet_ntop(AF_INET, &address, text.data(), text.size());
+    return text;
+}
+
+// Clears the first bytes only: of a longer text before, the end stays behind the new NUL.
+void put_text(char* out, in_addr address) {
+    const AddressText text = text_of(address);
+    std::memset(out, 0, kCleared);
+    std::strcpy(out, text.data());
+}
+
+// Puts the text of the address that a request brings into a field of its size, or zeros.
+void ask(int fd, unsigned long what, ifreq& request, char (&field)[sizeof(AddressText)]) {
+    AddressText text{};
+    if (ioctl(fd, what, &request) == 0) {
+        text = text_of(address_of(request));
+    }
+    std::memcpy(field, text.data(), sizeof field);
+}
+
+bool set(const char* func, int fd, unsigned long what, const char* name, ifreq& request) {
+    if (ioctl(fd, what, &request) != 0) {
+        ZX_LOG_FROM(func, error, "%s  failed", name);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+extern "C" int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info) {
+    if (!are_given(__func__, {{pnetcfg_info, "pnetcfg_info"}})) {
+        return -1;
+    }
+    const zx::UniqueFd fd = open_socket(__func__);
+    if (fd.get() < 0) {
+        return -1;
+    }
+    ifreq request = request_for(pnetcfg_info->ifname);
+    ask(fd.get(), SIOCGIFADDR, request, pnetcfg_info->ipaddr);
+    ask(fd.get(), SIOCGIFNETMASK, request, pnetcfg_info->netmask);
+    return 0;
+}
+
+extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
+    if (!are_given(__func__, {{pnetcfg_info, "pnetcfg_info"}})) {
+        return -1;
+    }
+    char ipaddr[sizeof pnetcfg_info->ipaddr + 1]{};
+    char netmask[sizeof pnetcfg_info->netmask + 1]{};
+    std::memcpy(ipaddr, pnetcfg_info->ipaddr, sizeof pnetcfg_info->ipaddr);
+    std::memcpy(netmask, pnetcfg_info->netmask, sizeof pnetcfg_info->netmask);
+    const zx::UniqueFd fd = open_socket(__func__);
+    if (fd.get() < 0) {
+        return -1;
+    }
+    ifreq request = request_for(pnetcfg_info->ifname);
+    request.ifr_addr.sa_family = AF_INET;
+    address_of(request).s_addr = inet_addr(ipaddr);
+    if (address_of(request).s_addr == INADDR_NONE) {
+        ZX_LOG(error, "SIOCSIFADDR  failed");  // the kernel would take 255.255.255.255
+        return -1;
+    }
+    if (!set(__func__, fd.get(), SIOCSIFADDR, "SIOCSIFADDR", request)) {
+        return -1;
+    }
+    // All flags are replaced. AF_INET stands where the flags are, and is IFF_BROADCAST as a flag.
+    static_assert(AF_INET == IFF_BROADCAST);
+    request.ifr_flags = static_cast<short>(IFF_BROADCAST | IFF_UP | IFF_RUNNING);
+    if (!set(__func__, fd.get(), SIOCSIFFLAGS, "SIOCSIFFLAGS", request)) {
+        return -1;
+    }
+    request.ifr_addr = {};
+    request.ifr_addr.sa_family = AF_INET;
+    if (inet_pton(AF_INET, netmask, &address_of(request)) != 1) {
+        ZX_LOG(error, "SIOCSIFNETMASK  failed");  // the kernel would take no mask for 0.0.0.0
+        return -1;
+    }
+    return set(__func__, fd.get(), SIOCSIFNETMASK, "SIOCSIFNETMASK", request) ? 0 : -1;
+}
+
+extern "C" int32_t zxnet_api_getIfaceIp(const char* ifname, char* out) {
+    if (!are_given(__func__, {{ifname, "pifname"}, {out, "pipaddr"}})) {
+        return -1;
+    }
+    const zx::UniqueFd fd = open_socket(__func__);
+    if (fd.get() < 0) {
+        return -1;
+    }
+    ifreq request = request_for(ifname);
+    const bool is_known = ioctl(fd.get(), SIOCGIFADDR, &request) == 0;
+    put_text(out, is_known ? address_of(request) : in_addr{});
+    return is_known ? 0 : -1;
+}
+
+extern "C" int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask) {
+    if (!are_given(__func__, {{ifname, "pifname"}, {ipaddr, "pipaddr"}, {netmask, "pnetmask"}})) {
+        return -1;
+    }
+    const zx::UniqueFd fd = open_socket(__func__);
+    if (fd.get() < 0) {
+        return -1;
+    }
+    ifreq request = request_for(ifname);
+    if (ioctl(fd.get(), SIOCGIFADDR, &request) != 0) {
+        return -2;
+    }
+    const in_addr address = address_of(request);
+    put_text(ipaddr, address);
+    // Written when there is no netmask, and then with the address.
+    if (ioctl(fd.get(), SIOCGIFNETMASK, &request) != 0) {
+        put_text(netmask, address);
+    }
+    return 0;
+}
+
+extern "C" int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size) {
+    if (!are_given(__func__, {{ifname, "pifname"}, {out, "pmacstr"}})) {
+        return -1;
+    }
+    if (static_cast<std::uint32_t>(size) < kMinMacSize) {
+        ZX_LOG(error, "Mac bufsize(%d) must be lagre than 18", size);
+        return -2;
+    }
+    char path[kPathSize]{};
+    std::snprintf(path, sizeof path, "/sys/class/net/%s/address", ifname);
+    zxmd_api_read(path, out, std::min(static_cast<std::uint32_t>(size), kMaxText));
+    return 0;
+}
+
+extern "C" int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6) {
+    if (!are_given(__func__, {{ifname, "pifname"}, {out6, "out"}})) {
+        return -1;
+    }
+    const zx::UniqueFd fd = open_socket(__func__);
+    if (fd.get() < 0) {
+        return -1;
+    }
+    ifreq request{};
+    ZX_FILL_FIELD(request.ifr_name, ifname);
+    if (ioctl(fd.get(), SIOCGIFHWADDR, &request) != 0) {
+        ZX_LOG(error, "ioctl SIOCGIFHWADDR failed");
+        return -1;
+    }
+    std::memcpy(out6, request.ifr_hwaddr.sa_data, ZXNET_MAC_SIZE);
+    return 0;
+}
+
+extern "C" int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size) {
+    if (!are_given(__func__, {{ifname, "pifname"}, {out, "out"}})) {
+        return -1;
+    }
+    if (static_cast<std::uint32_t>(size) < kMinMtuSize) {
+        ZX_LOG(error, "MTU bufsize(%d) must be lagre than 16", size);
+        return -2;
+    }
+    char path[kPathSize]{};
+    std::snprintf(path, sizeof path, "/sys/class/net/%s/mtu", ifname);
+    // Terminated by the reader: a number is shorter than the smallest size.
+    if (zxmd_api_read(path, out, std::min(static_cast<std::uint32_t>(size), kMaxText)) < 0) {
+        ZX_LOG(error, "Write mtu val failed");
+        return -1;
+    }
+    return 0;
+}
+
+extern "C" int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu) {
+    if (!are_given(__func__, {{ifname, "pifname"}})) {
+        return -1;
+    }
+    char path[kPathSize]{};
+    std::snprintf(path, sizeof path, "/sys/class/net/%s/mtu", ifname);
+    char text[sizeof "-2147483648"];
+    const int length = std::snprintf(text, sizeof text, "%d", static_cast<int>(mtu));
+    const std::int32_t written =
+        zxmd_api_write(path, text, static_cast<std::uint32_t>(length), "w");
+    if (written < 0) {
+        ZX_LOG(error, "Write mtu val failed");
+        return -1;
+    }
+    return written;
+}
+
+extern "C" int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t flags) {
+    if (!are_given(__func__, {{ifname, "pifname"}})) {
+        return -1;
+    }
+    ifreq request = request_for(ifname);
+    if (ioctl(fd, SIOCGIFFLAGS, &request) != 0) {
+        ZX_LOG(error, "ioctl(SIOCGIFFLAGS) failed");
+        return -1;
+    }
+    request.ifr_flags = static_cast<short>(request.ifr_flags | flags);
+    if (ioctl(fd, SIOCSIFFLAGS, &request) != 0) {
+        ZX_LOG(error, "ioctl(SIOCSIFFLAGS) failed");
+        return -1;
+    }
+    return 0;
+}
