@@ -1,16 +1,20 @@
 /**
  * @file zxfifo.h
- * Block FIFOs: named byte rings with a lock of their own, which pass a byte
- * stream or a stream of length-prefixed messages from one thread to another.
+ * Ways to pass data on: block FIFOs, list pools, shared lists.
  *
- * A FIFO is made by zxfifo_api_blockInit() and belongs to its caller, who holds
+ * Block FIFOs are named byte rings with a lock of their own, which pass a byte
+ * stream or a stream of length-prefixed messages from one thread to another.
+ * List pools are plain queues of buffers without a lock. Shared lists keep
+ * buffers for a time, with one thread that adds and others that read.
+ *
+ * A block FIFO is made by zxfifo_api_blockInit() and belongs to its caller, who holds
  * a pointer to it. It never refuses data for lack of space and never waits for
  * data: storing more than is free overwrites what was not read yet, taking more
  * than is held gives stale bytes and puts the counts out of step. Ask
  * zxfifo_api_blockSizeLeft() before storing and zxfifo_api_blockSizeUsed()
  * before taking; with one thread on each side the answers stay good.
  *
- * Threads: everything is safe on any thread but init, deinit and the
+ * Threads: block FIFOs are safe on any thread but for init, deinit and the
  * zxfifo_innerapi_ operations, which take no lock: their caller holds the FIFO's.
  * Signal handlers: no. Log tag: FIFO_STRU.
  */
@@ -215,6 +219,149 @@ int32_t zxfifo_innerapi_blockIOout(zxfifoblock_ctt* fifo, void* dest, int32_t le
  * @return 1; 0 when `fifo` is NULL.
  */
 int32_t zxfifo_innerapi_blockReset(zxfifoblock_ctt* fifo);
+
+/* ----------------------------------------------------------- list pools -- */
+
+/*
+ * A queue is a pointer to its first node, NULL when it is empty; operations take the address of
+ * that pointer. There is no lock: a queue belongs to one thread, or its users guard it. Adding and
+ * taking walk the queue, the length is read at once. A node may be in one queue once.
+ */
+
+/** A buffer that may stand in a queue. */
+typedef struct zxfifolist_ctt {
+    uint32_t count;              /**< nodes of the queue, the same in each of them */
+    uint32_t size;               /**< bytes of the buffer */
+    uint8_t* data;               /**< the buffer, zeroed at first */
+    uint64_t reserved;           /**< the caller's */
+    struct zxfifolist_ctt* next; /**< towards the tail, NULL at the tail */
+} zxfifolist_ctt;
+
+/**
+ * Makes a node with its buffer.
+ * @param size  bytes of the buffer.
+ * @param name  names the two allocations, "NAME_zxfifoblock" and "NAME_buf".
+ * @return the node, for zxfifo_api_listDemalloc(); NULL when memory is short or `name` is NULL.
+ * Logs: error in these cases.
+ */
+zxfifolist_ctt* zxfifo_api_listMalloc(uint32_t size, const char* name);
+
+/**
+ * Frees a node with its buffer. It must not be in a queue.
+ * @param ppzxfifolist_ctt  where the pointer is; it is not cleared.
+ * Logs: error when there is none.
+ */
+void zxfifo_api_listDemalloc(zxfifolist_ctt** ppzxfifolist_ctt);
+
+/**
+ * Adds a node behind the last one. The queue owns it then.
+ * @param head  the queue; NULL: only the node's `next` is cleared.
+ * @param node  NULL: nothing is done.
+ */
+void zxfifo_api_listIn(zxfifolist_ctt** head, zxfifolist_ctt* node);
+
+/**
+ * Takes the first node, which the caller owns then. Its `count` and `next` stay as they were.
+ * @return the node; NULL when there is none.
+ */
+zxfifolist_ctt* zxfifo_api_listOut(zxfifolist_ctt** head);
+
+/** @return the number of nodes, at once; 0 for NULL. */
+uint32_t zxfifo_api_listTotalNum(zxfifolist_ctt* const* head);
+
+/** Takes and frees every node. */
+void zxfifo_api_listReset(zxfifolist_ctt** head);
+
+/* --------------------------------------------------------- shared lists -- */
+
+/*
+ * One thread adds nodes, others read along by time without the list's lock. A node is dropped when
+ * it is older than the list's keep time, which is looked at once a second while nodes are added.
+ * Finding a node is safe whatever is dropped meanwhile, but the node that was found may be dropped
+ * while its reader still uses it: choose a keep time that is longer than readers are behind, with a
+ * second to spare, and neither reset nor drop by hand while they read.
+ */
+
+/** A buffer with the time at which it was added. */
+typedef struct IdList_ctt {
+    uint32_t reserved;       /**< 0 */
+    uint32_t size;           /**< bytes of the buffer */
+    uint8_t* data;           /**< the buffer, zeroed at first */
+    uint64_t time;           /**< microseconds of zxtime_api_us() when it was added */
+    struct IdList_ctt* next; /**< the next newer one, NULL at the tail */
+} IdList_ctt;
+
+/** A shared list. Belongs to its caller; zero bytes before zxfifo_api_shareListInit(). */
+typedef struct zxsharelist_ctt {
+    uint32_t count;        /**< nodes */
+    uint32_t keep_seconds; /**< set by the caller: below 2148 (more overflows, and nodes are kept
+                              for ever or for a moment); 0: nothing is kept */
+    IdList_ctt* head;      /**< the oldest node, NULL when there is none */
+    IdList_ctt* tail;      /**< the newest node */
+    uint64_t drop_timer;   /**< microseconds of the last look for old nodes */
+    uint64_t newest;       /**< `time` of the node that was added last */
+    zxlock_ctt lock;       /**< held by the thread that adds, drops or resets */
+} zxsharelist_ctt;
+
+/** Empties a list without freeing anything: for a record that holds no nodes. */
+void zxfifo_innerapi_shareListVarInit(zxsharelist_ctt* list);
+
+/**
+ * Empties a list as above and creates its lock, "zxfifo_lock_NAME". `keep_seconds` and the two
+ * times stay as they are.
+ * @return 0; -1 when the lock cannot be created or an argument is missing.
+ * Logs: as zxlock_api_init().
+ */
+int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* name);
+
+/**
+ * Frees every node and destroys the lock. No other thread uses the list any more.
+ * @return 0; -1 when `list` is NULL.
+ */
+int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list);
+
+/** Makes a node with its buffer, as zxfifo_api_listMalloc() does. */
+IdList_ctt* zxfifo_api_shareListMalloc(uint32_t size, const char* name);
+
+/** Frees a node with its buffer, as zxfifo_api_listDemalloc() does. */
+void zxfifo_api_shareListDemalloc(IdList_ctt** ppIdList_ctt);
+
+/**
+ * Adds a node with the current time. The list owns it then, and drops old nodes once a second: with
+ * a keep time of 0 this one, too.
+ * @param node  NULL: nothing is done.
+ * Threads: one at a time, which the list's lock sees to; beside readers.
+ */
+void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node);
+
+/**
+ * Drops the nodes at the head that are as old as the keep time, or older. A clock that was set back
+ * makes nodes look old.
+ * Threads: takes no lock: no other thread adds or reads.
+ */
+void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
+
+/**
+ * Finds the first node that is not older than a time. To go on, ask for its `time` + 1. That passes
+ * over the others of the same microsecond: to see all nodes of one that adds so fast, follow `next`
+ * (which that thread may just be storing: load it with acquire order).
+ *
+ * A thread that goes on from where it was is led there at once, in up to eight lists in turn;
+ * otherwise the list is walked from its head.
+ *
+ * @param sinceUs  microseconds, as zxtime_api_us() gives them; 0: the oldest.
+ * @return the node; the newest one when all are older, so look at its `time`; NULL when there is
+ *         none.
+ *
+ * Threads: any, beside the one that adds and drops, and without waiting for it.
+ */
+IdList_ctt* zxfifo_api_shareListRead(zxsharelist_ctt* list, uint64_t sinceUs);
+
+/** @return the number of nodes, at once; 0 for NULL. Threads: any. */
+uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list);
+
+/** Frees every node. Threads: safe beside one that adds, not beside readers. */
+void zxfifo_api_shareListReset(zxsharelist_ctt* list);
 
 #pragma GCC visibility pop
 

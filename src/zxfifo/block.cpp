@@ -10,6 +10,7 @@
 #include "internal/bytes.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
+#include "zxfifo/node.hpp"
 #include "zxlock/lock_guard.hpp"
 #include "zxmem.h"
 
@@ -27,9 +28,9 @@ static_assert(offsetof(zxfifoblockstat_ctt, fifo) == 16 && sizeof(zxfifoblocksta
 
 namespace {
 
-constexpr char kTag[] = "FIFO_STRU";
-constexpr char kSource[] = "src/zxfifo";
-constexpr std::size_t kTextSize = 1024;
+using zx::fifo::allocate;
+using zx::fifo::kTag;
+using zx::fifo::kTextSize;
 
 // True when an argument is there; otherwise its absence was logged for `func`.
 bool is_given(const void* argument, const char* name, const char* func) {
@@ -163,15 +164,6 @@ std::int32_t move_locked(zxfifoblock_ctt& fifo, Way way, void* memory, std::int3
     moved = move_pieces(fifo, way, memory, length, transfer);
     pthread_cleanup_pop(1);
     return moved;
-}
-
-// Memory for a part of a FIFO, under the name that `text` holds.
-void* allocate(std::uint32_t size, const char* text, const char* func, std::uint32_t line) {
-    void* const memory = zxmem_api_malloc(size, text, kSource, line);
-    if (memory == nullptr) {
-        ZX_LOG_FROM(func, error, "Malloc %s failed,please check the memory", text);
-    }
-    return memory;
 }
 
 void free_all(zxfifoblock_ctt* fifo) {

@@ -1,0 +1,192 @@
+// Ten readers that follow one writer, at 100,000 nodes a second: through the shared list, and
+// through a deque of shared buffers under a std::shared_mutex, which readers search by time, too.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <thread>
+#include <vector>
+
+#include "zxfifo.h"
+#include "zxtime.h"
+
+namespace {
+
+constexpr std::uint32_t kPayload = 188;
+constexpr std::uint64_t kNodesPerSecond = 100000;
+constexpr std::uint64_t kSecondUs = 1000000;
+constexpr std::uint64_t kRunUs = 5 * kSecondUs;
+constexpr std::uint32_t kKeepSeconds = 2;
+constexpr std::size_t kReaders = 10;
+constexpr std::chrono::milliseconds kPause{1};  // of a writer or a reader with nothing to do
+
+// What a reader found: nothing when the time is not beyond the one before.
+struct Found {
+    std::uint64_t time = 0;
+    std::uint64_t number = 0;
+};
+
+class SharedList {
+public:
+    SharedList() {
+        list_.keep_seconds = kKeepSeconds;
+        zxfifo_api_shareListInit(&list_, "bench");
+    }
+    ~SharedList() { zxfifo_api_shareListDeinit(&list_); }
+    SharedList(const SharedList&) = delete;
+    SharedList& operator=(const SharedList&) = delete;
+
+    void add(std::uint64_t number) {
+        IdList_ctt* const node = zxfifo_api_shareListMalloc(kPayload, "bench");
+        std::memcpy(node->data, &number, sizeof number);
+        zxfifo_api_shareListIn(&list_, node);
+    }
+    Found first_since(std::uint64_t time) {
+        Found found;
+        if (const IdList_ctt* const node = zxfifo_api_shareListRead(&list_, time)) {
+            found.time = node->time;
+            std::memcpy(&found.number, node->data, sizeof found.number);
+        }
+        return found;
+    }
+
+private:
+    zxsharelist_ctt list_{};
+};
+
+class LockedDeque {
+public:
+    void add(std::uint64_t number) {
+        auto data = std::make_unique<std::uint8_t[]>(kPayload);
+        std::memcpy(data.get(), &number, sizeof number);
+        const std::unique_lock held(mutex_);
+        const std::uint64_t now = zxtime_api_us();
+        nodes_.push_back({now, std::move(data)});
+        if (now - last_drop_ > kSecondUs) {
+            last_drop_ = now;
+            while (now - nodes_.front().time >= kKeepSeconds * kSecondUs) {
+                nodes_.pop_front();
+            }
+        }
+    }
+    Found first_since(std::uint64_t time) {
+        Found found;
+        const std::shared_lock held(mutex_);
+        const auto node = std::partition_point(nodes_.begin(), nodes_.end(),
+                                               [=](const Node& n) { return n.time < time; });
+        if (node != nodes_.end()) {
+            found.time = node->time;
+            std::memcpy(&found.number, node->data.get(), sizeof found.number);
+        }
+        return found;
+    }
+
+private:
+    struct Node {
+        std::uint64_t time;
+        std::unique_ptr<std::uint8_t[]> data;
+    };
+    std::shared_mutex mutex_;
+    std::deque<Node> nodes_;
+    std::uint64_t last_drop_ = 0;
+};
+
+struct Reader {
+    std::uint64_t seen = 0;
+    std::uint64_t largest_lag_us = 0;
+    bool is_in_order = true;
+};
+
+// Until `is_over`, and to the end of the list then.
+template <typename List>
+void follow(List& list, const std::atomic<bool>& is_over, Reader& reader) {
+    std::uint64_t last = 0;
+    std::uint64_t number = 0;
+    for (;;) {
+        const bool is_last_look = is_over;
+        const Found found = list.first_since(last + 1);
+        if (found.time <= last) {
+            if (is_last_look) {
+                return;
+            }
+            std::this_thread::sleep_for(kPause);
+            continue;
+        }
+        last = found.time;
+        reader.is_in_order = reader.is_in_order && (reader.seen == 0 || found.number > number);
+        number = found.number;
+        ++reader.seen;
+        const std::uint64_t now = zxtime_api_us();
+        reader.largest_lag_us = std::max(reader.largest_lag_us, now - std::min(now, last));
+    }
+}
+
+// Keeps to the rate on the whole, in bursts of some hundred behind each pause. Nodes of the same
+// microsecond cannot be told apart by time, so each waits for a new one.
+template <typename List>
+std::uint64_t feed(List& list) {
+    const std::uint64_t start = zxtime_api_us();
+    std::uint64_t count = 0;
+    std::uint64_t last = 0;
+    for (std::uint64_t now = start; now - start < kRunUs; now = zxtime_api_us()) {
+        if (count >= (now - start) * kNodesPerSecond / kSecondUs) {
+            std::this_thread::sleep_for(kPause);
+        } else if (now > last + 1) {
+            list.add(count++);
+            last = zxtime_api_us();
+        }
+    }
+    return count;
+}
+
+double cpu_seconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+template <typename List>
+void BM_ten_readers(benchmark::State& state) {
+    for (auto _ : state) {
+        List list;
+        std::atomic<bool> is_over{false};
+        std::vector<Reader> readers(kReaders);
+        const double cpu_before = cpu_seconds();
+        std::vector<std::thread> threads;
+        for (Reader& reader : readers) {
+            threads.emplace_back([&] { follow(list, is_over, reader); });
+        }
+        const std::uint64_t count = feed(list);
+        is_over = true;
+        std::for_each(threads.begin(), threads.end(), [](std::thread& t) { t.join(); });
+
+        double least_seen = 1;
+        std::uint64_t largest_lag_us = 0;
+        for (const Reader& reader : readers) {
+            if (!reader.is_in_order) {
+                state.SkipWithError("a reader saw nodes out of order");
+            }
+            least_seen =
+                std::min(least_seen, static_cast<double>(reader.seen) / static_cast<double>(count));
+            largest_lag_us = std::max(largest_lag_us, reader.largest_lag_us);
+        }
+        constexpr double kRunSeconds = kRunUs / 1e6;
+        state.counters["nodes_per_s"] = static_cast<double>(count) / kRunSeconds;
+        state.counters["least_seen"] = least_seen;
+        state.counters["largest_lag_ms"] = static_cast<double>(largest_lag_us) / 1000;
+        state.counters["cores"] = (cpu_seconds() - cpu_before) / kRunSeconds;
+    }
+}
+BENCHMARK_TEMPLATE(BM_ten_readers, SharedList)->Iterations(1)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_ten_readers, LockedDeque)->Iterations(1)->UseRealTime();
+
+}  // namespace
