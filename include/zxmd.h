@@ -1,6 +1,7 @@
 /**
  * @file zxmd.h
- * System helpers: files, pseudo-random bytes, Base64.
+ * System helpers: files, pseudo-random bytes, Base64, daemons and watchdogs,
+ * limits, housekeeping, facts about the host.
  *
  * Nothing is kept open or allocated between calls. Lengths and counts are in bytes; lengths above
  * 2147483646 are lowered to that value, with a warning. Log tag: ZXMD.
@@ -177,6 +178,150 @@ uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* in, uint32_t
  * Threads: safe.
  */
 uint32_t zxmd_api_base642Ascii(const char* alphabet, const char* in, uint8_t* out);
+
+/* ------------------------------------------------- daemons and watchdogs -- */
+
+/*
+ * These fork: call them while the process has a single thread, the daemon first, then the
+ * watchdog. Standard streams are flushed before. Functions that exit() run what atexit() holds.
+ */
+
+/**
+ * Makes the process a daemon: forks twice, into a session of its own, with umask 022, and closes
+ * the descriptors 0, 1 and 2. The calling process ends with exit(0).
+ *
+ * Whatever is opened first afterwards gets the numbers 0 to 2: open /dev/null three times before
+ * anything else, or an echo of log lines may land in a data file. libzxlog keeps its file.
+ *
+ * @param logdir  becomes the current directory.
+ * @return 0, in the daemon; -1 when `logdir` is missing, in the caller.
+ *
+ * Logs: error when it is missing, when a fork fails and when the directory cannot be entered; the
+ * process that sees these two ends with exit(-1).
+ */
+int32_t zxmd_api_startDaemon(const char* logdir);
+
+/**
+ * Keeps a worker alive: forks it, waits for its end, forks the next one, for ever. The end is
+ * noticed within a second. The supervising process never returns; it has the signals of
+ * zxsignal_api_catch(), as has the worker at first, and exits with exit(1) when it cannot fork.
+ *
+ * The first child of the process group that ends counts, whatever it was: have no others.
+ *
+ * @param childfunc  what the worker does.
+ * @param arg        handed to it.
+ * @return in each worker what `childfunc` returned; -1 when it is missing.
+ *
+ * Logs: error when a worker was ended by a signal, when a fork or a wait fails, and for a missing
+ * argument; information for every start and every other end.
+ */
+int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
+
+/**
+ * Gives up administrator rights: takes the primary and the supplementary groups of a user, then its
+ * identity.
+ * @param name  of the user.
+ * @return 0; -1 for a user that is missing or unknown, -2 when the groups are refused, -3 when the
+ *         identity is.
+ * Threads: for all threads of the process. Logs: error on failure, otherwise information.
+ */
+int32_t zxmd_api_changeUser(const char* name);
+
+/* -------------------------------------------------------------- limits -- */
+
+/**
+ * Raises a resource limit of the process to the most that it may have. For open files (7,
+ * RLIMIT_NOFILE) the kernel's number of inotify watches is set to the same with a shell command.
+ * @param resource  as setrlimit() takes it.
+ * @param name      of the resource, in messages; may be NULL.
+ * @return `resource`; for 7 what system() returned; -1 on failure.
+ * Logs: information; error on failure.
+ */
+int32_t zxmd_api_setRlimit(uint32_t resource, const char* name);
+
+/** zxmd_api_setRlimit() for open files. */
+int32_t zxmd_api_setUlimit(void);
+
+/* -------------------------------------------------------- housekeeping -- */
+
+/*
+ * These run shell commands that change the machine, as administrator. The result is that of the
+ * last system(): 0 for success.
+ */
+
+/** Has the kernel drop clean caches. @param level 1: pages; 2: directory entries; 3: both. */
+int32_t zxmd_api_clearCache(uint32_t level);
+
+/** Removes the log files of the system below /var/log. */
+int32_t zxmd_api_clearSysLog(void);
+
+/** Removes the log files of the servers. */
+int32_t zxmd_api_clearAppLog(void);
+
+/** Removes packages that no other needs any more. */
+int32_t zxmd_api_cleanKernelUpgradeFile(void);
+
+/**
+ * Tells whether it is time to save, once a minute. A clock that was set back counts as a minute.
+ * @param last  microseconds of the last 1, kept by the caller; 0 at first.
+ * @return 1 or 0; 0 for a missing argument.
+ */
+int32_t zxmd_api_timeToSave(uint64_t* last);
+
+/* ---------------------------------------------------------------- host -- */
+
+/**
+ * @return the number of processors that are configured, at most 256.
+ * Logs: warning when there are more.
+ */
+int32_t zxmd_api_getCpuNum(void);
+
+/**
+ * Switches a processor to its "performance" governor, by cpufreq-set where the package cpufrequtils
+ * is installed, otherwise through the kernel's file.
+ * @param cpu  number of the processor, from 0 on.
+ * @return what system() returned.
+ */
+int32_t zxmd_api_setCpuFreq(uint32_t cpu);
+
+/** @return 1 when a Debian package has left its documentation on the machine, otherwise 0. */
+int32_t zxmd_api_isInstall(const char* package);
+
+/** @return 1 when a program stands in /bin, /usr/bin, /sbin or the like, otherwise 0. */
+int32_t zxmd_api_isInstallByBin(const char* program);
+
+/**
+ * Draws the tree of a process, with its threads where the system's pstree can.
+ * @param out  `size` bytes.
+ * @return the length of the text, cut to `size`; negative when there is none, as
+ *         zxt_innerapi_cmdReadByPipe() gives it.
+ */
+int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size);
+
+/**
+ * Looks for a graphics processor that can decode and encode.
+ * @return 1 when there is one, 0 when it is to be done in software.
+ * Logs: information with the answer.
+ */
+int32_t zxmd_api_getDecEncMode(void);
+
+/**
+ * Prints the options of a command line, as getopt() finds them, to standard output.
+ * @return the number of options; 0 when an argument is missing.
+ * Threads: not safe: getopt() keeps its state for the process, which starts anew.
+ */
+int32_t zxmd_api_parseOpt(int argc, char** argv, const char* optstring);
+
+/** Prints the sizes of the integer types and their value of -1 to standard output. */
+void zxmd_api_checkVarTypeLen(void);
+
+/**
+ * Tells whether a shared library, NAME-RELEASE.so.VERSION or NAME.so.VERSION, stands in more than
+ * one of the system's library directories.
+ * @return 1 when it does, otherwise 0.
+ * Logs: warning with each place then.
+ */
+int32_t zxmd_api_isConflictLib(const char* name, const char* release, const char* version);
 
 #pragma GCC visibility pop
 

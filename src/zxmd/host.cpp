@@ -1,0 +1,181 @@
+// Facts about the host.
+#include <limits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "internal/format.hpp"
+#include "internal/log.hpp"
+#include "zxcommon_inner/safe_name.hpp"
+#include "zxmd.h"
+#include "zxt.h"
+
+namespace {
+
+constexpr char kTag[] = "ZXMD";
+constexpr int kMaxCpus = 256;
+constexpr std::size_t kCommandSize = 128;
+constexpr std::size_t kPathSize = 1024;
+
+constexpr std::array kProgramDirectories{"/bin",  "/usr/bin",  "/usr/local/bin",
+                                         "/sbin", "/usr/sbin", "/usr/local/sbin"};
+constexpr std::array kLibraryDirectories{"/usr/lib/x86_64-linux-gnu", "/lib/x86_64-linux-gnu",
+                                         "/usr/local/lib"};
+
+// A name of something in a directory; a path would lead elsewhere.
+bool is_name(const char* name) {
+    return *name != '\0' && std::strchr(name, '/') == nullptr;
+}
+
+bool stands_in(const char* directory, const char* name, int mode) {
+    char path[kPathSize];
+    const int length = std::snprintf(path, sizeof path, "%s/%s", directory, name);
+    return zx::is_whole(length, sizeof path) && access(path, mode) == 0;
+}
+
+// Whether the release of the system, as it greets its users, begins with a text.
+bool is_release(const char* wanted) {
+    char issue[kCommandSize]{};
+    zxmd_api_read("/etc/issue", issue, sizeof issue - 1);
+    return std::strncmp(issue, wanted, std::strlen(wanted)) == 0;
+}
+
+// The directories may be the same one by a link, which is no conflict.
+bool stands_twice(const char* name) {
+    char found[kLibraryDirectories.size()][kPathSize];
+    std::size_t count = 0;
+    for (const char* const directory : kLibraryDirectories) {
+        char path[kPathSize];
+        char real[PATH_MAX];
+        const int length = std::snprintf(path, sizeof path, "%s/%s", directory, name);
+        if (!zx::is_whole(length, sizeof path) || realpath(path, real) == nullptr ||
+            std::strlen(real) >= sizeof found[0]) {
+            continue;
+        }
+        const bool is_new =
+            std::none_of(std::begin(found), std::begin(found) + count,
+                         [&](const char* other) { return std::strcmp(other, real) == 0; });
+        if (is_new) {
+            std::strcpy(found[count++], real);
+        }
+    }
+    for (std::size_t i = 0; count > 1 && i < count; ++i) {
+        ZX_LOG_FROM("zxmd_api_isConflictLib", warning, "%s stands in %s, too", name, found[i]);
+    }
+    return count > 1;
+}
+
+template <typename T>
+void print_type(const char* name) {
+    std::printf("%s: %zu bytes, -1 is %lld\n", name, sizeof(T),
+                static_cast<long long>(static_cast<T>(-1)));
+}
+
+}  // namespace
+
+extern "C" int32_t zxmd_api_getCpuNum(void) {
+    const long count = sysconf(_SC_NPROCESSORS_CONF);
+    if (count > kMaxCpus) {
+        ZX_LOG(warning, "[%s]Oh my god,what? cpu_num > %d ???,set to default %d,please fix me",
+               "brightbox", kMaxCpus, kMaxCpus);
+        return kMaxCpus;
+    }
+    return static_cast<int32_t>(count);
+}
+
+extern "C" int32_t zxmd_api_setCpuFreq(uint32_t cpu) {
+    char command[kCommandSize];
+    const char* const format =
+        zxmd_api_isInstall("cpufrequtils") != 0
+            ? "cpufreq-set -c %d -g  performance"
+            : "echo performance > /sys/bus/cpu/drivers/processor/cpu%d/cpufreq/scaling_governor";
+    zx::print_trusted(command, sizeof command, format, static_cast<int>(cpu));
+    return std::system(command);
+}
+
+extern "C" int32_t zxmd_api_isInstall(const char* package) {
+    if (package == nullptr) {
+        ZX_LOG_PARAM("package");
+        return 0;
+    }
+    return is_name(package) && stands_in("/usr/share/doc", package, F_OK) ? 1 : 0;
+}
+
+extern "C" int32_t zxmd_api_isInstallByBin(const char* program) {
+    if (program == nullptr) {
+        ZX_LOG_PARAM("program");
+        return 0;
+    }
+    const auto has_it = [=](const char* directory) { return stands_in(directory, program, X_OK); };
+    return is_name(program) && std::ranges::any_of(kProgramDirectories, has_it) ? 1 : 0;
+}
+
+extern "C" int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size) {
+    if (out == nullptr) {
+        ZX_LOG_PARAM("out");
+        return -1;
+    }
+    char command[kCommandSize];
+    // The pstree of that release does not know threads.
+    const char* const format =
+        is_release("Ubuntu 16.04") ? "pstree -p %d -n -A" : "pstree -p %d -n -A  -t";
+    zx::print_trusted(command, sizeof command, format, pid);
+    return zxt_innerapi_cmdReadByPipe(command, out, size);
+}
+
+extern "C" int32_t zxmd_api_getDecEncMode(void) {
+    if (zxt_innerapi_cmdIsGrep("inxi -SG | grep NVIDIA") > 0) {
+        ZX_LOG(info, "Use hwaccel cuvid(nvidia)");
+        return 1;
+    }
+    ZX_LOG(info, "Use sw decoder and encoder");
+    return 0;
+}
+
+extern "C" int32_t zxmd_api_parseOpt(int argc, char** argv, const char* optstring) {
+    if (argv == nullptr || optstring == nullptr) {
+        ZX_LOG_PARAM(argv == nullptr ? "argv" : "optstring");
+        return 0;
+    }
+    optind = 0;  // the first argument, whatever was read before
+    int32_t count = 0;
+    for (int option = 0; (option = getopt(argc, argv, optstring)) != -1; ++count) {
+        // The C library names only an option that it refuses.
+        const int name = option == '?' ? optopt : option;
+        std::printf("optopt=%c, optarg=%s\n", name, optarg != nullptr ? optarg : "");
+        std::printf("result =%c,\n", option);
+    }
+    return count;
+}
+
+extern "C" void zxmd_api_checkVarTypeLen(void) {
+    print_type<char>("char");
+    print_type<short>("short");
+    print_type<int>("int");
+    print_type<long>("long");
+    print_type<std::int64_t>("int64_t");
+}
+
+extern "C" int32_t zxmd_api_isConflictLib(const char* name, const char* release,
+                                          const char* version) {
+    if (name == nullptr || release == nullptr || version == nullptr) {
+        ZX_LOG_PARAM(name == nullptr ? "name" : release == nullptr ? "release" : "version");
+        return 0;
+    }
+    char with_release[kPathSize];
+    char plain[kPathSize];
+    const int length =
+        std::snprintf(with_release, sizeof with_release, "%s-%s.so.%s", name, release, version);
+    std::snprintf(plain, sizeof plain, "%s.so.%s", name, version);  // shorter
+    if (!is_name(name) || !zx::is_whole(length, sizeof with_release)) {
+        return 0;
+    }
+    const bool release_twice = stands_twice(with_release);
+    return stands_twice(plain) || release_twice ? 1 : 0;
+}

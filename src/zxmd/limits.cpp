@@ -1,0 +1,45 @@
+// Limits of the process.
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "internal/log.hpp"
+#include "zxmd.h"
+
+static_assert(RLIMIT_NOFILE == 7);
+
+namespace {
+
+constexpr char kTag[] = "ZXMD";
+constexpr std::size_t kCommandSize = 256;
+
+}  // namespace
+
+extern "C" int32_t zxmd_api_setRlimit(uint32_t resource, const char* resource_name) {
+    const char* const name = resource_name != nullptr ? resource_name : "";
+    const auto which = static_cast<__rlimit_resource>(resource);
+    rlimit limit{};
+    if (getrlimit(which, &limit) != 0) {
+        ZX_LOG(error, "getrlimit %s error", name);
+        return -1;
+    }
+    ZX_LOG(info, "set  %s from (%d) to max(%d)", name, static_cast<int>(limit.rlim_cur),
+           static_cast<int>(limit.rlim_max));
+    limit.rlim_cur = limit.rlim_max;
+    if (setrlimit(which, &limit) != 0) {
+        ZX_LOG(error, "setrlimit %s error", name);
+        return -1;
+    }
+    if (which != RLIMIT_NOFILE) {
+        return static_cast<int32_t>(resource);
+    }
+    char command[kCommandSize];
+    std::snprintf(command, sizeof command, "echo %d >  /proc/sys/fs/inotify/max_user_watches",
+                  static_cast<int>(limit.rlim_max));
+    return std::system(command);
+}
+
+extern "C" int32_t zxmd_api_setUlimit(void) {
+    return zxmd_api_setRlimit(RLIMIT_NOFILE, "max_open_file");
+}

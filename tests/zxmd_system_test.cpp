@@ -1,0 +1,306 @@
+// Daemons, watchdogs, limits, housekeeping, facts about the host. Nothing changes this machine:
+// commands are noted, processes are the test's own.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "child.hpp"
+#include "log_capture.hpp"
+#include "zxlog.h"
+#include "zxmd.h"
+
+namespace {
+
+std::vector<std::string> g_commands;
+std::uint64_t g_now = 0;
+
+}  // namespace
+
+extern "C" {
+
+// Returns how many there were.
+[[gnu::visibility("default")]] int system(const char* command) {
+    g_commands.emplace_back(command);
+    return static_cast<int>(g_commands.size());
+}
+
+uint64_t zxlog_api_us(void) {
+    return g_now;
+}
+
+}  // extern "C"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class SystemTest : public testing::Test {
+protected:
+    SystemTest() {
+        char name[] = "/tmp/zxmd_system_test_XXXXXX";
+        dir = mkdtemp(name);
+        g_commands.clear();
+    }
+    ~SystemTest() override { fs::remove_all(dir); }
+
+    // Lines and commands so far, for a child to report.
+    std::string story() {
+        std::string all;
+        for (const std::string& line : log.take()) {
+            all += line + "\n";
+        }
+        for (const std::string& command : g_commands) {
+            all += "$ " + command + "\n";
+        }
+        return all;
+    }
+    // A program that is found first.
+    void stand_in(const char* name, const std::string& script) {
+        const std::string path = dir + "/" + name;
+        std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
+        fs::permissions(path, fs::perms::owner_all);
+        setenv("PATH", (dir + ":/usr/bin:/bin").c_str(), 1);
+    }
+
+    zx::test::LogCapture log;
+    std::string dir;
+};
+
+TEST_F(SystemTest, DaemonStandsAlone) {
+    const pid_t session = getsid(0);
+    const std::string result = zx::test::in_child([&] {
+        umask(0);
+        EXPECT_EQ(zxmd_api_startDaemon(nullptr), -1);
+        EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]Param error####logdir"));
+        std::string facts = HasFailure() ? "failed" : "";
+        facts += std::to_string(zxmd_api_startDaemon(dir.c_str()));
+        facts += " " + fs::current_path().string() + " umask " + std::to_string(umask(0));
+        for (const int fd : {0, 1, 2}) {
+            facts += fcntl(fd, F_GETFD) == -1 ? " closed" : " open";
+        }
+        facts += getsid(0) == session || getsid(0) == getpid() ? " bad session" : "";
+        return facts + story();
+    });
+    EXPECT_EQ(result, "0 " + dir + " umask 18 closed closed closed");
+    EXPECT_EQ(zx::test::in_child([] {
+                  zxmd_api_startDaemon("/nowhere/x");
+                  return std::string("went on");
+              }),
+              "")
+        << "without its directory it ends";
+}
+
+// A supervisor whose log can be read, as its echo.
+class Supervisor {
+public:
+    Supervisor() {
+        EXPECT_EQ(pipe(output_) + pipe(orders_), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            close(orders_[1]);
+            dup2(output_[1], STDOUT_FILENO);
+            flag_stdPrint = 1;
+            const int32_t result = zxmd_api_watchdog(work, this);
+            say("returned " + std::to_string(result));
+            _exit(0);
+        }
+        close(output_[1]);
+    }
+    ~Supervisor() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        close(orders_[1]);  // the worker ends, too
+        close(orders_[0]);
+        close(output_[0]);
+    }
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
+
+    // Waits for a text and gives what was said up to its line's end.
+    std::string wait_for(const std::string& text) {
+        std::string said;
+        char byte = 0;
+        for (pollfd ready{output_[0], POLLIN, 0}; poll(&ready, 1, 10000) == 1;) {
+            if (read(output_[0], &byte, 1) != 1) {
+                break;
+            }
+            said += byte;
+            if (byte == '\n' && said.find(text) != std::string::npos) {
+                return said;
+            }
+        }
+        ADD_FAILURE() << text << " is missing in " << said;
+        return said;
+    }
+    pid_t wait_for_worker() {
+        const std::string said = wait_for("worker ");
+        return std::stoi(said.substr(said.rfind("worker ") + 7));
+    }
+    void let_worker_return() { EXPECT_EQ(write(orders_[1], "r", 1), 1); }
+
+private:
+    static void say(const std::string& text) {
+        EXPECT_GT(write(STDOUT_FILENO, (text + "\n").c_str(), text.size() + 1), 0);
+    }
+    static int32_t work(void* self) {
+        say("worker " + std::to_string(getpid()));
+        char order = 0;
+        return read(static_cast<Supervisor*>(self)->orders_[0], &order, 1) == 1 ? 7 : 8;
+    }
+
+    pid_t pid_ = -1;
+    int output_[2] = {-1, -1};
+    int orders_[2] = {-1, -1};
+};
+
+TEST_F(SystemTest, WatchdogRestartsItsWorker) {
+    EXPECT_EQ(zxmd_api_watchdog(nullptr, nullptr), -1);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]Param error####childfunc"));
+    Supervisor supervisor;
+    const pid_t first = supervisor.wait_for_worker();
+    kill(first, SIGKILL);
+    const auto ended = [](pid_t pid) { return "[ZXMD]child[" + std::to_string(pid) + "] "; };
+    EXPECT_THAT(supervisor.wait_for("child["),
+                HasSubstr("[ERROR]" + ended(first) + "is end by signal:Kill, unblockable"));
+    const pid_t second = supervisor.wait_for_worker();
+    EXPECT_NE(second, first);
+    supervisor.let_worker_return();
+    supervisor.wait_for("returned 7\n");
+    EXPECT_THAT(supervisor.wait_for("child["), HasSubstr("[INFO]" + ended(second) + "has exited"));
+    supervisor.wait_for_worker();
+}
+
+TEST_F(SystemTest, UserIsChangedForGood) {
+    EXPECT_EQ(zxmd_api_changeUser(nullptr), -1);
+    EXPECT_EQ(zxmd_api_changeUser("no such user"), -1);
+    EXPECT_THAT(log.take(),
+                ElementsAre("[ERROR][ZXMD]Param error###username",
+                            "[ERROR][ZXMD]ERROR: can't find user 'no such user': getpwnam failed"));
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only an administrator may change the user";
+    }
+    const std::string result = zx::test::in_child([this] {
+        const gid_t root = 0;
+        EXPECT_EQ(setgroups(1, &root), 0);
+        EXPECT_EQ(zxmd_api_changeUser("nobody"), 0);
+        gid_t groups[8];
+        const int count = getgroups(8, groups);
+        EXPECT_EQ(count, 1) << "without those of the administrator";
+        EXPECT_EQ(groups[0], getegid());
+        EXPECT_NE(getgid(), 0U);
+        EXPECT_NE(getuid(), 0U);
+        EXPECT_EQ(zxmd_api_changeUser("root"), -2) << "there is no way back";
+        return story() + (HasFailure() ? "failed" : "");
+    });
+    EXPECT_EQ(result,
+              "[INFO][ZXMD]Changed process user id to 'nobody'\n"
+              "[ERROR][ZXMD]ERROR: can't change group id: setgid\n");
+}
+
+TEST_F(SystemTest, LimitsAreRaisedToTheirMost) {
+    const std::string result = zx::test::in_child([this] {
+        for (const auto resource : {RLIMIT_CORE, RLIMIT_NOFILE}) {
+            const rlimit low{100, 200};
+            EXPECT_EQ(setrlimit(resource, &low), 0);
+        }
+        EXPECT_EQ(zxmd_api_setRlimit(RLIMIT_CORE, "core"), RLIMIT_CORE);
+        EXPECT_EQ(zxmd_api_setUlimit(), 1) << "what system() returned";
+        rlimit now{};
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &now), 0);
+        EXPECT_EQ(now.rlim_cur, 200U);
+        EXPECT_EQ(zxmd_api_setRlimit(999, nullptr), -1);
+        return story() + (HasFailure() ? "failed" : "");
+    });
+    EXPECT_EQ(result,
+              "[INFO][ZXMD]set  core from (100) to max(200)\n"
+              "[INFO][ZXMD]set  max_open_file from (100) to max(200)\n"
+              "[ERROR][ZXMD]getrlimit  error\n"
+              "$ echo 200 >  /proc/sys/fs/inotify/max_user_watches\n");
+}
+
+TEST_F(SystemTest, HousekeepingRunsItsCommandsInOrder) {
+    EXPECT_EQ(zxmd_api_clearCache(3), 1);
+    EXPECT_EQ(zxmd_api_clearSysLog(), 5);
+    EXPECT_EQ(zxmd_api_clearAppLog(), 9);
+    EXPECT_EQ(zxmd_api_cleanKernelUpgradeFile(), 10);
+    EXPECT_THAT(
+        g_commands,
+        ElementsAre("echo 3  >  /proc/sys/vm/drop_caches", "rm -fr  /var/log/syslog.*     ",
+                    "rm -fr  /var/log/*.log.*", "rm -fr  /var/log/*.log",
+                    "rm -fr  /var/log/*.err.*", "rm -fr  /var/log/zxcore/*",
+                    "rm -fr  /usr/local/zxsrs/objs//*.log", "rm -fr  /usr/local/nginx/*.log",
+                    "rm -fr  /usr/local/zxtomcat/logs//*.log", "apt -y autoremove"));
+    EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(SystemTest, SavesOnceAMinute) {
+    g_now = 1'000'000'000;
+    uint64_t last = 0;
+    EXPECT_EQ(zxmd_api_timeToSave(&last), 1);
+    g_now += 59'999'999;
+    EXPECT_EQ(zxmd_api_timeToSave(&last), 0);
+    g_now += 1;
+    EXPECT_EQ(zxmd_api_timeToSave(&last), 1);
+    g_now -= 1;
+    EXPECT_EQ(zxmd_api_timeToSave(&last), 1) << "the clock was set back";
+    EXPECT_EQ(last, g_now);
+}
+
+TEST_F(SystemTest, KnowsTheHost) {
+    EXPECT_GT(zxmd_api_getCpuNum(), 0);
+    const bool has_tool = fs::exists("/usr/share/doc/cpufrequtils");
+    EXPECT_EQ(zxmd_api_isInstall("cpufrequtils"), has_tool ? 1 : 0);
+    zxmd_api_setCpuFreq(2);
+    EXPECT_THAT(g_commands,
+                ElementsAre(has_tool ? "cpufreq-set -c 2 -g  performance"
+                                     : "echo performance > /sys/bus/cpu/drivers/processor/cpu2/"
+                                       "cpufreq/scaling_governor"));
+    EXPECT_EQ(zxmd_api_isInstall("../doc/libc6"), 0);
+    EXPECT_EQ(zxmd_api_isInstallByBin("sh"), 1);
+    EXPECT_EQ(zxmd_api_isInstallByBin("../bin/sh"), 0);
+}
+
+TEST_F(SystemTest, AsksProgramsOfTheHost) {
+    stand_in("pstree", "echo \"$@\"");
+    char out[64];
+    EXPECT_EQ(zxmd_api_pstree(42, out, sizeof out), 15);
+    EXPECT_STREQ(out, "-p 42 -n -A -t\n");
+    stand_in("inxi", "[ \"$*\" = -SG ] && echo Device: NVIDIA");
+    EXPECT_EQ(zxmd_api_getDecEncMode(), 1);
+    stand_in("inxi", "echo Device: other");
+    EXPECT_EQ(zxmd_api_getDecEncMode(), 0);
+    EXPECT_THAT(log.take(), ElementsAre("[INFO][ZXMD]Use hwaccel cuvid(nvidia)",
+                                        "[INFO][ZXMD]Use sw decoder and encoder"));
+}
+
+TEST_F(SystemTest, PrintsOptionsEveryTimeAnew) {
+    std::string texts[] = {"program", "-a", "-b", "value", "-c", "rest"};
+    char* argv[] = {texts[0].data(), texts[1].data(), texts[2].data(), texts[3].data(),
+                    texts[4].data(), texts[5].data(), nullptr};
+    opterr = 0;
+    for (int turn = 0; turn < 2; ++turn) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(zxmd_api_parseOpt(6, argv, "ab:"), 3);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "optopt=a, optarg=\nresult =a,\n"
+                  "optopt=b, optarg=value\nresult =b,\n"
+                  "optopt=c, optarg=\nresult =?,\n");
+    }
+}
+
+}  // namespace
