@@ -55,10 +55,10 @@ void* Worker::run(void* self) {
 
 void Worker::work() {
     zxthread_api_setName(name_.c_str());
-    if (zxthread_api_waitCmdStarting(&record_, kHandshakeMs, kStepMs) != 1 || !await_running()) {
-        return;
+    if (zxthread_api_waitCmdStarting(&record_, kHandshakeMs, kStepMs) == 1 && await_running()) {
+        body_(*this);
     }
-    body_(*this);
+    // Whoever stops it waits for an answer, also when that came before the start was seen.
     while (!stopping()) {
         usleep(kStepMs * 1000);
     }
