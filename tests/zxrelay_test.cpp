@@ -14,6 +14,8 @@
 #include "channel.hpp"
 #include "internal/guard.hpp"
 #include "log_capture.hpp"
+#include "loopback.hpp"
+#include "net.hpp"
 #include "packetizer.hpp"
 #include "process.hpp"
 #include "source.hpp"
@@ -23,59 +25,11 @@
 namespace {
 
 using relay::kPacketSize;
-using zx::test::Process;
-using Bytes = std::vector<std::uint8_t>;
+using namespace zx::test;
 
 Bytes sample() {
     std::ifstream file(ZX_SAMPLE, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(file), {});
-}
-
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-int connected(int type, int port) {
-    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
-    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    const timeval limit{10, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    return fd;
-}
-
-// A port that nobody uses now.
-int free_port(int type) {
-    const zx::UniqueFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-    getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
-}
-
-void send_all(int fd, const Bytes& bytes) {
-    std::size_t at = 0;
-    while (at < bytes.size()) {
-        const ssize_t sent = send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
-        ASSERT_GT(sent, 0);
-        at += static_cast<std::size_t>(sent);
-    }
-}
-
-// Everything until the relay closes, or `limit` bytes.
-Bytes receive_all(int fd, std::size_t limit = SIZE_MAX) {
-    Bytes bytes;
-    std::uint8_t chunk[65536];
-    ssize_t size;
-    while (bytes.size() < limit && (size = recv(fd, chunk, sizeof chunk, 0)) > 0) {
-        bytes.insert(bytes.end(), chunk, chunk + size);
-    }
-    return bytes;
 }
 
 class RelayTest : public testing::Test {
@@ -201,8 +155,8 @@ TEST(RelayUsage, AnswersMistakesWithOneSentence) {
         {{"-i", "tcp://" + free, "-o", "8000"}, "is no address with a port"},
         {{"-i", "tcp://" + free, "-o", "127.0.0.1:" + port}, "cannot listen on"},
         {{"-i", "tcp://127.0.0.1:" + port, "-o", free}, "Address already in use"},
-        {{"-i", "udp://239.1.2.3:5000", "-o", free, "--interface", "nowhere0"},
-         "no network interface"},
+        {{"-i", "tcp://" + free, "-o", free, "--daemon"}, "--daemon requires --log"},
+        {{"-i", "tcp://" + free, "-o", free, "--keep", "2148"}, "--keep"},
         {{"-i", "tcp://" + free, "-o", free, "--log", "/nonexistent/log"}, "cannot write the log"},
         {{"--config", "/nonexistent/file"}, "/nonexistent/file"},
     };
@@ -220,11 +174,12 @@ TEST(RelayUsage, AnswersMistakesWithOneSentence) {
 }
 
 TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
-    zx::test::LogCapture log(2);
+    LogCapture log(2);
     const int port = free_port(SOCK_STREAM);
     relay::Stats stats;
     relay::Channel channel(20 * (relay::kMessageSize + 4));  // and nobody empties it
-    relay::Source source({false, {"127.0.0.1", std::to_string(port)}}, "", true, channel, stats);
+    relay::Source source(relay::open_listener({"127.0.0.1", std::to_string(port)}, 1), false, true,
+                         channel, stats);
     relay::Worker receiver("receiver", [&](relay::Worker& worker) { source.run(worker); });
     receiver.start();
     Bytes stream = sample();

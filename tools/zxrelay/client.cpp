@@ -4,10 +4,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
+#include "channel.hpp"
 #include "zxtime.h"
 
 namespace relay {
+namespace {
+
+constexpr int kPiecesPerFlush = 32;  // then it is the others' turn
+constexpr std::uint64_t kPacketsPerMessage = kMessageSize / kPacketSize;
+
+}  // namespace
 
 Client::Client(int fd, std::string peer, std::uint32_t buffer_size)
     : fd_(fd),
@@ -20,6 +28,9 @@ Client::~Client() {
 }
 
 Client::Outcome Client::offer(std::span<const std::uint8_t> message) {
+    if (is_shifted()) {
+        return Outcome::sent;
+    }
     if (!is_behind()) {
         const std::int64_t sent = send_now(message);
         if (sent < 0) {
@@ -39,7 +50,7 @@ Client::Outcome Client::offer(std::span<const std::uint8_t> message) {
 }
 
 bool Client::flush() {
-    while (is_behind()) {
+    for (int piece = 0; piece < kPiecesPerFlush && is_behind(); ++piece) {
         if (unsent_.empty()) {
             refill();
         }
@@ -55,10 +66,29 @@ bool Client::flush() {
     return true;
 }
 
-bool Client::discard_input() {
-    char ignored[4096];
-    const ssize_t got = recv(fd(), ignored, sizeof ignored, MSG_DONTWAIT);
+bool Client::read_input(std::optional<std::uint64_t>& seconds) {
+    char said[4096];
+    const ssize_t got = recv(fd(), said, sizeof said, MSG_DONTWAIT);
+    if (got > 0) {
+        seconds = requests_.feed({said, static_cast<std::size_t>(got)});
+    }
     return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+void Client::shift(const Store& store, const Store::Place& place) {
+    store_ = &store;
+    place_ = place;
+}
+
+void Client::set_watched(bool is_watched) {
+    is_watched_ = is_watched;
+    if (is_watched) {
+        last_progress_us_ = zxtime_api_upTimeUs();
+    }
+}
+
+std::uint64_t Client::take_progress() {
+    return bytes_sent_ - std::exchange(bytes_seen_, bytes_sent_);
 }
 
 // Bytes that the socket took, 0 when it is full, -1 when the client is gone.
@@ -74,9 +104,6 @@ std::int64_t Client::send_now(std::span<const std::uint8_t> bytes) {
 
 // The caller has seen that there is room; a backlog that is made here has it.
 bool Client::keep(std::span<const std::uint8_t> bytes) {
-    if (!is_behind()) {
-        last_progress_us_ = zxtime_api_upTimeUs();
-    }
     if (backlog_ == nullptr) {
         backlog_ = zxfifo_api_blockInit(buffer_size_, peer_.c_str());
         if (backlog_ == nullptr) {
@@ -88,15 +115,24 @@ bool Client::keep(std::span<const std::uint8_t> bytes) {
 }
 
 void Client::refill() {
-    const auto held = static_cast<std::size_t>(zxfifo_api_blockSizeUsed(backlog_));
-    const std::size_t size = std::min(held, chunk_.size());
+    const std::size_t size = std::min(held(), chunk_.size());
+    if (size == 0) {
+        std::uint64_t lost = 0;
+        unsent_ = store_->read(place_, chunk_, lost);
+        dropped_ += (lost + kPacketsPerMessage - 1) / kPacketsPerMessage;
+        return;
+    }
     zxfifo_api_blockOut(backlog_, chunk_.data(), static_cast<std::int32_t>(size), nullptr);
     unsent_ = std::span(chunk_).first(size);
 }
 
-std::size_t Client::waiting() const {
-    const std::int32_t held = backlog_ != nullptr ? zxfifo_api_blockSizeUsed(backlog_) : 0;
-    return static_cast<std::size_t>(held) + unsent_.size();
+// Bytes in the backlog.
+std::size_t Client::held() const {
+    return backlog_ != nullptr ? static_cast<std::size_t>(zxfifo_api_blockSizeUsed(backlog_)) : 0;
+}
+
+std::uint64_t Client::waiting() const {
+    return held() + unsent_.size() + (store_ != nullptr ? store_->waiting(place_) : 0);
 }
 
 }  // namespace relay

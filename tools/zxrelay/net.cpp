@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "common/failure.hpp"
+#include "zxnet.h"
 #include "zxstr.h"
 
 namespace relay {
@@ -62,10 +63,12 @@ bool is_multicast(const sockaddr* address) {
 void join(int fd, const addrinfo& group, const Endpoint& endpoint, const std::string& interface) {
     group_req request{};
     if (!interface.empty()) {
-        request.gr_interface = if_nametoindex(interface.c_str());
-        if (request.gr_interface == 0) {
-            throw Failure("there is no network interface " + interface);
+        std::uint8_t mac[ZXNET_MAC_SIZE];
+        if (const int code = zxnet_api_getIfaceMac_byte(interface.c_str(), mac); code != 0) {
+            throw Failure("there is no network interface " + interface + " (" +
+                          std::to_string(code) + ", see the log)");
         }
+        request.gr_interface = if_nametoindex(interface.c_str());
     }
     std::memcpy(&request.gr_group, group.ai_addr, group.ai_addrlen);
     const int level = group.ai_family == AF_INET ? IPPROTO_IP : IPPROTO_IPV6;
@@ -81,6 +84,26 @@ void detect_dead_peer(int fd) {
     set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSec);
     set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
     set_option(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnackedMs);
+}
+
+zx::UniqueFd open_udp_source(const Endpoint& endpoint, const std::string& interface) {
+    const Addresses addresses = resolve(endpoint, SOCK_DGRAM);
+    zx::UniqueFd fd(socket(addresses->ai_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (fd.get() < 0) {
+        fail("cannot open a socket for", endpoint);
+    }
+    set_option(fd.get(), SOL_SOCKET, SO_RCVBUF, kUdpReceiveBuffer);
+    const bool multicast = is_multicast(addresses->ai_addr);
+    if (multicast) {
+        set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, 1);  // several receivers of one group
+    }
+    if (bind(fd.get(), addresses->ai_addr, addresses->ai_addrlen) != 0) {
+        fail("cannot receive on", endpoint);
+    }
+    if (multicast) {
+        join(fd.get(), *addresses, endpoint, interface);
+    }
+    return fd;
 }
 
 Endpoint checked(const Endpoint& endpoint, const std::string& given) {
@@ -149,24 +172,10 @@ zx::UniqueFd open_listener(const Endpoint& endpoint, int backlog) {
     return fd;
 }
 
-zx::UniqueFd open_udp_source(const Endpoint& endpoint, const std::string& interface) {
-    const Addresses addresses = resolve(endpoint, SOCK_DGRAM);
-    zx::UniqueFd fd(socket(addresses->ai_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (fd.get() < 0) {
-        fail("cannot open a socket for", endpoint);
-    }
-    set_option(fd.get(), SOL_SOCKET, SO_RCVBUF, kUdpReceiveBuffer);
-    const bool multicast = is_multicast(addresses->ai_addr);
-    if (multicast) {
-        set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, 1);  // several receivers of one group
-    }
-    if (bind(fd.get(), addresses->ai_addr, addresses->ai_addrlen) != 0) {
-        fail("cannot receive on", endpoint);
-    }
-    if (multicast) {
-        join(fd.get(), *addresses, endpoint, interface);
-    }
-    return fd;
+zx::UniqueFd open_source(const Input& input, const std::string& interface) {
+    // A second source waits in the backlog until the first has ended.
+    return input.is_udp ? open_udp_source(input.endpoint, interface)
+                        : open_listener(input.endpoint, 1);
 }
 
 int accept_connection(int listener, std::string& peer) {

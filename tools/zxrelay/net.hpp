@@ -25,7 +25,7 @@ Endpoint parse_output(const std::string& text);
 
 // Non-blocking and close-on-exec; a Failure says why one cannot be had.
 zx::UniqueFd open_listener(const Endpoint& endpoint, int backlog);
-zx::UniqueFd open_udp_source(const Endpoint& endpoint, const std::string& interface);
+zx::UniqueFd open_source(const Input& input, const std::string& interface);
 
 // The next connection of a listener, non-blocking, with its peer's address as text; the kernel ends
 // it when the peer is gone without a word. -1: none, with `errno` set.

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "common/command_line.hpp"
 #include "zxcommon.h"
 
@@ -10,6 +12,8 @@ namespace {
 
 constexpr std::uint64_t kSmallestBuffer = 128U << 10U;  // twice the largest message
 constexpr std::uint64_t kLargestBuffer = 1U << 30U;
+
+constexpr unsigned kLongestKeep = 2147;  // seconds; the shared list counts microseconds in 31 bits
 
 constexpr char kExamples[] =
     R"(The input is tcp://ADDRESS:PORT or udp://ADDRESS:PORT; a multicast group is joined. Sizes take k, m
@@ -21,7 +25,27 @@ Examples:
       ffplay tcp://relay:8000
   zxrelay --input udp://239.1.1.1:1234 --interface eth0 --output '[::]:8000'
 
-SIGINT and SIGTERM end the relay, SIGUSR1 logs the memory that it holds.)";
+  zxrelay --config /etc/zxrelay.conf --daemon --watchdog --pid-file /run/zxrelay.pid
+      where the file has lines like  log = "/var/log/zxrelay/log"
+
+A client that sends the line "last N" receives, from then on, what came N seconds before and all
+that follows, as far as --keep holds it. The store takes as much memory as comes in so many seconds:
+30 s of 8 Mbit/s are 30 MB.
+
+A log file above 10 MiB is renamed within a minute and begun anew. With --user, its directory must
+be writable for that user. Sockets and the pid file are opened before the user is changed.
+
+SIGINT and SIGTERM end the relay, SIGUSR1 logs the memory that it holds. A watchdog, whose number is
+in the pid file, passes them on; it starts a worker again whatever ended it, but for --once when the
+stream is delivered.)";
+
+void define_service(CLI::App& app, Options& options) {
+    app.add_flag("--daemon", options.daemon, "Work in the background, detached")->needs("--log");
+    app.add_flag("--watchdog", options.watchdog, "Start the relay again within 2 s when it dies");
+    app.add_option("--user", options.user, "Work as this user")->option_text("NAME");
+    app.add_option("--pid-file", options.pid_file, "File for the number of the process")
+        ->option_text("FILE");
+}
 
 void define(CLI::App& app, Options& options) {
     tools::define_common(app, zxcommon_api_version());
@@ -35,6 +59,8 @@ void define(CLI::App& app, Options& options) {
     app.add_option("-o,--output", options.output, "Where clients connect to receive the stream")
         ->option_text("ADDRESS:PORT (required)")
         ->required();
+    app.add_option("--status", options.status, "Serve a status page here, as HTML and JSON")
+        ->option_text("ADDRESS:PORT");
     app.add_option("--interface", options.interface,
                    "Network interface that joins a multicast group")
         ->option_text("NAME");
@@ -60,6 +86,10 @@ void define(CLI::App& app, Options& options) {
                    "From 0, off, to 5, debug (default 3, notices)")
         ->option_text("LEVEL")
         ->check(CLI::Range(0U, 5U));
+    app.add_option("--keep", options.keep_sec, "Keep the stream of so many seconds for clients")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, kLongestKeep));
+    define_service(app, options);
     app.footer(kExamples);
 }
 
@@ -70,7 +100,10 @@ Options parse_options(int argc, char** argv) {
     CLI::App app("Relays an MPEG transport stream to any number of TCP clients.", "zxrelay");
     define(app, options);
     tools::parse(app, argc, argv);
-    options.stats = options.stats || isatty(STDOUT_FILENO) == 1;
+    if (!options.log_file.empty()) {
+        options.log_file = std::filesystem::absolute(options.log_file);
+    }
+    options.stats = !options.daemon && (options.stats || isatty(STDOUT_FILENO) == 1);
     return options;
 }
 

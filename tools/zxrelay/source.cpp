@@ -1,9 +1,16 @@
 #include "source.hpp"
 
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "common/failure.hpp"
 #include "internal/log.hpp"
+#include "net.hpp"
 #include "zxepoll.h"
 #include "zxnet.h"
 #include "zxtime.h"
@@ -14,29 +21,33 @@ namespace {
 constexpr char kTag[] = "RELAY";
 constexpr std::uint32_t kWaitMs = 1000;
 constexpr std::uint32_t kNoWait = 0xFFFFFFFFU;
-constexpr std::uint8_t kReadable = 0;
 constexpr std::uint64_t kReportIntervalUs = 1000000;
 
 constexpr std::int32_t kTimedOut = -1;
 constexpr std::int32_t kHungUp = -3;
 constexpr useconds_t kErrorPauseUs = 10000;
 
-zx::UniqueFd open_input(const Input& input, const std::string& interface) {
-    // A second source waits in the backlog until the first has ended.
-    return input.is_udp ? open_udp_source(input.endpoint, interface)
-                        : open_listener(input.endpoint, 1);
-}
-
 }  // namespace
 
-Source::Source(const Input& input, const std::string& interface, bool once, Channel& channel,
-               Stats& stats)
-    : is_udp_(input.is_udp),
+Source::Source(zx::UniqueFd socket, bool is_udp, bool once, Channel& channel, Stats& stats)
+    : is_udp_(is_udp),
       once_(once),
       channel_(channel),
       stats_(stats),
-      socket_(open_input(input, interface)),
-      buffer_(kLargestMessage) {}
+      socket_(std::move(socket)),
+      interrupted_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      epfd_(zxepoll_innerapi_open(1, __func__, __LINE__)),
+      buffer_(kLargestMessage) {
+    if (zxepoll_add(epfd_, socket_.get(), EPOLLIN) != 0 ||
+        zxepoll_add(epfd_, interrupted_.get(), EPOLLIN) != 0) {
+        zxepoll_close(&epfd_);
+        throw tools::system_failure("cannot wait for the source");
+    }
+}
+
+Source::~Source() {
+    zxepoll_close(&epfd_);
+}
 
 void Source::run(Worker& worker) {
     if (is_udp_) {
@@ -47,8 +58,9 @@ void Source::run(Worker& worker) {
 }
 
 void Source::interrupt() {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t put = write(interrupted_.get(), &one, sizeof one);
     const std::scoped_lock lock(connection_mutex_);
-    shutdown(socket_.get(), SHUT_RDWR);
     if (connection_ >= 0) {
         shutdown(connection_, SHUT_RD);
     }
@@ -56,6 +68,9 @@ void Source::interrupt() {
 
 void Source::receive_datagrams(Worker& worker) {
     while (!worker.stopping()) {
+        if (!await()) {
+            continue;
+        }
         const std::int32_t size = receive(socket_.get(), kWaitMs);
         if (size > 0) {
             const std::span datagram(buffer_.data(), static_cast<std::size_t>(size));
@@ -72,10 +87,8 @@ void Source::receive_datagrams(Worker& worker) {
 }
 
 void Source::serve_connections(Worker& worker) {
-    int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
-    zxepoll_add(epfd, socket_.get(), EPOLLIN);
     while (!worker.stopping() && !finished_) {
-        if (zxepoll_waitfd_timeout_noopt(epfd, socket_.get(), kReadable, kWaitMs) != 0) {
+        if (!await()) {
             continue;
         }
         std::string peer;
@@ -88,7 +101,6 @@ void Source::serve_connections(Worker& worker) {
         ZX_LOG(notice, "source %s has ended", peer.c_str());
         finished_ = once_;
     }
-    zxepoll_close(&epfd);
 }
 
 void Source::receive_stream(Worker& worker, int fd) {
@@ -118,6 +130,15 @@ void Source::receive_stream(Worker& worker, int fd) {
     report_losses();
     const std::scoped_lock lock(connection_mutex_);
     connection_ = -1;
+}
+
+// True when there is something to take from the socket. A shutdown of the socket would end the
+// wait, too, and the socket: it is a watchdog's as well.
+bool Source::await() {
+    epoll_event events[2];
+    const int count = zxepoll_wait_timeout(epfd_, events, 2, kWaitMs);
+    return std::any_of(events, events + std::max(count, 0),
+                       [this](const epoll_event& event) { return event.data.fd == socket_.get(); });
 }
 
 // Bytes, or what zxnet_api_epollRecv says of their absence.

@@ -3,11 +3,10 @@
 
 #include <atomic>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "channel.hpp"
-#include "net.hpp"
+#include "internal/guard.hpp"
 #include "packetizer.hpp"
 #include "stats.hpp"
 #include "worker.hpp"
@@ -16,9 +15,11 @@ namespace relay {
 
 class Source {
 public:
-    // Opens the socket; throws a Failure when that is not possible.
-    Source(const Input& input, const std::string& interface, bool once, Channel& channel,
-           Stats& stats);
+    // `socket` receives datagrams, or is the listener for TCP sources.
+    Source(zx::UniqueFd socket, bool is_udp, bool once, Channel& channel, Stats& stats);
+    ~Source();
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
 
     // The body of the receiving thread.
     void run(Worker& worker);
@@ -33,6 +34,7 @@ private:
     void receive_datagrams(Worker& worker);
     void serve_connections(Worker& worker);
     void receive_stream(Worker& worker, int fd);
+    bool await();
     std::int32_t receive(int fd, std::uint32_t wait_ms);
     void push(std::span<const std::uint8_t> message);
     void count_skipped(std::uint64_t bytes);
@@ -42,7 +44,9 @@ private:
     const bool once_;
     Channel& channel_;
     Stats& stats_;
-    zx::UniqueFd socket_;  // datagrams, or the listener
+    zx::UniqueFd socket_;
+    zx::UniqueFd interrupted_;  // readable for good
+    int epfd_;                  // waits for these two
     std::vector<std::uint8_t> buffer_;
     std::atomic<bool> finished_{false};
 

@@ -1,0 +1,57 @@
+#include "loopback.hpp"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include "internal/guard.hpp"
+
+namespace zx::test {
+
+sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+int connected(int type, int port) {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{10, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    return fd;
+}
+
+int free_port(int type) {
+    const zx::UniqueFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    sockaddr_in address = loopback(0);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+    getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
+}
+
+void send_all(int fd, const Bytes& bytes) {
+    std::size_t at = 0;
+    while (at < bytes.size()) {
+        const ssize_t sent = send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+        ASSERT_GT(sent, 0);
+        at += static_cast<std::size_t>(sent);
+    }
+}
+
+Bytes receive_all(int fd, std::size_t limit) {
+    Bytes bytes;
+    std::uint8_t chunk[65536];
+    ssize_t size;
+    while (bytes.size() < limit && (size = recv(fd, chunk, sizeof chunk, 0)) > 0) {
+        bytes.insert(bytes.end(), chunk, chunk + size);
+    }
+    return bytes;
+}
+
+}  // namespace zx::test

@@ -1,0 +1,27 @@
+// Sockets on loopback for tests.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace zx::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+sockaddr_in loopback(int port);
+
+// A connected socket whose receiving waits 10 s at most.
+int connected(int type, int port);
+
+// A port that nobody uses now.
+int free_port(int type);
+
+void send_all(int fd, const Bytes& bytes);
+
+// Everything until the other side closes, or `limit` bytes.
+Bytes receive_all(int fd, std::size_t limit = SIZE_MAX);
+
+}  // namespace zx::test

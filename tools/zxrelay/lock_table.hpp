@@ -1,0 +1,13 @@
+// The library's table of locks as the status page shows it.
+#pragma once
+
+#include <vector>
+
+#include "snapshot.hpp"
+
+namespace relay {
+
+// For the only thread that makes and destroys locks meanwhile.
+std::vector<LockView> view_locks();
+
+}  // namespace relay

@@ -1,0 +1,104 @@
+#include "pid_file.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "common/failure.hpp"
+#include "internal/guard.hpp"
+
+namespace relay {
+namespace {
+
+constexpr off_t kLargestPidFile = 16;
+
+std::string g_path;
+int g_fd = -1;      // holds the lock
+pid_t g_owner = 0;  // removes the file; children have it, too, and are somebody else
+
+// Tells whether the path still names the file: whoever ended meanwhile has removed it.
+bool is_at_path(int fd) {
+    struct stat opened;
+    struct stat named;
+    return fstat(fd, &opened) == 0 && stat(g_path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+[[noreturn]] void fail(const char* what) {
+    throw tools::system_failure(std::string(what) + " the pid file " + g_path);
+}
+
+zx::UniqueFd open_locked() {
+    zx::UniqueFd fd(open(g_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+    struct stat st {};
+    if (fd.get() < 0 || fstat(fd.get(), &st) != 0) {
+        fail("cannot write");
+    }
+    if (!S_ISREG(st.st_mode) || st.st_size > kLargestPidFile) {
+        throw tools::Failure(g_path + " is no pid file");
+    }
+    if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK) {
+            throw tools::Failure("the pid file " + g_path + " belongs to a relay that runs");
+        }
+        fail("cannot lock");
+    }
+    return fd;
+}
+
+}  // namespace
+
+void claim_pid_file(const std::string& path) {
+    g_path = std::filesystem::absolute(path);
+    do {
+        g_fd = fcntl(open_locked().get(), F_DUPFD_CLOEXEC, 0);
+        if (g_fd < 0) {
+            fail("cannot keep");
+        }
+        if (!is_at_path(g_fd)) {
+            close(g_fd);
+            g_fd = -1;
+        }
+    } while (g_fd < 0);
+    g_owner = getpid();
+    std::atexit(remove_pid_file);
+}
+
+void write_pid_file() {
+    if (g_fd < 0) {
+        return;
+    }
+    g_owner = getpid();
+    const std::string text = std::to_string(g_owner) + "\n";
+    if (ftruncate(g_fd, 0) != 0 ||
+        pwrite(g_fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        fail("cannot write");
+    }
+}
+
+void inherit_pid_file() {
+    g_owner = getpid();
+}
+
+void leave_pid_file() {
+    g_owner = 0;
+}
+
+void remove_pid_file() {
+    if (g_fd < 0 || g_owner != getpid() || !is_at_path(g_fd)) {
+        return;
+    }
+    if (unlink(g_path.c_str()) != 0) {
+        // The user that the relay works as may not: what stays names nobody.
+        [[maybe_unused]] const int result = ftruncate(g_fd, 0);
+    }
+}
+
+}  // namespace relay

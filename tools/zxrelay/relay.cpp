@@ -1,0 +1,116 @@
+#include "relay.hpp"
+
+#include <time.h>
+
+#include <optional>
+
+#include "channel.hpp"
+#include "fanout.hpp"
+#include "internal/log.hpp"
+#include "monitor.hpp"
+#include "snapshot.hpp"
+#include "source.hpp"
+#include "stats.hpp"
+#include "store.hpp"
+#include "worker.hpp"
+#include "zxlog.h"
+#include "zxmd.h"
+#include "zxmem.h"
+
+namespace relay {
+namespace {
+
+constexpr char kTag[] = "RELAY";
+constexpr std::uint64_t kMicro = 1000000;
+constexpr int kBacklog = 128;
+
+// The listing is information; whoever asks for it by a signal gets it at every level but 0.
+void show_memory() {
+    const std::uint32_t level = zxlog_api_getLoglevel();
+    if (level == 0) {
+        return;
+    }
+    zxlog_api_setLoglevel(level < 4 ? 4 : level);
+    zxmem_api_showBlock();
+    zxlog_api_setLoglevel(level);
+}
+
+// The number of the next signal, 0 when `micros` pass without one.
+int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
+    const timespec wait{static_cast<time_t>(micros / kMicro),
+                        static_cast<long>(micros % kMicro * 1000)};
+    const int number = sigtimedwait(&set, nullptr, &wait);
+    return number > 0 ? number : 0;
+}
+
+}  // namespace
+
+Relay::Relay(const Options& options)
+    : options_(options),
+      input_(parse_input(options.input)),
+      output_(parse_output(options.output)),
+      source_(open_source(input_, options.interface)),
+      listener_(open_listener(output_, kBacklog)) {}
+
+Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& is_up) {
+    Stats stats;
+    Board board;
+    Channel channel(static_cast<std::uint32_t>(options_.fifo_size));
+    std::optional<Store> store;
+    if (options_.keep_sec != 0) {
+        store.emplace(options_.keep_sec);
+    }
+    Source source(std::move(source_), input_.is_udp, options_.once, channel, stats);
+    Fanout fanout(std::move(listener_),
+                  {static_cast<std::uint32_t>(options_.client_buffer), options_.stall_sec}, channel,
+                  store ? &*store : nullptr, stats, board);
+    Monitor monitor(stats, channel);
+    Worker sender("relay-send", [&](Worker& worker) { fanout.run(worker); });
+    Worker receiver("relay-receive", [&](Worker& worker) { source.run(worker); });
+    sender.start();
+    receiver.start();
+    ZX_LOG(notice, "relaying %s to clients of %s", options_.input.c_str(), output_.text().c_str());
+    is_up();
+
+    const auto is_delivered = [&] {
+        return source.finished() && channel.empty() && fanout.drained();
+    };
+    const End end = watch(signals, is_delivered, monitor);
+
+    source.interrupt();
+    receiver.stop();
+    channel.close();
+    sender.stop();
+    if (options_.stats) {
+        monitor.print();
+    }
+    return end;
+}
+
+Relay::End Relay::watch(const sigset_t& signals, const std::function<bool()>& is_delivered,
+                        Monitor& monitor) const {
+    const std::uint64_t wait_us = options_.once ? kMicro / 20 : kMicro;
+    std::uint64_t last_save = 0;
+    for (;;) {
+        if (!options_.log_file.empty() && zxmd_api_timeToSave(&last_save) == 1) {
+            zxmd_api_newMsgFile(options_.log_file.c_str());
+        }
+        const int number = wait_for_signal(signals, wait_us);
+        if (number == SIGINT || number == SIGTERM) {
+            ZX_LOG(notice, "ended by signal %d", number);
+            return End::signal;
+        }
+        if (number == SIGUSR1) {
+            show_memory();
+        }
+        if (is_delivered()) {
+            ZX_LOG(notice, "%s", "the stream is delivered");
+            return End::delivered;
+        }
+        if (options_.stats) {
+            monitor.print_when_due();
+        }
+    }
+}
+
+}  // namespace relay

@@ -1,0 +1,162 @@
+#include "service.hpp"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/failure.hpp"
+#include "internal/log.hpp"
+#include "pid_file.hpp"
+#include "watchdog.hpp"
+#include "zxmd.h"
+
+namespace relay {
+namespace {
+
+constexpr char kTag[] = "RELAY";
+constexpr char kUp[] = "up";
+
+void say(const std::string& sentence) {
+    std::fprintf(stderr, "zxrelay: %s\n", sentence.c_str());
+}
+
+// What the daemon says until it is up or is no more.
+std::string hear(int fd) {
+    std::string said;
+    char chunk[512];
+    ssize_t size;
+    while (said != kUp && (size = read(fd, chunk, sizeof chunk)) != 0) {
+        if (size > 0) {
+            said.append(chunk, static_cast<std::size_t>(size));
+        } else if (errno != EINTR) {
+            break;
+        }
+    }
+    return said;
+}
+
+[[noreturn]] void await_daemon(int fd) {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);  // this wait can be broken off
+    const std::string said = hear(fd);
+    if (said == kUp) {
+        leave_pid_file();
+        std::exit(EXIT_SUCCESS);
+    }
+    say(said.empty() ? "the daemon has ended before it was up" : said);
+    std::exit(EXIT_FAILURE);
+}
+
+// A client is a descriptor. zxmd_api_setUlimit() would also change a limit of the whole machine.
+void allow_many_clients() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+}  // namespace
+
+void fill_standard_descriptors() {
+    int fd;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
+Service::Service(const Options& options) : options_(options) {
+    if (options.daemon) {
+        close_range(STDERR_FILENO + 1, ~0U, 0);
+    }
+}
+
+// A supervisor that was killed could not remove the pid file.
+Service::~Service() {
+    if (watchdog::is_orphan()) {
+        inherit_pid_file();
+    }
+}
+
+void Service::enter() {
+    is_entered_ = true;
+    if (!options_.pid_file.empty()) {
+        claim_pid_file(options_.pid_file);
+    }
+    if (options_.daemon) {
+        detach();
+    }
+    write_pid_file();
+    if (options_.watchdog) {
+        watchdog::enter(remove_pid_file);
+    }
+    allow_many_clients();
+    if (!options_.user.empty()) {
+        change_user();
+    }
+    watchdog::follow_supervisor();
+}
+
+// zxmd_api_startDaemon() lets its caller end at once. With one more process before it, the one that
+// was started can wait and tell what became of the daemon.
+void Service::detach() {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        throw tools::system_failure("cannot become a daemon");
+    }
+    zx::UniqueFd daemon(ends[0]);
+    starter_.emplace(ends[1]);
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0) {
+        throw tools::system_failure("cannot become a daemon");
+    }
+    if (child > 0) {
+        starter_.reset();
+        await_daemon(daemon.get());
+    }
+    if (zxmd_api_startDaemon("/") != 0) {
+        throw tools::Failure("cannot become a daemon");
+    }
+    fill_standard_descriptors();
+}
+
+void Service::change_user() const {
+    if (const int code = zxmd_api_changeUser(options_.user.c_str()); code != 0) {
+        throw tools::Failure("cannot become the user " + options_.user + " (" +
+                             std::to_string(code) + ", see the log)");
+    }
+}
+
+void Service::announce_up() {
+    watchdog::set_phase(watchdog::Phase::up);
+    if (starter_) {
+        send(starter_->get(), kUp, sizeof kUp - 1, MSG_NOSIGNAL);
+        starter_.reset();
+    }
+}
+
+void Service::announce_delivered() {
+    watchdog::set_phase(watchdog::Phase::delivered);
+}
+
+void Service::report(const std::string& sentence) {
+    say(sentence);
+    if (starter_) {
+        send(starter_->get(), sentence.data(), sentence.size(), MSG_NOSIGNAL);
+    }
+    if (is_entered_ && !options_.log_file.empty()) {
+        ZX_LOG(error, "%s", sentence.c_str());
+    }
+}
+
+}  // namespace relay

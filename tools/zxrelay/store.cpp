@@ -1,0 +1,140 @@
+#include "store.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+#include "channel.hpp"
+#include "common/failure.hpp"
+#include "zxtime.h"
+
+namespace relay {
+namespace {
+
+constexpr char kName[] = "store";
+constexpr std::uint64_t kMicro = 1000000;
+
+// A node holds a quarter of a second, or less when that is much: it ends with the first message
+// beyond the size. However fast the stream is, there are no more than 50 a second of them.
+constexpr std::uint64_t kLongestUs = 250000;
+constexpr std::uint64_t kShortestUs = 20000;
+constexpr std::size_t kNodeSize = 256U << 10U;
+
+// A node's buffer begins with the number of its first packet.
+constexpr std::size_t kHeadSize = sizeof(std::uint64_t);
+
+std::uint64_t first_of(const IdList_ctt& node) {
+    std::uint64_t first;
+    std::memcpy(&first, node.data, sizeof first);
+    return first;
+}
+
+std::uint64_t end_of(const IdList_ctt& node) {
+    return first_of(node) + (node.size - kHeadSize) / kPacketSize;
+}
+
+}  // namespace
+
+Store::Store(unsigned keep_sec) {
+    list_.keep_seconds = keep_sec;
+    if (zxfifo_api_shareListInit(&list_, kName) != 0) {
+        throw tools::Failure("there is no memory for the store");
+    }
+    bundle_.reserve(kNodeSize + kLargestMessage);
+}
+
+Store::~Store() {
+    zxfifo_api_shareListDeinit(&list_);
+}
+
+void Store::add(std::span<const std::uint8_t> message) {
+    if (bundle_.empty()) {
+        bundle_start_us_ = zxtime_api_upTimeUs();
+    }
+    bundle_.insert(bundle_.end(), message.begin(), message.end());
+}
+
+int Store::due_ms() const {
+    if (bundle_.empty()) {
+        return -1;
+    }
+    const std::uint64_t limit = bundle_.size() < kNodeSize ? kLongestUs : kShortestUs;
+    const std::uint64_t age = zxtime_api_upTimeUs() - bundle_start_us_;
+    return age >= limit ? 0 : static_cast<int>((limit - age + 999) / 1000);
+}
+
+bool Store::close_when_due() {
+    const bool is_due = due_ms() == 0;
+    if (is_due) {
+        close();
+    }
+    return is_due;
+}
+
+void Store::close() {
+    const auto size = static_cast<std::uint32_t>(kHeadSize + bundle_.size());
+    // Without memory the node is missing, which readers see by the numbers.
+    if (IdList_ctt* const node = zxfifo_api_shareListMalloc(size, kName); node != nullptr) {
+        std::memcpy(node->data, &end_, kHeadSize);
+        std::memcpy(node->data + kHeadSize, bundle_.data(), bundle_.size());
+        zxfifo_api_shareListIn(&list_, node);
+    }
+    end_ += bundle_.size() / kPacketSize;
+    bundle_.clear();
+}
+
+Store::Place Store::back(std::uint64_t seconds) {
+    const std::uint64_t since =
+        zxtime_api_us() - std::min<std::uint64_t>(seconds, list_.keep_seconds) * kMicro;
+    const IdList_ctt* const node = zxfifo_api_shareListRead(&list_, since);
+    if (node == nullptr || node->time < since) {
+        return {end_};  // all is older; what is being bundled is not
+    }
+    return {first_of(*node), node, first_of(*node)};
+}
+
+// The node that holds the place, or the next one behind it; nullptr when there is none yet.
+const IdList_ctt* Store::locate(Place& place) const {
+    const IdList_ctt* node = list_.head;
+    if (node == nullptr) {
+        return nullptr;
+    }
+    if (place.node != nullptr && first_of(*node) <= place.node_first) {
+        node = place.node;
+    }
+    while (place.packet >= end_of(*node) && node->next != nullptr) {
+        node = node->next;
+    }
+    place.node = node;
+    place.node_first = first_of(*node);
+    return place.packet < end_of(*node) ? node : nullptr;
+}
+
+std::span<const std::uint8_t> Store::read(Place& place, std::span<std::uint8_t> out,
+                                          std::uint64_t& lost) const {
+    const IdList_ctt* const node = locate(place);
+    if (node == nullptr) {
+        return {};
+    }
+    if (place.packet < place.node_first) {
+        lost += place.node_first - place.packet;
+        place.packet = place.node_first;
+    }
+    const std::uint64_t packets =
+        std::min<std::uint64_t>(end_of(*node) - place.packet, out.size() / kPacketSize);
+    const std::size_t size = packets * kPacketSize;
+    std::memcpy(out.data(),
+                node->data + kHeadSize + (place.packet - place.node_first) * kPacketSize, size);
+    place.packet += packets;
+    return out.first(size);
+}
+
+std::uint64_t Store::waiting(const Place& place) const {
+    const std::uint64_t end = list_.head != nullptr ? end_of(*list_.tail) : 0;
+    return end > place.packet ? (end - place.packet) * kPacketSize : 0;
+}
+
+std::uint64_t Store::bytes() const {
+    return list_.head != nullptr ? (end_of(*list_.tail) - first_of(*list_.head)) * kPacketSize : 0;
+}
+
+}  // namespace relay

@@ -1,0 +1,174 @@
+#include "watchdog.hpp"
+
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+#include "common/failure.hpp"
+#include "internal/log.hpp"
+#include "zxmd.h"
+
+namespace relay::watchdog {
+namespace {
+
+constexpr char kTag[] = "RELAY";
+constexpr long kStepNs = 5000000;
+constexpr int kEndSteps = 2000;  // then a worker that does not end is killed
+
+// In a page that the supervisor and its workers share.
+struct Shared {
+    std::atomic<pid_t> worker{0};
+    std::atomic<Phase> phase{Phase::starting};
+};
+
+Shared* g_shared = nullptr;  // none without a watchdog
+pid_t g_supervisor = 0;
+bool g_is_supervisor = false;
+bool g_had_worker = false;
+void (*g_at_end)() = nullptr;
+
+// A child that has ended and that nobody has waited for does not count: its number is still taken,
+// but there is nothing to tell it.
+bool has_living_worker() {
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+}
+
+// The number is missing for a moment behind a fork: the worker itself says it.
+void tell_worker(int number) {
+    const pid_t worker = g_shared->worker;
+    if (worker != 0) {
+        kill(worker, number);
+    }
+}
+
+[[noreturn]] void end_supervisor(int code) {
+    g_at_end();
+    _exit(code);
+}
+
+void end_by_signal(int number) {
+    ZX_LOG(notice, "the watchdog is ended by signal %d", number);
+    const timespec step{0, kStepNs};
+    for (int i = 0; has_living_worker() && i < kEndSteps; ++i) {
+        tell_worker(SIGTERM);
+        nanosleep(&step, nullptr);
+    }
+    while (has_living_worker()) {
+        tell_worker(SIGKILL);
+        nanosleep(&step, nullptr);
+    }
+    end_supervisor(EXIT_SUCCESS);
+}
+
+void pass_on(int number) {
+    const int code = errno;
+    if (has_living_worker()) {
+        tell_worker(number);
+    }
+    errno = code;
+}
+
+void mask_signals(int how) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGINT, SIGTERM, SIGUSR1}) {
+        sigaddset(&set, number);
+    }
+    pthread_sigmask(how, &set, nullptr);
+}
+
+void handle(int number, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigfillset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(number, &action, nullptr);
+}
+
+// The three sides of each fork of the watchdog. The supervisor takes signals only between forks,
+// so that none is lost and no worker is overlooked.
+void before_fork() {
+    if (!g_is_supervisor) {
+        return;
+    }
+    mask_signals(SIG_BLOCK);
+    const Phase phase = g_shared->phase;
+    if (g_had_worker && phase != Phase::up) {
+        end_supervisor(phase == Phase::delivered ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    g_had_worker = true;
+    g_shared->worker = 0;
+}
+
+void behind_fork_in_supervisor() {
+    if (!g_is_supervisor) {
+        return;
+    }
+    handle(SIGINT, end_by_signal);
+    handle(SIGTERM, end_by_signal);
+    handle(SIGUSR1, pass_on);
+    mask_signals(SIG_UNBLOCK);
+}
+
+void behind_fork_in_worker() {
+    if (g_is_supervisor) {
+        g_is_supervisor = false;
+        g_shared->worker = getpid();
+    }
+}
+
+std::int32_t go_on(void*) {
+    return 0;
+}
+
+}  // namespace
+
+void enter(void (*at_end)()) {
+    void* const page =
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED ||
+        pthread_atfork(before_fork, behind_fork_in_supervisor, behind_fork_in_worker) != 0) {
+        throw tools::Failure("there is no memory for the watchdog");
+    }
+    g_shared = new (page) Shared;
+    g_supervisor = getpid();
+    g_is_supervisor = true;
+    g_at_end = at_end;
+    zxmd_api_watchdog(go_on, nullptr);
+    // The library only logs these, and a real fault would come again for ever.
+    for (const int number : {SIGILL, SIGTRAP, SIGABRT, SIGBUS, SIGFPE}) {
+        signal(number, SIG_DFL);
+    }
+}
+
+void set_phase(Phase phase) {
+    if (g_shared != nullptr) {
+        g_shared->phase = phase;
+    }
+}
+
+void follow_supervisor() {
+    if (g_shared == nullptr) {
+        return;
+    }
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (is_orphan()) {
+        raise(SIGTERM);  // it died before
+    }
+}
+
+bool is_orphan() {
+    return g_shared != nullptr && getppid() != g_supervisor;
+}
+
+}  // namespace relay::watchdog
