@@ -5,8 +5,10 @@ set -euo pipefail
 
 packages_of() {
     case $1 in
-        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev libpcap-dev ;;
-        test) echo libgtest-dev libgmock-dev clang-format curl ffmpeg iproute2 python3 tshark ;;
+        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
+                    libmicrohttpd-dev libpcap-dev ;;
+        test) echo libgtest-dev libgmock-dev clang-format chromium chromium-driver curl ffmpeg \
+                   iproute2 jq python3 tshark ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
                     libjack-jackd2-dev libtins-dev ;;
         fuzz) echo clang libclang-rt-14-dev ;;

@@ -11,6 +11,7 @@
 #include "snapshot.hpp"
 #include "source.hpp"
 #include "stats.hpp"
+#include "status.hpp"
 #include "store.hpp"
 #include "worker.hpp"
 #include "zxlog.h"
@@ -67,6 +68,12 @@ Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& is_u
     Monitor monitor(stats, channel);
     Worker sender("relay-send", [&](Worker& worker) { fanout.run(worker); });
     Worker receiver("relay-receive", [&](Worker& worker) { source.run(worker); });
+    std::optional<StatusServer> status;
+    if (!options_.status.empty()) {
+        status.emplace(parse_output(options_.status),
+                       Facts{options_.input, output_.text(), options_.fifo_size}, stats, channel,
+                       board);
+    }
     sender.start();
     receiver.start();
     ZX_LOG(notice, "relaying %s to clients of %s", options_.input.c_str(), output_.text().c_str());

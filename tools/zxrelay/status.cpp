@@ -1,0 +1,138 @@
+#include "status.hpp"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "common/failure.hpp"
+#include "status_files.hpp"
+#include "zxtime.h"
+
+namespace relay {
+namespace {
+
+constexpr std::uint64_t kMicro = 1000000;
+constexpr std::size_t kSamples = 121;  // two minutes, from end to end
+constexpr unsigned kMemoryShare = 20;  // the memory table takes a twentieth of the time at most
+constexpr int kPriority = 10;          // the stream comes first
+constexpr unsigned kPauseUs = 1000;    // between two rounds: bounds what strangers can cost
+
+constexpr char kHtml[] = "text/html; charset=utf-8";
+constexpr char kCss[] = "text/css; charset=utf-8";
+constexpr char kScript[] = "text/javascript; charset=utf-8";
+constexpr char kJson[] = "application/json";
+
+std::uint64_t per_second(std::uint64_t bytes, std::uint64_t micros) {
+    return bytes * kMicro / std::max<std::uint64_t>(micros, 1);
+}
+
+}  // namespace
+
+StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats,
+                           const Channel& channel, const Board& board)
+    : facts_(std::move(facts)),
+      stats_(stats),
+      channel_(channel),
+      board_(board),
+      start_us_(zxtime_api_upTimeUs()),
+      sampled_us_(start_us_),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      http_(endpoint),
+      worker_("relay-status", [this](Worker& worker) { run(worker); }) {
+    if (wake_.get() < 0) {
+        throw tools::Failure("there is no descriptor for the status page");
+    }
+    route();
+    worker_.start();
+}
+
+StatusServer::~StatusServer() {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
+    worker_.stop();
+}
+
+void StatusServer::route() {
+    const auto add_file = [this](const char* path, std::string_view text, const char* type) {
+        http_.add(path, [file = Answer(text, type)] { return file; });
+    };
+    add_file("/", kStatusPage, kHtml);
+    add_file("/status.css", kStatusStyle, kCss);
+    add_file("/status.js", kStatusScript, kScript);
+    http_.add("/memory", [this] { return memory_page(); });
+    http_.add("/live.json", [this] { return json(false); });
+    http_.add("/status.json", [this] { return json(true); });
+}
+
+void StatusServer::run(Worker& worker) {
+    setpriority(PRIO_PROCESS, 0, kPriority);  // of this thread alone
+    while (!worker.stopping()) {
+        pollfd fds[] = {{http_.fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
+        poll(fds, std::size(fds), wait_ms());
+        if (zxtime_api_upTimeUs() - sampled_us_ >= kMicro) {
+            take_sample();
+        }
+        http_.serve();
+        usleep(kPauseUs);
+    }
+}
+
+int StatusServer::wait_ms() const {
+    const std::uint64_t passed_ms = (zxtime_api_upTimeUs() - sampled_us_) / 1000;
+    return http_.wait_ms(passed_ms < 1000 ? static_cast<int>(1000 - passed_ms) : 0);
+}
+
+void StatusServer::take_sample() {
+    const std::uint64_t now = zxtime_api_upTimeUs();
+    const std::uint64_t in = stats_.bytes_in;
+    const std::uint64_t out = stats_.bytes_out;
+    const std::uint64_t passed = now - sampled_us_;
+    history_.push_back(
+        {per_second(in - sampled_in_, passed), per_second(out - sampled_out_, passed)});
+    if (history_.size() > kSamples) {
+        history_.pop_front();
+    }
+    sampled_us_ = now;
+    sampled_in_ = in;
+    sampled_out_ = out;
+    live_json_ = {};
+    status_json_ = {};
+}
+
+const std::string& StatusServer::memory() {
+    const std::uint64_t now = zxtime_api_upTimeUs();
+    if (now >= memory_due_us_) {
+        memory_page_ = {};
+        memory_ = memory_table(board_.read()->tracked_buffers);
+        const std::uint64_t took = zxtime_api_upTimeUs() - now;
+        memory_due_us_ = now + std::max(kMicro, kMemoryShare * took);
+    }
+    return memory_;
+}
+
+// One copy for everybody: a store of many nodes makes a table of megabytes.
+Answer StatusServer::memory_page() {
+    const std::string& table = memory();
+    if (!memory_page_) {
+        memory_page_ = Answer(table, kHtml);
+    }
+    return memory_page_;
+}
+
+Answer StatusServer::json(bool with_memory) {
+    Answer& kept = with_memory ? status_json_ : live_json_;
+    if (!kept) {
+        const auto snapshot = board_.read();
+        const Report report{facts_,          stats_,
+                            *snapshot,       history_,
+                            channel_.fill(), (zxtime_api_upTimeUs() - start_us_) / kMicro};
+        kept = Answer(to_json(report, with_memory ? &memory() : nullptr), kJson);
+    }
+    return kept;
+}
+
+}  // namespace relay

@@ -1,0 +1,66 @@
+// The status page: what the relay does now, for a browser and, as JSON, for programs.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+
+#include "channel.hpp"
+#include "internal/guard.hpp"
+#include "net.hpp"
+#include "snapshot.hpp"
+#include "stats.hpp"
+#include "status_http.hpp"
+#include "status_report.hpp"
+#include "worker.hpp"
+
+namespace relay {
+
+// One thread of low priority serves everybody and takes the samples of the chart. Whatever the
+// number of requests, an answer is made once a second at most.
+class StatusServer {
+public:
+    // Serves until the destructor; a Failure says why it cannot.
+    StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats, const Channel& channel,
+                 const Board& board);
+    ~StatusServer();
+    StatusServer(const StatusServer&) = delete;
+    StatusServer& operator=(const StatusServer&) = delete;
+
+    [[nodiscard]] int port() const { return http_.port(); }
+
+private:
+    void route();
+    void run(Worker& worker);
+    void take_sample();
+    [[nodiscard]] int wait_ms() const;
+    const std::string& memory();
+    Answer memory_page();
+    Answer json(bool with_memory);
+
+    const Facts facts_;
+    const Stats& stats_;
+    const Channel& channel_;
+    const Board& board_;
+    const std::uint64_t start_us_;
+
+    std::deque<Rates> history_;  // newest last
+    std::uint64_t sampled_us_;
+    std::uint64_t sampled_in_ = 0;
+    std::uint64_t sampled_out_ = 0;
+
+    std::string memory_;
+    std::uint64_t memory_due_us_ = 0;  // not made again before
+
+    Answer memory_page_;  // of the same table
+
+    // Made for the first who asks, and forgotten with the next sample.
+    Answer live_json_;
+    Answer status_json_;
+
+    zx::UniqueFd wake_;
+    HttpServer http_;
+    Worker worker_;
+};
+
+}  // namespace relay

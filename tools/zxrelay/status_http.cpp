@@ -1,0 +1,153 @@
+#include "status_http.hpp"
+
+#include <microhttpd.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "common/failure.hpp"
+
+namespace relay {
+namespace {
+
+constexpr int kBacklog = 128;
+constexpr unsigned kConnections = 64;
+constexpr unsigned kConnectionsPerAddress = 16;
+constexpr unsigned kIdleSec = 5;
+constexpr std::size_t kRequestSize = 8192;  // with its headers, and those of the answer
+
+constexpr char kText[] = "text/plain; charset=utf-8";
+
+// Style attributes are allowed for the memory table, which comes with some.
+constexpr char kPolicy[] =
+    "default-src 'none'; script-src 'self'; style-src 'self'; style-src-attr 'unsafe-inline'; "
+    "connect-src 'self'; img-src data:; base-uri 'none'; form-action 'none'; "
+    "frame-ancestors 'none'";
+
+int local_port(int fd) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    // The port is at the same place for both families.
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
+}
+
+bool has_body(MHD_Connection* connection) {
+    for (const char* name : {MHD_HTTP_HEADER_CONTENT_LENGTH, MHD_HTTP_HEADER_TRANSFER_ENCODING}) {
+        const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+        if (value != nullptr && std::strcmp(value, "0") != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+Answer::Answer(std::string_view body, const char* content_type, unsigned status) : status_(status) {
+    // The library copies the body; it only asks for a pointer that could be written to.
+    MHD_Response* const response = MHD_create_response_from_buffer(
+        body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY);
+    if (response == nullptr) {
+        throw std::bad_alloc();
+    }
+    response_ = {response, MHD_destroy_response};
+    const std::pair<const char*, const char*> headers[] = {
+        {MHD_HTTP_HEADER_CONTENT_TYPE, content_type},
+        {MHD_HTTP_HEADER_CACHE_CONTROL, "no-store"},
+        {MHD_HTTP_HEADER_CONTENT_SECURITY_POLICY, kPolicy},
+        {MHD_HTTP_HEADER_X_CONTENT_TYPE_OPTIONS, "nosniff"},
+        {"Referrer-Policy", "no-referrer"},
+    };
+    for (const auto& [name, value] : headers) {
+        if (MHD_add_response_header(response, name, value) != MHD_YES) {
+            throw std::bad_alloc();
+        }
+    }
+    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+    }
+}
+
+// The way from the library to the server.
+struct Callback {
+    static MHD_Result handle(void* self, MHD_Connection* connection, const char* path,
+                             const char* method, const char* /*version*/, const char* /*upload*/,
+                             std::size_t* /*upload_size*/, void** request) {
+        // The first call comes with the headers; what is answered then ends the connection.
+        const bool is_first_call = *request == nullptr;
+        *request = self;
+        return static_cast<MHD_Result>(
+            static_cast<HttpServer*>(self)->answer(connection, path, method, is_first_call));
+    }
+};
+
+HttpServer::HttpServer(const Endpoint& endpoint)
+    : not_found_("There is no such page.\n", kText, MHD_HTTP_NOT_FOUND),
+      not_allowed_("Only GET and HEAD are served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED),
+      too_large_("A request has no body here.\n", kText, MHD_HTTP_CONTENT_TOO_LARGE),
+      unavailable_("There is no memory for an answer.\n", kText, MHD_HTTP_SERVICE_UNAVAILABLE),
+      listener_(open_listener(endpoint, kBacklog)),
+      port_(local_port(listener_.get())),
+      daemon_(MHD_start_daemon(
+          MHD_USE_EPOLL, 0, nullptr, nullptr, Callback::handle, this, MHD_OPTION_LISTEN_SOCKET,
+          listener_.get(), MHD_OPTION_CONNECTION_MEMORY_LIMIT, kRequestSize,
+          MHD_OPTION_CONNECTION_LIMIT, kConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+          kConnectionsPerAddress, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSec,
+          MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END)) {
+    if (daemon_ == nullptr) {
+        throw tools::Failure("cannot serve the status page on " + endpoint.text());
+    }
+}
+
+HttpServer::~HttpServer() {
+    MHD_quiesce_daemon(daemon_);  // gives the listener back
+    MHD_stop_daemon(daemon_);
+}
+
+int HttpServer::fd() const {
+    return MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
+}
+
+int HttpServer::wait_ms(int limit) const {
+    MHD_UNSIGNED_LONG_LONG wait = 0;
+    if (MHD_get_timeout(daemon_, &wait) != MHD_YES) {
+        return limit;
+    }
+    return static_cast<int>(std::min<std::uint64_t>(wait, static_cast<std::uint64_t>(limit)));
+}
+
+void HttpServer::serve() {
+    MHD_run(daemon_);
+}
+
+int HttpServer::answer(MHD_Connection* connection, std::string_view path, std::string_view method,
+                       bool is_first_call) {
+    const auto queue = [&](const Answer& answer) {
+        return MHD_queue_response(connection, answer.status_, answer.response_.get());
+    };
+    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+        return queue(not_allowed_);
+    }
+    if (has_body(connection)) {
+        return queue(too_large_);
+    }
+    if (is_first_call) {
+        return MHD_YES;
+    }
+    const auto found = routes_.find(path);
+    if (found == routes_.end()) {
+        return queue(not_found_);
+    }
+    try {
+        return queue(found->second());
+    } catch (const std::exception&) {
+        return queue(unavailable_);
+    }
+}
+
+}  // namespace relay

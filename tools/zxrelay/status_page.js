@@ -1,0 +1,219 @@
+// Fills the page once a second from live.json. Texts are set as texts; only the allocator's table
+// comes as HTML.
+"use strict";
+
+const kPollMs = 1000;
+const kMemoryMs = 5000;
+const kPatienceMs = 4000;
+const kLargestTable = 4 << 20; // bytes; some ten thousand buffers
+const kSteps = 120; // seconds from the left end of the chart to the right one
+
+const $ = (id) => document.getElementById(id);
+
+// -- numbers
+
+function scaled(value, step, units) {
+  let unit = 0;
+  while (value >= step && unit + 1 < units.length) {
+    value /= step;
+    ++unit;
+  }
+  const digits = unit === 0 || value >= 100 ? 0 : value >= 10 ? 1 : 2;
+  return `${value.toFixed(digits)}\u00a0${units[unit]}`;
+}
+const rate = (bytes) => scaled(bytes * 8, 1000, ["bit/s", "kbit/s", "Mbit/s", "Gbit/s"]);
+const size = (bytes) => scaled(bytes, 1024, ["B", "KiB", "MiB", "GiB", "TiB"]);
+const count = (number) => number.toLocaleString("en");
+const plural = (number, word) => `${count(number)} ${word}${number === 1 ? "" : "s"}`;
+
+function duration(seconds) {
+  const two = (number) => String(Math.floor(number)).padStart(2, "0");
+  const days = Math.floor(seconds / 86400);
+  const clock = `${two((seconds % 86400) / 3600)}:${two((seconds % 3600) / 60)}:${two(seconds % 60)}`;
+  return days === 0 ? clock : `${plural(days, "day")} ${clock}`;
+}
+
+// -- texts and tables; what has not changed is not touched
+
+function put(element, text, kind = null) {
+  if (element.textContent !== text) element.textContent = text;
+  if (kind !== null && element.className !== kind) element.className = kind;
+}
+
+// `rows`: arrays of [text, class].
+function fill(table, rows, empty) {
+  const body = table.tBodies[0];
+  const columns = table.tHead.rows[0].cells.length;
+  const wanted = rows.length > 0 ? rows : [[[empty, "empty"]]];
+  while (body.rows.length > wanted.length) body.deleteRow(-1);
+  wanted.forEach((cells, y) => {
+    const row = body.rows[y] ?? body.insertRow();
+    while (row.cells.length > cells.length) row.deleteCell(-1);
+    cells.forEach(([text, kind], x) => put(row.cells[x] ?? row.insertCell(), text, kind));
+    row.cells[0].colSpan = cells.length === 1 ? columns : 1;
+  });
+}
+
+// -- the chart
+
+const chart = { history: null, cursor: null };
+
+function shape(name, attributes, text = "") {
+  const element = document.createElementNS("http://www.w3.org/2000/svg", name);
+  for (const key in attributes) element.setAttribute(key, attributes[key]);
+  element.textContent = text;
+  return element;
+}
+
+// The distance of the grid's lines: 1, 2 or 5 with zeros, four lines at most.
+function grid_step(highest) {
+  const power = 10 ** Math.floor(Math.log10(highest / 4));
+  return [1, 2, 5, 10].find((factor) => factor * power * 4 >= highest) * power;
+}
+
+function draw() {
+  if (chart.history === null) return;
+  const svg = $("chart");
+  const { width, height } = svg.getBoundingClientRect();
+  const series = { out: chart.history.out_bytes_per_sec, in: chart.history.in_bytes_per_sec };
+  const step = grid_step(Math.max(...series.in, ...series.out, 1000) * 8);
+  const steps = Math.max(1, Math.ceil((Math.max(...series.in, ...series.out) * 8) / step));
+  const bottom = height - 22;
+  const top = 18;
+  const x = (age) => width * (1 - age / kSteps);
+  const y = (bytes) => bottom - ((bottom - top) * bytes * 8) / (step * steps);
+  const parts = [];
+
+  for (let i = 0; i <= steps; ++i) {
+    const at = Math.round(y((step * i) / 8)) + 0.5;
+    parts.push(shape("line", { x1: 0, x2: width, y1: at, y2: at, class: "grid" }));
+    if (i > 0) parts.push(shape("text", { x: 0, y: at - 5 }, rate((step * i) / 8).replace(/\.0+(?=\D)/, "")));
+  }
+  for (const [age, text, anchor] of [[120, "2 min ago", "start"], [60, "1 min ago", "middle"], [0, "now", "end"]]) {
+    parts.push(shape("text", { x: x(age), y: height - 4, "text-anchor": anchor }, text));
+  }
+  for (const name in series) {
+    const values = series[name];
+    if (values.length === 0) continue;
+    const points = values.map((value, i) => `${x(values.length - 1 - i).toFixed(1)} ${y(value).toFixed(1)}`);
+    if (name === "out") {
+      const area = `M${x(values.length - 1)} ${bottom}L${points.join("L")}L${width} ${bottom}Z`;
+      parts.push(shape("path", { d: area, class: "area" }));
+    }
+    parts.push(shape("path", { d: `M${points.join("L")}`, class: `line ${name}` }));
+  }
+  if (chart.cursor !== null) parts.push(shape("line", { x1: x(chart.cursor), x2: x(chart.cursor), y1: top, y2: bottom, class: "cursor" }));
+  svg.replaceChildren(...parts);
+  read_out(series, x, width);
+}
+
+function read_out(series, x, width) {
+  const age = chart.cursor;
+  const index = series.in.length - 1 - age;
+  const known = age !== null && index >= 0;
+  const when = age === 0 ? "now" : `${age} s ago`;
+  put($("readout"), known ? `${when}: in ${rate(series.in[index])}, out ${rate(series.out[index])}` : "");
+  if (!known) return;
+  const room = width - $("readout").offsetWidth;
+  $("readout").style.left = `${Math.max(0, Math.min(room, x(age) + 8))}px`;
+}
+
+// -- the page
+
+function show(status) {
+  put($("source"), status.source);
+  put($("output"), status.output);
+  put($("version"), status.version);
+  put($("uptime"), `for ${duration(status.uptime_sec)}`);
+  put($("in-rate"), rate(status.in.bytes_per_sec));
+  put($("out-rate"), rate(status.out.bytes_per_sec));
+
+  const shifted = status.clients.filter((client) => client.is_shifted).length;
+  put($("clients-count"), count(status.clients.length));
+  put($("clients-shifted"), shifted === 0 ? "all live" : `${count(shifted)} shifted`);
+  const fill_percent = status.fifo.fill * 100;
+  put($("fifo"), `${fill_percent.toFixed(fill_percent < 10 ? 1 : 0)} %`);
+  put($("fifo-size"), `of ${size(status.fifo.size)}`);
+  $("fifo-bar").style.width = `${fill_percent}%`;
+  $("fifo-bar").className = fill_percent > 80 ? "alarm" : "";
+  const { fifo_full, slow_clients } = status.dropped_messages;
+  put($("dropped-fifo"), count(fifo_full), fifo_full > 0 ? "alarm" : "");
+  put($("dropped-slow"), count(slow_clients), slow_clients > 0 ? "alarm" : "");
+  put($("in-bytes"), size(status.in.bytes));
+  put($("in-messages"), plural(status.in.messages, "message"));
+  put($("out-bytes"), size(status.out.bytes));
+  put($("no-stream"), size(status.in.bytes_no_stream), status.in.bytes_no_stream > 0 ? "alarm" : "");
+  put($("store"), size(status.store.bytes));
+  put($("store-nodes"), plural(status.store.nodes, "node"));
+
+  fill($("clients"), status.clients.map((client) => [
+    [client.address, ""],
+    [rate(client.bytes_per_sec), "number"],
+    [size(client.bytes_sent), "number"],
+    [size(client.bytes_waiting), "number"],
+    [count(client.dropped_messages), client.dropped_messages > 0 ? "number alarm" : "number"],
+    [client.is_shifted ? "shifted" : "live", client.is_shifted ? "" : "soft"],
+  ]), "Nobody receives the stream now.");
+  fill($("locks"), status.locks.map((lock) => [
+    [lock.name, ""],
+    lock.holder === "nolock" ? ["free", "soft"] : [lock.holder, "code"],
+  ]), "There are no locks.");
+
+  chart.history = status.history;
+  draw();
+}
+
+async function get(path) {
+  const response = await fetch(path, { signal: AbortSignal.timeout(kPatienceMs) });
+  if (!response.ok) throw new Error(`${path}: ${response.status}`);
+  return response;
+}
+
+let last_answer = null;
+let memory_due = 0;
+let memory_text = "";
+
+async function refresh_memory() {
+  const response = await get("memory");
+  const bytes = Number(response.headers.get("content-length"));
+  memory_due = Date.now() + Math.max(kMemoryMs, bytes / 50);
+  let text = '<p><a href="memory">The table is long: open it.</a></p>';
+  if (bytes <= kLargestTable) text = await response.text();
+  else await response.body.cancel();
+  if (text !== memory_text) $("memory").innerHTML = text;
+  memory_text = text;
+}
+
+async function refresh() {
+  show(await (await get("live.json")).json());
+  if (Date.now() >= memory_due) await refresh_memory();
+}
+
+async function poll() {
+  try {
+    if (!document.hidden) {
+      await refresh();
+      last_answer = new Date();
+      document.body.dataset.state = "running";
+      put($("state"), "Running");
+    }
+  } catch {
+    document.body.dataset.state = "lost";
+    const since = last_answer?.toLocaleTimeString([], { hour12: false });
+    put($("state"), since === undefined ? "No answer" : `No answer since ${since}`);
+  }
+  setTimeout(poll, kPollMs);
+}
+
+document.body.dataset.state = "waiting";
+new ResizeObserver(draw).observe($("chart"));
+$("chart").addEventListener("pointermove", (event) => {
+  const { left, width } = $("chart").getBoundingClientRect();
+  chart.cursor = Math.max(0, Math.round((1 - (event.clientX - left) / width) * kSteps));
+  draw();
+});
+$("chart").addEventListener("pointerleave", () => {
+  chart.cursor = null;
+  draw();
+});
+poll();

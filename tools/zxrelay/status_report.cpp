@@ -1,0 +1,183 @@
+#include "status_report.hpp"
+
+#include <charconv>
+#include <memory>
+#include <new>
+
+#include "zxcommon.h"
+#include "zxjson.h"
+#include "zxmem.h"
+
+namespace relay {
+namespace {
+
+constexpr std::size_t kRowSize = 580 + 128;  // as zxmem_api_info() asks for it, with a file's name
+constexpr std::size_t kTableSize = 700 + 1;
+constexpr std::size_t kSpareRows = 4096;
+
+constexpr std::string_view kRowBegin = "<tr>";
+constexpr std::string_view kCellBegin = "<th align=\"left\">";
+constexpr std::string_view kCellEnd = "</th><th align=\"left\"></th>";
+constexpr std::string_view kTotalBegin = "leak:";
+constexpr std::string_view kTotalEnd = " MB</h4>";
+
+struct Free {
+    void operator()(cJSON* item) const { cJSON_Delete(item); }
+    void operator()(char* text) const { cJSON_free(text); }
+};
+
+template <class T>
+T* need(T* made) {
+    if (made == nullptr) {
+        throw std::bad_alloc();
+    }
+    return made;
+}
+
+void add(cJSON* object, const char* key, std::uint64_t number) {
+    // As a text: a double would round what is longer than 15 digits.
+    need(cJSON_AddRawToObject(object, key, std::to_string(number).c_str()));
+}
+
+void add(cJSON* object, const char* key, const std::string& text) {
+    need(cJSON_AddStringToObject(object, key, text.c_str()));
+}
+
+cJSON* add_object(cJSON* object, const char* key) {
+    return need(cJSON_AddObjectToObject(object, key));
+}
+
+cJSON* add_array(cJSON* object, const char* key) {
+    return need(cJSON_AddArrayToObject(object, key));
+}
+
+cJSON* append_object(cJSON* array) {
+    cJSON* const object = need(cJSON_CreateObject());
+    cJSON_AddItemToArray(array, object);
+    return object;
+}
+
+// Cuts off what stands between `begin` and `end`; empty when they are not there.
+std::string cut(std::string_view& text, std::string_view begin, std::string_view end) {
+    const std::size_t from = text.find(begin);
+    if (from == std::string_view::npos) {
+        return {};
+    }
+    text.remove_prefix(from + begin.size());
+    const std::size_t to = text.find(end);
+    std::string found(text.substr(0, to));
+    text.remove_prefix(to == std::string_view::npos ? text.size() : to + end.size());
+    return found;
+}
+
+std::uint64_t number_of(const std::string& text) {
+    std::uint64_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+// The allocator gives its list as HTML only.
+void add_memory(cJSON* root, std::string_view table) {
+    cJSON* const memory = add_object(root, "memory");
+    cJSON* const rows = add_array(memory, "rows");
+    std::uint64_t count = 0;
+    cut(table, kRowBegin, "</tr>");  // the titles
+    while (table.starts_with(kRowBegin)) {
+        cJSON* const row = append_object(rows);
+        const auto cell = [&] { return cut(table, kCellBegin, kCellEnd); };
+        add(row, "number", number_of(cell()));
+        for (const char* key : {"address", "name", "time", "class", "size", "file"}) {
+            add(row, key, cell());
+        }
+        add(row, "line", number_of(cell()));
+        cut(table, "", "</tr>");
+        ++count;
+    }
+    add(memory, "buffers", count);
+    add(memory, "total", cut(table, kTotalBegin, kTotalEnd));
+}
+
+void add_counters(cJSON* root, const Report& report) {
+    const Stats& stats = report.stats;
+    const Rates now = report.history.empty() ? Rates{} : report.history.back();
+    cJSON* const in = add_object(root, "in");
+    add(in, "bytes", stats.bytes_in);
+    add(in, "bytes_per_sec", now.in);
+    add(in, "messages", stats.messages_in);
+    add(in, "bytes_no_stream", stats.bytes_no_stream);
+    cJSON* const out = add_object(root, "out");
+    add(out, "bytes", stats.bytes_out);
+    add(out, "bytes_per_sec", now.out);
+    cJSON* const fifo = add_object(root, "fifo");
+    need(cJSON_AddNumberToObject(fifo, "fill", report.fifo_fill));
+    add(fifo, "size", report.facts.fifo_size);
+    cJSON* const dropped = add_object(root, "dropped_messages");
+    add(dropped, "fifo_full", stats.dropped_fifo_full);
+    add(dropped, "slow_clients", stats.dropped_slow_client);
+    cJSON* const store = add_object(root, "store");
+    add(store, "bytes", report.snapshot.stored_bytes);
+    add(store, "nodes", report.snapshot.stored_nodes);
+}
+
+void add_clients(cJSON* root, const Snapshot& snapshot) {
+    cJSON* const clients = add_array(root, "clients");
+    for (const ClientView& view : snapshot.clients) {
+        cJSON* const client = append_object(clients);
+        add(client, "address", view.address);
+        add(client, "bytes_per_sec", view.bytes_per_sec);
+        add(client, "bytes_sent", view.bytes_sent);
+        add(client, "bytes_waiting", view.waiting);
+        add(client, "dropped_messages", view.dropped);
+        need(cJSON_AddBoolToObject(client, "is_shifted", view.is_shifted));
+    }
+}
+
+void add_locks(cJSON* root, const Snapshot& snapshot) {
+    cJSON* const locks = add_array(root, "locks");
+    for (const LockView& view : snapshot.locks) {
+        cJSON* const lock = append_object(locks);
+        add(lock, "name", view.name);
+        add(lock, "holder", view.holder);
+    }
+}
+
+void add_history(cJSON* root, const std::deque<Rates>& history) {
+    cJSON* const object = add_object(root, "history");
+    add(object, "step_sec", 1);
+    cJSON* const in = add_array(object, "in_bytes_per_sec");
+    cJSON* const out = add_array(object, "out_bytes_per_sec");
+    for (const Rates& rates : history) {
+        cJSON_AddItemToArray(in, need(cJSON_CreateRaw(std::to_string(rates.in).c_str())));
+        cJSON_AddItemToArray(out, need(cJSON_CreateRaw(std::to_string(rates.out).c_str())));
+    }
+}
+
+}  // namespace
+
+std::string memory_table(std::uint64_t tracked_buffers) {
+    // The count may be a second old. Room that is not written to costs no memory.
+    const std::size_t size = kTableSize + kRowSize * (2 * tracked_buffers + kSpareRows);
+    const auto text = std::make_unique_for_overwrite<char[]>(size);
+    text[0] = '\0';
+    zxmem_api_info(text.get(), "The allocator keeps no list of its buffers.");
+    return text.get();
+}
+
+std::string to_json(const Report& report, const std::string* memory) {
+    const std::unique_ptr<cJSON, Free> root(need(cJSON_CreateObject()));
+    add(root.get(), "version", std::string(zxcommon_api_version()));
+    add(root.get(), "source", report.facts.source);
+    add(root.get(), "output", report.facts.output);
+    add(root.get(), "uptime_sec", report.uptime_sec);
+    add_counters(root.get(), report);
+    add_clients(root.get(), report.snapshot);
+    add_locks(root.get(), report.snapshot);
+    add_history(root.get(), report.history);
+    if (memory != nullptr) {
+        add_memory(root.get(), *memory);
+    }
+    const std::unique_ptr<char, Free> text(need(cJSON_PrintUnformatted(root.get())));
+    return text.get();
+}
+
+}  // namespace relay
