@@ -21,8 +21,14 @@ inline constexpr std::size_t kDottedSize = 256;
 [[nodiscard]] std::optional<std::uint32_t> parse_fields(const char* func, const DottedForm& form,
                                                         const char* text);
 
-// Four fields of one to three digits and nothing else, which every form takes apart alike.
-[[nodiscard]] inline std::optional<std::uint32_t> parse_plain(const char* at) {
+enum class Fields { any, canonical };
+
+// Four fields of one to three digits and nothing else, which every form takes apart alike: they
+// wrap modulo 256. Canonical fields have no leading zeros and do not exceed 255, as in the one text
+// that a printed address has.
+template <Fields kFields>
+[[nodiscard]] inline std::optional<std::uint32_t> parse_four(const char* at) {
+    constexpr bool kCanonical = kFields == Fields::canonical;
     constexpr auto digit = [](char c) {
         return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0';
     };
@@ -32,10 +38,11 @@ inline constexpr std::size_t kDottedSize = 256;
         if (value > 9) {
             return std::nullopt;
         }
-        for (int more = 2; more > 0 && digit(*at) <= 9; --more) {
+        const bool may_go_on = !kCanonical || value != 0;
+        for (int more = 2; may_go_on && more > 0 && digit(*at) <= 9; --more) {
             value = value * 10 + digit(*at++);
         }
-        if (*at++ != (left > 0 ? '.' : '\0')) {
+        if ((kCanonical && value > 0xFF) || *at++ != (left > 0 ? '.' : '\0')) {
             return std::nullopt;
         }
         ip = ip << 8U | (value & 0xFFU);
@@ -43,32 +50,14 @@ inline constexpr std::size_t kDottedSize = 256;
     return ip;
 }
 
-// The one text that a printed address has: no leading zeros, no number above 255.
-[[nodiscard]] inline std::optional<std::uint32_t> parse_canonical(const char* at) {
-    constexpr auto digit = [](char c) {
-        return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0';
-    };
-    std::uint32_t ip = 0;
-    for (int left = 3; left >= 0; --left) {
-        unsigned value = digit(*at++);
-        if (value > 9) {
-            return std::nullopt;
-        }
-        for (int more = 2; more > 0 && value != 0 && digit(*at) <= 9; --more) {
-            value = value * 10 + digit(*at++);
-        }
-        if (value > 0xFF || *at++ != (left > 0 ? '.' : '\0')) {
-            return std::nullopt;
-        }
-        ip = ip << 8U | value;
-    }
-    return ip;
+[[nodiscard]] inline std::optional<std::uint32_t> parse_canonical(const char* text) {
+    return parse_four<Fields::canonical>(text);
 }
 
 [[nodiscard]] inline std::optional<std::uint32_t> parse_dotted(const char* func,
                                                                const DottedForm& form,
                                                                const char* text) {
-    const std::optional<std::uint32_t> plain = parse_plain(text);
+    const std::optional<std::uint32_t> plain = parse_four<Fields::any>(text);
     return plain ? plain : parse_fields(func, form, text);
 }
 
