@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "log_capture.hpp"
+#include "vectors.hpp"
 
 namespace {
 
@@ -224,11 +225,11 @@ TEST(Base64Test, CodesOverAnyAlphabet) {
 }
 
 TEST(Base64Test, AgreesWithThePublishedVectors) {
-    const char* const vectors = std::getenv("ZX_VECTORS");
-    if (vectors == nullptr) {
+    const std::string file = zx::test::vectors("base64/rfc4648.csv");
+    if (file.empty()) {
         GTEST_SKIP() << "ZX_VECTORS is not set";
     }
-    std::ifstream in(std::string(vectors) + "/base64/rfc4648.csv");
+    std::ifstream in(file);
     std::string plain, coded;
     int cases = -1;  // the first line names the columns
     for (; std::getline(in, plain, ',') && std::getline(in, coded); ++cases) {

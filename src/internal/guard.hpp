@@ -1,9 +1,10 @@
-// Owners: what they hold is given back at the end of the block.
+// Owners: what they hold is given back at the end of the block, or wiped.
 #pragma once
 
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -33,5 +34,21 @@ struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
+
+// A secret on the stack, which is not to be found there later.
+template <typename T>
+class Wiped {
+public:
+    Wiped() = default;
+    Wiped(const Wiped&) = delete;
+    Wiped& operator=(const Wiped&) = delete;
+    ~Wiped() { explicit_bzero(&value_, sizeof value_); }
+
+    T& operator*() { return value_; }
+    T* operator->() { return &value_; }
+
+private:
+    T value_;
+};
 
 }  // namespace zx

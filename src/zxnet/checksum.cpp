@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "internal/bytes.hpp"
+#include "internal/cpu.hpp"
 #include "internal/log.hpp"
 #include "zxnet/checksum_sum.hpp"
 
@@ -18,7 +19,7 @@ constexpr std::uint32_t kPiece = 1U << 16U;  // bytes, whose sum is far from 2^3
 
 std::uint32_t sum_blocks(const std::uint8_t* at, std::size_t blocks) {
 #ifdef __x86_64__
-    if (__builtin_cpu_supports("avx2")) {  // which was found out when the library was loaded
+    if (zx::cpu_features().avx2) {
         return zx::net::sum_blocks_avx2(at, blocks);
     }
 #endif
