@@ -1,12 +1,12 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-# zx_add_test(NAME [THREADS] [PORTABLE] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
+# zx_add_test(NAME [THREADS] [CPU ...] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
 # current directory. It is linked against the shared library, with the log caught, unless it names
 # its libraries itself. THREADS: also worth a run under the thread sanitizer.
-# PORTABLE: run once more without what only some processors have.
+# CPU: run once more with each of these values of ZX_CPU, for the paths of other processors.
 function(zx_add_test name)
-    cmake_parse_arguments(arg "THREADS;PORTABLE" "" "LIBRARIES" ${ARGN})
+    cmake_parse_arguments(arg "THREADS" "" "LIBRARIES;CPU" ${ARGN})
     if(NOT arg_LIBRARIES)
         set(arg_LIBRARIES zx_test_support)
     endif()
@@ -17,9 +17,9 @@ function(zx_add_test name)
         set(label threads)
     endif()
     gtest_discover_tests(${name}_test PROPERTIES LABELS ${label} TIMEOUT 120 DISCOVERY_TIMEOUT 60)
-    if(arg_PORTABLE)
-        gtest_discover_tests(${name}_test TEST_PREFIX portable. TEST_LIST ${name}_portable
-                             PROPERTIES LABELS ${label} TIMEOUT 120 ENVIRONMENT ZX_CPU=portable
+    foreach(cpu IN LISTS arg_CPU)
+        gtest_discover_tests(${name}_test TEST_PREFIX ${cpu}. TEST_LIST ${name}_${cpu}
+                             PROPERTIES LABELS ${label} TIMEOUT 120 ENVIRONMENT ZX_CPU=${cpu}
                              DISCOVERY_TIMEOUT 60)
-    endif()
+    endforeach()
 endfunction()

@@ -1,0 +1,238 @@
+#include "denc/zxcrc/fold.hpp"
+
+#ifdef __x86_64__
+#include <immintrin.h>
+
+#include "internal/cpu.hpp"
+
+#define ZX_TARGET_NARROW [[gnu::target("pclmul,sse4.1,ssse3")]]
+#define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
+#define ZX_NARROW        ZX_TARGET_NARROW [[gnu::always_inline]] inline
+#define ZX_WIDE          ZX_TARGET_WIDE [[gnu::always_inline]] inline
+
+namespace {
+
+using zx::crc::kModbus;
+using zx::crc::kMpeg2;
+using zx::crc::kXmodem;
+using zx::crc::reflected;
+using zx::crc::remainder_of_power;
+using zx::crc::Variant;
+
+constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
+constexpr std::ptrdiff_t kPair = 2 * kBlock;
+constexpr int kLanes = 4;  // independent chains keep the multiplier busy
+constexpr std::ptrdiff_t kWideMin = kLanes * kPair;
+
+constexpr std::uint64_t quotient_of_x64(std::uint32_t polynomial) {
+    std::uint64_t quotient = 1;
+    std::uint32_t remainder = polynomial;  // of x^32
+    for (int i = 0; i < 32; ++i) {
+        const std::uint32_t top = remainder >> 31U;
+        quotient = quotient << 1U | top;
+        remainder = remainder << 1U ^ (top != 0 ? polynomial : 0);
+    }
+    return quotient;
+}
+
+constexpr long long as_signed(std::uint64_t bits) {
+    return static_cast<long long>(bits);
+}
+
+ZX_NARROW __m128i load(const std::uint8_t* at) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(at)));
+}
+
+// Byte i becomes what byte i + n was, or 0 where there is none.
+ZX_NARROW __m128i slide(__m128i bytes, std::ptrdiff_t n) {
+    constexpr std::uint8_t kNo = 0x80;
+    static constexpr std::uint8_t kFrom[3 * kBlock] = {
+        kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo,
+        0,   1,   2,   3,   4,   5,   6,   7,   8,   9,   10,  11,  12,  13,  14,  15,
+        kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo};
+    return _mm_shuffle_epi8(bytes, load(kFrom + kBlock + n));
+}
+
+ZX_NARROW __m128i backwards() {
+    return _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+}
+
+ZX_NARROW __m128i reverse_bytes(__m128i bytes) {
+    return _mm_shuffle_epi8(bytes, backwards());
+}
+
+ZX_NARROW __m128i reverse_bits(__m128i bits) {
+    const __m128i nibble = _mm_set1_epi8(0x0F);
+    const __m128i reversed = _mm_set_epi8(15, 7, 11, 3, 13, 5, 9, 1, 14, 6, 10, 2, 12, 4, 8, 0);
+    const __m128i lower = _mm_shuffle_epi8(reversed, _mm_and_si128(bits, nibble));
+    const __m128i upper =
+        _mm_shuffle_epi8(reversed, _mm_and_si128(_mm_srli_epi16(bits, 4), nibble));
+    return reverse_bytes(_mm_or_si128(_mm_slli_epi16(lower, 4), upper));
+}
+
+// The first bit of a message is the highest one of a register; reflected, it is the lowest one.
+template <const Variant& kVariant>
+struct Folder {
+    static constexpr std::uint32_t kPolynomial = kVariant.polynomial;
+    static constexpr bool kIsReflected = kVariant.is_reflected;
+    // Bytes slide this way when more come behind them.
+    static constexpr std::ptrdiff_t kForward = kIsReflected ? 1 : -1;
+
+    ZX_NARROW static __m128i load_block(const std::uint8_t* at) {
+        return kIsReflected ? load(at) : reverse_bytes(load(at));
+    }
+
+    ZX_NARROW static __m128i initial() {
+        return kIsReflected ? _mm_set_epi64x(0, as_signed(reflected(kVariant.initial)))
+                            : _mm_set_epi64x(as_signed(std::uint64_t{kVariant.initial} << 32U), 0);
+    }
+
+    // What to multiply half a register with to move it by n bits. The product of two reflected
+    // numbers is one place too far already.
+    static constexpr long long factor(unsigned n) {
+        return as_signed(kIsReflected
+                             ? reflected(std::uint64_t{remainder_of_power(kPolynomial, n - 1)})
+                             : remainder_of_power(kPolynomial, n));
+    }
+
+    template <unsigned kBits>
+    ZX_NARROW static __m128i move_factors() {
+        constexpr long long kFirst = factor(kBits + 64);
+        constexpr long long kSecond = factor(kBits);
+        return kIsReflected ? _mm_set_epi64x(kSecond, kFirst) : _mm_set_epi64x(kFirst, kSecond);
+    }
+
+    template <unsigned kBits>
+    ZX_NARROW static __m128i move(__m128i bits) {
+        const __m128i factors = move_factors<kBits>();
+        return _mm_xor_si128(_mm_clmulepi64_si128(bits, factors, 0x00),
+                             _mm_clmulepi64_si128(bits, factors, 0x11));
+    }
+
+    ZX_NARROW static __m128i append(__m128i folded, __m128i block) {
+        return _mm_xor_si128(move<8 * kBlock>(folded), block);
+    }
+
+    // 1 to 15 bytes, which end with `last`.
+    ZX_NARROW static __m128i append_rest(__m128i folded, __m128i last, std::ptrdiff_t size) {
+        const std::ptrdiff_t away = kForward * (kBlock - size);
+        const __m128i rest = slide(slide(last, away), -away);
+        return append(slide(folded, -away), _mm_or_si128(slide(folded, kForward * size), rest));
+    }
+
+    // The remainder: 128 bits and 32 zeroes become 96 bits, then 64, then a division by
+    // multiplication (Barrett) is left.
+    ZX_NARROW static std::uint32_t finish(__m128i folded) {
+        const __m128i all = kIsReflected ? reverse_bits(folded) : folded;
+        const __m128i powers = _mm_set_epi64x(remainder_of_power(kPolynomial, 64),
+                                              remainder_of_power(kPolynomial, 96));
+        const __m128i divisor = _mm_set_epi64x(as_signed(quotient_of_x64(kPolynomial)),
+                                               as_signed(std::uint64_t{1} << 32U | kPolynomial));
+        const __m128i bits96 = _mm_xor_si128(_mm_clmulepi64_si128(all, powers, 0x01),
+                                             _mm_slli_si128(_mm_move_epi64(all), 4));
+        const __m128i bits64 = _mm_xor_si128(_mm_clmulepi64_si128(bits96, powers, 0x11), bits96);
+        const __m128i quotient = _mm_clmulepi64_si128(_mm_srli_epi64(bits64, 32), divisor, 0x10);
+        const __m128i product = _mm_clmulepi64_si128(_mm_srli_epi64(quotient, 32), divisor, 0x00);
+        const auto remainder =
+            static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_xor_si128(bits64, product)));
+        return kIsReflected ? reflected(remainder) : remainder;
+    }
+
+    // What is folded and what follows it.
+    ZX_NARROW static std::uint32_t run_on(__m128i folded, const std::uint8_t* at,
+                                          const std::uint8_t* end) {
+        for (; end - at >= kBlock; at += kBlock) {
+            folded = append(folded, load_block(at));
+        }
+        if (at != end) {
+            folded = append_rest(folded, load_block(end - kBlock), end - at);
+        }
+        return finish(folded);
+    }
+
+    ZX_NARROW static std::uint32_t run(const std::uint8_t* at, std::ptrdiff_t size) {
+        constexpr std::ptrdiff_t kStep = kLanes * kBlock;
+        const std::uint8_t* const end = at + size;
+        __m128i lanes[kLanes] = {_mm_xor_si128(load_block(at), initial())};
+        at += kBlock;
+        if (size < 2 * kStep) {
+            return run_on(lanes[0], at, end);
+        }
+        for (int i = 1; i < kLanes; ++i, at += kBlock) {
+            lanes[i] = load_block(at);
+        }
+        while (end - at >= kStep) {
+            for (int i = 0; i < kLanes; ++i, at += kBlock) {
+                lanes[i] = _mm_xor_si128(move<8 * kStep>(lanes[i]), load_block(at));
+            }
+        }
+        for (int i = 1; i < kLanes; ++i) {
+            lanes[0] = append(lanes[0], lanes[i]);
+        }
+        return run_on(lanes[0], at, end);
+    }
+
+    // The same, two blocks to a register, for kWideMin bytes or more.
+
+    ZX_WIDE static __m256i load_pair(const std::uint8_t* at) {
+        const __m256i pair =
+            _mm256_loadu_si256(static_cast<const __m256i*>(static_cast<const void*>(at)));
+        return kIsReflected ? pair
+                            : _mm256_shuffle_epi8(pair, _mm256_broadcastsi128_si256(backwards()));
+    }
+
+    template <unsigned kBits>
+    ZX_WIDE static __m256i move_pair(__m256i pair) {
+        const __m256i factors = _mm256_broadcastsi128_si256(move_factors<kBits>());
+        return _mm256_xor_si256(_mm256_clmulepi64_epi128(pair, factors, 0x00),
+                                _mm256_clmulepi64_epi128(pair, factors, 0x11));
+    }
+
+    ZX_WIDE static std::uint32_t run_wide(const std::uint8_t* at, std::ptrdiff_t size) {
+        constexpr std::ptrdiff_t kStep = kLanes * kPair;
+        const std::uint8_t* const end = at + size;
+        __m256i lanes[kLanes];
+        for (int i = 0; i < kLanes; ++i, at += kPair) {
+            lanes[i] = load_pair(at);
+        }
+        lanes[0] = _mm256_xor_si256(lanes[0], _mm256_zextsi128_si256(initial()));
+        while (end - at >= kStep) {
+            for (int i = 0; i < kLanes; ++i, at += kPair) {
+                lanes[i] = _mm256_xor_si256(move_pair<8 * kStep>(lanes[i]), load_pair(at));
+            }
+        }
+        for (int i = 1; i < kLanes; ++i) {
+            lanes[0] = _mm256_xor_si256(move_pair<8 * kPair>(lanes[0]), lanes[i]);
+        }
+        return run_on(
+            append(_mm256_castsi256_si128(lanes[0]), _mm256_extracti128_si256(lanes[0], 1)), at,
+            end);
+    }
+};
+
+}  // namespace
+
+#define ZX_FOLD(name, variant)                                                                     \
+    ZX_TARGET_NARROW static std::uint32_t name##_narrow(const std::uint8_t* at,                    \
+                                                        std::ptrdiff_t size) {                     \
+        return Folder<variant>::run(at, size);                                                     \
+    }                                                                                              \
+    ZX_TARGET_WIDE static std::uint32_t name##_wide(const std::uint8_t* at, std::ptrdiff_t size) { \
+        return Folder<variant>::run_wide(at, size);                                                \
+    }                                                                                              \
+    std::uint32_t zx::crc::name(const std::uint8_t* at, std::size_t size) {                        \
+        const auto signed_size = static_cast<std::ptrdiff_t>(size);                                \
+        return signed_size >= kWideMin && zx::cpu_features().vpclmul                               \
+                   ? name##_wide(at, signed_size)                                                  \
+                   : name##_narrow(at, signed_size);                                               \
+    }
+#else
+#define ZX_FOLD(name, variant)                                      \
+    std::uint32_t zx::crc::name(const std::uint8_t*, std::size_t) { \
+        __builtin_unreachable();                                    \
+    }
+#endif
+
+ZX_FOLD(fold_modbus, kModbus)
+ZX_FOLD(fold_mpeg2, kMpeg2)
+ZX_FOLD(fold_xmodem, kXmodem)

@@ -1,0 +1,63 @@
+// CRCs by carry-less multiplication, 16 bytes at a time.
+//
+// A message is a polynomial over GF(2), its CRC the remainder of a division by another one. Bits
+// that stand n places before the end may be replaced by their product with the remainder of x^n,
+// which is short: so 128 bits at the front are folded onto bits further back until 128 are left.
+// (V. Gopal et al., "Fast CRC Computation for Generic Polynomials Using PCLMULQDQ", Intel, 2009.)
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zx::crc {
+
+// A CRC in 32 bits; one of 16 bits has its polynomial and its register in the upper half, as if it
+// was multiplied by x^16.
+struct Variant {
+    std::uint32_t polynomial;  // without x^32
+    std::uint32_t initial;
+    bool is_reflected;  // the first bit of a byte is its least significant one
+};
+
+inline constexpr Variant kModbus{0x80050000, 0xFFFF0000, true};
+inline constexpr Variant kMpeg2{0x04C11DB7, 0xFFFFFFFF, false};
+inline constexpr Variant kXmodem{0x10210000, 0, false};
+
+// The bits in the opposite order: halves change places, then the halves of these, ...
+template <typename Word>
+constexpr Word reflected(Word word) {
+    auto mask = static_cast<Word>(~Word{0});
+    for (unsigned half = 4 * sizeof(Word); half != 0; half /= 2) {
+        mask = static_cast<Word>(mask ^ mask << half);
+        word = static_cast<Word>((word >> half & mask) | (word << half & ~mask));
+    }
+    return word;
+}
+
+// The remainder of x^n.
+constexpr std::uint32_t remainder_of_power(std::uint32_t polynomial, unsigned n) {
+    std::uint32_t remainder = 1;
+    for (; n != 0; --n) {
+        remainder = remainder << 1U ^ (remainder >> 31U != 0 ? polynomial : 0);
+    }
+    return remainder;
+}
+
+// The CRC of one byte.
+constexpr std::uint32_t of_byte(const Variant& variant, std::uint8_t byte) {
+    std::uint32_t crc = std::uint32_t{variant.is_reflected ? reflected(byte) : byte} << 24U;
+    for (int bit = 0; bit < 8; ++bit) {
+        crc = crc << 1U ^ (crc >> 31U != 0 ? variant.polynomial : 0);
+    }
+    return variant.is_reflected ? reflected(crc) : crc;
+}
+
+inline constexpr std::size_t kFoldMin = 16;  // bytes
+
+// For processors with PCLMULQDQ, and kFoldMin bytes or more. Reflected, a CRC of 16 bits stands in
+// the lower half.
+std::uint32_t fold_modbus(const std::uint8_t* at, std::size_t size);
+std::uint32_t fold_mpeg2(const std::uint8_t* at, std::size_t size);
+std::uint32_t fold_xmodem(const std::uint8_t* at, std::size_t size);
+
+}  // namespace zx::crc
