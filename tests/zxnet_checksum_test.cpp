@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <random>
 #include <string>
 
 #include "bytes.hpp"
@@ -14,21 +13,12 @@ namespace {
 using testing::ElementsAre;
 using zx::test::Bytes;
 using zx::test::from_hex;
+using zx::test::noise;
 using zx::test::textbook_checksum;
 
 std::uint16_t checksum_udp(const std::uint8_t* at, std::uint32_t size) {
     return __builtin_bswap16(zxnet_api_checksumUdp(
         static_cast<const std::uint16_t*>(static_cast<const void*>(at)), size));
-}
-
-// Storage that ends with its last byte, so that a touch beyond is seen.
-Bytes noise(std::size_t size) {
-    static std::minstd_rand engine;
-    Bytes bytes(size);
-    for (auto& byte : bytes) {
-        byte = static_cast<std::uint8_t>(engine() >> 8U);
-    }
-    return bytes;
 }
 
 TEST(ChecksumTest, AgreesWithTheTextbookAtEveryLengthAndAlignment) {

@@ -1,16 +1,27 @@
-// Bytes as hexadecimal texts, and their checksum by the book.
+// Bytes: random ones, as hexadecimal texts, and their checksum by the book.
 #pragma once
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <random>
 #include <string>
 #include <vector>
 
 namespace zx::test {
 
 using Bytes = std::vector<std::uint8_t>;
+
+// Random bytes in storage that ends with its last byte, so that a touch beyond is seen.
+inline Bytes noise(std::size_t size) {
+    static std::minstd_rand engine;
+    Bytes bytes(size);
+    for (auto& byte : bytes) {
+        byte = static_cast<std::uint8_t>(engine() >> 8U);
+    }
+    return bytes;
+}
 
 // "0a 0b0c" as bytes, with zeros behind them up to `size`.
 inline Bytes from_hex(const std::string& text, std::size_t size = 0) {

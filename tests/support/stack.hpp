@@ -13,6 +13,13 @@
 
 namespace zx::test {
 
+// Sanitizers keep registers and temporaries on the stack, and so does a program as it is written.
+#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+inline constexpr bool kStackIsKeptClean = true;
+#else
+inline constexpr bool kStackIsKeptClean = false;
+#endif
+
 // True when the bytes of `secret` can be found on the stack that `work` ran on after it returned.
 // Neither `work` nor its caller may keep them there themselves: give it what lies on the heap.
 inline bool is_left_on_stack(std::function<void()> work, const void* secret, std::size_t size) {
