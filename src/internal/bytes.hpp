@@ -1,4 +1,4 @@
-// Big-endian integers in byte buffers of any alignment.
+// Big-endian and little-endian integers in byte buffers of any alignment.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +24,18 @@ constexpr void store_be32(std::uint8_t* at, std::uint32_t value) {
     at[1] = static_cast<std::uint8_t>(value >> 16U);
     at[2] = static_cast<std::uint8_t>(value >> 8U);
     at[3] = static_cast<std::uint8_t>(value);
+}
+
+[[nodiscard]] constexpr std::uint32_t load_le32(const std::uint8_t* at) {
+    return static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8U |
+           static_cast<std::uint32_t>(at[2]) << 16U | static_cast<std::uint32_t>(at[3]) << 24U;
+}
+
+constexpr void store_le32(std::uint8_t* at, std::uint32_t value) {
+    at[0] = static_cast<std::uint8_t>(value);
+    at[1] = static_cast<std::uint8_t>(value >> 8U);
+    at[2] = static_cast<std::uint8_t>(value >> 16U);
+    at[3] = static_cast<std::uint8_t>(value >> 24U);
 }
 
 }  // namespace zx
