@@ -1,0 +1,127 @@
+/**
+ * @file zxdes.h
+ * DES and Triple DES over whole blocks (ECB), and the steps of DES with one byte for every bit.
+ *
+ * For interoperation with existing media gear only, not for new security designs: a DES key can be
+ * found by trial, blocks of 8 bytes are few, and ECB shows which blocks are equal. The time of a
+ * call depends on the data through the processor's caches.
+ *
+ * The ciphers are those of FIPS 46-3, the mode that of FIPS 81. Parity bits of keys are ignored.
+ * Nothing is kept between calls, nothing is allocated, and no secret is left on the stack.
+ *
+ * Every function may be called from any thread and from signal handlers, and logs nothing: a
+ * missing (NULL) argument is refused silently.
+ */
+#ifndef ZXDES_H
+#define ZXDES_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma GCC visibility push(default)
+
+#define ZXDES_BLOCK_SIZE  8 /**< bytes in a block, and in a key */
+#define ZXDES_ROUNDS      16
+#define ZXDES_SUBKEY_BITS 48 /**< bits in the key of a round */
+
+/**
+ * Encrypts or decrypts whole blocks, one after the other, without padding.
+ *
+ * A key of 8 to 15 bytes means DES. With 16 to 23 bytes it means Triple DES with K3 = K1; from 24
+ * bytes on, with three keys: encryption is E(K1), D(K2), E(K3), decryption D(K3), E(K2), D(K1).
+ * Bytes behind the last whole key, or behind 24, are ignored.
+ *
+ * @param direction  0 encrypts, anything else decrypts.
+ * @param in         `len` bytes, of any alignment.
+ * @param out        `len` bytes, of any alignment. It may be `in`; it may overlap it, too, and
+ * blocks of `in` that come later are then read as earlier ones left them.
+ * @param len        bytes: a multiple of 8, not 0.
+ * @param key        `keylen` bytes, most significant first.
+ * @param keylen     bytes: at least 8.
+ * @return 1; 0 for a refused argument, with `out` untouched.
+ */
+int32_t zxdes_api_done(uint8_t direction, const uint8_t* in, uint8_t* out, uint32_t len,
+                       const uint8_t* key, uint8_t keylen);
+
+/* ------------------------------------------------ DES, a byte for a bit -- */
+/*
+ * For checks and for teaching; zxdes_api_done() does not use these. A bit is a byte that is 0 or 1.
+ * Bits stand most significant first, and tables count them from 1, as in the standard.
+ */
+
+extern const uint8_t IP_Table[64];   /**< initial permutation of a block */
+extern const uint8_t IPR_Table[64];  /**< final permutation, the inverse of #IP_Table */
+extern const uint8_t E_Table[48];    /**< expansion of half a block to the size of a round's key */
+extern const uint8_t P_Table[32];    /**< permutation of what the S-boxes give */
+extern const uint8_t PC1_Table[56];  /**< choice of the key's bits, without parity */
+extern const uint8_t PC2_Table[48];  /**< choice of the bits for a round */
+extern const uint8_t LOOP_Table[16]; /**< places to shift the key's halves before each round */
+extern const uint8_t S_Box[8][4]
+                          [16]; /**< S-boxes 1 to 8: row by outer bits, column by inner ones */
+
+/**
+ * Takes bytes apart.
+ * @param bytes  (`nbits` + 7) / 8 bytes. @param bits  takes `nbits` bits; no overlap with `bytes`.
+ */
+void zxdes_api_byte2bit(const uint8_t* bytes, uint8_t* bits, uint32_t nbits);
+
+/**
+ * Puts bytes together.
+ * @param bits   `nbits` bits, of each of which the lowest bit counts.
+ * @param bytes  takes (`nbits` + 7) / 8 bytes, the last one filled up with zeros; no overlap with
+ *               `bits`.
+ */
+void zxdes_api_bit2byte(const uint8_t* bits, uint8_t* bytes, uint32_t nbits);
+
+/**
+ * Rotates bits to the left, that is towards the most significant one.
+ * @param bits  `nbits` bits. @param count  places; any number.
+ */
+void zxdes_api_rotatel(uint8_t* bits, uint32_t nbits, uint32_t count);
+
+/** Combines `nbits` of `bits` with as many of `with` by exclusive or, into `bits`. */
+void zxdes_api_xor(uint8_t* bits, const uint8_t* with, uint32_t nbits);
+
+/**
+ * Chooses bits by a table.
+ * @param in     as many bits as the largest entry of the table says.
+ * @param out    takes `nbits` bits; may be `in`.
+ * @param table  `nbits` entries, from 1 on.
+ * @param nbits  at most 64; with more nothing is done.
+ */
+void zxdes_api_transform(const uint8_t* in, uint8_t* out, const uint8_t* table, uint32_t nbits);
+
+/**
+ * Applies the eight S-boxes.
+ * @param in48   48 bits, of each of which the lowest bit counts.
+ * @param out32  takes 32 bits; may be `in48`.
+ */
+void zxdes_api_sfunc(const uint8_t in48[48], uint8_t out32[32]);
+
+/** Applies the cipher function f of a round with the key `key48` to `half32`, in place. */
+void zxdes_api_ffunc(uint8_t half32[32], const uint8_t key48[48]);
+
+/** Makes the 16 round keys, 48 bits each, of the 8 bytes of a key. They are the caller's to wipe.
+ */
+void zxdes_api_setsubkey(const uint8_t key8[8], uint8_t schedule[16][48]);
+
+/**
+ * Encrypts or decrypts one block of 8 bytes.
+ * @param out8       takes 8 bytes; may be `in8`.
+ * @param schedule   what zxdes_api_setsubkey() made.
+ * @param direction  0 encrypts: the round keys are used from first to last; anything else decrypts:
+ *                   from last to first.
+ */
+void zxdes_api_des(const uint8_t in8[8], uint8_t out8[8], const uint8_t schedule[16][48],
+                   uint8_t direction);
+
+#pragma GCC visibility pop
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZXDES_H */
