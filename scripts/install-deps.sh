@@ -10,7 +10,7 @@ packages_of() {
         test) echo libgtest-dev libgmock-dev libssl-dev clang-format chromium chromium-driver curl \
                    ffmpeg iproute2 jq python3 tshark ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
-                    libjack-jackd2-dev libssl-dev libtins-dev ;;
+                    libjack-jackd2-dev libssl-dev libtins-dev nettle-dev ;;
         fuzz) echo clang libclang-rt-14-dev ;;
         *) echo "usage: $0 [build|test|bench|fuzz]..." >&2; return 2 ;;
     esac
