@@ -1,0 +1,146 @@
+#include "zxaes.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "denc/zxaes/cipher.hpp"
+#include "internal/guard.hpp"
+#include "internal/log.hpp"
+
+static_assert(ZXAES_BLOCK_SIZE == zx::aes::kBlockSize);
+static_assert(ZXAES_CALL_LIMIT == 202 * ZXAES_BLOCK_SIZE);
+
+namespace {
+
+using zx::aes::kBlockSize;
+using zx::aes::Mode;
+using zx::aes::Way;
+
+constexpr char kTag[] = "zxaes";
+
+// By the numbers of the interface.
+Way way_of(std::uint32_t direction) {
+    return direction == ZXAES_DECRYPT ? Way::decrypt : Way::encrypt;
+}
+
+Mode mode_of(std::uint32_t mode) {
+    return mode == ZXAES_ECB ? Mode::ecb : mode == ZXAES_CBC ? Mode::cbc : Mode::cfb;
+}
+
+bool has_key(const zxaes_ctt& ctx) {
+    return ctx.roundKeys != nullptr && (ctx.rounds == 10 || ctx.rounds == 12 || ctx.rounds == 14);
+}
+
+// What the compiler put aside in the key set-up and the rounds lies where this frame is, too.
+[[gnu::noinline]] void wipe_frames_below() {
+    zx::Wiped<std::array<std::uint8_t, 512>> frame;
+}
+
+void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std::uint8_t* in,
+           std::uint8_t* out, std::size_t size) {
+    zx::aes::cipher().crypt(
+        mode, way,
+        {ctx.roundKeys, static_cast<unsigned>(ctx.rounds), iv, in, out, size / kBlockSize});
+    wipe_frames_below();
+}
+
+}  // namespace
+
+extern "C" int32_t zxaes_api_done(uint32_t direction, uint32_t mode, const uint8_t* in,
+                                  uint8_t* out, uint32_t len, const uint8_t* key, uint8_t keylen) {
+    if (in == nullptr || out == nullptr || key == nullptr) {
+        ZX_LOG_PARAM(in == nullptr ? "bufin" : out == nullptr ? "bufout" : "key");
+        return 0;
+    }
+    if (keylen != 32 && keylen != 16 && keylen != 24) {
+        ZX_LOG(error, "Keylen(%d) must be 32,16 or 24", static_cast<int>(keylen));
+        return 0;
+    }
+    if (len % kBlockSize != 0) {
+        ZX_LOG(error, "datalen(%d) must be 16*N", static_cast<int>(len));
+        return 0;
+    }
+    if (direction > ZXAES_DECRYPT) {
+        return 1;
+    }
+    zx::Wiped<zxaes_ctt> ctx;
+    const bool inverse = direction == ZXAES_DECRYPT && (mode == ZXAES_ECB || mode == ZXAES_CBC);
+    (inverse ? zxaes_innerapi_setDecKey : zxaes_innerapi_setEncKey)(&*ctx, key, keylen * 8U);
+    zx::Wiped<std::array<std::uint8_t, kBlockSize>> iv;
+    iv->fill(0);
+    crypt(*ctx, mode_of(mode), way_of(direction), iv->data(), in, out, len);
+    return 1;
+}
+
+extern "C" void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uint8_t in16[16],
+                                        uint8_t out16[16]) {
+    if (ctx == nullptr) {
+        std::printf("%s %d zx_null\n", __func__, __LINE__);
+        return;
+    }
+    if (in16 == nullptr || out16 == nullptr) {
+        ZX_LOG_PARAM(in16 == nullptr ? "in16" : "out16");
+        return;
+    }
+    if (has_key(*ctx)) {
+        crypt(*ctx, Mode::ecb, way_of(mode), nullptr, in16, out16, kBlockSize);
+    }
+}
+
+extern "C" void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t len,
+                                        uint8_t iv16[16], const uint8_t* in, uint8_t* out) {
+    if (ctx == nullptr || iv16 == nullptr || in == nullptr || out == nullptr) {
+        ZX_LOG_PARAM(ctx == nullptr    ? "ctx"
+                     : iv16 == nullptr ? "iv16"
+                     : in == nullptr   ? "in"
+                                       : "out");
+        return;
+    }
+    if (has_key(*ctx)) {
+        crypt(*ctx, Mode::cbc, way_of(mode), iv16, in, out,
+              std::min<std::uint32_t>(len, ZXAES_CALL_LIMIT));
+    }
+}
+
+extern "C" void zxaes_innerapi_cryptCFB128(zxaes_ctt* ctx, uint32_t mode, uint32_t len,
+                                           uint32_t* ivOffset, uint8_t iv16[16], const uint8_t* in,
+                                           uint8_t* out) {
+    if (ctx == nullptr || ivOffset == nullptr || iv16 == nullptr || in == nullptr ||
+        out == nullptr) {
+        ZX_LOG_PARAM(ctx == nullptr        ? "ctx"
+                     : ivOffset == nullptr ? "ivOffset"
+                     : iv16 == nullptr     ? "iv16"
+                     : in == nullptr       ? "in"
+                                           : "out");
+        return;
+    }
+    if (*ivOffset >= kBlockSize) {
+        std::printf("%s %d n:%d too big\n", __func__, __LINE__, static_cast<int>(*ivOffset));
+        return;
+    }
+    if (!has_key(*ctx)) {
+        return;
+    }
+    const std::uint8_t* const end = in + std::min<std::uint32_t>(len, ZXAES_CALL_LIMIT);
+    const Way way = way_of(mode);
+    while (in != end) {
+        if (const auto left = static_cast<std::size_t>(end - in);
+            *ivOffset == 0 && left >= kBlockSize) {
+            const std::size_t whole = left - left % kBlockSize;
+            crypt(*ctx, Mode::cfb, way, iv16, in, out, whole);
+            in += whole;
+            out += whole;
+            continue;
+        }
+        if (*ivOffset == 0) {
+            crypt(*ctx, Mode::ecb, Way::decrypt, nullptr, iv16, iv16, kBlockSize);
+        }
+        std::uint8_t& pad = iv16[*ivOffset];
+        const std::uint8_t text = *in++;
+        const auto result = static_cast<std::uint8_t>(text ^ pad);
+        pad = way == Way::encrypt ? result : text;
+        *out++ = result;
+        *ivOffset = (*ivOffset + 1) % kBlockSize;
+    }
+}

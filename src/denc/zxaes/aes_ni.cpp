@@ -1,0 +1,130 @@
+// AES by the instructions for it. Eight blocks are on their way at once where one does not need
+// the other: their states and a round key fit into the registers.
+#ifdef __x86_64__
+#include <immintrin.h>
+
+#include "denc/zxaes/cipher.hpp"
+
+#define ZX_AES_NI [[gnu::target("aes,ssse3,sse4.1")]]
+
+namespace {
+
+using namespace zx::aes;
+
+constexpr std::size_t kGroup = 8;
+
+ZX_AES_NI inline __m128i load(const void* at, std::size_t index = 0) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(at) + index);
+}
+
+ZX_AES_NI inline void store(void* at, std::size_t index, __m128i block) {
+    _mm_storeu_si128(static_cast<__m128i*>(at) + index, block);
+}
+
+// The rounds after the first round key, which the caller has added.
+template <Way way, std::size_t N>
+ZX_AES_NI [[gnu::always_inline]] inline void transform(const Work& work, __m128i (&state)[N]) {
+    __m128i key;
+    for (unsigned round = 1; round < work.rounds; ++round) {
+        key = load(work.keys, round);
+        for (__m128i& block : state) {
+            block =
+                way == Way::encrypt ? _mm_aesenc_si128(block, key) : _mm_aesdec_si128(block, key);
+        }
+    }
+    key = load(work.keys, work.rounds);
+    for (__m128i& block : state) {
+        block = way == Way::encrypt ? _mm_aesenclast_si128(block, key)
+                                    : _mm_aesdeclast_si128(block, key);
+    }
+}
+
+// The next N blocks. All of them are read before the first is written, as they may be in place.
+template <Mode mode, Way way, std::size_t N>
+ZX_AES_NI [[gnu::always_inline]] inline void group(const Work& work, __m128i& chain) {
+    constexpr bool chained = mode != Mode::ecb && way == Way::encrypt;
+    static_assert(N == 1 || !chained);
+    const __m128i key = load(work.keys);
+    __m128i state[N];
+    for (std::size_t i = 0; i < N; ++i) {
+        if constexpr (mode == Mode::cfb) {
+            state[i] = _mm_xor_si128(i == 0 ? chain : load(work.in, i - 1), key);
+        } else {
+            state[i] = _mm_xor_si128(load(work.in, i), key);
+        }
+    }
+    if constexpr (mode == Mode::cbc && chained) {  // last, as the chain is what is waited for
+        state[0] = _mm_xor_si128(state[0], chain);
+    }
+    transform<mode == Mode::cfb ? Way::decrypt : way>(work, state);
+    for (std::size_t i = 0; i < N; ++i) {
+        if constexpr (mode == Mode::cfb) {
+            state[i] = _mm_xor_si128(state[i], load(work.in, i));
+        } else if constexpr (mode == Mode::cbc && !chained) {
+            state[i] = _mm_xor_si128(state[i], i == 0 ? chain : load(work.in, i - 1));
+        }
+    }
+    if constexpr (mode != Mode::ecb) {
+        chain = chained ? state[0] : load(work.in, N - 1);
+    }
+    for (std::size_t i = 0; i < N; ++i) {
+        store(work.out, i, state[i]);
+    }
+}
+
+// Groups of N blocks, then what is left of them in halves.
+template <Mode mode, Way way, std::size_t N>
+ZX_AES_NI [[gnu::always_inline]] inline void groups(Work& work, __m128i& chain) {
+    for (; work.blocks >= N; work.blocks -= N) {
+        group<mode, way, N>(work, chain);
+        work.in += N * kBlockSize;
+        work.out += N * kBlockSize;
+    }
+    if constexpr (N > 1) {
+        groups<mode, way, N / 2>(work, chain);
+    }
+}
+
+template <Mode mode, Way way>
+ZX_AES_NI void run(Work work) {
+    if constexpr (mode == Mode::ecb) {
+        __m128i none;
+        groups<mode, way, kGroup>(work, none);
+    } else {
+        __m128i chain = load(work.iv);
+        groups<mode, way, way == Way::encrypt ? 1 : kGroup>(work, chain);
+        store(work.iv, 0, chain);
+    }
+}
+
+template <Mode mode>
+void run_way(Way way, const Work& work) {
+    way == Way::encrypt ? run<mode, Way::encrypt>(work) : run<mode, Way::decrypt>(work);
+}
+
+void crypt(Mode mode, Way way, const Work& work) {
+    switch (mode) {
+        case Mode::ecb:
+            return run_way<Mode::ecb>(way, work);
+        case Mode::cbc:
+            return run_way<Mode::cbc>(way, work);
+        case Mode::cfb:
+            return run_way<Mode::cfb>(way, work);
+    }
+}
+
+ZX_AES_NI std::uint32_t substitute(std::uint32_t word) {
+    const __m128i words = _mm_set1_epi32(static_cast<int>(word));
+    return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_aeskeygenassist_si128(words, 0)));
+}
+
+ZX_AES_NI void unmix(std::uint32_t* words, std::size_t count) {
+    for (std::size_t i = 0; i < count / kBlockWords; ++i) {
+        store(words, i, _mm_aesimc_si128(load(words, i)));
+    }
+}
+
+}  // namespace
+
+constexpr Cipher zx::aes::kAesNi = {crypt, substitute, unmix};
+#endif

@@ -1,0 +1,59 @@
+// The cipher under the operations: key schedules and whole blocks, on each kind of processor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "internal/cpu.hpp"
+
+namespace zx::aes {
+
+inline constexpr std::size_t kBlockSize = 16;
+inline constexpr std::size_t kBlockWords = kBlockSize / sizeof(std::uint32_t);
+
+enum class Mode { ecb, cbc, cfb };
+enum class Way { encrypt, decrypt };
+
+// `blocks` blocks from `in` to `out`, which are the same or do not overlap. `keys` are the words of
+// `rounds` + 1 round keys. `iv`, a block that ECB does without, is chained on.
+//
+// For decryption the round keys are those of the equivalent inverse cipher (FIPS 197, 5.3.5), in
+// the order of their use. CFB decrypts in both ways.
+struct Work {
+    const std::uint32_t* keys;
+    unsigned rounds;
+    std::uint8_t* iv;
+    const std::uint8_t* in;
+    std::uint8_t* out;
+    std::size_t blocks;
+};
+
+// One way to do it.
+struct Cipher {
+    void (*crypt)(Mode mode, Way way, const Work& work);
+
+    // The S-box on each byte of a word.
+    std::uint32_t (*substitute)(std::uint32_t word);
+
+    // InvMixColumns on each of some words, a multiple of 4.
+    void (*unmix)(std::uint32_t* words, std::size_t count);
+};
+
+// By tables.
+extern const Cipher kPortable;
+
+#ifdef __x86_64__
+// By the instructions for AES, which take the same time whatever the bytes are.
+extern const Cipher kAesNi;
+#endif
+
+[[nodiscard]] inline const Cipher& cipher() {
+#ifdef __x86_64__
+    if (zx::cpu_features().aes) {
+        return kAesNi;
+    }
+#endif
+    return kPortable;
+}
+
+}  // namespace zx::aes
