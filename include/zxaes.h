@@ -59,8 +59,8 @@ typedef struct zxaes_ctt {
  * @param direction  #ZXAES_ENCRYPT or #ZXAES_DECRYPT; with any other, nothing is done.
  * @param mode       #ZXAES_ECB, #ZXAES_CBC, or any other value for the feedback mode.
  * @param in         `len` bytes.
- * @param out        `len` bytes: `in` itself, or without a byte in common with it. Not touched when
- *                   the call is rejected.
+ * @param out        `len` bytes; `in` itself will do. Where the two overlap otherwise, each block
+ * is read after those before it were written. Not touched when the call is rejected.
  * @param len        bytes, a multiple of 16; 0 is fine.
  * @param key        `keylen` bytes.
  * @param keylen     16, 24 or 32: AES-128, AES-192 or AES-256.
@@ -115,7 +115,7 @@ void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uint8_t in16[1
  * @param iv16  16 bytes, chained on: the last block of ciphertext after the call, so that the next
  *              call goes on with the same message. No byte of `in` or `out`.
  * @param in    `len` bytes.
- * @param out   `len` bytes: `in` itself, or without a byte in common with it.
+ * @param out   `len` bytes; as for zxaes_api_done().
  * Logs: error for a NULL argument.
  */
 void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t len, uint8_t iv16[16],
@@ -133,7 +133,7 @@ void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t len, uint8_
  *                  at first.
  * @param iv16      16 bytes, as they were left by the call before. No byte of `in` or `out`.
  * @param in        `len` bytes.
- * @param out       `len` bytes: `in` itself, or without a byte in common with it.
+ * @param out       `len` bytes; as for zxaes_api_done().
  * Logs: error for a NULL argument. For an offset above 15, nothing is done but to print "<function>
  * <line> n:<offset> too big" to standard output.
  */

@@ -129,6 +129,21 @@ TEST(AesTest, AgreesWithOpenSslOnAnyNumberOfBlocks) {
     }
 }
 
+TEST(AesTest, WorksBlockByBlockWhereBuffersOverlap) {
+    constexpr std::size_t kFrom = 160, kSize = 13 * kBlock;
+    const Bytes key = noise(16);
+    for (std::size_t to = 0; to <= 2 * kFrom; to += 5) {
+        Bytes together = noise(2 * kFrom + kSize), single = together;
+        zxaes_api_done(ZXAES_DECRYPT, ZXAES_ECB, &together[kFrom], &together[to], kSize, &key[0],
+                       16);
+        for (std::size_t i = 0; i < kSize; i += kBlock) {
+            zxaes_api_done(ZXAES_DECRYPT, ZXAES_ECB, &single[kFrom + i], &single[to + i], kBlock,
+                           &key[0], 16);
+        }
+        EXPECT_EQ(together, single) << to;
+    }
+}
+
 TEST(AesTest, FeedsBackThroughTheInverseRoundsWithTheKeysOfEncryption) {
     for (const std::size_t key_size : {16U, 24U, 32U}) {
         const Bytes key = noise(key_size), text = noise(20 * kBlock);

@@ -37,11 +37,20 @@ bool has_key(const zxaes_ctt& ctx) {
     zx::Wiped<std::array<std::uint8_t, 512>> frame;
 }
 
+// `size` bytes are whole blocks. They go together unless one of them is to read what another one
+// writes.
 void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std::uint8_t* in,
            std::uint8_t* out, std::size_t size) {
-    zx::aes::cipher().crypt(
-        mode, way,
-        {ctx.roundKeys, static_cast<unsigned>(ctx.rounds), iv, in, out, size / kBlockSize});
+    const std::size_t ahead =
+        reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
+    const bool apart = ahead == 0 || ahead >= zx::aes::kTogether * kBlockSize;
+    const std::size_t step = apart ? size : kBlockSize;
+    const zx::aes::Cipher& cipher = zx::aes::cipher();
+    for (std::size_t at = 0; at < size; at += step) {
+        cipher.crypt(mode, way,
+                     {ctx.roundKeys, static_cast<unsigned>(ctx.rounds), iv, in + at, out + at,
+                      step / kBlockSize});
+    }
     wipe_frames_below();
 }
 

@@ -11,8 +11,6 @@ namespace {
 
 using namespace zx::aes;
 
-constexpr std::size_t kGroup = 8;
-
 ZX_AES_NI inline __m128i load(const void* at, std::size_t index = 0) {
     return _mm_loadu_si128(static_cast<const __m128i*>(at) + index);
 }
@@ -89,10 +87,10 @@ template <Mode mode, Way way>
 ZX_AES_NI void run(Work work) {
     if constexpr (mode == Mode::ecb) {
         __m128i none;
-        groups<mode, way, kGroup>(work, none);
+        groups<mode, way, kTogether>(work, none);
     } else {
         __m128i chain = load(work.iv);
-        groups<mode, way, way == Way::encrypt ? 1 : kGroup>(work, chain);
+        groups<mode, way, way == Way::encrypt ? 1 : kTogether>(work, chain);
         store(work.iv, 0, chain);
     }
 }

@@ -14,8 +14,12 @@ inline constexpr std::size_t kBlockWords = kBlockSize / sizeof(std::uint32_t);
 enum class Mode { ecb, cbc, cfb };
 enum class Way { encrypt, decrypt };
 
-// `blocks` blocks from `in` to `out`, which are the same or do not overlap. `keys` are the words of
-// `rounds` + 1 round keys. `iv`, a block that ECB does without, is chained on.
+// At most so many blocks are read before the first of them is written.
+inline constexpr std::size_t kTogether = 8;
+
+// `blocks` blocks from `in` to `out`. None of them is changed before it is read: the buffers are
+// the same, `out` begins before `in`, or it begins kTogether blocks or more behind it. `keys` are
+// the words of `rounds` + 1 round keys. `iv`, a block that ECB does without, is chained on.
 //
 // For decryption the round keys are those of the equivalent inverse cipher (FIPS 197, 5.3.5), in
 // the order of their use. CFB decrypts in both ways.
