@@ -7,8 +7,9 @@
  * Where the processor can multiply without carries, messages of 16 bytes or
  * more are folded 16 bytes at a time; the results are the same.
  *
- * Threads: safe. Signal handlers: safe. Nothing is logged. None of them may
- * stand in for a signature: a message with a wanted CRC is easily made.
+ * Threads: safe. Signal handlers: once a first call has returned, which asks
+ * the processor what it can. Nothing is logged. None of them may stand in for a
+ * signature: a message with a wanted CRC is easily made.
  */
 #ifndef ZXCRC_H
 #define ZXCRC_H

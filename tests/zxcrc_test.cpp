@@ -39,7 +39,8 @@ std::uint32_t divide(const Variant& variant, const std::uint8_t* at, std::size_t
     std::uint32_t crc = variant.initial;
     for (std::size_t i = 0; i < 8 * size; ++i) {
         const unsigned bit = variant.is_reflected ? i % 8 : 7 - i % 8;
-        const std::uint32_t top = crc >> (variant.width - 1) ^ (at[i / 8] >> bit & 1U);
+        const std::uint32_t top =
+            crc >> (variant.width - 1) ^ (std::uint32_t{at[i / 8]} >> bit & 1U);
         crc = crc << 1U ^ ((top & 1U) != 0 ? variant.polynomial : 0);
         crc &= variant.width == 16 ? 0xFFFFU : 0xFFFFFFFFU;
     }

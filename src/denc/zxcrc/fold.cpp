@@ -5,6 +5,8 @@
 
 #include "internal/cpu.hpp"
 
+// The lanes are to be registers, which an array is only where no index is left.
+#define ZX_UNROLLED      _Pragma("GCC unroll 4")
 #define ZX_TARGET_NARROW [[gnu::target("pclmul,sse4.1,ssse3")]]
 #define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
 #define ZX_NARROW        ZX_TARGET_NARROW [[gnu::always_inline]] inline
@@ -83,8 +85,10 @@ struct Folder {
     }
 
     ZX_NARROW static __m128i initial() {
-        return kIsReflected ? _mm_set_epi64x(0, as_signed(reflected(kVariant.initial)))
-                            : _mm_set_epi64x(as_signed(std::uint64_t{kVariant.initial} << 32U), 0);
+        constexpr std::uint64_t kBits = kIsReflected ? std::uint64_t{reflected(kVariant.initial)}
+                                                     : std::uint64_t{kVariant.initial} << 32U;
+        return kIsReflected ? _mm_set_epi64x(0, as_signed(kBits))
+                            : _mm_set_epi64x(as_signed(kBits), 0);
     }
 
     // What to multiply half a register with to move it by n bits. The product of two reflected
@@ -124,10 +128,12 @@ struct Folder {
     // multiplication (Barrett) is left.
     ZX_NARROW static std::uint32_t finish(__m128i folded) {
         const __m128i all = kIsReflected ? reverse_bits(folded) : folded;
-        const __m128i powers = _mm_set_epi64x(remainder_of_power(kPolynomial, 64),
-                                              remainder_of_power(kPolynomial, 96));
-        const __m128i divisor = _mm_set_epi64x(as_signed(quotient_of_x64(kPolynomial)),
-                                               as_signed(std::uint64_t{1} << 32U | kPolynomial));
+        constexpr std::uint64_t kPowers[] = {remainder_of_power(kPolynomial, 96),
+                                             remainder_of_power(kPolynomial, 64)};
+        constexpr std::uint64_t kDivisor[] = {std::uint64_t{1} << 32U | kPolynomial,
+                                              quotient_of_x64(kPolynomial)};
+        const __m128i powers = _mm_set_epi64x(as_signed(kPowers[1]), as_signed(kPowers[0]));
+        const __m128i divisor = _mm_set_epi64x(as_signed(kDivisor[1]), as_signed(kDivisor[0]));
         const __m128i bits96 = _mm_xor_si128(_mm_clmulepi64_si128(all, powers, 0x01),
                                              _mm_slli_si128(_mm_move_epi64(all), 4));
         const __m128i bits64 = _mm_xor_si128(_mm_clmulepi64_si128(bits96, powers, 0x11), bits96);
@@ -158,14 +164,17 @@ struct Folder {
         if (size < 2 * kStep) {
             return run_on(lanes[0], at, end);
         }
+        ZX_UNROLLED
         for (int i = 1; i < kLanes; ++i, at += kBlock) {
             lanes[i] = load_block(at);
         }
         while (end - at >= kStep) {
+            ZX_UNROLLED
             for (int i = 0; i < kLanes; ++i, at += kBlock) {
                 lanes[i] = _mm_xor_si128(move<8 * kStep>(lanes[i]), load_block(at));
             }
         }
+        ZX_UNROLLED
         for (int i = 1; i < kLanes; ++i) {
             lanes[0] = append(lanes[0], lanes[i]);
         }
@@ -192,15 +201,18 @@ struct Folder {
         constexpr std::ptrdiff_t kStep = kLanes * kPair;
         const std::uint8_t* const end = at + size;
         __m256i lanes[kLanes];
+        ZX_UNROLLED
         for (int i = 0; i < kLanes; ++i, at += kPair) {
             lanes[i] = load_pair(at);
         }
         lanes[0] = _mm256_xor_si256(lanes[0], _mm256_zextsi128_si256(initial()));
         while (end - at >= kStep) {
+            ZX_UNROLLED
             for (int i = 0; i < kLanes; ++i, at += kPair) {
                 lanes[i] = _mm256_xor_si256(move_pair<8 * kStep>(lanes[i]), load_pair(at));
             }
         }
+        ZX_UNROLLED
         for (int i = 1; i < kLanes; ++i) {
             lanes[0] = _mm256_xor_si256(move_pair<8 * kPair>(lanes[0]), lanes[i]);
         }
