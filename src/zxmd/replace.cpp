@@ -36,11 +36,11 @@ extern "C" int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t l
     }
     std::remove(side);
     const int32_t count = zxmd_api_write(side, buf, len, "wx");  // x: no link is followed
-    if (count <= 0) {
+    if (count >= 0 && static_cast<std::uint32_t>(count) < std::min(len, zx::md::kMaxLength)) {
+        ZX_LOG(error, "write (%s) failed", side);
         return count;
     }
-    if (static_cast<std::uint32_t>(count) < std::min(len, zx::md::kMaxLength)) {
-        ZX_LOG(error, "write (%s) failed", side);
+    if (count <= 0) {
         return count;
     }
     if (zxt_innerapi_cmdRet(command) != 1) {
