@@ -48,9 +48,14 @@ FileId id_of(const struct stat& st) {
     return {st.st_dev, st.st_ino};
 }
 
+// A descriptor of which only an error can be learned, as of a file whose server is gone, is still
+// there: to open another one would leave it behind.
 bool still_ours(int fd) {
     struct stat st;
-    return fd != kNone && fstat(fd, &st) == 0 && id_of(st) == g_id;
+    if (fd == kNone) {
+        return false;
+    }
+    return fstat(fd, &st) == 0 ? id_of(st) == g_id : errno != EBADF;
 }
 
 // A copy of `fd` out of the way of the program's own descriptors, of select() and of whoever closes
