@@ -34,7 +34,7 @@ extern "C" {
  * A pipe or socket may give less than there will be: zxmd_api_read3() goes on.
  *
  * @param buf  `len` bytes; a NUL is put behind the data when they are fewer than `len`.
- * @return the number of bytes; -1 on failure.
+ * @return the number of bytes, also when reading fails; -1 when the file cannot be opened.
  * Threads: safe.
  * Logs: error when the file cannot be opened.
  */
@@ -271,7 +271,7 @@ int32_t zxmd_api_timeToSave(uint64_t* last);
 /* ---------------------------------------------------------------- host -- */
 
 /**
- * @return the number of processors that are configured, at most 256.
+ * @return the number of processors that are configured, at most 256; -1 when it is unknown.
  * Logs: warning when there are more.
  */
 int32_t zxmd_api_getCpuNum(void);
