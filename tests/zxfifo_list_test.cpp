@@ -2,10 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "log_capture.hpp"
@@ -15,7 +13,7 @@
 
 namespace {
 
-std::atomic<std::uint64_t> g_now{0};
+std::uint64_t g_now = 0;
 int g_allocations_left = -1;  // negative: no end
 
 }  // namespace
@@ -30,7 +28,6 @@ extern "C" void* zxmem_api_malloc(uint32_t size, const char*, const char*, uint3
 
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 
 constexpr std::uint64_t kSecond = 1000000;
@@ -111,12 +108,6 @@ struct SharedList {
     std::uint64_t read(std::uint64_t since) {
         const IdList_ctt* const node = zxfifo_api_shareListRead(&list, since);
         return node != nullptr ? node->time : 0;
-    }
-    // What a thread finds that remembers nothing.
-    std::uint64_t read_anew(std::uint64_t since) {
-        std::uint64_t time = 0;
-        std::thread([&] { time = read(since); }).join();
-        return time;
     }
     std::vector<std::uint64_t> times() const {
         std::vector<std::uint64_t> all;
@@ -232,43 +223,6 @@ TEST_F(SharedListTest, RememberedPlacesFindWhatAWalkFinds) {
         }
         std::for_each(lists.begin(), lists.end(), [](SharedList* s) { delete s; });
     }
-}
-
-// The one that adds goes as fast as its slowest reader allows, and drops every 2500 nodes.
-TEST_F(SharedListTest, ReadersSeeEveryNodeBesideInsertionAndDrops) {
-    constexpr std::uint64_t kNodes = 20000;
-    constexpr std::uint64_t kStep = kSecond / 2500;
-    constexpr std::uint64_t kBehind = 2000 * kStep;  // less than is always kept
-    SharedList s(2);
-    std::vector<std::atomic<std::uint64_t>> last(10);
-    std::vector<std::uint64_t> wrong(last.size());
-    std::vector<std::thread> readers;
-    for (std::size_t r = 0; r < last.size(); ++r) {
-        readers.emplace_back([&, r] {
-            for (std::uint64_t number = 0; number < kNodes;) {
-                const IdList_ctt* const node = zxfifo_api_shareListRead(&s.list, last[r] + 1);
-                if (node == nullptr || node->time <= last[r]) {
-                    std::this_thread::yield();
-                    continue;
-                }
-                wrong[r] += node->data[0] == static_cast<std::uint8_t>(number++) ? 0U : 1U;
-                last[r] = node->time;
-            }
-        });
-    }
-    for (std::uint64_t i = 0; i < kNodes; ++i) {
-        g_now += kStep;
-        const auto is_near = [](const auto& time) { return time + kBehind >= g_now; };
-        while (i * kStep > kBehind && !std::all_of(last.begin(), last.end(), is_near)) {
-            std::this_thread::yield();
-        }
-        IdList_ctt* const node = zxfifo_api_shareListMalloc(8, "n");
-        node->data[0] = static_cast<std::uint8_t>(i);
-        zxfifo_api_shareListIn(&s.list, node);
-    }
-    std::for_each(readers.begin(), readers.end(), [](std::thread& t) { t.join(); });
-    EXPECT_THAT(wrong, Each(0U));
-    EXPECT_LE(s.times().size(), 3 * kSecond / kStep) << "old ones were dropped meanwhile";
 }
 
 }  // namespace

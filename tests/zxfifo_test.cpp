@@ -8,7 +8,6 @@
 #include <cstring>
 #include <numeric>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "log_capture.hpp"
@@ -241,30 +240,6 @@ TEST_F(FifoTest, WithoutCapacityNothingIsStored) {
                 ElementsAre("[WARN][FIFO_STRU]none:maybe has an error,need in 1,but 0",
                             "[WARN][FIFO_STRU]none:maybe has an error,need out 1,but 0"));
     zxfifo_api_blockDeinit(&none);
-}
-
-TEST_F(FifoTest, PassesMessagesBetweenThreads) {
-    constexpr int kMessages = 20000;
-    const auto size_of = [](int i) { return 1 + i % 9; };
-    std::thread producer([&] {
-        for (int i = 0; i < kMessages; ++i) {
-            while (zxfifo_api_blockSizeLeft(fifo) < size_of(i) + ZXFIFO_PREFIX_SIZE) {
-                std::this_thread::yield();
-            }
-            zxfifo_api_blockLenIn(fifo, Bytes(9, static_cast<std::uint8_t>(i)).data(), size_of(i));
-        }
-    });
-    int wrong = 0;
-    for (int i = 0; i < kMessages; ++i) {
-        while (zxfifo_api_blockSizeUsed(fifo) == 0) {
-            std::this_thread::yield();
-        }
-        std::uint8_t out[kCapacity] = {};
-        const std::int32_t size = zxfifo_api_blockLenOut1(fifo, out, sizeof out, "f", 1);
-        wrong += size == size_of(i) && out[size - 1] == static_cast<std::uint8_t>(i) ? 0 : 1;
-    }
-    producer.join();
-    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -123,32 +122,6 @@ TEST_F(MemTest, RemovesTheOldestNodeOfABuffer) {
     EXPECT_THAT(log.take(),
                 ElementsAre("[ERROR][MEMRY_MAP]dbuf is null", "[ERROR][MEMRY_MAP]dbuf is null"));
     EXPECT_THAT(listing(), ElementsAre(total(0)));
-}
-
-// The index grows on the way; buffers come and go on two threads.
-TEST_F(MemTest, FindsEveryBufferAmongMany) {
-    constexpr int kEach = 3000;
-    zxmem_api_init(1);
-    const auto work = [] {
-        std::vector<void*> live;
-        for (int i = 0; i < kEach; ++i) {
-            live.push_back(zxmem_api_malloc(1, "many", "m.c", 1));
-        }
-        for (std::size_t i = 0; i < live.size(); i += 2) {
-            zxmem_api_free(&live[i]);
-        }
-        for (std::size_t i = live.size(); i-- > 0;) {
-            if (live[i] != nullptr) {
-                zxmem_api_free(&live[i]);
-            }
-        }
-    };
-    void* stays = zxmem_api_malloc(9, "stays", "s.c", 1);
-    std::thread other(work);
-    work();
-    other.join();
-    EXPECT_THAT(listing(), ElementsAre(row(1, stays, "9B ---file,line s.c 1"), total(9)));
-    zxmem_api_free(&stays);
 }
 
 // Behind what the text holds already; times of day become TIME.

@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Runs the scenarios of tests/stress for minutes instead of seconds, one after the other:
+# scripts/stress.sh MINUTES [PRESET]. The preset is release when none is named; tsan and asan look
+# closer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+if [[ ! ${1-} =~ ^[1-9][0-9]*$ ]]; then
+    echo "usage: $0 MINUTES [PRESET]" >&2
+    exit 2
+fi
+preset=${2:-release}
+
+scripts/install-deps.sh build test
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset" --target stress_test log_stress_test -- --quiet
+programs=("build/$preset/tests/stress/stress_test" "build/$preset/tests/stress/log_stress_test")
+scenarios=$(for program in "${programs[@]}"; do "$program" --gtest_list_tests; done | grep -c '^  ')
+export ZX_STRESS_SECONDS=$(($1 * 60 / scenarios))
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+for program in "${programs[@]}"; do "$program"; done

@@ -1,0 +1,68 @@
+// What every scenario has: its time, and an alarm for the case that it hangs.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zx::test {
+
+class Scenario {
+public:
+    Scenario() {
+        name() = testing::UnitTest::GetInstance()->current_test_info()->name();
+        name() += " hangs\n";
+        signal(SIGALRM, give_up);
+        alarm(static_cast<unsigned>(seconds().count()) + kPatience);
+    }
+    ~Scenario() { alarm(0); }
+    Scenario(const Scenario&) = delete;
+    Scenario& operator=(const Scenario&) = delete;
+
+    // False when the time is up.
+    [[nodiscard]] bool goes_on() const { return Clock::now() < end_; }
+
+    // How much was done, for whoever wants to know what a run was worth.
+    static void tell(std::uint64_t count, const char* what) {
+        std::printf("%llu %s\n", static_cast<unsigned long long>(count), what);
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr unsigned kPatience = 60;
+
+    static std::chrono::seconds seconds() {
+        const char* const text = std::getenv("ZX_STRESS_SECONDS");
+        return std::chrono::seconds(text != nullptr ? std::atoi(text) : 2);
+    }
+    static std::string& name() {
+        static std::string text;
+        return text;
+    }
+    static void give_up(int) {
+        [[maybe_unused]] const ssize_t put = write(STDERR_FILENO, name().data(), name().size());
+        std::abort();
+    }
+
+    Clock::time_point end_ = Clock::now() + seconds();
+};
+
+// Runs body(0) to body(count - 1), each on a thread of its own, to their end.
+inline void run_threads(int count, const std::function<void(int)>& body) {
+    std::vector<std::jthread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(body, i);
+    }
+}
+
+}  // namespace zx::test
