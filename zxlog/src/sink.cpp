@@ -39,6 +39,7 @@ Path g_paths[2];  // empty: standard error
 std::atomic<unsigned> g_path_turn{0};
 FileId g_id;                          // the file behind g_fd
 std::atomic<bool> g_is_stream{true};  // it is, or may be, a pipe or a socket
+std::atomic<bool> g_torn{false};      // the last thing in it is a part of a line
 
 const char* current_path() {
     return g_paths[g_path_turn.load(std::memory_order_relaxed) % 2];
@@ -95,6 +96,9 @@ bool adopt(int fd) {
         }
         g_fd.store(copy, std::memory_order_release);
     }
+    if (!(id_of(st) == g_id)) {
+        g_torn.store(false, std::memory_order_relaxed);
+    }
     g_id = id_of(st);
     g_is_stream.store(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode), std::memory_order_relaxed);
     return true;
@@ -141,7 +145,6 @@ std::int64_t coarse_sec() {
 // Lines that could not be written: the process that lost them, and how many. A forked child does
 // not report what its parent lost.
 std::atomic<std::uint64_t> g_lost{0};
-std::atomic<bool> g_torn{false};  // the last thing in the file is a part of a line
 
 constexpr std::uint64_t kCountMask = 0xFFFFFFFFU;
 

@@ -205,13 +205,21 @@ TEST_F(LogFile, CountsLinesForWhichThereIsNoRoom) {
                   other.join();
                   setrlimit(RLIMIT_FSIZE, &limit);
                   zxlog_innerapi_file("after\r\n");
+
+                  const rlimit larger{std::filesystem::file_size(log) + 4, limit.rlim_max};
+                  setrlimit(RLIMIT_FSIZE, &larger);
+                  zxlog_innerapi_file("torn, too\r\n");
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  zxlog_api_setFile((log + ".next").c_str());
+                  zxlog_innerapi_file("elsewhere\r\n");
                   return errno_kept ? 0 : 1;
               }),
               0);
-    EXPECT_THAT(
-        lines_of(log),
-        ElementsAre(std::string(37, '0') + "0", std::string(37, '0') + "1", std::string(20, '0'),
-                    HasSubstr("][WARN][ZXLOG]401 lines could not be wri"), "after"));
+    EXPECT_THAT(lines_of(log), ElementsAre(std::string(37, '0') + "0", std::string(37, '0') + "1",
+                                           std::string(20, '0'),
+                                           HasSubstr("][WARN][ZXLOG]401 lines could not be wri"),
+                                           "after", "torn<no line end>"));
+    EXPECT_THAT(lines_of(log + ".next"), ElementsAre(HasSubstr("]1 lines could"), "elsewhere"));
 }
 
 TEST_F(LogFile, LosesLinesButNotTheProcessWhenNobodyReads) {
