@@ -79,15 +79,16 @@ extern "C" int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodp
     char make[kCommandSize];
     const int make_length =
         std::snprintf(make, sizeof make, "mkdir  -p %s  && chmod 777 %s", path, path);
+    char remove[kCommandSize];
+    const int remove_length = std::snprintf(remove, sizeof remove, "rm -fr %s", path);
     if (!zx::is_whole(path_length, sizeof path) || !zx::is_whole(make_length, sizeof make) ||
-        !zx::is_safe_path(path) || !leads_below(name)) {
+        !zx::is_whole(remove_length, sizeof remove) || !zx::is_safe_path(path) ||
+        !leads_below(name)) {
         ZX_LOG(error, "Path(%s/%s) is not fit for a command", vodpath, hls_url);
         return 0;
     }
     replace(hls_path, path);
     ZX_LOG(info, "-------hls_path:%s", hls_path);
-    char remove[kCommandSize];
-    std::snprintf(remove, sizeof remove, "rm -fr %s", path);
     zx::run_unasked(remove);
     zx::run_unasked(make);
     return 1;
