@@ -145,7 +145,7 @@ extern "C" void zxframe_innerapi_buildIpv4(ether_ctt* pether_ctt, uint8_t protoc
     ipv4_view& ip = pether_ctt->ipv4;
     ip.version = 4;
     set_protocol_fields(ip, protocol);
-    const std::uint32_t header_size = kWord * ip.header_len;
+    const auto header_size = static_cast<std::uint32_t>(kWord * ip.header_len);
     const std::uint32_t counted = protocol == kProtocolUdp ? udp_at::payload : transport_len;
     ip.tos = 0;
     ip.total_len = static_cast<std::uint16_t>(header_size + counted + pether_ctt->data_len);

@@ -27,8 +27,8 @@ inline constexpr std::array<HexText, 256> kHexTexts = [] {
 }();
 
 inline void print_mac(const std::uint8_t* mac, char (&out)[ZXFRAME_MAC_TEXT_SIZE]) {
-    constexpr int kLast = ZXFRAME_MAC_SIZE - 1;
-    for (int i = 0; i < kLast; ++i) {
+    constexpr std::size_t kLast = ZXFRAME_MAC_SIZE - 1;
+    for (std::size_t i = 0; i < kLast; ++i) {
         std::memcpy(out + 3 * i, kHexTexts[mac[i]].data(), sizeof(HexText));
     }
     std::memcpy(out + 3 * kLast, kHexTexts[mac[kLast]].data(), 2);

@@ -53,7 +53,7 @@ inline constexpr unsigned kFragmentFlagsShift = 13;
 inline constexpr std::uint32_t kDontFragment = 2;
 
 // Header lengths are counted in words of 32 bits, in four bits.
-inline constexpr std::uint32_t kWord = 4;
+inline constexpr std::size_t kWord = 4;
 inline constexpr std::uint32_t kNibble = 0xF;
 inline constexpr std::uint32_t kIpv4Words = 5;
 inline constexpr std::uint32_t kTcpWords = 5;

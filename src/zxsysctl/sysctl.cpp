@@ -42,7 +42,7 @@ extern "C" int32_t zxsysctl_api_setGw_rpfilter(uint8_t value) {
 extern "C" int32_t zxsysctl_api_getIgmpVersion(void) {
     char digits[kDigits + 1]{};
     zxmd_api_read(kIgmpVersionPath, digits, kDigits);
-    return std::atoi(digits);
+    return static_cast<int32_t>(std::strtol(digits, nullptr, 10));
 }
 
 extern "C" int32_t zxsysctl_api_setIgmpVersion(uint8_t version) {

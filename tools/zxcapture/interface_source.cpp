@@ -27,7 +27,7 @@ using tools::system_failure;
 
 constexpr std::size_t kLargestFrame = 256U << 10U;  // offloads hand over far more than 64 KiB
 constexpr std::size_t kVlanTagSize = 4;
-constexpr std::size_t kMacsSize = 2 * ZXFRAME_MAC_SIZE;
+constexpr std::size_t kMacsSize = std::size_t{2} * ZXFRAME_MAC_SIZE;
 constexpr int kKernelBuffer = 16 << 20;
 constexpr int kWaitMs = 250;
 

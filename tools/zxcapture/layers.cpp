@@ -30,7 +30,7 @@ void add_transport(const Frame& frame, std::size_t end, Layers& layers) {
     }
     layers.depth = Depth::transport;
     const std::uint8_t* const header = frame.bytes.data() + at;
-    const std::size_t size = is_tcp ? header[12] / 16U * 4U : fixed;
+    const std::size_t size = is_tcp ? std::size_t{4} * (header[12] / 16) : fixed;
     const std::size_t udp_size = is_tcp ? size : zx::load_be16(header + 4);
     const bool udp_ends_outside = at + udp_size > end && !layers.first_fragment;
     layers.flaw = size < fixed || udp_size < fixed || udp_ends_outside || end > frame.length
@@ -62,7 +62,7 @@ void add_ipv4(const Frame& frame, Layers& layers) {
         return;
     }
     const std::uint8_t* const header = frame.bytes.data() + kNetworkAt;
-    const std::size_t size = header[0] % 16U * 4U;
+    const std::size_t size = std::size_t{4} * (header[0] % 16);
     const std::uint16_t fragment = zx::load_be16(header + 6);
     layers.depth = Depth::network;
     layers.protocol = header[9];
@@ -98,7 +98,7 @@ Layers find_layers(const Frame& frame) {
         return layers;
     }
     layers.depth = Depth::ethernet;
-    layers.type = zx::load_be16(frame.bytes.data() + 2 * ZXFRAME_MAC_SIZE);
+    layers.type = zx::load_be16(frame.bytes.data() + std::size_t{2} * ZXFRAME_MAC_SIZE);
     if (layers.type == kTypeIpv4) {
         add_ipv4(frame, layers);
     } else if (layers.type == kTypeIpv6) {
