@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of one or more groups, those that are missing: build,
-# test, bench, fuzz.
+# test, bench, fuzz, analyse, memcheck, coverage.
 set -euo pipefail
 
 packages_of() {
     case $1 in
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
                     libmicrohttpd-dev libpcap-dev ;;
-        test) echo libgtest-dev libgmock-dev libssl-dev clang-format chromium chromium-driver curl \
-                   ffmpeg iproute2 jq python3 tshark ;;
+        test) echo abigail-tools libgtest-dev libgmock-dev libssl-dev clang-format chromium \
+                   chromium-driver curl ffmpeg iproute2 jq python3 tshark ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
                     libjack-jackd2-dev libssl-dev libtins-dev nettle-dev ;;
         fuzz) echo clang libclang-rt-14-dev ;;
-        *) echo "usage: $0 [build|test|bench|fuzz]..." >&2; return 2 ;;
+        analyse) echo clang clang-tidy cppcheck ;;
+        memcheck) echo valgrind ;;
+        coverage) echo gcovr ;;
+        *) echo "usage: $0 [build|test|bench|fuzz|analyse|memcheck|coverage]..." >&2; return 2 ;;
     esac
 }
 
