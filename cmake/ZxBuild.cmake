@@ -1,6 +1,7 @@
 # What every target of the project is compiled and linked with.
 
 set(ZX_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+option(ZX_COVERAGE "Count which lines and branches run (needs gcc)" OFF)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_C_STANDARD 11)
@@ -36,6 +37,12 @@ else()
     target_link_options(zx_flags INTERFACE -Wl,-z,defs)
     target_compile_options(zx_flags INTERFACE -fstack-protector-strong $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
     target_link_options(zx_flags INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
+if(ZX_COVERAGE)
+    target_compile_options(zx_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(zx_flags INTERFACE --coverage)
+    target_sources(zx_flags INTERFACE ${PROJECT_SOURCE_DIR}/tests/support/coverage_exit.c)
 endif()
 
 # The libraries neither throw nor ask for run-time types; everything that they define is declared
