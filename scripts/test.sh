@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs all tests: release, address and undefined-behaviour sanitizers, and those with
-# threads under the thread sanitizer. Checks the formatting first.
+# threads under the thread sanitizer, which compares the binary interface with its record, too.
+# Checks the formatting first and analyses the code last.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,3 +14,5 @@ for preset in release asan tsan; do
     cmake --build --preset "$preset" -- --quiet
     ctest --preset "$preset" --parallel 2 --output-on-failure
 done
+
+scripts/analyse.sh
