@@ -182,7 +182,7 @@ TEST_F(StatusTest, ListsEveryBuffer) {
     const Json status = json("/status.json");
     const std::string table = get("/memory");
     const int count = cJSON_GetArraySize(at(status.get(), "memory.rows"));
-    EXPECT_EQ(count, 9002);  // with those of the FIFO
+    ASSERT_EQ(count, 9002);  // with those of the FIFO
     EXPECT_EQ(count_of(table, "<tr>"), static_cast<std::size_t>(count) + 1);
     EXPECT_EQ(at(status.get(), "memory.rows.9001.line")->valuedouble, __LINE__ - 8);
     for (void*& buffer : buffers) {
