@@ -16,8 +16,7 @@ namespace zxlog {
 
 class LineBuffer {
 public:
-    // cppcheck-suppress uninitMemberVar  // only what was formatted is read; clearing costs each
-    // line
+    // cppcheck-suppress uninitMemberVar  // clearing costs time, only formatted text is read
     LineBuffer() = default;
     LineBuffer(const LineBuffer&) = delete;
     LineBuffer& operator=(const LineBuffer&) = delete;
