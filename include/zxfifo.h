@@ -159,10 +159,13 @@ int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payload, int32_
 int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size, const char* func,
                                 int line);
 
-/** @return the bytes held; -1 when `fifo` is NULL, which is logged as an error. */
+/**
+ * @return the bytes held behind the last transfer or reset, without what was only counted since; -1
+ *         when `fifo` is NULL, which is logged as an error.
+ */
 int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo);
 
-/** @return the bytes free; -1 when `fifo` is NULL, which is logged as an error. */
+/** @return the bytes free, likewise; -1 when `fifo` is NULL, which is logged as an error. */
 int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo);
 
 /** @return the resets counted; -1 when `fifo` is NULL, which is logged as an error. */

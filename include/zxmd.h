@@ -168,8 +168,9 @@ uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* in, uint32_t
 /**
  * Decodes what zxmd_api_ascii2Base64() wrote with the same alphabet.
  *
- * Padding ends the text, the NUL too: padding may be missing, and a single character that is left
- * over is dropped. Characters that are not in the alphabet are no error but give garbage.
+ * Characters go in groups of four. A "=" in the third or fourth place of one is padding and ends
+ * the text, the NUL too: padding may be missing, and a single character that is left over is
+ * dropped. Other characters that are not in the alphabet are no error but give garbage.
  *
  * @param alphabet  64 characters; the first counts where one stands twice.
  * @param in        a NUL-terminated text.
