@@ -21,18 +21,6 @@ char* chars(std::uint8_t* bytes) {
     return reinterpret_cast<char*>(bytes);
 }
 
-char* place(GuardedMemory& memory, const std::string& text, std::size_t room = 0) {
-    return chars(memory.copy({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
-                             text.size() + 1 + room));
-}
-
-// `size` bytes that hold a text to be cleared.
-char* old_text(GuardedMemory& memory, std::size_t size) {
-    char* const text = chars(memory.fill(size, 'x'));
-    text[size - 1] = '\0';
-    return text;
-}
-
 // What the header says of dotted texts, the plain way.
 std::optional<std::uint32_t> read_dotted(std::string text, std::size_t size) {
     text.resize(std::min(text.size(), size));
@@ -61,7 +49,7 @@ std::string dotted(std::uint32_t ip) {
 void check_address(GuardedMemory& out, const std::string& text, const char* placed) {
     const std::uint32_t ip = zxnet_api_ipStr2Byte(placed);
     require(ip == read_dotted(text, ZXNET_IP_TEXT_SIZE).value_or(0), "the address");
-    char* const printed = old_text(out, ZXNET_IP_TEXT_SIZE);
+    char* const printed = out.old_text(ZXNET_IP_TEXT_SIZE);
     require(zxnet_api_ipByte2Str(ip, printed) == static_cast<int32_t>(dotted(ip).size()) &&
                 printed == dotted(ip),
             "the text of the address");
@@ -80,7 +68,7 @@ void check_address(GuardedMemory& out, const std::string& text, const char* plac
     zxnet_api_isResIpaddr(placed);
     zxnet_api_getIpMode(placed);
 
-    char* const mapped = place(out, text, 7);
+    char* const mapped = out.text(text, 7);
     const bool is_ipv6 = text.find(':') != std::string::npos;
     zxnet_api_outIpv6(mapped);
     require(mapped == (is_ipv6 ? text : "::ffff:" + text), "mapped to IPv6");
@@ -103,7 +91,7 @@ void check_mac(GuardedMemory& out, const char* placed) {
     require(std::memcmp(mac, again, sizeof mac) == 0, "the MAC address of its text");
     zxnet_api_num2str16(mac, sizeof mac, chars(out.fill(1 + 2 * sizeof mac, 0)));
 
-    char* const group = old_text(out, ZXNET_MAC_TEXT_SIZE);
+    char* const group = out.old_text(ZXNET_MAC_TEXT_SIZE);
     require(zxnet_api_getMulticastDestMac(group, placed) == ZXNET_MAC_TEXT_SIZE - 1,
             "the MAC text of a group");
 }
@@ -117,8 +105,8 @@ void check_network(GuardedMemory& out, const std::string& ip_text, const char* i
     require(bits >= 0 && bits <= 32, "the bits of a mask");
     const std::uint32_t expected = is_network ? *address & *netmask : 0;
 
-    const char* const subnet = old_text(out, ZXNET_IP_TEXT_SIZE);
-    const std::int32_t length = zxnet_api_subnet(ip, mask, old_text(out, ZXNET_IP_TEXT_SIZE));
+    const char* const subnet = out.old_text(ZXNET_IP_TEXT_SIZE);
+    const std::int32_t length = zxnet_api_subnet(ip, mask, out.old_text(ZXNET_IP_TEXT_SIZE));
     require(is_network ? subnet == dotted(expected) : length == 0, "the network");
 
     static GuardedMemory gateways(ZXNET_IP_TEXT_SIZE);
@@ -158,15 +146,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input({data, std::min<std::size_t>(size, kMaxText / 2)});
     zx::fuzz::log_to_nowhere(input.take<std::uint8_t>());
     const Bytes both = input.rest();
-    const auto end = std::find(both.begin(), both.end(), std::uint8_t{0});
-    const std::string text(both.begin(), end);
-    const std::string second =
-        end == both.end() ? text : Input({end + 1, both.end()}).take_text(kMaxText);
-    const char* const placed = place(texts, text);
+    const std::string text = input.take_line(kMaxText);
+    const std::string second = input.empty() ? text : input.take_text(kMaxText);
+    const char* const placed = texts.text(text);
     check_address(out, text, placed);
     check_mac(out, placed);
     check_list(out, text, placed);
-    check_network(out, text, placed, second, place(masks, second));
+    check_network(out, text, placed, second, masks.text(second));
 
     sockaddr_storage socket{};
     std::copy_n(both.begin(), std::min(both.size(), sizeof socket),

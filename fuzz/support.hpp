@@ -67,6 +67,22 @@ public:
         return at;
     }
 
+    // A text, with zeros behind it for `room` bytes more.
+    [[nodiscard]] char* text(const std::string& text, std::size_t room = 0) {
+        return reinterpret_cast<char*>(
+            copy({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
+                 text.size() + 1 + room));
+    }
+
+    // `size` bytes for a text. Untouched, they are a text of all that fits.
+    [[nodiscard]] char* old_text(std::size_t size) {
+        char* const text = reinterpret_cast<char*>(fill(size, 'x'));
+        if (size > 0) {
+            text[size - 1] = '\0';
+        }
+        return text;
+    }
+
     template <typename Record>
     [[nodiscard]] Record& record(std::uint8_t byte) {
         static_assert(alignof(Record) <= 16 && sizeof(Record) % alignof(Record) == 0);
@@ -98,17 +114,35 @@ public:
         return taken;
     }
 
+    // Below `limit`, of one byte.
+    [[nodiscard]] std::size_t take_below(std::size_t limit) { return take<std::uint8_t>() % limit; }
+
     // Up to a NUL or `size` bytes.
     [[nodiscard]] std::string take_text(std::size_t size) {
         const Bytes taken = take_bytes(size);
         return {taken.begin(), std::find(taken.begin(), taken.end(), std::uint8_t{0})};
     }
 
+    // Up to the next NUL, which is taken too.
+    [[nodiscard]] std::string take_line(std::size_t size) {
+        const auto end = std::find(bytes_.begin(), bytes_.end(), std::uint8_t{0});
+        const std::string line =
+            take_text(std::min(size, static_cast<std::size_t>(end - bytes_.begin())));
+        (void)take_bytes(1);
+        return line;
+    }
+    [[nodiscard]] bool empty() const { return bytes_.empty(); }
+
     [[nodiscard]] Bytes rest() const { return bytes_; }
 
 private:
     Bytes bytes_;
 };
+
+// What of a text there is in `size` bytes with a NUL.
+inline std::string cut(const std::string& text, std::size_t size) {
+    return text.substr(0, size - 1);
+}
 
 // The inputs of the frame targets: what to do, in as many bytes as this, and then a frame.
 inline constexpr std::size_t kControlSize = 96;
