@@ -1,0 +1,200 @@
+// Sequences of operations on list pools and shared lists, against std::deques. The clock is the
+// input's: it stands, goes on, and for a moment goes back.
+#include <array>
+#include <deque>
+
+#include "support.hpp"
+#include "zxfifo.h"
+
+namespace {
+
+using zx::fuzz::Input;
+using zx::fuzz::require;
+
+constexpr std::uint64_t kSecond = 1000000;
+constexpr std::uint64_t kStart = 1700000000 * kSecond;
+std::uint64_t g_now;
+
+bool is_blank(const std::uint8_t* data, std::size_t size) {
+    return std::all_of(data, data + size, [](std::uint8_t byte) { return byte == 0; });
+}
+
+// A queue, and the nodes that should be in it.
+struct Queue {
+    zxfifolist_ctt* head = nullptr;
+    std::deque<zxfifolist_ctt*> nodes;
+
+    void in(zxfifolist_ctt* node) {
+        zxfifo_api_listIn(&head, node);
+        nodes.push_back(node);
+    }
+    zxfifolist_ctt* out() {
+        zxfifolist_ctt* const node = zxfifo_api_listOut(&head);
+        require(node == (nodes.empty() ? nullptr : nodes.front()), "the first node");
+        if (node != nullptr) {
+            nodes.pop_front();
+        }
+        return node;
+    }
+    void reset() {
+        zxfifo_api_listReset(&head);
+        require(head == nullptr, "an empty queue");
+        nodes.clear();
+    }
+    void check() const {
+        require(zxfifo_api_listTotalNum(&head) == nodes.size(), "the length of a queue");
+        const zxfifolist_ctt* at = head;
+        for (const zxfifolist_ctt* const node : nodes) {
+            require(at == node && at->count == nodes.size(), "a node of a queue");
+            at = at->next;
+        }
+        require(at == nullptr, "the end of a queue");
+    }
+};
+
+class Queues {
+public:
+    ~Queues() {
+        for (Queue& queue : queues_) {
+            queue.reset();
+        }
+    }
+    void run(Input& input) {
+        Queue& queue = queues_[input.take_below(queues_.size())];
+        const std::size_t what = input.take_below(5);
+        if (what < 2) {
+            const auto size = input.take<std::uint8_t>();
+            zxfifolist_ctt* const node = zxfifo_api_listMalloc(size, "fuzz");
+            require(node->size == size && is_blank(node->data, size), "a new node");
+            std::memset(node->data, 1, size);
+            queue.in(node);
+        } else if (what == 4) {
+            queue.reset();
+        } else if (zxfifolist_ctt* node = queue.out(); node != nullptr && what == 2) {
+            zxfifo_api_listDemalloc(&node);
+        } else if (node != nullptr) {
+            queues_[input.take_below(queues_.size())].in(node);
+        }
+        for (const Queue& each : queues_) {
+            each.check();
+        }
+    }
+
+private:
+    std::array<Queue, 3> queues_;
+};
+
+class Shared {
+public:
+    explicit Shared(std::uint32_t keep_seconds) {
+        list_.keep_seconds = keep_seconds;
+        require(zxfifo_api_shareListInit(&list_, "fuzz") == 0, "a list");
+    }
+    Shared(const Shared&) = delete;
+    Shared& operator=(const Shared&) = delete;
+    ~Shared() { zxfifo_api_shareListDeinit(&list_); }
+
+    void run(Input& input) {
+        switch (input.take_below(8)) {
+            case 0:
+            case 1:
+            case 2:
+                return in(input.take<std::uint8_t>());
+            case 3:
+            case 4:
+            case 5:
+                return read(input.take<std::int32_t>());
+            case 6:
+                zxfifo_api_shareListDropTimeout(&list_);
+                return drop();
+            default:
+                zxfifo_api_shareListReset(&list_);
+                nodes_.clear();
+        }
+    }
+    void check() const {
+        require(zxfifo_api_shareListTotalNum(&list_) == nodes_.size(), "the length of a list");
+        const IdList_ctt* at = list_.head;
+        for (const Node& node : nodes_) {
+            require(at == node.at && at->time == node.time, "a node of a list");
+            at = at->next;
+        }
+        require(at == nullptr && list_.tail == (nodes_.empty() ? nullptr : nodes_.back().at),
+                "the end of a list");
+    }
+
+private:
+    struct Node {
+        IdList_ctt* at;
+        std::uint64_t time;
+    };
+
+    void in(std::uint32_t size) {
+        IdList_ctt* const node = zxfifo_api_shareListMalloc(size, "fuzz");
+        require(node->size == size && is_blank(node->data, size), "a new node");
+        nodes_.push_back({node, g_now});
+        zxfifo_api_shareListIn(&list_, node);
+        if (g_now < looked_ || g_now - looked_ > kSecond) {
+            looked_ = g_now;
+            drop();
+        }
+    }
+    // A node that looks as if it came from the future is old, too.
+    void drop() {
+        while (!nodes_.empty() && (g_now < nodes_.front().time ||
+                                   g_now - nodes_.front().time >= list_.keep_seconds * kSecond)) {
+            nodes_.pop_front();
+        }
+    }
+    void read(std::int32_t offset) {
+        const std::uint64_t since =
+            offset % 16 == 0 ? 0 : g_now + static_cast<std::uint64_t>(offset / 16 % 8000000);
+        IdList_ctt* const found = zxfifo_api_shareListRead(&list_, since);
+        const bool is_in_order =
+            std::is_sorted(nodes_.begin(), nodes_.end(),
+                           [](const Node& a, const Node& b) { return a.time < b.time; });
+        const auto expected = std::find_if(
+            nodes_.begin(), nodes_.end(), [since](const Node& node) { return node.time >= since; });
+        if (nodes_.empty()) {
+            require(found == nullptr, "nothing to read");
+        } else if (expected == nodes_.end()) {
+            require(found == nodes_.back().at, "the newest node");
+        } else if (is_in_order) {
+            require(found == expected->at, "the first node since then");
+        } else {
+            require(found->time >= since, "a node since then");
+        }
+    }
+
+    zxsharelist_ctt list_{};
+    std::deque<Node> nodes_;
+    std::uint64_t looked_ = 0;
+};
+
+}  // namespace
+
+// In front of the logging library's, on which the library's clock stands.
+extern "C" std::uint64_t zxlog_api_us(void) {
+    return g_now;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Input input({data, std::min<std::size_t>(size, 1024)});
+    g_now = kStart;
+    Queues queues;
+    Shared first(static_cast<std::uint32_t>(input.take_below(8)));
+    Shared second(static_cast<std::uint32_t>(input.take_below(2148)));
+    while (!input.empty()) {
+        const auto what = input.take<std::uint8_t>();
+        g_now += what >= 128 ? (what & 127U) * 50000 : 0;
+        g_now -= what == 64 ? kSecond : 0;
+        if (what % 4 == 0) {
+            queues.run(input);
+            continue;
+        }
+        Shared& shared = what % 4 == 1 ? second : first;
+        shared.run(input);
+        shared.check();
+    }
+    return 0;
+}

@@ -1,0 +1,154 @@
+// Feeds the relay's packet synchroniser and its reader of requests any stream in any pieces. The
+// model is fed the same bytes one at a time.
+#include <optional>
+#include <vector>
+
+#include "packetizer.hpp"
+#include "request.hpp"
+#include "support.hpp"
+
+namespace {
+
+using relay::kMessageSize;
+using relay::kPacketSize;
+using zx::fuzz::Bytes;
+using zx::fuzz::Input;
+using zx::fuzz::require;
+
+constexpr std::uint8_t kSync = 0x47;
+using Messages = std::vector<std::vector<std::uint8_t>>;
+
+struct Model {
+    std::vector<std::uint8_t> held;
+    Messages messages;
+    std::uint64_t skipped = 0;
+
+    void feed(std::uint8_t byte) {
+        held.push_back(byte);
+        if (held.size() < kMessageSize) {
+            return;
+        }
+        flush();
+        if (held.size() == kMessageSize) {  // no packet in front
+            std::size_t start = 1;
+            while (!is_in_step(start)) {
+                ++start;
+            }
+            skip(start);
+        }
+    }
+    void flush() {
+        std::size_t size = 0;
+        while (size + kPacketSize <= held.size() && held[size] == kSync) {
+            size += kPacketSize;
+        }
+        if (size > 0) {
+            messages.emplace_back(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(size));
+            held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(size));
+        }
+    }
+    void skip(std::size_t size) {
+        held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(size));
+        skipped += size;
+    }
+    [[nodiscard]] bool is_in_step(std::size_t start) const {
+        bool all = true;
+        for (std::size_t at = start; at < held.size(); at += kPacketSize) {
+            all = all && held[at] == kSync;
+        }
+        return all;
+    }
+};
+
+// A stream of the input: packets of one byte value each, and anything between them.
+std::vector<std::uint8_t> stream_of(Input& input) {
+    std::vector<std::uint8_t> stream;
+    while (!input.empty() && stream.size() < 6 * kMessageSize) {
+        const auto what = input.take<std::uint8_t>();
+        if (what % 4 == 0) {
+            const Bytes noise = input.take_bytes(what / 4);
+            stream.insert(stream.end(), noise.begin(), noise.end());
+            continue;
+        }
+        for (int packet = 0; packet < what / 16 + 1; ++packet) {
+            stream.push_back(kSync);
+            stream.insert(stream.end(), kPacketSize - 1, what % 4 == 1 ? kSync : what);
+        }
+    }
+    return stream;
+}
+
+void check_packets(Input& control, const std::vector<std::uint8_t>& stream) {
+    Messages emitted;
+    relay::Packetizer packetizer(
+        [&](Bytes message) { emitted.emplace_back(message.begin(), message.end()); });
+    Model model;
+    for (Bytes rest = stream; !rest.empty();) {
+        const std::size_t asked =
+            control.empty() ? rest.size() : control.take<std::uint16_t>() % 3000;
+        const Bytes piece = rest.first(std::min(asked + 1, rest.size()));
+        rest = rest.subspan(piece.size());
+        packetizer.feed(piece);
+        std::for_each(piece.begin(), piece.end(), [&](std::uint8_t byte) { model.feed(byte); });
+        if (asked % 8 == 0) {
+            packetizer.flush();
+            model.flush();
+        }
+    }
+    packetizer.finish();
+    model.flush();
+    model.skip(model.held.size());
+    require(emitted == model.messages && packetizer.skipped() == model.skipped, "the messages");
+
+    std::size_t size = 0;
+    for (const auto& message : emitted) {
+        require(message.size() <= kMessageSize && relay::is_transport_stream(message),
+                "whole packets");
+        size += message.size();
+    }
+    require(size + packetizer.skipped() == stream.size(), "every byte is accounted for");
+    require(!relay::is_transport_stream(stream) || packetizer.skipped() == 0,
+            "packets in step are never skipped");
+}
+
+// "last N" with at most 16 characters: N has eleven digits at most.
+std::optional<std::uint64_t> asked_by(std::string line) {
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
+    const std::string digits = line.starts_with("last ") ? line.substr(5) : "";
+    const bool counts = !digits.empty() && line.size() <= 16 &&
+                        digits.find_first_not_of("0123456789") == std::string::npos;
+    return counts ? std::optional(std::strtoull(digits.c_str(), nullptr, 10)) : std::nullopt;
+}
+
+void check_requests(Input& control, const std::string& text) {
+    relay::RequestReader reader;
+    std::string line;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::string piece = text.substr(at, 1 + control.take_below(32));
+        at += piece.size();
+        std::optional<std::uint64_t> expected;
+        for (const char c : piece) {
+            if (c != '\n') {
+                line += c;
+                continue;
+            }
+            const auto asked = asked_by(line);
+            expected = asked ? asked : expected;
+            line.clear();
+        }
+        require(reader.feed(piece) == expected, "what a client asks for");
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Input input({data, size});
+    Input control(input.take_bytes(32));
+    const Bytes rest = input.rest();
+    check_requests(control, {rest.begin(), rest.end()});
+    check_packets(control, stream_of(input));
+    return 0;
+}
