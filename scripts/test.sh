@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs all tests: release, address and undefined-behaviour sanitizers, and those with
 # threads under the thread sanitizer, which compares the binary interface with its record, too.
-# Checks the formatting first and analyses the code last.
+# Checks the formatting first, analyses the code and fuzzes for a moment at last.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,3 +16,5 @@ for preset in release asan tsan; do
 done
 
 scripts/analyse.sh
+echo "== fuzz"
+scripts/fuzz.sh 5
