@@ -10,18 +10,12 @@ packages_of() {
         test) echo abigail-tools libgtest-dev libgmock-dev libssl-dev clang-format chromium \
                    chromium-driver curl ffmpeg iproute2 jq python3 tshark ;;
         bench) echo libbenchmark-dev libspdlog-dev libbsd-dev libavutil-dev libavformat-dev \
-<<<<<<< HEAD
                     libjack-jackd2-dev libssl-dev libtins-dev nettle-dev ;;
-        fuzz) echo clang libclang-rt-14-dev ;;
+        fuzz) echo clang libclang-rt-14-dev libssl-dev ;;
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;
         coverage) echo gcovr ;;
         *) echo "usage: $0 [build|test|bench|fuzz|analyse|memcheck|coverage]..." >&2; return 2 ;;
-=======
-                    libjack-jackd2-dev libssl-dev libtins-dev ;;
-        fuzz) echo clang libclang-rt-14-dev libssl-dev ;;
-        *) echo "usage: $0 [build|test|bench|fuzz]..." >&2; return 2 ;;
->>>>>>> 4eeca2c (fuzz: digests and ciphers against OpenSSL)
     esac
 }
 

@@ -270,7 +270,8 @@ const std::vector<Call>& calls() {
 
 // Cannot fail, or says no more than no; and what restarts the machine, which is never called.
 constexpr char kNeedsNoFault[] =
-    "@(_*|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|?(v)snprintf|printf|"
+    "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|?(v)"
+    "snprintf|printf|"
     "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
     "sig@(addset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
     "pthread_@(mutex_@(lock|unlock|destroy)|setcancelstate))";

@@ -13,10 +13,12 @@
 
 #include "faults.hpp"
 #include "scenarios.hpp"
+#include "sha1.h"
 #include "zxenv.h"
 #include "zxfifo.h"
 #include "zxlog.h"
 #include "zxmd.h"
+#include "zxmd5.h"
 #include "zxmem.h"
 #include "zxsignal.h"
 #include "zxt.h"
@@ -92,6 +94,17 @@ std::string memory_growth() {
         zxmem_api_free(&buffer);
     }
     return Said{is_there};
+}
+
+std::string digests() {
+    std::uint32_t words[4]{};
+    const int is_there = zxmd5_api_outNum(nullptr, 0, words);
+    void* text = sha1_api_hash("abc");
+    const Said said{is_there, words[0], text != nullptr ? static_cast<char*>(text) : "none"};
+    if (text != nullptr) {
+        zxmem_api_free(&text);  // as free(), but seen
+    }
+    return said;
 }
 
 std::string block_fifo() {
@@ -212,6 +225,7 @@ const std::vector<Scenario> kBasicScenarios{{"lock", lock},
                                             {"thread", thread},
                                             {"memory", memory},
                                             {"memory_growth", memory_growth},
+                                            {"digests", digests},
                                             {"block_fifo", block_fifo},
                                             {"list_pool", list_pool},
                                             {"shared_list", shared_list},
