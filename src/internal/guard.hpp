@@ -39,6 +39,7 @@ using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 template <typename T>
 class Wiped {
 public:
+    // cppcheck-suppress uninitMemberVar  // whoever wipes it fills it, too
     Wiped() = default;
     Wiped(const Wiped&) = delete;
     Wiped& operator=(const Wiped&) = delete;

@@ -162,7 +162,7 @@ extern "C" int32_t zxmd5_api_outStr(const uint8_t* data, uint64_t len, char* out
     std::memset(out, 0, kSize);
     std::uint32_t words[4]{};
     zxmd5_api_outNum(data, len, words);
-    std::uint8_t bytes[kSize];
+    std::uint8_t bytes[kSize]{};
     for (std::size_t i = 0; i < std::size(words); ++i) {
         zx::store_le32(bytes + 4 * i, words[i]);
     }
