@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <thread>
 
 #include "channel.hpp"
@@ -69,9 +70,12 @@ std::uint64_t number_at(const Bytes& bytes, std::size_t at) {
     return number;
 }
 
+// Empty for one that is gone: reading a file of a process that ends can fail at any time.
 std::string contents(const fs::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
 bool comes_true(const std::function<bool()>& condition,
