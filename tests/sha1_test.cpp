@@ -38,11 +38,12 @@ std::string sha1(const std::uint8_t* data, std::size_t size, std::size_t split) 
     SHA1Input(&context, data, static_cast<std::uint32_t>(split));
     SHA1Input(&context, data + split, static_cast<std::uint32_t>(size - split));
     EXPECT_EQ(SHA1Result(&context), 1);
+    EXPECT_THAT(context.Message_Block, Each(0));
     return hash_of(context);
 }
 
 TEST(Sha1Test, AgreesWithOpenSslWhereverAMessageIsSplit) {
-    for (std::size_t size = 0; size <= 300; ++size) {
+    for (std::size_t size = 0; size <= 130; ++size) {
         const Bytes message = noise(size);
         const std::string expected = zx::test::openssl_digest(EVP_sha1(), message.data(), size);
         for (std::size_t split = 0; split <= size; ++split) {
@@ -79,8 +80,8 @@ TEST(Sha1Test, WritesTheDigestOfATextInUpperCase) {
 
 TEST(Sha1Test, CorruptsAtTheByteThatMakesTheLengthOverflow) {
     const Bytes message = noise(200);
-    for (const std::uint32_t room : {1U, 64U, 65U, 130U, 200U, 201U}) {
-        for (const std::uint32_t waiting : {0U, 1U, 63U}) {
+    for (const std::uint32_t room : {1U, 65U, 200U, 201U}) {
+        for (const std::uint32_t waiting : {0U, 63U}) {
             SHA1Context whole = fresh();
             SHA1Input(&whole, message.data(), waiting);
             whole.Length_High = 0xFFFFFFFF;
@@ -99,25 +100,17 @@ TEST(Sha1Test, CorruptsAtTheByteThatMakesTheLengthOverflow) {
     }
 }
 
-TEST(Sha1Test, TakesNothingAfterTheResult) {
-    SHA1Context context = fresh();
-    SHA1Input(&context, noise(10).data(), 10);
-    SHA1Context padded = context;
-    SHA1PadMessage(&padded);
-    EXPECT_EQ(padded.Computed, 0);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(SHA1Result(&context), 1);
-        EXPECT_EQ(hash_of(context), hash_of(padded));
-        EXPECT_THAT(context.Message_Block, Each(0));
-    }
-    SHA1Input(&context, noise(1).data(), 1);
-    EXPECT_EQ(SHA1Result(&context), 0);
-}
-
-TEST(Sha1Test, RefusesWhatWouldLeadOutOfTheContext) {
+TEST(Sha1Test, RefusesWhatIsTooLateOrWouldLeadOutOfTheContext) {
     zx::test::LogCapture log;
     const Bytes message = noise(200);
-    const auto context = std::make_unique<SHA1Context>();
+    const auto context = std::make_unique<SHA1Context>(fresh());
+    const std::string none = zx::test::openssl_digest(EVP_sha1(), "", 0);
+    for (int i = 0; i < 2; ++i) {  // the result may be asked for again, no more be added
+        EXPECT_EQ(SHA1Result(context.get()), 1);
+        EXPECT_EQ(hash_of(*context), none);
+    }
+    SHA1Input(context.get(), message.data(), 1);
+    EXPECT_EQ(SHA1Result(context.get()), 0);
     for (const int index : {-1, 64, INT32_MAX, INT32_MIN}) {
         for (const std::uint32_t size : {0U, 200U}) {
             *context = fresh();

@@ -3,11 +3,9 @@
 #include <gmock/gmock.h>
 #define OPENSSL_SUPPRESS_DEPRECATED  // of AES_KEY, which lets a schedule be used for what it is not
 #include <openssl/aes.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -20,34 +18,21 @@ namespace {
 
 using zx::test::Bytes;
 using zx::test::from_hex;
+using zx::test::noise;
 
 constexpr std::uint32_t kModes[] = {ZXAES_ECB, ZXAES_CBC, 3};
 constexpr std::size_t kBlock = ZXAES_BLOCK_SIZE;
 constexpr std::uint32_t kDirections[] = {ZXAES_ENCRYPT, ZXAES_DECRYPT};
 
-Bytes noise(std::size_t size) {
-    static std::minstd_rand engine;
-    Bytes bytes(size);
-    std::generate(bytes.begin(), bytes.end(), [] { return engine() >> 8U & 0xFFU; });
-    return bytes;
-}
-
 std::uint32_t size_of(const Bytes& bytes) {
     return static_cast<std::uint32_t>(bytes.size());
 }
 
-// From and to storage at odd addresses that ends with its last byte, so that a touch beyond is
-// seen; and in place.
-Bytes done(std::uint32_t direction, std::uint32_t mode, const Bytes& key, const Bytes& text) {
-    const auto key_size = static_cast<std::uint8_t>(key.size());
-    Bytes in{0}, out(text.size() + 3), same = text;
-    in.insert(in.end(), text.begin(), text.end());
-    const auto size = size_of(text);
-    EXPECT_EQ(zxaes_api_done(direction, mode, &in[1], &out[3], size, &key[0], key_size), 1);
-    EXPECT_EQ(zxaes_api_done(direction, mode, &same[0], &same[0], size, &key[0], key_size), 1);
-    out.erase(out.begin(), out.begin() + 3);
-    EXPECT_EQ(same, out);
-    return out;
+Bytes done(std::uint32_t direction, std::uint32_t mode, const Bytes& key, Bytes bytes) {
+    EXPECT_EQ(zxaes_api_done(direction, mode, &bytes[0], &bytes[0], size_of(bytes), &key[0],
+                             static_cast<std::uint8_t>(key.size())),
+              1);
+    return bytes;
 }
 
 std::unique_ptr<zxaes_ctt> keyed(std::uint32_t direction, const Bytes& key) {
@@ -55,11 +40,6 @@ std::unique_ptr<zxaes_ctt> keyed(std::uint32_t direction, const Bytes& key) {
     (direction == ZXAES_ENCRYPT ? zxaes_innerapi_setEncKey : zxaes_innerapi_setDecKey)(
         ctx.get(), &key[0], 8 * size_of(key));
     return ctx;
-}
-
-Bytes schedule_of(const zxaes_ctt& ctx) {
-    const auto* const at = reinterpret_cast<const std::uint8_t*>(ctx.roundKeys);
-    return {at, at + kBlock * static_cast<std::size_t>(ctx.rounds + 1)};
 }
 
 // By the inner operations, in chains whose next input is the result, or in CBC the one before that.
@@ -102,43 +82,17 @@ TEST(AesTest, MeetsThePublishedVectors) {
     EXPECT_EQ(count, 5476U);
 }
 
-Bytes openssl(std::uint32_t direction, const std::string& mode, const Bytes& key, const Bytes& in) {
-    const std::string name = "AES-" + std::to_string(8 * key.size()) + mode;
-    const Bytes iv(kBlock);
-    EVP_CIPHER_CTX* const ctx = EVP_CIPHER_CTX_new();
-    EVP_CipherInit_ex(ctx, EVP_get_cipherbyname(name.c_str()), nullptr, &key[0], &iv[0],
-                      direction == ZXAES_ENCRYPT);
-    EVP_CIPHER_CTX_set_padding(ctx, 0);
-    Bytes out(in.size());
-    int size = 0;
-    EXPECT_EQ(EVP_CipherUpdate(ctx, &out[0], &size, &in[0], static_cast<int>(in.size())), 1);
-    EVP_CIPHER_CTX_free(ctx);
-    return out;
-}
-
-TEST(AesTest, AgreesWithOpenSslOnAnyNumberOfBlocks) {
-    for (std::size_t blocks = 1; blocks < 10000; blocks = blocks < 40 ? blocks + 1 : 5 * blocks) {
-        const Bytes text = noise(blocks * kBlock);
-        for (const std::size_t key_size : {16U, 24U, 32U}) {
-            const Bytes key = noise(key_size);
-            for (const auto way : kDirections) {
-                ASSERT_EQ(done(way, ZXAES_ECB, key, text), openssl(way, "-ECB", key, text));
-                ASSERT_EQ(done(way, ZXAES_CBC, key, text), openssl(way, "-CBC", key, text));
-            }
-        }
-    }
-}
-
 TEST(AesTest, WorksBlockByBlockWhereBuffersOverlap) {
-    constexpr std::size_t kFrom = 160, kSize = 13 * kBlock;
+    constexpr std::size_t kFrom = 163, kSize = 13 * kBlock;  // at odd addresses, too
     const Bytes key = noise(16);
+    const auto decrypt = [&key](const std::uint8_t& in, std::uint8_t& out, std::uint32_t size) {
+        zxaes_api_done(ZXAES_DECRYPT, ZXAES_ECB, &in, &out, size, &key[0], 16);
+    };
     for (std::size_t to = 0; to <= 2 * kFrom; to += 5) {
         Bytes together = noise(2 * kFrom + kSize), single = together;
-        zxaes_api_done(ZXAES_DECRYPT, ZXAES_ECB, &together[kFrom], &together[to], kSize, &key[0],
-                       16);
+        decrypt(together[kFrom], together[to], kSize);
         for (std::size_t i = 0; i < kSize; i += kBlock) {
-            zxaes_api_done(ZXAES_DECRYPT, ZXAES_ECB, &single[kFrom + i], &single[to + i], kBlock,
-                           &key[0], 16);
+            decrypt(single[kFrom + i], single[to + i], kBlock);
         }
         EXPECT_EQ(together, single) << to;
     }
@@ -147,7 +101,6 @@ TEST(AesTest, WorksBlockByBlockWhereBuffersOverlap) {
 TEST(AesTest, FeedsBackThroughTheInverseRoundsWithTheKeysOfEncryption) {
     for (const std::size_t key_size : {16U, 24U, 32U}) {
         const Bytes key = noise(key_size), text = noise(20 * kBlock);
-        const auto ctx = keyed(ZXAES_ENCRYPT, key);
         AES_KEY schedule;
         AES_set_encrypt_key(&key[0], static_cast<int>(8 * key_size), &schedule);
         Bytes cipher, pad(kBlock);
@@ -156,9 +109,10 @@ TEST(AesTest, FeedsBackThroughTheInverseRoundsWithTheKeysOfEncryption) {
             for (auto& byte : pad) {
                 cipher.push_back(byte ^= *at++);
             }
-            EXPECT_EQ(done(ZXAES_ENCRYPT, 3, key, Bytes(text.begin(), at)), cipher);
-            EXPECT_EQ(done(ZXAES_DECRYPT, 0, key, cipher), Bytes(text.begin(), at));
         }
+        EXPECT_EQ(done(ZXAES_ENCRYPT, 3, key, text), cipher);
+        EXPECT_EQ(done(ZXAES_DECRYPT, 0, key, cipher), text);
+        const auto ctx = keyed(ZXAES_ENCRYPT, key);
         for (const auto way : kDirections) {  // in pieces of 1, 2, 3 ... bytes
             Bytes bytes = way == ZXAES_ENCRYPT ? text : cipher, iv(kBlock);
             std::uint32_t offset = 0;
@@ -191,9 +145,9 @@ TEST(AesTest, ProcessesNoMoreThanItSays) {
 
 TEST(AesTest, RefusesWithoutTouchingAnything) {
     zx::test::LogCapture log;
-    const Bytes key = noise(32), before = noise(32);
+    const Bytes key = noise(32);
     const std::uint8_t* const in = &key[0];
-    Bytes out = before, iv = before;
+    Bytes out = key, iv = key;
     EXPECT_EQ(zxaes_api_done(0, 1, nullptr, nullptr, 20, nullptr, 8), 0);
     EXPECT_EQ(zxaes_api_done(0, 1, in, nullptr, 20, nullptr, 8), 0);
     EXPECT_EQ(zxaes_api_done(0, 1, in, &out[0], 20, nullptr, 8), 0);
@@ -204,15 +158,11 @@ TEST(AesTest, RefusesWithoutTouchingAnything) {
                                                  "[ERROR][zxaes]Param error####key",
                                                  "[ERROR][zxaes]Keylen(8) must be 32,16 or 24",
                                                  "[ERROR][zxaes]datalen(20) must be 16*N"));
-    for (const std::uint32_t mode : kModes) {
-        EXPECT_EQ(zxaes_api_done(2, mode, in, &out[0], 32, in, 16), 1);
-        EXPECT_EQ(zxaes_api_done(1, mode, in, &out[0], 0, in, 16), 1);
-    }
+    EXPECT_EQ(zxaes_api_done(2, 1, in, &out[0], 32, in, 16), 1);
 
     zxaes_ctt unset{};
     zxaes_innerapi_setEncKey(&unset, in, 100);
     zxaes_innerapi_setDecKey(&unset, in, 0);
-    EXPECT_EQ(unset.rounds, 0);
     zxaes_innerapi_cryptECB(&unset, 0, in, &out[0]);
     zxaes_innerapi_cryptCBC(&unset, 0, 32, &iv[0], in, &out[0]);
     std::uint32_t offset = 0;
@@ -229,8 +179,8 @@ TEST(AesTest, RefusesWithoutTouchingAnything) {
                                       "zxaes_innerapi_setDecKey [0-9]+ zx_null\n"
                                       "zxaes_innerapi_cryptECB [0-9]+ zx_null\n"
                                       "zxaes_innerapi_cryptCFB128 [0-9]+ n:16 too big\n"));
-    EXPECT_EQ(out, before);
-    EXPECT_EQ(iv, before);
+    EXPECT_EQ(out, key);
+    EXPECT_EQ(iv, key);
 }
 
 TEST(AesTest, LeavesNothingOnTheStack) {
@@ -238,15 +188,18 @@ TEST(AesTest, LeavesNothingOnTheStack) {
         GTEST_SKIP() << "this build keeps temporaries on the stack";
     }
     const Bytes key = noise(32), cipher = noise(15 * kBlock);
+    Bytes schedules;
+    for (const auto way : kDirections) {
+        const auto ctx = keyed(way, key);
+        const auto* const at = reinterpret_cast<const std::uint8_t*>(ctx->roundKeys);
+        schedules.insert(schedules.end(), at, at + 15 * kBlock);
+    }
     for (const std::uint32_t mode : kModes) {
         const Bytes text = done(ZXAES_DECRYPT, mode, key, cipher);
+        Bytes out = cipher, secrets = schedules;
+        secrets.insert(secrets.end(), text.begin(), text.end());
         for (const auto way : kDirections) {
-            const Bytes in = way == ZXAES_ENCRYPT ? text : cipher;
-            Bytes out(in.size()), secrets = text;
-            for (const auto of : kDirections) {
-                const Bytes schedule = schedule_of(*keyed(of, key));
-                secrets.insert(secrets.end(), schedule.begin(), schedule.end());
-            }
+            const Bytes& in = way == ZXAES_ENCRYPT ? text : cipher;
             const auto work = [&] {
                 zxaes_api_done(way, mode, &in[0], &out[0], size_of(in), &key[0], 32);
             };

