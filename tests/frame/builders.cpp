@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -45,6 +46,9 @@ const std::string kArp =
     "arp.src.hw_mac=02:00:00:00:00:01 arp.src.proto_ipv4=10.99.0.1 "
     "arp.dst.hw_mac=ff:ff:ff:ff:ff:ff arp.dst.proto_ipv4=10.99.0.2 ";
 
+constexpr char kOurMac[] = "02:00:00:00:00:01", kPeerMac[] = "02:00:00:00:00:02";
+constexpr char kOurIp[] = "10.99.0.1", kPeerIp[] = "10.99.0.2";
+
 pcap_dumper_t* g_dumper;
 std::vector<std::map<std::string, std::string>> g_rows;
 
@@ -70,21 +74,9 @@ std::unique_ptr<ether_ctt> record_with(std::size_t size) {
     return record;
 }
 
-// Puts the payload behind the headers: what tshark must show of it.
-std::string payload(const ether_ctt& record, std::size_t size, std::size_t offset, Bytes& frame) {
-    std::copy_n(record.data, size, &frame[offset]);
-    std::string text;
-    for (std::size_t i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", record.data[i]);
-        text += digits;
-    }
-    return "payload=" + text + " ";
-}
-
 std::string lengths(std::size_t options, std::size_t size) {
     return "ip.len=" + to_string(40 + options + size) + " tcp.hdr_len=" + to_string(20 + options) +
-           " tcp.len=" + to_string(size) + " tcp.";
+           " tcp.len=" + to_string(size) + " ";
 }
 
 struct TcpCase {
@@ -96,33 +88,22 @@ struct TcpCase {
 
 Bytes add_tcp(const TcpCase& c, std::size_t size, bool finished) {
     const auto record = record_with(size);
-    auto request = std::make_unique<zxbuildtcp_ctt>();
-    request->str_dest_mac = "02:00:00:00:00:02";
-    request->str_source_mac = "02:00:00:00:00:01";
-    request->source_ip = "10.99.0.1";
-    request->dest_ip = "10.99.0.2";
-    request->source = 40000;
-    request->dest = 443;
-    request->seq = 4294967290U;
-    request->ack_seq = 305419896;
-    request->flags = c.flags;
-    std::copy(c.options.begin(), c.options.end(), request->options);
-    request->option_count = static_cast<uint32_t>(c.options.size());
-    request->option_len = c.option_len;
+    const auto count = static_cast<uint32_t>(c.options.size());
+    zxbuildtcp_ctt request{kPeerMac,    kOurMac,   kOurIp,  kPeerIp, 40000, 443,
+                           4294967290U, 305419896, c.flags, {},      count, c.option_len};
+    std::copy(c.options.begin(), c.options.end(), request.options);
     Bytes frame(2048);
-    zxframe_api_buildTcp(record.get(), request.get(), frame.data());
-    std::string expected = kTcp + c.expected + lengths(c.option_len, size) +
-                           payload(*record, size, 54 + c.option_len, frame);
-    auto length = static_cast<int32_t>(54 + c.option_len + size);
+    zxframe_api_buildTcp(record.get(), &request, frame.data());
+    const auto payload_size = static_cast<uint32_t>(size);
+    const std::string expected = kTcp + c.expected;
     if (finished) {
-        std::fill(frame.begin() + length - static_cast<int>(size), frame.end(), uint8_t{0});
-        length = zxframe_api_finishTcp(frame.data(), record->data, static_cast<uint32_t>(size));
+        add(frame, zxframe_api_finishTcp(frame.data(), record->data, payload_size),
+            expected + lengths(c.option_len, size));
     } else {  // the IPv4 total length leaves out the 20 bytes of the TCP header
-        expected += "ip.len=" + to_string(20 + c.option_len + size) +
-                    " tcp.len=" + to_string(size - 20) + " tcp.checksum.status=0 tcp." +
-                    payload(*record, size - 20, 54 + c.option_len, frame);
+        std::copy_n(record->data, size, &frame[54 + c.option_len]);
+        add(frame, static_cast<int32_t>(54 + c.option_len + size),
+            expected + lengths(c.option_len, size - 20) + "tcp.checksum.status=0");
     }
-    add(frame, length, expected);
     return frame;
 }
 
@@ -133,15 +114,14 @@ void add_answers(const Bytes& received, uint32_t received_size, std::size_t size
     zxframe_api_doFrame(record.get(), received.data());
     const int32_t ack_length = zxframe_api_buildTcpAck(record.get(), frame.data());
     const std::string ack = kAnswer + "tcp.ack_raw=" + to_string(4294967290U + received_size) + " ";
-    add(frame, ack_length, ack + "ip.id=0x148d " + lengths(0, 0) + "payload=");
+    add(frame, ack_length, ack + "ip.id=0x148d " + lengths(0, 0));
 
     zxframe_api_doFrame(record.get(), frame.data());
     record->data_len = static_cast<uint16_t>(size);
     record->tcp.psh = 1;
     const int32_t length = zxframe_api_buildTcpData(record.get(), frame.data());
-    add(frame, length,
-        ack + "ip.id=0x15b9 tcp.flags.push=1 " + lengths(0, size) +
-            payload(*record, size, 54, frame));
+    std::copy_n(record->data, size, &frame[54]);
+    add(frame, length, ack + "ip.id=0x15b9 tcp.flags.push=1 " + lengths(0, size));
 }
 
 void add_udp(std::size_t size, uint8_t pad, const char* verdict) {
@@ -151,26 +131,21 @@ void add_udp(std::size_t size, uint8_t pad, const char* verdict) {
         {}, "02:00:00:00:00:01", "02:00:00:00:00:02", "10.99.0.1", "10.99.0.2", 5004, 65000};
     Bytes frame(2048);
     const int32_t length = zxframe_api_buildUdp(record.get(), &request, frame.data());
+    std::copy_n(record->data, size, &frame[42]);
     add(frame, length,
         kUdp + "ip.len=" + to_string(28 + size) + " udp.length=" + to_string(8 + size) +
-            " udp.checksum.status=" + verdict + " udp." + payload(*record, size, 42, frame));
+            " udp.checksum.status=" + verdict);
 }
 
 void add_igmp(uint32_t version, uint32_t action, uint32_t mode, uint16_t sources,
               const char* expected) {
     const auto record = record_with(0);
-    auto request = std::make_unique<igmp_req>();
-    *request = {"01:00:5e:01:02:03",
-                "02:00:00:00:00:01",
-                "10.99.0.1",
-                "239.1.2.3",
-                version,
-                action,
-                mode,
-                sources,
-                {"192.0.2.1", "192.0.2.2"}};
+    igmp_req request{
+        "01:00:5e:01:02:03", kOurMac, kOurIp, "239.1.2.3", version, action, mode, sources, {}};
+    std::strcpy(request.sources[0], "192.0.2.1");
+    std::strcpy(request.sources[1], "192.0.2.2");
     Bytes frame(256);
-    const int32_t length = zxframe_api_buildIgmp(record.get(), request.get(), frame.data());
+    const int32_t length = zxframe_api_buildIgmp(record.get(), &request, frame.data());
     add(frame, length, kIgmp + expected);
 }
 
@@ -204,10 +179,7 @@ void add_all() {
     add_udp(101, 0xff, "0");  // the byte behind an odd payload is summed, too
     Bytes arp(64);
     const auto record = record_with(0);
-    add(arp,
-        zxframe_api_buildArp(record.get(), "02:00:00:00:00:01", "10.99.0.1", "10.99.0.2",
-                             arp.data()),
-        kArp);
+    add(arp, zxframe_api_buildArp(record.get(), kOurMac, kOurIp, kPeerIp, arp.data()), kArp);
     add_igmp(1, ZXFRAME_IGMP_QUERY, 0, 0, "ip.len=32 igmp.type=0x11");
     add_igmp(1, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=32 igmp.type=0x12");
     add_igmp(2, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=32 igmp.type=0x16");

@@ -131,22 +131,11 @@ protected:
     }
 
     void send_tcp(uint32_t flags, uint32_t seq, uint32_t ack_seq) {
-        const auto request = std::make_unique<zxbuildtcp_ctt>();
-        request->str_dest_mac = kPeerMac;
-        request->str_source_mac = kOurMac;
-        request->source_ip = kOurIp;
-        request->dest_ip = kPeerIp;
-        request->source = 40000;
-        request->dest = 8000;
-        request->seq = seq;
-        request->ack_seq = ack_seq;
-        request->flags = flags;
-        if ((flags & ZXFRAME_TCP_SYN) != 0) {
-            request->options[0] = {2, 4, {0x05, 0xb4}};
-            request->option_count = 1;
-            request->option_len = 4;
-        }
-        zxframe_api_buildTcp(record_.get(), request.get(), frame_);
+        const uint32_t options = (flags & ZXFRAME_TCP_SYN) != 0 ? 1 : 0;
+        zxbuildtcp_ctt request{kPeerMac, kOurMac, kOurIp, kPeerIp, 40000,   8000,
+                               seq,      ack_seq, flags,  {},      options, 4 * options};
+        request.options[0] = {2, 4, {0x05, 0xb4}};
+        zxframe_api_buildTcp(record_.get(), &request, frame_);
         send(zxframe_api_finishTcp(frame_, nullptr, 0));
     }
 
@@ -178,8 +167,7 @@ TEST_F(FrameLive, KernelTakesUdpPayloads) {
         const std::string payload(size, 'z');
         set_payload(payload);
         send_with_payload(zxframe_api_buildUdp(record_.get(), &request, frame_));
-        const ssize_t length = recv(receiver, received, sizeof received, 0);
-        ASSERT_EQ(length, static_cast<ssize_t>(size));
+        ASSERT_EQ(recv(receiver, received, sizeof received, 0), static_cast<ssize_t>(size));
         EXPECT_EQ(std::string(received, size), payload);
     }
     EXPECT_EQ(complaints(), before_);
@@ -248,23 +236,18 @@ TEST_F(FrameLive, KernelTakesAcknowledgmentsAndData) {
 }
 
 TEST_F(FrameLive, BridgeLearnsAndForgetsGroups) {
-    auto request = std::make_unique<igmp_req>();
-    request->str_source_mac = kOurMac;
-    request->source_ip = kOurIp;
     for (const uint32_t version : {1U, 2U, 3U}) {
         SCOPED_TRACE(version);
         const std::string group = "239.1.1." + std::to_string(version);
         const std::string mac = "01:00:5e:01:01:0" + std::to_string(version);
-        request->group = group.c_str();
-        request->str_dest_mac = mac.c_str();
-        request->version = version;
-        request->action = ZXFRAME_IGMP_JOIN;
+        igmp_req request{mac.c_str(), kOurMac, kOurIp, group.c_str(), version, 0, 0, 0, {}};
+        request.action = ZXFRAME_IGMP_JOIN;
         EXPECT_THAT(groups(), Not(HasSubstr(group)));
-        send(zxframe_api_buildIgmp(record_.get(), request.get(), frame_));
+        send(zxframe_api_buildIgmp(record_.get(), &request, frame_));
         EXPECT_TRUE(soon([&] { return groups().find(group) != std::string::npos; }));
         if (version > 1) {  // the first one knows no leaving
-            request->action = ZXFRAME_IGMP_LEAVE;
-            send(zxframe_api_buildIgmp(record_.get(), request.get(), frame_));
+            request.action = ZXFRAME_IGMP_LEAVE;
+            send(zxframe_api_buildIgmp(record_.get(), &request, frame_));
             EXPECT_TRUE(soon([&] { return groups().find(group) == std::string::npos; }));
         }
     }
