@@ -2,12 +2,13 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "bytes.hpp"
 #include "common/failure.hpp"
 #include "decoder.hpp"
 #include "internal/bytes.hpp"
@@ -24,83 +25,50 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-using zx::test::Process;
-using Bytes = std::vector<std::uint8_t>;
-using Texts = std::vector<std::string>;
+using zx::test::Bytes;
+using zx::test::from_hex;
 
-constexpr char kMacA[] = "02:00:00:00:00:0a";
-constexpr char kMacB[] = "02:00:00:00:00:0b";
-constexpr long kNanos = 123456789;
+constexpr std::uint32_t kNanos = 123456789;
 
-Bytes tcp(const char* source_ip, std::uint16_t source, const char* dest_ip, std::uint16_t dest,
-          std::uint32_t flags, const std::string& payload = "") {
-    ether_ctt record{};
-    zxbuildtcp_ctt request{};
-    request.str_source_mac = kMacA;
-    request.str_dest_mac = kMacB;
-    request.source_ip = source_ip;
-    request.dest_ip = dest_ip;
-    request.source = source;
-    request.dest = dest;
-    request.flags = flags;
-    request.option_len = 4;
-    request.option_count = 1;
-    request.options[0] = {2, 4, {0x05, 0xb4}};
-    Bytes frame(58 + payload.size());
-    zxframe_api_buildTcp(&record, &request, frame.data());
-    zxframe_api_finishTcp(frame.data(), reinterpret_cast<const std::uint8_t*>(payload.data()),
-                          static_cast<std::uint32_t>(payload.size()));
+// Between these two; a test names addresses and ports in hexadecimal digits.
+const std::string kMacA = "02:00:00:00:00:0a";
+const std::string kMacB = "02:00:00:00:00:0b";
+const std::string kMacs = "02000000000b 02000000000a";
+
+Bytes ipv4(const std::string& protocol, const std::string& addresses,
+           const std::string& transport) {
+    Bytes frame =
+        from_hex(kMacs + "0800 45000000 13610000 40" + protocol + "0000" + addresses + transport);
+    zx::store_be16(&frame[16], static_cast<std::uint16_t>(frame.size() - 14));
     return frame;
 }
 
-Bytes udp(const char* source_ip, std::uint16_t source, const char* dest_ip, std::uint16_t dest,
-          const std::string& payload) {
-    ether_ctt record{};
-    ether_pkt request{};
-    std::strcpy(request.str_source_mac, kMacA);
-    std::strcpy(request.str_dest_mac, kMacB);
-    std::strcpy(request.source_ip, source_ip);
-    std::strcpy(request.dest_ip, dest_ip);
-    request.source = source;
-    request.dest = dest;
-    record.data_len = static_cast<std::uint16_t>(payload.size());
-    std::copy(payload.begin(), payload.end(), record.data);
-    Bytes frame(42);
-    zxframe_api_buildUdp(&record, &request, frame.data());
-    frame.insert(frame.end(), payload.begin(), payload.end());
+// From ::1 to ::2.
+Bytes ipv6(const std::string& protocol, const std::string& transport) {
+    const std::string zeros(30, '0');
+    Bytes frame = from_hex(kMacs + "86dd 60000000 0000" + protocol + "40" + zeros + "01" + zeros +
+                           "02" + transport);
+    zx::store_be16(&frame[18], static_cast<std::uint16_t>(frame.size() - 54));
     return frame;
 }
 
-Bytes arp(std::uint8_t operation) {
-    ether_ctt record{};
-    Bytes frame(42);
-    zxframe_api_buildArp(&record, kMacA, "10.0.0.1", "10.0.0.2", frame.data());
-    frame[21] = operation;
-    return frame;
+Bytes tcp(const std::string& addresses, const std::string& ports) {
+    return ipv4("06", addresses, ports + "00000000 00000000 50100000 00000000");
 }
 
-// `frame` with `bytes` at `at`, extended where that is needed.
+// `frame` with `bytes` at `at`.
 Bytes with(Bytes frame, std::size_t at, const Bytes& bytes) {
-    frame.resize(std::max(frame.size(), at + bytes.size()));
     std::copy(bytes.begin(), bytes.end(), frame.begin() + static_cast<std::ptrdiff_t>(at));
     return frame;
 }
 
-// The TCP or UDP packet in `frame` in IPv6 instead, from ::1 to ::2.
-Bytes in_ipv6(const Bytes& frame) {
-    Bytes packet = with(frame, 12, {0x86, 0xDD, 0x60, 0, 0, 0});
-    packet.insert(packet.begin() + 34, 20, 0);
-    std::fill(packet.begin() + 18, packet.begin() + 54, std::uint8_t{0});
-    zx::store_be16(&packet[18], static_cast<std::uint16_t>(frame.size() - 34));
-    packet[20] = frame[23];
-    packet[37] = 1;
-    packet[53] = 2;
-    return packet;
-}
-
-const Bytes kSyn = tcp("192.168.1.10", 43210, "10.0.0.1", 80, ZXFRAME_TCP_SYN);
-const Bytes kQuery = udp("10.0.0.2", 5353, "10.0.0.3", 53, "a question");
-const Bytes kPing = with(kSyn, 23, {1});
+const std::string kSegment = "a8ca 0050 00000000 00000000 6002 0000 00000000 020405b4";
+const std::string kDatagram = "14e9 0035 0012 0000 61207175657374696f6e";  // "a question"
+const Bytes kSyn = ipv4("06", "c0a8010a 0a000001", kSegment);
+const Bytes kQuery = ipv4("11", "0a000002 0a000003", kDatagram);
+const Bytes kArp = from_hex(
+    "ffffffffffff 02000000000a 0806 000108000604 0001 02000000000a 0a000001 000000000000 "
+    "0a000002");
 
 capture::Frame as_frame(const Bytes& bytes, std::size_t captured = SIZE_MAX) {
     return {{bytes.data(), std::min(captured, bytes.size())},
@@ -131,32 +99,36 @@ protected:
     capture::Line printer{{.utc = true}};
 };
 
-TEST_F(CaptureLine, ShowsEveryKindOfFrame) {
-    const Bytes data = tcp("1.2.3.4", 1, "5.6.7.8", 2, ZXFRAME_TCP_PSH | ZXFRAME_TCP_ACK, "hello");
-    const Bytes lan = with(Bytes(60), 0, {2, 0, 0, 0, 0, 11, 2, 0, 0, 0, 0, 10});
-    const std::string macs = "02:00:00:00:00:0a > 02:00:00:00:00:0b ";
+TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
+    const Bytes data = ipv4("06", "01020304 05060708",
+                            "0001 0002 00000000 00000000 5018 0000 00000000 68656c6c6f");
+    const Bytes lan = from_hex(kMacs, 60);
+    const Bytes syn6 = ipv6("06", kSegment);
+    const std::string macs = kMacA + " > " + kMacB + " ";
+    const std::string to_all = kMacA + " > ff:ff:ff:ff:ff:ff ";
     const struct {
         Bytes frame;
         std::string line;
+        std::size_t captured = SIZE_MAX;
     } cases[] = {
         {kSyn, "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"},
-        {data, "1.2.3.4:1 > 5.6.7.8:2 TCP 63 [PSH ACK] payload 5"},
-        {with(data, 60 - 13, {0}), "1.2.3.4:1 > 5.6.7.8:2 TCP 63 [none] payload 5"},
+        {data, "1.2.3.4:1 > 5.6.7.8:2 TCP 59 [PSH ACK] payload 5"},
+        {with(data, 47, {0}), "1.2.3.4:1 > 5.6.7.8:2 TCP 59 [none] payload 5"},
         {kQuery, "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10"},
-        {with(kSyn, 16, {0, 0}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"},  // to be cut up
-        {arp(1), "02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42 who has 10.0.0.2? tell 10.0.0.1"},
-        {arp(2),
-         "02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42 10.0.0.1 is at " + std::string(kMacA)},
-        {kPing, "192.168.1.10 > 10.0.0.1 ICMP 58"},
+        // To be cut up by the interface.
+        {with(kSyn, 16, {0, 0}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"},
+        {kArp, to_all + "ARP 42 who has 10.0.0.2? tell 10.0.0.1"},
+        {with(kArp, 21, {2}), to_all + "ARP 42 10.0.0.1 is at " + kMacA},
+        {with(kSyn, 23, {1}), "192.168.1.10 > 10.0.0.1 ICMP 58"},
         {with(kSyn, 23, {253}), "192.168.1.10 > 10.0.0.1 IP/253 58"},
         {with(kSyn, 23, {4}), "192.168.1.10 > 10.0.0.1 IP/4 58 IPIP tunnels"},
         {with(kSyn, 20, {0x20, 0}),
          "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] first fragment of id 4961"},
         {with(kSyn, 20, {0x20, 2}), "192.168.1.10 > 10.0.0.1 TCP 58 fragment at 16 of id 4961"},
-        {in_ipv6(kSyn), "[::1]:43210 > [::2]:80 TCP 78 [SYN]"},
-        {in_ipv6(kQuery), "[::1]:5353 > [::2]:53 UDP 72 payload 10"},
-        {with(in_ipv6(kSyn), 20, {58}), "::1 > ::2 ICMPv6 78"},
-        {with(in_ipv6(kSyn), 20, {0}), "::1 > ::2 IP6/0 78"},
+        {syn6, "[::1]:43210 > [::2]:80 TCP 78 [SYN]"},
+        {ipv6("11", kDatagram), "[::1]:5353 > [::2]:53 UDP 72 payload 10"},
+        {ipv6("3a", kSegment), "::1 > ::2 ICMPv6 78"},
+        {ipv6("00", kSegment), "::1 > ::2 IP6/0 78"},
         {with(lan, 12, {0, 38}), macs + "802.3 60 length 38"},
         {with(lan, 12, {0x88, 0xB5}), macs + "0x88b5 60"},
         {with(lan, 12, {0x88, 0xCC}), macs + "LLDP 60"},
@@ -170,74 +142,44 @@ TEST_F(CaptureLine, ShowsEveryKindOfFrame) {
         {with(kSyn, 46, {0x70}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kQuery, 38, {0, 7}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         {with(kQuery, 38, {0, 19}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
+        // Around the ends of headers.
+        {kSyn, "? > ? ? 58 truncated: 13 of 58 bytes", 13},
+        {kSyn, macs + "IPv4 58 truncated: 14 of 58 bytes", 14},
+        {kSyn, macs + "IPv4 58 truncated: 33 of 58 bytes", 33},
+        {kSyn, "192.168.1.10 > 10.0.0.1 TCP 58 truncated: 34 of 58 bytes", 34},
+        {kSyn, "192.168.1.10 > 10.0.0.1 TCP 58 truncated: 53 of 58 bytes", 53},
+        {kSyn, "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] truncated: 54 of 58 bytes", 54},
+        {kSyn, "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] truncated: 57 of 58 bytes", 57},
+        {kQuery, "10.0.0.2 > 10.0.0.3 UDP 52 truncated: 41 of 52 bytes", 41},
+        {syn6, macs + "IPv6 78 truncated: 53 of 78 bytes", 53},
+        {syn6, "::1 > ::2 TCP 78 truncated: 54 of 78 bytes", 54},
+        {syn6, "::1 > ::2 TCP 78 truncated: 73 of 78 bytes", 73},
+        {syn6, "[::1]:43210 > [::2]:80 TCP 78 [SYN] truncated: 74 of 78 bytes", 74},
+        {kArp, to_all + "ARP 42 truncated: 41 of 42 bytes", 41},
+        {kQuery, "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10", 42},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(line(c.frame), c.line);
-    }
-}
-
-TEST_F(CaptureLine, ShowsOfAFrameThatIsCutShortOnlyWhatIsThere) {
-    const std::string macs = "02:00:00:00:00:0a > 02:00:00:00:00:0b ";
-    const struct {
-        Bytes frame;
-        std::size_t network;    // bytes from which on there are addresses
-        std::size_t transport;  // and ports
-        std::size_t whole;      // and nothing is missing
-        Texts lines;            // for these, and before
-    } cases[] = {
-        {kSyn,
-         34,
-         54,
-         58,
-         {macs + "IPv4 58", "192.168.1.10 > 10.0.0.1 TCP 58",
-          "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"}},
-        {kQuery,
-         34,
-         42,
-         42,
-         {macs + "IPv4 52", "10.0.0.2 > 10.0.0.3 UDP 52",
-          "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10"}},
-        {in_ipv6(kSyn),
-         54,
-         74,
-         78,
-         {macs + "IPv6 78", "::1 > ::2 TCP 78", "[::1]:43210 > [::2]:80 TCP 78 [SYN]"}},
-        {arp(1), 42, 42, 42, {"02:00:00:00:00:0a > ff:ff:ff:ff:ff:ff ARP 42", "", line(arp(1))}},
-    };
-    const Bytes earlier = tcp("9.9.9.9", 999, "8.8.8.8", 888, ZXFRAME_TCP_FIN, "x");
-    for (const auto& c : cases) {
-        for (std::size_t size = 0; size <= c.frame.size(); ++size) {
-            SCOPED_TRACE(size);
-            line(earlier);
-            std::string expected = size < 14          ? "? > ? ? " + std::to_string(c.frame.size())
-                                   : size < c.network ? c.lines[0]
-                                   : size < c.transport ? c.lines[1]
-                                                        : c.lines[2];
-            if (size < c.whole) {
-                expected += " truncated: " + std::to_string(size) + " of " +
-                            std::to_string(c.frame.size()) + " bytes";
-            }
-            ASSERT_EQ(line(c.frame, size), expected);
-        }
+        EXPECT_EQ(line(c.frame, c.captured), c.line);
     }
 }
 
 TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
     const zx::test::LogCapture log(0);
     const Bytes frames[] = {
-        tcp("192.168.1.10", 80, "10.0.0.1", 5000, ZXFRAME_TCP_ACK),
-        tcp("192.168.1.1", 5000, "10.0.0.10", 80, ZXFRAME_TCP_ACK),
-        udp("92.168.1.10", 80, "10.0.0.1", 53, "x"),
+        tcp("c0a8010a 0a000001", "0050 1388"),  // 192.168.1.10:80 to 10.0.0.1:5000
+        tcp("c0a80101 0a00000a", "1388 0050"),  // 192.168.1.1:5000 to 10.0.0.10:80
+        ipv4("11", "5ca8010a 0a000001", "0050 0035 0009 0000 78"),  // 92.168.1.10:80, 10.0.0.1:53
         // A later fragment whose first bytes look like ports.
-        with(tcp("192.168.1.10", 80, "10.0.0.1", 80, 0), 20, {0, 9}),
+        with(tcp("c0a8010a 0a000001", "0050 0050"), 20, {0, 9}),
         with(kSyn, 23, {1}),
-        arp(1),
-        in_ipv6(kSyn),
-        with(tcp("10.0.0.1", 1, "192.168.1.10", 2, 0), 0, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
+        kArp,
+        ipv6("06", kSegment),
+        // 10.0.0.1:1 to 192.168.1.10:2, to all.
+        with(tcp("0a000001 c0a8010a", "0001 0002"), 0, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
     };
     const struct {
         Wanted wanted;
-        std::vector<int> passing;
+        std::vector<std::size_t> passing;
     } cases[] = {
         {{}, {0, 1, 2, 3, 4, 5, 6, 7}},
         {{.ip = {"192.168.1.10"}}, {0, 3, 4, 7}},
@@ -246,7 +188,6 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
         {{.source_ip = {"192.168.1.10", "92.168.1.10"}, .dest_ip = {"10.0.0.1"}}, {0, 2, 3, 4}},
         {{.dest_ip = {"10.0.0.10"}}, {1}},
         {{.port = 80}, {0, 1, 2}},
-        {{.source_port = 80}, {0, 2}},
         {{.source_port = 80, .dest_port = 53}, {2}},
         {{.protocol = "tcp"}, {0, 1, 3, 7}},
         {{.protocol = "udp", .port = 80}, {2}},
@@ -257,8 +198,8 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
     };
     for (const auto& c : cases) {
         Decoder decoder(c.wanted);
-        std::vector<int> passing;
-        for (int i = 0; i < static_cast<int>(std::size(frames)); ++i) {
+        std::vector<std::size_t> passing;
+        for (std::size_t i = 0; i < std::size(frames); ++i) {
             if (decoder.passes(as_frame(frames[i]))) {
                 passing.push_back(i);
             }
@@ -287,21 +228,15 @@ TEST(CaptureFiles, AreReadToTheirEnd) {
             capture::Frame frame;
             for (; source->next(frame) == capture::Got::frame; ++frames) {
                 EXPECT_TRUE(decoder.passes(frame));
-                EXPECT_THAT(std::string(printer.print(frame, decoder.record(), decoder.layers())),
-                            EndsWith("\n"));
+                printer.print(frame, decoder.record(), decoder.layers());
                 decoder.dump(frame);
             }
-        } catch (const tools::Failure& failure) {
-            EXPECT_THAT(failure.what(), HasSubstr(" "));
+        } catch (const tools::Failure&) {  // the file breaks off
         }
         log.take();
         log.take_dumps();
     }
     EXPECT_GT(frames, 10000U);
-}
-
-void put32(std::ofstream& file, std::uint32_t value) {
-    file.write(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 std::string content(const std::string& path) {
@@ -321,30 +256,28 @@ protected:
     // A capture file with nanoseconds, written here byte by byte.
     std::string write(const std::string& name, const std::vector<Bytes>& frames) const {
         std::ofstream file(folder + name, std::ios::binary);
-        for (const std::uint32_t word : {0xA1B23C4DU, 0x00040002U, 0U, 0U, 256U << 10U, 1U}) {
-            put32(file, word);
-        }
+        const auto put = [&](const auto& items) {
+            file.write(reinterpret_cast<const char*>(items.data()),
+                       static_cast<std::streamsize>(items.size() * sizeof items[0]));
+        };
+        put(std::array{0xA1B23C4DU, 0x00040002U, 0U, 0U, 256U << 10U, 1U});
         std::uint32_t second = 1700000000;
         for (const Bytes& frame : frames) {
-            put32(file, second++);
-            put32(file, kNanos);
-            put32(file, static_cast<std::uint32_t>(frame.size()));
-            put32(file, static_cast<std::uint32_t>(frame.size()));
-            file.write(reinterpret_cast<const char*>(frame.data()),
-                       static_cast<std::streamsize>(frame.size()));
+            const auto size = static_cast<std::uint32_t>(frame.size());
+            put(std::array{second++, kNanos, size, size});
+            put(frame);
         }
         return folder + name;
     }
 
     // Runs the program; its exit code. `out` and `err` are what it said.
     int run(const std::string& arguments, const std::string& behind = "") {
-        Process program({"/bin/sh", "-c",
-                         "{ '" ZX_CAPTURE "' " + arguments + " 2>" + folder + "err; echo $? >" +
-                             folder + "code; } " + behind + " >" + folder + "out"});
-        program.wait();
+        zx::test::Process program("set -o pipefail; { '" ZX_CAPTURE "' " + arguments + "; } " +
+                                  behind + " >" + folder + "out");
+        const int code = program.wait();
         out = content(folder + "out");
-        err = content(folder + "err");
-        return std::atoi(content(folder + "code").c_str());
+        err = program.errors();
+        return code;
     }
 
     std::string folder;
@@ -353,7 +286,7 @@ protected:
 };
 
 TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
-    const std::string all = write("all", {kSyn, kQuery, arp(1), kSyn});
+    const std::string all = write("all", {kSyn, kQuery, kArp, kSyn});
     EXPECT_EQ(run("-r " + all + " --date"), 0);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4);
     EXPECT_THAT(out,
@@ -371,14 +304,14 @@ TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
 }
 
 TEST_F(CaptureProgram, DumpsFieldsWithTheFramesOwnPayload) {
-    EXPECT_EQ(run("--dump -r " + write("file", {kQuery, udp("1.1.1.1", 1, "2.2.2.2", 2, "short"),
-                                                with(kSyn, 20, {0x20, 2})})),
-              0);
-    EXPECT_THAT(out, HasSubstr("payload 10\n    ============  FRAME  ============\n"));
-    EXPECT_THAT(out, HasSubstr("\n    Source : 10.0.0.2\n"));
-    EXPECT_THAT(out,
-                HasSubstr("\n    Data: 10 bytes\n    00000000: 61 20 71 75 65 73 74 69 6f 6e"));
-    EXPECT_THAT(out, HasSubstr("\n    Data: 5 bytes\n    00000000: 73 68 6f 72 74   "));
+    const Bytes brief = ipv4("11", "01010101 02020202", "0001 0002 000d 0000 73686f7274");
+    EXPECT_EQ(run("--dump -r " + write("file", {kQuery, brief, with(kSyn, 20, {0x20, 2})})), 0);
+    for (const char* const part :
+         {"payload 10\n    ============  FRAME  ============\n", "\n    Source : 10.0.0.2\n",
+          "\n    Data: 10 bytes\n    00000000: 61 20 71 75 65 73 74 69 6f 6e",
+          "\n    Data: 5 bytes\n    00000000: 73 68 6f 72 74   "}) {
+        EXPECT_THAT(out, HasSubstr(part));
+    }
     EXPECT_THAT(out, Not(HasSubstr("TCP Header")));  // of the fragment
     EXPECT_THAT(out, Not(HasSubstr("\r")));
 }
@@ -405,35 +338,30 @@ TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
 
 TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
     const std::string file = write("file", {kSyn});
+    const std::string reading = "-r " + file;
     std::ofstream(folder + "text") << "this is no capture file, but it is long enough for one";
     std::string other = content(file);
     other[20] = 101;  // raw IP
     std::ofstream(folder + "other") << other;
-    const struct {
-        std::string arguments;
-        std::string sentence;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"", "give a capture file (--read FILE) or an interface (--interface NAME)"},
-        {"-r " + file + " -i lo", "--read excludes --interface"},
+        {reading + " -i lo", "--read excludes --interface"},
         {"-r /nonexistent/file", "cannot read /nonexistent/file: No such file"},
         {"-r " + folder + "text", "text: unknown file format"},
         {"-r " + folder + "other", "other holds no Ethernet frames: its link type is Raw IP"},
         {"-i nowhere0", "there is no network interface nowhere0"},
-        {"-r " + file + " --ip 10.0.0", "'10.0.0' is no IPv4 address"},
-        {"-r " + file + " --source-ip 10.0.0.1,::1", "'::1' is no IPv4 address"},
-        {"-r " + file + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is no MAC address"},
-        {"-r " + file + " --protocol icmp", "--protocol: icmp not in {tcp,udp}"},
-        {"-r " + file + " --port 65536", "--port: Value 65536 not in range"},
-        {"-r " + file + " --dest-port -1", "--dest-port: Value -1 not in range"},
-        {"-r " + file + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
-        {"-r " + file + " -w " + file, "while it is read"},
-        {"-r " + file + " -w /nonexistent/file", "cannot write /nonexistent/file: No such file"},
+        {reading + " --ip 10.0.0", "'10.0.0' is no IPv4 address"},
+        {reading + " --source-ip 10.0.0.1,::1", "'::1' is no IPv4 address"},
+        {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is no MAC address"},
+        {reading + " --protocol icmp", "--protocol: icmp not in {tcp,udp}"},
+        {reading + " --port 65536", "--port: Value 65536 not in range"},
+        {reading + " --dest-port -1", "--dest-port: Value -1 not in range"},
+        {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
+        {reading + " -w " + file, "while it is read"},
+        {reading + " -w /nonexistent/file", "cannot write /nonexistent/file: No such file"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.arguments);
-        EXPECT_GT(run(c.arguments), 0);
-        EXPECT_THAT(err, testing::AllOf(StartsWith("zxcapture: "), HasSubstr(c.sentence)));
-        EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1);
+    for (const auto& [arguments, sentence] : cases) {
+        zx::test::expect_complaint(ZX_CAPTURE, arguments, sentence);
     }
     EXPECT_EQ(content(file), content(write("same", {kSyn})));
 }

@@ -1,177 +1,39 @@
-// The relay as its users meet it: a process between sockets; and its two parts that are worth a
-// closer look.
-#include <arpa/inet.h>
+// Two parts of the relay that are worth a closer look: the receiver in front of a full FIFO, and
+// the store of what has passed.
 #include <gmock/gmock.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <optional>
 
 #include "channel.hpp"
 #include "internal/guard.hpp"
 #include "log_capture.hpp"
 #include "loopback.hpp"
 #include "net.hpp"
-#include "packetizer.hpp"
+#include "packets.hpp"
 #include "process.hpp"
 #include "source.hpp"
 #include "stats.hpp"
+#include "store.hpp"
 #include "worker.hpp"
+#include "zxlog.h"
 
 namespace {
 
-using relay::kPacketSize;
+std::atomic<std::uint64_t> g_clock_us{1000000000};
+
+}  // namespace
+
+// The clock of the library, in place of libzxlog's.
+extern "C" uint64_t zxlog_api_us(void) {
+    return g_clock_us;
+}
+
+namespace {
+
 using namespace zx::test;
-
-Bytes sample() {
-    std::ifstream file(ZX_SAMPLE, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(file), {});
-}
-
-class RelayTest : public testing::Test {
-protected:
-    void start(const std::string& scheme, const std::vector<std::string>& more = {}) {
-        in_port = free_port(scheme == "udp" ? SOCK_DGRAM : SOCK_STREAM);
-        out_port = free_port(SOCK_STREAM);
-        std::vector<std::string> args = {ZX_RELAY, "--input",
-                                         scheme + "://127.0.0.1:" + std::to_string(in_port),
-                                         "--output", "127.0.0.1:" + std::to_string(out_port)};
-        args.insert(args.end(), more.begin(), more.end());
-        relay.emplace(args);
-        ASSERT_TRUE(relay->says("relaying")) << relay->errors();
-    }
-
-    int join() {
-        const int fd = connected(SOCK_STREAM, out_port);
-        sockaddr_in address{};
-        socklen_t size = sizeof address;
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-        EXPECT_TRUE(relay->says("client 127.0.0.1:" + std::to_string(ntohs(address.sin_port)) +
-                                " has connected"));
-        return fd;
-    }
-
-    int in_port = 0;
-    int out_port = 0;
-    std::optional<Process> relay;
-};
-
-TEST_F(RelayTest, GivesEveryClientTheStreamUnharmed) {
-    start("tcp", {"--once"});
-    const zx::UniqueFd first(join());
-    const zx::UniqueFd second(join());
-    zx::UniqueFd source(connected(SOCK_STREAM, in_port));
-    send_all(source.get(), sample());
-    source.reset();
-    EXPECT_EQ(receive_all(first.get()), sample());
-    EXPECT_EQ(receive_all(second.get()), sample());
-    EXPECT_EQ(relay->wait(), 0);
-}
-
-TEST_F(RelayTest, TakesDatagramsAndLeavesOutWhatIsNoStream) {
-    start("udp");
-    const zx::UniqueFd client(join());
-    const zx::UniqueFd source(connected(SOCK_DGRAM, in_port));
-    Bytes stream = sample();
-    stream.resize(20 * relay::kMessageSize);
-    send_all(source.get(), Bytes(100, 'x'));
-    for (std::size_t at = 0; at < stream.size(); at += relay::kMessageSize) {
-        ASSERT_GT(send(source.get(), stream.data() + at, relay::kMessageSize, 0), 0);
-    }
-    EXPECT_EQ(receive_all(client.get(), stream.size()), stream);
-    relay->signal(SIGTERM);
-    EXPECT_EQ(relay->wait(), 0);
-    EXPECT_THAT(relay->errors(), testing::HasSubstr("100 bytes of the source are no transport"));
-}
-
-TEST_F(RelayTest, ASlowClientCostsOnlyItself) {
-    start("tcp", {"--once", "--stall", "1", "--client-buffer", "128k"});
-    const zx::UniqueFd slow(join());
-    const zx::UniqueFd quick(join());
-    const zx::UniqueFd vanishing(join());
-    Bytes stream;
-    for (int i = 0; i < 40; ++i) {
-        const Bytes part = sample();
-        stream.insert(stream.end(), part.begin(), part.end());
-    }
-    shutdown(vanishing.get(), SHUT_RDWR);
-    zx::UniqueFd source(connected(SOCK_STREAM, in_port));
-    constexpr std::size_t kStep = 40 * relay::kMessageSize;  // the quick client keeps up with it
-    stream.resize(stream.size() / kStep * kStep);
-    for (std::size_t at = 0; at < stream.size(); at += kStep) {
-        const Bytes step(stream.data() + at, stream.data() + at + kStep);
-        send_all(source.get(), step);
-        ASSERT_EQ(receive_all(quick.get(), kStep), step) << "at " << at;
-    }
-    source.reset();
-
-    EXPECT_EQ(relay->wait(), 0);
-    EXPECT_THAT(relay->errors(), testing::HasSubstr("takes nothing any more"));
-    const Bytes part = receive_all(slow.get());
-    EXPECT_LT(part.size(), stream.size());
-    for (std::size_t at = 0; at < part.size(); at += kPacketSize) {
-        ASSERT_EQ(part[at], 0x47) << "torn packet at " << at;
-    }
-}
-
-TEST_F(RelayTest, EndsAtOnceOnSignalsAndTakesSourcesOneAfterTheOther) {
-    start("tcp");
-    const zx::UniqueFd client(join());
-    Bytes whole;
-    for (int i = 0; i < 3; ++i) {
-        Bytes part = sample();
-        part.resize(relay::kMessageSize * 3 + kPacketSize + 5);  // ends within a packet
-        send_all(zx::UniqueFd(connected(SOCK_STREAM, in_port)).get(), part);
-        part.resize(part.size() - 5);
-        whole.insert(whole.end(), part.begin(), part.end());
-    }
-    EXPECT_EQ(receive_all(client.get(), whole.size()), whole);
-    relay->signal(SIGINT);
-    EXPECT_EQ(relay->wait(1000), 0) << relay->errors();
-}
-
-TEST(RelayUsage, AnswersMistakesWithOneSentence) {
-    const zx::UniqueFd taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ASSERT_EQ(bind(taken.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(listen(taken.get(), 1), 0);
-    getsockname(taken.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    const std::string port = std::to_string(ntohs(address.sin_port));
-    const std::string free = "127.0.0.1:" + std::to_string(free_port(SOCK_STREAM));
-
-    const struct {
-        std::vector<std::string> args;
-        std::string sentence;
-    } cases[] = {
-        {{"--bogus"}, "--input is required"},
-        {{"-i", "tcp://" + free, "-o", free, "--fifo-size", "1"}, "--fifo-size"},
-        {{"-i", "http://" + free, "-o", free}, "is no input"},
-        {{"-i", "tcp://127.0.0.1:0", "-o", free}, "is no address with a port"},
-        {{"-i", "tcp://" + free, "-o", "8000"}, "is no address with a port"},
-        {{"-i", "tcp://" + free, "-o", "127.0.0.1:" + port}, "cannot listen on"},
-        {{"-i", "tcp://127.0.0.1:" + port, "-o", free}, "Address already in use"},
-        {{"-i", "tcp://" + free, "-o", free, "--daemon"}, "--daemon requires --log"},
-        {{"-i", "tcp://" + free, "-o", free, "--keep", "2148"}, "--keep"},
-        {{"-i", "tcp://" + free, "-o", free, "--log", "/nonexistent/log"}, "cannot write the log"},
-        {{"--config", "/nonexistent/file"}, "/nonexistent/file"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.args));
-        std::vector<std::string> args = {ZX_RELAY};
-        args.insert(args.end(), c.args.begin(), c.args.end());
-        Process relay(args);
-        EXPECT_GT(relay.wait(), 0);
-        const std::string said = relay.errors();
-        EXPECT_THAT(said, testing::AllOf(testing::StartsWith("zxrelay: "), testing::EndsWith("\n"),
-                                         testing::HasSubstr(c.sentence)));
-        EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
-    }
-}
+using relay::kPacketSize;
 
 TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
     LogCapture log(2);
@@ -182,12 +44,8 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
                          channel, stats);
     relay::Worker receiver("receiver", [&](relay::Worker& worker) { source.run(worker); });
     receiver.start();
-    Bytes stream = sample();
-    stream.resize(50 * relay::kMessageSize);
-    send_all(zx::UniqueFd(connected(SOCK_STREAM, port)).get(), stream);
-    while (!source.finished()) {
-        usleep(1000);
-    }
+    send_all(zx::UniqueFd(connected(SOCK_STREAM, port)).get(), packets(0, 50 * 7));
+    EXPECT_TRUE(comes_true([&] { return source.finished(); }));
     receiver.stop();
 
     EXPECT_EQ(stats.messages_in, 20U);
@@ -202,47 +60,64 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
     EXPECT_EQ(reported, 30U);
 }
 
-TEST(RelayChannel, DropsAWholeMessageWhenFull) {
-    relay::Channel channel(4 * 1000);
-    const Bytes message(996, 7);
-    std::uint8_t buffer[1000];
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_TRUE(channel.push(message));
-    }
-    EXPECT_FALSE(channel.push(message));
-    EXPECT_EQ(channel.pop(buffer).size(), message.size());
-    EXPECT_TRUE(channel.push(message));
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(channel.pop(buffer).size(), message.size());
-    }
-    EXPECT_TRUE(channel.empty());
+// Fills a node and closes it.
+void add_node(relay::Store& store, std::uint64_t first, std::uint64_t count) {
+    store.add(packets(first, count));
+    EXPECT_TRUE(comes_true([&] { return store.close_when_due(); }));
 }
 
-TEST(RelayPacketizer, FindsThePacketsAgainBehindGarbage) {
-    Bytes packets(20 * kPacketSize, 0);
-    for (std::size_t i = 0; i < packets.size(); ++i) {
-        packets[i] = i % kPacketSize == 0 ? 0x47 : static_cast<std::uint8_t>(i % 50);
-    }
-    Bytes stream(packets.begin(), packets.begin() + 9 * kPacketSize);
-    stream.insert(stream.end(), 1000, 0xEE);
-    stream.insert(stream.end(), packets.begin() + 9 * kPacketSize, packets.end());
-    stream.insert(stream.end(), 17, 0x47);
-
-    for (const std::size_t step : {std::size_t{1}, std::size_t{187}, stream.size()}) {
-        SCOPED_TRACE(step);
-        Bytes out;
-        relay::Packetizer packetizer([&](std::span<const std::uint8_t> message) {
-            EXPECT_TRUE(relay::is_transport_stream(message));
-            EXPECT_LE(message.size(), relay::kMessageSize);
-            out.insert(out.end(), message.begin(), message.end());
-        });
-        for (std::size_t at = 0; at < stream.size(); at += step) {
-            packetizer.feed(std::span(stream).subspan(at, std::min(step, stream.size() - at)));
+TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
+    constexpr std::uint64_t kNode = 1400;  // packets: as large as closes at once
+    const std::uint64_t start = g_clock_us;
+    Bytes buffer(100 * kPacketSize);
+    std::uint64_t lost = 0;
+    const auto read_numbers = [&](relay::Store& store, relay::Store::Place& place) {
+        std::vector<std::uint64_t> ends;  // first and last of what was read
+        for (auto got = store.read(place, buffer, lost); !got.empty();
+             got = store.read(place, buffer, lost)) {
+            const Bytes bytes(got.begin(), got.end());
+            const std::uint64_t first = number_at(bytes, 0);
+            EXPECT_EQ(bytes, packets(first, bytes.size() / kPacketSize));
+            EXPECT_TRUE(ends.empty() || first == ends.back() + 1);
+            ends = {ends.empty() ? first : ends.front(),
+                    number_at(bytes, bytes.size() - kPacketSize)};
         }
-        packetizer.finish();
-        EXPECT_EQ(out, packets);
-        EXPECT_EQ(packetizer.skipped(), 1017U);
-    }
+        return ends;
+    };
+    const auto range = [](std::uint64_t first, std::uint64_t end) {
+        return testing::ElementsAre(first * kNode, end * kNode - 1);
+    };
+
+    relay::Store store(10);
+    relay::Store::Place early = store.back(5);
+    add_node(store, 0, kNode);
+    add_node(store, kNode, kNode);  // in the same microsecond
+    EXPECT_THAT(read_numbers(store, early), range(0, 2));
+    g_clock_us = start + 4000000;
+    add_node(store, 2 * kNode, kNode);
+    EXPECT_EQ(store.nodes(), 3U);
+    EXPECT_EQ(store.bytes(), 3 * kNode * kPacketSize);
+    relay::Store::Place recent = store.back(3);
+    relay::Store::Place oldest = store.back(1000000);
+    EXPECT_THAT(read_numbers(store, recent), range(2, 3));
+    EXPECT_THAT(read_numbers(store, early), range(2, 3));
+    EXPECT_EQ(lost, 0U);
+
+    g_clock_us = start + 11000000;  // the first two are too old now, and the fourth comes
+    relay::Store::Place late = store.back(2);
+    add_node(store, 3 * kNode, kNode);
+    EXPECT_EQ(store.nodes(), 2U);
+    EXPECT_THAT(read_numbers(store, late), range(3, 4));
+    EXPECT_EQ(lost, 0U);
+    EXPECT_THAT(read_numbers(store, oldest), range(2, 4));
+    EXPECT_EQ(lost, 2 * kNode);
+
+    g_clock_us = start - 1000000;  // set back: what was kept looks old
+    add_node(store, 4 * kNode, kNode);
+    lost = 0;
+    EXPECT_THAT(read_numbers(store, early), range(4, 5));
+    EXPECT_EQ(lost, kNode);
+    EXPECT_EQ(store.waiting(early), 0U);
 }
 
 }  // namespace

@@ -1,42 +1,37 @@
 #include "process.hpp"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <stdexcept>
-
-extern char** environ;
+#include <algorithm>
 
 namespace zx::test {
-namespace {
 
-constexpr int kStepMs = 5;
+bool comes_true(const std::function<bool()>& condition, int limit_ms) {
+    constexpr int kStepMs = 5;
+    for (int waited = 0; waited < limit_ms; waited += kStepMs) {
+        if (condition()) {
+            return true;
+        }
+        usleep(kStepMs * 1000);
+    }
+    return condition();
+}
 
-}  // namespace
-
-Process::Process(const std::vector<std::string>& args) {
+Process::Process(const std::string& command) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        throw std::runtime_error("pipe2");
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+        dup2(ends[1], STDERR_FILENO);
+        execl("/bin/bash", "bash", "-c", command.c_str(), nullptr);
+        _exit(127);
     }
-    std::vector<char*> argv;
-    for (const std::string& arg : args) {
-        argv.push_back(const_cast<char*>(arg.c_str()));
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-    const int code = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     error_fd_ = ends[0];
-    if (code != 0) {
-        throw std::runtime_error("cannot start " + args[0]);
-    }
 }
 
 Process::~Process() {
@@ -51,17 +46,17 @@ void Process::signal(int number) const {
     kill(pid_, number);
 }
 
-int Process::wait(int timeout_ms) {
-    for (int waited = 0; waited <= timeout_ms; waited += kStepMs) {
-        int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) {
-            pid_ = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        }
+int Process::wait(int limit_ms) {
+    int status = 0;
+    const auto has_ended = [&] {
         errors();
-        usleep(kStepMs * 1000);
+        return waitpid(pid_, &status, WNOHANG) == pid_;
+    };
+    if (!comes_true(has_ended, limit_ms)) {
+        return -1;
     }
-    return -1;
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 std::string Process::errors() {
@@ -73,14 +68,19 @@ std::string Process::errors() {
     return errors_;
 }
 
-bool Process::says(const std::string& text, int timeout_ms) {
-    for (int waited = 0; waited <= timeout_ms; waited += kStepMs) {
-        if (errors().find(text) != std::string::npos) {
-            return true;
-        }
-        usleep(kStepMs * 1000);
-    }
-    return false;
+bool Process::says(const std::string& text) {
+    return comes_true([&] { return errors().find(text) != std::string::npos; });
+}
+
+void expect_complaint(const std::string& program, const std::string& arguments,
+                      const std::string& sentence) {
+    SCOPED_TRACE(arguments);
+    Process process("exec '" + program + "' " + arguments);
+    EXPECT_GT(process.wait(), 0);
+    const std::string said = process.errors();
+    EXPECT_THAT(said, testing::StartsWith(program.substr(program.rfind('/') + 1) + ": "));
+    EXPECT_THAT(said, testing::HasSubstr(sentence));
+    EXPECT_EQ(said.find('\n') + 1, said.size()) << said;
 }
 
 }  // namespace zx::test

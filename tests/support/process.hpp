@@ -3,35 +3,42 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
-#include <vector>
 
 namespace zx::test {
 
+// Waits until `condition` holds; false when it does not within the limit.
+bool comes_true(const std::function<bool()>& condition, int limit_ms = 10000);
+
 class Process {
 public:
-    // Starts args[0] with the others as its arguments; its standard error can be read.
-    explicit Process(const std::vector<std::string>& args);
+    // Starts a command of the shell, whose standard error can be read.
+    explicit Process(const std::string& command);
     ~Process();  // kills what still runs
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
     void signal(int number) const;
 
-    // Waits for the end: the exit code, 128 + the signal that ended it, or -1 after `timeout_ms`
+    // Waits for the end: the exit code, 128 + the signal that ended it, or -1 after `limit_ms`
     // without an end.
-    int wait(int timeout_ms = 10000);
+    int wait(int limit_ms = 10000);
 
     // Standard error so far.
     std::string errors();
 
-    // Waits until standard error holds `text`; false after `timeout_ms`.
-    bool says(const std::string& text, int timeout_ms = 10000);
+    // Waits until standard error holds `text`.
+    bool says(const std::string& text);
 
 private:
     pid_t pid_ = -1;
     int error_fd_ = -1;
     std::string errors_;
 };
+
+// A program that is called by mistake fails with one sentence behind its name.
+void expect_complaint(const std::string& program, const std::string& arguments,
+                      const std::string& sentence);
 
 }  // namespace zx::test
