@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
-#include <time.h>
 
 #include <algorithm>
 #include <atomic>
@@ -20,6 +19,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using zx::test::run_beside;
 using zx::test::run_threads;
 
 constexpr auto kRound =
@@ -55,30 +55,6 @@ void log_signal(int) {
     t_signals.write();
 }
 
-// Sends a signal to the calling thread a thousand times a second.
-class SignalTimer {
-public:
-    SignalTimer() {
-        signal(SIGUSR1, log_signal);
-        sigevent event{};
-        event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = SIGUSR1;
-        event._sigev_un._tid = gettid();
-        timer_create(CLOCK_MONOTONIC, &event, &timer_);
-        const itimerspec each_ms{{0, 1000000}, {0, 1000000}};
-        timer_settime(timer_, 0, &each_ms, nullptr);
-    }
-    ~SignalTimer() {
-        timer_delete(timer_);
-        usleep(1000);  // the thread sanitizer delivers late
-    }
-    SignalTimer(const SignalTimer&) = delete;
-    SignalTimer& operator=(const SignalTimer&) = delete;
-
-private:
-    timer_t timer_{};
-};
-
 // A process whose threads log for a round, and what disturbs it meanwhile.
 class Process {
 public:
@@ -88,11 +64,11 @@ public:
 
     int run(const std::vector<Disturbance>& disturbances) {
         zxlog_api_setFile(log_.c_str());
-        std::jthread others([&] {
-            run_threads(static_cast<int>(disturbances.size()),
-                        [&](int i) { (this->*disturbances[static_cast<std::size_t>(i)])(); });
-        });
-        run_threads(kThreads, [this](int thread) { log_lines(first_ + 2 * thread); });
+        signal(SIGUSR1, log_signal);
+        std::jthread others =
+            run_beside(disturbances.size(), [&](std::size_t i) { (this->*disturbances[i])(); });
+        run_threads(kThreads,
+                    [this](std::size_t i) { log_lines(first_ + 2 * static_cast<int>(i)); });
         ended_ = true;
         others.join();
         return failures_ == 0 ? 0 : 1;
@@ -133,7 +109,11 @@ private:
         Writer own{id};
         t_signals = {id + 1};
         {
-            const SignalTimer timer;
+            const std::jthread signals([self = pthread_self()](const std::stop_token& stop) {
+                for (; !stop.stop_requested(); usleep(900)) {
+                    pthread_kill(self, SIGUSR1);
+                }
+            });
             for (const auto end = Clock::now() + kRound; Clock::now() < end; usleep(100)) {
                 for (int burst = 0; burst < 4; ++burst) {
                     errno = 4711;
@@ -142,6 +122,7 @@ private:
                 }
             }
         }
+        usleep(1000);  // the thread sanitizer delivers late
         own.end();
         t_signals.end();
     }

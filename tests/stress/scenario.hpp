@@ -1,7 +1,6 @@
 // What every scenario has: its time, and an alarm for the case that it hangs.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -19,9 +17,11 @@ namespace zx::test {
 class Scenario {
 public:
     Scenario() {
-        name() = testing::UnitTest::GetInstance()->current_test_info()->name();
-        name() += " hangs\n";
-        signal(SIGALRM, give_up);
+        signal(SIGALRM, [](int) {
+            constexpr char kText[] = "the scenario hangs\n";
+            [[maybe_unused]] const ssize_t put = write(STDERR_FILENO, kText, sizeof kText - 1);
+            std::abort();
+        });
         alarm(static_cast<unsigned>(seconds().count()) + kPatience);
     }
     ~Scenario() { alarm(0); }
@@ -44,25 +44,21 @@ private:
         const char* const text = std::getenv("ZX_STRESS_SECONDS");
         return std::chrono::seconds(text != nullptr ? std::atoi(text) : 2);
     }
-    static std::string& name() {
-        static std::string text;
-        return text;
-    }
-    static void give_up(int) {
-        [[maybe_unused]] const ssize_t put = write(STDERR_FILENO, name().data(), name().size());
-        std::abort();
-    }
 
     Clock::time_point end_ = Clock::now() + seconds();
 };
 
 // Runs body(0) to body(count - 1), each on a thread of its own, to their end.
-inline void run_threads(int count, const std::function<void(int)>& body) {
+inline void run_threads(std::size_t count, const std::function<void(std::size_t)>& body) {
     std::vector<std::jthread> threads;
-    threads.reserve(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         threads.emplace_back(body, i);
     }
+}
+
+// The same beside the caller.
+inline std::jthread run_beside(std::size_t count, const std::function<void(std::size_t)>& body) {
+    return std::jthread([=] { run_threads(count, body); });
 }
 
 }  // namespace zx::test
