@@ -42,6 +42,8 @@ TEST(Refusals, AnswerAMissingArgument) {
         {"curYM", 0, false, [&] { return zxtime_api_curYM(nullptr) != nullptr; }},
         {"curTime", 0, false, [&] { return zxtime_api_curTime(nullptr) != nullptr; }},
         {"ms2str2", 0, false, [&] { return zxtime_api_ms2str2(0, nullptr) != nullptr; }},
+        {"us2str2", 0, false, [&] { return zxtime_api_us2str2(0, nullptr) != nullptr; }},
+        {"sec2str2", 0, false, [&] { return zxtime_api_sec2str2(0, nullptr) != nullptr; }},
         {"isIpv6", 0, true, [&] { return zxnet_api_isIpv6(nullptr); }},
         {"isMulticast", 0, true, [&] { return zxnet_api_isMulticast(nullptr); }},
         {"outIpv6", 0, true, [&] { return zxnet_api_outIpv6(nullptr), 0; }},
@@ -61,6 +63,17 @@ TEST(Refusals, AnswerAMissingArgument) {
         {"isInstallByBin", 0, true, [&] { return zxmd_api_isInstallByBin(nullptr) > 0; }},
         {"isConflictLib", 0, true, [&] { return zxmd_api_isConflictLib("a", nullptr, "c") > 0; }},
         {"lcpy", 0, false, [&] { return static_cast<int64_t>(zxstr_api_lcpy(text, nullptr, 64)); }},
+        {"lcpy of no size", 5, false,
+         [&] { return static_cast<int64_t>(zxstr_api_lcpy(nullptr, "hello", 0)); }},
+        {"urlSplit", 0, false,
+         [&] {
+             zxstr_api_urlSplit(nullptr, 9, nullptr, 9, nullptr, 9, nullptr, nullptr, 9, nullptr,
+                                "s://a@[h]:1/p");
+             return 0;
+         }},
+        {"findTag", 0, false, [&] { return zxstr_api_findTag(text, 64, "a", nullptr); }},
+        {"buildListurl", 0, false,
+         [&] { return zxstr_api_buildListurl("p", "", "h", 1, "", 1, 0, text), 0; }},
         {"lcat", 0, false, [&] { return static_cast<int64_t>(zxstr_api_lcat(text, nullptr, 64)); }},
     };
     zx::test::LogCapture log;
