@@ -12,7 +12,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ThreadTest : public testing::Test {
 protected:
@@ -42,68 +41,6 @@ TEST_F(ThreadTest, RefusesWhatItCannotStart) {
                             "[ERROR][THREAD]Param error####zxthrad_func",
                             "[ERROR][THREAD]no need to create", "[ERROR][THREAD]no need to destroy",
                             "[ERROR][THREAD]Param error####pzxthread_ctt"));
-}
-
-TEST_F(ThreadTest, IsNotCreatedWhenTheSystemRefuses) {
-    pthread_attr_t normal;
-    pthread_attr_t huge;
-    pthread_getattr_default_np(&normal);
-    pthread_attr_init(&huge);
-    pthread_attr_setstacksize(&huge, std::size_t{1} << 46U);
-    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
-    EXPECT_EQ(zxthread_api_create(&thread, "t", idle, nullptr), -1);
-    EXPECT_EQ(pthread_setattr_default_np(&normal), 0);
-    EXPECT_EQ(thread.created, 0);
-    EXPECT_EQ(thread.state, 0U);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][THREAD]t:create thread failed"));
-    EXPECT_EQ(pthread_mutex_trylock(&thread.mutex), 0) << "the mutex is left in place, and free";
-    pthread_mutex_unlock(&thread.mutex);
-}
-
-TEST_F(ThreadTest, QuickWorkerFindsItsRecordComplete) {
-    const auto worker = [](void* argument) -> void* {
-        auto* const self = static_cast<zxthread_ctt*>(argument);
-        zxthread_api_lock(self);
-        self->state = self->state == ZXTHREAD_STATE_CREATED ? 77 : 99;
-        zxthread_api_unlock(self);
-        return nullptr;
-    };
-    for (int i = 0; i < 1000; ++i) {
-        ASSERT_EQ(zxthread_api_create(&thread, "quick", worker, &thread), 0);
-        pthread_join(thread.handle, nullptr);
-        ASSERT_EQ(thread.state, 77U);
-        thread = {};
-    }
-    EXPECT_THAT(log.take(), IsEmpty());
-}
-
-TEST_F(ThreadTest, StartsRunsAndStops) {
-    const auto worker = [](void* argument) -> void* {
-        auto* const self = static_cast<zxthread_ctt*>(argument);
-        EXPECT_EQ(zxthread_api_waitCmdStarting(self, 5000, 1), 1);
-        std::uint32_t seen = ZXTHREAD_STATE_STARTING;
-        while (seen == ZXTHREAD_STATE_STARTING) {
-            zxthread_api_lock(self);
-            seen = self->state;
-            zxthread_api_unlock(self);
-            sched_yield();
-        }
-        while (zxthread_api_isStop(self) == 0) {
-            sched_yield();
-        }
-        return nullptr;
-    };
-    ASSERT_EQ(zxthread_api_create(&thread, "worker", worker, &thread), 0);
-    EXPECT_EQ(zxthread_api_waitStateTimeout(&thread, ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING,
-                                            5000, 1),
-              1);
-    EXPECT_EQ(
-        zxthread_api_waitStateTimeout(&thread, ZXTHREAD_STATE_RUN, ZXTHREAD_STATE_STOPPED, 3, 1),
-        0);
-    EXPECT_EQ(zxthread_api_waitStateTimeout(&thread, 0, ZXTHREAD_STATE_STOPPED, 5000, 1), 1);
-    EXPECT_EQ(zxthread_api_destroy(&thread), 0);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][THREAD]worker:Wait thread start timeout!",
-                                        "[INFO][THREAD]worker stop"));
 }
 
 TEST_F(ThreadTest, WaitsCountStepsAndStopAnswersAnyOtherState) {
