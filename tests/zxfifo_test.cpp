@@ -119,10 +119,14 @@ TEST_F(FifoTest, TakesAMessageThatHasRoomOnly) {
 }
 
 TEST_F(FifoTest, RefusesMissingArguments) {
-    EXPECT_EQ(zxfifo_api_blockInit(1, nullptr), nullptr);
+    zxfifoblock_ctt* none = zxfifo_api_blockInit(1, nullptr);
+    EXPECT_EQ(none, nullptr);
+    zxfifo_api_blockDeinit(&none);
     EXPECT_EQ(zxfifo_api_blockReset(nullptr), -1);
+    EXPECT_EQ(zxfifo_api_blockIn(nullptr, "x", 1, nullptr), -1);
     EXPECT_EQ(zxfifo_api_blockIn(fifo, nullptr, 1, Script::move), -1);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][FIFO_STRU]Param error####name",
+                                        "[ERROR][FIFO_STRU]Error param ###pzxfifoblock_ctt",
                                         "[ERROR][FIFO_STRU]Error param ###pzxfifoblock_ctt",
                                         "[ERROR][FIFO_STRU]Error param ###pbuf"));
 }
