@@ -113,11 +113,13 @@ TEST_F(InnerTest, ReportsAValueThatFlaps) {
 }
 
 TEST_F(InnerTest, CutsTheEndingOffAName) {
-    std::string name = std::string("an old name that is longer\0", 27) + "xx";
+    std::string name = std::string("old\0", 4) + std::string(14, 'x');
     zxt_innerapi_getHlsName("/vodka/a.m3u8", "/vod", name.data());
-    EXPECT_EQ(dotted(name), "an old name that is longer.xx");
+    EXPECT_EQ(dotted(name), "old.xxxxxxxxxxxxxx");
     zxt_innerapi_getHlsName("live/chan1.m3u8", "/vod", name.data());
-    EXPECT_EQ(dotted(name), "live/chan1.................xx");
+    EXPECT_EQ(dotted(name), "live/chan1......xx");
+    zxt_innerapi_getHlsName("a.m3u8", "/vod", name.data());
+    EXPECT_EQ(dotted(name), "a...............xx");
     zxt_innerapi_getHlsName(nullptr, nullptr, nullptr);
     zxt_innerapi_getHlsName("", nullptr, nullptr);
     zxt_innerapi_getHlsName("", "", nullptr);
