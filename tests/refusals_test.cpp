@@ -19,6 +19,7 @@ struct Refusal {
     int64_t result;
     bool says_so;
     std::function<int64_t()> call;
+    const char* says = "[ERROR]";
 };
 
 TEST(Refusals, AnswerAMissingArgument) {
@@ -50,6 +51,15 @@ TEST(Refusals, AnswerAMissingArgument) {
         {"ipStr2Byte", 0, true, [&] { return zxnet_api_ipStr2Byte(nullptr); }},
         {"ipByte2Str", 0, true, [&] { return zxnet_api_ipByte2Str(1, nullptr); }},
         {"getIpList", 0, true, [&] { return zxnet_api_getIpList("1.1.1.1", nullptr, text, 64); }},
+        {"macStr2Byte", -1, true, [] { return zxnet_api_macStr2Byte(nullptr, nullptr); },
+         "####pmacstr"},
+        {"macStr2Byte out", -1, true, [] { return zxnet_api_macStr2Byte("", nullptr); },
+         "####poutbuf"},
+        {"parseDomainName", -1, true,
+         [] { return zxnet_api_parseDomainName(nullptr, nullptr, nullptr); }, "####hostname"},
+        {"checksum", 0xFFFF, true, [] { return zxnet_api_checksum(nullptr, 2); }, "####paddr"},
+        {"checksum_ptc", 0xFFFF, true,
+         [] { return zxnet_api_checksum_ptc(nullptr, 1, 2, 17, 8, "", 1); }, "####pether_pkt"},
         {"lock init", -1, true, [&] { return zxlock_api_init(nullptr, "x"); }},
         {"lock deinit", -1, true, [&] { return zxlock_api_deinit(nullptr); }},
         {"lock obtain", -1, true, [&] { return zxlock_api_obtain(nullptr, "f", 1); }},
@@ -82,7 +92,7 @@ TEST(Refusals, AnswerAMissingArgument) {
         const auto lines = log.take();
         EXPECT_EQ(lines.size(), refusal.says_so ? 1U : 0U) << refusal.name;
         if (!lines.empty()) {
-            EXPECT_THAT(lines[0], HasSubstr("[ERROR]")) << refusal.name;
+            EXPECT_THAT(lines[0], HasSubstr(refusal.says)) << refusal.name;
         }
     }
     EXPECT_STREQ(text, "kept");

@@ -14,7 +14,6 @@ namespace {
 
 std::vector<sockaddr_storage> g_resolved;
 std::vector<addrinfo> g_list;
-int g_result = 0;
 
 }  // namespace
 
@@ -31,19 +30,15 @@ extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char*, const cha
         g_list[i].ai_next = i + 1 < g_list.size() ? &g_list[i + 1] : nullptr;
     }
     *list = g_list.empty() ? nullptr : g_list.data();
-    return g_result;
+    return 0;
 }
 extern "C" [[gnu::visibility("default")]] void freeaddrinfo(addrinfo* list) {
     EXPECT_EQ(list, g_list.data());
-    g_list.clear();
 }
 
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StrEq;
-using Lines = std::vector<std::string>;
 
 sockaddr_storage socket_address(const char* text) {
     sockaddr_storage storage{};
@@ -55,110 +50,55 @@ sockaddr_storage socket_address(const char* text) {
     return storage;
 }
 
-int32_t length(const char* text) {
-    return static_cast<int32_t>(std::strlen(text));
-}
-
 class AddressTest : public testing::Test {
 protected:
+    static int32_t length(const char* text) { return static_cast<int32_t>(std::strlen(text)); }
+
     zx::test::LogCapture log;
     char out[64] = "an older text that is longer than the new one";
 };
 
-TEST_F(AddressTest, ReadsDottedTexts) {
+TEST_F(AddressTest, SaysWhatIsOddAboutATextAndGoesOn) {
+    const std::string dots(300, '.');  // more fields than an address could have
+    EXPECT_EQ(zxnet_api_ipStr2Byte(".1.2.3."), 0U);
+    EXPECT_EQ(zxnet_api_ipStr2Byte("111.222.133.0144"), 0x6FDE8590U);
+    EXPECT_EQ(zxnet_api_getNetmaskBitNum("255.255"), 0);
+    EXPECT_EQ(zxnet_api_subnet("1.2", "255", out), 0);
+    EXPECT_EQ(zxnet_api_getGatewayByNetmask("1.2", "255.0.0.0", out, out), 0);
+    EXPECT_EQ(zxnet_api_isResIpaddr("100.64.1"), 0);
+    EXPECT_EQ(zxnet_api_isResIpaddr(dots.c_str()), 0);
+    EXPECT_EQ(zxnet_api_isResIpaddr("::100.64.0.1"), 0);
     const std::string cut = "[WARN][NETWORK]There is a bug that buf1 ";
-    const std::string error = "[ERROR][NETWORK]Error pipaddr_start";
-    const struct {
-        const char* text;
-        uint32_t ip;
-        Lines lines;
-    } cases[] = {
-        {"192.168.1.1", 0xC0A80101, {}},
-        {"256.1.1.999", 0x000101E7, {}},
-        {"1..2.3.4", 0x01020304, {}},
-        {" 1.-1.x.0004", 0x01FF0004, {}},
-        {"1.2.3", 0, {error + "(1),num is 3"}},
-        {".1.2.3.", 0, {error + "(.1),num is 3"}},
-        {"1.2.3.4.5", 0, {error + "(1),num is 5"}},
-        {"", 0, {error + "(),num is 0"}},
-        {"111.222.133.0144", 0x6FDE8590, {cut + "(16 < 17)(111.222.133.0144),please fix!!"}},
-        {"111.222.133.00012", 0x6FDE8501, {cut + "(16 < 18)(111.222.133.00012),please fix!!"}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(zxnet_api_ipStr2Byte(c.text), c.ip);
-        EXPECT_EQ(log.take(), c.lines);
-    }
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Error pipaddr_start(.1),num is 3",
+                                        cut + "(16 < 17)(111.222.133.0144),please fix!!",
+                                        "[ERROR][NETWORK]Error netmask(255),num is 2",
+                                        "[ERROR][NETWORK]Error netmask(255),num is 1",
+                                        "[ERROR][NETWORK]Error ipaddr(1),num is 2",
+                                        "[ERROR][NETWORK]Error ipaddr(100),num is 3",
+                                        cut + "(256 < 301)(" + dots + "),please fix!!",
+                                        "[ERROR][NETWORK]Error ipaddr(),num is 256",
+                                        "[INFO][NETWORK]no support  ipv6"));
+
+    EXPECT_EQ(zxnet_api_isResIpaddr("100.64..1"), 1);
+    EXPECT_EQ(zxnet_api_isResIpaddr("356.320.0.1."), 1);
+    EXPECT_EQ(zxnet_api_isMulticast("name") + zxnet_api_isMulticast("ff02::1::"), 0);
+    EXPECT_EQ(zxnet_api_getIpList("10.0.0.2", "10.0.0.1", out, 16), 0U);
+    EXPECT_EQ(zxnet_api_subnet("10.1.2.3", "255.0.0.0", nullptr), 0);
+    EXPECT_EQ(zxnet_api_getGatewayByNetmask("10.1.2.3", "255.0.0.0", nullptr, nullptr), 0);
+    EXPECT_EQ(length(out), 45) << "kept";
 }
 
 TEST_F(AddressTest, PrintsEveryOctetAtEveryPlaceAndNothingBehindIt) {
     for (uint32_t octet = 0; octet < 256; ++octet) {
-        for (const uint32_t ip : {octet * 0x01010101U, octet << 24U, octet}) {
-            const char* const expected = inet_ntoa({htonl(ip)});
-            std::memset(std::strcpy(out, "") + 1, '#', sizeof out - 1);
-            ASSERT_EQ(zxnet_api_ipByte2Str(ip, out), length(expected));
-            ASSERT_STREQ(out, expected);
-            ASSERT_EQ(out[length(expected) + 1], '#');
-            ASSERT_EQ(zxnet_api_ipStr2Byte(out), ip);
-        }
+        const char* const expected = inet_ntoa({octet * 0x01010101U});
+        std::memset(std::strcpy(out, "") + 1, '#', sizeof out - 1);
+        ASSERT_EQ(zxnet_api_ipByte2Str(octet * 0x01010101U, out), length(expected));
+        ASSERT_STREQ(out, expected);
+        ASSERT_EQ(out[length(expected) + 1], '#');
+        ASSERT_EQ(zxnet_api_ipStr2Byte(out), octet * 0x01010101U);
     }
-    std::strcpy(out, "255.255.255.255");
-    zxnet_api_ipByte2Str(0x01020304, out);
-    EXPECT_EQ(std::string(out, 16), std::string("1.2.3.4") + std::string(9, '\0'));
-
-    char list[5][16]{};
-    EXPECT_EQ(zxnet_api_getIpList("10.0.0.254", "10.0.1.1", list[0], sizeof list[0]), 4U);
-    EXPECT_THAT(list, ElementsAre(StrEq("10.0.0.254"), StrEq("10.0.0.255"), StrEq("10.0.1.0"),
-                                  StrEq("10.0.1.1"), StrEq("")));
-    EXPECT_EQ(zxnet_api_getIpList("10.0.0.2", "10.0.0.1", list[4], 16), 0U);
-}
-
-TEST_F(AddressTest, TellsFamiliesAndGroups) {
-    const struct {
-        const char* text;
-        int32_t is_ipv6, is_multicast;
-        const char* mapped;
-    } cases[] = {
-        {"223.255.255.255", 0, 0, "::ffff:223.255.255.255"},
-        {"224.0.0.0", 0, 1, "::ffff:224.0.0.0"},
-        {"239.255.255.255", 0, 1, "::ffff:239.255.255.255"},
-        {"name", 0, 0, "::ffff:name"},
-        {"ff02::1", 1, 1, "ff02::1"},
-        {"ff02::1::", 1, 0, "ff02::1::"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(zxnet_api_isIpv6(c.text), c.is_ipv6);
-        EXPECT_EQ(zxnet_api_isMulticast(c.text), c.is_multicast);
-        zxnet_api_outIpv6(std::strcpy(out, c.text));
-        EXPECT_STREQ(out, c.mapped);
-    }
-}
-
-TEST_F(AddressTest, ReadsMacTextsWithAnySeparator) {
-    const struct {
-        const char* text;
-        std::vector<uint8_t> mac;
-        int32_t single;
-    } cases[] = {
-        {"0:1:2:3:4:5", {0, 1, 2, 3, 4, 5}, 1},
-        {"0A-fB.Cc 0d:9Fe0", {0x0A, 0xFB, 0xCC, 0x0D, 0xE0, 0}, 1},
-        {"01:00:5e:00:00:01:ff", {1, 0, 0x5E, 0, 0, 1}, 0},
-        {"", {0, 0, 0, 0, 0, 0}, 1},
-        {"0x1f:0X:x2: 3", {0x1F, 0, 0, 0, 2, 3}, 0},
-        {"-1::123:fffffffffffffffff", {0xFF, 0, 0x23, 0xFF, 0, 0}, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        std::vector<uint8_t> mac(6, 0xEE);
-        EXPECT_EQ(zxnet_api_macStr2Byte(c.text, mac.data()), 0);
-        EXPECT_EQ(mac, c.mac);
-        EXPECT_EQ(zxnet_api_isVaildMac(c.text), c.single);
-    }
-    EXPECT_EQ(zxnet_api_macStr2Byte(nullptr, nullptr), -1);
-    EXPECT_EQ(zxnet_api_macStr2Byte("", nullptr), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Param error####pmacstr",
-                                        "[ERROR][NETWORK]Param error####poutbuf"));
+    EXPECT_EQ(zxnet_api_subnet("10.1.2.3", "255.0.255.1", out), 8);
+    EXPECT_EQ(std::string(out, 16), std::string("10.0.2.1") + std::string(8, '\0'));
 }
 
 TEST_F(AddressTest, PrintsBytes) {
@@ -178,63 +118,18 @@ TEST_F(AddressTest, PrintsBytes) {
     EXPECT_STREQ(zxnet_api_net2str(&ip), "127.0.0.1");
 }
 
-TEST_F(AddressTest, MasksAddresses) {
-    const struct {
-        const char *ip, *netmask;
-        int32_t bits;
-        const char *subnet, *gateway;
-    } cases[] = {
-        {"192.168.1.77", "255.255.255.0", 24, "192.168.1.0", "192.168.1.1"},
-        {"10.1.2.3", "255.0.255.1", 16, "10.0.2.1", "10.0.2.2"},
-        {"255.255.255.255", "128.192.224.240", 10, "128.192.224.240", "128.192.224.241"},
-        {"255.255.255.255", "248.252.254.255", 26, "248.252.254.255", "248.252.254.256"},
+TEST_F(AddressTest, CountsTheBitsOfAMaskByteForByte) {
+    const char* const cases[][4] = {
+        {"192.168.1.77", "255.255.255.0", "192.168.1.0/24", "192.168.1.1"},
+        {"10.1.2.3", "255.0.255.1", "10.0.2.1/16", "10.0.2.2"},
+        {"255.255.255.255", "128.192.224.240", "128.192.224.240/10", "128.192.224.241"},
+        {"255.255.255.255", "248.252.254.255", "248.252.254.255/26", "248.252.254.256"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.netmask);
-        char network[ZXNET_NETWORK_TEXT_SIZE], gateway[ZXNET_IP_TEXT_SIZE];
-        EXPECT_EQ(zxnet_api_getNetmaskBitNum(c.netmask), c.bits);
-        EXPECT_EQ(zxnet_api_getGatewayByNetmask(c.ip, c.netmask, network, gateway),
-                  length(c.gateway));
-        EXPECT_EQ(network, std::string(c.subnet) + "/" + std::to_string(c.bits));
-        EXPECT_STREQ(gateway, c.gateway);
-        EXPECT_EQ(zxnet_api_subnet(c.ip, c.netmask, out), length(c.subnet));
-        EXPECT_STREQ(out, c.subnet);
-        EXPECT_EQ(zxnet_api_subnet(c.ip, c.netmask, nullptr), 0);
-        EXPECT_EQ(zxnet_api_getGatewayByNetmask(c.ip, c.netmask, nullptr, nullptr), 0);
-    }
-    EXPECT_THAT(log.take(), IsEmpty());
-
-    EXPECT_EQ(zxnet_api_getNetmaskBitNum("255.255"), 0);
-    EXPECT_EQ(zxnet_api_subnet("1.2", "255", out), 0);
-    EXPECT_EQ(zxnet_api_getGatewayByNetmask("1.2", "255.0.0.0", out, out), 0);
-    EXPECT_STREQ(out, cases[3].subnet);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Error netmask(255),num is 2",
-                                        "[ERROR][NETWORK]Error netmask(255),num is 1",
-                                        "[ERROR][NETWORK]Error ipaddr(1),num is 2"));
-}
-
-TEST_F(AddressTest, KnowsTheSharedAddressSpace) {
-    const std::string dots(300, '.');  // more fields than an address could have
-    const std::string cut =
-        "[WARN][NETWORK]There is a bug that buf1 (256 < 301)(" + dots + "),please fix!!";
-    const struct {
-        std::string text;
-        int32_t is_shared;
-        Lines lines;
-    } cases[] = {
-        {"100.64.0.0", 1, {}},
-        {"100.127.0.1", 1, {}},
-        {"100.128.0.1", 0, {}},
-        {"356.320.0.1.", 1, {}},
-        {"100.64..1", 1, {}},
-        {"100.64.1", 0, {"[ERROR][NETWORK]Error ipaddr(100),num is 3"}},
-        {"::100.64.0.1", 0, {"[INFO][NETWORK]no support  ipv6"}},
-        {dots, 0, {cut, "[ERROR][NETWORK]Error ipaddr(),num is 256"}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(zxnet_api_isResIpaddr(c.text.c_str()), c.is_shared);
-        EXPECT_EQ(log.take(), c.lines);
+    for (const auto& [ip, netmask, network, gateway] : cases) {
+        char at[ZXNET_IP_TEXT_SIZE];
+        EXPECT_EQ(zxnet_api_getGatewayByNetmask(ip, netmask, out, at), length(gateway));
+        EXPECT_STREQ(out, network);
+        EXPECT_STREQ(at, gateway);
     }
 }
 
@@ -261,13 +156,11 @@ TEST_F(AddressTest, ResolvesNamesIntoTheRecord) {
     std::memset(&found, 0xEE, sizeof found);
     g_resolved = {socket_address("192.0.2.1"), socket_address(longest), socket_address("::1")};
     EXPECT_EQ(zxnet_api_parseDomainName("host", "http", &found.record), 0);
-    EXPECT_THAT(g_list, IsEmpty()) << "not freed";
     EXPECT_EQ(found.record.count, 3);
     EXPECT_STREQ(found.record.address[0], "192.0.2.1");
     EXPECT_EQ(std::string(found.record.address[1], 32) + "::1",
               std::string(longest, 32) + found.record.address[2]);
-    EXPECT_EQ(found.record.family[0] << 8 | found.record.family[1] << 4 | found.record.family[2],
-              0x011);
+    EXPECT_THAT(std::vector(found.record.family, found.record.family + 3), ElementsAre(0, 1, 1));
     EXPECT_EQ(log.take().front(), "[DEBUG][NETWORK]phostname:host--0:192.0.2.1");
 
     g_resolved.assign(200, socket_address(longest));
@@ -279,14 +172,9 @@ TEST_F(AddressTest, ResolvesNamesIntoTheRecord) {
     g_resolved.clear();
     EXPECT_EQ(zxnet_api_parseDomainName("host", "http", &found.record), -2);
     EXPECT_EQ(found.record.count, 0);
-    g_result = EAI_NONAME;
-    EXPECT_EQ(zxnet_api_parseDomainName("host", "http", &found.record), -1);
     EXPECT_EQ(zxnet_api_parseDomainName("", nullptr, &found.record), -1);
-    EXPECT_EQ(zxnet_api_parseDomainName(nullptr, nullptr, nullptr), -1);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]No addrinfo",
-                                        "[ERROR][NETWORK]getaddrinfo host failed",
-                                        "[ERROR][NETWORK]phostname  len is 0,ret -1",
-                                        "[ERROR][NETWORK]Param error####hostname"));
+                                        "[ERROR][NETWORK]phostname  len is 0,ret -1"));
 }
 
 TEST_F(AddressTest, KnowsModesAndDescriptors) {
@@ -295,7 +183,7 @@ TEST_F(AddressTest, KnowsModesAndDescriptors) {
         EXPECT_EQ(zxnet_api_getIpMode(modes[i]), i);
         EXPECT_EQ(zxnet_api_getIpMode(modes[i] + 1), 0);
     }
-    EXPECT_EQ(zxnet_api_getIpMode("dhcp0") + zxnet_api_getIpMode("max"), 0);
+    EXPECT_EQ(zxnet_api_getIpMode("dhcp0"), 0);
     EXPECT_EQ(zxnet_api_isVaildFd(2), 0);
     EXPECT_EQ(zxnet_api_isVaildFd(3), 1);
 }
