@@ -98,8 +98,10 @@ public:
     }
 
     void move_file() {
-        for (int i = first_; !ended_; i += kWriters) {
-            rename(log_.c_str(), (log_ + "." + std::to_string(i)).c_str());
+        for (int i = first_; !ended_; i += kProcesses * kWriters) {
+            std::string moved = log_ + '.';
+            moved += std::to_string(i);
+            rename(log_.c_str(), moved.c_str());
             usleep(1000);
         }
     }
