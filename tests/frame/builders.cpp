@@ -1,5 +1,6 @@
 // frame_builders FILE: writes frames of every builder into a capture file, and prints what tshark
-// must read in them, in its columns: what went in, and a verdict on each checksum (1 good, 0 bad).
+// must read in them, one field a line behind the number of the frame: what went in, and a verdict
+// on each checksum (1 good, 0 bad).
 #include <pcap/pcap.h>
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -50,17 +50,21 @@ constexpr char kOurMac[] = "02:00:00:00:00:01", kPeerMac[] = "02:00:00:00:00:02"
 constexpr char kOurIp[] = "10.99.0.1", kPeerIp[] = "10.99.0.2";
 
 pcap_dumper_t* g_dumper;
-std::vector<std::map<std::string, std::string>> g_rows;
+int g_frames;
 
 void add(const Bytes& frame, int32_t length, const std::string& expected) {
     pcap_pkthdr header{};
     header.caplen = header.len = static_cast<bpf_u_int32>(length);
     pcap_dump(reinterpret_cast<u_char*>(g_dumper), &header, frame.data());
-    g_rows.push_back({{"frame.len", to_string(length)}});
+    std::map<std::string, std::string> fields{{"frame.len", to_string(length)}};
     std::istringstream words(expected);
     for (std::string word; words >> word;) {
         const std::size_t equals = word.find('=');
-        g_rows.back()[word.substr(0, equals)] = word.substr(equals + 1);
+        fields[word.substr(0, equals)] = word.substr(equals + 1);
+    }
+    ++g_frames;
+    for (const auto& [field, value] : fields) {
+        std::printf("%d\t%s\t%s\n", g_frames, field.c_str(), value.c_str());
     }
 }
 
@@ -204,24 +208,5 @@ int main(int argc, char** argv) {
     add_all();
     pcap_dump_close(g_dumper);
     pcap_close(capture);
-
-    std::set<std::string> fields;
-    for (const auto& row : g_rows) {
-        for (const auto& [field, value] : row) {
-            fields.insert(field);
-        }
-    }
-    std::string text;
-    for (const std::string& field : fields) {
-        text += field + '\t';
-    }
-    for (auto& row : g_rows) {
-        text.back() = '\n';
-        for (const std::string& field : fields) {
-            text += row[field] + '\t';
-        }
-    }
-    text.back() = '\n';
-    std::fputs(text.c_str(), stdout);
     return 0;
 }

@@ -52,22 +52,6 @@ std::string options(const tcp_view& tcp, bool lengths) {
     return list;
 }
 
-// The big-endian numbers of `size` bytes at `at`, and every 8 bytes behind it (the next block of a
-// selective acknowledgment), in the values of all options of a kind.
-std::string numbers(const tcp_view& tcp, unsigned kind, unsigned at, unsigned size) {
-    std::string list;
-    for (const tcp_option& option : std::vector(tcp.options, tcp.options + tcp.option_count)) {
-        for (unsigned i = at; option.kind == kind && i + size + 2 <= option.len; i += 8) {
-            unsigned value = 0;
-            for (unsigned byte = 0; byte < size; ++byte) {
-                value = value << 8U | option.val[i + byte];
-            }
-            append(list, value);
-        }
-    }
-    return list;
-}
-
 // What does not belong to the frame is left over from earlier ones: the names of the headers that
 // are compared come from the other reader.
 std::vector<std::pair<const char*, std::string>> columns(const ether_ctt& r) {
@@ -112,12 +96,6 @@ std::vector<std::pair<const char*, std::string>> columns(const ether_ctt& r) {
         {"tcp.len", std::to_string(r.data_len)},
         {"tcp.option_kind", options(r.tcp, false)},
         {"tcp.option_len", options(r.tcp, true)},
-        {"tcp.options.mss_val", numbers(r.tcp, 2, 0, 2)},
-        {"tcp.options.wscale.shift", numbers(r.tcp, 3, 0, 1)},
-        {"tcp.options.sack_le", numbers(r.tcp, 5, 0, 4)},
-        {"tcp.options.sack_re", numbers(r.tcp, 5, 4, 4)},
-        {"tcp.options.timestamp.tsval", numbers(r.tcp, 8, 0, 4)},
-        {"tcp.options.timestamp.tsecr", numbers(r.tcp, 8, 4, 4)},
         {"udp.srcport", std::to_string(r.udp.source)},
         {"udp.dstport", std::to_string(r.udp.dest)},
         {"udp.length", std::to_string(r.udp.len)},
