@@ -206,7 +206,7 @@ TEST_F(FrameTest, FiltersFrames) {
                                      ZXFRAME_READABLE)};
     // Which pass "MAC;source;destination;protocol;IP;source;destination;port;source;destination".
     const auto cases = table(
-        "1111 |1111 ;;;;;;;0;-1;-443|1110 00:1b:21:aa:bb:cc|0001 x,ff:ff:ff:ff:ff:ff|"
+        "1111 |1110 ;;;;10.0.0.200;;;0;-1;-443|1110 00:1b:21:aa:bb:cc|0001 x,ff:ff:ff:ff:ff:ff|"
         "0000 02:00:5E:10:00:01|1011 ;02:00:5e:10:00:01|0100 ;;02:00:5e:10:00:01|"
         "1110 00:1b:21:aa:bb:cc;x;x|0000 ff:ff:ff:ff:ff:ff;;;;192.168.1.10|1000 ;;;tcp|"
         "0100 ;;;udp|1111 ;;;TCP|1111 ;;;tcp |1010 ;;;UDP;;192.168.1.10|0000 ;;;;192.168.1.1|"
@@ -267,6 +267,8 @@ TEST_F(FrameTest, TellsSegmentsByTheirFlags) {
                       flags % 64 == 0x10 && size == 0);
             EXPECT_EQ(zxframe_api_isTcp_dTos_close(&record, "10.0.0.200"), flags % 64 == 0x11);
             EXPECT_EQ(zxframe_api_isTcp_sTod_data(&record, "192.168.1.10"), size != 0);
+            EXPECT_EQ(zxframe_api_isTcp_dTos_close(&record, "192.168.1.10"), 0);
+            EXPECT_EQ(zxframe_api_isTcp_sTod_data(&record, "10.0.0.200"), 0);
         }
     }
 }
