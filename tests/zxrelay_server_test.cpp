@@ -120,15 +120,15 @@ protected:
         return 0;
     }
 
-    // True when a client can connect and receives whole packets.
-    [[nodiscard]] bool serves() const {
+    // True when a client can connect and receives so much.
+    [[nodiscard]] bool serves(std::size_t size = kPacketSize) const {
         const zx::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_in address = loopback(out_port);
         const timeval limit{0, 500000};
         setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         return connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
                    0 &&
-               receive_all(fd.get(), kPacketSize).size() >= kPacketSize;
+               receive_all(fd.get(), size).size() >= size;
     }
 
     // Nothing is left behind but the log.
@@ -136,16 +136,7 @@ protected:
         EXPECT_TRUE(comes_true([this] { return relays().empty(); }));
         EXPECT_FALSE(fs::exists(dir / "pid"));
         // The kernel closes the sockets of a process when its command line is gone already.
-        EXPECT_TRUE(comes_true([this] { return is_free(out_port); }));
-    }
-
-    static bool is_free(int port) {
-        const zx::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in address = loopback(port);
-        const int on = 1;  // what the clients left is in TIME_WAIT
-        setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        return bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-               listen(fd.get(), 1) == 0;
+        EXPECT_TRUE(comes_true([this] { return !serves(0); }));
     }
 
     fs::path dir;

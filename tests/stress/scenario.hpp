@@ -1,7 +1,6 @@
 // What every scenario has: its time, and an alarm for the case that it hangs.
 #pragma once
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,14 +15,7 @@ namespace zx::test {
 
 class Scenario {
 public:
-    Scenario() {
-        signal(SIGALRM, [](int) {
-            constexpr char kText[] = "the scenario hangs\n";
-            [[maybe_unused]] const ssize_t put = write(STDERR_FILENO, kText, sizeof kText - 1);
-            std::abort();
-        });
-        alarm(static_cast<unsigned>(seconds().count()) + kPatience);
-    }
+    Scenario() { alarm(static_cast<unsigned>(seconds().count()) + kPatience); }
     ~Scenario() { alarm(0); }
     Scenario(const Scenario&) = delete;
     Scenario& operator=(const Scenario&) = delete;

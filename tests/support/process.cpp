@@ -68,10 +68,6 @@ std::string Process::errors() {
     return errors_;
 }
 
-bool Process::says(const std::string& text) {
-    return comes_true([&] { return errors().find(text) != std::string::npos; });
-}
-
 void expect_complaint(const std::string& program, const std::string& arguments,
                       const std::string& sentence) {
     SCOPED_TRACE(arguments);

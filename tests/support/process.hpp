@@ -28,9 +28,6 @@ public:
     // Standard error so far.
     std::string errors();
 
-    // Waits until standard error holds `text`.
-    bool says(const std::string& text);
-
 private:
     pid_t pid_ = -1;
     int error_fd_ = -1;
