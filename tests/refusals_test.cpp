@@ -8,6 +8,7 @@
 #include "zxmd.h"
 #include "zxnet.h"
 #include "zxstr.h"
+#include "zxsysctl.h"
 #include "zxtime.h"
 
 namespace {
@@ -51,6 +52,14 @@ TEST(Refusals, AnswerAMissingArgument) {
         {"ipStr2Byte", 0, true, [&] { return zxnet_api_ipStr2Byte(nullptr); }},
         {"ipByte2Str", 0, true, [&] { return zxnet_api_ipByte2Str(1, nullptr); }},
         {"getIpList", 0, true, [&] { return zxnet_api_getIpList("1.1.1.1", nullptr, text, 64); }},
+        {"epollRecv", -5, true, [&] { return zxnet_api_epollRecv(0, nullptr, 1, 1); }, "####pbuf"},
+        {"epollSend", -5, true, [&] { return zxnet_api_epollSend(0, nullptr, 1, 1); }, "####pbuf"},
+        {"isReachable", 0, true, [&] { return zxnet_api_isReachable(nullptr, 1); }},
+        {"ping", 0, false, [&] { return zxnet_api_ping(nullptr); }},
+        {"setIfaceInfo", -1, true, [] { return zxnet_api_setIfaceInfo(nullptr); },
+         "####pnetcfg_info"},
+        {"getIfaceIpMask", -1, true, [&] { return zxnet_api_getIfaceIpMask("lo", text, nullptr); },
+         "####pnetmask"},
         {"macStr2Byte", -1, true, [] { return zxnet_api_macStr2Byte(nullptr, nullptr); },
          "####pmacstr"},
         {"macStr2Byte out", -1, true, [] { return zxnet_api_macStr2Byte("", nullptr); },
@@ -65,10 +74,19 @@ TEST(Refusals, AnswerAMissingArgument) {
         {"lock obtain", -1, true, [&] { return zxlock_api_obtain(nullptr, "f", 1); }},
         {"lock release", -1, true, [&] { return zxlock_api_release(nullptr, "f", 1); }},
         {"unused lock", -1, false, [&] { return zxlock_api_obtain(&unused, nullptr, 1); }},
-        {"write", -1, true, [&] { return zxmd_api_write(nullptr, text, 1, "w"); }},
+        {"read", -1, true, [&] { return zxmd_api_read(nullptr, text, 8); }, "###filename"},
+        {"read buf", -1, true, [&] { return zxmd_api_read("x", nullptr, 8); }, "###buf"},
+        {"read3", -1, true, [&] { return zxmd_api_read3("x", nullptr, 8); }, "###buf"},
+        {"writeProtect", -1, true, [&] { return zxmd_api_writeProtect(nullptr, text, 1); },
+         "###filename"},
+        {"write", -1, true, [&] { return zxmd_api_write(nullptr, text, 1, "w"); }, "dbuf is null"},
         {"write mode", -1, true, [&] { return zxmd_api_write("/nowhere", text, 1, ""); }},
         {"getFileSize", 0, true,
          [&] { return static_cast<int64_t>(zxmd_api_getFileSize(nullptr)); }},
+        {"startDaemon", -1, true, [] { return zxmd_api_startDaemon(nullptr); }, "####logdir"},
+        {"watchdog", -1, true, [] { return zxmd_api_watchdog(nullptr, nullptr); }, "####childfunc"},
+        {"changeUser", -1, true, [] { return zxmd_api_changeUser(nullptr); }, "###username"},
+        {"setEth_rpfilter", -1, true, [] { return zxsysctl_api_setEth_rpfilter(nullptr, 0); }},
         {"isInstall", 0, true, [&] { return zxmd_api_isInstall(nullptr) > 0; }},
         {"isInstallByBin", 0, true, [&] { return zxmd_api_isInstallByBin(nullptr) > 0; }},
         {"isConflictLib", 0, true, [&] { return zxmd_api_isConflictLib("a", nullptr, "c") > 0; }},

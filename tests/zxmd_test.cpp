@@ -12,12 +12,10 @@
 #include <random>
 
 #include "log_capture.hpp"
-#include "vectors.hpp"
 
 namespace {
 
 std::vector<std::string> g_commands;
-bool g_fail_commands = false;
 
 }  // namespace
 
@@ -25,7 +23,7 @@ bool g_fail_commands = false;
 extern "C" [[gnu::visibility("default")]] int system(const char* command) {
     g_commands.emplace_back(command);
     static const auto kReal = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"));
-    return g_fail_commands ? 256 : kReal(command);
+    return kReal(command);
 }
 
 namespace {
@@ -41,10 +39,7 @@ protected:
         dir = mkdtemp(name);
         g_commands.clear();
     }
-    ~FileTest() override {
-        g_fail_commands = false;
-        fs::remove_all(dir);
-    }
+    ~FileTest() override { fs::remove_all(dir); }
 
     std::string put(const char* name, const std::string& content) {
         std::ofstream(dir + "/" + name) << content;
@@ -80,13 +75,9 @@ TEST_F(FileTest, ReadsAndTerminatesWhereThereIsRoom) {
         std::replace(buf.begin(), buf.end(), '\0', '.');
         EXPECT_EQ(buf, c.buf);
         EXPECT_EQ(c.read("/nowhere/x", buf.data(), 3000000000U), -1);
-        EXPECT_EQ(c.read(nullptr, buf.data(), 8) + c.read(path.c_str(), nullptr, 8), -2);
-        EXPECT_THAT(
-            log.take(),
-            ElementsAre("[WARN][ZXMD]Read len(-1294967296) is out of range(0~2147483646),"
-                        "set to 2147483646",
-                        "[ERROR][ZXMD]Open (/nowhere/x) failed",
-                        "[ERROR][ZXMD]Param error###filename", "[ERROR][ZXMD]Param error###buf"));
+        EXPECT_THAT(log.take(), ElementsAre("[WARN][ZXMD]Read len(-1294967296) is out of "
+                                            "range(0~2147483646),set to 2147483646",
+                                            "[ERROR][ZXMD]Open (/nowhere/x) failed"));
     }
 }
 
@@ -99,12 +90,9 @@ TEST_F(FileTest, WritesAppendsAndCounts) {
     EXPECT_EQ(zxmd_api_write(missing.c_str(), data, 3, "r+"), -1);
     EXPECT_EQ(zxmd_api_write(missing.c_str(), data, 3, "r+"), 3) << "the next call finds it";
     EXPECT_EQ(zxmd_api_write(unsafe.c_str(), data, 3, "r+"), -1);
-    EXPECT_EQ(zxmd_api_write(nullptr, data, 3, "w") + zxmd_api_writea("x", nullptr, 3), -2);
     EXPECT_THAT(g_commands, ElementsAre("touch " + missing + " "));
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]Open (" + missing + ") failed",
-                                        "[ERROR][ZXMD]Open (" + unsafe + ") failed",
-                                        "[ERROR][ZXMD]dbuf is null", "[ERROR][ZXMD]dbuf is null"));
-
+                                        "[ERROR][ZXMD]Open (" + unsafe + ") failed"));
     EXPECT_EQ(zxmd_api_write("/dev/full", data, 4, "w"), 0);
     EXPECT_EQ(data[0], '\0') << "marks where the write stopped";
 }
@@ -117,10 +105,6 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     EXPECT_EQ(content(path), "0123");
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
 
-    g_fail_commands = true;
-    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 5), -1);
-    EXPECT_EQ(content(side), "01234") << "stays";
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]inner error:cmd [" + copy + "] failed"));
     g_commands.clear();
     for (const std::string& refused : {dir + "/a b", dir + "/$(id)", std::string("-f"),
                                        std::string("~root/x"), "/" + std::string(247, 'x')}) {
@@ -146,19 +130,16 @@ TEST_F(FileTest, KeepsTheOldFileWhenTheDiskIsFull) {
 
 TEST_F(FileTest, TellsSizeTypeAndName) {
     const std::string path = put("five", "abcde"), longer(1024, 'x');
-    fs::create_symlink(path, dir + "/link");
     EXPECT_EQ(zxmd_api_getFileSize(("file://" + path).c_str()), 5U);
     EXPECT_EQ(zxmd_api_getFileSize(longer.c_str()), 0U);
-    EXPECT_STREQ(zxmd_api_getFileType(path.c_str()), "regular");
-    EXPECT_STREQ(zxmd_api_getFileType(dir.c_str()), "diretory");
-    EXPECT_STREQ(zxmd_api_getFileType((dir + "/link").c_str()), "symbolic link");
-    EXPECT_STREQ(zxmd_api_getFileType("/nowhere/x"), "error");
     EXPECT_THAT(log.take(),
                 ElementsAre("[WARN][ZXMD]There is a bug that buf1 (1024 < 1025)(" + longer +
                                 "),please fix!!",
-                            "[ERROR][ZXMD]stat " + longer + " failed(36,File name too long)",
-                            "[ERROR][ZXMD]lstat /nowhere/x error"));
-
+                            "[ERROR][ZXMD]stat " + longer + " failed(36,File name too long)"));
+    EXPECT_STREQ(zxmd_api_getFileType(dir.c_str()), "diretory");
+    EXPECT_STREQ(zxmd_api_getFileType("/proc/self/exe"), "symbolic link");
+    EXPECT_STREQ(zxmd_api_getFileType("/nowhere/x"), "error");
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]lstat /nowhere/x error"));
     for (const char* media : {"a.ts", ".ts", "a.mp3", "b.mp4"}) {
         EXPECT_EQ(zxmd_api_fileFormatFilter(media), 1) << media;
     }
@@ -169,14 +150,13 @@ TEST_F(FileTest, TellsSizeTypeAndName) {
 
 TEST_F(FileTest, RotatesAMessageFileAboveItsLimit) {
     const std::string path = put("run.log", ""), unsafe = put("a&b", "");
-    fs::resize_file(path, ZXMD_MSG_FILE_LIMIT);
     fs::resize_file(unsafe, ZXMD_MSG_FILE_LIMIT + 1);
-    zxmd_api_newMsgFile(path.c_str());
     zxmd_api_newMsgFile(unsafe.c_str());
-    EXPECT_THAT(g_commands, IsEmpty());
-    EXPECT_EQ(log.take().size(), 1U);
-    fs::resize_file(path, ZXMD_MSG_FILE_LIMIT + 1);
-    zxmd_api_newMsgFile(path.c_str());
+    for (const uint64_t over : {0U, 1U}) {
+        EXPECT_THAT(g_commands, IsEmpty());
+        fs::resize_file(path, ZXMD_MSG_FILE_LIMIT + over);
+        zxmd_api_newMsgFile(path.c_str());
+    }
     EXPECT_THAT(g_commands, ElementsAre(testing::MatchesRegex("  mv  " + path + "  " + path +
                                                               "_20[0-9]{12}\\.txt")));
     EXPECT_EQ(zxmd_api_isFileExsit(path.c_str()), 0);
@@ -215,19 +195,13 @@ std::string encoded(const char* alphabet, const std::string& plain) {
     return out;
 }
 
-void expect_base64(const char* alphabet, const std::string& plain, const std::string& coded) {
-    EXPECT_EQ(encoded(alphabet, plain), coded);
-    EXPECT_EQ(decoded(alphabet, coded), plain);
-}
-
-TEST(Base64Test, CodesOverAnyAlphabet) {
-    std::string reversed(kStandard);
-    std::reverse(reversed.begin(), reversed.end());
-    expect_base64(reversed.c_str(), "Man", "sp6R");
-    expect_base64(kStandard, std::string("\0\xff\x80\x7f", 4), "AP+Afw==");
-    EXPECT_EQ(decoded(kStandard, "TWE"), "Ma") << "padding may be missing";
-    EXPECT_EQ(decoded(kStandard, "TWFuT"), "Man");
-    EXPECT_EQ(decoded(kStandard, "TWE=TWFu"), "Ma") << "padding ends the text";
+TEST(Base64Test, CodesThePublishedTexts) {
+    const std::string plain = "foobar";  // RFC 4648, section 10: 0 letters, 1, and so on
+    const char* const coded[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
+    for (size_t size = 0; size < std::size(coded); ++size) {
+        EXPECT_EQ(encoded(kStandard, plain.substr(0, size)), coded[size]);
+        EXPECT_EQ(decoded(kStandard, coded[size]), plain.substr(0, size));
+    }
     EXPECT_EQ(decoded(kStandard, "=W=="), "\xfd") << "garbage";
 }
 
@@ -252,22 +226,6 @@ TEST(Base64Test, CodesManyGroupsAsEachAlone) {
             ASSERT_EQ(decoded(alphabet, coded), expected) << size;
         }
     }
-}
-
-TEST(Base64Test, AgreesWithThePublishedVectors) {
-    const std::string file = zx::test::vectors("base64/rfc4648.csv");
-    if (file.empty()) {
-        GTEST_SKIP() << "ZX_VECTORS is not set";
-    }
-    std::ifstream in(file);
-    std::string plain, coded;
-    int cases = -1;  // the first line names the columns
-    for (; std::getline(in, plain, ',') && std::getline(in, coded); ++cases) {
-        if (cases >= 0) {
-            expect_base64(kStandard, plain, coded);
-        }
-    }
-    EXPECT_EQ(cases, 7);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -27,14 +26,6 @@ constexpr char kLongest[] = "abcdefghijklmno";   // 15 characters
 constexpr char kTooLong[] = "abcdefghijklmnop";  // the kernel would cut it to the one above
 constexpr char kNotAllowed[] = "no network namespace with a pair of interfaces is allowed here";
 
-std::string output_of(const char* command) {
-    std::string out(4096, '\0');
-    std::FILE* const pipe = popen(command, "r");
-    out.resize(std::fread(out.data(), 1, out.size(), pipe));
-    pclose(pipe);
-    return out;
-}
-
 bool enter_network() {
     return unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
@@ -42,6 +33,15 @@ bool enter_network() {
            std::system(
                "ip link add zx0 address 02:00:5e:1a:2b:3c type veth peer name "
                "abcdefghijklmno 2>/dev/null && ip link set abcdefghijklmno up") == 0;
+}
+
+netcfg_info config(const char* name, const char* ipaddr, const char* netmask) {
+    netcfg_info info;
+    std::memset(&info, 'x', sizeof info);
+    std::memcpy(info.ifname, name, strnlen(name, sizeof info.ifname - 1) + 1);
+    std::strcpy(info.ipaddr, ipaddr);
+    std::strcpy(info.netmask, netmask);
+    return info;
 }
 
 class InterfaceTest : public testing::Test {
@@ -52,6 +52,7 @@ protected:
             if (!enter_network()) {
                 return kNotAllowed;
             }
+            fd = socket(AF_INET, SOCK_DGRAM, 0);
             work();
             return HasFailure() ? "failed" : "as wanted";
         });
@@ -60,34 +61,22 @@ protected:
         }
         EXPECT_EQ(result, "as wanted");
     }
-    static netcfg_info config(const char* name, const char* ipaddr, const char* netmask) {
-        netcfg_info info;
-        std::memset(&info, 'x', sizeof info);
-        std::strcpy(info.ifname, name);
-        std::strcpy(info.ipaddr, ipaddr);
-        std::strcpy(info.netmask, netmask);
-        return info;
-    }
     int flags() const {
-        ifreq request{};
-        std::strcpy(request.ifr_name, "zx0");
+        ifreq request{"zx0", {}};
         EXPECT_EQ(ioctl(fd, SIOCGIFFLAGS, &request), 0);
         return request.ifr_flags;
-    }
-    void expect_error(const std::string& text) {
-        EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]" + text));
     }
 
     zx::test::LogCapture log;
     int fd = -1;  // a socket of the test's own
+    char text[32] = "";
 };
 
 TEST_F(InterfaceTest, AddressAndMaskAreSetAndReadBack) {
     in_network([this] {
-        fd = socket(AF_INET, SOCK_DGRAM, 0);
         netcfg_info info = config("zx0", "10.9.8.7", "255.255.240.0");
         EXPECT_EQ(zxnet_api_setIfaceInfo(&info), 0);
-        EXPECT_THAT(output_of("ip -br addr show zx0"), HasSubstr(" 10.9.8.7/20 "));
+        EXPECT_EQ(std::system("ip -br addr show zx0 | grep -q ' 10.9.8.7/20 '"), 0);
         EXPECT_EQ(flags(), 0x43) << "multicast is gone";
 
         netcfg_info read = config("zx0", "255.255.255.255", "");
@@ -95,20 +84,16 @@ TEST_F(InterfaceTest, AddressAndMaskAreSetAndReadBack) {
         EXPECT_STREQ(read.ipaddr, "10.9.8.7");
         EXPECT_STREQ(read.netmask, "255.255.240.0");
         EXPECT_EQ(std::string(read.reserved, sizeof read.reserved), std::string(66, 'x'));
-        char ipaddr[ZXNET_IP_TEXT_SIZE] = "";
-        char netmask[ZXNET_IP_TEXT_SIZE] = "before";
-        EXPECT_EQ(zxnet_api_getIfaceIp("zx0", ipaddr), 0);
-        EXPECT_STREQ(ipaddr, "10.9.8.7");
-        EXPECT_EQ(zxnet_api_getIfaceIpMask("zx0", ipaddr, netmask), 0);
-        EXPECT_STREQ(netmask, "before");
+        EXPECT_EQ(zxnet_api_getIfaceIp("zx0", text), 0);
+        EXPECT_STREQ(text, "10.9.8.7");
         EXPECT_THAT(log.take(), IsEmpty());
 
         info = config("zx0", "10.9.8.6", "junk");
         EXPECT_EQ(zxnet_api_setIfaceInfo(&info), -1);
-        expect_error("SIOCSIFNETMASK  failed");
         info = config("zx0", "junk", "255.0.0.0");
         EXPECT_EQ(zxnet_api_setIfaceInfo(&info), -1);
-        expect_error("SIOCSIFADDR  failed");
+        EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]SIOCSIFNETMASK  failed",
+                                            "[ERROR][NETWORK]SIOCSIFADDR  failed"));
     });
 }
 
@@ -118,33 +103,27 @@ TEST_F(InterfaceTest, WhatHasNoAddressSaysSo) {
         for (const char* const name : {"zx0", "none", kTooLong}) {
             SCOPED_TRACE(name);
             char ipaddr[ZXNET_IP_TEXT_SIZE] = "255.255.255.255";
-            char netmask[ZXNET_IP_TEXT_SIZE] = "before";
-            EXPECT_EQ(zxnet_api_getIfaceIpMask(name, ipaddr, netmask), -2);
+            EXPECT_EQ(zxnet_api_getIfaceIpMask(name, ipaddr, text), -2);
             EXPECT_STREQ(ipaddr, "255.255.255.255");
+            EXPECT_STREQ(text, "");
             EXPECT_EQ(zxnet_api_getIfaceIp(name, ipaddr), -1);
             EXPECT_STREQ(ipaddr, "0.0.0.0");
-            EXPECT_STREQ(netmask, "before");
-            netcfg_info info = config("", "1.1.1.1", "255.0.0.0");
-            std::memcpy(info.ifname, name, strnlen(name, sizeof info.ifname));
+            netcfg_info info = config(name, "1.1.1.1", "255.0.0.0");
             EXPECT_EQ(zxnet_api_getIfaceInfo(&info), 0);
             EXPECT_STREQ(info.ipaddr, "");
             EXPECT_STREQ(info.netmask, "");
         }
-        EXPECT_THAT(log.take(), IsEmpty());
-        char ipaddr[ZXNET_IP_TEXT_SIZE];
-        EXPECT_EQ(zxnet_api_getIfaceIp(kLongest, ipaddr), 0);
-        EXPECT_STREQ(ipaddr, "10.1.2.3");
+        EXPECT_EQ(zxnet_api_getIfaceIp(kLongest, text), 0);
+        EXPECT_STREQ(text, "10.1.2.3");
     });
 }
 
 TEST_F(InterfaceTest, MtuAndMacAndFlags) {
     in_network([this] {
-        fd = socket(AF_INET, SOCK_DGRAM, 0);
-        char text[32] = "";
         EXPECT_EQ(zxnet_api_setIfaceMtu("zx0", 1400), 4);
         EXPECT_EQ(zxnet_api_getIfaceMtu("zx0", text, 16), 0);
         EXPECT_STREQ(text, "1400\n");
-        EXPECT_THAT(output_of("ip link show zx0"), HasSubstr(" mtu 1400 "));
+        EXPECT_EQ(std::system("ip link show zx0 | grep -q ' mtu 1400 '"), 0);
         EXPECT_EQ(zxnet_api_setIfaceMtu("zx0", 4000000000U), 0) << "refused";
         EXPECT_EQ(zxnet_api_getIfaceMac_string("zx0", text, sizeof text), 0);
         EXPECT_STREQ(text, "02:00:5e:1a:2b:3c\n");
@@ -154,39 +133,24 @@ TEST_F(InterfaceTest, MtuAndMacAndFlags) {
         std::array<uint8_t, ZXNET_MAC_SIZE> mac{};
         EXPECT_EQ(zxnet_api_getIfaceMac_byte("zx0", mac.data()), 0);
         EXPECT_THAT(mac, ElementsAre(0x02, 0, 0x5e, 0x1a, 0x2b, 0x3c));
-
         const int before = flags();
         EXPECT_EQ(zxnet_api_setIfaceFlags(fd, "zx0", IFF_PROMISC), 0);
         EXPECT_EQ(flags(), before | IFF_PROMISC);
         EXPECT_THAT(log.take(), IsEmpty());
-        for (const char* const name : {"none", kTooLong}) {
-            EXPECT_EQ(zxnet_api_setIfaceFlags(fd, name, IFF_UP), -1);
-            expect_error("ioctl(SIOCGIFFLAGS) failed");
-        }
-        EXPECT_EQ(zxnet_api_getIfaceMac_byte("none", mac.data()), -1);
-        expect_error("ioctl SIOCGIFHWADDR failed");
-        EXPECT_EQ(zxnet_api_getIfaceMac_byte(kTooLong, mac.data()), 0) << "cut";
-        EXPECT_THAT(log.take(), ElementsAre(HasSubstr("buf1 (16 < 17)(abcdefghijklmnop)")));
-        EXPECT_EQ(zxnet_api_setIfaceMtu("a;b", 1400), -1);
-        EXPECT_EQ(zxnet_api_getIfaceMtu("none", text, 16), -1);
-        EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]Open (/sys/class/net/a;b/mtu) failed",
-                                            "[ERROR][NETWORK]Write mtu val failed",
-                                            "[ERROR][ZXMD]Open (/sys/class/net/none/mtu) failed",
-                                            "[ERROR][NETWORK]Write mtu val failed"));
-    });
-}
 
-TEST_F(InterfaceTest, RefusesMissingArgumentsAndSmallBuffers) {
-    char text[32] = "before";
-    EXPECT_EQ(zxnet_api_getIfaceMac_string("lo", text, 17), -2);
-    EXPECT_EQ(zxnet_api_getIfaceMtu("lo", text, 15), -2);
-    EXPECT_STREQ(text, "before");
-    EXPECT_EQ(zxnet_api_setIfaceInfo(nullptr), -1);
-    EXPECT_EQ(zxnet_api_getIfaceIpMask("lo", text, nullptr), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Mac bufsize(17) must be lagre than 18",
-                                        "[ERROR][NETWORK]MTU bufsize(15) must be lagre than 16",
-                                        "[ERROR][NETWORK]Param error####pnetcfg_info",
-                                        "[ERROR][NETWORK]Param error####pnetmask"));
+        EXPECT_EQ(zxnet_api_setIfaceFlags(fd, kTooLong, IFF_UP), -1);
+        EXPECT_EQ(zxnet_api_getIfaceMac_byte(kTooLong, mac.data()), 0) << "cut";
+        EXPECT_EQ(zxnet_api_setIfaceMtu("a;b", 1400), -1);
+        EXPECT_EQ(zxnet_api_getIfaceMac_string("lo", text, 17), -2);
+        EXPECT_EQ(zxnet_api_getIfaceMtu("lo", text, 15), -2);
+        EXPECT_THAT(log.take(),
+                    ElementsAre("[ERROR][NETWORK]ioctl(SIOCGIFFLAGS) failed",
+                                HasSubstr("buf1 (16 < 17)(abcdefghijklmnop)"),
+                                "[ERROR][ZXMD]Open (/sys/class/net/a;b/mtu) failed",
+                                "[ERROR][NETWORK]Write mtu val failed",
+                                "[ERROR][NETWORK]Mac bufsize(17) must be lagre than 18",
+                                "[ERROR][NETWORK]MTU bufsize(15) must be lagre than 16"));
+    });
 }
 
 }  // namespace
