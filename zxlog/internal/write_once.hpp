@@ -41,7 +41,7 @@ inline long write_once_unsignalled(int fd, const char* text, std::size_t size) {
     sigset_t pending;
     sigemptyset(&pipe_signal);
     sigaddset(&pipe_signal, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_signal, &before);
+    const bool is_blocked = pthread_sigmask(SIG_BLOCK, &pipe_signal, &before) == 0;
     const bool was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
     const long written = write_once(fd, text, size);
     const int code = errno;
@@ -49,7 +49,9 @@ inline long write_once_unsignalled(int fd, const char* text, std::size_t size) {
         constexpr timespec kNoWait{};
         syscall(SYS_rt_sigtimedwait, &pipe_signal, nullptr, &kNoWait, _NSIG / 8);
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (is_blocked) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    }
     errno = code;
     return written;
 }
