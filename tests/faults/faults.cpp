@@ -272,8 +272,8 @@ const std::vector<Call>& calls() {
 
 // Cannot fail, or says no more than no; and what restarts the machine, which is never called.
 constexpr char kNeedsNoFault[] =
-    "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|?(v)"
-    "snprintf|printf|"
+    "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
+    "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
     "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
     "sig@(addset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
     "@(hto|nto)*|vfprintf|fprintf|stderr|sprintf|mkdir|abort|quick_exit|fseek|"
