@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 #include <thread>
 
 #include "channel.hpp"
@@ -33,6 +34,7 @@ constexpr int kBackWithinMs = 6000;
 constexpr int kBackWithinMs = 2000;
 #endif
 
+// Empty for one that is gone: reading a file of a process that ends can fail at any time.
 std::string contents(const fs::path& path) {
     const std::ifstream file(path);
     std::ostringstream text;
