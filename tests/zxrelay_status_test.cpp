@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -69,7 +70,8 @@ protected:
     }
     [[nodiscard]] Json json(const std::string& path) const {
         const std::string answer = get(path);
-        return {cJSON_Parse(answer.c_str() + answer.find("\r\n\r\n")), cJSON_Delete};
+        const std::size_t body = std::min(answer.find("\r\n\r\n"), answer.size());
+        return {cJSON_Parse(answer.c_str() + body), cJSON_Delete};
     }
 
     const relay::Endpoint endpoint{"127.0.0.1", "0"};
@@ -137,20 +139,20 @@ TEST_F(StatusTest, TakesASampleEverySecond) {
 }
 
 TEST_F(StatusTest, ListsEveryBuffer) {
-    std::vector<void*> buffers(9000);
+    std::vector<void*> buffers(1000);
     for (void*& buffer : buffers) {
         buffer = zxmem_api_malloc(1, std::string(200, 'n').c_str(), __FILE__, __LINE__);
     }
     board.publish({{}, {}, 0, 0, buffers.size()});
     const Json status = json("/status.json");
-    ASSERT_EQ(cJSON_GetArraySize(at(status.get(), "memory.rows")), 9002);  // two of the FIFO
-    EXPECT_EQ(at(status.get(), "memory.rows.9001.line")->valuedouble, __LINE__ - 5);
+    ASSERT_EQ(cJSON_GetArraySize(at(status.get(), "memory.rows")), 1002);  // two of the FIFO
+    EXPECT_EQ(at(status.get(), "memory.rows.1001.line")->valuedouble, __LINE__ - 5);
     const std::string table = get("/memory");
     int count = 0;
     for (std::size_t at = 0; (at = table.find("<tr>", at)) != std::string::npos; ++at) {
         ++count;
     }
-    EXPECT_EQ(count, 9003);
+    EXPECT_EQ(count, 1003);
     for (void*& buffer : buffers) {
         zxmem_api_free(&buffer);
     }
