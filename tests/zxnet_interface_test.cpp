@@ -28,7 +28,7 @@ constexpr char kNotAllowed[] = "no network namespace with a pair of interfaces i
 
 bool enter_network() {
     return unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
-           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("sysfs", "/sys", "sysfs", 0, nullptr) == 0 &&
            std::system(
                "ip link add zx0 address 02:00:5e:1a:2b:3c type veth peer name "
