@@ -205,7 +205,7 @@ private:
                 continue;
             }
             const auto length = static_cast<std::size_t>(length_of(number));
-            ASSERT_EQ(what, " " + kLetters.substr(0, length) + "\r") << path;
+            ASSERT_EQ(what, std::string(" ").append(kLetters, 0, length).append("\r")) << path;
             ASSERT_GE(number, next[id]) << path << " " << line;
             next[id] = number + 1;
             ASSERT_TRUE(found[id].numbers.insert(number).second) << "twice: " << line;
