@@ -245,12 +245,16 @@ TEST(LocalTime, FollowsEveryZone) {
     }
 }
 
-TEST(Texts, OfNumbers) {
+TEST(Texts, OfNumbersAndOfNothing) {
     char text[64];
     EXPECT_STREQ(zxlog_innerapi_num2str(text, UINT64_MAX), "18446744073709551615");
     EXPECT_STREQ(zxlog_innerapi_bitByte64(text, 1, 10, "KB"), "1.00KB");
     EXPECT_STREQ(zxlog_innerapi_bitByte64(text, 1, 1023, "KB"), "1.99KB");
     EXPECT_STREQ(zxlog_innerapi_bitByte32(text, 7, 0, "MB"), "7MB");
+    EXPECT_STREQ(zxlog_api_us2time(999999, text, ".%d", "%d(s).%d.%d"), ".999999");
+    EXPECT_EQ(zxlog_api_sec2Time(1, nullptr), nullptr);
+    EXPECT_EQ(zxlog_api_strCasestrNum(nullptr, "a", 0, 1), 0);
+    EXPECT_EQ(zxlog_api_strCasestrNum("a", nullptr, 0, 1), 0);
 }
 
 TEST(Clocks, FireWhenTheIntervalHasPassedOrTimeWentBack) {
