@@ -1,11 +1,9 @@
 #include "faults.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <grp.h>
 #include <link.h>
-#include <net/if.h>
 #include <netdb.h>
 #include <pthread.h>
 #include <pwd.h>
@@ -25,9 +23,14 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <map>
 #include <new>
+#include <span>
 #include <tuple>
 #include <type_traits>
 
@@ -35,11 +38,11 @@
 
 namespace zx::test {
 
+std::string g_directory;
+
 namespace {
 
 // ------------------------------------------------------------------ stand-ins
-
-std::string g_directory;
 
 // The one path outside that the library has a name for, which other tests use, too.
 std::string within(std::string text) {
@@ -85,11 +88,9 @@ int wait_briefly(int epfd, epoll_event* events, int max, int ms) {
 }
 
 std::uint64_t fast_us() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return (static_cast<std::uint64_t>(now.tv_sec) * 1000000U +
-            static_cast<std::uint64_t>(now.tv_nsec) / 1000U) *
-           kSpeed;
+    using Microseconds = std::chrono::duration<std::uint64_t, std::micro>;
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<Microseconds>(now).count() * kSpeed;
 }
 
 // Every look at the coarse clock, with which the log looks after its file, is a second later.
@@ -109,16 +110,21 @@ std::array<std::atomic<int>, kinds_held> g_held;
 
 enum class When { instead, behind };  // behind: what was asked for is done, and reported as failed
 
+// How a call fails.
+struct Way {
+    long result = -1;
+    int code = 0;         // errno
+    Held held = nothing;  // what a success takes (or gives back)
+    int change = 0;
+    When when = When::instead;
+    int most = 0;
+};
+
 struct Call {
     const char* name;
     void* hook;
     int* row;
-    long failure;  // the result
-    int code;      // errno
-    int most = 0;
-    When when = When::instead;
-    Held held = nothing;  // what a success takes (or gives back)
-    int change = 0;
+    Way way{};
 };
 const std::vector<Call>& calls();
 
@@ -160,21 +166,21 @@ struct Hook {
 
     template <typename R, typename... Args>
     static R run(Args... args) {
-        const Call& call = calls()[static_cast<std::size_t>(row)];
+        const Way& way = calls()[static_cast<std::size_t>(row)].way;
         if constexpr (std::is_void_v<R>) {
-            g_held.at(call.held) += std::get<0>(std::tuple(args...)) != nullptr ? call.change : 0;
+            g_held.at(way.held) += std::get<0>(std::tuple(args...)) != nullptr ? way.change : 0;
             Function(args...);
         } else {
-            const R failure = as_result<R>(call.failure);
+            const R failure = as_result<R>(way.result);
             const bool fails = must_fail(row);
             R result = failure;
-            if (!fails || call.when == When::behind) {
+            if (!fails || way.when == When::behind) {
                 result = Function(args...);
                 const bool is_done = std::is_pointer_v<R> ? result != failure : result == R{};
-                g_held.at(call.held) += is_done ? call.change : 0;
+                g_held.at(way.held) += is_done ? way.change : 0;
             }
             if (fails) {
-                errno = call.code;
+                errno = way.code;
                 result = failure;
             }
             return result;
@@ -192,85 +198,71 @@ struct Hook {
 };
 
 // clang-format off
-#define ZX_CALL_AS(name, function, ...) \
-    {#name, Hook<&function>::of(&function), &Hook<&function>::row, __VA_ARGS__}
+#define ZX_CALL_AS(name, function) {#name, Hook<&function>::of(&function), &Hook<&function>::row}
 // clang-format on
-#define ZX_CALL(name, ...) ZX_CALL_AS(name, ::name, __VA_ARGS__)
+#define ZX_CALL(name) ZX_CALL_AS(name, ::name)
 
 // malloc counts as calloc, as compilers make the one of the other; syscall writes lines of the log.
-const std::vector<Call>& calls() {
-    constexpr When kBehind = When::behind;
-    static const auto& rows = *new std::vector<Call>{
-        ZX_CALL(access, -1, EACCES),
-        ZX_CALL(calloc, 0, ENOMEM, 0, When::instead, memory, 1),
-        ZX_CALL(chdir, -1, EACCES),
-        ZX_CALL(close, -1, EIO, 0, kBehind),
-        ZX_CALL(connect, -1, ECONNREFUSED, 1),
-        ZX_CALL(dup3, -1, EMFILE),
-        ZX_CALL(epoll_create1, -1, EMFILE),
-        ZX_CALL(epoll_ctl, -1, ENOSPC),
-        ZX_CALL_AS(epoll_wait, wait_briefly, -1, EINTR, 3),
-        ZX_CALL(fclose, EOF, ENOSPC, 0, kBehind),
-        ZX_CALL(fcntl, -1, EMFILE),
-        ZX_CALL(fdopen, 0, ENOMEM),
-        ZX_CALL(fflush, EOF, ENOSPC, 0, kBehind),
-        ZX_CALL(fopen, 0, EMFILE),
-        ZX_CALL(fork, -1, EAGAIN),
-        ZX_CALL(fread, 0, EIO),
-        ZX_CALL(free, 0, 0, 0, kBehind, memory, -1),
-        ZX_CALL(freeaddrinfo, 0, 0, 0, kBehind, address_lists, -1),
-        ZX_CALL(fstat, -1, EIO),
-        ZX_CALL(fwrite, 0, ENOSPC),
-        ZX_CALL(getaddrinfo, EAI_MEMORY, 0, 0, When::instead, address_lists, 1),
-        ZX_CALL(getcwd, 0, ENOENT),
-        ZX_CALL(getpwnam, 0, EIO),
-        ZX_CALL(getrlimit, -1, EPERM),
-        ZX_CALL(getsockopt, -1, ENOBUFS),
-        ZX_CALL(initgroups, -1, ENOMEM),
-        ZX_CALL_AS(ioctl, keep_interface, -1, EIO),
-        ZX_CALL(lstat, -1, EACCES),
-        ZX_CALL(malloc, 0, 0),
-        ZX_CALL(mmap, -1, ENOMEM, 0, When::instead, pages, 1),
-        ZX_CALL(munmap, -1, EINVAL, 0, kBehind, pages, -1),
-        ZX_CALL(nanosleep, -1, EINTR, -1),
-        ZX_CALL_AS(open, open_within, -1, EMFILE),
-        ZX_CALL(pclose, -1, ECHILD, 0, kBehind),
-        ZX_CALL(popen, 0, EMFILE),
-        ZX_CALL(prctl, -1, EPERM),
-        ZX_CALL(pthread_cancel, ESRCH, 0),
-        ZX_CALL(pthread_create, EAGAIN, 0, 0, When::instead, threads, 1),
-        ZX_CALL(pthread_join, EINVAL, 0, 0, kBehind, threads, -1),
-        ZX_CALL(pthread_mutex_init, EAGAIN, 0),
-        ZX_CALL(pthread_sigmask, EINVAL, 0),
-        ZX_CALL(putenv, -1, ENOMEM),
-        ZX_CALL(realpath, 0, EACCES),
-        ZX_CALL(recv, -1, ECONNRESET),
-        ZX_CALL(remove, -1, EACCES),
-        ZX_CALL(select, -1, EINTR),
-        ZX_CALL(send, -1, ECONNRESET),
-        ZX_CALL(setenv, -1, ENOMEM),
-        ZX_CALL(setgid, -1, EPERM),
-        ZX_CALL(setrlimit, -1, EPERM),
-        ZX_CALL(setsid, -1, EPERM),
-        ZX_CALL(setsockopt, -1, ENODEV),
-        ZX_CALL_AS(settimeofday, keep_clock, -1, EPERM),
-        ZX_CALL(setuid, -1, EAGAIN),
-        ZX_CALL(setvbuf, -1, ENOMEM),
-        ZX_CALL(sigaction, -1, EINVAL),
-        ZX_CALL(signal, -1, EINVAL),
-        ZX_CALL(sigprocmask, -1, EINVAL),
-        ZX_CALL(socket, -1, EMFILE),
-        ZX_CALL(stat, -1, EACCES),
-        ZX_CALL(syscall, -1, ENOSPC),
-        ZX_CALL(sysconf, -1, EINVAL),
-        ZX_CALL_AS(system, system_within, -1, EAGAIN),
-        ZX_CALL_AS(unlink, unlink_within, -1, EACCES),
-        ZX_CALL(unsetenv, -1, EINVAL),
-        ZX_CALL(waitpid, -1, EINTR, -1)};
-    return rows;
+std::vector<Call> make_calls() {
+    std::vector<Call> all;
+    const auto add = [&](const Way& way, const std::vector<Call>& same) {
+        for (const Call& call : same) {
+            all.push_back({call.name, call.hook, call.row, way});
+        }
+    };
+    add({-1, EACCES}, {ZX_CALL(access), ZX_CALL(chdir), ZX_CALL(lstat), ZX_CALL(remove),
+                       ZX_CALL(stat), ZX_CALL_AS(unlink, unlink_within)});
+    add({0, EACCES}, {ZX_CALL(getcwd), ZX_CALL(realpath)});
+    add({-1, EAGAIN}, {ZX_CALL(fork), ZX_CALL(setuid), ZX_CALL_AS(system, system_within)});
+    add({-1, ECONNRESET}, {ZX_CALL(recv), ZX_CALL(send)});
+    add({-1, EINTR}, {ZX_CALL(select)});
+    add({-1, EINVAL}, {ZX_CALL(sigaction), ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(sysconf),
+                       ZX_CALL(unsetenv)});
+    add({-1, EIO}, {ZX_CALL(fstat), ZX_CALL_AS(ioctl, keep_interface)});
+    add({0, EIO}, {ZX_CALL(fread), ZX_CALL(getpwnam)});
+    add({-1, EMFILE}, {ZX_CALL(dup3), ZX_CALL(epoll_create1), ZX_CALL(fcntl),
+                       ZX_CALL_AS(open, open_within), ZX_CALL(socket)});
+    add({0, EMFILE}, {ZX_CALL(fopen), ZX_CALL(popen)});
+    add({-1, ENODEV}, {ZX_CALL(setsockopt)});
+    add({-1, ENOMEM}, {ZX_CALL(getsockopt), ZX_CALL(initgroups), ZX_CALL(putenv), ZX_CALL(setenv),
+                       ZX_CALL(setvbuf)});
+    add({0, ENOMEM}, {ZX_CALL(fdopen)});
+    add({-1, ENOSPC}, {ZX_CALL(epoll_ctl), ZX_CALL(syscall)});
+    add({0, ENOSPC}, {ZX_CALL(fwrite)});
+    add({-1, EPERM}, {ZX_CALL(getrlimit), ZX_CALL(prctl), ZX_CALL(setgid), ZX_CALL(setrlimit),
+                      ZX_CALL(setsid), ZX_CALL_AS(settimeofday, keep_clock)});
+    add({EAGAIN}, {ZX_CALL(pthread_mutex_init)});
+    add({EINVAL}, {ZX_CALL(pthread_sigmask)});
+    add({ESRCH}, {ZX_CALL(pthread_cancel)});
+
+    add({.code = ECONNREFUSED, .most = 1}, {ZX_CALL(connect)});
+    add({.code = EINTR, .most = 3}, {ZX_CALL_AS(epoll_wait, wait_briefly)});
+    add({.code = EINTR, .most = -1}, {ZX_CALL(nanosleep), ZX_CALL(waitpid)});
+
+    add({EAI_MEMORY, 0, address_lists, 1}, {ZX_CALL(getaddrinfo)});
+    add({0, ENOMEM, memory, 1}, {ZX_CALL(calloc)});
+    add({-1, ENOMEM, pages, 1}, {ZX_CALL(mmap)});
+    add({EAGAIN, 0, threads, 1}, {ZX_CALL(pthread_create)});
+    add({-1, EIO, nothing, 0, When::behind}, {ZX_CALL(close), ZX_CALL(pclose)});
+    add({EOF, ENOSPC, nothing, 0, When::behind}, {ZX_CALL(fclose), ZX_CALL(fflush)});
+    add({-1, EINVAL, pages, -1, When::behind}, {ZX_CALL(munmap)});
+    add({EINVAL, 0, threads, -1, When::behind}, {ZX_CALL(pthread_join)});
+
+    add({0, 0, address_lists, -1}, {ZX_CALL(freeaddrinfo)});
+    add({0, 0, memory, -1}, {ZX_CALL(free)});
+    add({0, 0}, {ZX_CALL(malloc), ZX_CALL_AS(clock_gettime, step_clock),
+                 ZX_CALL_AS(sleep, sleep_briefly), ZX_CALL_AS(zxlog_api_us, fast_us)});
+    return all;
 }
 
-// Cannot fail, or says no more than no; and what restarts the machine, which is never called.
+// Never destroyed, as calls are made until the end.
+const std::vector<Call>& calls() {
+    static const auto& all = *new std::vector<Call>(make_calls());
+    return all;
+}
+
+// Cannot fail, or says no more than no; what restarts the machine, which is never called; and what
+// the counting of coverage calls in the libraries.
 constexpr char kNeedsNoFault[] =
     "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
@@ -278,17 +270,6 @@ constexpr char kNeedsNoFault[] =
     "sig@(addset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
     "@(hto|nto)*|vfprintf|fprintf|stderr|sprintf|mkdir|abort|quick_exit|fseek|"
     "pthread_@(mutex_@(lock|unlock|destroy)|setcancelstate))";
-
-// Functions in whose place others stand, which do not fail.
-struct StandIn {
-    std::string_view name;
-    void* function;
-};
-const StandIn kStandIns[] = {
-    {"clock_gettime", reinterpret_cast<void*>(step_clock)},
-    {"sleep", reinterpret_cast<void*>(sleep_briefly)},
-    {"zxlog_api_us", reinterpret_cast<void*>(fast_us)},
-};
 
 // The function that is to be called in place of `name`, null for the same; complains of an unknown
 // one. "__NAME_chk" is NAME, with more arguments.
@@ -301,59 +282,39 @@ void* replacement(std::string name, std::vector<std::string>& unknown) {
             return call.hook;
         }
     }
-    for (const StandIn& stand_in : kStandIns) {
-        if (name == stand_in.name) {
-            return stand_in.function;
-        }
-    }
     if (fnmatch(kNeedsNoFault, name.c_str(), FNM_EXTMATCH) != 0) {
         unknown.push_back(name);
     }
     return nullptr;
 }
 
-// The dynamic section of a library, as far as it tells what is imported.
-struct Imports {
-    explicit Imports(const dl_phdr_info& info) : base(info.dlpi_addr) {
-        const ElfW(Phdr)* segment = info.dlpi_phdr;
-        while (segment->p_type != PT_DYNAMIC) {
-            ++segment;
-        }
-        const auto* entry = reinterpret_cast<const ElfW(Dyn)*>(base + segment->p_vaddr);
-        for (; entry->d_tag != DT_NULL; ++entry) {
-            if (entry->d_tag >= 0 && static_cast<std::size_t>(entry->d_tag) < values.size()) {
-                values.at(static_cast<std::size_t>(entry->d_tag)) = entry->d_un.d_ptr;
-            }
-        }
+void replace_imports(const link_map& library, std::vector<std::string>& unknown) {
+    std::map<long, ElfW(Addr)> values;
+    for (const ElfW(Dyn)* entry = library.l_ld; entry->d_tag != DT_NULL; ++entry) {
+        values[entry->d_tag] = entry->d_un.d_ptr;
     }
-
-    void replace(std::size_t table, std::size_t size, std::vector<std::string>& unknown) const {
-        const auto* const symbols = reinterpret_cast<const ElfW(Sym)*>(values[DT_SYMTAB]);
-        const auto* const names = reinterpret_cast<const char*>(values[DT_STRTAB]);
-        const auto* const entries = reinterpret_cast<const ElfW(Rela)*>(values.at(table));
-        for (std::size_t i = 0; i < values.at(size) / sizeof *entries; ++i) {
-            const ElfW(Sym)& symbol = symbols[ELF64_R_SYM(entries[i].r_info)];
-            if (ELF64_R_SYM(entries[i].r_info) == 0 || symbol.st_shndx != SHN_UNDEF) {
+    const auto* const symbols = reinterpret_cast<const ElfW(Sym)*>(values[DT_SYMTAB]);
+    const auto* const names = reinterpret_cast<const char*>(values[DT_STRTAB]);
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    for (const auto& [table, size] : {std::pair(DT_JMPREL, DT_PLTRELSZ), {DT_RELA, DT_RELASZ}}) {
+        const auto* const entries = reinterpret_cast<const ElfW(Rela)*>(values[table]);
+        for (const ElfW(Rela) & entry : std::span(entries, values[size] / sizeof *entries)) {
+            const auto index = ELF64_R_SYM(entry.r_info);
+            if (index == 0 || symbols[index].st_shndx != SHN_UNDEF) {
                 continue;
             }
-            if (void* const hook = replacement(names + symbol.st_name, unknown)) {
-                auto* const slot = reinterpret_cast<void**>(base + entries[i].r_offset);
-                const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-                const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(slot) & ~(page - 1);
-                mprotect(reinterpret_cast<void*>(at), page, PROT_READ | PROT_WRITE);
-                *slot = hook;
+            if (void* const hook = replacement(names + symbols[index].st_name, unknown)) {
+                const std::uintptr_t at = library.l_addr + entry.r_offset;
+                mprotect(reinterpret_cast<void*>(at & ~(page - 1)), page, PROT_READ | PROT_WRITE);
+                *reinterpret_cast<void**>(at) = hook;
             }
         }
     }
-
-    ElfW(Addr) base;
-    std::array<ElfW(Addr), DT_NUM> values{};
-};
+}
 
 }  // namespace
 
-std::vector<std::string> take_over_calls(const std::string& directory) {
-    g_directory = directory;
+std::vector<std::string> take_over_calls() {
     void* const shared =
         mmap(nullptr, sizeof(Plan), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     g_plan = new (shared) Plan;
@@ -365,17 +326,12 @@ std::vector<std::string> take_over_calls(const std::string& directory) {
     std::atexit(leave);
     std::at_quick_exit(leave);
     std::vector<std::string> unknown;
-    const auto visit = [](dl_phdr_info* info, std::size_t, void* argument) {
-        const std::string_view name(info->dlpi_name);
+    for (const link_map* library = _r_debug.r_map; library != nullptr; library = library->l_next) {
+        const std::string_view name(library->l_name);
         if (name.find("/libzxcommon.so") != name.npos || name.find("/libzxlog.so") != name.npos) {
-            auto& found = *static_cast<std::vector<std::string>*>(argument);
-            const Imports imports(*info);
-            imports.replace(DT_JMPREL, DT_PLTRELSZ, found);
-            imports.replace(DT_RELA, DT_RELASZ, found);
+            replace_imports(*library, unknown);
         }
-        return 0;
-    };
-    dl_iterate_phdr(visit, &unknown);
+    }
     return unknown;
 }
 
@@ -392,22 +348,16 @@ void arm(const Fault& fault) {
     g_plan->counts = true;
 }
 
-void disarm() {
-    g_plan->counts = false;
-}
-
-Uncounted::Uncounted() : counted_(g_plan->counts.exchange(false)) {}
-
-Uncounted::~Uncounted() {
-    g_plan->counts = counted_;
+bool count_calls(bool on) {
+    return g_plan->counts.exchange(on);
 }
 
 std::vector<Fallible> fallible_calls() {
     std::vector<Fallible> found;
     for (std::size_t i = 0; i < calls().size(); ++i) {
-        const Call& call = calls()[i];
-        if (call.failure != 0 || call.code != 0) {
-            found.push_back({call.name, call.most, g_plan->seen.at(i), call.when == When::behind});
+        const auto& [name, hook, row, way] = calls()[i];
+        if (way.result != 0 || way.code != 0) {
+            found.push_back({name, way.most, g_plan->seen.at(i), way.when == When::behind});
         }
     }
     return found;
@@ -418,13 +368,8 @@ std::string holdings() {
     for (const auto& count : g_held) {
         text += std::to_string(count) + " ";
     }
-    DIR* const open_files = opendir("/proc/self/fd");
-    int descriptors = 0;
-    while (readdir(open_files) != nullptr) {
-        ++descriptors;
-    }
-    closedir(open_files);
-    return text + std::to_string(descriptors);
+    const std::filesystem::directory_iterator open_files("/proc/self/fd");
+    return text + std::to_string(std::distance(begin(open_files), end(open_files)));
 }
 
 }  // namespace zx::test

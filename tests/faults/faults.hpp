@@ -1,9 +1,12 @@
-// Calls of the libraries that fail on demand.
+// What the libraries are put through while their calls fail on demand.
 //
 // The entries in the libraries' own tables of imports are replaced: what counts and fails are the
 // libraries' calls alone, not the test's and not those that the C library makes inside.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,30 +31,59 @@ struct Fallible {
     bool is_release;
 };
 
-// Replaces the imports once. Commands and paths are kept within `directory`, the clock is fast,
+// Where a scenario may write; empty at its start.
+extern std::string g_directory;
+
+// Replaces the imports once. Commands and paths are kept within the directory, the clock is fast,
 // and nothing of the machine is set. Returns imports that are neither fallible by the table nor
 // known to need no test.
-std::vector<std::string> take_over_calls(const std::string& directory);
+std::vector<std::string> take_over_calls();
 
 // Counts calls from now on, also those of child processes, and lets those of the fault fail.
 void arm(const Fault& fault);
-void disarm();
 
-// Library calls that belong to the preparation of a scenario.
-class Uncounted {
-public:
-    Uncounted();
-    ~Uncounted();
-    Uncounted(const Uncounted&) = delete;
-    Uncounted& operator=(const Uncounted&) = delete;
-
-private:
-    bool counted_;
-};
+// Whether calls count, as the preparation of a scenario does not. Returns what was so before.
+bool count_calls(bool on);
 
 std::vector<Fallible> fallible_calls();
 
 // What the libraries hold in this process: memory, threads and the like, and open descriptors.
 std::string holdings();
+
+// The errors and warnings that were logged in this process so far.
+std::string complaints();
+
+struct Scenario {
+    Scenario(const char* its_name, std::string (*its_run)()) : name(its_name), run(its_run) {
+        all().push_back(this);
+    }
+    static std::vector<const Scenario*>& all() {
+        static std::vector<const Scenario*> scenarios;
+        return scenarios;
+    }
+    const char* name;
+    std::string (*run)();  // the results of the library's functions, and what they produced
+};
+
+#define ZX_SCENARIO(name)                 \
+    std::string name();                   \
+    const Scenario g_##name(#name, name); \
+    std::string name()
+
+// "path" in the directory.
+inline std::string in_directory(const char* path) {
+    return g_directory + "/" + path;
+}
+
+// Values with spaces between them; what is called for them is called in their order.
+struct Said : std::string {
+    template <typename... Values>
+    explicit Said(const Values&... values) {
+        std::ostringstream out;
+        const char* separator = "";
+        ((out << separator << values, separator = " "), ...);
+        assign(out.str());
+    }
+};
 
 }  // namespace zx::test

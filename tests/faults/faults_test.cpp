@@ -4,21 +4,18 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 
 #include "child.hpp"
 #include "log_capture.hpp"
-#include "scenarios.hpp"
 
 namespace zx::test {
-
-std::string g_directory;
 
 namespace {
 
@@ -43,7 +40,7 @@ struct Story {
     std::string result, log;
     std::string again;  // the result of a second run, without the fault
     std::string left;   // what the libraries hold behind that
-    std::map<std::string, Fallible> calls;
+    std::map<std::string_view, Fallible> calls;
 };
 
 void clear_directory() {
@@ -61,7 +58,7 @@ Story run_with(const Scenario& scenario, const Fault& fault) {
         const std::string before = holdings();
         arm(fault);
         std::string told = scenario.run();
-        disarm();
+        count_calls(false);
         told += kSeparator + complaints();
         clear_directory();
         told += kSeparator + scenario.run();
@@ -84,7 +81,7 @@ protected:
     CallsTest() {
         char name[] = "/tmp/zxfaults_XXXXXX";
         g_directory = mkdtemp(name);
-        EXPECT_EQ(take_over_calls(g_directory), std::vector<std::string>())
+        EXPECT_EQ(take_over_calls(), std::vector<std::string>())
             << "neither in the table of faults.cpp nor known to need no fault";
     }
     ~CallsTest() override { std::filesystem::remove_all(g_directory); }
@@ -96,114 +93,78 @@ class FaultTest : public CallsTest, public testing::WithParamInterface<const Sce
 struct Outcome {
     std::string calls, result, log;
     bool has_happened = false;
+
+    [[nodiscard]] bool fits(const Fault& fault, const Story& run, const Story& untouched) const {
+        return calls.find(Said("", fault.call, "")) != std::string::npos &&
+               run.result == (result != "=" ? result : untouched.result) &&
+               (log != "=" ? run.log.find(log) != std::string::npos : run.log == untouched.log);
+    }
 };
 
 std::vector<Outcome> outcomes_of(const std::string& scenario) {
+    static const std::regex kHead(R"(\[(\w+)\] (.*))"), kRow(R"((.*)\|(.*)\|(.*))");
     std::vector<Outcome> rows;
     std::ifstream file(ZX_OUTCOMES);
     bool is_there = false;
+    std::smatch part;
     for (std::string line; std::getline(file, line);) {
-        if (line.starts_with('[')) {
-            const std::size_t end = line.find("] ");
-            is_there = line.substr(1, end - 1) == scenario;
+        if (std::regex_match(line, part, kHead)) {
+            is_there = part[1] == scenario;
             if (is_there) {
-                rows.push_back({"", line.substr(end + 2), "", true});
+                rows.push_back({"", part[2], "", true});
             }
-        } else if (is_there && !line.empty()) {
-            const std::size_t first = line.find('|'), second = line.find('|', first + 1);
-            rows.push_back({Said("", line.substr(0, first), ""),
-                            line.substr(first + 1, second - first - 1), line.substr(second + 1)});
+        } else if (is_there && std::regex_match(line, part, kRow)) {
+            rows.push_back({Said("", part[1], ""), part[2], part[3]});
         }
     }
     return rows;
 }
 
-// Finds the rows of a scenario that a fault led to.
-class Judge {
-public:
-    explicit Judge(const Scenario& scenario)
-        : scenario_(scenario),
-          reference_(run_with(scenario, {})),
-          rows_(outcomes_of(scenario.name)) {
-        rows_.resize(std::max<std::size_t>(rows_.size(), 1));
-        EXPECT_EQ(reference_.result, rows_[0].result);
-        EXPECT_EQ(reference_.again, rows_[0].result);
-    }
-    ~Judge() {
-        for (const Outcome& row : rows_) {
-            EXPECT_TRUE(row.has_happened)
-                << row.calls << "never gives \"" << row.result << "\" with \"" << row.log << "\"";
+// Lets one call fail at each of its places; returns how many these were.
+int judge(const Scenario& scenario, const Fallible& call, Fails mode, const Story& untouched,
+          std::vector<Outcome>& rows) {
+    for (int nth = 1; call.most == 0 || nth <= std::abs(call.most); ++nth) {
+        const Fault fault{call.name, nth, mode};
+        const Story run = run_with(scenario, fault);
+        const auto seen = run.calls.find(call.name);
+        if (seen == run.calls.end() || seen->second.seen < nth) {
+            return nth - 1;  // nothing failed: there are no more calls
         }
-    }
-    Judge(const Judge&) = delete;
-    Judge& operator=(const Judge&) = delete;
-
-    [[nodiscard]] const Story& reference() const { return reference_; }
-
-    void judge(const Fault& fault, const Fallible& call, const Story& run) {
-        const std::string where = Said(scenario_.name, fault.call, fault.nth,
-                                       fault.mode == Fails::once ? "once" : "onwards");
-        bool found =
-            call.is_release && run.result == reference_.result && run.log == reference_.log;
-        for (Outcome& row : rows_) {
-            if (fits(row, fault, run)) {
+        SCOPED_TRACE(Said(call.name, nth, mode == Fails::once ? "once" : "onwards"));
+        bool found = call.is_release && run.result == untouched.result && run.log == untouched.log;
+        for (Outcome& row : rows) {
+            if (row.fits(fault, run, untouched)) {
                 found = row.has_happened = true;
             }
         }
-        EXPECT_TRUE(found) << where << " gives \"" << run.result << "\" with \"" << run.log << "\"";
-        EXPECT_EQ(run.again, reference_.result) << "behind " << where;
-        EXPECT_EQ(run.left, reference_.left) << "behind " << where;
+        EXPECT_TRUE(found) << "gives \"" << run.result << "\" with \"" << run.log << "\"";
+        EXPECT_EQ(run.again, untouched.result);
+        EXPECT_EQ(run.left, untouched.left);
     }
-
-private:
-    [[nodiscard]] bool fits(const Outcome& row, const Fault& fault, const Story& run) const {
-        return row.calls.find(Said("", fault.call, "")) != std::string::npos &&
-               run.result == (row.result != "=" ? row.result : reference_.result) &&
-               (row.log != "=" ? run.log.find(row.log) != std::string::npos
-                               : run.log == reference_.log);
-    }
-
-    const Scenario& scenario_;
-    Story reference_;
-    std::vector<Outcome> rows_;
-};
+    return std::abs(call.most);
+}
 
 TEST_P(FaultTest, LeadsToWhatIsDocumented) {
     const Scenario& scenario = *GetParam();
-    if (scenario.is_for_root && geteuid() != 0) {
+    if (scenario.name == std::string("user") && geteuid() != 0) {
         GTEST_SKIP() << "only an administrator may do that";
     }
-    Judge judge(scenario);
+    const Story untouched = run_with(scenario, {});
+    std::vector<Outcome> rows = outcomes_of(scenario.name);
+    ASSERT_FALSE(rows.empty()) << untouched.result;
+    EXPECT_EQ(untouched.result, rows[0].result);
+    EXPECT_EQ(untouched.again, rows[0].result);
     int faults = 0;
-    for (const auto& [name, call] : judge.reference().calls) {
-        for (const Fails mode : {Fails::once, Fails::onwards}) {
-            if (mode == Fails::onwards && call.most < 0) {
-                continue;
-            }
-            for (int nth = 1; call.most == 0 || nth <= std::abs(call.most); ++nth) {
-                const Fault fault{name, nth, mode};
-                const Story run = run_with(scenario, fault);
-                const auto seen = run.calls.find(name);
-                if (seen == run.calls.end() || seen->second.seen < nth) {
-                    break;  // nothing failed: there are no more calls
-                }
-                judge.judge(fault, call, run);
-                ++faults;
-            }
-        }
+    for (const auto& [name, call] : untouched.calls) {
+        faults += judge(scenario, call, Fails::once, untouched, rows);
+        faults += call.most < 0 ? 0 : judge(scenario, call, Fails::onwards, untouched, rows);
+    }
+    for (const Outcome& row : rows) {
+        EXPECT_TRUE(row.has_happened)
+            << row.calls << "never gives \"" << row.result << "\" with \"" << row.log << "\"";
     }
     RecordProperty("faults", faults);
     std::printf("%d faults\n", faults);
-}
-
-std::vector<const Scenario*> all_scenarios() {
-    std::vector<const Scenario*> all;
-    for (const auto* table : {&kBasicScenarios, &kNetworkScenarios, &kSystemScenarios}) {
-        for (const Scenario& scenario : *table) {
-            all.push_back(&scenario);
-        }
-    }
-    return all;
 }
 
 TEST_F(CallsTest, AllThatCanFailAreMade) {
@@ -214,7 +175,7 @@ TEST_F(CallsTest, AllThatCanFailAreMade) {
     for (const Fallible& call : fallible_calls()) {
         missing.insert(call.name);
     }
-    for (const Scenario* scenario : all_scenarios()) {
+    for (const Scenario* scenario : Scenario::all()) {
         for (const auto& [name, call] : run_with(*scenario, {}).calls) {
             missing.erase(name);
         }
@@ -222,7 +183,7 @@ TEST_F(CallsTest, AllThatCanFailAreMade) {
     EXPECT_EQ(missing, std::set<std::string_view>());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultTest, testing::ValuesIn(all_scenarios()),
+INSTANTIATE_TEST_SUITE_P(All, FaultTest, testing::ValuesIn(Scenario::all()),
                          [](const auto& parameter) { return parameter.param->name; });
 
 }  // namespace

@@ -12,7 +12,6 @@
 #include <fstream>
 
 #include "faults.hpp"
-#include "scenarios.hpp"
 #include "sha1.h"
 #include "zxenv.h"
 #include "zxfifo.h"
@@ -29,14 +28,11 @@ namespace {
 
 constexpr std::uint32_t kLimitMs = 10000;
 
-std::string lock() {
+ZX_SCENARIO(lock) {
     zxlock_ctt record{};
-    const int made = zxlock_api_init(&record, "faulty");
-    const int obtained = zxlock_api_obtain(&record, __func__, __LINE__);
-    const int released = zxlock_api_release(&record, __func__, __LINE__);
-    const int gone = zxlock_api_deinit(&record);
-    const auto listed = std::ranges::count(zxlocklist_ctt, 1, &zxlocklist_entry_ctt::used);
-    return Said{made, obtained, released, gone, listed};
+    return Said{zxlock_api_init(&record, "faulty"), zxlock_api_obtain(&record, __func__, 1),
+                zxlock_api_release(&record, __func__, 2), zxlock_api_deinit(&record),
+                std::ranges::count(zxlocklist_ctt, 1, &zxlocklist_entry_ctt::used)};
 }
 
 std::atomic<int> g_named;
@@ -55,19 +51,19 @@ void* work(void* argument) {
     return nullptr;
 }
 
-std::string thread() {
+ZX_SCENARIO(thread) {
     zxthread_ctt record{};
     g_named = 1;
-    const int made = zxthread_api_create(&record, "faulty", work, &record);
-    const int started = zxthread_api_waitStateTimeout(&record, ZXTHREAD_STATE_START,
-                                                      ZXTHREAD_STATE_STARTING, kLimitMs, 1);
-    const int stopped = zxthread_api_waitStateTimeout(&record, ZXTHREAD_STATE_NONE,
-                                                      ZXTHREAD_STATE_STOPPED, kLimitMs, 1);
-    return Said{made, started, stopped, zxthread_api_destroy(&record), g_named};
+    return Said{zxthread_api_create(&record, "faulty", work, &record),
+                zxthread_api_waitStateTimeout(&record, ZXTHREAD_STATE_START,
+                                              ZXTHREAD_STATE_STARTING, kLimitMs, 1),
+                zxthread_api_waitStateTimeout(&record, ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED,
+                                              kLimitMs, 1),
+                zxthread_api_destroy(&record), g_named};
 }
 
 // Whether there is a buffer, and whether it is listed.
-std::string memory() {
+ZX_SCENARIO(memory) {
     zxmem_api_init(1);
     void* buffer = zxmem_api_malloc(64, "faulty", "source", __LINE__);
     const bool is_there = buffer != nullptr;
@@ -79,16 +75,14 @@ std::string memory() {
 }
 
 // One buffer more than the first index of the list is for.
-std::string memory_growth() {
+ZX_SCENARIO(memory_growth) {
     std::array<void*, 129> buffers{};
-    {
-        const Uncounted preparation;
-        zxmem_api_init(1);
-        for (std::size_t i = 0; i + 1 < buffers.size(); ++i) {
-            buffers.at(i) = zxmem_api_malloc(1, "faulty", "source", __LINE__);
-        }
+    const bool counted = count_calls(false);
+    zxmem_api_init(1);
+    for (void*& buffer : buffers) {
+        count_calls(counted && &buffer == &buffers.back());
+        buffer = zxmem_api_malloc(1, "faulty", "source", __LINE__);
     }
-    buffers.back() = zxmem_api_malloc(1, "faulty", "source", __LINE__);
     const bool is_there = buffers.back() != nullptr;
     for (void*& buffer : buffers) {
         zxmem_api_free(&buffer);
@@ -96,22 +90,20 @@ std::string memory_growth() {
     return Said{is_there};
 }
 
-std::string digests() {
+ZX_SCENARIO(digests) {
     std::uint32_t words[4]{};
     const int is_there = zxmd5_api_outNum(nullptr, 0, words);
-    void* text = sha1_api_hash("abc");
-    const Said said{is_there, words[0], text != nullptr ? static_cast<char*>(text) : "none"};
-    if (text != nullptr) {
-        zxmem_api_free(&text);  // as free(), but seen
-    }
+    char* const text = sha1_api_hash("abc");
+    const Said said{is_there, words[0], text != nullptr ? text : "none"};
+    void* taken = text;
+    zxmem_api_free(&taken);  // as free(), but seen
     return said;
 }
 
-std::string block_fifo() {
-    {
-        const Uncounted preparation;
-        zxmem_api_init(1);
-    }
+ZX_SCENARIO(block_fifo) {
+    const bool counted = count_calls(false);
+    zxmem_api_init(1);
+    count_calls(counted);
     zxfifoblock_ctt* fifo = zxfifo_api_blockInit(16, "faulty");
     if (fifo == nullptr) {
         return "none";
@@ -126,16 +118,16 @@ std::string block_fifo() {
     return Said{in, out, reset, status.free};
 }
 
-std::string list_pool() {
+ZX_SCENARIO(list_pool) {
     zxfifolist_ctt* head = nullptr;
     zxfifo_api_listIn(&head, zxfifo_api_listMalloc(8, "faulty"));
     zxfifo_api_listIn(&head, zxfifo_api_listMalloc(8, "faulty"));
-    const std::uint32_t count = zxfifo_api_listTotalNum(&head);
+    const Said said{zxfifo_api_listTotalNum(&head)};
     zxfifo_api_listReset(&head);
-    return Said{count};
+    return said;
 }
 
-std::string shared_list() {
+ZX_SCENARIO(shared_list) {
     zxsharelist_ctt list{};
     list.keep_seconds = 100;
     if (zxfifo_api_shareListInit(&list, "faulty") != 0) {
@@ -144,28 +136,24 @@ std::string shared_list() {
     for (int i = 0; i < 2; ++i) {
         zxfifo_api_shareListIn(&list, zxfifo_api_shareListMalloc(8, "faulty"));
     }
-    const bool is_read = zxfifo_api_shareListRead(&list, 0) != nullptr;
-    const std::uint32_t count = zxfifo_api_shareListTotalNum(&list);
-    return Said{count, is_read, zxfifo_api_shareListDeinit(&list)};
+    return Said{zxfifo_api_shareListTotalNum(&list), zxfifo_api_shareListRead(&list, 0) != nullptr,
+                zxfifo_api_shareListDeinit(&list)};
 }
 
-std::string buffer() {
+ZX_SCENARIO(buffer) {
     std::uint8_t bytes[] = "__abc";
-    const int moved = zxt_innerapi_bufOffset(bytes, 2, 3);
-    return Said{moved, reinterpret_cast<const char*>(bytes)};
+    return Said{zxt_innerapi_bufOffset(bytes, 2, 3), reinterpret_cast<const char*>(bytes)};
 }
 
-std::string signals() {
+ZX_SCENARIO(signals) {
     return Said{zxsignal_api_catch() == SIG_ERR ? "refused" : "set"};
 }
 
-std::string environment() {
+ZX_SCENARIO(environment) {
     static char text[] = "ZX_FAULTY=put";
     unsetenv("ZX_FAULTY");
-    const int set = zxenv_api_set("ZX_FAULTY", "set", 1);
-    const int put = zxenv_api_put(text);
-    const std::string value = zxenv_api_get("ZX_FAULTY", "none");
-    return Said{set, put, value, zxenv_api_unset("ZX_FAULTY")};
+    return Said{zxenv_api_set("ZX_FAULTY", "set", 1), zxenv_api_put(text),
+                std::string(zxenv_api_get("ZX_FAULTY", "none")), zxenv_api_unset("ZX_FAULTY")};
 }
 
 // What was written to a file, line by line, each cut to its beginning and its size.
@@ -183,56 +171,40 @@ std::string lines_of(const std::string& path) {
 
 const std::string kLong(5000, 'x');
 
+void redirect(int fd, const char* path) {
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    dup2(file, fd);
+    close(file);
+}
+
 // The capture of this program stands before the library's function.
-std::string log_file() {
+ZX_SCENARIO(log_file) {
     const auto write =
         reinterpret_cast<decltype(&zxlog_innerapi_file)>(dlsym(RTLD_NEXT, "zxlog_innerapi_file"));
-    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(null, STDERR_FILENO);  // gets what the file does not
-    close(null);
+    redirect(STDERR_FILENO, "/dev/null");  // gets what the file does not
     std::filesystem::current_path(g_directory);
     const int set = zxlog_api_setFile("log");
     write("one\r\n");
     write("%s\r\n", kLong.c_str());
     write("two\r\n");
-    {
-        const Uncounted recovery;
-        write("end\r\n");
-    }
+    const bool counted = count_calls(false);
+    write("end\r\n");
+    count_calls(counted);
     const int reset = zxlog_api_setFile(nullptr);
     std::filesystem::current_path("/");
     return Said{set, lines_of(in_directory("log")), reset};
 }
 
-std::string echo() {
+ZX_SCENARIO(echo) {
     const std::string path = in_directory("echo");
-    const int kept = dup(STDOUT_FILENO);
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    dup2(file, STDOUT_FILENO);
+    redirect(STDOUT_FILENO, path.c_str());
     flag_stdPrint = 1;
     zxmd_api_isFileExsit(nullptr);
     zxmd_api_getFileType(kLong.c_str());
     flag_stdPrint = 0;
-    dup2(kept, STDOUT_FILENO);
-    close(file);
-    close(kept);
+    redirect(STDOUT_FILENO, "/dev/null");
     return lines_of(path);
 }
 
 }  // namespace
-
-const std::vector<Scenario> kBasicScenarios{{"lock", lock},
-                                            {"thread", thread},
-                                            {"memory", memory},
-                                            {"memory_growth", memory_growth},
-                                            {"digests", digests},
-                                            {"block_fifo", block_fifo},
-                                            {"list_pool", list_pool},
-                                            {"shared_list", shared_list},
-                                            {"buffer", buffer},
-                                            {"signals", signals},
-                                            {"environment", environment},
-                                            {"log_file", log_file},
-                                            {"echo", echo}};
-
 }  // namespace zx::test

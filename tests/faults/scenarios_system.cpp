@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "child.hpp"
-#include "scenarios.hpp"
+#include "faults.hpp"
 #include "zxmd.h"
 #include "zxnet.h"
 #include "zxsysctl.h"
@@ -25,33 +25,31 @@ std::string content_of(const char* name) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string files() {
+ZX_SCENARIO(files) {
     const std::string path = in_directory("file");
     char text[] = "hello";
-    char out[16] = "?";
-    const int written = zxmd_api_write(path.c_str(), text, 5, "w");
-    const int read = zxmd_api_read(path.c_str(), out, sizeof out);
-    char all[16] = "?";
-    return Said{written, text, read, out, zxmd_api_read3(path.c_str(), all, sizeof all)};
+    char out[16] = "?", all[16] = "?";
+    return Said{zxmd_api_write(path.c_str(), text, 5, "w"), text,
+                zxmd_api_read(path.c_str(), out, sizeof out), out,
+                zxmd_api_read3(path.c_str(), all, sizeof all)};
 }
 
-std::string replaced_file() {
+ZX_SCENARIO(replaced_file) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "old";
     std::ofstream(path + "_tmp") << "left over";
     char text[] = "new";
-    const int result = zxmd_api_writeProtect(path.c_str(), text, 3);
-    return Said{result, content_of("file")};
+    return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of("file")};
 }
 
-std::string file_facts() {
+ZX_SCENARIO(file_facts) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "hello";
     return Said{zxmd_api_getFileSize(path.c_str()), zxmd_api_getFileType(path.c_str()),
                 zxmd_api_isFileExsit(path.c_str())};
 }
 
-std::string rotated_file() {
+ZX_SCENARIO(rotated_file) {
     const std::string path = in_directory("file");
     std::ofstream(path).close();
     std::filesystem::resize_file(path, ZXMD_MSG_FILE_LIMIT + 1);
@@ -59,34 +57,33 @@ std::string rotated_file() {
     return Said{std::filesystem::exists(path) ? "stays" : "moved"};
 }
 
-std::string playlist() {
+ZX_SCENARIO(playlist) {
     char path[256] = "";
-    const int result = zxt_innerapi_getHlsPath("live.m3u8", g_directory.c_str(), path);
-    return Said{result, path == in_directory("live"), std::filesystem::exists(path)};
+    return Said{zxt_innerapi_getHlsPath("live.m3u8", g_directory.c_str(), path),
+                path == in_directory("live"), std::filesystem::exists(path)};
 }
 
 // -------------------------------------------------------------------- commands
 
-std::string command() {
+ZX_SCENARIO(command) {
     char text[256] = "echo ";
     in_directory("x").copy(text + 5, 200);
     return Said{zxt_innerapi_cmdRet(text)};
 }
 
-std::string piped_command() {
+ZX_SCENARIO(piped_command) {
     char out[16] = "";
-    const int read = zxt_innerapi_cmdReadByPipe("echo told", out, sizeof out - 1);
-    return Said{read, std::string(out).substr(0, 4), zxt_innerapi_cmdIsGrep("echo told")};
+    return Said{zxt_innerapi_cmdReadByPipe("echo -n told", out, sizeof out - 1), out,
+                zxt_innerapi_cmdIsGrep("echo told")};
 }
 
-std::string filed_command() {
+ZX_SCENARIO(filed_command) {
     char out[16] = "";
-    const int read = zxt_innerapi_cmdReadByTmp("echo told", out, sizeof out);
-    return Said{read, std::string(out).substr(0, 4)};
+    return Said{zxt_innerapi_cmdReadByTmp("echo -n told", out, sizeof out), out};
 }
 
 // No process has such a number, and the command is not run.
-std::string killing_command() {
+ZX_SCENARIO(killing_command) {
     return Said{zxt_innerapi_kill("echo 99999999")};
 }
 
@@ -113,10 +110,9 @@ std::string in_noting_child(std::string (*work)()) {
     return result + content_of("worker") + content_of("complaints") + content_of("exit");
 }
 
-std::string daemon_process() {
+ZX_SCENARIO(daemon_process) {
     return in_noting_child([]() -> std::string {
-        const int result = zxmd_api_startDaemon("/");
-        return Said{result, std::filesystem::current_path() == "/"};
+        return Said{zxmd_api_startDaemon("/"), std::filesystem::current_path() == "/"};
     });
 }
 
@@ -129,24 +125,24 @@ int32_t supervised(void*) {
     return 7;
 }
 
-std::string watchdog() {
+ZX_SCENARIO(watchdog) {
     return in_noting_child([] {
         zxmd_api_watchdog(supervised, nullptr);
         return std::string();
     });
 }
 
-std::string user() {
+ZX_SCENARIO(user) {
     return in_noting_child([]() -> std::string { return Said{zxmd_api_changeUser("nobody")}; });
 }
 
-std::string limits() {
+ZX_SCENARIO(limits) {
     return Said{zxmd_api_setUlimit()};
 }
 
 // ------------------------------------------------------------------------ host
 
-std::string host() {
+ZX_SCENARIO(host) {
     char library[] = "libfaulty";
     char tree[256];
     return Said{zxmd_api_getCpuNum() > 0, zxmd_api_isInstallByBin("sh"),
@@ -154,32 +150,14 @@ std::string host() {
                 zxmd_api_getDecEncMode(), zxmd_api_isConflictLib(library, "1", "1")};
 }
 
-std::string tunables() {
+ZX_SCENARIO(tunables) {
     return Said{zxmd_api_clearCache(1), zxsysctl_api_setGw_rpfilter(0),
                 zxsysctl_api_setIgmpVersion(0), zxsysctl_api_getIgmpVersion()};
 }
 
-std::string clock_set() {
+ZX_SCENARIO(clock_set) {
     return Said{zxtime_api_setDTime("20240501083000")};
 }
 
 }  // namespace
-
-const std::vector<Scenario> kSystemScenarios{{"files", files},
-                                             {"replaced_file", replaced_file},
-                                             {"file_facts", file_facts},
-                                             {"rotated_file", rotated_file},
-                                             {"playlist", playlist},
-                                             {"command", command},
-                                             {"piped_command", piped_command},
-                                             {"filed_command", filed_command},
-                                             {"killing_command", killing_command},
-                                             {"daemon_process", daemon_process},
-                                             {"watchdog", watchdog},
-                                             {"user", user, true},
-                                             {"limits", limits},
-                                             {"host", host},
-                                             {"tunables", tunables},
-                                             {"clock_set", clock_set}};
-
 }  // namespace zx::test
