@@ -202,7 +202,6 @@ TEST(Base64Test, CodesThePublishedTexts) {
         EXPECT_EQ(encoded(kStandard, plain.substr(0, size)), coded[size]);
         EXPECT_EQ(decoded(kStandard, coded[size]), plain.substr(0, size));
     }
-    EXPECT_EQ(decoded(kStandard, "=W=="), "\xfd") << "garbage";
 }
 
 TEST(Base64Test, CodesManyGroupsAsEachAlone) {
