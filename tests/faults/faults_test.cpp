@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 
 #include "child.hpp"
@@ -102,19 +101,20 @@ struct Outcome {
 };
 
 std::vector<Outcome> outcomes_of(const std::string& scenario) {
-    static const std::regex kHead(R"(\[(\w+)\] (.*))"), kRow(R"((.*)\|(.*)\|(.*))");
     std::vector<Outcome> rows;
     std::ifstream file(ZX_OUTCOMES);
     bool is_there = false;
-    std::smatch part;
     for (std::string line; std::getline(file, line);) {
-        if (std::regex_match(line, part, kHead)) {
-            is_there = part[1] == scenario;
+        if (line.starts_with('[')) {
+            const std::size_t end = line.find("] ");
+            is_there = line.substr(1, end - 1) == scenario;
             if (is_there) {
-                rows.push_back({"", part[2], "", true});
+                rows.push_back({"", line.substr(end + 2), "", true});
             }
-        } else if (is_there && std::regex_match(line, part, kRow)) {
-            rows.push_back({Said("", part[1], ""), part[2], part[3]});
+        } else if (is_there && !line.empty()) {
+            const std::size_t first = line.find('|'), second = line.find('|', first + 1);
+            rows.push_back({Said("", line.substr(0, first), ""),
+                            line.substr(first + 1, second - first - 1), line.substr(second + 1)});
         }
     }
     return rows;
