@@ -93,20 +93,8 @@ void run(const Work& work) {
     }
 }
 
-template <Mode mode>
-void run_way(Way way, const Work& work) {
-    way == Way::encrypt ? run<mode, Way::encrypt>(work) : run<mode, Way::decrypt>(work);
-}
-
 void crypt(Mode mode, Way way, const Work& work) {
-    switch (mode) {
-        case Mode::ecb:
-            return run_way<Mode::ecb>(way, work);
-        case Mode::cbc:
-            return run_way<Mode::cbc>(way, work);
-        case Mode::cfb:
-            return run_way<Mode::cfb>(way, work);
-    }
+    with_constants(mode, way, [&]<Mode kMode, Way kWay>() { run<kMode, kWay>(work); });
 }
 
 std::uint32_t substitute(std::uint32_t word) {

@@ -32,6 +32,23 @@ struct Work {
     std::size_t blocks;
 };
 
+// Calls `run`, a template of a mode and a way, with both as constants.
+template <typename Run>
+void with_constants(Mode mode, Way way, Run run) {
+    const auto with_way = [&]<Mode kMode>() {
+        way == Way::encrypt ? run.template operator()<kMode, Way::encrypt>()
+                            : run.template operator()<kMode, Way::decrypt>();
+    };
+    switch (mode) {
+        case Mode::ecb:
+            return with_way.template operator()<Mode::ecb>();
+        case Mode::cbc:
+            return with_way.template operator()<Mode::cbc>();
+        case Mode::cfb:
+            return with_way.template operator()<Mode::cfb>();
+    }
+}
+
 // One way to do it.
 struct Cipher {
     void (*crypt)(Mode mode, Way way, const Work& work);
