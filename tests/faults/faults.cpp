@@ -197,61 +197,54 @@ struct Hook {
     }
 };
 
-// clang-format off
-#define ZX_CALL_AS(name, function) {#name, Hook<&function>::of(&function), &Hook<&function>::row}
-// clang-format on
-#define ZX_CALL(name) ZX_CALL_AS(name, ::name)
+template <auto Function>
+Call hooked(const char* name) {
+    return {name, Hook<Function>::of(Function), &Hook<Function>::row};
+}
+#define ZX_CALL_AS(name, function) hooked<&function>(#name)
+#define ZX_CALL(name)              ZX_CALL_AS(name, ::name)
 
 // malloc counts as calloc, as compilers make the one of the other; syscall writes lines of the log.
+// The error is a general one where the library tells no errors apart.
 std::vector<Call> make_calls() {
     std::vector<Call> all;
-    const auto add = [&](const Way& way, const std::vector<Call>& same) {
-        for (const Call& call : same) {
-            all.push_back({call.name, call.hook, call.row, way});
-        }
+    const auto add = [&](const Way& way, const auto&... same) {
+        (all.push_back({same.name, same.hook, same.row, way}), ...);
     };
-    add({-1, EACCES}, {ZX_CALL(access), ZX_CALL(chdir), ZX_CALL(lstat), ZX_CALL(remove),
-                       ZX_CALL(stat), ZX_CALL_AS(unlink, unlink_within)});
-    add({0, EACCES}, {ZX_CALL(getcwd), ZX_CALL(realpath)});
-    add({-1, EAGAIN}, {ZX_CALL(fork), ZX_CALL(setuid), ZX_CALL_AS(system, system_within)});
-    add({-1, ECONNRESET}, {ZX_CALL(recv), ZX_CALL(send)});
-    add({-1, EINTR}, {ZX_CALL(select)});
-    add({-1, EINVAL}, {ZX_CALL(sigaction), ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(sysconf),
-                       ZX_CALL(unsetenv)});
-    add({-1, EIO}, {ZX_CALL(fstat), ZX_CALL_AS(ioctl, keep_interface)});
-    add({0, EIO}, {ZX_CALL(fread), ZX_CALL(getpwnam)});
-    add({-1, EMFILE}, {ZX_CALL(dup3), ZX_CALL(epoll_create1), ZX_CALL(fcntl),
-                       ZX_CALL_AS(open, open_within), ZX_CALL(socket)});
-    add({0, EMFILE}, {ZX_CALL(fopen), ZX_CALL(popen)});
-    add({-1, ENODEV}, {ZX_CALL(setsockopt)});
-    add({-1, ENOMEM}, {ZX_CALL(getsockopt), ZX_CALL(initgroups), ZX_CALL(putenv), ZX_CALL(setenv),
-                       ZX_CALL(setvbuf)});
-    add({0, ENOMEM}, {ZX_CALL(fdopen)});
-    add({-1, ENOSPC}, {ZX_CALL(epoll_ctl), ZX_CALL(syscall)});
-    add({0, ENOSPC}, {ZX_CALL(fwrite)});
-    add({-1, EPERM}, {ZX_CALL(getrlimit), ZX_CALL(prctl), ZX_CALL(setgid), ZX_CALL(setrlimit),
-                      ZX_CALL(setsid), ZX_CALL_AS(settimeofday, keep_clock)});
-    add({EAGAIN}, {ZX_CALL(pthread_mutex_init)});
-    add({EINVAL}, {ZX_CALL(pthread_sigmask)});
-    add({ESRCH}, {ZX_CALL(pthread_cancel)});
+    add({-1, EACCES}, ZX_CALL(access), ZX_CALL(chdir), ZX_CALL(dup3), ZX_CALL(epoll_create1),
+        ZX_CALL(fcntl), ZX_CALL(fork), ZX_CALL(fstat), ZX_CALL(getrlimit), ZX_CALL(getsockopt),
+        ZX_CALL(initgroups), ZX_CALL_AS(ioctl, keep_interface), ZX_CALL(lstat),
+        ZX_CALL_AS(open, open_within), ZX_CALL(prctl), ZX_CALL(putenv), ZX_CALL(remove),
+        ZX_CALL(setenv), ZX_CALL(setgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
+        ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setuid), ZX_CALL(setvbuf), ZX_CALL(sigaction),
+        ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall),
+        ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL_AS(unlink, unlink_within),
+        ZX_CALL(unsetenv));
+    add({0, EACCES}, ZX_CALL(fdopen), ZX_CALL(fopen), ZX_CALL(fread), ZX_CALL(fwrite),
+        ZX_CALL(getcwd), ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
+    add({-1, ECONNRESET}, ZX_CALL(recv), ZX_CALL(send));
+    add({-1, EINTR}, ZX_CALL(select));
+    add({-1, ENODEV}, ZX_CALL(setsockopt));
+    add({-1, ENOSPC}, ZX_CALL(epoll_ctl));
+    add({EAGAIN}, ZX_CALL(pthread_mutex_init), ZX_CALL(pthread_cancel), ZX_CALL(pthread_sigmask));
 
-    add({.code = ECONNREFUSED, .most = 1}, {ZX_CALL(connect)});
-    add({.code = EINTR, .most = 3}, {ZX_CALL_AS(epoll_wait, wait_briefly)});
-    add({.code = EINTR, .most = -1}, {ZX_CALL(nanosleep), ZX_CALL(waitpid)});
+    add({.code = ECONNREFUSED, .most = 1}, ZX_CALL(connect));
+    add({.code = EINTR, .most = 3}, ZX_CALL_AS(epoll_wait, wait_briefly));
+    add({.code = EINTR, .most = -1}, ZX_CALL(nanosleep), ZX_CALL(waitpid));
 
-    add({EAI_MEMORY, 0, address_lists, 1}, {ZX_CALL(getaddrinfo)});
-    add({0, ENOMEM, memory, 1}, {ZX_CALL(calloc)});
-    add({-1, ENOMEM, pages, 1}, {ZX_CALL(mmap)});
-    add({EAGAIN, 0, threads, 1}, {ZX_CALL(pthread_create)});
-    add({-1, EIO, nothing, 0, When::behind}, {ZX_CALL(close), ZX_CALL(pclose)});
-    add({EOF, ENOSPC, nothing, 0, When::behind}, {ZX_CALL(fclose), ZX_CALL(fflush)});
-    add({-1, EINVAL, pages, -1, When::behind}, {ZX_CALL(munmap)});
-    add({EINVAL, 0, threads, -1, When::behind}, {ZX_CALL(pthread_join)});
+    add({EAI_MEMORY, 0, address_lists, 1}, ZX_CALL(getaddrinfo));
+    add({0, ENOMEM, memory, 1}, ZX_CALL(calloc));
+    add({-1, ENOMEM, pages, 1}, ZX_CALL(mmap));
+    add({EAGAIN, 0, threads, 1}, ZX_CALL(pthread_create));
+    add({.code = EIO, .when = When::behind}, ZX_CALL(close), ZX_CALL(fclose), ZX_CALL(fflush),
+        ZX_CALL(pclose));
+    add({-1, EINVAL, pages, -1, When::behind}, ZX_CALL(munmap));
+    add({EINVAL, 0, threads, -1, When::behind}, ZX_CALL(pthread_join));
 
-    add({0, 0, address_lists, -1}, {ZX_CALL(freeaddrinfo)});
-    add({0, 0, memory, -1}, {ZX_CALL(free)});
-    add({0, 0}, {ZX_CALL(malloc), ZX_CALL_AS(clock_gettime, step_clock),
-                 ZX_CALL_AS(sleep, sleep_briefly), ZX_CALL_AS(zxlog_api_us, fast_us)});
+    add({0, 0, address_lists, -1}, ZX_CALL(freeaddrinfo));
+    add({0, 0, memory, -1}, ZX_CALL(free));
+    add({0, 0}, ZX_CALL(malloc), ZX_CALL_AS(clock_gettime, step_clock),
+        ZX_CALL_AS(sleep, sleep_briefly), ZX_CALL_AS(zxlog_api_us, fast_us));
     return all;
 }
 

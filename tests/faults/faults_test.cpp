@@ -103,19 +103,15 @@ struct Outcome {
 std::vector<Outcome> outcomes_of(const std::string& scenario) {
     std::vector<Outcome> rows;
     std::ifstream file(ZX_OUTCOMES);
-    bool is_there = false;
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with('[')) {
-            const std::size_t end = line.find("] ");
-            is_there = line.substr(1, end - 1) == scenario;
-            if (is_there) {
-                rows.push_back({"", line.substr(end + 2), "", true});
-            }
-        } else if (is_there && !line.empty()) {
-            const std::size_t first = line.find('|'), second = line.find('|', first + 1);
-            rows.push_back({Said("", line.substr(0, first), ""),
-                            line.substr(first + 1, second - first - 1), line.substr(second + 1)});
-        }
+    const std::string title = "[" + scenario + "] ";
+    std::string line;
+    while (!line.starts_with(title) && std::getline(file, line)) {
+    }
+    rows.push_back({"", line.substr(std::min(title.size(), line.size())), "", true});
+    while (std::getline(file, line) && !line.empty()) {
+        const std::size_t first = line.find('|'), second = line.find('|', first + 1);
+        rows.push_back({Said("", line.substr(0, first), ""),
+                        line.substr(first + 1, second - first - 1), line.substr(second + 1)});
     }
     return rows;
 }
@@ -151,7 +147,6 @@ TEST_P(FaultTest, LeadsToWhatIsDocumented) {
     }
     const Story untouched = run_with(scenario, {});
     std::vector<Outcome> rows = outcomes_of(scenario.name);
-    ASSERT_FALSE(rows.empty()) << untouched.result;
     EXPECT_EQ(untouched.result, rows[0].result);
     EXPECT_EQ(untouched.again, rows[0].result);
     int faults = 0;
