@@ -6,18 +6,12 @@
 #include <tuple>
 
 #include "log_capture.hpp"
+#include "zxenv.h"
 #include "zxlog.h"
 
 namespace {
 
-using testing::ElementsAre;
-
-class CommonTest : public testing::Test {
-protected:
-    zx::test::LogCapture log;
-};
-
-TEST_F(CommonTest, TellsVersionAndModules) {
+TEST(CommonTest, TellsVersionAndModules) {
     EXPECT_STREQ(zxcommon_api_version(), "01.03.26");
     EXPECT_EQ(ZXCOMMON_VERSION, 10326);
 
@@ -29,7 +23,8 @@ TEST_F(CommonTest, TellsVersionAndModules) {
     EXPECT_EQ(std::strlen(text), sizeof text - 1);
 }
 
-TEST_F(CommonTest, WritesOnlyWhatLevelAndTagFilterLetThrough) {
+TEST(CommonTest, WritesOnlyWhatLevelAndTagFilterLetThrough) {
+    zx::test::LogCapture log;
     const std::tuple<unsigned, const char*, std::size_t> cases[] = {
         {0, "", 0}, {1, "", 1}, {1, "zxcommon_inner", 1}, {5, "FIFO_STRU,ZXCOMMON_INNER", 0}};
     for (const auto& [level, filter, lines] : cases) {
@@ -40,14 +35,28 @@ TEST_F(CommonTest, WritesOnlyWhatLevelAndTagFilterLetThrough) {
     }
 }
 
-TEST_F(CommonTest, NamesFunctionAndLineWhenSwitchedOn) {
-    zxcommon_api_info(nullptr);
+TEST(CommonTest, NamesFunctionAndLineWhenSwitchedOn) {
+    zx::test::LogCapture log;
     flag_printLineFunc = 1;
     zxcommon_api_info(nullptr);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXCOMMON_INNER]Param error####str",
-                                        testing::MatchesRegex("\\[ERROR\\]\\[ZXCOMMON_INNER\\]"
-                                                              "\\[zxcommon_api_info [0-9]+\\]"
-                                                              "Param error####str")));
+    EXPECT_THAT(log.take(), testing::ElementsAre(testing::MatchesRegex(
+                                "\\[ERROR\\]\\[ZXCOMMON_INNER\\]\\[zxcommon_api_info [0-9]+\\]"
+                                "Param error####str")));
+}
+
+TEST(EnvTest, SetsReadsAndRemoves) {
+    EXPECT_EQ(zxenv_api_set("ZX_TEST", "", 0), 1);
+    EXPECT_STREQ(zxenv_api_get("ZX_TEST", "x"), "") << "empty is not unset";
+    EXPECT_EQ(zxenv_api_set("ZX_TEST", "one", 1), 1);
+    EXPECT_EQ(zxenv_api_set("ZX_TEST", "two", 0), 1);
+    EXPECT_STREQ(zxenv_api_get("ZX_TEST", "x"), "one");
+    static char text[] = "ZX_TEST=three";
+    EXPECT_EQ(zxenv_api_put(text), 1);
+    text[8] = 'T';
+    EXPECT_STREQ(zxenv_api_get("ZX_TEST", "x"), "Three") << "it is the text itself";
+    EXPECT_EQ(zxenv_api_unset("ZX_TEST"), 0);
+    EXPECT_STREQ(zxenv_api_get("ZX_TEST", "x"), "x");
+    EXPECT_EQ(zxenv_api_unset("a=b"), -1);
 }
 
 }  // namespace

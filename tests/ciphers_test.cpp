@@ -1,0 +1,303 @@
+// AES and DES: published vectors, overlapping buffers, what the inner operations promise.
+#include <gmock/gmock.h>
+#define OPENSSL_SUPPRESS_DEPRECATED  // of AES_KEY, which lets a schedule be used for what it is not
+#include <openssl/aes.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+
+#include "bytes.hpp"
+#include "stack.hpp"
+#include "vectors.hpp"
+#include "zxaes.h"
+#include "zxdes.h"
+
+namespace {
+
+using zx::test::Bytes;
+using zx::test::from_hex;
+using zx::test::noise;
+
+constexpr std::size_t kBlock = ZXAES_BLOCK_SIZE;
+constexpr std::uint8_t kEncrypt = 0, kDecrypt = 1;
+constexpr std::uint8_t kWays[] = {kEncrypt, kDecrypt};
+constexpr std::uint32_t kModes[] = {ZXAES_ECB, ZXAES_CBC, 3};
+
+std::uint32_t size_of(const Bytes& bytes) {
+    return static_cast<std::uint32_t>(bytes.size());
+}
+
+Bytes aes(std::uint32_t way, std::uint32_t mode, const Bytes& key, Bytes bytes) {
+    EXPECT_EQ(zxaes_api_done(way, mode, &bytes[0], &bytes[0], size_of(bytes), &key[0],
+                             static_cast<std::uint8_t>(key.size())),
+              1);
+    return bytes;
+}
+
+std::unique_ptr<zxaes_ctt> keyed(std::uint32_t way, const Bytes& key) {
+    auto ctx = std::make_unique<zxaes_ctt>();
+    (way == kEncrypt ? zxaes_innerapi_setEncKey : zxaes_innerapi_setDecKey)(ctx.get(), &key[0],
+                                                                            8 * size_of(key));
+    return ctx;
+}
+
+Bytes aes_inner(std::uint32_t way, const Bytes& key, Bytes iv, Bytes bytes) {
+    const auto ctx = keyed(way, key);
+    if (iv.empty()) {
+        zxaes_innerapi_cryptECB(ctx.get(), way, &bytes[0], &bytes[0]);
+    } else {
+        zxaes_innerapi_cryptCBC(ctx.get(), way, size_of(bytes), &iv[0], &bytes[0], &bytes[0]);
+    }
+    return bytes;
+}
+
+int des(std::uint8_t way, const std::uint8_t* in, std::uint8_t* out, std::size_t size,
+        const Bytes& key) {
+    return zxdes_api_done(way, in, out, static_cast<std::uint32_t>(size), key.data(),
+                          static_cast<std::uint8_t>(key.size()));
+}
+
+Bytes des(std::uint8_t way, const Bytes& in, const Bytes& key) {
+    Bytes out(in.size());
+    EXPECT_EQ(des(way, in.data(), out.data(), in.size(), key), 1);
+    return out;
+}
+
+// Both ways, by all operations that take its IV and its size.
+void check_published(const std::string& cipher, std::map<std::string, std::string>& record) {
+    const Bytes plain = from_hex(record["PLAINTEXT"]), coded = from_hex(record["CIPHERTEXT"]);
+    const Bytes iv = from_hex(record["IV"]);
+    if (cipher == "des") {
+        const std::string same = record["KEYs"];
+        const Bytes key =
+            from_hex(same + record["KEY1"] + same + record["KEY2"] + same + record["KEY3"]);
+        EXPECT_EQ(des(kEncrypt, plain, key), coded);
+        EXPECT_EQ(des(kDecrypt, coded, key), plain);
+        return;
+    }
+    const Bytes key = from_hex(record["KEY"]);
+    if (iv == Bytes(iv.size())) {
+        const std::uint32_t mode = iv.empty() ? ZXAES_ECB : ZXAES_CBC;
+        EXPECT_EQ(aes(kEncrypt, mode, key, plain), coded);
+        EXPECT_EQ(aes(kDecrypt, mode, key, coded), plain);
+    }
+    if (!iv.empty() || plain.size() == kBlock) {
+        EXPECT_EQ(aes_inner(kEncrypt, key, iv, plain), coded);
+        EXPECT_EQ(aes_inner(kDecrypt, key, iv, coded), plain);
+    }
+}
+
+TEST(CipherTest, MeetsThePublishedVectors) {
+    if (zx::test::vectors("").empty()) {
+        GTEST_SKIP() << "ZX_VECTORS is not set";
+    }
+    std::size_t count = 0;
+    for (const std::string cipher : {"aes", "des"}) {
+        for (const auto& file : std::filesystem::directory_iterator(zx::test::vectors(cipher))) {
+            const std::string name = cipher + "/" + file.path().filename().string();
+            if (!name.ends_with(".rsp") || name.find("MCT") != name.npos) {  // chains of turns
+                continue;
+            }
+            for (auto& record : zx::test::read_records(name)) {
+                SCOPED_TRACE(name + " " + record["section"] + " " + record["COUNT"]);
+                check_published(cipher, record);
+                ++count;
+            }
+        }
+    }
+    EXPECT_EQ(count, 4276U + 530U);
+}
+
+TEST(CipherTest, WorksBlockByBlockWhereBuffersOverlap) {
+    constexpr std::size_t kFrom = 163, kSize = 13 * kBlock;  // at odd addresses, too
+    const Bytes key = noise(24);
+    using Cipher = void (*)(const std::uint8_t&, std::uint8_t&, std::uint32_t, const Bytes&);
+    const std::pair<Cipher, std::uint32_t> ciphers[] = {
+        {[](auto& in, auto& out, std::uint32_t size, const Bytes& by) {
+             zxaes_api_done(kDecrypt, ZXAES_ECB, &in, &out, size, &by[0], 24);
+         },
+         ZXAES_BLOCK_SIZE},
+        {[](auto& in, auto& out, std::uint32_t size, const Bytes& by) {
+             zxdes_api_done(kEncrypt, &in, &out, size, &by[0], 24);
+         },
+         ZXDES_BLOCK_SIZE}};
+    for (const auto& [cipher, block] : ciphers) {
+        for (std::size_t to = 0; to <= 2 * kFrom; to += 5) {
+            Bytes together = noise(2 * kFrom + kSize), single = together;
+            cipher(together[kFrom], together[to], kSize, key);
+            for (std::size_t i = 0; i < kSize; i += block) {
+                cipher(single[kFrom + i], single[to + i], block, key);
+            }
+            EXPECT_EQ(together, single) << to << " in blocks of " << block;
+        }
+    }
+}
+
+TEST(AesTest, FeedsBackThroughTheInverseRoundsWithTheKeysOfEncryption) {
+    for (const std::size_t key_size : {16U, 24U, 32U}) {
+        const Bytes key = noise(key_size), text = noise(20 * kBlock);
+        AES_KEY schedule;
+        AES_set_encrypt_key(&key[0], static_cast<int>(8 * key_size), &schedule);
+        Bytes cipher, pad(kBlock);
+        for (auto at = text.begin(); at != text.end();) {
+            AES_decrypt(&pad[0], &pad[0], &schedule);
+            for (auto& byte : pad) {
+                cipher.push_back(byte ^= *at++);
+            }
+        }
+        EXPECT_EQ(aes(kEncrypt, 3, key, text), cipher);
+        EXPECT_EQ(aes(kDecrypt, 0, key, cipher), text);
+        const auto ctx = keyed(kEncrypt, key);
+        for (const auto way : kWays) {  // in pieces of 1, 2, 3 ... bytes
+            Bytes bytes = way == kEncrypt ? text : cipher, iv(kBlock);
+            std::uint32_t offset = 0;
+            for (std::uint32_t at = 0, piece = 1; at < size_of(bytes); at += piece++) {
+                zxaes_innerapi_cryptCFB128(ctx.get(), way, std::min(piece, size_of(bytes) - at),
+                                           &offset, &iv[0], &bytes[at], &bytes[at]);
+            }
+            EXPECT_EQ(bytes, way == kEncrypt ? cipher : text);
+        }
+    }
+}
+
+TEST(AesTest, ProcessesNoMoreThanItSays) {
+    const auto ctx = keyed(kEncrypt, noise(16));
+    for (const std::uint32_t size : {15U, 40U, 3232U, 3300U}) {
+        const std::uint32_t bytes = std::min(size, 3232U), whole = bytes / 16 * 16;
+        const Bytes text = noise(size);
+        Bytes iv(kBlock), out = text;
+        zxaes_innerapi_cryptCBC(ctx.get(), 0, size, &iv[0], &out[0], &out[0]);
+        EXPECT_TRUE(std::equal(out.begin() + whole, out.end(), text.begin() + whole));
+        EXPECT_EQ(iv[15], whole == 0 ? 0 : out[whole - 1]);
+        out = text;
+        std::uint32_t offset = 0;
+        zxaes_innerapi_cryptCFB128(ctx.get(), 0, size, &offset, &iv[0], &out[0], &out[0]);
+        EXPECT_TRUE(std::equal(out.begin() + bytes, out.end(), text.begin() + bytes));
+        EXPECT_EQ(iv[(bytes - 1) % kBlock], out[bytes - 1]);
+        EXPECT_EQ(offset, bytes % kBlock);
+    }
+}
+
+TEST(AesTest, NeedsAKeyAndAContext) {
+    const Bytes in = noise(32);
+    Bytes out = in, iv = in;
+    std::uint32_t offset = 0;
+    zxaes_ctt unset{};
+    testing::internal::CaptureStdout();
+    zxaes_innerapi_setEncKey(&unset, &in[0], 100);
+    zxaes_innerapi_setDecKey(&unset, &in[0], 0);
+    zxaes_innerapi_cryptECB(&unset, 0, &in[0], &out[0]);
+    zxaes_innerapi_cryptCBC(&unset, 0, 32, &iv[0], &in[0], &out[0]);
+    zxaes_innerapi_cryptCFB128(&unset, 0, 32, &offset, &iv[0], &in[0], &out[0]);
+    zxaes_innerapi_setEncKey(nullptr, &in[0], 128);
+    zxaes_innerapi_setDecKey(nullptr, &in[0], 128);
+    zxaes_innerapi_cryptECB(nullptr, 0, &in[0], &out[0]);
+    offset = 16;
+    zxaes_innerapi_cryptCFB128(&unset, 0, 32, &offset, &iv[0], &in[0], &out[0]);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::MatchesRegex("zxaes_innerapi_setEncKey [0-9]+ zx_null\n"
+                                      "zxaes_innerapi_setDecKey [0-9]+ zx_null\n"
+                                      "zxaes_innerapi_cryptECB [0-9]+ zx_null\n"
+                                      "zxaes_innerapi_cryptCFB128 [0-9]+ n:16 too big\n"));
+    EXPECT_EQ(out, in);
+    EXPECT_EQ(iv, in);
+}
+
+TEST(DesTest, HelpersAreTheSameCipher) {
+    for (int i = 0; i < 200; ++i) {
+        const Bytes key = noise(8), in = noise(8);
+        std::uint8_t schedule[ZXDES_ROUNDS][ZXDES_SUBKEY_BITS];
+        zxdes_api_setsubkey(key.data(), schedule);
+        for (const std::uint8_t way : {kEncrypt, kDecrypt, std::uint8_t{255}}) {
+            Bytes block = in;
+            zxdes_api_des(block.data(), block.data(), schedule, way);
+            EXPECT_EQ(block, des(way, in, key));
+        }
+    }
+}
+
+TEST(DesTest, HelpersKeepTheirBounds) {
+    Bytes bits(12, 0xEE);
+    zxdes_api_byte2bit(from_hex("a500").data(), bits.data(), 10);
+    EXPECT_EQ(bits, from_hex("0100010000010001 0000 eeee"));
+    Bytes bytes(3, 0xEE);
+    zxdes_api_bit2byte(bits.data(), bytes.data(), 11);  // of 0xEE the lowest bit counts, which is 0
+    EXPECT_EQ(bytes, from_hex("a500ee"));
+
+    Bytes letters{'a', 'b', 'c', 'd', 'e'};
+    zxdes_api_rotatel(letters.data(), 5, 5 * 7 + 2);
+    zxdes_api_rotatel(letters.data(), 0, 1);
+    EXPECT_EQ(letters, (Bytes{'c', 'd', 'e', 'a', 'b'}));
+    zxdes_api_transform(letters.data(), letters.data(), from_hex("0503 0101").data(), 4);
+    zxdes_api_transform(letters.data(), letters.data(), Bytes(65, 1).data(), 65);
+    EXPECT_EQ(letters, (Bytes{'b', 'e', 'c', 'c', 'b'}));
+}
+
+// What no piece of 4 bytes may be left of on the stack.
+void expect_wiped(const std::function<void()>& work, const Bytes& secrets) {
+    for (std::size_t at = 0; at < secrets.size(); at += 4) {
+        ASSERT_FALSE(zx::test::is_left_on_stack(work, &secrets[at], 4)) << at;
+    }
+}
+
+TEST(CipherTest, LeavesNoSecretsOnTheStack) {
+    if (!zx::test::kStackIsKeptClean) {
+        GTEST_SKIP() << "this build keeps temporaries on the stack";
+    }
+    const Bytes key = noise(32), cipher = noise(15 * kBlock);
+    Bytes out = cipher, schedules;
+    for (const auto way : kWays) {
+        const auto ctx = keyed(way, key);
+        const auto* const at = reinterpret_cast<const std::uint8_t*>(ctx->roundKeys);
+        schedules.insert(schedules.end(), at, at + 15 * kBlock);
+    }
+    for (const auto mode : kModes) {
+        const Bytes text = aes(kDecrypt, mode, key, cipher);
+        Bytes secrets = schedules;
+        secrets.insert(secrets.end(), text.begin(), text.end());
+        for (const auto way : kWays) {
+            SCOPED_TRACE(testing::Message() << mode << " " << int{way});
+            const Bytes& in = way == kEncrypt ? text : cipher;
+            expect_wiped(
+                [&] { zxaes_api_done(way, mode, &in[0], &out[0], size_of(in), &key[0], 32); },
+                secrets);
+        }
+    }
+}
+
+// 48 bits as zxdes_api_done() keeps round keys.
+Bytes packed(const std::uint8_t* bits48) {
+    Bytes bytes;
+    for (const unsigned box : {7U, 5U, 3U, 1U, 6U, 4U, 2U, 0U}) {
+        std::uint8_t six = 0;
+        zxdes_api_bit2byte(bits48 + 6 * box, &six, 6);
+        bytes.push_back(six >> 2U);
+    }
+    return bytes;
+}
+
+TEST(DesTest, LeavesNoSecretsOnTheStack) {
+    if (!zx::test::kStackIsKeptClean) {
+        GTEST_SKIP() << "this build keeps temporaries on the stack";
+    }
+    const Bytes key = noise(8), in = noise(40), block(in.begin() + 16, in.begin() + 24);
+    Bytes out(in.size()), bits(64);
+    auto schedule = std::make_unique<std::uint8_t[][ZXDES_SUBKEY_BITS]>(ZXDES_ROUNDS);
+    zxdes_api_setsubkey(key.data(), schedule.get());
+    zxdes_api_byte2bit(block.data(), bits.data(), 64);
+    const std::function<void()> works[] = {
+        [&] { des(kEncrypt, in.data(), out.data(), in.size(), key); },
+        [&] { des(kDecrypt, out.data(), out.data(), in.size(), key); },
+        [&] { zxdes_api_setsubkey(key.data(), schedule.get()); },
+        [&] { zxdes_api_des(block.data(), out.data(), schedule.get(), kEncrypt); },
+    };
+    for (const Bytes& secret : {key, packed(schedule[0]), block, bits}) {
+        for (const auto& work : works) {
+            EXPECT_FALSE(zx::test::is_left_on_stack(work, secret.data(), secret.size()))
+                << "secret " << zx::test::to_hex(&secret[0], 8) << " of work " << &work - works;
+        }
+    }
+}
+
+}  // namespace

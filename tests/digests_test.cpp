@@ -1,0 +1,257 @@
+// Digests and checks of messages: against OpenSSL or their definition, and published ones.
+#include <gmock/gmock.h>
+#include <openssl/evp.h>
+
+#include <bit>
+#include <memory>
+
+#include "bytes.hpp"
+#include "log_capture.hpp"
+#include "sha1.h"
+#include "stack.hpp"
+#include "vectors.hpp"
+#include "zxcrc.h"
+#include "zxmd5.h"
+#include "zxmem.h"
+
+namespace {
+
+using testing::Each;
+using zx::test::Bytes;
+using zx::test::noise;
+
+std::vector<std::uint32_t> g_sizes;  // of the buffers that live
+
+}  // namespace
+
+// In place of the library's allocator.
+extern "C" void* zxmem_api_malloc(uint32_t size, const char* name, const char* file, uint32_t) {
+    EXPECT_STREQ(name, "message");
+    EXPECT_STREQ(file, "src/denc/zxmd5");
+    g_sizes.push_back(size);
+    return std::malloc(size);
+}
+
+extern "C" void zxmem_api_free(void** pbuf) {
+    const auto* const buffer = static_cast<std::uint8_t*>(*pbuf);
+    EXPECT_THAT(Bytes(buffer, buffer + g_sizes.back()), Each(0)) << "not wiped";
+    g_sizes.pop_back();
+    std::free(*pbuf);
+}
+
+namespace {
+
+std::string hex(std::uint32_t number) {
+    number = __builtin_bswap32(number);
+    return zx::test::to_hex(&number, sizeof number);
+}
+
+std::string md5(const std::uint8_t* at, std::size_t size) {
+    std::vector<char> out(ZXMD5_TEXT_SIZE, 'x');
+    EXPECT_EQ(zxmd5_api_outStr(at, size, out.data()), 16);
+    EXPECT_TRUE(g_sizes.empty());
+    return out.data();
+}
+
+SHA1Context fresh() {
+    SHA1Context context;
+    std::memset(&context, 0xA5, sizeof context);
+    SHA1Reset(&context);
+    return context;
+}
+
+std::string hash_of(const SHA1Context& context) {
+    std::string text;
+    for (const std::uint32_t word : context.Intermediate_Hash) {
+        text += hex(word);
+    }
+    return text;
+}
+
+// In two pieces.
+std::string sha1(const std::uint8_t* at, std::size_t size) {
+    SHA1Context context = fresh();
+    const auto split = static_cast<std::uint32_t>(size / 3);
+    SHA1Input(&context, at, split);
+    SHA1Input(&context, at + split, static_cast<std::uint32_t>(size) - split);
+    EXPECT_EQ(SHA1Result(&context), 1);
+    EXPECT_THAT(context.Message_Block, Each(0));
+    return hash_of(context);
+}
+
+template <const EVP_MD* (*kKind)()>
+std::string openssl(const std::uint8_t* at, std::size_t size) {
+    std::uint8_t digest[EVP_MAX_MD_SIZE];
+    unsigned digest_size = 0;
+    EVP_Digest(at, size, digest, &digest_size, kKind(), nullptr);
+    return zx::test::to_hex(digest, digest_size);
+}
+
+template <auto kCrc>
+std::string crc(const std::uint8_t* at, std::size_t size) {
+    return hex(kCrc(at, static_cast<std::uint32_t>(size)));
+}
+
+enum class First { lowest, highest };
+
+// The definition of a CRC, in a register that the lowest bit leaves.
+template <unsigned kWidth, std::uint32_t kPolynomial, std::uint32_t kInitial, First kFirst>
+std::string divided(const std::uint8_t* at, std::size_t size) {
+    std::uint32_t value = kInitial;
+    for (std::size_t i = 0; i < 8 * size; ++i) {
+        const unsigned bit = kFirst == First::lowest ? i % 8 : 7 - i % 8;
+        const bool is_odd = ((value ^ std::uint32_t{at[i / 8]} >> bit) & 1U) != 0;
+        value = value >> 1U ^ (is_odd ? kPolynomial : 0);
+    }
+    std::uint32_t mirrored = 0;
+    for (unsigned i = 0; i < kWidth; ++i) {
+        mirrored |= (value >> i & 1U) << (kWidth - 1 - i);
+    }
+    return hex(kFirst == First::lowest ? value : mirrored);
+}
+
+struct Kind {
+    const char* name;
+    std::string (*ours)(const std::uint8_t* at, std::size_t size);
+    std::string (*expected)(const std::uint8_t* at, std::size_t size);
+    const char* published;  // of "123456789"
+};
+constexpr Kind kKinds[] = {
+    {"MD5", md5, openssl<EVP_md5>, "25f9e794323b453885f5181f1b624d0b"},
+    {"SHA-1", sha1, openssl<EVP_sha1>, "f7c3bc1d808e04732adf679965ccc34ca7ae3441"},
+    {"CRC-16/MODBUS", crc<zxcrc_api_CRC16>, divided<16, 0xA001, 0xFFFF, First::lowest>, "00004b37"},
+    {"CRC-32/MPEG-2", crc<zxcrc_api_CRC32>, divided<32, 0xEDB88320, 0xFFFFFFFF, First::highest>,
+     "0376e6e7"},
+    {"CRC-16/XMODEM", crc<zxcrc_api_CRC>, divided<16, 0x8408, 0, First::highest>, "000031c3"},
+};
+
+TEST(DigestTest, AgreesWithItsDefinitionAtEveryLengthAndAlignment) {
+    for (const Kind& kind : kKinds) {
+        for (std::size_t size = 0; size <= 600; ++size) {
+            const std::size_t shift = size % 17;
+            const Bytes bytes = noise(shift + size);
+            const std::uint8_t* const at = bytes.data() + shift;
+            ASSERT_EQ(kind.ours(at, size), kind.expected(at, size)) << kind.name << " of " << size;
+        }
+        const Bytes large = noise(100'003);
+        EXPECT_EQ(kind.ours(&large[0], large.size()), kind.expected(&large[0], large.size()));
+        EXPECT_EQ(kind.ours(reinterpret_cast<const std::uint8_t*>("123456789"), 9), kind.published);
+    }
+}
+
+TEST(DigestTest, MeetsThePublishedVectors) {
+    if (zx::test::vectors("").empty()) {
+        GTEST_SKIP() << "ZX_VECTORS is not set";
+    }
+    std::size_t count = 0;
+    const std::pair<const char*, decltype(&md5)> files[] = {
+        {"md5/rfc-1321.txt", md5},
+        {"sha1/SHA1ShortMsg.rsp", sha1},
+        {"sha1/SHA1LongMsg.rsp", sha1},
+    };
+    for (const auto& [file, digest] : files) {
+        for (const auto& record : zx::test::read_records(file)) {
+            Bytes message = zx::test::from_hex(record.at("Msg"));
+            message.resize(std::stoul(record.at("Len")) / 8);  // the empty one is written as "00"
+            EXPECT_EQ(digest(message.data(), message.size()), record.at("MD"));
+            ++count;
+        }
+    }
+    EXPECT_EQ(count, 7U + 65U + 64U);
+}
+
+TEST(DigestTest, OffersTheTablesOfTheStandards) {
+    for (unsigned i = 0; i < 256; ++i) {
+        const auto byte = static_cast<std::uint8_t>(i);
+        EXPECT_EQ(hex(aucCrcTableL[i] << 8U | aucCrcTableH[i]),
+                  (divided<16, 0xA001, 0, First::lowest>(&byte, 1)));
+        EXPECT_EQ(hex(aucCRCTable[i]), (divided<32, 0xEDB88320, 0, First::highest>(&byte, 1)));
+    }
+    EXPECT_EQ(aucCrcTableH[1], 0xC1) << "the half that is sent first";
+}
+
+TEST(DigestTest, PadsAndRotates) {
+    EXPECT_EQ(zxmd5_innerapi_getPadLen(ZXMD5_MAX_INPUT), 0xFFFFFFC0);
+    EXPECT_EQ(zxmd5_innerapi_getPadLen(UINT64_MAX - 72), UINT64_MAX - 63);
+    EXPECT_EQ(zxmd5_innerapi_leftrotate(0x80000001, 32), 0x80000001);
+    EXPECT_EQ(zxmd5_innerapi_leftrotate(0x80000001, 33), 3);
+}
+
+TEST(DigestTest, WritesTheDigestOfATextInUpperCase) {
+    const std::unique_ptr<char, decltype(&std::free)> text(sha1_api_hash("abc"), std::free);
+    EXPECT_STREQ(text.get(), "A9993E364706816ABA3E25717850C26C9CD0D89D");
+    EXPECT_THAT(std::string(text.get() + 40, 88), Each('\0'));
+}
+
+TEST(DigestTest, CorruptsAtTheByteThatMakesTheLengthOverflow) {
+    const Bytes message = noise(200);
+    for (const std::uint32_t room : {1U, 65U, 200U, 201U}) {
+        for (const std::uint32_t waiting : {0U, 63U}) {
+            SHA1Context whole = fresh();
+            SHA1Input(&whole, message.data(), waiting);
+            whole.Length_High = 0xFFFFFFFF;
+            whole.Length_Low = 0U - 8 * room;
+            SHA1Context bytewise = whole;
+            SHA1Input(&whole, message.data(), 200);
+            for (const std::uint8_t& byte : message) {
+                SHA1Input(&bytewise, &byte, 1);
+            }
+            EXPECT_EQ(hash_of(whole), hash_of(bytewise)) << room << " behind " << waiting;
+            EXPECT_EQ(whole.Message_Block_Index, bytewise.Message_Block_Index);
+            EXPECT_EQ(whole.Length_High, room > 200 ? 0xFFFFFFFF : 0);
+            EXPECT_EQ(SHA1Result(&whole), room > 200 ? 1 : 0);
+            EXPECT_EQ(SHA1Result(&bytewise), room > 200 ? 1 : 0);
+        }
+    }
+}
+
+TEST(DigestTest, RefusesWhatIsTooLateOrWouldLeadOutOfTheContext) {
+    const Bytes message = noise(200);
+    SHA1Context context = fresh();
+    for (int i = 0; i < 2; ++i) {  // the result may be asked for again, no more be added
+        EXPECT_EQ(SHA1Result(&context), 1);
+        EXPECT_EQ(hash_of(context), openssl<EVP_sha1>(nullptr, 0));
+    }
+    SHA1Input(&context, message.data(), 1);
+    EXPECT_EQ(SHA1Result(&context), 0);
+    for (const int index : {-1, 64, INT32_MAX, INT32_MIN}) {
+        for (const std::uint32_t size : {0U, 200U}) {
+            context = fresh();
+            context.Message_Block_Index = index;
+            SHA1Input(&context, message.data(), size);
+            EXPECT_EQ(context.Corrupted, size == 0 ? 0 : 1);
+            EXPECT_EQ(SHA1Result(&context), 0);
+        }
+    }
+}
+
+TEST(DigestTest, LeavesNothingOfTheMessageOnTheStack) {
+    if (!zx::test::kStackIsKeptClean) {
+        GTEST_SKIP() << "this build keeps temporaries on the stack";
+    }
+    const Bytes block = noise(64);
+    const auto context = std::make_unique<SHA1Context>(fresh());
+    std::copy(block.begin(), block.end(), context->Message_Block);
+    std::vector<std::uint32_t> schedule(80);
+    std::memcpy(&schedule[0], &block[0], block.size());
+    for (std::size_t i = 0; i < schedule.size(); ++i) {
+        schedule[i] =
+            i < 16
+                ? __builtin_bswap32(schedule[i])
+                : std::rotl(schedule[i - 3] ^ schedule[i - 8] ^ schedule[i - 14] ^ schedule[i - 16],
+                            1);
+    }
+    const std::string text(1000, '\x9C');
+    const auto process = [&] { SHA1ProcessMessageBlock(context.get()); };
+    const auto is_left = [](const std::function<void()>& work, const void* secret) {
+        return zx::test::is_left_on_stack(work, secret, 4);
+    };
+    EXPECT_FALSE(is_left([&] { std::free(sha1_api_hash(text.c_str())); }, text.data()));
+    EXPECT_FALSE(is_left([&] { md5(&block[0], block.size()); }, &block[0]));
+    EXPECT_FALSE(is_left(process, &block[0]));
+    for (const std::size_t i : {0U, 13U, 70U, 73U, 76U, 79U}) {
+        EXPECT_FALSE(is_left(process, &schedule[i])) << i;
+    }
+}
+
+}  // namespace
