@@ -64,7 +64,7 @@ Story run_with(const Scenario& scenario, const Fault& fault) {
         return told + kSeparator + before + " then " + holdings();
     }));
     Story run;
-    for (std::string* const part : {&run.result, &run.log, &run.again, &run.left}) {
+    for (std::string* part : {&run.result, &run.log, &run.again, &run.left}) {
         std::getline(told_by_child, *part, kSeparator);
     }
     for (const Fallible& call : fallible_calls()) {

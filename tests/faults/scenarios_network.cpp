@@ -88,7 +88,7 @@ ZX_SCENARIO(connection) {
     const Listener listener;
     const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto* const address = reinterpret_cast<const sockaddr*>(&listener.address);
-    return Said{zxnet_api_socketConnect(fd.get(), address, sizeof listener.address, 500000, 1)};
+    return Said{zxnet_api_socketConnect(fd.get(), address, sizeof listener.address, 2000000, 1)};
 }
 
 ZX_SCENARIO(reachable) {
