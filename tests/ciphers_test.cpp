@@ -234,38 +234,6 @@ TEST(DesTest, HelpersKeepTheirBounds) {
     EXPECT_EQ(letters, (Bytes{'b', 'e', 'c', 'c', 'b'}));
 }
 
-// What no piece of 4 bytes may be left of on the stack.
-void expect_wiped(const std::function<void()>& work, const Bytes& secrets) {
-    for (std::size_t at = 0; at < secrets.size(); at += 4) {
-        ASSERT_FALSE(zx::test::is_left_on_stack(work, &secrets[at], 4)) << at;
-    }
-}
-
-TEST(CipherTest, LeavesNoSecretsOnTheStack) {
-    if (!zx::test::kStackIsKeptClean) {
-        GTEST_SKIP() << "this build keeps temporaries on the stack";
-    }
-    const Bytes key = noise(32), cipher = noise(15 * kBlock);
-    Bytes out = cipher, schedules;
-    for (const auto way : kWays) {
-        const auto ctx = keyed(way, key);
-        const auto* const at = reinterpret_cast<const std::uint8_t*>(ctx->roundKeys);
-        schedules.insert(schedules.end(), at, at + 15 * kBlock);
-    }
-    for (const auto mode : kModes) {
-        const Bytes text = aes(kDecrypt, mode, key, cipher);
-        Bytes secrets = schedules;
-        secrets.insert(secrets.end(), text.begin(), text.end());
-        for (const auto way : kWays) {
-            SCOPED_TRACE(testing::Message() << mode << " " << int{way});
-            const Bytes& in = way == kEncrypt ? text : cipher;
-            expect_wiped(
-                [&] { zxaes_api_done(way, mode, &in[0], &out[0], size_of(in), &key[0], 32); },
-                secrets);
-        }
-    }
-}
-
 // 48 bits as zxdes_api_done() keeps round keys.
 Bytes packed(const std::uint8_t* bits48) {
     Bytes bytes;
@@ -277,26 +245,47 @@ Bytes packed(const std::uint8_t* bits48) {
     return bytes;
 }
 
-TEST(DesTest, LeavesNoSecretsOnTheStack) {
+TEST(CipherTest, LeavesNoSecretsOnTheStack) {
     if (!zx::test::kStackIsKeptClean) {
         GTEST_SKIP() << "this build keeps temporaries on the stack";
     }
-    const Bytes key = noise(8), in = noise(40), block(in.begin() + 16, in.begin() + 24);
-    Bytes out(in.size()), bits(64);
+    const Bytes key = noise(32), coded = noise(15 * kBlock),
+                block(coded.begin(), coded.begin() + 8);
+    Bytes out = coded, bits(64);
+    const auto expect_wiped = [](const std::function<void()>& work, const Bytes& secret,
+                                 auto piece) {
+        for (std::size_t at = 0; at < secret.size(); at += piece) {
+            ASSERT_FALSE(zx::test::is_left_on_stack(work, &secret[at], piece)) << at;
+        }
+    };
+    for (const auto mode : kModes) {
+        const Bytes text = aes(kDecrypt, mode, key, coded);
+        for (const auto way : kWays) {
+            SCOPED_TRACE(testing::Message() << mode << " " << int{way});
+            const Bytes& in = way == kEncrypt ? text : coded;
+            const auto work = [&] {
+                zxaes_api_done(way, mode, &in[0], &out[0], size_of(in), &key[0], 32);
+            };
+            expect_wiped(work, text, 4U);
+            for (const auto any_way : kWays) {
+                const auto ctx = keyed(any_way, key);
+                const auto* const keys = reinterpret_cast<const std::uint8_t*>(ctx->roundKeys);
+                expect_wiped(work, Bytes(keys, keys + 15 * kBlock), 4U);
+            }
+        }
+    }
     auto schedule = std::make_unique<std::uint8_t[][ZXDES_SUBKEY_BITS]>(ZXDES_ROUNDS);
     zxdes_api_setsubkey(key.data(), schedule.get());
     zxdes_api_byte2bit(block.data(), bits.data(), 64);
-    const std::function<void()> works[] = {
-        [&] { des(kEncrypt, in.data(), out.data(), in.size(), key); },
-        [&] { des(kDecrypt, out.data(), out.data(), in.size(), key); },
-        [&] { zxdes_api_setsubkey(key.data(), schedule.get()); },
-        [&] { zxdes_api_des(block.data(), out.data(), schedule.get(), kEncrypt); },
-    };
-    for (const Bytes& secret : {key, packed(schedule[0]), block, bits}) {
-        for (const auto& work : works) {
-            EXPECT_FALSE(zx::test::is_left_on_stack(work, secret.data(), secret.size()))
-                << "secret " << zx::test::to_hex(&secret[0], 8) << " of work " << &work - works;
-        }
+    const Bytes des_key(key.begin(), key.begin() + 8);
+    for (const Bytes& secret : {des_key, packed(schedule[0]), block, bits}) {
+        SCOPED_TRACE(zx::test::to_hex(&secret[0], 8));
+        const std::size_t size = secret.size();
+        expect_wiped([&] { des(kEncrypt, &coded[0], &out[0], 40, des_key); }, secret, size);
+        expect_wiped([&] { des(kDecrypt, &out[0], &out[0], 40, des_key); }, secret, size);
+        expect_wiped([&] { zxdes_api_setsubkey(&key[0], schedule.get()); }, secret, size);
+        expect_wiped([&] { zxdes_api_des(&block[0], &out[0], schedule.get(), kEncrypt); }, secret,
+                     size);
     }
 }
 

@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <random>
 
 #include "log_capture.hpp"
 
@@ -123,12 +123,11 @@ TEST_F(FileTest, TellsSizeTypeAndName) {
     EXPECT_STREQ(zxmd_api_getFileType("/proc/self/exe"), "symbolic link");
     EXPECT_STREQ(zxmd_api_getFileType("/nowhere/x"), "error");
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]lstat /nowhere/x error"));
-    for (const char* media : {"a.ts", ".ts", "a.mp3", "b.mp4"}) {
-        EXPECT_EQ(zxmd_api_fileFormatFilter(media), 1) << media;
+    std::string fit;
+    for (const char* name : {"a.ts", ".ts", "a.mp3", "b.mp4", "ts", "a.TS", "a.ts.gz", ""}) {
+        fit += std::to_string(zxmd_api_fileFormatFilter(name));
     }
-    for (const char* other : {"ts", "a.TS", "a.ts.gz", ""}) {
-        EXPECT_EQ(zxmd_api_fileFormatFilter(other), 0) << other;
-    }
+    EXPECT_EQ(fit, "11110000");
 }
 
 TEST_F(FileTest, RotatesAMessageFileAboveItsLimit) {
@@ -148,7 +147,7 @@ TEST_F(FileTest, RotatesAMessageFileAboveItsLimit) {
 TEST_F(FileTest, RandomValuesStayInsideTheirBounds) {
     for (uint32_t len = 0; len < 40; ++len) {
         EXPECT_LE(zxmd_api_randomU32(5, 5 + len) - 5, len);
-        std::vector<uint8_t> buf(len + 8, 0);
+        std::vector<uint8_t> buf(len + 8);
         EXPECT_EQ(zxmd_api_randomStr(buf.data(), len), len);
         EXPECT_EQ(std::count(buf.begin(), buf.end(), 0), 8) << "no NUL inside, none touched behind";
         const std::vector<uint8_t> before = buf;
@@ -158,55 +157,18 @@ TEST_F(FileTest, RandomValuesStayInsideTheirBounds) {
     }
 }
 
-constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-std::string decoded(const char* alphabet, const std::string& coded) {
-    std::string out(coded.size() + 4, 'x');
-    const uint32_t count =
-        zxmd_api_base642Ascii(alphabet, coded.c_str(), reinterpret_cast<uint8_t*>(out.data()));
-    EXPECT_EQ(out.find_first_not_of('x', count), std::string::npos) << "touched behind the end";
-    return out.substr(0, count);
-}
-
-std::string encoded(const char* alphabet, const std::string& plain) {
-    std::string out(ZXMD_BASE64_SIZE(plain.size()), 'x');
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(plain.data());
-    const auto len = static_cast<uint32_t>(plain.size());
-    EXPECT_EQ(zxmd_api_ascii2Base64(alphabet, bytes, len, out.data()), out.size() - 1);
-    EXPECT_EQ(out.back(), '\0');
-    out.pop_back();
-    return out;
-}
-
 TEST(Base64Test, CodesThePublishedTexts) {
-    std::string plain;  // RFC 4648, section 10: no letter of "foobar", one, and so on
+    constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::vector<uint8_t> plain;  // RFC 4648, section 10: no letter of "foobar", one, and so on
     for (const char* coded : {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"}) {
-        EXPECT_EQ(encoded(kStandard, plain), coded);
-        EXPECT_EQ(decoded(kStandard, coded), plain);
-        plain += "foobar"[plain.size()];
-    }
-}
-
-TEST(Base64Test, CodesManyGroupsAsEachAlone) {
-    std::minstd_rand engine;
-    const std::string odd = std::string(kStandard).replace(10, 3, "=\x80\xFF");
-    for (const char* const alphabet : {kStandard, odd.c_str()}) {
-        for (size_t size = 0; size < 9500; size += size < 200 ? 1 : 211) {
-            std::string plain(size, '\0'), coded, expected;
-            std::generate(plain.begin(), plain.end(),
-                          [&] { return static_cast<char>(engine() >> 8U); });
-            for (size_t i = 0; i < size; i += 3) {
-                coded += encoded(alphabet, plain.substr(i, 3));
-            }
-            ASSERT_EQ(encoded(alphabet, plain), coded) << size;
-            if (size % 3 != 0) {  // a stranger somewhere, or padding
-                coded[engine() % coded.size()] = size % 3 == 1 ? '\xE9' : '=';
-            }
-            for (size_t i = 0; i < coded.size() && expected.size() == i / 4 * 3; i += 4) {
-                expected += decoded(alphabet, coded.substr(i, 4));
-            }
-            ASSERT_EQ(decoded(alphabet, coded), expected) << size;
-        }
+        const auto size = static_cast<uint32_t>(plain.size());
+        char text[ZXMD_BASE64_SIZE(6)];
+        EXPECT_EQ(zxmd_api_ascii2Base64(kStandard, plain.data(), size, text), std::strlen(coded));
+        EXPECT_STREQ(text, coded);
+        std::vector<uint8_t> back(6);
+        back.resize(zxmd_api_base642Ascii(kStandard, coded, back.data()));
+        EXPECT_EQ(back, plain);
+        plain.push_back(static_cast<uint8_t>("foobar"[size]));
     }
 }
 

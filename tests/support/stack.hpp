@@ -8,8 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <memory>
-#include <vector>
 
 namespace zx::test {
 
@@ -23,16 +21,11 @@ inline constexpr bool kStackIsKeptClean = false;
 // True when the bytes of `secret` can be found on the stack that `work` ran on after it returned.
 // Neither `work` nor its caller may keep them there themselves: give it what lies on the heap.
 inline bool is_left_on_stack(std::function<void()> work, const void* secret, std::size_t size) {
-    constexpr std::size_t kStackSize = std::size_t{1} << 20U;
-    constexpr std::size_t kPage = 4096;
-    std::vector<std::uint8_t> storage(kStackSize + kPage);
-    void* stack = storage.data();
-    std::size_t space = storage.size();
-    std::align(kPage, kStackSize, stack, space);
-
+    alignas(4096) static std::uint8_t stack[std::size_t{1} << 20U];
+    std::memset(stack, 0, sizeof stack);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstack(&attributes, stack, kStackSize);
+    pthread_attr_setstack(&attributes, stack, sizeof stack);
     pthread_t thread;
     const auto run = [](void* argument) -> void* {
         (*static_cast<std::function<void()>*>(argument))();
@@ -43,7 +36,7 @@ inline bool is_left_on_stack(std::function<void()> work, const void* secret, std
     }
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
-    return memmem(stack, kStackSize, secret, size) != nullptr;
+    return memmem(stack, sizeof stack, secret, size) != nullptr;
 }
 
 }  // namespace zx::test
