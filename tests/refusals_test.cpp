@@ -40,6 +40,7 @@ TEST(Refusals, AnswerAMissingArgument) {
     std::int8_t state = 7;
     std::uint8_t counter = 7;
     zxlock_ctt unused{};
+    SHA1Context context;
     const Refusal refusals[] = {
         // Time
         {ZX_CALL(zxtime_api_isVaildDate(&t, nullptr, "")), 0},
@@ -139,6 +140,7 @@ TEST(Refusals, AnswerAMissingArgument) {
         {ZX_CALL(zxmd5_api_outNum(in, 1, nullptr)), 0, "####digest"},
         {ZX_CALL((SHA1Reset(nullptr), 0)), 0, "[SHA1]Param error####ctx"},
         {ZX_CALL((SHA1Input(nullptr, in, 1), 0)), 0, "####ctx"},
+        {ZX_CALL((SHA1Reset(&context), SHA1Input(&context, nullptr, 1), 0)), 0, "####bytes"},
         {ZX_CALL((SHA1PadMessage(nullptr), 0)), 0, "####ctx"},
         {ZX_CALL((SHA1ProcessMessageBlock(nullptr), 0)), 0, "####ctx"},
         {ZX_CALL(SHA1Result(nullptr)), 0, "####ctx"},

@@ -102,9 +102,11 @@ TEST_F(InnerTest, ReportsAValueThatFlaps) {
 }
 
 TEST_F(InnerTest, ClearsTheOldNameAndTheEnding) {
-    std::string name = std::string("old name before", 16) + "xx";
-    zxt_innerapi_getHlsName("live/a.m3u8", "/vod", name.data());
-    EXPECT_EQ(dotted(name), "live/a..........xx");
+    std::string name = std::string("old\0", 4) + std::string(14, 'x');
+    zxt_innerapi_getHlsName("live/chan1.m3u8", "/vod", name.data());
+    EXPECT_EQ(dotted(name), "live/chan1......xx");
+    zxt_innerapi_getHlsName("a.m3u8", "/vod", name.data());
+    EXPECT_EQ(dotted(name), "a...............xx");
 }
 
 TEST_F(InnerTest, MakesADirectoryAnewBelowThePath) {
