@@ -158,6 +158,34 @@ TEST(DigestTest, MeetsThePublishedVectors) {
         }
     }
     EXPECT_EQ(count, 7U + 65U + 64U);
+
+    const auto monte_carlo = zx::test::read_records("sha1/SHA1Monte.rsp");
+    std::string seed = monte_carlo.at(0).at("Seed");
+    for (std::size_t i = 1; i <= 100; ++i) {
+        Bytes last = zx::test::from_hex(seed + seed + seed);
+        for (int round = 0; round < 1000; ++round) {
+            const Bytes next = zx::test::from_hex(seed = sha1(last.data(), last.size()));
+            last.erase(last.begin(), last.begin() + 20);
+            last.insert(last.end(), next.begin(), next.end());
+        }
+        ASSERT_EQ(seed, monte_carlo.at(i).at("MD"));
+    }
+
+    std::ifstream in(zx::test::vectors("crc/crc.csv"));
+    std::string name, message, expected, source;
+    for (count = 0; std::getline(in, name, ',') && std::getline(in, message, ',') &&
+                    std::getline(in, expected, ',') && std::getline(in, source);) {
+        const Bytes bytes = zx::test::from_hex(message);
+        for (const Kind& kind : kKinds) {
+            if (kind.name == name) {
+                EXPECT_EQ(std::stoul(kind.ours(bytes.data(), bytes.size()), nullptr, 16),
+                          std::stoul(expected, nullptr, 16))
+                    << source;
+                ++count;
+            }
+        }
+    }
+    EXPECT_EQ(count, 12U);
 }
 
 TEST(DigestTest, OffersTheTablesOfTheStandards) {
