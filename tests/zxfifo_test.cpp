@@ -1,20 +1,31 @@
+// What the models of the fuzz targets do not see: texts, oddities, threads, and many lists at once.
 #include "zxfifo.h"
 
 #include <gmock/gmock.h>
 #include <pthread.h>
 
-#include <cstring>
-#include <numeric>
+#include <random>
 #include <vector>
 
 #include "log_capture.hpp"
+#include "zxlog.h"
+
+namespace {
+
+std::uint64_t g_now = 0;
+
+}  // namespace
+
+// Stands in for the library's clock.
+extern "C" uint64_t zxlog_api_us(void) {
+    return g_now;
+}
 
 namespace {
 
 using testing::ElementsAre;
-using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint32_t kCapacity = 16;
+constexpr std::uint64_t kSecond = 1000000;
 
 class FifoTest : public testing::Test {
 protected:
@@ -25,52 +36,27 @@ protected:
     }
 
     zx::test::LogCapture log;
-    zxfifoblock_ctt* fifo = zxfifo_api_blockInit(kCapacity, "ring");
+    zxfifoblock_ctt* fifo = zxfifo_api_blockInit(16, "ring");
 };
 
-TEST_F(FifoTest, PassesBytesAroundTheEndOfItsTotals) {
+TEST_F(FifoTest, CountsBytesAcrossTheEndOfItsTotals) {
     EXPECT_STREQ(fifo->lock.name, "zxfifo_lock_ring");
-    fifo->total_in = fifo->total_out = 0xFFFFFFE0;
-    Bytes in(kCapacity);
-    std::iota(in.begin(), in.end(), std::uint8_t{1});
-    for (std::int32_t size : {5, 11, 16, 1, 7, 16, 0}) {  // up to the end, across it, whole turns
-        SCOPED_TRACE(size);
-        Bytes out(kCapacity);
-        EXPECT_EQ(zxfifo_api_blockIn(fifo, in.data(), size, nullptr), size);
-        EXPECT_EQ(zxfifo_api_blockSizeUsed(fifo), size);
-        EXPECT_EQ(zxfifo_api_blockOut(fifo, out.data(), size, nullptr), size);
-        EXPECT_EQ(zxfifo_innerapi_blockSpaceFree(fifo), 16);
-        EXPECT_EQ(std::memcmp(in.data(), out.data(), static_cast<std::size_t>(size)), 0);
-    }
+    fifo->total_in = fifo->total_out = UINT32_MAX - 3;
+    char bytes[8] = {};
+    EXPECT_EQ(zxfifo_api_blockIn(fifo, bytes, 8, nullptr), 8);
+    EXPECT_EQ(zxfifo_api_blockSizeUsed(fifo), 8);
+    EXPECT_EQ(zxfifo_api_blockOut(fifo, bytes, 5, nullptr), 5);
+    EXPECT_EQ(zxfifo_innerapi_blockSpaceFree(fifo), 13);
 }
 
-// A transfer function that is told how much to say it has moved in each call.
-struct Script {
-    std::vector<std::int32_t> results;
-    std::vector<std::int32_t> offered;
-
-    static std::int32_t move(void* context, std::uint8_t*, std::int32_t length) {
-        Script& self = *static_cast<Script*>(context);
-        self.offered.push_back(length);
-        return self.results.at(self.offered.size() - 1);
-    }
-};
-
-TEST_F(FifoTest, TransferFunctionsMoveDirectly) {
-    zxfifo_innerapi_blockDrainIn(fifo, 10);
-    zxfifo_innerapi_blockDrainOut(fifo, 10);
-    Script in{{6, 4, 2}, {}};  // the ring's end after 6, then a short piece
-    EXPECT_EQ(zxfifo_api_blockIn(fifo, &in, 12, Script::move), 12);
-    EXPECT_THAT(in.offered, ElementsAre(6, 6, 2));
-    Script out{{99, 99}, {}};  // more than it was offered
-    EXPECT_EQ(zxfifo_api_blockOut(fifo, &out, 12, Script::move), 12);
-    EXPECT_THAT(out.offered, ElementsAre(6, 6));
-
-    Script fails_in{{3, -1}, {}};
-    EXPECT_EQ(zxfifo_api_blockIn(fifo, &fails_in, 10, Script::move), 3);
-    Script fails_out{{2, 0}, {}};
-    EXPECT_EQ(zxfifo_api_blockOut(fifo, &fails_out, 3, Script::move), 2);
-    EXPECT_THAT(fails_out.offered, ElementsAre(3, 1));
+TEST_F(FifoTest, WarnsOfTransferFunctionsThatFail) {
+    const auto move_one_of = [](void* left, std::uint8_t*, std::int32_t) {
+        return (*static_cast<int*>(left))-- > 0 ? 1 : -1;
+    };
+    int left = 3;
+    EXPECT_EQ(zxfifo_api_blockIn(fifo, &left, 10, move_one_of), 3);
+    left = 2;
+    EXPECT_EQ(zxfifo_api_blockOut(fifo, &left, 3, move_one_of), 2);
     EXPECT_THAT(log.take(),
                 ElementsAre("[WARN][FIFO_STRU]ring:recv-func error",
                             "[WARN][FIFO_STRU]ring:maybe has an error,need in 10,but 3",
@@ -100,17 +86,12 @@ TEST_F(FifoTest, CancelledTransferGivesTheLockBack) {
     EXPECT_EQ(zxfifo_api_blockSizeUsed(fifo), 0);
 }
 
-TEST_F(FifoTest, TakesAMessageThatHasRoomOnly) {
-    Bytes bytes{1, 2, 3};
-    EXPECT_EQ(zxfifo_api_blockLenIn(fifo, bytes.data(), -1), -1);
-    zxfifo_api_blockLenIn(fifo, bytes.data(), 0);
-    zxfifo_api_blockLenIn(fifo, bytes.data(), 3);
-    EXPECT_EQ(Bytes(fifo->start, fifo->start + 11), (Bytes{0, 0, 0, 0, 0, 0, 0, 3, 1, 2, 3}));
-    EXPECT_EQ(zxfifo_api_blockLenOut1(fifo, bytes.data(), 2, "reader", 7), 0);
-    EXPECT_EQ(zxfifo_api_blockLenOut1(fifo, bytes.data(), 2, "reader", 7), -1);
+TEST_F(FifoTest, AMessageThatHasNoRoomPutsItOutOfStep) {
+    char bytes[2];
+    zxfifo_api_blockLenIn(fifo, "abc", 3);
+    EXPECT_EQ(zxfifo_api_blockLenOut1(fifo, bytes, 2, "reader", 7), -1);
     EXPECT_THAT(log.take(),
-                ElementsAre("[ERROR][FIFO_STRU]Error data size:-1",
-                            "[ERROR][FIFO_STRU]ring:buf_size(2) too small,must be large than(3),"
+                ElementsAre("[ERROR][FIFO_STRU]ring:buf_size(2) too small,must be large than(3),"
                             "spaceused:3(func, line:reader,7)"));
     EXPECT_THAT(log.take_dumps(), ElementsAre("len_buf:00000003"));
     EXPECT_EQ(zxfifo_innerapi_blockReset(fifo), 1);
@@ -120,15 +101,97 @@ TEST_F(FifoTest, TakesAMessageThatHasRoomOnly) {
 
 TEST_F(FifoTest, RefusesMissingArguments) {
     zxfifoblock_ctt* none = zxfifo_api_blockInit(1, nullptr);
-    EXPECT_EQ(none, nullptr);
+    zxfifolist_ctt* no_node = nullptr;
     zxfifo_api_blockDeinit(&none);
     EXPECT_EQ(zxfifo_api_blockReset(nullptr), -1);
     EXPECT_EQ(zxfifo_api_blockIn(nullptr, "x", 1, nullptr), -1);
-    EXPECT_EQ(zxfifo_api_blockIn(fifo, nullptr, 1, Script::move), -1);
+    EXPECT_EQ(zxfifo_api_blockIn(fifo, nullptr, 1, nullptr), -1);
+    EXPECT_EQ(zxfifo_api_blockLenIn(fifo, "x", -1), -1);
+    zxfifo_api_listDemalloc(nullptr);
+    zxfifo_api_listDemalloc(&no_node);
+    zxfifo_api_shareListDemalloc(nullptr);
+    EXPECT_EQ(zxfifo_api_shareListMalloc(4, nullptr), nullptr);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][FIFO_STRU]Param error####name",
                                         "[ERROR][FIFO_STRU]Error param ###pzxfifoblock_ctt",
                                         "[ERROR][FIFO_STRU]Error param ###pzxfifoblock_ctt",
-                                        "[ERROR][FIFO_STRU]Error param ###pbuf"));
+                                        "[ERROR][FIFO_STRU]Error param ###pbuf",
+                                        "[ERROR][FIFO_STRU]Error data size:-1",
+                                        "[ERROR][FIFO_STRU]Error param ###ppzxfifolist_ctt",
+                                        "[ERROR][FIFO_STRU]Error param ###(*ppzxfifolist_ctt)",
+                                        "[ERROR][FIFO_STRU]Error param ###ppIdList_ctt",
+                                        "[ERROR][FIFO_STRU]Param error####name"));
+}
+
+TEST(ListPoolTest, ATakenNodeStaysAsItWasInTheQueue) {
+    zxfifolist_ctt* head = nullptr;
+    zxfifo_api_listIn(&head, zxfifo_api_listMalloc(4, "n"));
+    zxfifo_api_listIn(&head, zxfifo_api_listMalloc(4, "n"));
+    zxfifolist_ctt* taken = zxfifo_api_listOut(&head);
+    EXPECT_EQ(taken->count, 2U);
+    EXPECT_EQ(taken->next, head);
+    zxfifo_api_listDemalloc(&taken);
+    zxfifo_api_listReset(&head);
+}
+
+struct SharedList : zxsharelist_ctt {
+    explicit SharedList(std::uint32_t seconds = 1) : zxsharelist_ctt{} {
+        keep_seconds = seconds;
+        EXPECT_EQ(zxfifo_api_shareListInit(this, "l"), 0);
+        EXPECT_STREQ(lock.name, "zxfifo_lock_l");
+    }
+    ~SharedList() { EXPECT_EQ(zxfifo_api_shareListDeinit(this), 0); }
+    SharedList(const SharedList&) = delete;
+    SharedList& operator=(const SharedList&) = delete;
+
+    void add() {
+        zxfifo_api_shareListIn(this, zxfifo_api_shareListMalloc(8, "n"));
+        EXPECT_EQ(newest, g_now);
+    }
+    [[nodiscard]] const IdList_ctt* walk(std::uint64_t since) const {
+        const IdList_ctt* node = head;
+        while (node != nullptr && node->time < since && node->next != nullptr) {
+            node = node->next;
+        }
+        return node;
+    }
+};
+
+TEST(SharedListTest, KeepTimeOverflowsAsThirtyTwoBits) {
+    const struct {
+        std::uint32_t keep_seconds;
+        std::uint64_t age;
+        std::uint32_t left;
+    } cases[] = {
+        {2147, 2147 * kSecond, 0},
+        {2148, UINT32_MAX, 1},
+        {4295, 32703, 1},
+        {4295, 32704, 0},
+    };
+    for (const auto& c : cases) {
+        SharedList list(c.keep_seconds);
+        list.add();
+        g_now += c.age;
+        zxfifo_api_shareListDropTimeout(&list);
+        EXPECT_EQ(zxfifo_api_shareListTotalNum(&list), c.left) << c.keep_seconds << " " << c.age;
+    }
+}
+
+// A reader's remembered place is never wrong: not with many lists in turn, nor with a list in the
+// place of another.
+TEST(SharedListTest, RememberedPlacesFindWhatAWalkFinds) {
+    std::minstd_rand dice;
+    for (int round = 0; round < 30; ++round) {
+        std::vector<SharedList> lists(12);
+        for (int step = 0; step < 40; ++step) {
+            const std::uint64_t number = dice();
+            g_now += number % (kSecond / 4);
+            SharedList& list = lists[number % lists.size()];
+            list.add();
+            for (const std::uint64_t since : {g_now - kSecond / 2, g_now, g_now + 1}) {
+                ASSERT_EQ(zxfifo_api_shareListRead(&list, since), list.walk(since));
+            }
+        }
+    }
 }
 
 }  // namespace
