@@ -26,13 +26,18 @@ int connected(int type, int port) {
     return fd;
 }
 
+int port_of(int fd) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    return ntohs(address.sin_port);
+}
+
 int free_port(int type) {
     const zx::UniqueFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-    getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
+    const sockaddr_in address = loopback(0);
+    EXPECT_EQ(bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return port_of(fd.get());
 }
 
 void send_all(int fd, const Bytes& bytes) {

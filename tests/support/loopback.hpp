@@ -16,6 +16,9 @@ sockaddr_in loopback(int port);
 // A connected socket whose receiving waits 10 s at most.
 int connected(int type, int port);
 
+// The port that a socket has.
+int port_of(int fd);
+
 // A port that nobody uses now.
 int free_port(int type);
 
