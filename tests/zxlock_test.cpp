@@ -94,7 +94,7 @@ TEST_F(LockTest, WaitsCountSteps) {
     EXPECT_EQ(state, 1U);
     state = 2;
     EXPECT_EQ(zxlock_api_waitCmdStarting(&lock, &state, 0, 0), 1) << "it looks before it sleeps";
-    EXPECT_EQ(state, 3U);
+    ASSERT_EQ(state, 3U);
     EXPECT_EQ(zxlock_api_waitCmdStarting(&lock, &state, 2, 1), 0);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][THREAD]test:Wait thread start timeout!",
                                         "[ERROR][THREAD]test:Wait thread start timeout!",
