@@ -22,9 +22,10 @@ class FrameBuildTest : public testing::Test {
 protected:
     // A decoded segment with 100 bytes of payload.
     void receive() {
-        zxframe_api_doFrame(&record, frame("0800 4510008c fffe4123 3f060a0b c0a8010a 0a0000c8"
-                                           "01bbc350 ffffffc0 80000001 5018 1234 beef 0102")
-                                         .data());
+        const Bytes bytes = frame(
+            "0800 4510008c fffe4123 3f060a0b c0a8010a 0a0000c8"
+            "01bbc350 ffffffc0 80000001 5018 1234 beef 0102");
+        zxframe_api_doFrame(&record, bytes.data());
     }
 
     // What was written so far, and that no more was; for the next time nothing is.
@@ -37,7 +38,8 @@ protected:
 
     // Which arguments are named as missing, when those from each on are, and the result.
     template <class Result, class... Params>
-    std::string refusals(Result (*function)(Params...), std::type_identity_t<Params>... args) {
+    void expect_refusals(const std::string& expected, Result (*function)(Params...),
+                         std::type_identity_t<Params>... args) {
         std::string names;
         int64_t result = 0;
         for (std::size_t present = 0; present < sizeof...(Params); ++present) {
@@ -55,7 +57,7 @@ protected:
                 names += names.ends_with(name) ? "" : name;
             }
         }
-        return names + std::to_string(result);
+        EXPECT_EQ(names + std::to_string(result), expected);
     }
 
     LogCapture log;
@@ -102,32 +104,26 @@ TEST_F(FrameBuildTest, BuildsTcpFramesThatLeaveTheirHeaderOut) {
     tcp.option_len = 8;
     EXPECT_EQ(zxframe_api_buildTcp(&record, &tcp, to), 14 + 20 + 28 + 65516);
     const Lines lines = log.take();
-    ASSERT_EQ(lines.size(), 36U);
-    EXPECT_EQ(lines[17], "[INFO][NETFRAME]-----ptcpheader_ctt->header_len:7");
-    EXPECT_EQ(lines[34], "[INFO][NETFRAME]total_len len,ip_header_len,tcp_header_len: 28,5,7");
-    EXPECT_EQ(record.data_len, 65516);
+    EXPECT_EQ(lines.at(17), "[INFO][NETFRAME]-----ptcpheader_ctt->header_len:7");
+    EXPECT_EQ(lines.at(34), "[INFO][NETFRAME]total_len len,ip_header_len,tcp_header_len: 28,5,7");
+    EXPECT_EQ(lines.size(), 36U);
     record.print_flag = 0;
-    tcp.option_len = 48;
+    tcp.option_len = 48;  // more than there can be
     zxframe_innerapi_buildTcpPayload(&record, &tcp, to);
     EXPECT_EQ(to[12], 0x10);
-    EXPECT_THAT(log.take(),
-                ElementsAre("[ERROR][NETFRAME]Header Length(4) is less than 20,maybe error"));
 }
 
 TEST_F(FrameBuildTest, WritesTheOptionsThatItKnows) {
-    const tcp_option first[] = {{2, 1, {}}, {8, 0, {}}, {0x102, 3, {}}, {28, 2, {}}};
-    tcp_option* option = std::copy(std::begin(first), std::end(first), tcp.options);
+    const tcp_option odd[] = {{2, 1, {}}, {8, 0, {}}, {0x102, 3, {}}, {28, 2, {}}};
+    std::copy(std::begin(odd), std::end(odd), tcp.options + 32);
     for (uint32_t kind = 0; kind < 32; ++kind) {
-        *option++ = {kind, 3, {0xEE}};
+        tcp.options[kind] = {kind, 3, {0xEE}};
     }
-    tcp.option_count = static_cast<uint32_t>(option - tcp.options);
+    tcp.option_count = 36;
     EXPECT_EQ(zxframe_innerapi_buildTcpOpt(&tcp, to), 34U);
     EXPECT_EQ(written(34),
-              "1c02000102"
-              "03ee0303ee0403ee0503ee0603ee0703ee0803ee0903ee0a03ee1c03ee");
-    std::fill(std::begin(tcp.options), std::end(tcp.options), tcp_option{5, 255, {}});
-    tcp.option_count = 200;
-    EXPECT_EQ(zxframe_innerapi_buildTcpOpt(&tcp, to), 128U * 255);
+              "000102"
+              "03ee0303ee0403ee0503ee0603ee0703ee0803ee0903ee0a03ee1c03ee1c02");
 }
 
 TEST_F(FrameBuildTest, CountsWhatOthersLeftInALengthOfUdp) {
@@ -172,21 +168,21 @@ TEST_F(FrameBuildTest, FinishesTcpFramesWhosePayloadLiesNearItsPlace) {
 }
 
 TEST_F(FrameBuildTest, ChoosesIgmpTypes) {
-    // The type, and record types of mode 1 and another, of each query, join, leave and unknown.
-    const std::vector<uint32_t> expected[] = {{0x11, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-                                              {0x11, 0, 0, 0x12, 0, 0, 0, 0, 0, 0, 0, 0},
-                                              {0x11, 0, 0, 0x16, 0, 0, 0x17, 0, 0, 0, 0, 0},
-                                              {0x11, 0, 0, 0x22, 5, 4, 0x22, 6, 3, 0, 0, 0},
-                                              {0x11, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
+    // Of each version: the type of a query, join, leave and another, and the type of the record
+    // with sources (mode 1) and without.
+    const char* const expected[] = {"11-0-0 0-0-0 0-0-0 0-0-0", "11-0-0 12-0-0 0-0-0 0-0-0",
+                                    "11-0-0 16-0-0 17-0-0 0-0-0", "11-0-0 22-5-4 22-6-3 0-0-0",
+                                    "11-0-0 0-0-0 0-0-0 0-0-0"};
     for (igmp.version = 0; igmp.version < std::size(expected); ++igmp.version) {
-        std::vector<uint32_t> types;
+        std::ostringstream types;
         for (igmp.action = 1; igmp.action <= 4; ++igmp.action) {
-            types.push_back(zxframe_innerapi_getIgmpType(&igmp));
+            types << (igmp.action > 1 ? " " : "") << std::hex
+                  << zxframe_innerapi_getIgmpType(&igmp);
             for (igmp.mode = 1; igmp.mode <= 2; ++igmp.mode) {
-                types.push_back(zxframe_innerapi_getIgmpRecordType(&igmp));
+                types << '-' << zxframe_innerapi_getIgmpRecordType(&igmp);
             }
         }
-        EXPECT_EQ(types, expected[igmp.version]);
+        EXPECT_EQ(types.str(), expected[igmp.version]);
     }
 }
 
@@ -198,8 +194,6 @@ TEST_F(FrameBuildTest, BuildsIgmpFrames) {
     } cases[] = {
         {2, ZXFRAME_IGMP_JOIN, "1600f8faef010203",
          "8)===============|type :0x16|Max Resp Time:0 sec|Checksum:0xf8fa"},
-        {3, ZXFRAME_IGMP_QUERY, "1100fdfaef010203",
-         "8)===============|type :0x11|Max Resp Time:0 sec|Checksum:0xfdfa"},
         {3, ZXFRAME_IGMP_JOIN, "220015500000000105000002ef0102030a000001c0a807fe",
          "24)===============|type :0x22|Reserved :00000|Checksum:0x1550|Reserved :0000|"
          "Num Group Records :1|Record Type:5 sec|Rux Data:0 sec|Num Src:2 sec"},
@@ -220,10 +214,6 @@ TEST_F(FrameBuildTest, BuildsIgmpFrames) {
                                "=============== IGMP data info(datalen:" +
                                std::string(c.dump) + "|Multicast Addr:239.1.2.3"));
     }
-    igmp.action = 4;
-    EXPECT_EQ(zxframe_api_buildIgmp(&record, &igmp, to), 38);
-    written(38);
-    log.take();
     igmp.source_count = 129;
     EXPECT_EQ(zxframe_api_buildIgmp(&record, &igmp, to), -1);
     igmp.source_count = 2;
@@ -236,70 +226,68 @@ TEST_F(FrameBuildTest, BuildsIgmpFrames) {
 
 TEST_F(FrameBuildTest, RefusesMissingArguments) {
     ether_ctt* const r = &record;
-    EXPECT_EQ(refusals(zxframe_innerapi_parseTcp, r, to, to), "pether_ctt iph 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_parseUdp, r, to, to), "pether_ctt iph 0");
+    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseTcp, r, to, to);
+    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseUdp, r, to, to);
     receive();
     const std::string before = to_hex(r, sizeof record);
-    EXPECT_EQ(refusals(zxframe_innerapi_parseEthrt, r, to), "pether_ctt peth 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_buildEthrt, r, kThere, kHere, 0, to),
-              "pether_ctt str_source_mac outbuf 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_parseIpv4, r, to), "pether_ctt iph 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_buildIpv4, r, 6, "1.1.1.1", "1.1.1.1", 0, to),
-              "pether_ctt source_ip dest_ip outbuf 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_parseArp, r, to), "pether_ctt parp 0");
+    expect_refusals("pether_ctt peth 0", zxframe_innerapi_parseEthrt, r, to);
+    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseIpv4, r, to);
+    expect_refusals("pether_ctt parp 0", zxframe_innerapi_parseArp, r, to);
     for (auto* const decode :
          {zxframe_innerapi_doIpv4, zxframe_innerapi_doIpv6, zxframe_innerapi_doTcp,
           zxframe_innerapi_doUdp, zxframe_innerapi_doArp}) {
-        EXPECT_EQ(refusals(decode, r, to), "pether_ctt data 0");
+        expect_refusals("pether_ctt data 0", decode, r, to);
     }
-    EXPECT_EQ(refusals(zxframe_innerapi_parseTcpOpt, r, to, to), "pether_ctt iph 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_buildTcpOpt, &tcp, to), "pzxbuildtcp_ctt outbuf 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_buildTcpPayload, r, &tcp, to),
-              "pether_ctt pzxbuildtcp_ctt tcph 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_buildUdpPayload, r, &udp, to),
-              "pether_ctt pether_pkt udph 0");
-    EXPECT_EQ(refusals(zxframe_api_doFrame, r, to), "pether_ctt frame_buf -1");
-    EXPECT_EQ(refusals(zxframe_api_is_ipArp, r), "pether_ctt 0");
-    EXPECT_EQ(refusals(zxframe_api_isTcp, r), "pether_ctt 0");
-    EXPECT_EQ(zxframe_api_is_IparpOrIpaddr(nullptr, "1.1.1.1", "1.1.1.1"), 0);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]Param error####pether_ctt"));
-    EXPECT_EQ(refusals(zxframe_api_isTcp_dTos_ack, r, ""), "pether_ctt filter_destip 0");
-    EXPECT_EQ(refusals(zxframe_api_isTcp_dTos_close, r, ""), "pether_ctt filter_destip 0");
-    EXPECT_EQ(refusals(zxframe_api_isTcp_sTod_data, r, ""), "pether_ctt filter_srcip 0");
-    EXPECT_EQ(refusals(zxframe_api_buildArp, r, kHere, "1.1.1.1", "1.1.1.1", to),
-              "pether_ctt str_source_mac outbuf 0");
-    EXPECT_EQ(refusals(zxframe_api_buildTcpAck, r, to), "pether_ctt pether_pkt -1");
-    EXPECT_EQ(refusals(zxframe_api_buildTcpData, r, to), "pether_ctt pether_pkt -1");
-    EXPECT_EQ(refusals(zxframe_api_buildTcp, r, &tcp, to), "pether_ctt pether_pkt outbuf -1");
-    EXPECT_EQ(refusals(zxframe_api_buildUdp, r, &udp, to), "pether_ctt pether_pkt outbuf -1");
-    EXPECT_EQ(refusals(zxframe_api_buildIgmp, r, &igmp, to), "pether_ctt pether_pkt -1");
+    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseTcpOpt, r, to, to);
+    expect_refusals("pether_ctt str_source_mac outbuf 0", zxframe_innerapi_buildEthrt, r, kThere,
+                    kHere, 0, to);
+    expect_refusals("pether_ctt source_ip dest_ip outbuf 0", zxframe_innerapi_buildIpv4, r, 6,
+                    "1.1.1.1", "1.1.1.1", 0, to);
+    expect_refusals("pzxbuildtcp_ctt outbuf 0", zxframe_innerapi_buildTcpOpt, &tcp, to);
+    expect_refusals("pether_ctt pzxbuildtcp_ctt tcph 0", zxframe_innerapi_buildTcpPayload, r, &tcp,
+                    to);
+    expect_refusals("pether_ctt pether_pkt udph 0", zxframe_innerapi_buildUdpPayload, r, &udp, to);
+    expect_refusals("pether_ctt req outbuf 0", zxframe_innerapi_buildIgmp, r, &igmp, to);
+    expect_refusals("pether_ctt view outbuf 0", zxframe_innerapi_getIgmpData1, r, &r->igmp, to);
+    expect_refusals("pether_ctt view outbuf 0", zxframe_innerapi_getIgmpData2, r, &r->igmp, to);
+    expect_refusals("req 0", zxframe_innerapi_getIgmpType, &igmp);
+    expect_refusals("req 0", zxframe_innerapi_getIgmpRecordType, &igmp);
+    expect_refusals("pether_ctt frame_buf -1", zxframe_api_doFrame, r, to);
+    expect_refusals("pether_ctt 0", zxframe_api_is_ipArp, r);
+    expect_refusals("pether_ctt 0", zxframe_api_isTcp, r);
+    expect_refusals("pether_ctt 0", zxframe_api_is_IparpOrIpaddr, r, "1.1.1.1", "1.1.1.1");
+    expect_refusals("pether_ctt filter_destip 0", zxframe_api_isTcp_dTos_ack, r, "");
+    expect_refusals("pether_ctt filter_destip 0", zxframe_api_isTcp_dTos_close, r, "");
+    expect_refusals("pether_ctt filter_srcip 0", zxframe_api_isTcp_sTod_data, r, "");
+    expect_refusals("pether_ctt str_source_mac outbuf 0", zxframe_api_buildArp, r, kHere, "1.1.1.1",
+                    "1.1.1.1", to);
+    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildTcpAck, r, to);
+    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildTcpData, r, to);
+    expect_refusals("pether_ctt pether_pkt outbuf -1", zxframe_api_buildTcp, r, &tcp, to);
+    expect_refusals("pether_ctt pether_pkt outbuf -1", zxframe_api_buildUdp, r, &udp, to);
+    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildIgmp, r, &igmp, to);
+    expect_refusals("65535", zxframe_api_tcpChecksum, r, to);
+    expect_refusals("65535", zxframe_api_udpChecksum, r, to);
     EXPECT_EQ(zxframe_api_buildIgmp(r, nullptr, to), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]Param error####req"));
-    EXPECT_EQ(refusals(zxframe_innerapi_buildIgmp, r, &igmp, to), "pether_ctt req outbuf 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_getIgmpData1, r, &r->igmp, to), "pether_ctt view outbuf 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_getIgmpData2, r, &r->igmp, to), "pether_ctt view outbuf 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_getIgmpType, &igmp), "req 0");
-    EXPECT_EQ(refusals(zxframe_innerapi_getIgmpRecordType, &igmp), "req 0");
-    EXPECT_EQ(refusals(zxframe_api_tcpChecksum, r, to), "65535");
-    EXPECT_EQ(refusals(zxframe_api_udpChecksum, r, to), "65535");
-    EXPECT_EQ(zxframe_api_finishTcp(nullptr, nullptr, 0), -1);
+    EXPECT_EQ(zxframe_api_finishTcp(nullptr, to, 0), -1);
     EXPECT_EQ(zxframe_api_finishTcp(to, nullptr, 1), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]Param error####frame",
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]Param error####req",
+                                        "[ERROR][NETFRAME]Param error####frame",
                                         "[ERROR][NETFRAME]Param error####payload"));
     EXPECT_EQ(to_hex(r, sizeof record), before);
     written(0);
 }
 
 TEST_F(FrameBuildTest, RefusesRequestsWithoutAllTexts) {
-    const char** const tcp_texts[] = {&tcp.str_dest_mac, &tcp.str_source_mac, &tcp.source_ip,
-                                      &tcp.dest_ip};
-    const char** const igmp_texts[] = {&igmp.str_dest_mac, &igmp.str_source_mac, &igmp.source_ip,
-                                       &igmp.group};
+    const char** const texts[][2] = {{&tcp.str_dest_mac, &igmp.str_dest_mac},
+                                     {&tcp.str_source_mac, &igmp.str_source_mac},
+                                     {&tcp.source_ip, &igmp.source_ip},
+                                     {&tcp.dest_ip, &igmp.group}};
     char* const udp_texts[] = {udp.str_dest_mac, udp.str_source_mac, udp.source_ip, udp.dest_ip};
     const char* const names[] = {"str_dest_mac", "str_source_mac", "source_ip", "dest_ip"};
     const std::string error = "[ERROR][NETFRAME]Param error####";
     for (std::size_t i = 4; i-- > 0;) {  // the first that is missing is named
-        *tcp_texts[i] = *igmp_texts[i] = nullptr;
+        *texts[i][0] = *texts[i][1] = nullptr;
         std::memset(udp_texts[i], ' ', ZXFRAME_NAME_SIZE);
         EXPECT_EQ(zxframe_api_buildTcp(&record, &tcp, to), -1);
         EXPECT_EQ(zxframe_api_buildUdp(&record, &udp, to), -1);
@@ -307,8 +295,6 @@ TEST_F(FrameBuildTest, RefusesRequestsWithoutAllTexts) {
         EXPECT_THAT(log.take(), ElementsAre(error + names[i], error + names[i],
                                             error + (i == 3 ? "group" : names[i])));
     }
-    EXPECT_EQ(record.ether_type + record.ipv4.id, 0);
-    written(0);
 }
 
 }  // namespace

@@ -60,7 +60,6 @@ TEST_F(FrameTest, DumpsTcpOptions) {
         const char* options;
         const char* dump;
     } cases[] = {
-        {"5000", "02040001", "(0 bytes)"},
         {"6000", "00000100", "(4 bytes)|EOL|EOL|NOP|EOL"},
         {"8000", "0703aa09020a021c04003c01",
          "(12 bytes)|ECHOREPLY|    -val:unsupport parse|POCP|    -val:unsupport parse|POSP|"
@@ -71,8 +70,6 @@ TEST_F(FrameTest, DumpsTcpOptions) {
         {"7000", "050900000001000002", "(8 bytes)|SACK|    -len:9"},
         {"6000", "01ff0101", "(4 bytes)|NOP|unknow kind:255"},
         {"6000", "1b040101", "(4 bytes)|unknow kind:27"},
-        {"6000", "1d040101", "(4 bytes)|unknow kind:29"},
-        {"6000", "01020101", "(4 bytes)|NOP"},
     };
     for (const auto& c : cases) {
         const Bytes tcp = from_hex(tcp_header(c.offset_and_flags, c.options), 314);
@@ -160,13 +157,13 @@ TEST_F(FrameTest, NamesIpProtocols) {
         bytes[23] = static_cast<uint8_t>(std::stoi(number));
         const Lines lines = decode(bytes);
         const std::string code = "(" + number + ")";
+        const std::string unknown =
+            "No supprt protocol(code:0x" + to_hex(&bytes[23], 1) + code + "),please fix me";
         EXPECT_EQ(lines.at(13),
                   infos((name.empty() ? "Unknow protocol" : "Protocol:" + name) + code)[0]);
-        if (name.empty() || number == "0") {
-            EXPECT_EQ(lines.at(17), infos("No supprt protocol(code:0x" + to_hex(&bytes[23], 1) +
-                                          code + "),please fix me")[0]);
-        } else if (name != "TCP" && name != "UDP") {
-            EXPECT_EQ(lines.at(17), infos(name + ",no support parse")[0]);
+        if (name != "TCP" && name != "UDP") {
+            const bool is_known = !name.empty() && number != "0";
+            EXPECT_EQ(lines.at(17), infos(is_known ? name + ",no support parse" : unknown)[0]);
         }
         last_name = name.empty() ? last_name : name;
         EXPECT_EQ(record.ipv4.ip_proto_name, last_name);
@@ -176,7 +173,6 @@ TEST_F(FrameTest, NamesIpProtocols) {
 TEST_F(FrameTest, WritesErrorsAlwaysAndDumpsWhereTheyAreWanted) {
     const Bytes broken = packet("06", tcp_header("4000", "01010101"));
     const std::string error = "[ERROR][NETFRAME]Header Length(16) is less than 20,maybe error";
-    EXPECT_THAT(decode(broken), testing::Contains(error));
     log.set_level(3);
     EXPECT_THAT(decode(broken),
                 ElementsAre("[NOTICE][NETFRAME]============  FRAME  ============", error));
@@ -188,55 +184,10 @@ TEST_F(FrameTest, WritesErrorsAlwaysAndDumpsWhereTheyAreWanted) {
     record.print_flag = 0;
     EXPECT_THAT(decode(broken), ElementsAre(error));
     for (const auto& quiet : {packet("06", tcp_header("6000", "0303001e")), packet("11"),
-                              packet("01"), packet("ff"), frame("0806"), frame("0200")}) {
+                              packet("ff"), frame("0806"), frame("0200")}) {
         EXPECT_THAT(decode(quiet), IsEmpty());
     }
     EXPECT_EQ(log.take_dumps().size(), 1U);
-}
-
-TEST_F(FrameTest, FiltersFrames) {
-    // TCP to the other station, UDP back from it, ICMP and ARP to it.
-    const Bytes frames[] = {packet("06", tcp_header("5010")),
-                            from_hex("02005e100001 001b21aabbcc 0800 45000028 00010000 40110000"
-                                     "0a0000c8 c0a8010a c350 01bb 0008 0000",
-                                     ZXFRAME_READABLE),
-                            packet("01", "01bbc350"),
-                            from_hex("ffffffffffff 02005e100001 0806 00010800 06040001"
-                                     "02005e100001 c0a8010a ffffffffffff 0a0000c8",
-                                     ZXFRAME_READABLE)};
-    // Which pass "MAC;source;destination;protocol;IP;source;destination;port;source;destination".
-    const auto cases = table(
-        "1111 |1110 ;;;;10.0.0.200;;;0;-1;-443|1110 00:1b:21:aa:bb:cc|0001 x,ff:ff:ff:ff:ff:ff|"
-        "0000 02:00:5E:10:00:01|1011 ;02:00:5e:10:00:01|0100 ;;02:00:5e:10:00:01|"
-        "1110 00:1b:21:aa:bb:cc;x;x|0000 ff:ff:ff:ff:ff:ff;;;;192.168.1.10|1000 ;;;tcp|"
-        "0100 ;;;udp|1111 ;;;TCP|1111 ;;;tcp |1010 ;;;UDP;;192.168.1.10|0000 ;;;;192.168.1.1|"
-        "1110 ;;;;192.168.1.100|1110 ;;;;1.1.1.1,10.0.0.200|1010 ;;;;;192.168.1.10;10.0.0.200|"
-        "0100 ;;;;;;192.168.1.10|1110 ;;;;10.0.0.200;x;x|1111 ;;;;;;;80|1111 ;;;;;;;;80;80|"
-        "1100 ;;;;10.0.0.200;;;443|0000 ;;;;10.0.0.200;;;65979|1000 ;;;;10.0.0.200;;;;443|"
-        "0100 ;;;;10.0.0.200;;;;;443|1100 ;;;;10.0.0.200;;;443;1;1");
-    frame_filter_ctt filter{};
-    for (const auto& [passing, text] : cases) {
-        filter = {};
-        filter.frame.print_flag = 1;
-        Lines s = split(text, ';');
-        s.resize(10);
-        const char** const texts[] = {&filter.mac,      &filter.source_mac, &filter.dest_mac,
-                                      &filter.protocol, &filter.ip,         &filter.source_ip,
-                                      &filter.dest_ip};
-        for (std::size_t i = 0; i < std::size(texts); ++i) {
-            *texts[i] = s[i].c_str();
-        }
-        filter.port = std::atoi(s[7].c_str());
-        filter.source_port = std::atoi(s[8].c_str());
-        filter.dest_port = std::atoi(s[9].c_str());
-        std::string passed;
-        for (const auto& bytes : frames) {
-            passed += std::to_string(zxframe_api_filterFrame(nullptr, bytes.data(), &filter));
-        }
-        EXPECT_EQ(passed, passing) << text;
-        EXPECT_EQ(filter.frame.ether_type, filter.active != 0 ? 0x0806 : 0);
-    }
-    EXPECT_THAT(log.take(), IsEmpty());
 }
 
 TEST_F(FrameTest, RemembersWhatIsSetInAFilter) {
@@ -247,54 +198,26 @@ TEST_F(FrameTest, RemembersWhatIsSetInAFilter) {
         return std::to_string(result) + " " + to_hex(&filter.initialized, 13);
     };
     EXPECT_EQ(result_and_flags(), "1 01000000000000000000000000");
+    filter = {};
     filter.protocol = "udp";
-    EXPECT_EQ(result_and_flags(), "1 01000000000000000000000000");
-    filter.initialized = 0;
     EXPECT_EQ(result_and_flags(), "0 01010000000100000000000011");
+    filter.protocol = "tcp";
     filter.mac = filter.dest_mac = filter.source_mac = "02:00:5e:10:00:01";
     filter.ip = filter.source_ip = filter.dest_ip = "10.0.0.200";
     filter.port = filter.source_port = filter.dest_port = 443;
+    EXPECT_EQ(result_and_flags(), "0 01010000000100000000000011");
     filter.initialized = 0;
-    EXPECT_EQ(result_and_flags(), "0 01010101010101010101010111");
-}
-
-TEST_F(FrameTest, TellsSegmentsByTheirFlags) {
-    for (unsigned flags = 0; flags < 256; ++flags) {
-        for (const uint16_t size : {uint16_t{0}, uint16_t{1}}) {
-            decode(packet("06", tcp_header("50" + to_hex(&flags, 1))));
-            record.data_len = size;
-            EXPECT_EQ(zxframe_api_isTcp_dTos_ack(&record, "10.0.0.200"),
-                      flags % 64 == 0x10 && size == 0);
-            EXPECT_EQ(zxframe_api_isTcp_dTos_close(&record, "10.0.0.200"), flags % 64 == 0x11);
-            EXPECT_EQ(zxframe_api_isTcp_sTod_data(&record, "192.168.1.10"), size != 0);
-            EXPECT_EQ(zxframe_api_isTcp_dTos_close(&record, "192.168.1.10"), 0);
-            EXPECT_EQ(zxframe_api_isTcp_sTod_data(&record, "10.0.0.200"), 0);
-        }
-    }
+    EXPECT_EQ(result_and_flags(), "1 01010101010101010101010106");
 }
 
 TEST_F(FrameTest, TellsFramesByTheirAddresses) {
-    const Bytes ack = packet("06", tcp_header("5010"));
-    Bytes everyone = ack;
-    std::fill_n(&everyone[26], 8, uint8_t{0xFF});
-    const Bytes arp = frame("0806 00010800 06040001 020600000000 c0a8010a 000000000000 0a0000c8");
-    // IPv4 or ARP? From the one or to the other? TCP? And an acknowledgment to the other?
-    const auto answers = [this](const Bytes& bytes, const char* source, const char* dest) {
-        decode(bytes);
-        return std::to_string(zxframe_api_is_ipArp(&record)) +
-               std::to_string(zxframe_api_is_IparpOrIpaddr(&record, source, dest)) +
-               std::to_string(zxframe_api_isTcp(&record)) +
-               std::to_string(zxframe_api_isTcp_dTos_ack(&record, dest));
-    };
-    EXPECT_EQ(answers(ack, "192.168.1.10", "10.0.0.2"), "1110");
-    EXPECT_EQ(answers(ack, "10.0.0.200", "192.168.1.10"), "1010");
-    EXPECT_EQ(answers(packet("11"), "1.1.1.1", "10.0.0.200"), "1100");
-    EXPECT_EQ(answers(arp, "192.168.1.10", ""), "1100");
-    EXPECT_EQ(answers(arp, "10.0.0.200", "192.168.1.10"), "1000");
-    EXPECT_EQ(answers(everyone, "nobody", "1.2.3.256"), "1010");
-    EXPECT_EQ(answers(everyone, nullptr, "255.255.255.255"), "1111");
-    EXPECT_EQ(answers(frame("88cc"), "255.255.255.255", "255.255.255.255"), "0000");
-    EXPECT_EQ(zxframe_api_is_IparpOrIpaddr(&record, "255.255.255.255", nullptr), 0);
+    Bytes ack = packet("06", tcp_header("5010"));
+    std::fill_n(&ack[26], 8, uint8_t{0xFF});
+    decode(ack);
+    EXPECT_EQ(zxframe_api_is_IparpOrIpaddr(&record, nullptr, "255.255.255.255"), 1);
+    EXPECT_EQ(zxframe_api_is_IparpOrIpaddr(&record, "nobody", "1.2.3.256"), 0);
+    EXPECT_EQ(zxframe_api_isTcp_dTos_ack(&record, "255.255.255.255"), 1);
+    EXPECT_EQ(zxframe_api_isTcp_dTos_ack(&record, "255.255.255.25"), 0);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -17,8 +16,8 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using std::to_string;
+using Frame = std::vector<uint8_t>;
 
 // Expectations are words "field=value"; of one field the last one counts.
 const std::string kIpv4 =
@@ -52,7 +51,7 @@ constexpr char kOurIp[] = "10.99.0.1", kPeerIp[] = "10.99.0.2";
 pcap_dumper_t* g_dumper;
 int g_frames;
 
-void add(const Bytes& frame, int32_t length, const std::string& expected) {
+void add(const Frame& frame, int32_t length, const std::string& expected) {
     pcap_pkthdr header{};
     header.caplen = header.len = static_cast<bpf_u_int32>(length);
     pcap_dump(reinterpret_cast<u_char*>(g_dumper), &header, frame.data());
@@ -83,41 +82,35 @@ std::string lengths(std::size_t options, std::size_t size) {
            " tcp.len=" + to_string(size) + " ";
 }
 
-struct TcpCase {
-    uint32_t flags;
-    std::vector<tcp_option> options;
-    uint32_t option_len;
-    std::string expected;  // besides kTcp and the lengths
-};
-
-Bytes add_tcp(const TcpCase& c, std::size_t size, bool finished) {
+Frame add_tcp(uint32_t flags, const std::string& expected, std::size_t size,
+              const std::vector<tcp_option>& options = {}, uint32_t option_len = 0) {
     const auto record = record_with(size);
-    const auto count = static_cast<uint32_t>(c.options.size());
-    zxbuildtcp_ctt request{kPeerMac,    kOurMac,   kOurIp,  kPeerIp, 40000, 443,
-                           4294967290U, 305419896, c.flags, {},      count, c.option_len};
-    std::copy(c.options.begin(), c.options.end(), request.options);
-    Bytes frame(2048);
+    const auto count = static_cast<uint32_t>(options.size());
+    zxbuildtcp_ctt request{kPeerMac,    kOurMac,   kOurIp, kPeerIp, 40000, 443,
+                           4294967290U, 305419896, flags,  {},      count, option_len};
+    std::copy(options.begin(), options.end(), request.options);
+    Frame frame(2048);
     zxframe_api_buildTcp(record.get(), &request, frame.data());
-    const auto payload_size = static_cast<uint32_t>(size);
-    const std::string expected = kTcp + c.expected;
-    if (finished) {
-        add(frame, zxframe_api_finishTcp(frame.data(), record->data, payload_size),
-            expected + lengths(c.option_len, size));
-    } else {  // the IPv4 total length leaves out the 20 bytes of the TCP header
-        std::copy_n(record->data, size, &frame[54 + c.option_len]);
-        add(frame, static_cast<int32_t>(54 + c.option_len + size),
-            expected + lengths(c.option_len, size - 20) + "tcp.checksum.status=0");
+    if (size >= 20) {  // the IPv4 total length leaves out the 20 bytes of the TCP header
+        Frame unfinished = frame;
+        std::copy_n(record->data, size, &unfinished[54 + option_len]);
+        add(unfinished, static_cast<int32_t>(54 + option_len + size),
+            kTcp + expected + lengths(option_len, size - 20) + "tcp.checksum.status=0");
     }
+    const auto payload_size = static_cast<uint32_t>(size);
+    add(frame, zxframe_api_finishTcp(frame.data(), record->data, payload_size),
+        kTcp + expected + lengths(option_len, size));
     return frame;
 }
 
 // Acknowledges a segment that was received, and then sends a payload of its own.
-void add_answers(const Bytes& received, uint32_t received_size, std::size_t size) {
+void add_answers(const Frame& received, std::size_t size) {
     const auto record = record_with(size);
-    Bytes frame(2048);
+    Frame frame(2048);
     zxframe_api_doFrame(record.get(), received.data());
     const int32_t ack_length = zxframe_api_buildTcpAck(record.get(), frame.data());
-    const std::string ack = kAnswer + "tcp.ack_raw=" + to_string(4294967290U + received_size) + " ";
+    const auto acked = 4294967290U + static_cast<uint32_t>(size);
+    const std::string ack = kAnswer + "tcp.ack_raw=" + to_string(acked) + " ";
     add(frame, ack_length, ack + "ip.id=0x148d " + lengths(0, 0));
 
     zxframe_api_doFrame(record.get(), frame.data());
@@ -133,7 +126,7 @@ void add_udp(std::size_t size, uint8_t pad, const char* verdict) {
     record->data[size] = pad;
     ether_pkt request{
         {}, "02:00:00:00:00:01", "02:00:00:00:00:02", "10.99.0.1", "10.99.0.2", 5004, 65000};
-    Bytes frame(2048);
+    Frame frame(2048);
     const int32_t length = zxframe_api_buildUdp(record.get(), &request, frame.data());
     std::copy_n(record->data, size, &frame[42]);
     add(frame, length,
@@ -141,58 +134,49 @@ void add_udp(std::size_t size, uint8_t pad, const char* verdict) {
             " udp.checksum.status=" + verdict);
 }
 
-void add_igmp(uint32_t version, uint32_t action, uint32_t mode, uint16_t sources,
-              const char* expected) {
+void add_igmp(uint32_t version, uint32_t action, uint16_t sources, const char* expected) {
     const auto record = record_with(0);
-    igmp_req request{
-        "01:00:5e:01:02:03", kOurMac, kOurIp, "239.1.2.3", version, action, mode, sources, {}};
-    std::strcpy(request.sources[0], "192.0.2.1");
-    std::strcpy(request.sources[1], "192.0.2.2");
-    Bytes frame(256);
+    igmp_req request{"01:00:5e:01:02:03",   kOurMac, kOurIp,
+                     "239.1.2.3",           version, action,
+                     sources > 0 ? 1U : 0U, sources, {"192.0.2.1", "192.0.2.2"}};
+    Frame frame(256);
     const int32_t length = zxframe_api_buildIgmp(record.get(), &request, frame.data());
     add(frame, length, kIgmp + expected);
 }
 
 void add_all() {
-    const TcpCase syn{ZXFRAME_TCP_SYN,
-                      {{2, 4, {0x05, 0xb4}},
-                       {4, 2, {}},
-                       {8, 10, {0, 0, 1, 2, 0, 0, 0, 9}},
-                       {1, 0, {}},
-                       {3, 3, {7}}},
-                      20,
-                      "tcp.flags.syn=1 tcp.options=020405b40402080a000001020000000901030307 "};
-    const TcpCase ack{
-        ZXFRAME_TCP_ACK,
-        {{1, 0, {}}, {1, 0, {}}, {5, 10, {0, 0, 0, 16, 0, 0, 1, 0}}, {28, 4, {0x80, 5}}},
-        16,
-        "tcp.flags.ack=1 tcp.options=0101050a00000010000001001c048005 "};
-    const TcpCase push{
-        ZXFRAME_TCP_ACK | ZXFRAME_TCP_PSH, {}, 0, "tcp.flags.ack=1 tcp.flags.push=1 "};
-    add_tcp(syn, 0, true);
-    add_tcp(ack, 1460, true);
-    add_tcp(ack, 101, false);
-    add_tcp({ZXFRAME_TCP_RST, {}, 0, "tcp.flags.reset=1 "}, 0, true);
-    add_tcp({ZXFRAME_TCP_URG | ZXFRAME_TCP_FIN, {}, 0, "tcp.flags.urg=1 tcp.flags.fin=1 "}, 3,
-            true);
-    for (const uint32_t size : {0U, 1U, 100U, 1459U}) {
-        add_answers(add_tcp(push, size, true), size, size);
+    add_tcp(ZXFRAME_TCP_SYN,
+            "tcp.flags.syn=1 tcp.options=020405b40402080a000001020000000901030307 ", 0,
+            {{2, 4, {0x05, 0xb4}},
+             {4, 2, {}},
+             {8, 10, {0, 0, 1, 2, 0, 0, 0, 9}},
+             {1, 0, {}},
+             {3, 3, {7}}},
+            20);
+    add_tcp(ZXFRAME_TCP_ACK, "tcp.flags.ack=1 tcp.options=0101050a00000010000001001c048005 ", 1460,
+            {{1, 0, {}}, {1, 0, {}}, {5, 10, {0, 0, 0, 16, 0, 0, 1, 0}}, {28, 4, {0x80, 5}}}, 16);
+    add_tcp(ZXFRAME_TCP_RST, "tcp.flags.reset=1 ", 0);
+    add_tcp(ZXFRAME_TCP_URG | ZXFRAME_TCP_FIN, "tcp.flags.urg=1 tcp.flags.fin=1 ", 3);
+    for (const std::size_t size : {0U, 1U, 100U, 1459U}) {
+        add_answers(
+            add_tcp(ZXFRAME_TCP_ACK | ZXFRAME_TCP_PSH, "tcp.flags.ack=1 tcp.flags.push=1 ", size),
+            size);
         add_udp(size, 0, "1");
     }
     add_udp(100, 0xff, "1");
     add_udp(101, 0xff, "0");  // the byte behind an odd payload is summed, too
-    Bytes arp(64);
+    Frame arp(64);
     const auto record = record_with(0);
     add(arp, zxframe_api_buildArp(record.get(), kOurMac, kOurIp, kPeerIp, arp.data()), kArp);
-    add_igmp(1, ZXFRAME_IGMP_QUERY, 0, 0, "ip.len=32 igmp.type=0x11");
-    add_igmp(1, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=32 igmp.type=0x12");
-    add_igmp(2, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=32 igmp.type=0x16");
-    add_igmp(2, ZXFRAME_IGMP_LEAVE, 0, 0, "ip.len=32 igmp.type=0x17");
-    add_igmp(3, ZXFRAME_IGMP_QUERY, 0, 0, "ip.len=40 igmp.type=0x11");
-    add_igmp(3, ZXFRAME_IGMP_JOIN, 0, 0, "ip.len=40 igmp.type=0x22 igmp.record_type=4");
-    add_igmp(3, ZXFRAME_IGMP_LEAVE, 0, 0, "ip.len=40 igmp.type=0x22 igmp.record_type=3");
+    add_igmp(1, ZXFRAME_IGMP_QUERY, 0, "ip.len=32 igmp.type=0x11");
+    add_igmp(1, ZXFRAME_IGMP_JOIN, 0, "ip.len=32 igmp.type=0x12");
+    add_igmp(2, ZXFRAME_IGMP_JOIN, 0, "ip.len=32 igmp.type=0x16");
+    add_igmp(2, ZXFRAME_IGMP_LEAVE, 0, "ip.len=32 igmp.type=0x17");
+    add_igmp(3, ZXFRAME_IGMP_QUERY, 0, "ip.len=40 igmp.type=0x11");
+    add_igmp(3, ZXFRAME_IGMP_JOIN, 0, "ip.len=40 igmp.type=0x22 igmp.record_type=4");
+    add_igmp(3, ZXFRAME_IGMP_LEAVE, 0, "ip.len=40 igmp.type=0x22 igmp.record_type=3");
     // The total length leaves out the sources, so receivers see the report cut.
-    add_igmp(3, ZXFRAME_IGMP_JOIN, 1, 2,
+    add_igmp(3, ZXFRAME_IGMP_JOIN, 2,
              "ip.len=40 igmp.type=0x22 igmp.record_type=5 igmp.checksum.status=0 _ws.malformed=1");
 }
 

@@ -19,10 +19,20 @@ editcap -F pcap -T ether "$work/packets" "$work/frames"
 # tshark shows what lies behind the snapshot length of the file's header, libpcap cuts it off.
 printf '\xff\xff\x03\x00' | dd of="$work/frames" bs=1 seek=16 conv=notrunc status=none
 
-"$program" "$work/frames" >"$work/decoded"
-# shellcheck disable=SC2046  # the names are words
+names=(frame.number frame.cap_len eth.dst eth.src eth.type
+    arp.hw.type arp.proto.type arp.hw.size arp.proto.size arp.opcode
+    arp.src.hw_mac arp.src.proto_ipv4 arp.dst.hw_mac arp.dst.proto_ipv4
+    ip.version ip.hdr_len ip.dsfield ip.len ip.id ip.frag_offset ip.ttl ip.proto ip.checksum ip.src ip.dst
+    tcp.srcport tcp.dstport tcp.seq_raw tcp.ack_raw tcp.hdr_len tcp.flags.urg tcp.flags.ack
+    tcp.flags.push tcp.flags.reset tcp.flags.syn tcp.flags.fin tcp.window_size_value tcp.checksum
+    tcp.urgent_pointer tcp.len tcp.option_kind tcp.option_len
+    udp.srcport udp.dstport udp.length udp.checksum data.len)
+{
+    (IFS=$'\t'; echo "${names[*]}")
+    "$program" "$work/frames"
+} >"$work/decoded"
 tshark_fields "$work/frames" frame.protocols frame.len eth.len ip.flags.mf ip.cur_rt _ws.malformed \
-    _ws.expert.message $("$program") >"$work/shown"
+    _ws.expert.message "${names[@]}" >"$work/shown"
 [[ $(wc -l <"$work/shown") == $(wc -l <"$work/decoded") ]]
 paste "$work/shown" "$work/decoded" |
     awk -f "${0%/*}/judge.awk" -v min_frames="$frames" -v min_fields="$fields" "$work/files" -
