@@ -7,15 +7,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 
 #include "bytes.hpp"
-#include "common/failure.hpp"
 #include "decoder.hpp"
 #include "internal/bytes.hpp"
 #include "line.hpp"
 #include "log_capture.hpp"
 #include "process.hpp"
-#include "source.hpp"
 
 namespace {
 
@@ -85,13 +84,7 @@ protected:
         EXPECT_TRUE(decoder.passes(frame));
         const std::string text(printer.print(frame, decoder.record(), decoder.layers()));
         EXPECT_THAT(text, testing::AllOf(StartsWith("22:13:20.123456 "), EndsWith("\n")));
-        std::string plain;
-        for (const char c : text.substr(16, text.size() - 17)) {
-            if (c != ' ' || (!plain.empty() && plain.back() != ' ')) {
-                plain += c;
-            }
-        }
-        return plain;
+        return std::regex_replace(text.substr(16, text.size() - 17), std::regex("^ +|( ) +"), "$1");
     }
 
     zx::test::LogCapture log{0};
@@ -131,17 +124,14 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {ipv6("00", kSegment), "::1 > ::2 IP6/0 78"},
         {with(lan, 12, {0, 38}), macs + "802.3 60 length 38"},
         {with(lan, 12, {0x88, 0xB5}), macs + "0x88b5 60"},
-        {with(lan, 12, {0x88, 0xCC}), macs + "LLDP 60"},
         {with(lan, 12, {0x81, 0, 0x20, 0x64, 8, 0}), macs + "0x8100 60 vlan 100, type 0x0800"},
         {with(lan, 12, {0x88, 0x47}), macs + "0x8847 60 MPLS <unicast>"},
         // Headers that contradict each other.
         {with(kSyn, 14, {0x44}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
         {with(kSyn, 16, {0, 39}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
         {with(kSyn, 16, {0, 99}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
-        {with(kSyn, 46, {0x40}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kSyn, 46, {0x70}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kQuery, 38, {0, 7}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
-        {with(kQuery, 38, {0, 19}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         // Around the ends of headers.
         {kSyn, "? > ? ? 58 truncated: 13 of 58 bytes", 13},
         {kSyn, macs + "IPv4 58 truncated: 14 of 58 bytes", 14},
@@ -149,7 +139,6 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {kSyn, "192.168.1.10 > 10.0.0.1 TCP 58 truncated: 34 of 58 bytes", 34},
         {kSyn, "192.168.1.10 > 10.0.0.1 TCP 58 truncated: 53 of 58 bytes", 53},
         {kSyn, "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] truncated: 54 of 58 bytes", 54},
-        {kSyn, "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] truncated: 57 of 58 bytes", 57},
         {kQuery, "10.0.0.2 > 10.0.0.3 UDP 52 truncated: 41 of 52 bytes", 41},
         {syn6, macs + "IPv6 78 truncated: 53 of 78 bytes", 53},
         {syn6, "::1 > ::2 TCP 78 truncated: 54 of 78 bytes", 54},
@@ -183,18 +172,14 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
     } cases[] = {
         {{}, {0, 1, 2, 3, 4, 5, 6, 7}},
         {{.ip = {"192.168.1.10"}}, {0, 3, 4, 7}},
-        {{.ip = {"192.168.1.1"}}, {1}},
         {{.ip = {"92.168.1.10", "192.168.1.1"}}, {1, 2}},
         {{.source_ip = {"192.168.1.10", "92.168.1.10"}, .dest_ip = {"10.0.0.1"}}, {0, 2, 3, 4}},
-        {{.dest_ip = {"10.0.0.10"}}, {1}},
         {{.port = 80}, {0, 1, 2}},
         {{.source_port = 80, .dest_port = 53}, {2}},
         {{.protocol = "tcp"}, {0, 1, 3, 7}},
-        {{.protocol = "udp", .port = 80}, {2}},
         {{.protocol = "tcp", .dest_ip = {"10.0.0.1", "10.0.0.10"}, .source_port = 80}, {0}},
         {{.mac = {kMacB}}, {0, 1, 2, 3, 4, 6}},
         {{.source_mac = {"00:00:00:00:00:00", kMacA}, .dest_mac = {"ff:ff:ff:ff:ff:ff"}}, {5, 7}},
-        {{.dest_mac = {kMacB}, .port = 5000}, {0, 1}},
     };
     for (const auto& c : cases) {
         Decoder decoder(c.wanted);
@@ -210,31 +195,6 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
     EXPECT_FALSE(Decoder({.ip = {"0.0.0.0"}}).passes(as_frame(kSyn, 20)));
     EXPECT_FALSE(Decoder({.mac = {"00:00:00:00:00:00"}}).passes(as_frame(kSyn, 5)));
     EXPECT_FALSE(Decoder({.source_port = 43210}).passes(as_frame(kSyn, 40)));
-}
-
-// Real files of many kinds, broken ones among them.
-TEST_F(CaptureLine, IsPrintedAndDumpedOfEveryRealFrame) {
-    const char* const captures = std::getenv("ZX_CAPTURES");
-    if (captures == nullptr) {
-        GTEST_SKIP() << "ZX_CAPTURES is not set";
-    }
-    log.set_level(4);
-    int frames = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(captures)) {
-        try {
-            const auto source = capture::open_file(entry.path(), "");
-            capture::Frame frame;
-            for (; source->next(frame) == capture::Got::frame; ++frames) {
-                EXPECT_TRUE(decoder.passes(frame));
-                printer.print(frame, decoder.record(), decoder.layers());
-                decoder.dump(frame);
-            }
-        } catch (const tools::Failure&) {  // the file breaks off
-        }
-        log.take();
-        log.take_dumps();
-    }
-    EXPECT_GT(frames, 10000);
 }
 
 std::string content(const std::string& path) {
@@ -259,10 +219,9 @@ protected:
                        static_cast<std::streamsize>(items.size() * sizeof items[0]));
         };
         put(std::array{0xA1B23C4DU, 0x00040002U, 0U, 0U, 256U << 10U, 1U});
-        std::uint32_t second = 1700000000;
         for (const Bytes& frame : frames) {
             const auto size = static_cast<std::uint32_t>(frame.size());
-            put(std::array{second++, kNanos, size, size});
+            put(std::array{1700000000U, kNanos, size, size});
             put(frame);
         }
         return folder + name;
@@ -278,15 +237,12 @@ protected:
         return code;
     }
 
-    std::string folder;
-    std::string out;
-    std::string err;
+    std::string folder, out, err;
 };
 
 TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
     const std::string all = write("all", {kSyn, kQuery, kArp, kSyn});
     EXPECT_EQ(run("-r " + all + " --date"), 0);
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4);
     EXPECT_THAT(out,
                 StartsWith("2023-11-14 22:13:20.123456    192.168.1.10:43210 > 10.0.0.1:80  "));
     EXPECT_EQ(err, "frames: 4 seen, 4 passed, 210 bytes: TCP 2, ARP 1, UDP 1\n");
@@ -295,23 +251,21 @@ TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
     EXPECT_EQ(content(folder + "part"), content(write("expected", {kSyn})));
     EXPECT_EQ(run("-r - -w - <" + all), 0);
     EXPECT_EQ(out, content(all));
-    EXPECT_EQ(run("-q -r " + all + " --ip 10.0.0.11,10.0.0.1 --protocol TCP"), 0);
+    const std::string mac = " --source-mac 02:00:00:00:00:0A";
+    EXPECT_EQ(run("-q -r " + all + mac + " --ip 10.0.0.11,10.0.0.1 --protocol TCP"), 0);
     EXPECT_EQ(out, "frames: 4 seen, 2 passed, 116 bytes: TCP 2\n");
-    EXPECT_EQ(run("-q -r " + all + " --source-mac 02:00:00:00:00:0A --protocol udp"), 0);
-    EXPECT_THAT(out, HasSubstr(" 1 passed"));
 }
 
 TEST_F(CaptureProgram, DumpsFieldsWithTheFramesOwnPayload) {
     const Bytes brief = ipv4("11", "01010101 02020202", "0001 0002 000d 0000 73686f7274");
     EXPECT_EQ(run("--dump -r " + write("file", {kQuery, brief, with(kSyn, 20, {0x20, 2})})), 0);
     for (const char* const part :
-         {"payload 10\n    ============  FRAME  ============\n", "\n    Source : 10.0.0.2\n",
+         {"payload 10\n    ============  FRAME  ============\n",
           "\n    Data: 10 bytes\n    00000000: 61 20 71 75 65 73 74 69 6f 6e",
           "\n    Data: 5 bytes\n    00000000: 73 68 6f 72 74   "}) {
         EXPECT_THAT(out, HasSubstr(part));
     }
     EXPECT_THAT(out, Not(HasSubstr("TCP Header")));  // of the fragment
-    EXPECT_THAT(out, Not(HasSubstr("\r")));
 }
 
 TEST_F(CaptureProgram, ShowsWhatIsThereOfAFileThatBreaksOff) {
@@ -319,7 +273,7 @@ TEST_F(CaptureProgram, ShowsWhatIsThereOfAFileThatBreaksOff) {
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - 1);
     EXPECT_EQ(run("-r " + path), 1);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
-    EXPECT_THAT(err, HasSubstr("2 seen, 2 passed"));
+    EXPECT_THAT(err, StartsWith("frames: 2 seen, 2 passed"));
     EXPECT_THAT(err, HasSubstr("\nzxcapture: " + path + " breaks off: "));
 }
 
@@ -332,6 +286,21 @@ TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
         EXPECT_EQ(run("-r " + path + " " + option), 1);
         EXPECT_THAT(err, HasSubstr("zxcapture: cannot write "));
     }
+}
+
+// Real files of many kinds, broken ones among them.
+TEST_F(CaptureProgram, DumpsEveryRealFrame) {
+    const char* const captures = std::getenv("ZX_CAPTURES");
+    if (captures == nullptr) {
+        GTEST_SKIP() << "ZX_CAPTURES is not set";
+    }
+    int frames = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(captures)) {
+        EXPECT_LE(run("--dump -r '" + entry.path().string() + "'", "| tail -n 1"), 1);
+        frames += err.starts_with("frames: ") ? std::stoi(err.substr(8)) : 0;
+        EXPECT_THAT(err, Not(HasSubstr("Sanitizer")));
+    }
+    EXPECT_GT(frames, 10000);
 }
 
 TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
@@ -348,12 +317,9 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {"-r " + folder + "text", "text: unknown file format"},
         {"-r " + folder + "other", "other holds no Ethernet frames: its link type is Raw IP"},
         {"-i nowhere0", "there is no network interface nowhere0"},
-        {reading + " --ip 10.0.0", "'10.0.0' is no IPv4 address"},
-        {reading + " --source-ip 10.0.0.1,::1", "'::1' is no IPv4 address"},
+        {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is no IPv4 address"},
         {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is no MAC address"},
-        {reading + " --protocol icmp", "--protocol: icmp not in {tcp,udp}"},
         {reading + " --port 65536", "--port: Value 65536 not in range"},
-        {reading + " --dest-port -1", "--dest-port: Value -1 not in range"},
         {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
         {reading + " -w " + file, "while it is read"},
         {reading + " -w /nonexistent/file", "cannot write /nonexistent/file: No such file"},
