@@ -36,16 +36,27 @@ protected:
         return text;
     }
 
+    template <class Param>
+    Param argument() {
+        if constexpr (std::is_convertible_v<ether_ctt*, Param>) {
+            return &record;
+        } else if constexpr (std::is_same_v<Param, const char*>) {
+            return "";
+        } else if constexpr (std::is_pointer_v<Param>) {
+            return static_cast<Param>(static_cast<void*>(to));
+        }
+        return {};
+    }
+
     // Which arguments are named as missing, when those from each on are, and the result.
     template <class Result, class... Params>
-    void expect_refusals(const std::string& expected, Result (*function)(Params...),
-                         std::type_identity_t<Params>... args) {
+    std::string refusals(Result (*function)(Params...)) {
         std::string names;
         int64_t result = 0;
         for (std::size_t present = 0; present < sizeof...(Params); ++present) {
             std::size_t i = 0;
             const auto pick = [&](auto arg) { return i++ < present ? arg : decltype(arg){}; };
-            const std::tuple<Params...> given{pick(args)...};
+            const std::tuple<Params...> given{pick(argument<Params>())...};
             if constexpr (std::is_void_v<Result>) {
                 std::apply(function, given);
             } else {
@@ -57,7 +68,13 @@ protected:
                 names += names.ends_with(name) ? "" : name;
             }
         }
-        EXPECT_EQ(names + std::to_string(result), expected);
+        return names + std::to_string(result);
+    }
+
+    void expect_refusals(const std::string& expected, auto*... functions) {
+        for (const auto& said : {refusals(functions)...}) {
+            EXPECT_EQ(said, expected);
+        }
     }
 
     LogCapture log;
@@ -225,56 +242,41 @@ TEST_F(FrameBuildTest, BuildsIgmpFrames) {
 }
 
 TEST_F(FrameBuildTest, RefusesMissingArguments) {
-    ether_ctt* const r = &record;
-    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseTcp, r, to, to);
-    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseUdp, r, to, to);
+    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseTcp, zxframe_innerapi_parseUdp);
     receive();
-    const std::string before = to_hex(r, sizeof record);
-    expect_refusals("pether_ctt peth 0", zxframe_innerapi_parseEthrt, r, to);
-    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseIpv4, r, to);
-    expect_refusals("pether_ctt parp 0", zxframe_innerapi_parseArp, r, to);
-    for (auto* const decode :
-         {zxframe_innerapi_doIpv4, zxframe_innerapi_doIpv6, zxframe_innerapi_doTcp,
-          zxframe_innerapi_doUdp, zxframe_innerapi_doArp}) {
-        expect_refusals("pether_ctt data 0", decode, r, to);
-    }
-    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseTcpOpt, r, to, to);
-    expect_refusals("pether_ctt str_source_mac outbuf 0", zxframe_innerapi_buildEthrt, r, kThere,
-                    kHere, 0, to);
-    expect_refusals("pether_ctt source_ip dest_ip outbuf 0", zxframe_innerapi_buildIpv4, r, 6,
-                    "1.1.1.1", "1.1.1.1", 0, to);
-    expect_refusals("pzxbuildtcp_ctt outbuf 0", zxframe_innerapi_buildTcpOpt, &tcp, to);
-    expect_refusals("pether_ctt pzxbuildtcp_ctt tcph 0", zxframe_innerapi_buildTcpPayload, r, &tcp,
-                    to);
-    expect_refusals("pether_ctt pether_pkt udph 0", zxframe_innerapi_buildUdpPayload, r, &udp, to);
-    expect_refusals("pether_ctt req outbuf 0", zxframe_innerapi_buildIgmp, r, &igmp, to);
-    expect_refusals("pether_ctt view outbuf 0", zxframe_innerapi_getIgmpData1, r, &r->igmp, to);
-    expect_refusals("pether_ctt view outbuf 0", zxframe_innerapi_getIgmpData2, r, &r->igmp, to);
-    expect_refusals("req 0", zxframe_innerapi_getIgmpType, &igmp);
-    expect_refusals("req 0", zxframe_innerapi_getIgmpRecordType, &igmp);
-    expect_refusals("pether_ctt frame_buf -1", zxframe_api_doFrame, r, to);
-    expect_refusals("pether_ctt 0", zxframe_api_is_ipArp, r);
-    expect_refusals("pether_ctt 0", zxframe_api_isTcp, r);
-    expect_refusals("pether_ctt 0", zxframe_api_is_IparpOrIpaddr, r, "1.1.1.1", "1.1.1.1");
-    expect_refusals("pether_ctt filter_destip 0", zxframe_api_isTcp_dTos_ack, r, "");
-    expect_refusals("pether_ctt filter_destip 0", zxframe_api_isTcp_dTos_close, r, "");
-    expect_refusals("pether_ctt filter_srcip 0", zxframe_api_isTcp_sTod_data, r, "");
-    expect_refusals("pether_ctt str_source_mac outbuf 0", zxframe_api_buildArp, r, kHere, "1.1.1.1",
-                    "1.1.1.1", to);
-    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildTcpAck, r, to);
-    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildTcpData, r, to);
-    expect_refusals("pether_ctt pether_pkt outbuf -1", zxframe_api_buildTcp, r, &tcp, to);
-    expect_refusals("pether_ctt pether_pkt outbuf -1", zxframe_api_buildUdp, r, &udp, to);
-    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildIgmp, r, &igmp, to);
-    expect_refusals("65535", zxframe_api_tcpChecksum, r, to);
-    expect_refusals("65535", zxframe_api_udpChecksum, r, to);
-    EXPECT_EQ(zxframe_api_buildIgmp(r, nullptr, to), -1);
+    const std::string before = to_hex(&record, sizeof record);
+    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseIpv4, zxframe_innerapi_parseTcpOpt);
+    expect_refusals("pether_ctt peth 0", zxframe_innerapi_parseEthrt);
+    expect_refusals("pether_ctt parp 0", zxframe_innerapi_parseArp);
+    expect_refusals("pether_ctt data 0", zxframe_innerapi_doIpv4, zxframe_innerapi_doIpv6,
+                    zxframe_innerapi_doTcp, zxframe_innerapi_doUdp, zxframe_innerapi_doArp);
+    expect_refusals("pether_ctt frame_buf -1", zxframe_api_doFrame);
+    expect_refusals("pether_ctt 0", zxframe_api_is_ipArp, zxframe_api_isTcp,
+                    zxframe_api_is_IparpOrIpaddr);
+    expect_refusals("pether_ctt filter_destip 0", zxframe_api_isTcp_dTos_ack,
+                    zxframe_api_isTcp_dTos_close);
+    expect_refusals("pether_ctt filter_srcip 0", zxframe_api_isTcp_sTod_data);
+    expect_refusals("pether_ctt source_ip dest_ip outbuf 0", zxframe_innerapi_buildIpv4);
+    expect_refusals("pzxbuildtcp_ctt outbuf 0", zxframe_innerapi_buildTcpOpt);
+    expect_refusals("pether_ctt pzxbuildtcp_ctt tcph 0", zxframe_innerapi_buildTcpPayload);
+    expect_refusals("pether_ctt pether_pkt udph 0", zxframe_innerapi_buildUdpPayload);
+    expect_refusals("pether_ctt req outbuf 0", zxframe_innerapi_buildIgmp);
+    expect_refusals("pether_ctt view outbuf 0", zxframe_innerapi_getIgmpData1,
+                    zxframe_innerapi_getIgmpData2);
+    expect_refusals("req 0", zxframe_innerapi_getIgmpType, zxframe_innerapi_getIgmpRecordType);
+    expect_refusals("pether_ctt str_source_mac outbuf 0", zxframe_innerapi_buildEthrt,
+                    zxframe_api_buildArp);
+    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildTcpAck, zxframe_api_buildTcpData,
+                    zxframe_api_buildIgmp);
+    expect_refusals("pether_ctt pether_pkt outbuf -1", zxframe_api_buildTcp, zxframe_api_buildUdp);
+    expect_refusals("65535", zxframe_api_tcpChecksum, zxframe_api_udpChecksum);
+    EXPECT_EQ(zxframe_api_buildIgmp(&record, nullptr, to), -1);
     EXPECT_EQ(zxframe_api_finishTcp(nullptr, to, 0), -1);
     EXPECT_EQ(zxframe_api_finishTcp(to, nullptr, 1), -1);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]Param error####req",
                                         "[ERROR][NETFRAME]Param error####frame",
                                         "[ERROR][NETFRAME]Param error####payload"));
-    EXPECT_EQ(to_hex(r, sizeof record), before);
+    EXPECT_EQ(to_hex(&record, sizeof record), before);
     written(0);
 }
 
