@@ -7,8 +7,8 @@ a=zxrec-a-$$ b=zxrec-b-$$
 pids=()
 cleanup() {
     kill "${pids[@]}" 2>/dev/null || true
-    ip netns del "$a" 2>/dev/null || true
-    ip netns del "$b" 2>/dev/null || true
+    ip netns del "$a"
+    ip netns del "$b"
 }
 trap cleanup EXIT
 
@@ -23,36 +23,32 @@ for end in "$a va 10.98.0.1" "$b vb 10.98.0.2"; do
     ip -n "$namespace" link set "$device" up
 done
 in_a() { ip netns exec "$a" "$@"; }
-in_b() { ip netns exec "$b" "$@"; }
 
 # record NAME COMMAND...: the frames at one end while COMMAND runs.
 record() {
-    local name=$1
-    shift
-    ip netns exec "$a" tcpdump -q -i va -U --immediate-mode -w "$name.pcap" 2>/dev/null &
+    ip netns exec "$a" tcpdump -q -i va -U --immediate-mode -w "$1.pcap" 2>/dev/null &
     local recorder=$!
-    pids+=("$recorder")
-    until [[ -s $name.pcap ]]; do sleep 0.1; done
-    "$@"
+    until [[ -s $1.pcap ]]; do sleep 0.1; done
+    "${@:2}"
     sleep 0.5
     kill "$recorder"
     wait "$recorder"
 }
 
-listening() { until in_b ss -Hlntu "sport = :$1" | grep -q .; do sleep 0.05; done; }
+# receive ARGS...: a receiver in b, which has time to begin.
+receive() {
+    ip netns exec "$b" socat -u "$@" &
+    pids+=($!)
+    sleep 1
+}
 
 tcp() {
-    ip netns exec "$b" socat -u TCP-LISTEN:8000 SYSTEM:'sleep 0.2; cat >/dev/null' &
-    pids+=($!)
-    listening 8000
+    receive TCP-LISTEN:8000 SYSTEM:'sleep 0.2; cat >/dev/null'
     head -c 4000 /dev/zero | in_a socat - TCP:10.98.0.2:8000
 }
 
 udp() {
-    ip netns exec "$b" socat -u UDP-RECV:7000 /dev/null &
-    pids+=($!)
-    listening 7000
-    local size
+    receive UDP-RECV:7000 /dev/null
     for size in 1 2 333 1316; do
         head -c "$size" /dev/zero | in_a socat -u - UDP-SENDTO:10.98.0.2:7000
     done
@@ -60,7 +56,6 @@ udp() {
 }
 
 igmp() {
-    local version
     for version in 3 2 1; do
         in_a sysctl -q -w net.ipv4.conf.va.force_igmp_version=$version
         in_a timeout 1 socat -u "UDP-RECV:9000,ip-add-membership=239.98.0.$version:va" /dev/null || true

@@ -17,14 +17,11 @@ ip netns add "$peer"
 for namespace in "$ours" "$peer"; do
     ip netns exec "$namespace" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
 done
-ip -n "$peer" link add bridge address 02:00:00:00:00:02 type bridge mcast_snooping 1 mcast_querier 1
-ip -n "$peer" addr add 10.99.0.2/24 dev bridge
-ip link add wire netns "$ours" address 02:00:00:00:00:01 type veth peer name port netns "$peer"
-ip -n "$peer" link set port master bridge
-ip -n "$peer" link set port type bridge_slave mcast_fast_leave on
-for device in "$peer bridge" "$peer port" "$ours wire"; do
-    ip -n "${device% *}" link set "${device#* }" up
-done
+ip link add wire netns "$ours" address 02:00:00:00:00:01 type veth \
+    peer name port netns "$peer" address 02:00:00:00:00:02
+ip -n "$peer" addr add 10.99.0.2/24 dev port
+ip -n "$peer" link set port up
+ip -n "$ours" link set wire up
 # On a busy machine an answer may take longer than the 200 ms after which the kernel would repeat itself.
-ip -n "$peer" route change 10.99.0.0/24 dev bridge src 10.99.0.2 rto_min 5s
+ip -n "$peer" route change 10.99.0.0/24 dev port src 10.99.0.2 rto_min 5s
 ZX_PEER=$peer ip netns exec "$ours" "$1"
