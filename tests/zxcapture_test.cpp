@@ -160,26 +160,23 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
         ipv4("11", "5ca8010a 0a000001", "0050 0035 0009 0000 78"),  // 92.168.1.10:80, 10.0.0.1:53
         // A later fragment whose first bytes look like ports.
         with(tcp("c0a8010a 0a000001", "0050 0050"), 20, {0, 9}),
-        with(kSyn, 23, {1}),
         kArp,
         ipv6("06", kSegment),
-        // 10.0.0.1:1 to 192.168.1.10:2, to all.
-        with(tcp("0a000001 c0a8010a", "0001 0002"), 0, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
     };
     const struct {
         Wanted wanted;
         std::vector<std::size_t> passing;
     } cases[] = {
-        {{}, {0, 1, 2, 3, 4, 5, 6, 7}},
-        {{.ip = {"192.168.1.10"}}, {0, 3, 4, 7}},
+        {{}, {0, 1, 2, 3, 4, 5}},
+        {{.ip = {"192.168.1.10"}}, {0, 3}},
         {{.ip = {"92.168.1.10", "192.168.1.1"}}, {1, 2}},
-        {{.source_ip = {"192.168.1.10", "92.168.1.10"}, .dest_ip = {"10.0.0.1"}}, {0, 2, 3, 4}},
+        {{.source_ip = {"192.168.1.10", "92.168.1.10"}, .dest_ip = {"10.0.0.1"}}, {0, 2, 3}},
         {{.port = 80}, {0, 1, 2}},
         {{.source_port = 80, .dest_port = 53}, {2}},
-        {{.protocol = "tcp"}, {0, 1, 3, 7}},
+        {{.protocol = "tcp"}, {0, 1, 3}},
         {{.protocol = "tcp", .dest_ip = {"10.0.0.1", "10.0.0.10"}, .source_port = 80}, {0}},
-        {{.mac = {kMacB}}, {0, 1, 2, 3, 4, 6}},
-        {{.source_mac = {"00:00:00:00:00:00", kMacA}, .dest_mac = {"ff:ff:ff:ff:ff:ff"}}, {5, 7}},
+        {{.mac = {kMacB}}, {0, 1, 2, 3, 5}},
+        {{.source_mac = {"00:00:00:00:00:00", kMacA}, .dest_mac = {"ff:ff:ff:ff:ff:ff"}}, {4}},
     };
     for (const auto& c : cases) {
         Decoder decoder(c.wanted);
