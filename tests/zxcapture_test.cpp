@@ -131,6 +131,7 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {with(kSyn, 16, {0, 39}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
         {with(kSyn, 16, {0, 99}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kSyn, 46, {0x70}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
+        {with(kQuery, 38, {0, 19}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         {with(kQuery, 38, {0, 7}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         // Around the ends of headers.
         {kSyn, "? > ? ? 58 truncated: 13 of 58 bytes", 13},
@@ -171,12 +172,14 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
         {{.ip = {"192.168.1.10"}}, {0, 3}},
         {{.ip = {"92.168.1.10", "192.168.1.1"}}, {1, 2}},
         {{.source_ip = {"192.168.1.10", "92.168.1.10"}, .dest_ip = {"10.0.0.1"}}, {0, 2, 3}},
+        {{.dest_ip = {"10.0.0.10"}}, {1}},
         {{.port = 80}, {0, 1, 2}},
         {{.source_port = 80, .dest_port = 53}, {2}},
         {{.protocol = "tcp"}, {0, 1, 3}},
         {{.protocol = "tcp", .dest_ip = {"10.0.0.1", "10.0.0.10"}, .source_port = 80}, {0}},
         {{.mac = {kMacB}}, {0, 1, 2, 3, 5}},
         {{.source_mac = {"00:00:00:00:00:00", kMacA}, .dest_mac = {"ff:ff:ff:ff:ff:ff"}}, {4}},
+        {{.dest_mac = {kMacB}, .port = 5000}, {0, 1}},
     };
     for (const auto& c : cases) {
         Decoder decoder(c.wanted);

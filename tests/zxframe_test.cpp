@@ -218,6 +218,8 @@ TEST_F(FrameTest, TellsFramesByTheirAddresses) {
     EXPECT_EQ(zxframe_api_is_IparpOrIpaddr(&record, "nobody", "1.2.3.256"), 0);
     EXPECT_EQ(zxframe_api_isTcp_dTos_ack(&record, "255.255.255.255"), 1);
     EXPECT_EQ(zxframe_api_isTcp_dTos_ack(&record, "255.255.255.25"), 0);
+    EXPECT_EQ(zxframe_api_isTcp_dTos_close(&record, "255.255.255.25"), 0);
+    EXPECT_EQ(zxframe_api_isTcp_sTod_data(&record, "255.255.255.25"), 0);
 }
 
 }  // namespace
