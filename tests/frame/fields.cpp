@@ -39,7 +39,8 @@ std::string options(const tcp_view& tcp, bool lengths) {
     for (uint32_t i = 0; i < tcp.option_count; ++i) {
         const tcp_option& option = tcp.options[i];
         if (!lengths || option.len != 0) {
-            list += (list.empty() ? "" : ",") + std::to_string(lengths ? option.len : option.kind);
+            list += list.empty() ? "" : ",";
+            list += std::to_string(lengths ? option.len : option.kind);
         }
     }
     return list;
