@@ -1,0 +1,257 @@
+/**
+ * @file zxcommon.hpp
+ * The C interface for C++20 callers: owners that free what they made, guards
+ * that give back what they took, spans where lengths matter.
+ *
+ * Everything here is one call of the C interface, inline. Results, logging and
+ * thread safety are those of the function that a member names; the caller's
+ * function, file and line are filled in. What could not be made is reported as
+ * the C interface does it and leaves an object that is false.
+ */
+#ifndef ZXCOMMON_HPP
+#define ZXCOMMON_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+#include "zxfifo.h"
+#include "zxlock.h"
+#include "zxmem.h"
+#include "zxthread.h"
+
+namespace zxcommon {
+
+/** Who calls the function that has Caller::current() as a default argument. */
+struct Caller {
+    const char* function;
+    const char* file;
+    int line;
+
+    [[nodiscard]] static constexpr Caller current(const char* function = __builtin_FUNCTION(),
+                                                  const char* file = __builtin_FILE(),
+                                                  int line = __builtin_LINE()) noexcept {
+        return {function, file, line};
+    }
+};
+
+/**
+ * Text of a fixed name field, such as zxlock_ctt::name.
+ *
+ * @return the text in front of the first NUL, or the whole field: a name that was cut has none.
+ */
+template <std::size_t Size>
+[[nodiscard]] constexpr std::string_view text(const char (&field)[Size]) noexcept {
+    const std::string_view whole(field, Size);
+    return whole.substr(0, whole.find('\0'));
+}
+
+/** Owns a named lock: zxlock_api_init(), zxlock_api_deinit(). */
+class Lock {
+public:
+    /** @param name  copied; what the lock is for. */
+    explicit Lock(const char* name) noexcept { zxlock_api_init(&record_, name); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    ~Lock() { zxlock_api_deinit(&record_); }
+
+    /** True when it was made. */
+    [[nodiscard]] explicit operator bool() const noexcept { return record_.initialised == 1; }
+    /** The record, which stays the owner's. */
+    [[nodiscard]] zxlock_ctt* get() noexcept { return &record_; }
+    /** Who holds it now, as "function,line", or "nolock". */
+    [[nodiscard]] std::string_view holder() const noexcept { return text(record_.holder); }
+
+private:
+    zxlock_ctt record_{};
+};
+
+/** Holds a lock to the end of the block: zxlock_api_obtain(), zxlock_api_release(). */
+class [[nodiscard]] LockGuard {
+public:
+    explicit LockGuard(zxlock_ctt* lock, Caller caller = Caller::current()) noexcept
+        : lock_(lock), caller_(caller) {
+        is_held_ = zxlock_api_obtain(lock_, caller_.function, caller_.line) == 0;
+    }
+    explicit LockGuard(Lock& lock, Caller caller = Caller::current()) noexcept
+        : LockGuard(lock.get(), caller) {}
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
+    ~LockGuard() {
+        if (is_held_) {
+            zxlock_api_release(lock_, caller_.function, caller_.line);
+        }
+    }
+
+    /** False when the lock cannot be used: then nothing is held. */
+    [[nodiscard]] explicit operator bool() const noexcept { return is_held_; }
+
+private:
+    zxlock_ctt* lock_;
+    Caller caller_;
+    bool is_held_ = false;
+};
+
+/** Frees what the tracked allocator gave: zxmem_api_free(). */
+struct TrackedDeleter {
+    void operator()(void* buffer) const noexcept { zxmem_api_free(&buffer); }
+};
+
+/** A tracked buffer of plain data. */
+template <typename T>
+using Tracked = std::unique_ptr<T[], TrackedDeleter>;
+
+/**
+ * Makes a zeroed, tracked buffer: zxmem_api_malloc().
+ *
+ * @param count  objects; their size in bytes must fit 32 bits.
+ * @param name   copied; what the buffer is for.
+ * @return the buffer, or null.
+ */
+template <typename T>
+[[nodiscard]] Tracked<T> make_tracked(std::uint32_t count, const char* name,
+                                      Caller caller = Caller::current()) noexcept {
+    static_assert(std::is_trivially_default_constructible_v<T> &&
+                  std::is_trivially_destructible_v<T>);
+    static_assert(alignof(T) <= alignof(std::max_align_t));
+    if (count > UINT32_MAX / sizeof(T)) {
+        return nullptr;
+    }
+    return Tracked<T>(
+        static_cast<T*>(zxmem_api_malloc(count * static_cast<std::uint32_t>(sizeof(T)), name,
+                                         caller.file, static_cast<std::uint32_t>(caller.line))));
+}
+
+/** The size of a span as the C interface counts. */
+[[nodiscard]] constexpr std::int32_t length_of(std::span<const std::uint8_t> bytes) noexcept {
+    return bytes.size() < INT32_MAX ? static_cast<std::int32_t>(bytes.size()) : INT32_MAX;
+}
+
+/** Owns a block FIFO: zxfifo_api_blockInit(), zxfifo_api_blockDeinit(). */
+class Fifo {
+public:
+    /**
+     * @param capacity  bytes; a message needs #ZXFIFO_PREFIX_SIZE beside its payload.
+     * @param name      copied.
+     */
+    Fifo(std::uint32_t capacity, const char* name) noexcept
+        : fifo_(zxfifo_api_blockInit(capacity, name)) {}
+
+    /** True when it was made. */
+    [[nodiscard]] explicit operator bool() const noexcept { return fifo_ != nullptr; }
+    /** The FIFO, which stays the owner's. */
+    [[nodiscard]] zxfifoblock_ctt* get() const noexcept { return fifo_.get(); }
+
+    /** Bytes held: zxfifo_api_blockSizeUsed(). */
+    [[nodiscard]] std::int32_t used() const noexcept { return zxfifo_api_blockSizeUsed(get()); }
+    /** Bytes free: zxfifo_api_blockSizeLeft(). Ask before storing. */
+    [[nodiscard]] std::int32_t left() const noexcept { return zxfifo_api_blockSizeLeft(get()); }
+    /** Forgets the content: zxfifo_api_blockReset(). */
+    std::int32_t reset() noexcept { return zxfifo_api_blockReset(get()); }
+
+    /** Stores bytes: zxfifo_api_blockIn(). */
+    std::int32_t in(std::span<const std::uint8_t> bytes) noexcept {
+        return zxfifo_api_blockIn(get(), bytes.data(), length_of(bytes), nullptr);
+    }
+    /** Takes bytes: zxfifo_api_blockOut(). */
+    std::int32_t out(std::span<std::uint8_t> room) noexcept {
+        return zxfifo_api_blockOut(get(), room.data(), length_of(room), nullptr);
+    }
+    /** Stores a message: zxfifo_api_blockLenIn(). */
+    std::int32_t message_in(std::span<const std::uint8_t> payload) noexcept {
+        return zxfifo_api_blockLenIn(get(), payload.data(), length_of(payload));
+    }
+    /** Takes a message: zxfifo_api_blockLenOut1(). Ask used() before: none is not recognised. */
+    std::int32_t message_out(std::span<std::uint8_t> room,
+                             Caller caller = Caller::current()) noexcept {
+        return zxfifo_api_blockLenOut1(get(), room.data(),
+                                       static_cast<std::uint32_t>(length_of(room)), caller.function,
+                                       caller.line);
+    }
+
+private:
+    struct Deleter {
+        void operator()(zxfifoblock_ctt* fifo) const noexcept { zxfifo_api_blockDeinit(&fifo); }
+    };
+    std::unique_ptr<zxfifoblock_ctt, Deleter> fifo_;
+};
+
+/** Holds the mutex of a worker's record to the end of the block: zxthread_api_lock(). */
+class [[nodiscard]] StateGuard {
+public:
+    explicit StateGuard(zxthread_ctt* thread) noexcept
+        : thread_(zxthread_api_lock(thread) == 0 ? thread : nullptr) {}
+    StateGuard(const StateGuard&) = delete;
+    StateGuard& operator=(const StateGuard&) = delete;
+    ~StateGuard() {
+        if (thread_ != nullptr) {
+            zxthread_api_unlock(thread_);
+        }
+    }
+
+    /** False when the record cannot be used: then nothing is held. */
+    [[nodiscard]] explicit operator bool() const noexcept { return thread_ != nullptr; }
+
+private:
+    zxthread_ctt* thread_;
+};
+
+/** How long to wait for the other side, in milliseconds, and how often to look. */
+struct Wait {
+    std::uint32_t timeout_ms;
+    std::uint32_t step_ms;
+};
+
+/**
+ * Owns a worker thread: zxthread_api_create(), zxthread_api_destroy().
+ *
+ * Stop the worker before its owner goes (see zxthread.h): one that still runs is
+ * cancelled wherever it is.
+ */
+class Thread {
+public:
+    /** @param argument  handed to `func`, which often is what embeds this record. */
+    Thread(const char* name, zxthread_func_cb func, void* argument) noexcept {
+        zxthread_api_create(&record_, name, func, argument);
+    }
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+    ~Thread() {
+        if (*this) {
+            zxthread_api_destroy(&record_);
+        }
+    }
+
+    /** True when it was created. */
+    [[nodiscard]] explicit operator bool() const noexcept { return record_.created == 1; }
+    /** The record, which stays the owner's. */
+    [[nodiscard]] zxthread_ctt* get() noexcept { return &record_; }
+
+    /** For the controller: tells a worker that waits in zxthread_api_waitCmdStarting() to start. */
+    [[nodiscard]] bool start(Wait wait) noexcept {
+        return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_START,
+                                             ZXTHREAD_STATE_STARTING, wait.timeout_ms,
+                                             wait.step_ms) == 1;
+    }
+    /** For the controller, behind start(): keep running. */
+    void run() noexcept {
+        if (const StateGuard guard(&record_); guard) {
+            record_.state = ZXTHREAD_STATE_RUN;
+        }
+    }
+    /** For the controller: true when the worker has seen it, in zxthread_api_isStop(). */
+    [[nodiscard]] bool stop(Wait wait) noexcept {
+        return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED,
+                                             wait.timeout_ms, wait.step_ms) == 1;
+    }
+
+private:
+    zxthread_ctt record_{};
+};
+
+}  // namespace zxcommon
+
+#endif
