@@ -9,7 +9,7 @@
  *     controller                                   worker
  *     zxthread_api_create()
  *     zxthread_api_waitStateTimeout(t, 2, 3, ...)  zxthread_api_waitCmdStarting(t, ...)
- *     state = 4 under the lock                     look, under the lock, until state is 4
+ *     state = 4 under the lock                     look, under the lock, while state is 3
  *     ...                                          while (zxthread_api_isStop(t) == 0) work();
  *     zxthread_api_waitStateTimeout(t, 0, 5, ...)
  *     zxthread_api_destroy()

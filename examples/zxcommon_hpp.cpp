@@ -1,0 +1,79 @@
+// Passes messages to a worker with zxcommon.hpp: what is made is freed, what is taken is given
+// back.
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <string_view>
+#include <thread>
+#include <zxcommon.hpp>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Printer {
+    static void* work(void* argument);
+
+    zxcommon::Fifo fifo{256, "messages"};
+    zxcommon::Lock lock{"printed"};
+    int printed = 0;                                  // guarded by the lock
+    zxcommon::Thread worker{"printer", &work, this};  // last: it uses what stands before
+};
+
+// False when there is no room: a FIFO would overwrite what was not read yet.
+bool print(Printer& printer, std::string_view text) {
+    const auto size = static_cast<int>(text.size());
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    return printer.fifo.left() >= size + ZXFIFO_PREFIX_SIZE &&
+           printer.fifo.message_in({bytes, text.size()}) == size;
+}
+
+void print_waiting(Printer& printer) {
+    std::array<std::uint8_t, 64> room;
+    while (printer.fifo.used() > 0) {
+        const int length = printer.fifo.message_out(room);
+        if (length < 0) {  // larger than expected: what follows cannot be told apart
+            printer.fifo.reset();
+            return;
+        }
+        std::printf("printed: %.*s\n", length, reinterpret_cast<const char*>(room.data()));
+        const zxcommon::LockGuard guard(printer.lock);  // remembers this function and line
+        ++printer.printed;
+    }
+}
+
+// Not "is it to run": a stop may follow before this thread looks.
+bool is_starting(zxthread_ctt* thread) {
+    const zxcommon::StateGuard guard(thread);
+    return thread->state == ZXTHREAD_STATE_STARTING;
+}
+
+void* Printer::work(void* argument) {
+    auto& self = *static_cast<Printer*>(argument);
+    if (zxthread_api_waitCmdStarting(self.worker.get(), 5000, 1) != 1) {
+        return nullptr;
+    }
+    while (is_starting(self.worker.get())) {
+        std::this_thread::sleep_for(1ms);
+    }
+    while (zxthread_api_isStop(self.worker.get()) == 0) {
+        print_waiting(self);
+        std::this_thread::sleep_for(1ms);
+    }
+    print_waiting(self);
+    return nullptr;
+}
+
+}  // namespace
+
+int main() {
+    Printer printer;
+    if (!printer.fifo || !printer.lock || !printer.worker || !printer.worker.start({5000, 1})) {
+        return 1;  // the reason is in the log
+    }
+    printer.worker.run();
+    bool is_done = print(printer, "one") && print(printer, "two");
+    is_done = printer.worker.stop({5000, 1}) && is_done;
+    std::puts(is_done ? "stopped" : "failed");
+    return is_done ? 0 : 1;
+}
