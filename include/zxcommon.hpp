@@ -11,6 +11,9 @@
 #ifndef ZXCOMMON_HPP
 #define ZXCOMMON_HPP
 
+#include <pthread.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -22,6 +25,10 @@
 #include "zxlock.h"
 #include "zxmem.h"
 #include "zxthread.h"
+
+#ifndef __cpp_lib_span
+#error "zxcommon.hpp needs C++20; what it stands on is in the other headers, for any C++"
+#endif
 
 namespace zxcommon {
 
@@ -62,7 +69,10 @@ public:
     [[nodiscard]] explicit operator bool() const noexcept { return record_.initialised == 1; }
     /** The record, which stays the owner's. */
     [[nodiscard]] zxlock_ctt* get() noexcept { return &record_; }
-    /** Who holds it now, as "function,line", or "nolock". */
+    /**
+     * Who holds it now, as "function,line", or "nolock": a look into the record, which changes
+     * with the holder. Copy it, and expect a torn text where others take the lock meanwhile.
+     */
     [[nodiscard]] std::string_view holder() const noexcept { return text(record_.holder); }
 
 private:
@@ -107,9 +117,10 @@ using Tracked = std::unique_ptr<T[], TrackedDeleter>;
 /**
  * Makes a zeroed, tracked buffer: zxmem_api_malloc().
  *
- * @param count  objects; their size in bytes must fit 32 bits.
+ * @param count  objects.
  * @param name   copied; what the buffer is for.
- * @return the buffer, or null.
+ * @return the buffer; null when memory is short, and, without a log line, when its size in bytes
+ *         does not fit 32 bits.
  */
 template <typename T>
 [[nodiscard]] Tracked<T> make_tracked(std::uint32_t count, const char* name,
@@ -125,12 +136,11 @@ template <typename T>
                                          caller.file, static_cast<std::uint32_t>(caller.line))));
 }
 
-/** The size of a span as the C interface counts. */
-[[nodiscard]] constexpr std::int32_t length_of(std::span<const std::uint8_t> bytes) noexcept {
-    return bytes.size() < INT32_MAX ? static_cast<std::int32_t>(bytes.size()) : INT32_MAX;
-}
-
-/** Owns a block FIFO: zxfifo_api_blockInit(), zxfifo_api_blockDeinit(). */
+/**
+ * Owns a block FIFO: zxfifo_api_blockInit(), zxfifo_api_blockDeinit().
+ *
+ * Spans may be empty. One of more than INT32_MAX bytes cannot be stored or taken: nothing is moved.
+ */
 class Fifo {
 public:
     /**
@@ -152,27 +162,44 @@ public:
     /** Forgets the content: zxfifo_api_blockReset(). */
     std::int32_t reset() noexcept { return zxfifo_api_blockReset(get()); }
 
-    /** Stores bytes: zxfifo_api_blockIn(). */
+    /** Stores bytes: zxfifo_api_blockIn(). Compare the result with what there was to store. */
     std::int32_t in(std::span<const std::uint8_t> bytes) noexcept {
-        return zxfifo_api_blockIn(get(), bytes.data(), length_of(bytes), nullptr);
+        return zxfifo_api_blockIn(get(), data_of(bytes), length_of(bytes), nullptr);
     }
-    /** Takes bytes: zxfifo_api_blockOut(). */
+    /** Takes bytes: zxfifo_api_blockOut(). Compare the result with what was asked for. */
     std::int32_t out(std::span<std::uint8_t> room) noexcept {
-        return zxfifo_api_blockOut(get(), room.data(), length_of(room), nullptr);
+        return zxfifo_api_blockOut(get(), data_of(room), length_of(room), nullptr);
     }
-    /** Stores a message: zxfifo_api_blockLenIn(). */
+    /** Stores a message: zxfifo_api_blockLenIn(), which gives -1 for one that is too long. */
     std::int32_t message_in(std::span<const std::uint8_t> payload) noexcept {
-        return zxfifo_api_blockLenIn(get(), payload.data(), length_of(payload));
+        return zxfifo_api_blockLenIn(get(), data_of(payload), length_of(payload));
     }
-    /** Takes a message: zxfifo_api_blockLenOut1(). Ask used() before: none is not recognised. */
+    /**
+     * Takes a message: zxfifo_api_blockLenOut1(). Ask used() before: none is not recognised. Call
+     * reset() behind -1 for a message that is larger than `room`.
+     */
     std::int32_t message_out(std::span<std::uint8_t> room,
                              Caller caller = Caller::current()) noexcept {
-        return zxfifo_api_blockLenOut1(get(), room.data(),
-                                       static_cast<std::uint32_t>(length_of(room)), caller.function,
-                                       caller.line);
+        const auto size = std::min<std::size_t>(room.size(), UINT32_MAX);
+        return zxfifo_api_blockLenOut1(get(), data_of(room), static_cast<std::uint32_t>(size),
+                                       caller.function, caller.line);
     }
 
 private:
+    // The C interface refuses a missing buffer, which an empty span may have, but takes a negative
+    // length: nothing is moved then, and a message of that length is refused.
+    static inline std::uint8_t no_bytes_{};
+
+    static const std::uint8_t* data_of(std::span<const std::uint8_t> bytes) noexcept {
+        return bytes.data() != nullptr ? bytes.data() : &no_bytes_;
+    }
+    static std::uint8_t* data_of(std::span<std::uint8_t> bytes) noexcept {
+        return bytes.data() != nullptr ? bytes.data() : &no_bytes_;
+    }
+    static std::int32_t length_of(std::span<const std::uint8_t> bytes) noexcept {
+        return bytes.size() <= INT32_MAX ? static_cast<std::int32_t>(bytes.size()) : -1;
+    }
+
     struct Deleter {
         void operator()(zxfifoblock_ctt* fifo) const noexcept { zxfifo_api_blockDeinit(&fifo); }
     };
@@ -209,7 +236,9 @@ struct Wait {
  * Owns a worker thread: zxthread_api_create(), zxthread_api_destroy().
  *
  * Stop the worker before its owner goes (see zxthread.h): one that still runs is
- * cancelled wherever it is.
+ * cancelled wherever it is, which ends the program when that is in a noexcept
+ * function. A member of a class that the worker uses comes last in it: the worker
+ * may run before the members behind are made, and it goes before those in front.
  */
 class Thread {
 public:
@@ -221,7 +250,11 @@ public:
     Thread& operator=(const Thread&) = delete;
     ~Thread() {
         if (*this) {
+            int state = 0;
+            // Joining is a cancellation point, and nothing may leave a destructor.
+            pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
             zxthread_api_destroy(&record_);
+            pthread_setcancelstate(state, nullptr);
         }
     }
 
@@ -230,8 +263,11 @@ public:
     /** The record, which stays the owner's. */
     [[nodiscard]] zxthread_ctt* get() noexcept { return &record_; }
 
-    /** For the controller: tells a worker that waits in zxthread_api_waitCmdStarting() to start. */
-    [[nodiscard]] bool start(Wait wait) noexcept {
+    /**
+     * For the controller: tells a worker that waits in zxthread_api_waitCmdStarting() to start.
+     * Waiting is a cancellation point, here and in stop().
+     */
+    [[nodiscard]] bool start(Wait wait) {
         return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_START,
                                              ZXTHREAD_STATE_STARTING, wait.timeout_ms,
                                              wait.step_ms) == 1;
@@ -243,7 +279,7 @@ public:
         }
     }
     /** For the controller: true when the worker has seen it, in zxthread_api_isStop(). */
-    [[nodiscard]] bool stop(Wait wait) noexcept {
+    [[nodiscard]] bool stop(Wait wait) {
         return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED,
                                              wait.timeout_ms, wait.step_ms) == 1;
     }
