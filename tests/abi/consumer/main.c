@@ -4,6 +4,9 @@
 #include <zxcommon.h>
 #include <zxjson.h>
 #include <zxlog.h>
+#ifdef __cplusplus
+#include <zxcommon.hpp>
+#endif
 
 int main(void) {
     char info[1 + ZXCOMMON_INFO_SIZE] = "";

@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# consume.sh CMAKE CC CXX [SOURCE...]
+#
+# Builds and runs programs of somebody else against an installed tree: C and C++, shared and static,
+# through find_package and through pkg-config, which find the tree by the environment if it is not
+# the system's. SOURCEs, .c or .cpp, are more such programs.
+set -euo pipefail
+cmake=$1 cc=$2 cxx=$3
+shift 3
+consumer=$(cd "$(dirname "$0")" && pwd)/consumer
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp "$consumer/main.c" "$work/main.cpp" # the same program in both languages
+sources_C=$consumer/main.c
+sources_CXX=$work/main.cpp
+for source in "$@"; do
+    case $source in
+        *.c) sources_C+=";$source" ;;
+        *) sources_CXX+=";$source" ;;
+    esac
+done
+
+for language in C CXX; do
+    sources=sources_$language
+    "$cmake" --no-warn-unused-cli -S "$consumer" -B "$work/$language" -DCONSUMER_LANGUAGE=$language \
+        -DCONSUMER_SOURCES="${!sources}" -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
+        -DCMAKE_CXX_STANDARD=20 >/dev/null
+    "$cmake" --build "$work/$language" >/dev/null
+    "$cmake" --build "$work/$language" --target test
+done
+
+# Word splitting is wanted below: the flags are words.
+IFS=' ;'
+for module in zxcommon zxcommon-static; do
+    flags=$(pkg-config --cflags --libs "$module")
+    for source in $sources_C $sources_CXX; do
+        case $source in
+            *.c) "$cc" "$source" -o "$work/program" $flags ;;
+            *) "$cxx" -std=c++20 "$source" -o "$work/program" $flags ;;
+        esac
+        echo "$module $source"
+        timeout 60 "$work/program"
+        needed=$(readelf -d "$work/program" | grep -c 'NEEDED.*libzxcommon\.so\.1\]' || true)
+        case $module in
+            *-static) [[ $needed == 0 ]] ;;
+            *) [[ $needed == 1 ]] ;;
+        esac
+    done
+done
