@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# tool_described.sh PROGRAM FILES: the manual page FILES.1 has the options that the program knows and
+# no others, FILES.bash completes them, and after an option what that one takes.
+set -euo pipefail
+name=$(basename "$1")
+
+known=$("$1" --help | sed -En 's|^  (-[a-z],)?(--[a-z-]+).*|\2|p' | sort)
+paged=$(grep -A 1 '^\.TP' "$2.1" | grep -oE '\\-\\-[a-z\\-]+' | tr -d '\\' | sort)
+diff <(echo "$known") <(echo "$paged")
+
+# shellcheck disable=SC1090
+source "$2.bash"
+complete_after() { "_$name" "$1" "$3" "$2"; }
+complete_after "$1" "$name" --
+diff <(echo "$known") <(printf '%s\n' "${COMPREPLY[@]}" | sort)
+complete_after "$1" --interface l
+[[ " ${COMPREPLY[*]} " == *" lo "* ]]
