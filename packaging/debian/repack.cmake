@@ -1,0 +1,16 @@
+# Runs on the packed packages: sets what CPack has no setting for, and takes away the scripts that it
+# gives every library to call ldconfig, which the trigger does.
+foreach(package IN LISTS CPACK_PACKAGE_FILES)
+    set(tree ${package}.d)
+    execute_process(COMMAND dpkg-deb --raw-extract ${package} ${tree} COMMAND_ERROR_IS_FATAL ANY)
+    file(REMOVE ${tree}/DEBIAN/postinst ${tree}/DEBIAN/postrm)
+    set(multi_arch same)
+    if(EXISTS ${tree}/usr/bin)
+        set(multi_arch foreign)
+    endif()
+    file(READ ${tree}/DEBIAN/control control)
+    file(WRITE ${tree}/DEBIAN/control "Multi-Arch: ${multi_arch}\n${control}")
+    execute_process(COMMAND dpkg-deb --root-owner-group -Zxz --build ${tree} ${package}
+                    OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+    file(REMOVE_RECURSE ${tree})
+endforeach()
