@@ -61,6 +61,7 @@ void SHA1Input(SHA1Context* ctx, const uint8_t* bytes, uint32_t len);
  * Ends the message. The digest is in Intermediate_Hash then, and Message_Block is wiped. Further
  * calls change nothing.
  *
+ * @param ctx  after SHA1Reset().
  * @return 1 for success, unlike in RFC 3174; 0 for a Corrupted context and a NULL `ctx`.
  * Logs: error for a NULL `ctx`.
  */
@@ -70,12 +71,15 @@ int32_t SHA1Result(SHA1Context* ctx);
  * Appends the padding and the length in bits, and processes them: a step of SHA1Result(), which
  * sets Computed afterwards. A context whose index is not 0 to 63 is marked Corrupted instead.
  * Logs: error for a NULL `ctx`.
+ *
+ * @param ctx  after SHA1Reset().
  */
 void SHA1PadMessage(SHA1Context* ctx);
 
 /**
  * Processes all 64 bytes of Message_Block and sets the index to 0: a step of SHA1Input().
  * Logs: error for a NULL `ctx`.
+ * @param ctx  its Message_Block is full.
  */
 void SHA1ProcessMessageBlock(SHA1Context* ctx);
 

@@ -86,7 +86,10 @@ void zxaes_innerapi_gentable(void);
  */
 void zxaes_innerapi_setEncKey(zxaes_ctt* ctx, const uint8_t* key, uint32_t bits);
 
-/** Sets the key to decrypt with in ECB and CBC. Otherwise as zxaes_innerapi_setEncKey(). */
+/**
+ * Sets the key to decrypt with in ECB and CBC. Otherwise as zxaes_innerapi_setEncKey().
+ * @copydetails zxaes_innerapi_setEncKey
+ */
 void zxaes_innerapi_setDecKey(zxaes_ctt* ctx, const uint8_t* key, uint32_t bits);
 
 /**

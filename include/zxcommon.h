@@ -11,9 +11,9 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-#define ZXCOMMON_VERSION_MAJOR 1
-#define ZXCOMMON_VERSION_MINOR 3
-#define ZXCOMMON_VERSION_PATCH 26
+#define ZXCOMMON_VERSION_MAJOR 1  /**< number of the soname: another one wants a new build */
+#define ZXCOMMON_VERSION_MINOR 3  /**< a higher one has more to offer */
+#define ZXCOMMON_VERSION_PATCH 26 /**< a higher one has the same interface */
 
 /** The version as one number that the preprocessor can compare: 1.3.26 is 10326. */
 #define ZXCOMMON_VERSION \

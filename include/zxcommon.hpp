@@ -34,10 +34,14 @@ namespace zxcommon {
 
 /** Who calls the function that has Caller::current() as a default argument. */
 struct Caller {
-    const char* function;
-    const char* file;
-    int line;
+    const char* function; /**< name of the function */
+    const char* file;     /**< its source file, a literal */
+    int line;             /**< source line of the call */
 
+    /**
+     * @param function, file, line  filled in by the compiler.
+     * @return the place where it is a default argument.
+     */
     [[nodiscard]] static constexpr Caller current(const char* function = __builtin_FUNCTION(),
                                                   const char* file = __builtin_FILE(),
                                                   int line = __builtin_LINE()) noexcept {
@@ -48,6 +52,7 @@ struct Caller {
 /**
  * Text of a fixed name field, such as zxlock_ctt::name.
  *
+ * @param field  where the text is; it is not copied.
  * @return the text in front of the first NUL, or the whole field: a name that was cut has none.
  */
 template <std::size_t Size>
@@ -65,13 +70,14 @@ public:
     Lock& operator=(const Lock&) = delete;
     ~Lock() { zxlock_api_deinit(&record_); }
 
-    /** True when it was made. */
+    /** @return whether it was made. */
     [[nodiscard]] explicit operator bool() const noexcept { return record_.initialised == 1; }
-    /** The record, which stays the owner's. */
+    /** @return the record, which stays the owner's. */
     [[nodiscard]] zxlock_ctt* get() noexcept { return &record_; }
     /**
-     * Who holds it now, as "function,line", or "nolock": a look into the record, which changes
-     * with the holder. Copy it, and expect a torn text where others take the lock meanwhile.
+     * A look into the record, which changes with the holder. Copy it, and expect a torn text where
+     * others take the lock meanwhile.
+     * @return who holds it now, as "function,line", or "nolock".
      */
     [[nodiscard]] std::string_view holder() const noexcept { return text(record_.holder); }
 
@@ -82,10 +88,18 @@ private:
 /** Holds a lock to the end of the block: zxlock_api_obtain(), zxlock_api_release(). */
 class [[nodiscard]] LockGuard {
 public:
+    /**
+     * @param lock    outlives the guard.
+     * @param caller  recorded as holder.
+     */
     explicit LockGuard(zxlock_ctt* lock, Caller caller = Caller::current()) noexcept
         : lock_(lock), caller_(caller) {
         is_held_ = zxlock_api_obtain(lock_, caller_.function, caller_.line) == 0;
     }
+    /**
+     * @param lock    outlives the guard.
+     * @param caller  recorded as holder.
+     */
     explicit LockGuard(Lock& lock, Caller caller = Caller::current()) noexcept
         : LockGuard(lock.get(), caller) {}
     LockGuard(const LockGuard&) = delete;
@@ -96,7 +110,7 @@ public:
         }
     }
 
-    /** False when the lock cannot be used: then nothing is held. */
+    /** @return false when the lock cannot be used: then nothing is held. */
     [[nodiscard]] explicit operator bool() const noexcept { return is_held_; }
 
 private:
@@ -107,6 +121,7 @@ private:
 
 /** Frees what the tracked allocator gave: zxmem_api_free(). */
 struct TrackedDeleter {
+    /** @param buffer  what zxmem_api_malloc() returned. */
     void operator()(void* buffer) const noexcept { zxmem_api_free(&buffer); }
 };
 
@@ -117,8 +132,9 @@ using Tracked = std::unique_ptr<T[], TrackedDeleter>;
 /**
  * Makes a zeroed, tracked buffer: zxmem_api_malloc().
  *
- * @param count  objects.
- * @param name   copied; what the buffer is for.
+ * @param count   objects.
+ * @param name    copied; what the buffer is for.
+ * @param caller  whose file and line the buffer's node shows.
  * @return the buffer; null when memory is short, and, without a log line, when its size in bytes
  *         does not fit 32 bits.
  */
@@ -150,33 +166,48 @@ public:
     Fifo(std::uint32_t capacity, const char* name) noexcept
         : fifo_(zxfifo_api_blockInit(capacity, name)) {}
 
-    /** True when it was made. */
+    /** @return whether it was made. */
     [[nodiscard]] explicit operator bool() const noexcept { return fifo_ != nullptr; }
-    /** The FIFO, which stays the owner's. */
+    /** @return the FIFO, which stays the owner's. */
     [[nodiscard]] zxfifoblock_ctt* get() const noexcept { return fifo_.get(); }
 
-    /** Bytes held: zxfifo_api_blockSizeUsed(). */
+    /** @return bytes held: zxfifo_api_blockSizeUsed(). */
     [[nodiscard]] std::int32_t used() const noexcept { return zxfifo_api_blockSizeUsed(get()); }
-    /** Bytes free: zxfifo_api_blockSizeLeft(). Ask before storing. */
+    /** @return bytes free: zxfifo_api_blockSizeLeft(). Ask before storing. */
     [[nodiscard]] std::int32_t left() const noexcept { return zxfifo_api_blockSizeLeft(get()); }
-    /** Forgets the content: zxfifo_api_blockReset(). */
+    /** Forgets the content: zxfifo_api_blockReset(). @return its result. */
     std::int32_t reset() noexcept { return zxfifo_api_blockReset(get()); }
 
-    /** Stores bytes: zxfifo_api_blockIn(). Compare the result with what there was to store. */
+    /**
+     * Stores bytes: zxfifo_api_blockIn().
+     * @param bytes  copied.
+     * @return bytes stored, to be compared with what there was to store; -1 without a FIFO.
+     */
     std::int32_t in(std::span<const std::uint8_t> bytes) noexcept {
         return zxfifo_api_blockIn(get(), data_of(bytes), length_of(bytes), nullptr);
     }
-    /** Takes bytes: zxfifo_api_blockOut(). Compare the result with what was asked for. */
+    /**
+     * Takes bytes: zxfifo_api_blockOut().
+     * @param room  to be filled.
+     * @return bytes taken, to be compared with what was asked for; -1 without a FIFO.
+     */
     std::int32_t out(std::span<std::uint8_t> room) noexcept {
         return zxfifo_api_blockOut(get(), data_of(room), length_of(room), nullptr);
     }
-    /** Stores a message: zxfifo_api_blockLenIn(), which gives -1 for one that is too long. */
+    /**
+     * Stores a message: zxfifo_api_blockLenIn().
+     * @param payload  copied.
+     * @return payload bytes stored; -1 for one that is too long, or without a FIFO.
+     */
     std::int32_t message_in(std::span<const std::uint8_t> payload) noexcept {
         return zxfifo_api_blockLenIn(get(), data_of(payload), length_of(payload));
     }
     /**
      * Takes a message: zxfifo_api_blockLenOut1(). Ask used() before: none is not recognised. Call
      * reset() behind -1 for a message that is larger than `room`.
+     * @param room    for the payload.
+     * @param caller  named when the payload is too large.
+     * @return payload bytes taken; -1 when they do not fit or there is no FIFO.
      */
     std::int32_t message_out(std::span<std::uint8_t> room,
                              Caller caller = Caller::current()) noexcept {
@@ -209,6 +240,7 @@ private:
 /** Holds the mutex of a worker's record to the end of the block: zxthread_api_lock(). */
 class [[nodiscard]] StateGuard {
 public:
+    /** @param thread  outlives the guard. */
     explicit StateGuard(zxthread_ctt* thread) noexcept
         : thread_(zxthread_api_lock(thread) == 0 ? thread : nullptr) {}
     StateGuard(const StateGuard&) = delete;
@@ -219,7 +251,7 @@ public:
         }
     }
 
-    /** False when the record cannot be used: then nothing is held. */
+    /** @return false when the record cannot be used: then nothing is held. */
     [[nodiscard]] explicit operator bool() const noexcept { return thread_ != nullptr; }
 
 private:
@@ -228,8 +260,8 @@ private:
 
 /** How long to wait for the other side, in milliseconds, and how often to look. */
 struct Wait {
-    std::uint32_t timeout_ms;
-    std::uint32_t step_ms;
+    std::uint32_t timeout_ms; /**< in all */
+    std::uint32_t step_ms;    /**< between two looks */
 };
 
 /**
@@ -242,7 +274,11 @@ struct Wait {
  */
 class Thread {
 public:
-    /** @param argument  handed to `func`, which often is what embeds this record. */
+    /**
+     * @param name      copied.
+     * @param func      what the thread runs.
+     * @param argument  handed to `func`, which often is what embeds this record.
+     */
     Thread(const char* name, zxthread_func_cb func, void* argument) noexcept {
         zxthread_api_create(&record_, name, func, argument);
     }
@@ -258,14 +294,16 @@ public:
         }
     }
 
-    /** True when it was created. */
+    /** @return whether it was created. */
     [[nodiscard]] explicit operator bool() const noexcept { return record_.created == 1; }
-    /** The record, which stays the owner's. */
+    /** @return the record, which stays the owner's. */
     [[nodiscard]] zxthread_ctt* get() noexcept { return &record_; }
 
     /**
      * For the controller: tells a worker that waits in zxthread_api_waitCmdStarting() to start.
      * Waiting is a cancellation point, here and in stop().
+     * @param wait  for its answer.
+     * @return whether it answered in time.
      */
     [[nodiscard]] bool start(Wait wait) {
         return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_START,
@@ -278,7 +316,11 @@ public:
             record_.state = ZXTHREAD_STATE_RUN;
         }
     }
-    /** For the controller: true when the worker has seen it, in zxthread_api_isStop(). */
+    /**
+     * For the controller: tells the worker to stop, which it sees in zxthread_api_isStop().
+     * @param wait  for its answer.
+     * @return whether it answered in time.
+     */
     [[nodiscard]] bool stop(Wait wait) {
         return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED,
                                              wait.timeout_ms, wait.step_ms) == 1;

@@ -23,8 +23,8 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-#define ZXDES_BLOCK_SIZE  8 /**< bytes in a block, and in a key */
-#define ZXDES_ROUNDS      16
+#define ZXDES_BLOCK_SIZE  8  /**< bytes in a block, and in a key */
+#define ZXDES_ROUNDS      16 /**< rounds of a block, each with a key of its own */
 #define ZXDES_SUBKEY_BITS 48 /**< bits in the key of a round */
 
 /**
@@ -64,7 +64,9 @@ extern const uint8_t S_Box[8][4]
 
 /**
  * Takes bytes apart.
- * @param bytes  (`nbits` + 7) / 8 bytes. @param bits  takes `nbits` bits; no overlap with `bytes`.
+ * @param bytes  (`nbits` + 7) / 8 bytes.
+ * @param bits   takes `nbits` bits; no overlap with `bytes`.
+ * @param nbits  any number.
  */
 void zxdes_api_byte2bit(const uint8_t* bytes, uint8_t* bits, uint32_t nbits);
 
@@ -73,16 +75,24 @@ void zxdes_api_byte2bit(const uint8_t* bytes, uint8_t* bits, uint32_t nbits);
  * @param bits   `nbits` bits, of each of which the lowest bit counts.
  * @param bytes  takes (`nbits` + 7) / 8 bytes, the last one filled up with zeros; no overlap with
  *               `bits`.
+ * @param nbits  any number.
  */
 void zxdes_api_bit2byte(const uint8_t* bits, uint8_t* bytes, uint32_t nbits);
 
 /**
  * Rotates bits to the left, that is towards the most significant one.
- * @param bits  `nbits` bits. @param count  places; any number.
+ * @param bits   `nbits` bits.
+ * @param nbits  0: nothing is done.
+ * @param count  places; any number.
  */
 void zxdes_api_rotatel(uint8_t* bits, uint32_t nbits, uint32_t count);
 
-/** Combines `nbits` of `bits` with as many of `with` by exclusive or, into `bits`. */
+/**
+ * Combines bits by exclusive or, in place.
+ * @param bits   `nbits` bits.
+ * @param with   `nbits` bits.
+ * @param nbits  any number.
+ */
 void zxdes_api_xor(uint8_t* bits, const uint8_t* with, uint32_t nbits);
 
 /**
@@ -101,15 +111,23 @@ void zxdes_api_transform(const uint8_t* in, uint8_t* out, const uint8_t* table, 
  */
 void zxdes_api_sfunc(const uint8_t in48[48], uint8_t out32[32]);
 
-/** Applies the cipher function f of a round with the key `key48` to `half32`, in place. */
+/**
+ * Applies the cipher function f of a round, in place.
+ * @param half32  32 bits, the right half of a block; takes the result.
+ * @param key48   48 bits of zxdes_api_setsubkey().
+ */
 void zxdes_api_ffunc(uint8_t half32[32], const uint8_t key48[48]);
 
-/** Makes the 16 round keys, 48 bits each, of the 8 bytes of a key. They are the caller's to wipe.
+/**
+ * Makes the 16 round keys, 48 bits each, of the 8 bytes of a key. They are the caller's to wipe.
+ * @param key8      8 bytes; parity bits are ignored.
+ * @param schedule  takes the 16 keys, for the rounds of encryption in their order.
  */
 void zxdes_api_setsubkey(const uint8_t key8[8], uint8_t schedule[16][48]);
 
 /**
  * Encrypts or decrypts one block of 8 bytes.
+ * @param in8        8 bytes.
  * @param out8       takes 8 bytes; may be `in8`.
  * @param schedule   what zxdes_api_setsubkey() made.
  * @param direction  0 encrypts: the round keys are used from first to last; anything else decrypts:

@@ -18,6 +18,7 @@ extern "C" {
 
 /**
  * Looks a variable up.
+ * @param name          without "=".
  * @param defaultValue  the result when there is no such variable; may be NULL.
  * @return its value, an empty one, too, until the variable is changed; otherwise `defaultValue`,
  *         for a NULL `name`, too.
@@ -28,6 +29,7 @@ const char* zxenv_api_get(const char* name, const char* defaultValue);
 /**
  * Sets a variable to a copy of a text.
  * @param name       not empty and without "=".
+ * @param str_value  copied; may be empty.
  * @param overwrite  0: a variable that exists keeps its value, which is a success.
  * @return 1; 0 when it fails or an argument is missing.
  * Logs: error in these cases.
@@ -36,6 +38,7 @@ int32_t zxenv_api_set(const char* name, const char* str_value, int8_t overwrite)
 
 /**
  * Removes a variable. NULL, an empty name and one with "=" are the C library's to refuse.
+ * @param name  of the variable; a missing one is no failure.
  * @return 0; -1 with `errno` when it fails.
  */
 int32_t zxenv_api_unset(const char* name);

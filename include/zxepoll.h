@@ -47,17 +47,24 @@ int zxepoll_innerapi_open(int size, const char* caller, int line);
 
 /**
  * Registers a descriptor.
+ * @param epfd  the instance.
+ * @param fd    the descriptor, which stays the caller's.
  * @param mask  the events to watch for (EPOLLIN, EPOLLOUT, ...).
  * @return 0; -1 on failure, with `errno` set.
  * Logs: error on failure.
  */
 int32_t zxepoll_add(int epfd, int fd, uint32_t mask);
 
-/** Changes the events of a registered descriptor. Otherwise as zxepoll_add(). */
+/**
+ * Changes the events of a registered descriptor.
+ * @copydetails zxepoll_add
+ */
 int32_t zxepoll_mod(int epfd, int fd, uint32_t mask);
 
 /**
  * Removes a descriptor.
+ * @param epfd  the instance.
+ * @param fd    the descriptor, which stays open.
  * @param mask  not used by the kernel.
  * @return 0; 1 when `epfd` is -1, that is after zxepoll_close(), and nothing is done; -1 on
  *         failure, with `errno` set.
@@ -67,12 +74,21 @@ int32_t zxepoll_del(int epfd, int fd, uint32_t mask);
 
 /**
  * Waits for events, 500 ms at most.
- * @param ev  receives at most `max` events.
+ * @param epfd  the instance.
+ * @param ev    receives at most `max` events.
+ * @param max   events, above 0.
  * @return the number of events, 0 when there was none, -1 with `errno` set.
  */
 int32_t zxepoll_wait(int epfd, struct epoll_event* ev, int max);
 
-/** As zxepoll_wait(), `ms` milliseconds at most; -1 waits without an end. */
+/**
+ * Waits for events with a time-out of the caller's.
+ * @param epfd  the instance.
+ * @param ev    receives at most `max` events.
+ * @param max   events, above 0.
+ * @param ms    milliseconds; -1: without an end.
+ * @return as zxepoll_wait().
+ */
 int32_t zxepoll_wait_timeout(int epfd, struct epoll_event* ev, int max, int ms);
 
 /**
@@ -93,6 +109,8 @@ int32_t zxepoll_close(int* epfd);
  * computed in 32 bits, so 4294968 ms and above wrap. A failing instance counts as an idle one.
  * A step of the wall clock can end the wait early or late.
  *
+ * @param epfd  the instance.
+ * @param fd    the descriptor.
  * @param mode  1: until writable; any other value: until readable.
  * @param ms    time-out in milliseconds.
  * @return 0 ready; #ZXEPOLL_TIMEOUT; #ZXEPOLL_HANGUP, also when there is still something to read.
@@ -101,7 +119,10 @@ int32_t zxepoll_waitfd_timeout_noopt(int epfd, int fd, uint8_t mode, uint32_t ms
 
 /**
  * Registers a descriptor, waits as zxepoll_waitfd_timeout_noopt() does, and removes it again.
- *
+ * @param epfd  the instance.
+ * @param fd    the descriptor, which is not registered.
+ * @param mode  1: until writable; any other value: until readable.
+ * @param ms    time-out in milliseconds.
  * @return 0 ready; #ZXEPOLL_TIMEOUT; #ZXEPOLL_FAILED; #ZXEPOLL_HANGUP, also when the removal
  *         failed then.
  * Logs: error when it cannot be registered or removed.
@@ -124,10 +145,10 @@ int32_t zxepoll_appapi_init(uint32_t count, void* context, uint32_t mask, zxepol
 
 /**
  * Lets the caller release the descriptors of a set and closes its instance.
- *
- * @param epfd   the instance; the caller's variable keeps its value.
- * @param count  how many indices `cb` is called for, from 0.
- * @param cb     releases the descriptor of an index; its result is ignored.
+ * @param epfd     the instance; the caller's variable keeps its value.
+ * @param count    how many indices `cb` is called for, from 0.
+ * @param context  handed to `cb`.
+ * @param cb       releases the descriptor of an index; its result is ignored.
  * @return 0; -1 for a NULL `cb`, with nothing done.
  * Logs: error for a NULL `cb`.
  */
@@ -140,10 +161,12 @@ int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context, zxepoll_g
  * alone in that pass, also when it is writable as well and `readcb` is NULL: watch for EPOLLIN only
  * where there is a `readcb`.
  *
+ * @param epfd     the instance.
  * @param count    descriptors in the set; a pass takes `count` + 1 events, 1024 at most, and the
  *                 next pass the others.
  * @param context  handed to the callbacks.
- * @param readcb   told of readable descriptors, or NULL. @param writecb of writable ones, or NULL.
+ * @param readcb   told of readable descriptors, or NULL.
+ * @param writecb  of writable ones, or NULL.
  * Logs: information for a hang-up or an error of a descriptor.
  */
 void zxepoll_appapi_dataread(int epfd, uint32_t count, void* context, zxepoll_io_cb readcb,

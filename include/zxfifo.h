@@ -36,6 +36,7 @@ extern "C" {
 #define ZXFIFO_NAME_SIZE   128 /**< bytes in a FIFO's name field */
 #define ZXFIFO_PREFIX_SIZE 4   /**< bytes that a message needs beside its payload */
 
+/** A block FIFO. Made by zxfifo_api_blockInit(); every field is the module's. */
 typedef struct zxfifoblock_ctt {
     char name[ZXFIFO_NAME_SIZE]; /**< no NUL inside when the name was cut: bound every read */
     uint32_t size;               /**< capacity in bytes */
@@ -160,19 +161,27 @@ int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size
                                 int line);
 
 /**
+ * @param fifo  the FIFO.
  * @return the bytes held behind the last transfer or reset, without what was only counted since; -1
  *         when `fifo` is NULL, which is logged as an error.
  */
 int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo);
 
-/** @return the bytes free, likewise; -1 when `fifo` is NULL, which is logged as an error. */
+/**
+ * @param fifo  the FIFO.
+ * @return the bytes free, likewise; -1 when `fifo` is NULL, which is logged as an error.
+ */
 int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo);
 
-/** @return the resets counted; -1 when `fifo` is NULL, which is logged as an error. */
+/**
+ * @param fifo  the FIFO.
+ * @return the resets counted; -1 when `fifo` is NULL, which is logged as an error.
+ */
 int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo);
 
 /**
  * Forgets the content and counts a reset.
+ * @param fifo  the FIFO.
  * @return the new reset count; -1 when `fifo` is NULL, which is logged as an error.
  */
 int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo);
@@ -189,36 +198,56 @@ int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat);
 
 /**
  * Counts `n` bytes behind the write position as stored.
- * @param n  no more than up to the end of the ring. @return 0; -1 when `fifo` is NULL.
+ * @param fifo  the FIFO.
+ * @param n     no more than up to the end of the ring.
+ * @return 0; -1 when `fifo` is NULL.
  */
 int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t n);
 
 /**
  * Counts `n` bytes behind the read position as taken.
- * @param n  no more than the capacity. @return 0; -1 when `fifo` is NULL.
+ * @param fifo  the FIFO.
+ * @param n     no more than the capacity.
+ * @return 0; -1 when `fifo` is NULL.
  */
 int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t n);
 
-/** @return the capacity in bytes; -1 when `fifo` is NULL. */
+/**
+ * @param fifo  the FIFO.
+ * @return the capacity in bytes; -1 when `fifo` is NULL.
+ */
 int32_t zxfifo_innerapi_blockSpaceTotal(const zxfifoblock_ctt* fifo);
 
-/** @return the bytes held, as the totals say; -1 when `fifo` is NULL. */
+/**
+ * @param fifo  the FIFO.
+ * @return the bytes held, as the totals say; -1 when `fifo` is NULL.
+ */
 int32_t zxfifo_innerapi_blockSpaceUsed(const zxfifoblock_ctt* fifo);
 
-/** @return the bytes free, as the totals say; -1 when `fifo` is NULL. */
+/**
+ * @param fifo  the FIFO.
+ * @return the bytes free, as the totals say; -1 when `fifo` is NULL.
+ */
 int32_t zxfifo_innerapi_blockSpaceFree(const zxfifoblock_ctt* fifo);
 
-/** As zxfifo_api_blockIn(), without the lock; `source` is not checked. */
+/**
+ * As zxfifo_api_blockIn(), without the lock; `source` is not checked.
+ * @copydetails zxfifo_api_blockIn
+ */
 int32_t zxfifo_innerapi_blockIOin(zxfifoblock_ctt* fifo, const void* source, int32_t length,
                                   zxfifo_transfer_cb transfer);
 
-/** As zxfifo_api_blockOut(), without the lock; `dest` is not checked. */
+/**
+ * As zxfifo_api_blockOut(), without the lock; `dest` is not checked.
+ * @copydetails zxfifo_api_blockOut
+ */
 int32_t zxfifo_innerapi_blockIOout(zxfifoblock_ctt* fifo, void* dest, int32_t length,
                                    zxfifo_transfer_cb transfer);
 
 /**
  * Sets both positions to the start and both totals to 0. The snapshots (`used`, `free`) and the
  * reset count stay.
+ * @param fifo  the FIFO.
  * @return 1; 0 when `fifo` is NULL.
  */
 int32_t zxfifo_innerapi_blockReset(zxfifoblock_ctt* fifo);
@@ -265,14 +294,21 @@ void zxfifo_api_listIn(zxfifolist_ctt** head, zxfifolist_ctt* node);
 
 /**
  * Takes the first node, which the caller owns then. Its `count` and `next` stay as they were.
+ * @param head  the queue.
  * @return the node; NULL when there is none.
  */
 zxfifolist_ctt* zxfifo_api_listOut(zxfifolist_ctt** head);
 
-/** @return the number of nodes, at once; 0 for NULL. */
+/**
+ * @param head  the queue.
+ * @return the number of nodes, at once; 0 for NULL.
+ */
 uint32_t zxfifo_api_listTotalNum(zxfifolist_ctt* const* head);
 
-/** Takes and frees every node. */
+/**
+ * Takes and frees every node.
+ * @param head  the queue, empty then.
+ */
 void zxfifo_api_listReset(zxfifolist_ctt** head);
 
 /* --------------------------------------------------------- shared lists -- */
@@ -306,12 +342,17 @@ typedef struct zxsharelist_ctt {
     zxlock_ctt lock;       /**< held by the thread that adds, drops or resets */
 } zxsharelist_ctt;
 
-/** Empties a list without freeing anything: for a record that holds no nodes. */
+/**
+ * Empties a list without freeing anything: for a record that holds no nodes.
+ * @param list  the list.
+ */
 void zxfifo_innerapi_shareListVarInit(zxsharelist_ctt* list);
 
 /**
  * Empties a list as above and creates its lock, "zxfifo_lock_NAME". `keep_seconds` and the two
  * times stay as they are.
+ * @param list  zero bytes, with `keep_seconds` set.
+ * @param name  of the list, in the name of its lock.
  * @return 0; -1 when the lock cannot be created or an argument is missing.
  * Logs: as zxlock_api_init().
  */
@@ -319,19 +360,30 @@ int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* name);
 
 /**
  * Frees every node and destroys the lock. No other thread uses the list any more.
+ * @param list  the list.
  * @return 0; -1 when `list` is NULL.
  */
 int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list);
 
-/** Makes a node with its buffer, as zxfifo_api_listMalloc() does. */
+/**
+ * Makes a node with its buffer, as zxfifo_api_listMalloc() does.
+ * @param size  bytes of the buffer.
+ * @param name  names the two allocations.
+ * @return the node, for zxfifo_api_shareListIn() or zxfifo_api_shareListDemalloc(); NULL when
+ *         memory is short or `name` is NULL.
+ */
 IdList_ctt* zxfifo_api_shareListMalloc(uint32_t size, const char* name);
 
-/** Frees a node with its buffer, as zxfifo_api_listDemalloc() does. */
+/**
+ * Frees a node with its buffer, as zxfifo_api_listDemalloc() does.
+ * @param ppIdList_ctt  where the pointer is; it is not cleared.
+ */
 void zxfifo_api_shareListDemalloc(IdList_ctt** ppIdList_ctt);
 
 /**
  * Adds a node with the current time. The list owns it then, and drops old nodes once a second: with
  * a keep time of 0 this one, too.
+ * @param list  the list.
  * @param node  NULL: nothing is done.
  * Threads: one at a time, which the list's lock sees to; beside readers.
  */
@@ -341,6 +393,8 @@ void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node);
  * Drops the nodes at the head that are as old as the keep time, or older. A clock that was set back
  * makes nodes look old.
  * Threads: takes no lock: no other thread adds or reads.
+ *
+ * @param list  the list.
  */
 void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
 
@@ -352,6 +406,7 @@ void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
  * A thread that goes on from where it was is led there at once, in up to eight lists in turn;
  * otherwise the list is walked from its head.
  *
+ * @param list     the list.
  * @param sinceUs  microseconds, as zxtime_api_us() gives them; 0: the oldest.
  * @return the node; the newest one when all are older, so look at its `time`; NULL when there is
  *         none.
@@ -360,10 +415,16 @@ void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
  */
 IdList_ctt* zxfifo_api_shareListRead(zxsharelist_ctt* list, uint64_t sinceUs);
 
-/** @return the number of nodes, at once; 0 for NULL. Threads: any. */
+/**
+ * @param list  the list.
+ * @return the number of nodes, at once; 0 for NULL. Threads: any.
+ */
 uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list);
 
-/** Frees every node. Threads: safe beside one that adds, not beside readers. */
+/**
+ * Frees every node. Threads: safe beside one that adds, not beside readers.
+ * @param list  the list.
+ */
 void zxfifo_api_shareListReset(zxsharelist_ctt* list);
 
 #pragma GCC visibility pop

@@ -23,15 +23,17 @@ extern "C" {
 #define ZXLOCK_HOLDER_SIZE 133  /**< bytes in a lock's holder field */
 #define ZXLOCK_LIST_SIZE   5120 /**< entries of ::zxlocklist_ctt */
 
+/** A named lock. Fields are for reading; who holds it may change meanwhile. */
 typedef struct zxlock_ctt {
-    char name[ZXLOCK_NAME_SIZE]; /**< no NUL inside when the name was cut: bound every read */
-    pthread_mutex_t mutex;
+    char name[ZXLOCK_NAME_SIZE];     /**< no NUL inside when the name was cut: bound every read */
+    pthread_mutex_t mutex;           /**< the lock itself; not recursive */
     uint8_t initialised;             /**< 1 between init and deinit */
     uint8_t report_misuse;           /**< 1: using the record uninitialised is logged */
     uint8_t locked;                  /**< 1 while held through zxlock_api_obtain() */
     char holder[ZXLOCK_HOLDER_SIZE]; /**< "function,line" of the holder, or "nolock" */
 } zxlock_ctt;
 
+/** An entry of ::zxlocklist_ctt. */
 typedef struct zxlocklist_entry_ctt {
     zxlock_ctt* lock; /**< the registered lock */
     uint8_t used;     /**< 1 when the entry is occupied */

@@ -33,19 +33,27 @@ extern "C" {
  *
  * A pipe or socket may give less than there will be: zxmd_api_read3() goes on.
  *
- * @param buf  `len` bytes; a NUL is put behind the data when they are fewer than `len`.
+ * @param path  of the file.
+ * @param buf   `len` bytes; a NUL is put behind the data when they are fewer than `len`.
+ * @param len   bytes.
  * @return the number of bytes, also when reading fails; -1 when the file cannot be opened.
  * Threads: safe.
  * Logs: error when the file cannot be opened.
  */
 int32_t zxmd_api_read(const char* path, void* buf, uint32_t len);
 
-/** The same as zxmd_api_read(). */
+/**
+ * The same as zxmd_api_read().
+ * @copydetails zxmd_api_read
+ */
 int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len);
 
 /**
  * Reads a file until `len` bytes or its end. Otherwise as zxmd_api_read().
- * @param buf  `len` bytes; never terminated.
+ * @param path  of the file.
+ * @param buf   `len` bytes; never terminated.
+ * @param len   bytes.
+ * @return as zxmd_api_read().
  */
 int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len);
 
@@ -54,8 +62,10 @@ int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len);
  *
  * When the file cannot be opened it is created with the touch command, and the call still fails.
  *
+ * @param path  of the file; fit for a command (see above) if it is to be created.
  * @param buf   `len` bytes. Writable: after a short write a NUL is stored in it, behind the bytes
  *              that were written.
+ * @param len   bytes.
  * @param mode  as fopen() takes it: "w" truncates, "a+" appends, "r+" wants a file that is there.
  * @return the number of bytes that reached the file; -1 on failure.
  * Threads: safe.
@@ -63,7 +73,13 @@ int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len);
  */
 int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, const char* mode);
 
-/** zxmd_api_write() to the end of a file, which is created when it is missing. */
+/**
+ * zxmd_api_write() to the end of a file, which is created when it is missing.
+ * @param path  as for zxmd_api_write().
+ * @param buf   `len` bytes, writable.
+ * @param len   bytes.
+ * @return as zxmd_api_write().
+ */
 int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len);
 
 /**
@@ -75,6 +91,7 @@ int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len);
  *
  * @param path  fit for a command (see above), at most 247 characters.
  * @param buf   `len` bytes, writable as for zxmd_api_write().
+ * @param len   bytes.
  * @return the number of bytes in the side file: below `len` (or 0), `path` is as it was; -1 on
  *         failure.
  * Threads: not safe for the same path.
@@ -93,6 +110,7 @@ uint64_t zxmd_api_getFileSize(const char* path);
 
 /**
  * Names the type of a file; a symbolic link is not followed.
+ * @param path  of the file.
  * @return a constant text: "regular", "diretory" (spelled so in the interface), "block special",
  *         "character special", "fifo", "symbolic link", "socket", "unknown", or "error" when the
  *         file cannot be examined.
@@ -103,6 +121,7 @@ const char* zxmd_api_getFileType(const char* path);
 
 /**
  * Tells whether a file exists (the name is spelled so in the interface).
+ * @param path  of the file.
  * @return 1 or 0. Threads: safe.
  */
 int32_t zxmd_api_isFileExsit(const char* path);
@@ -119,6 +138,7 @@ void zxmd_api_newMsgFile(const char* path);
 
 /**
  * Tells whether a name is that of a media file.
+ * @param name  with or without a path.
  * @return 1 when it ends in ".ts", ".mp3" or ".mp4", in lower case; 0 otherwise.
  * Threads: safe.
  */
@@ -130,12 +150,17 @@ int32_t zxmd_api_fileFormatFilter(const char* name);
  * process, with the current second: calls within a second give the same values. Threads: not safe.
  */
 
-/** @return a value in [`min`, `max`], with `min` not above `max`. */
+/**
+ * @param min  lowest value.
+ * @param max  highest value; what is more than 2147483647 above `min` never comes.
+ * @return a value in [`min`, `max`], with `min` not above `max`.
+ */
 uint32_t zxmd_api_randomU32(uint32_t min, uint32_t max);
 
 /**
  * Overwrites a run of random place and length with one random byte value.
  * @param buf        `len` bytes.
+ * @param len        bytes.
  * @param minOffset  bytes at the beginning that are left alone; nothing is done without a byte
  *                   behind them.
  */
@@ -143,6 +168,8 @@ void zxmd_api_randomInsert(uint8_t* buf, uint32_t len, uint32_t minOffset);
 
 /**
  * Fills a buffer with bytes other than 0, without a terminator.
+ * @param buf  takes `len` bytes.
+ * @param len  bytes.
  * @return `len`; 0 for a NULL `buf`.
  */
 uint32_t zxmd_api_randomStr(uint8_t* buf, uint32_t len);
@@ -240,7 +267,10 @@ int32_t zxmd_api_changeUser(const char* name);
  */
 int32_t zxmd_api_setRlimit(uint32_t resource, const char* name);
 
-/** zxmd_api_setRlimit() for open files. */
+/**
+ * zxmd_api_setRlimit() for open files.
+ * @return what system() returned; -1 on failure.
+ */
 int32_t zxmd_api_setUlimit(void);
 
 /* -------------------------------------------------------- housekeeping -- */
@@ -250,16 +280,29 @@ int32_t zxmd_api_setUlimit(void);
  * last system(): 0 for success.
  */
 
-/** Has the kernel drop clean caches. @param level 1: pages; 2: directory entries; 3: both. */
+/**
+ * Has the kernel drop clean caches.
+ * @param level  1: pages; 2: directory entries; 3: both.
+ * @return what system() returned.
+ */
 int32_t zxmd_api_clearCache(uint32_t level);
 
-/** Removes the log files of the system below /var/log. */
+/**
+ * Removes the log files of the system below /var/log.
+ * @return what the last system() returned.
+ */
 int32_t zxmd_api_clearSysLog(void);
 
-/** Removes the log files of the servers. */
+/**
+ * Removes the log files of the servers.
+ * @return what the last system() returned.
+ */
 int32_t zxmd_api_clearAppLog(void);
 
-/** Removes packages that no other needs any more. */
+/**
+ * Removes packages that no other needs any more.
+ * @return what the last system() returned.
+ */
 int32_t zxmd_api_cleanKernelUpgradeFile(void);
 
 /**
@@ -285,15 +328,23 @@ int32_t zxmd_api_getCpuNum(void);
  */
 int32_t zxmd_api_setCpuFreq(uint32_t cpu);
 
-/** @return 1 when a Debian package has left its documentation on the machine, otherwise 0. */
+/**
+ * @param package  name of the package.
+ * @return 1 when a Debian package has left its documentation on the machine, otherwise 0.
+ */
 int32_t zxmd_api_isInstall(const char* package);
 
-/** @return 1 when a program stands in /bin, /usr/bin, /sbin or the like, otherwise 0. */
+/**
+ * @param program  name of the program, without a path.
+ * @return 1 when a program stands in /bin, /usr/bin, /sbin or the like, otherwise 0.
+ */
 int32_t zxmd_api_isInstallByBin(const char* program);
 
 /**
  * Draws the tree of a process, with its threads where the system's pstree can.
- * @param out  `size` bytes.
+ * @param pid   of the process.
+ * @param out   `size` bytes.
+ * @param size  bytes.
  * @return the length of the text, cut to `size`; negative when there is none, as
  *         zxt_innerapi_cmdReadByPipe() gives it.
  */
@@ -308,6 +359,9 @@ int32_t zxmd_api_getDecEncMode(void);
 
 /**
  * Prints the options of a command line, as getopt() finds them, to standard output.
+ * @param argc       arguments, the program's name included.
+ * @param argv       the arguments, which getopt() may reorder.
+ * @param optstring  as getopt() takes it.
  * @return the number of options; 0 when an argument is missing.
  * Threads: not safe: getopt() keeps its state for the process, which starts anew.
  */
@@ -319,6 +373,9 @@ void zxmd_api_checkVarTypeLen(void);
 /**
  * Tells whether a shared library, NAME-RELEASE.so.VERSION or NAME.so.VERSION, stands in more than
  * one of the system's library directories.
+ * @param name     with its "lib".
+ * @param release  second part of the first form.
+ * @param version  behind ".so.".
  * @return 1 when it does, otherwise 0.
  * Logs: warning with each place then.
  */

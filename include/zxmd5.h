@@ -40,7 +40,11 @@ int32_t zxmd5_innerapi_envCheck(uint64_t len);
  */
 uint64_t zxmd5_innerapi_getPadLen(uint64_t len);
 
-/** @return `x` rotated to the left by `c` modulo 32 bits. */
+/**
+ * @param x  the word.
+ * @param c  places; any number.
+ * @return `x` rotated to the left by `c` modulo 32 bits.
+ */
 uint32_t zxmd5_innerapi_leftrotate(uint32_t x, uint8_t c);
 
 /**

@@ -71,7 +71,10 @@ void zxmem_api_deinit(void);
  */
 void* zxmem_api_malloc(uint32_t size, const char* name, const char* file, uint32_t line);
 
-/** The same as zxmem_api_malloc(). */
+/**
+ * The same as zxmem_api_malloc().
+ * @copydetails zxmem_api_malloc
+ */
 void* zxmem_api_calloc(uint32_t size, const char* name, const char* file, uint32_t line);
 
 /**

@@ -59,6 +59,7 @@ typedef enum ipmode_e {
 
 /**
  * Tells an IPv6 text from others by the colon.
+ * @param text  any text.
  * @return 1 when there is one; 0 otherwise and for NULL.
  * Logs: error for NULL.
  */
@@ -66,6 +67,7 @@ int32_t zxnet_api_isIpv6(const char* text);
 
 /**
  * Tells whether an IPv4 or IPv6 text is a multicast address.
+ * @param text  an address without brackets or prefix length.
  * @return 1 for 224.0.0.0 to 239.255.255.255 and for ff00::/8; 0 for others, for what is no
  *         address, and for NULL.
  * Logs: error for NULL.
@@ -119,6 +121,7 @@ uint32_t zxnet_api_getIpList(const char* start, const char* end, char* out, uint
  * one character behind it is skipped, whatever it is. Bytes that the text has no more numbers for
  * are 0.
  *
+ * @param text  "00:11:22:aa:bb:cc".
  * @param out6  #ZXNET_MAC_SIZE bytes.
  * @return 0; -1 for a NULL argument, with nothing touched.
  * Threads: safe.
@@ -129,8 +132,9 @@ int32_t zxnet_api_macStr2Byte(const char* text, uint8_t* out6);
 /**
  * Appends bytes to a text, in hexadecimal without leading zeros and with colons between them:
  * 00 1a 0b are "0:1a:b".
- * @param len  bytes.
- * @param out  a text, with room for 3 * `len` bytes behind it.
+ * @param bytes  `len` bytes.
+ * @param len    bytes.
+ * @param out    a text, with room for 3 * `len` bytes behind it.
  * @return `len`; 0 for a NULL argument.
  * Logs: error for a NULL argument.
  */
@@ -138,6 +142,7 @@ int32_t zxnet_api_macByte2str(const uint8_t* bytes, uint32_t len, char* out);
 
 /**
  * Tells whether a MAC address, read as by zxnet_api_macStr2Byte(), is that of a single station.
+ * @param text  "00:11:22:aa:bb:cc".
  * @return 1 when it is, also for an address of zeros; 0 for a group address; -1 for NULL.
  * Logs: error for NULL.
  */
@@ -217,6 +222,7 @@ void zxnet_api_getIpaddr(const struct sockaddr* sa, char* out);
  * texts; the text after the last one spoils the flags, and nothing is stored behind the record.
  * It is meant for names that yield few addresses.
  *
+ * @param host     name or address.
  * @param service  as for getaddrinfo(); NULL: none.
  * @param out      rewritten, unless `host` is NULL or empty.
  * @return 0; -1 for a NULL `host` or `out`, an empty `host`, or a name that does not resolve; -2
@@ -228,6 +234,7 @@ int32_t zxnet_api_parseDomainName(const char* host, const char* service, domaina
 
 /**
  * Finds an IP mode by its text.
+ * @param text  as ::ipmode_e lists them, in the same letters.
  * @return the mode; #ZXNET_IPMODE_UNKNOWN for another text and for NULL.
  * Logs: error for NULL.
  */
@@ -235,6 +242,7 @@ ipmode_e zxnet_api_getIpMode(const char* text);
 
 /**
  * Tells whether a number is a descriptor other than standard input, output and error.
+ * @param fd  any number.
  * @return 1 above 2; 0 otherwise. Whether it is open is not asked.
  */
 int32_t zxnet_api_isVaildFd(int fd);
@@ -250,18 +258,24 @@ char* zxnet_api_net2str(const uint32_t* netorder);
 
 /**
  * Copies bytes. They may overlap.
+ * @param src  `len` bytes.
  * @param len  bytes.
+ * @param dst  `len` bytes.
  * Logs: error for a NULL argument.
  */
 void zxnet_api_num2str(const void* src, uint32_t len, void* dst);
 
-/** As zxnet_api_num2str(). */
+/**
+ * As zxnet_api_num2str().
+ * @copydetails zxnet_api_num2str
+ */
 void zxnet_api_str2num(const void* src, uint32_t len, void* dst);
 
 /**
  * Appends bytes to a text, each as two hexadecimal digits.
- * @param len  bytes.
- * @param out  a text, with room for 2 * `len` bytes behind it.
+ * @param bytes  `len` bytes.
+ * @param len    bytes.
+ * @param out    a text, with room for 2 * `len` bytes behind it.
  * @return `len`; 0 for a NULL argument.
  * Logs: error for a NULL argument.
  */
@@ -291,6 +305,7 @@ int32_t zxnet_api_num2str16(const uint8_t* bytes, uint32_t len, char* out);
 #define ZXNET_POLL_WRITE  2 /**< writable */
 #define ZXNET_POLL_EXCEPT 4 /**< exceptional condition, such as urgent data */
 
+/** A descriptor for zxnet_api_poll(), with the bits above. */
 typedef struct pollfd_ctt {
     int32_t fd;      /**< negative: the record is passed over */
     int16_t events;  /**< what to wait for */
@@ -305,6 +320,7 @@ void zxnet_api_deinit(void);
 
 /**
  * Makes a socket non-blocking or blocking.
+ * @param fd  the socket.
  * @param on  1: non-blocking; any other value: blocking.
  * @return 0; -1 on failure, with `errno` set.
  */
@@ -318,7 +334,9 @@ int32_t zxnet_api_socketNonblock(int fd, int8_t on);
  * state of the TCP connection. Without one, a single connect() decides as the socket stands.
  * The call needs one descriptor besides the socket, and ends early when the wall clock jumps.
  *
- * @param addr       address, not NULL. @param len its bytes.
+ * @param fd         the socket, of TCP where there is a time-out; it stays open.
+ * @param addr       address, not NULL.
+ * @param len        its bytes.
  * @param timeoutUs  microseconds; 0: one attempt.
  * @param logFlag    1: a failure is logged with its reason; any other value: it is not.
  * @return 0 connected, -1 not.
@@ -331,8 +349,8 @@ int32_t zxnet_api_socketConnect(int fd, const struct sockaddr* addr, socklen_t l
 
 /**
  * Waits for descriptors, as poll() does, through select().
- *
  * @param fds        `count` records; every `revents` is rewritten, unless nothing was waited for.
+ * @param count      records; 0 waits for nothing.
  * @param timeoutMs  milliseconds; a negative time-out is an error.
  * @return the number of conditions that hold (a descriptor that is readable and writable counts
  *         twice); 0 when none does in time, and at once when every `fd` is negative; -1 on failure
@@ -343,6 +361,7 @@ int32_t zxnet_api_poll(pollfd_ctt* fds, uint32_t count, int32_t timeoutMs);
 
 /**
  * Waits about 700 ms for a descriptor (below 1024).
+ * @param fd    the descriptor.
  * @param mode  1: until writable; any other value: until readable.
  * @return above 0 ready; -1 not ready, or failed.
  */
@@ -354,6 +373,7 @@ int32_t zxnet_api_waitFd(int fd, uint8_t mode);
  * The slice after the last try decides nothing: readiness that is seen only then is still
  * reported as -1, so 0 tries give -1 in any case.
  *
+ * @param fd     the descriptor.
  * @param mode   1: until writable; any other value: until readable.
  * @param tries  slices.
  * @return above 0 ready; -1 not ready, or failed.
@@ -367,7 +387,9 @@ int32_t zxnet_api_waitFdTimeout(int fd, uint32_t mode, uint32_t tries);
  * A socket that became readable in time but gives 0 bytes counts as broken unless its TCP
  * connection is established; so an empty datagram gives #ZXNET_HANGUP, as it has no connection.
  *
+ * @param fd         the socket.
  * @param buf        receives at most `len` bytes, of which 2147483646 are used at most.
+ * @param len        bytes.
  * @param timeoutMs  milliseconds; #ZXNET_NO_WAIT: as the socket stands.
  * @return the number of bytes; 0 at the end of the stream; #ZXNET_TIMEOUT, #ZXNET_UNWAITED,
  *         #ZXNET_HANGUP, #ZXNET_IO_ERROR (with `errno` set) or #ZXNET_NO_BUF.
@@ -377,7 +399,13 @@ int32_t zxnet_api_waitFdTimeout(int fd, uint32_t mode, uint32_t tries);
  */
 int32_t zxnet_api_epollRecv(int fd, void* buf, uint32_t len, uint32_t timeoutMs);
 
-/** zxnet_api_epollRecv() with a time-out of one second. */
+/**
+ * zxnet_api_epollRecv() with a time-out of one second.
+ * @param fd   the socket.
+ * @param buf  receives at most `len` bytes.
+ * @param len  bytes.
+ * @return as zxnet_api_epollRecv().
+ */
 int32_t zxnet_api_epollRecv3(int fd, void* buf, uint32_t len);
 
 /**
@@ -385,7 +413,9 @@ int32_t zxnet_api_epollRecv3(int fd, void* buf, uint32_t len);
  *
  * Never raises SIGPIPE.
  *
+ * @param fd         the socket.
  * @param buf        `len` bytes, of which 2147483646 are sent at most.
+ * @param len        bytes.
  * @param timeoutMs  milliseconds; #ZXNET_NO_WAIT: as the socket stands.
  * @return the number of bytes that were sent, perhaps fewer than `len`; or #ZXNET_TIMEOUT,
  *         #ZXNET_UNWAITED, #ZXNET_HANGUP, #ZXNET_IO_ERROR (with `errno` set) or #ZXNET_NO_BUF.
@@ -396,7 +426,8 @@ int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, uint32_t time
 
 /**
  * Sends a whole buffer in pieces of at most 1400 bytes, each with zxnet_api_epollSend().
- *
+ * @param fd         the socket.
+ * @param buf        `len` bytes.
  * @param len        at most 2147483646; a larger length is lowered. 0 sends nothing.
  * @param timeoutMs  milliseconds for each piece.
  * @return `len`; or the negative result of the first piece that failed, with the pieces before it
@@ -405,12 +436,18 @@ int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, uint32_t time
  */
 int32_t zxnet_api_epollSend2(int fd, const void* buf, uint32_t len, uint32_t timeoutMs);
 
-/** zxnet_api_epollSend2() with a time-out of one second. */
+/**
+ * zxnet_api_epollSend2() with a time-out of one second.
+ * @param fd   the socket.
+ * @param buf  `len` bytes.
+ * @param len  as for zxnet_api_epollSend2().
+ * @return as zxnet_api_epollSend2().
+ */
 int32_t zxnet_api_epollSend3(int fd, const void* buf, uint32_t len);
 
 /**
  * Binds a socket to a network device and lets it use the routing table.
- *
+ * @param fd      the socket.
  * @param ifname  at most 15 characters count; empty: nothing is done. NULL is refused.
  * @return 0; -1 on failure, with `errno` set.
  * Logs: error on failure and for a NULL name; debug with the name.
@@ -419,11 +456,11 @@ int32_t zxnet_api_bindIface(int fd, const char* ifname);
 
 /**
  * Asks the kernel whether a TCP connection is established.
- *
- * @param info  #ZXNET_TCP_INFO_SIZE bytes for what the kernel knows of the connection, the state
- *              in the first; NULL: not wanted.
- * @param text  #ZXNET_TCP_STATE_TEXT_SIZE bytes for the text of the state, which is written
- *              unless the result is 1; NULL: not wanted.
+ * @param fd    the socket.
+ * @param info  #ZXNET_TCP_INFO_SIZE bytes for what the kernel knows of the connection, the state in
+ *              the first; NULL: not wanted.
+ * @param text  #ZXNET_TCP_STATE_TEXT_SIZE bytes for the text of the state, which is written unless
+ *              the result is 1; NULL: not wanted.
  * @return 1 when it is; 0 when it is in another state or `fd` is no TCP socket.
  * Logs: error when the kernel does not answer; warning for any other state.
  */
@@ -471,7 +508,7 @@ int32_t zxnet_api_ping(const char* host);
 
 /** The IPv4 configuration of an interface. Texts end with a NUL. */
 typedef struct netcfg_info {
-    char ifname[ZXNET_IFNAME_SIZE];
+    char ifname[ZXNET_IFNAME_SIZE];   /**< of the interface, as "eth0" */
     char reserved[66];                /**< the caller's */
     char ipaddr[ZXNET_IP_TEXT_SIZE];  /**< dotted text */
     char netmask[ZXNET_IP_TEXT_SIZE]; /**< dotted text */
@@ -480,6 +517,7 @@ typedef struct netcfg_info {
 /**
  * Asks for address and netmask of the interface `ifname`. What it has not, or when there is no such
  * interface, becomes an empty text.
+ * @param pnetcfg_info  its `ifname` is read, its two texts are written.
  * @return 0; -1 when the argument is missing or there is no socket to ask with.
  * Logs: error then.
  */
@@ -488,6 +526,7 @@ int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info);
 /**
  * Gives an interface an address and a netmask, and starts it. Its flags become IFF_UP,
  * IFF_BROADCAST and IFF_RUNNING (0x43) and no others.
+ * @param pnetcfg_info  what to set.
  * @return 0; -1 at the first step that fails, with those before it done.
  * Logs: error then.
  */
@@ -495,7 +534,8 @@ int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info);
 
 /**
  * Asks for the address of an interface.
- * @param out  #ZXNET_IP_TEXT_SIZE bytes; "0.0.0.0" when there is none.
+ * @param ifname  of the interface.
+ * @param out     #ZXNET_IP_TEXT_SIZE bytes; "0.0.0.0" when there is none.
  * @return 0; -1 when there is none, when an argument is missing, when there is no socket.
  * Logs: error for the last two, with `out` left alone.
  */
@@ -503,6 +543,7 @@ int32_t zxnet_api_getIfaceIp(const char* ifname, char* out);
 
 /**
  * Asks for the address of an interface. Use zxnet_api_getIfaceInfo() for its netmask.
+ * @param ifname   of the interface.
  * @param ipaddr   #ZXNET_IP_TEXT_SIZE bytes.
  * @param netmask  #ZXNET_IP_TEXT_SIZE bytes; left alone unless the kernel has no netmask, and then
  *                 the address.
@@ -514,9 +555,10 @@ int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask
 
 /**
  * Reads the MAC address of an interface as the kernel writes it, "00:11:22:aa:bb:cc\n".
- * @param out   `size` bytes; not terminated when there are 18, and left alone when there is no such
- *              interface.
- * @param size  18 or more (negative ones count as more).
+ * @param ifname  of the interface.
+ * @param out     `size` bytes; not terminated when there are 18, and left alone when there is no
+ *                such interface.
+ * @param size    18 or more (negative ones count as more).
  * @return 0, whatever was read; -2 for a smaller size; -1 when an argument is missing.
  * Logs: error for these two, and when there is no such interface.
  */
@@ -524,7 +566,8 @@ int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size
 
 /**
  * Asks for the MAC address of an interface.
- * @param out6  #ZXNET_MAC_SIZE bytes.
+ * @param ifname  of the interface.
+ * @param out6    #ZXNET_MAC_SIZE bytes.
  * @return 0; -1 on failure.
  * Logs: error on failure; warning for a name of 16 characters or more, which is cut.
  */
@@ -532,8 +575,9 @@ int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6);
 
 /**
  * Reads the MTU of an interface as the kernel writes it, "1500\n".
- * @param out   `size` bytes.
- * @param size  16 or more (negative ones count as more).
+ * @param ifname  of the interface.
+ * @param out     `size` bytes.
+ * @param size    16 or more (negative ones count as more).
  * @return 0; -2 for a smaller size; -1 when it cannot be read or an argument is missing.
  * Logs: error in these cases.
  */
@@ -541,16 +585,19 @@ int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size);
 
 /**
  * Sets the MTU of an interface.
- * @param mtu  bytes.
+ * @param ifname  of the interface.
+ * @param mtu     bytes.
  * @return the number of digits that were written; 0 when the kernel refuses the value; -1 when
- * there is no such interface or the argument is missing. Logs: error for -1.
+ *         there is no such interface or the argument is missing.
+ * Logs: error for -1.
  */
 int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu);
 
 /**
  * Adds flags to those of an interface; none is cleared.
- * @param fd     any socket; stays open.
- * @param flags  IFF_UP and so on.
+ * @param fd      any socket; stays open.
+ * @param ifname  of the interface.
+ * @param flags   IFF_UP and so on.
  * @return 0; -1 on failure.
  * Logs: error on failure.
  */

@@ -45,11 +45,14 @@ zxsignal_handler_cb zxsignal_api_catch(void);
  * Logs a signal by its number and name; a number without a name is "Unknow".
  * Signal handlers: it is one.
  * Logs: notice.
+ *
+ * @param number  of the signal.
  */
 void zxsignal_innerapi_handler(int number);
 
 /**
  * Installs a handler that blocks no other signal and does not restart system calls.
+ * @param number   of the signal.
  * @param handler  NULL: the signal is ignored.
  * Threads and signal handlers: safe; for the whole process.
  * Logs: error when the system refuses.
@@ -59,6 +62,7 @@ void zxsignal_innerapi_set(int number, zxsignal_handler_cb handler);
 /**
  * Blocks a signal for the calling thread, and for the threads and processes that it starts later.
  * Logs: error when the system refuses; the text speaks of SIGPIPE whatever the number.
+ * @param number  of the signal.
  */
 void zxsignal_innerapi_sigMask(int number);
 

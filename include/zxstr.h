@@ -26,6 +26,7 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 #if defined(__GNUC__)
+/** Has compilers check a printf format, argument `fmt`, against the arguments from `args` on. */
 #define ZXSTR_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 #else
 #define ZXSTR_PRINTF(fmt, args)
@@ -88,6 +89,10 @@ char** zxstr_api_getLine(char* buf, int32_t size, char** cursor);
 /**
  * As zxstr_api_getLine(), but a carriage return stops too. The cursor then rests on it, and the
  * next call gives an empty line without moving: step over it first.
+ * @param buf     gets the piece, `size` bytes.
+ * @param size    bytes in `buf`.
+ * @param cursor  left on the character that stopped.
+ * @return `cursor`.
  */
 char** zxstr_api_getLine2(char* buf, int32_t size, char** cursor);
 
@@ -100,6 +105,11 @@ char** zxstr_api_getLine2(char* buf, int32_t size, char** cursor);
  * At the end of the text the character that stopped is its NUL and the cursor is left behind the
  * text: a line without a line feed at its end is the last one, and the cursor is not to be used
  * again.
+ *
+ * @param buf     gets the piece, `size` bytes.
+ * @param size    bytes in `buf`.
+ * @param cursor  left behind the character that stopped.
+ * @return `cursor`.
  */
 char** zxstr_api_getLine3(char* buf, int32_t size, char** cursor);
 
@@ -107,10 +117,18 @@ char** zxstr_api_getLine3(char* buf, int32_t size, char** cursor);
  * Takes one word: skips blanks, tabs, carriage returns and line feeds, stops at any
  * zxstr_api_isSpace() or at the end. A form feed or vertical tab in front is not skipped: it gives
  * an empty word without moving. Otherwise as zxstr_api_getLine().
+ *
+ * @param buf     gets the piece, `size` bytes.
+ * @param size    bytes in `buf`.
+ * @param cursor  left on the character that stopped.
+ * @return `cursor`.
  */
 char** zxstr_api_getWord(char* buf, int32_t size, char** cursor);
 
-/** @return 1 for blank, tab, line feed, vertical tab, form feed, carriage return; otherwise 0. */
+/**
+ * @param c  the character.
+ * @return 1 for blank, tab, line feed, vertical tab, form feed, carriage return; otherwise 0.
+ */
 int32_t zxstr_api_isSpace(char c);
 
 /* -------------------------------------------------------------- search -- */
@@ -118,11 +136,18 @@ int32_t zxstr_api_isSpace(char c);
 /**
  * Tells whether a text contains another, letter case respected, as the logging library's
  * zxlog_api_strCasestrNum() counts it.
+ * @param haystack  searched.
+ * @param needle    looked for.
  * @return 1 or 0; 0 for an empty `needle`.
  */
 int32_t zxstr_api_isCasestr(const char* haystack, const char* needle);
 
-/** As zxstr_api_isCasestr(), but ASCII letters match in either case. */
+/**
+ * As zxstr_api_isCasestr(), but ASCII letters match in either case.
+ * @param haystack  searched.
+ * @param needle    looked for.
+ * @return 1 or 0; 0 for an empty `needle`.
+ */
 int32_t zxstr_api_isCasestr_IgnoreLetterCase(const char* haystack, const char* needle);
 
 /**
@@ -258,7 +283,12 @@ int32_t zxstr_api_findTag(char* value, uint32_t valueSize, const char* name, con
  */
 uint32_t zxstr_api_outULetters(const char* src, char* dst);
 
-/** As zxstr_api_outULetters(), with 'A' to 'X' turned into small letters; 'Y' and 'Z' stay. */
+/**
+ * As zxstr_api_outULetters(), with 'A' to 'X' turned into small letters; 'Y' and 'Z' stay.
+ * @param src  the text.
+ * @param dst  strlen(src) bytes: no NUL is written. May be `src`.
+ * @return strlen(src).
+ */
 uint32_t zxstr_api_outLLetters(const char* src, char* dst);
 
 #pragma GCC visibility pop

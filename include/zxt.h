@@ -69,7 +69,13 @@ int32_t zxt_innerapi_bufOffset(uint8_t* buf, int32_t offset, int32_t len);
  */
 char* zxt_innerapi_bit2str_64(char* outstr, uint64_t value, uint8_t bits);
 
-/** As zxt_innerapi_bit2str_64() for a 32-bit amount. */
+/**
+ * As zxt_innerapi_bit2str_64() for a 32-bit amount.
+ * @param outstr  at least #ZXT_UNIT_SIZE bytes.
+ * @param value   the amount in bytes or bits.
+ * @param bits    0: the units of bytes; otherwise those of bits.
+ * @return `outstr`; NULL when it is NULL.
+ */
 char* zxt_innerapi_bit2str_32(char* outstr, uint32_t value, uint8_t bits);
 
 /* -------------------------------------------------------------- change -- */
@@ -178,6 +184,7 @@ int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size);
  *
  * @param cmd   at most 1006 characters; a longer one is not run. NULL is refused.
  * @param info  `size` bytes; terminated when the output is shorter. NULL is refused.
+ * @param size  bytes; at most 2147483646 are used.
  * @return the number of bytes; -1 for a missing or refused argument, when the file cannot be
  *         removed or read.
  * Threads: not safe, nor against other processes: use zxt_innerapi_cmdReadByPipe() there.
@@ -187,6 +194,7 @@ int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32_t size);
 
 /**
  * Tells whether a command prints anything to standard output.
+ * @param cmd  command; NULL is refused.
  * @return 1 when it does; 0 when it does not; -1 for a NULL `cmd`.
  * Threads: safe.
  * Logs: error for a NULL `cmd`.

@@ -38,8 +38,9 @@ extern "C" {
 #define ZXTHREAD_STATE_RUN      4 /**< set by the controller: keep running */
 #define ZXTHREAD_STATE_STOPPED  5 /**< answer of zxthread_api_isStop() to all but "run" */
 
+/** A worker thread. */
 typedef struct zxthread_ctt {
-    pthread_t handle;
+    pthread_t handle;              /**< the thread, while `created` is 1 */
     pthread_mutex_t mutex;         /**< guards `state`; lent through zxthread_api_lock() */
     uint8_t created;               /**< 1 between create and destroy */
     uint8_t misuse_logged;         /**< 1: use before create was logged once */

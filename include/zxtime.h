@@ -137,10 +137,18 @@ const char* zxtime_api_curDTime(const char* fmt);
  */
 char* zxtime_api_curDate(const char* fmt);
 
-/** As zxtime_api_curDate(), in a buffer of its own. @param fmt  gets year, month. */
+/**
+ * As zxtime_api_curDate(), in a buffer of its own.
+ * @param fmt  gets year, month.
+ * @return as zxtime_api_curDate().
+ */
 char* zxtime_api_curYM(const char* fmt);
 
-/** As zxtime_api_curDate(), in a buffer of its own. @param fmt  gets hour, min, sec. */
+/**
+ * As zxtime_api_curDate(), in a buffer of its own.
+ * @param fmt  gets hour, min, sec.
+ * @return as zxtime_api_curDate().
+ */
 char* zxtime_api_curTime(const char* fmt);
 
 /**
@@ -156,13 +164,26 @@ void zxtime_api_us2DTime(const uint64_t* us, const char* fmt, char* out);
 /**
  * As zxtime_api_us2DTime() for seconds since the epoch. Seconds whose year does not fit an int
  * give an empty text.
+ * @param sec  seconds since the epoch.
+ * @param fmt  gets year, month, day, hour, min, sec.
+ * @param out  at least 8 bytes, as for zxtime_api_us2DTime().
  */
 void zxtime_api_sec2DTime(const time_t* sec, const char* fmt, char* out);
 
-/** As zxtime_api_us2DTime(). @param fmt  gets hour, min, sec. */
+/**
+ * As zxtime_api_us2DTime().
+ * @param us   microseconds since the epoch.
+ * @param fmt  gets hour, min, sec.
+ * @param out  at least 8 bytes, as for zxtime_api_us2DTime().
+ */
 void zxtime_api_us2str(const uint64_t* us, const char* fmt, char* out);
 
-/** As zxtime_api_sec2DTime(). @param fmt  gets hour, min, sec. */
+/**
+ * As zxtime_api_sec2DTime().
+ * @param sec  seconds since the epoch.
+ * @param fmt  gets hour, min, sec.
+ * @param out  at least 8 bytes, as for zxtime_api_us2DTime().
+ */
 void zxtime_api_sec2str(const time_t* sec, const char* fmt, char* out);
 
 /**
@@ -288,7 +309,11 @@ int32_t zxtime_api_isNewLoop(const char* start, uint32_t durationSec, int8_t* st
  */
 int32_t zxtime_api_isNewDay(time_t* last);
 
-/** As zxtime_api_isNewDay() for half hours: local minute 0 or 30, then every 1800 seconds. */
+/**
+ * As zxtime_api_isNewDay() for half hours: local minute 0 or 30, then every 1800 seconds.
+ * @param last  the last hit, kept by the caller; start with 0.
+ * @return 1 and now in `*last`, or 0.
+ */
 int32_t zxtime_api_isWholeClock(time_t* last);
 
 /** @return 1 when the record's local time is now or past, otherwise 0. @param t  read only. */
@@ -311,6 +336,9 @@ int32_t zxtime_api_timeout(const rstime* a, const rstime* b, uint64_t limitSec);
 /**
  * Tells whether two counts, of any unit, are more than `limit` apart in either direction. The sums
  * wrap at 2^64.
+ * @param a      a count.
+ * @param b      another.
+ * @param limit  of the same unit.
  * @return 1 or 0.
  */
 int32_t zxtime_api_timeout2(uint64_t a, uint64_t b, uint64_t limit);
@@ -327,6 +355,9 @@ int32_t zxtime_api_counterAsyncUs(uint64_t* last, uint64_t intervalUs);
 /**
  * As zxtime_api_counterAsyncUs() in seconds, counted by zxlog_api_timerAsyncSec(), whose result is
  * narrowed to a signed byte.
+ * @param last         seconds of the last hit, kept by the caller; 0 fires at once.
+ * @param intervalSec  seconds.
+ * @return as zxtime_api_counterAsyncUs().
  */
 int32_t zxtime_api_counterAsyncSec(uint64_t* last, uint32_t intervalSec);
 

@@ -32,6 +32,7 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 #if defined(__GNUC__)
+/** Has compilers check a printf format, argument `fmt`, against the arguments from `args` on. */
 #define ZXLOG_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 #else
 #define ZXLOG_PRINTF(fmt, args)
@@ -82,8 +83,9 @@ extern char strfilterTags[ZXLOG_FILTER_SIZE];
 int32_t zxlog_api_setFile(const char* path);
 
 /**
- * Sets the level: 0 off, 1 errors, 2 and warnings, 3 and notices, 4 and
- * information, 5 (and above) and debug lines.
+ * Sets the level.
+ * @param level  0 off, 1 errors, 2 and warnings, 3 and notices, 4 and information, 5 (and above)
+ *               and debug lines.
  * Threads and signal handlers: safe.
  */
 void zxlog_api_setLoglevel(uint32_t level);
@@ -95,10 +97,18 @@ void zxlog_api_setLoglevel(uint32_t level);
  */
 void zxlog_api_setFilterTags(const char* tags);
 
-/** Sets ::flag_printLineFunc. Threads and signal handlers: safe. */
+/**
+ * Sets ::flag_printLineFunc.
+ * @param on  0: off.
+ * Threads and signal handlers: safe.
+ */
 void zxlog_api_setPrintLineFunc(int8_t on);
 
-/** Sets ::flag_stdPrint. Threads and signal handlers: safe. */
+/**
+ * Sets ::flag_stdPrint.
+ * @param on  0: off.
+ * Threads and signal handlers: safe.
+ */
 void zxlog_api_setStdPrint(int8_t on);
 
 /* ---------------------------------------------------------------- gate -- */
@@ -143,6 +153,8 @@ const char* zxlog_innerapi_logTime(void);
  * count is reported in the log as soon as writing works again. Nothing is
  * written at level 0.
  *
+ * @param fmt  a printf format, the caller's own text and never one from outside.
+ *
  * Signal handlers: safe, with conversions for integers, texts and pointers.
  */
 void zxlog_innerapi_file(const char* fmt, ...) ZXLOG_PRINTF(1, 2);
@@ -153,7 +165,9 @@ void zxlog_innerapi_file(const char* fmt, ...) ZXLOG_PRINTF(1, 2);
  *
  * @param label  names the buffer; NULL stands for an empty text.
  * @param buf    `len` bytes; NULL writes the first line only.
- * @param func   function that asks, @param line its source line.
+ * @param len    bytes.
+ * @param func   function that asks,
+ * @param line   its source line.
  *
  * Signal handlers: safe.
  */
@@ -164,7 +178,9 @@ void zxlog_innerapi_bufHex(const char* label, const void* buf, uint32_t len, con
 
 /**
  * Writes a number in decimal.
- * @param scratch  at least 32 bytes; NULL: nothing is done. @return `scratch`.
+ * @param scratch  at least 32 bytes; NULL: nothing is done.
+ * @param num      the number.
+ * @return `scratch`.
  * Signal handlers: safe.
  */
 char* zxlog_innerapi_num2str(char* scratch, uint64_t num);
@@ -180,7 +196,14 @@ char* zxlog_innerapi_num2str(char* scratch, uint64_t num);
  */
 char* zxlog_innerapi_bitByte64(char* scratch, uint64_t whole, uint64_t fraction, const char* unit);
 
-/** As zxlog_innerapi_bitByte64() for 32-bit values. */
+/**
+ * As zxlog_innerapi_bitByte64() for 32-bit values.
+ * @param scratch   at least 32 bytes; a unit that does not fit is cut. NULL: nothing is done.
+ * @param whole     the whole part.
+ * @param fraction  1024ths, as for zxlog_innerapi_bitByte64().
+ * @param unit      NULL stands for an empty text.
+ * @return `scratch`.
+ */
 char* zxlog_innerapi_bitByte32(char* scratch, uint32_t whole, uint32_t fraction, const char* unit);
 
 /* -------------------------------------------------------------- clocks -- */
@@ -213,7 +236,9 @@ char* zxlog_api_us2time(uint64_t us, char* out, const char* fmtBelowSecond, cons
 
 /**
  * Writes a duration in seconds as "D_HH:MM:SS", without "D_" when the days are 0.
- * @param out  at least 32 bytes; NULL: nothing is done. @return `out`.
+ * @param sec  the duration.
+ * @param out  at least 32 bytes; NULL: nothing is done.
+ * @return `out`.
  */
 char* zxlog_api_sec2Time(uint64_t sec, char* out);
 
