@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of one or more groups, those that are missing: build,
-# test, bench, fuzz, analyse, memcheck, coverage, package.
+# test, bench, fuzz, analyse, memcheck, coverage, docs, package.
 set -euo pipefail
 
 packages_of() {
@@ -15,8 +15,9 @@ packages_of() {
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;
         coverage) echo gcovr ;;
+        docs) echo doxygen ;;
         package) echo debootstrap dpkg-dev fakeroot lintian ;;
-        *) echo "usage: $0 [build|test|bench|fuzz|analyse|memcheck|coverage|package]..." >&2; return 2 ;;
+        *) echo "usage: $0 [build|test|bench|fuzz|analyse|memcheck|coverage|docs|package]..." >&2; return 2 ;;
     esac
 }
 
