@@ -193,8 +193,12 @@ int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo);
  */
 int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat);
 
-/* Operations for the library's own modules: the caller holds the FIFO's lock. A NULL FIFO is
- * logged as an error. */
+/* ------------------------------------- block FIFOs whose lock is held -- */
+
+/*
+ * Operations for the library's own modules: the caller holds the FIFO's lock. A NULL FIFO is
+ * logged as an error.
+ */
 
 /**
  * Counts `n` bytes behind the write position as stored.

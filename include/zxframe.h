@@ -297,11 +297,13 @@ int32_t zxframe_innerapi_filterFrameByMac(void* context, const frame_filter_ctt*
  */
 int32_t zxframe_innerapi_filterFrameByIp(void* context, const frame_filter_ctt* filter);
 
+/* ----------------------------------- questions about a decoded record -- */
+
 /*
- * Questions about a decoded record. The answer is 1 or 0, and 0 for a missing argument, for which
- * an error is logged. An address text that is no address matches nothing. After
- * zxframe_api_buildTcpAck() and zxframe_api_buildTcpData() the record's addresses are in the other
- * byte order and match nothing that they should.
+ * The answer is 1 or 0, and 0 for a missing argument, for which an error is logged. An address text
+ * that is no address matches nothing. After zxframe_api_buildTcpAck() and
+ * zxframe_api_buildTcpData() the record's addresses are in the other byte order and match nothing
+ * that they should.
  */
 
 /**

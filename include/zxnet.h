@@ -305,7 +305,7 @@ int32_t zxnet_api_num2str16(const uint8_t* bytes, uint32_t len, char* out);
 #define ZXNET_POLL_WRITE  2 /**< writable */
 #define ZXNET_POLL_EXCEPT 4 /**< exceptional condition, such as urgent data */
 
-/** A descriptor for zxnet_api_poll(), with the bits above. */
+/** A descriptor for zxnet_api_poll(), with #ZXNET_POLL_READ and so on. */
 typedef struct pollfd_ctt {
     int32_t fd;      /**< negative: the record is passed over */
     int16_t events;  /**< what to wait for */
@@ -604,7 +604,9 @@ int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu);
 int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t flags);
 
 /* ----------------------------------------------------------- checksums -- */
-/* The one's-complement sums of RFC 1071. Buffers need no alignment. */
+/*
+ * The one's-complement sums of RFC 1071. Buffers need no alignment.
+ */
 
 /**
  * Calculates the Internet checksum of a buffer.

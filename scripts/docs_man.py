@@ -95,16 +95,22 @@ def first_sentence(member):
 
 
 def prototype(member):
-    text = "".join(member.find("definition").itertext()) + "".join(member.findtext("argsstring") or "")
-    return escape(text.replace(" *", "* ").replace("* *", "**").replace("* ,", "*,") + ";")
+    text = member.findtext("definition")
+    if member.get("kind") == "function":
+        text += member.findtext("argsstring").replace(",...", ", ...")
+    else:
+        text = f"extern {text}"
+    return escape(re.sub(r"(?<=\w) *(\*+) *(?=\w)", r"\1 ", text) + ";")
 
 
-def member_page(member, header, version):
+def member_page(member, section, header, version):
     page = Page(member.findtext("name"), version)
     page.section("NAME", [f"{page.name} \\- {first_sentence(member)}"])
     page.section("SYNOPSIS", [".nf", f"#include <{escape(header)}>", "", prototype(member), ".fi"])
     page.describe(member.find("briefdescription"))
     page.describe(member.find("detaileddescription"))
+    if section.find("description") is not None:
+        page.describe(section.find("description"), "NOTES")
     page.section("SEE ALSO", [f"\\fB{escape(header)}\\fP(3)"])
     return page
 
@@ -132,10 +138,11 @@ def main():
         compound = ET.parse(path).getroot().find("compounddef")
         header = compound.findtext("compoundname")
         header_page(compound, header, version).write(folder)
-        for member in compound.iter("memberdef"):
-            if member.findtext("name") in wanted and member.get("kind") in ("function", "variable"):
-                wanted.discard(member.findtext("name"))
-                member_page(member, header, version).write(folder)
+        for section in compound.iter("sectiondef"):
+            for member in section.iter("memberdef"):
+                if member.findtext("name") in wanted and member.get("kind") in ("function", "variable"):
+                    wanted.discard(member.findtext("name"))
+                    member_page(member, section, header, version).write(folder)
     for name in sorted(wanted):
         print(f"no manual page for {name}", file=sys.stderr)
     return 1 if wanted else 0

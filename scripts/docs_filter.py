@@ -1,0 +1,34 @@
+#!/usr/bin/env python3
+"""docs_filter.py FILE: a header as Doxygen is to read it, line by line.
+
+The bars that divide a header, with the comment behind them, become groups. What a comment says of
+threads, signal handlers and the log at its end becomes paragraphs with a title.
+"""
+import pathlib
+import re
+import sys
+
+BAR = re.compile(r"/\* -{3,} (.+) -- \*/$")
+TITLED = re.compile(r"^( *\* )(Threads|Signal handlers|Threads and signal handlers|Logs): ")
+
+
+def filtered(lines):
+    opened = False
+    for i, line in enumerate(lines):
+        bar = BAR.match(line)
+        if bar:
+            name = bar.group(1)[0].upper() + bar.group(1)[1:]
+            text = next((k for k in (i + 1, i + 2) if lines[k] == "/*"), None)
+            if text is not None:
+                lines[text] = f"/** @name {name}"
+                end = lines.index(" */", text)
+                lines[end] = " * @{ */"
+            begin = "" if text is not None else f"/** @name {name} */ /** @{{ */"
+            line = ("/** @} */ " if opened else "") + begin
+            opened = True
+        elif opened and lines[i : i + 2] == ["", "#pragma GCC visibility pop"]:
+            line = "/** @} */"
+        yield TITLED.sub(r"\1@zx{\2} ", line)
+
+
+sys.stdout.write("\n".join(filtered(pathlib.Path(sys.argv[1]).read_text().split("\n"))))
