@@ -24,6 +24,9 @@ if [[ -s $out/warnings ]]; then
     cat "$out/warnings" >&2
     failed=1
 fi
+# Pages link to the example programs as the sources do.
+cp -r examples "$out/html/examples"
+sed -i -E 's|href="(\.\./)+examples|href="examples|g' "$out"/html/*.html
 python3 scripts/docs_man.py "$out/xml" "$out/man/man3" "$ZX_DOCS_VERSION" src/zxcommon.map zxlog/zxlog.map ||
     failed=1
 exit $failed

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""docs_filter.py FILE: a header as Doxygen is to read it, line by line.
+"""docs_filter.py FILE: a header or a page as Doxygen is to read it, line by line.
 
 The bars that divide a header, with the comment behind them, become groups. What a comment says of
-threads, signal handlers and the log at its end becomes paragraphs with a title.
+threads, signal handlers and the log at its end becomes paragraphs with a title. A function that a
+page names gets the parentheses by which Doxygen knows what to link.
 """
 import pathlib
 import re
@@ -10,6 +11,7 @@ import sys
 
 BAR = re.compile(r"/\* -{3,} (.+) -- \*/$")
 TITLED = re.compile(r"^( *\* )(Threads|Signal handlers|Threads and signal handlers|Logs): ")
+FUNCTION = re.compile(r"`(zx\w+?_(?:api|innerapi|appapi)_\w+|zxepoll_\w+|zx_api_\w+|SHA1(?!Context)[A-Z]\w+)`")
 
 
 def filtered(lines):
@@ -31,4 +33,9 @@ def filtered(lines):
         yield TITLED.sub(r"\1@zx{\2} ", line)
 
 
-sys.stdout.write("\n".join(filtered(pathlib.Path(sys.argv[1]).read_text().split("\n"))))
+path = pathlib.Path(sys.argv[1])
+text = path.read_text()
+if path.suffix == ".md":
+    sys.stdout.write(FUNCTION.sub(r"`\1()`", text))
+else:
+    sys.stdout.write("\n".join(filtered(text.split("\n"))))
