@@ -11,7 +11,7 @@ import sys
 
 BAR = re.compile(r"/\* -{3,} (.+) -- \*/$")
 TITLED = re.compile(r"^( *\* )(Threads|Signal handlers|Threads and signal handlers|Logs): ")
-FUNCTION = re.compile(r"`(zx\w+?_(?:api|innerapi|appapi)_\w+|zxepoll_\w+|zx_api_\w+|SHA1(?!Context)[A-Z]\w+)`")
+FUNCTION = re.compile(r"`((?:zx\w+?|sha1)_(?:api|innerapi|appapi)_\w+|zxepoll_\w+|zx_api_\w+|SHA1(?!Context)[A-Z]\w+)`")
 
 
 def filtered(lines):
