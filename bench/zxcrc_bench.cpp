@@ -1,9 +1,11 @@
-// CRCs beside libavutil's with the same polynomials.
+// CRCs beside those of libraries that have the same polynomials. zlib's takes the bits of a byte
+// the other way round.
 #include "zxcrc.h"
 
-#include <benchmark/benchmark.h>
+#include <isa-l/crc.h>
+#include <zlib.h>
 
-#include <vector>
+#include "support.hpp"
 
 extern "C" {
 #include <libavutil/crc.h>
@@ -11,41 +13,38 @@ extern "C" {
 
 namespace {
 
-constexpr int kPacket = 188;  // bytes of a transport packet
-constexpr int kPage = 4096;
-
-std::vector<std::uint8_t> message(const benchmark::State& state) {
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(state.range(0)));
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<std::uint8_t>(i * 7);
-    }
-    return bytes;
-}
-
-template <auto kFunction>
-void BM_zxcrc(benchmark::State& state) {
-    const auto bytes = message(state);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(kFunction(bytes.data(), static_cast<std::uint32_t>(bytes.size())));
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
+template <auto kCrc>
+void library(const std::uint8_t* data, std::size_t size) {
+    benchmark::DoNotOptimize(kCrc(data, static_cast<std::uint32_t>(size)));
 }
 
 template <AVCRCId kId>
-void BM_av_crc(benchmark::State& state) {
-    const auto bytes = message(state);
-    const AVCRC* const table = av_crc_get_table(kId);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(av_crc(table, 0xFFFFFFFF, bytes.data(), bytes.size()));
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
+void libavutil(const std::uint8_t* data, std::size_t size) {
+    static const AVCRC* const table = av_crc_get_table(kId);
+    benchmark::DoNotOptimize(av_crc(table, 0xFFFFFFFF, data, size));
 }
 
-BENCHMARK(BM_zxcrc<zxcrc_api_CRC32>)->Arg(kPacket)->Arg(kPage);
-BENCHMARK(BM_av_crc<AV_CRC_32_IEEE>)->Arg(kPacket)->Arg(kPage);
-BENCHMARK(BM_zxcrc<zxcrc_api_CRC16>)->Arg(kPacket)->Arg(kPage);
-BENCHMARK(BM_av_crc<AV_CRC_16_ANSI_LE>)->Arg(kPacket)->Arg(kPage);
-BENCHMARK(BM_zxcrc<zxcrc_api_CRC>)->Arg(kPacket)->Arg(kPage);
-BENCHMARK(BM_av_crc<AV_CRC_16_CCITT>)->Arg(kPacket)->Arg(kPage);
+void zlib(const std::uint8_t* data, std::size_t size) {
+    benchmark::DoNotOptimize(crc32(0, data, static_cast<uInt>(size)));
+}
+
+void isal(const std::uint8_t* data, std::size_t size) {
+    benchmark::DoNotOptimize(crc32_ieee(0, const_cast<std::uint8_t*>(data), size));
+}
+
+// A transport packet and two buffers.
+void sizes(benchmark::internal::Benchmark* bench) {
+    bench->Arg(188)->Arg(4096)->Arg(65536);
+}
+
+using zx::bench::over_bytes;
+BENCHMARK(over_bytes<library<zxcrc_api_CRC32>>)->Name("CRC32/library")->Apply(sizes);
+BENCHMARK(over_bytes<isal>)->Name("CRC32/isa-l")->Apply(sizes);
+BENCHMARK(over_bytes<zlib>)->Name("CRC32/zlib")->Apply(sizes);
+BENCHMARK(over_bytes<libavutil<AV_CRC_32_IEEE>>)->Name("CRC32/libavutil")->Apply(sizes);
+BENCHMARK(over_bytes<library<zxcrc_api_CRC16>>)->Name("CRC16/library")->Apply(sizes);
+BENCHMARK(over_bytes<libavutil<AV_CRC_16_ANSI_LE>>)->Name("CRC16/libavutil")->Apply(sizes);
+BENCHMARK(over_bytes<library<zxcrc_api_CRC>>)->Name("CRC/library")->Apply(sizes);
+BENCHMARK(over_bytes<libavutil<AV_CRC_16_CCITT>>)->Name("CRC/libavutil")->Apply(sizes);
 
 }  // namespace

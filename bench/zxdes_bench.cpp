@@ -82,13 +82,13 @@ void sizes(benchmark::internal::Benchmark* bench) {
     bench->Arg(8)->Arg(64)->Arg(1024)->Arg(1 << 20);
 }
 
-BENCHMARK(encrypts<ours<kDes>>)->Name("des/zxdes")->Apply(sizes);
-BENCHMARK(encrypts<openssl<kDes>>)->Name("des/openssl")->Apply(sizes);
-BENCHMARK(encrypts<nettle<kDes>>)->Name("des/nettle")->Apply(sizes);
-BENCHMARK(encrypts<libavutil<kDes>>)->Name("des/libavutil")->Apply(sizes);
-BENCHMARK(encrypts<ours<kTripleDes>>)->Name("3des/zxdes")->Apply(sizes);
-BENCHMARK(encrypts<openssl<kTripleDes>>)->Name("3des/openssl")->Apply(sizes);
-BENCHMARK(encrypts<nettle<kTripleDes>>)->Name("3des/nettle")->Apply(sizes);
-BENCHMARK(encrypts<libavutil<kTripleDes>>)->Name("3des/libavutil")->Apply(sizes);
+BENCHMARK(encrypts<ours<kDes>>)->Name("DES/library")->Apply(sizes);
+BENCHMARK(encrypts<openssl<kDes>>)->Name("DES/openssl")->Apply(sizes);
+BENCHMARK(encrypts<nettle<kDes>>)->Name("DES/nettle")->Apply(sizes);
+BENCHMARK(encrypts<libavutil<kDes>>)->Name("DES/libavutil")->Apply(sizes);
+BENCHMARK(encrypts<ours<kTripleDes>>)->Name("3DES/library")->Apply(sizes);
+BENCHMARK(encrypts<openssl<kTripleDes>>)->Name("3DES/openssl")->Apply(sizes);
+BENCHMARK(encrypts<nettle<kTripleDes>>)->Name("3DES/nettle")->Apply(sizes);
+BENCHMARK(encrypts<libavutil<kTripleDes>>)->Name("3DES/libavutil")->Apply(sizes);
 
 }  // namespace

@@ -1,11 +1,18 @@
-// Length-prefixed messages through the block FIFO, through libavutil's AVFifo under a mutex a call
-// and through JACK's ring buffer (which is for one reader and one writer) with the same mutexes.
+// Length-prefixed messages through the block FIFO, through libavutil's AVFifo under a mutex a call,
+// and through JACK's and Boost's ring buffers, which are for one reader and one writer and have no
+// lock; JACK's also under the same mutex. Nodes through the list pool and GLib's queues.
 #include "zxfifo.h"
 
 #include <benchmark/benchmark.h>
+#include <glib.h>
 #include <jack/ringbuffer.h>
 #include <pthread.h>
 #include <sched.h>
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
+#include <boost/lockfree/spsc_queue.hpp>
+#pragma GCC diagnostic pop
 
 extern "C" {
 #include <libavutil/fifo.h>
@@ -28,7 +35,7 @@ public:
         return static_cast<std::uint32_t>(zxfifo_api_blockSizeLeft(fifo_)) >=
                size + ZXFIFO_PREFIX_SIZE;
     }
-    bool has_message() { return zxfifo_api_blockSizeUsed(fifo_) > 0; }
+    bool has_message(std::uint32_t) { return zxfifo_api_blockSizeUsed(fifo_) > 0; }
     void put(const std::vector<std::uint8_t>& data) {
         zxfifo_api_blockLenIn(fifo_, data.data(), static_cast<std::int32_t>(data.size()));
     }
@@ -58,7 +65,7 @@ public:
         const std::scoped_lock held(mutex_);
         return av_fifo_can_write(fifo_) >= size + sizeof size;
     }
-    bool has_message() {
+    bool has_message(std::uint32_t) {
         const std::scoped_lock held(mutex_);
         return av_fifo_can_read(fifo_) > 0;
     }
@@ -80,30 +87,63 @@ private:
     AVFifo* fifo_;
 };
 
+struct NoLock {
+    void lock() {}
+    void unlock() {}
+};
+
+template <typename Lock>
 class JackRing {
 public:
     JackRing() : ring_(jack_ringbuffer_create(kCapacity)) {}
     ~JackRing() { jack_ringbuffer_free(ring_); }
+    bool has_room(std::uint32_t size) {
+        const std::scoped_lock held(lock_);
+        return jack_ringbuffer_write_space(ring_) >= size + sizeof size;
+    }
+    bool has_message(std::uint32_t size) {
+        const std::scoped_lock held(lock_);
+        return jack_ringbuffer_read_space(ring_) >= size + sizeof size;
+    }
     void put(const std::vector<std::uint8_t>& data) {
         const auto size = static_cast<std::uint32_t>(data.size());
-        const std::scoped_lock held(mutex_);
+        const std::scoped_lock held(lock_);
         jack_ringbuffer_write(ring_, reinterpret_cast<const char*>(&size), sizeof size);
         jack_ringbuffer_write(ring_, reinterpret_cast<const char*>(data.data()), size);
     }
     void get(std::vector<std::uint8_t>& data) {
         std::uint32_t size = 0;
-        const std::scoped_lock held(mutex_);
+        const std::scoped_lock held(lock_);
         jack_ringbuffer_read(ring_, reinterpret_cast<char*>(&size), sizeof size);
         jack_ringbuffer_read(ring_, reinterpret_cast<char*>(data.data()), size);
     }
 
 private:
-    Mutex mutex_;
+    Lock lock_;
     jack_ringbuffer_t* ring_;
 };
 
+class BoostQueue {
+public:
+    bool has_room(std::uint32_t size) { return queue_.write_available() >= size + sizeof size; }
+    bool has_message(std::uint32_t size) { return queue_.read_available() >= size + sizeof size; }
+    void put(const std::vector<std::uint8_t>& data) {
+        const auto size = static_cast<std::uint32_t>(data.size());
+        queue_.push(reinterpret_cast<const std::uint8_t*>(&size), sizeof size);
+        queue_.push(data.data(), size);
+    }
+    void get(std::vector<std::uint8_t>& data) {
+        std::uint32_t size = 0;
+        queue_.pop(reinterpret_cast<std::uint8_t*>(&size), sizeof size);
+        queue_.pop(data.data(), size);
+    }
+
+private:
+    boost::lockfree::spsc_queue<std::uint8_t> queue_{kCapacity};
+};
+
 template <typename Fifo>
-void BM_one_thread(benchmark::State& state) {
+void one_thread(benchmark::State& state) {
     Fifo fifo;
     const std::vector<std::uint8_t> in(static_cast<std::size_t>(state.range(0)), 0x47);
     std::vector<std::uint8_t> out(in.size());
@@ -114,13 +154,18 @@ void BM_one_thread(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK_TEMPLATE(BM_one_thread, BlockFifo)->Arg(188)->Arg(1316);
-BENCHMARK_TEMPLATE(BM_one_thread, AvFifo)->Arg(188)->Arg(1316);
-BENCHMARK_TEMPLATE(BM_one_thread, JackRing)->Arg(188)->Arg(1316);
+#define ZX_BENCH(function, work, ...)                                           \
+    BENCHMARK(function<BlockFifo>)->Name(work "/library") __VA_ARGS__;          \
+    BENCHMARK(function<AvFifo>)->Name(work "/libavutil+mutex") __VA_ARGS__;     \
+    BENCHMARK(function<JackRing<Mutex>>)->Name(work "/jack+mutex") __VA_ARGS__; \
+    BENCHMARK(function<JackRing<NoLock>>)->Name(work "/jack") __VA_ARGS__;      \
+    BENCHMARK(function<BoostQueue>)->Name(work "/boost-spsc") __VA_ARGS__
+
+ZX_BENCH(one_thread, "blockLenIn_blockLenOut1", ->Arg(188)->Arg(1316));
 
 // A producer and a consumer that ask before they act, a batch of messages an iteration.
 template <typename Fifo>
-void BM_two_threads(benchmark::State& state) {
+void two_threads(benchmark::State& state) {
     constexpr int kBatch = 1000;
     Fifo fifo;
     const auto size = static_cast<std::uint32_t>(state.range(0));
@@ -136,7 +181,7 @@ void BM_two_threads(benchmark::State& state) {
             }
         });
         for (int i = 0; i < kBatch; ++i) {
-            while (!fifo.has_message()) {
+            while (!fifo.has_message(size)) {
                 sched_yield();
             }
             fifo.get(out);
@@ -144,8 +189,59 @@ void BM_two_threads(benchmark::State& state) {
         producer.join();
     }
     state.SetBytesProcessed(state.iterations() * kBatch * state.range(0));
+    state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK_TEMPLATE(BM_two_threads, BlockFifo)->Arg(1316)->Arg(65536)->UseRealTime();
-BENCHMARK_TEMPLATE(BM_two_threads, AvFifo)->Arg(1316)->Arg(65536)->UseRealTime();
+ZX_BENCH(two_threads,
+         "blockLenIn_blockLenOut1_two_threads", ->Arg(1316)->Arg(65536)->UseRealTime());
+
+// A node in and a node out of a queue that has some.
+class ListPool {
+public:
+    void put() { zxfifo_api_listIn(&head_, zxfifo_api_listMalloc(kNode, "bench")); }
+    void get() {
+        zxfifolist_ctt* node = zxfifo_api_listOut(&head_);
+        zxfifo_api_listDemalloc(&node);
+    }
+    static constexpr std::uint32_t kNode = 188;
+
+private:
+    zxfifolist_ctt* head_ = nullptr;
+};
+
+class GlibQueue {
+public:
+    void put() { g_queue_push_tail(queue_, g_malloc0(ListPool::kNode)); }
+    void get() { g_free(g_queue_pop_head(queue_)); }
+
+private:
+    GQueue* queue_ = g_queue_new();
+};
+
+class GlibAsyncQueue {
+public:
+    void put() { g_async_queue_push(queue_, g_malloc0(ListPool::kNode)); }
+    void get() { g_free(g_async_queue_pop(queue_)); }
+
+private:
+    GAsyncQueue* queue_ = g_async_queue_new();
+};
+
+template <typename Queue>
+void nodes(benchmark::State& state) {
+    Queue queue;
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        queue.put();
+    }
+    for ([[maybe_unused]] auto _ : state) {
+        queue.put();
+        queue.get();
+    }
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        queue.get();
+    }
+}
+BENCHMARK(nodes<ListPool>)->Name("listIn_listOut/library")->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(nodes<GlibQueue>)->Name("listIn_listOut/glib-queue")->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(nodes<GlibAsyncQueue>)->Name("listIn_listOut/glib-async")->Arg(1)->Arg(10)->Arg(100);
 
 }  // namespace

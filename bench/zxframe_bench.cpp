@@ -1,6 +1,7 @@
-// Decoding and building beside libtins, filtering beside libpcap.
+// Decoding and building beside libtins, building beside libnet, filtering beside libpcap.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
+#include <libnet.h>
 #include <pcap/pcap.h>
 
 #pragma GCC diagnostic push
@@ -104,7 +105,7 @@ void decode_libtins(benchmark::State& state) {
 }
 
 BENCHMARK(decode_libtins)->Name("doFrame/libtins");
-BENCHMARK(decode_zxframe)->Name("doFrame/zxframe");
+BENCHMARK(decode_zxframe)->Name("doFrame/library");
 
 // What is looked for, and in which frame.
 struct FilterCase {
@@ -166,17 +167,17 @@ void filter_libpcap(benchmark::State& state, const FilterCase& c) {
 }
 
 BENCHMARK_CAPTURE(filter_libpcap, hit, kHit)->Name("filterFrame_hit/libpcap");
-BENCHMARK_CAPTURE(filter_zxframe, hit, kHit)->Name("filterFrame_hit/zxframe");
+BENCHMARK_CAPTURE(filter_zxframe, hit, kHit)->Name("filterFrame_hit/library");
 BENCHMARK_CAPTURE(filter_libpcap, miss_address, kMissAddress)
     ->Name("filterFrame_miss_address/libpcap");
 BENCHMARK_CAPTURE(filter_zxframe, miss_address, kMissAddress)
-    ->Name("filterFrame_miss_address/zxframe");
+    ->Name("filterFrame_miss_address/library");
 BENCHMARK_CAPTURE(filter_libpcap, miss_port, kMissPort)->Name("filterFrame_miss_port/libpcap");
-BENCHMARK_CAPTURE(filter_zxframe, miss_port, kMissPort)->Name("filterFrame_miss_port/zxframe");
+BENCHMARK_CAPTURE(filter_zxframe, miss_port, kMissPort)->Name("filterFrame_miss_port/library");
 BENCHMARK_CAPTURE(filter_libpcap, miss_protocol, kMissProtocol)
     ->Name("filterFrame_miss_protocol/libpcap");
 BENCHMARK_CAPTURE(filter_zxframe, miss_protocol, kMissProtocol)
-    ->Name("filterFrame_miss_protocol/zxframe");
+    ->Name("filterFrame_miss_protocol/library");
 
 // Payload sizes.
 void sizes(benchmark::internal::Benchmark* bench) {
@@ -256,14 +257,88 @@ void serialize(benchmark::State& state, const Transport& transport) {
     }
 }
 
-BENCHMARK_CAPTURE(serialize, tcp, segment())->Name("buildTcp/libtins")->Apply(sizes);
-BENCHMARK(build_tcp)->Name("buildTcp/zxframe")->Apply(sizes);
-BENCHMARK(build_and_finish_tcp)->Name("buildTcp_and_finish/zxframe")->Apply(sizes);
-BENCHMARK_CAPTURE(serialize, udp, Tins::UDP(kDest, kSource))
-    ->Name("buildUdp/libtins")
-    ->Apply(sizes);
-BENCHMARK(build_udp)->Name("buildUdp/zxframe")->Apply(sizes);
+// libnet wants a device to write to, which nothing is written to here; that takes a privileged
+// user.
+class LibnetFrame {
+public:
+    explicit LibnetFrame(const std::vector<std::uint8_t>& payload)
+        : payload_(payload.data()), size_(static_cast<std::uint32_t>(payload.size())) {
+        inet_pton(AF_INET, kSourceIp, &source_);
+        inet_pton(AF_INET, kDestIp, &dest_);
+    }
+    ~LibnetFrame() {
+        if (net_ != nullptr) {
+            libnet_destroy(net_);
+        }
+    }
+    LibnetFrame(const LibnetFrame&) = delete;
+    LibnetFrame& operator=(const LibnetFrame&) = delete;
+
+    [[nodiscard]] bool is_open() const { return net_ != nullptr; }
+
+    // The next segment of a stream.
+    std::uint32_t build_tcp() {
+        transport_ = libnet_build_tcp(kSource, kDest, ++sequence_, 2, TH_ACK | TH_PUSH, 32767, 0, 0,
+                                      static_cast<std::uint16_t>(LIBNET_TCP_H + size_), payload_,
+                                      size_, net_, transport_);
+        return finish(IPPROTO_TCP, LIBNET_TCP_H + size_);
+    }
+    std::uint32_t build_udp() {
+        const auto length = static_cast<std::uint16_t>(LIBNET_UDP_H + size_);
+        transport_ = libnet_build_udp(kSource, kDest, length, 0, payload_, size_, net_, transport_);
+        return finish(IPPROTO_UDP, length);
+    }
+
+private:
+    std::uint32_t finish(std::uint8_t protocol, std::uint32_t length) {
+        ip_ = libnet_build_ipv4(static_cast<std::uint16_t>(LIBNET_IPV4_H + length), 0, 1, 0, 64,
+                                protocol, 0, source_, dest_, nullptr, 0, net_, ip_);
+        ethernet_ = libnet_build_ethernet(kTo, kFrom, ETHERTYPE_IP, nullptr, 0, net_, ethernet_);
+        std::uint8_t* frame = nullptr;
+        std::uint32_t size = 0;
+        libnet_adv_cull_packet(net_, &frame, &size);
+        libnet_adv_free_packet(net_, frame);
+        return size;
+    }
+
+    static constexpr std::uint8_t kTo[] = {0x00, 0x1a, 0x2b, 0x0c, 0x0d, 0x0e};
+    static constexpr std::uint8_t kFrom[] = {0x52, 0x54, 0x00, 0x12, 0x34, 0x56};
+    const std::uint8_t* payload_;
+    std::uint32_t size_;
+    char error_[LIBNET_ERRBUF_SIZE]{};
+    libnet_t* net_ = libnet_init(LIBNET_LINK_ADV, "lo", error_);
+    libnet_ptag_t transport_ = 0, ip_ = 0, ethernet_ = 0;
+    std::uint32_t sequence_ = 0;
+    std::uint32_t source_ = 0, dest_ = 0;
+};
+
+template <auto kBuild>
+void build_libnet(benchmark::State& state) {
+    const std::vector<std::uint8_t> payload(static_cast<std::size_t>(state.range(0)), 0x47);
+    LibnetFrame frame(payload);
+    if (!frame.is_open()) {
+        state.SkipWithError("libnet gets no socket");
+        return;
+    }
+    for ([[maybe_unused]] auto _ : state) {
+        if ((frame.*kBuild)() < 42 + payload.size()) {
+            state.SkipWithError("no frame");
+            break;
+        }
+    }
+}
+
+#define ZX_BENCH_PEERS(work, transport, build)                                          \
+    BENCHMARK_CAPTURE(serialize, work, transport)->Name(work "/libtins")->Apply(sizes); \
+    BENCHMARK(build_libnet<&LibnetFrame::build>)->Name(work "/libnet")->Apply(sizes)
+
+BENCHMARK(build_tcp)->Name("buildTcp/library")->Apply(sizes);
+ZX_BENCH_PEERS("buildTcp", segment(), build_tcp);
+BENCHMARK(build_and_finish_tcp)->Name("buildTcp_finishTcp/library")->Apply(sizes);
+ZX_BENCH_PEERS("buildTcp_finishTcp", segment(), build_tcp);
+BENCHMARK(build_udp)->Name("buildUdp/library")->Apply(sizes);
+ZX_BENCH_PEERS("buildUdp", Tins::UDP(kDest, kSource), build_udp);
+BENCHMARK(build_ack)->Name("buildTcpAck/library")->Arg(0);
 BENCHMARK_CAPTURE(serialize, ack, segment())->Name("buildTcpAck/libtins")->Arg(0);
-BENCHMARK(build_ack)->Name("buildTcpAck/zxframe")->Arg(0);
 
 }  // namespace

@@ -1,7 +1,8 @@
-// An uncontended obtain and release beside the bare mutex that it holds.
+// An obtain and release beside the bare mutex that it holds and GLib's.
 #include "zxlock.h"
 
 #include <benchmark/benchmark.h>
+#include <glib.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -34,28 +35,67 @@ private:
     std::thread thread_{&SecondThread::sleep, this};
 };
 
-void BM_bare_mutex(benchmark::State& state) {
-    const SecondThread second;
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    for (auto _ : state) {
-        pthread_mutex_lock(&mutex);
-        benchmark::ClobberMemory();
-        pthread_mutex_unlock(&mutex);
-    }
-}
-BENCHMARK(BM_bare_mutex);
+class Library {
+public:
+    Library() { zxlock_api_init(&lock_, "bench"); }
+    ~Library() { zxlock_api_deinit(&lock_); }
+    void obtain() { zxlock_api_obtain(&lock_, __func__, __LINE__); }
+    void release() { zxlock_api_release(&lock_, __func__, __LINE__); }
 
-void BM_zxlock(benchmark::State& state) {
+private:
+    zxlock_ctt lock_{};
+};
+
+class Pthread {
+public:
+    void obtain() { pthread_mutex_lock(&mutex_); }
+    void release() { pthread_mutex_unlock(&mutex_); }
+
+private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+class Glib {
+public:
+    void obtain() { g_mutex_lock(&mutex_); }
+    void release() { g_mutex_unlock(&mutex_); }
+
+private:
+    GMutex mutex_{};
+};
+
+template <typename Lock>
+void pairs(benchmark::State& state) {
     const SecondThread second;
-    zxlock_ctt lock{};
-    zxlock_api_init(&lock, "bench");
-    for (auto _ : state) {
-        zxlock_api_obtain(&lock, __func__, __LINE__);
+    Lock lock;
+    for ([[maybe_unused]] auto _ : state) {
+        lock.obtain();
         benchmark::ClobberMemory();
-        zxlock_api_release(&lock, __func__, __LINE__);
+        lock.release();
     }
-    zxlock_api_deinit(&lock);
 }
-BENCHMARK(BM_zxlock);
+BENCHMARK(pairs<Library>)->Name("obtain_release/library");
+BENCHMARK(pairs<Pthread>)->Name("obtain_release/pthread");
+BENCHMARK(pairs<Glib>)->Name("obtain_release/glib");
+
+// Two threads that want the same lock all the time.
+template <typename Lock>
+void contended_pairs(benchmark::State& state) {
+    static Lock lock;
+    for ([[maybe_unused]] auto _ : state) {
+        lock.obtain();
+        benchmark::ClobberMemory();
+        lock.release();
+    }
+}
+BENCHMARK(contended_pairs<Library>)
+    ->Name("obtain_release_contended/library")
+    ->Threads(2)
+    ->UseRealTime();
+BENCHMARK(contended_pairs<Pthread>)
+    ->Name("obtain_release_contended/pthread")
+    ->Threads(2)
+    ->UseRealTime();
+BENCHMARK(contended_pairs<Glib>)->Name("obtain_release_contended/glib")->Threads(2)->UseRealTime();
 
 }  // namespace

@@ -26,23 +26,23 @@ constexpr char kPeerPath[] = "/tmp/zxlog_bench_peer.log";
     av_log(nullptr, AV_LOG_DEBUG, "%s failed : %d\n", name, code);
 }
 
-void BM_Stopped(benchmark::State& state) {
+void stopped_library(benchmark::State& state) {
     zxlog_api_setLoglevel(3);
     for (auto _ : state) {
         log_stopped("connect", 111);
     }
 }
-BENCHMARK(BM_Stopped);
+BENCHMARK(stopped_library)->Name("line_stopped/library");
 
-void BM_StoppedLibavutil(benchmark::State& state) {
+void stopped_libavutil(benchmark::State& state) {
     av_log_set_level(AV_LOG_INFO);
     for (auto _ : state) {
         peer_stopped("connect", 111);
     }
 }
-BENCHMARK(BM_StoppedLibavutil);
+BENCHMARK(stopped_libavutil)->Name("line_stopped/libavutil");
 
-void BM_Line(benchmark::State& state) {
+void line_library(benchmark::State& state) {
     zxlog_api_setFile(kLogPath);
     for (auto _ : state) {
         ZX_LOG(error, "%s failed : %d", "connect", 111);
@@ -50,9 +50,9 @@ void BM_Line(benchmark::State& state) {
     zxlog_api_setFile(nullptr);
     unlink(kLogPath);
 }
-BENCHMARK(BM_Line);
+BENCHMARK(line_library)->Name("line_written/library");
 
-void BM_LineSpdlog(benchmark::State& state) {
+void line_spdlog(benchmark::State& state) {
     const auto logger = spdlog::basic_logger_mt(kTag, kPeerPath);
     logger->set_pattern("[%Y-%m-%d %H:%M:%S.%e][%l][%n]%v");
     logger->flush_on(spdlog::level::trace);
@@ -62,6 +62,6 @@ void BM_LineSpdlog(benchmark::State& state) {
     spdlog::drop(kTag);
     unlink(kPeerPath);
 }
-BENCHMARK(BM_LineSpdlog);
+BENCHMARK(line_spdlog)->Name("line_written/spdlog");
 
 }  // namespace

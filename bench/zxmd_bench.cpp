@@ -1,12 +1,16 @@
-// Base64 both ways beside libavutil's and OpenSSL's, which have the standard alphabet built in.
+// Base64 both ways, random numbers and files beside what others have for them. The peers' alphabet
+// is the standard one, built in.
 #include "zxmd.h"
 
-#include <benchmark/benchmark.h>
+#include <bsd/stdlib.h>
+#include <glib.h>
 #include <openssl/evp.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <string>
+#include <cstdio>
 #include <vector>
+
+#include "support.hpp"
 
 extern "C" {
 #include <libavutil/base64.h>
@@ -31,6 +35,13 @@ void encode_openssl(char* out, std::size_t, const std::uint8_t* in, std::size_t 
     EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out), in, static_cast<int>(size));
 }
 
+void encode_glib(char* out, std::size_t, const std::uint8_t* in, std::size_t size) {
+    int state = 0;
+    int save = 0;
+    out += g_base64_encode_step(in, size, FALSE, out, &state, &save);
+    out[g_base64_encode_close(FALSE, out, &state, &save)] = '\0';
+}
+
 template <const char* Alphabet>
 void decode_ours(std::uint8_t* out, std::size_t, const char* in, std::size_t) {
     zxmd_api_base642Ascii(Alphabet, in, out);
@@ -41,16 +52,16 @@ void decode_libavutil(std::uint8_t* out, std::size_t out_size, const char* in, s
 void decode_openssl(std::uint8_t* out, std::size_t, const char* in, std::size_t size) {
     EVP_DecodeBlock(out, reinterpret_cast<const unsigned char*>(in), static_cast<int>(size));
 }
+void decode_glib(std::uint8_t* out, std::size_t, const char* in, std::size_t size) {
+    int state = 0;
+    guint save = 0;
+    g_base64_decode_step(in, size, out, &state, &save);
+}
 
-// Bytes that look like a media stream's, and room for their text.
+// Bytes and room for their text.
 struct Data {
-    explicit Data(std::size_t size) : plain(size), text(ZXMD_BASE64_SIZE(size)) {
-        std::uint32_t state = 1;
-        std::generate(plain.begin(), plain.end(), [&state] {
-            state = state * 1664525 + 1013904223;
-            return static_cast<std::uint8_t>(state >> 24U);
-        });
-    }
+    explicit Data(std::size_t size)
+        : plain(zx::bench::some_bytes(size)), text(ZXMD_BASE64_SIZE(size)) {}
     std::vector<std::uint8_t> plain;
     std::vector<char> text;
 };
@@ -77,18 +88,73 @@ void decode(benchmark::State& state, Decode call, const char* alphabet) {
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-void fill_sizes(benchmark::internal::Benchmark* bench) {
+void sizes(benchmark::internal::Benchmark* bench) {
     bench->Arg(48)->Arg(1 << 10)->Arg(1 << 20);
 }
 
-BENCHMARK_CAPTURE(encode, zxmd, encode_ours<kStandard>)->Apply(fill_sizes);
-BENCHMARK_CAPTURE(encode, zxmd_reversed, encode_ours<kReversed>)->Apply(fill_sizes);
-BENCHMARK_CAPTURE(encode, libavutil, encode_libavutil)->Apply(fill_sizes);
-BENCHMARK_CAPTURE(encode, openssl, encode_openssl)->Apply(fill_sizes);
+BENCHMARK_CAPTURE(encode, a, encode_ours<kStandard>)->Name("ascii2Base64/library")->Apply(sizes);
+BENCHMARK_CAPTURE(encode, b, encode_libavutil)->Name("ascii2Base64/libavutil")->Apply(sizes);
+BENCHMARK_CAPTURE(encode, c, encode_openssl)->Name("ascii2Base64/openssl")->Apply(sizes);
+BENCHMARK_CAPTURE(encode, d, encode_glib)->Name("ascii2Base64/glib")->Apply(sizes);
+BENCHMARK_CAPTURE(encode, e, encode_ours<kReversed>)
+    ->Name("ascii2Base64_own_alphabet/library")
+    ->Apply(sizes);
 
-BENCHMARK_CAPTURE(decode, zxmd, decode_ours<kStandard>, kStandard)->Apply(fill_sizes);
-BENCHMARK_CAPTURE(decode, zxmd_reversed, decode_ours<kReversed>, kReversed)->Apply(fill_sizes);
-BENCHMARK_CAPTURE(decode, libavutil, decode_libavutil, kStandard)->Apply(fill_sizes);
-BENCHMARK_CAPTURE(decode, openssl, decode_openssl, kStandard)->Apply(fill_sizes);
+BENCHMARK_CAPTURE(decode, a, decode_ours<kStandard>, kStandard)
+    ->Name("base642Ascii/library")
+    ->Apply(sizes);
+BENCHMARK_CAPTURE(decode, b, decode_libavutil, kStandard)
+    ->Name("base642Ascii/libavutil")
+    ->Apply(sizes);
+BENCHMARK_CAPTURE(decode, c, decode_openssl, kStandard)->Name("base642Ascii/openssl")->Apply(sizes);
+BENCHMARK_CAPTURE(decode, d, decode_glib, kStandard)->Name("base642Ascii/glib")->Apply(sizes);
+BENCHMARK_CAPTURE(decode, e, decode_ours<kReversed>, kReversed)
+    ->Name("base642Ascii_own_alphabet/library")
+    ->Apply(sizes);
+
+// A number below a bound.
+void random_ours() {
+    benchmark::DoNotOptimize(zxmd_api_randomU32(0, 1000000));
+}
+void random_libbsd() {
+    benchmark::DoNotOptimize(arc4random_uniform(1000000));
+}
+void random_glib() {
+    benchmark::DoNotOptimize(g_random_int_range(0, 1000000));
+}
+
+// A file of a page, opened, read and closed.
+constexpr std::size_t kFileSize = 4096;
+constexpr char kPath[] = "/tmp/zxmd_bench.data";
+char g_buffer[kFileSize];
+
+void read_ours() {
+    zxmd_api_read(kPath, g_buffer, kFileSize);
+}
+void read_libc() {
+    std::FILE* const file = std::fopen(kPath, "re");
+    benchmark::DoNotOptimize(std::fread(g_buffer, 1, kFileSize, file));
+    std::fclose(file);
+}
+void read_glib() {
+    gchar* text = nullptr;
+    g_file_get_contents(kPath, &text, nullptr, nullptr);
+    g_free(text);
+}
+
+void calls(benchmark::State& state, void (*call)()) {
+    zxmd_api_write(kPath, g_buffer, kFileSize, "w");
+    for (auto _ : state) {
+        call();
+        benchmark::ClobberMemory();
+    }
+    unlink(kPath);
+}
+BENCHMARK_CAPTURE(calls, a, random_ours)->Name("randomU32/library");
+BENCHMARK_CAPTURE(calls, b, random_libbsd)->Name("randomU32/libbsd");
+BENCHMARK_CAPTURE(calls, c, random_glib)->Name("randomU32/glib");
+BENCHMARK_CAPTURE(calls, d, read_ours)->Name("read/library");
+BENCHMARK_CAPTURE(calls, e, read_libc)->Name("read/stdio");
+BENCHMARK_CAPTURE(calls, f, read_glib)->Name("read/glib");
 
 }  // namespace

@@ -54,7 +54,7 @@ private:
 
 // The oldest buffer is freed for each that is allocated, as in a queue.
 template <typename Allocator>
-void BM_alloc_free(benchmark::State& state) {
+void allocates(benchmark::State& state) {
     Allocator allocator;
     std::vector<void*> live(static_cast<std::size_t>(state.range(0)));
     for (void*& buffer : live) {
@@ -71,7 +71,15 @@ void BM_alloc_free(benchmark::State& state) {
         allocator.give(buffer);
     }
 }
-BENCHMARK_TEMPLATE(BM_alloc_free, Tracked)->Arg(10)->Arg(1000)->Arg(100000);
-BENCHMARK_TEMPLATE(BM_alloc_free, Table)->Arg(10)->Arg(1000)->Arg(100000);
+BENCHMARK_TEMPLATE(allocates, Tracked)
+    ->Name("malloc_free/library")
+    ->Arg(10)
+    ->Arg(1000)
+    ->Arg(100000);
+BENCHMARK_TEMPLATE(allocates, Table)
+    ->Name("malloc_free/calloc+map")
+    ->Arg(10)
+    ->Arg(1000)
+    ->Arg(100000);
 
 }  // namespace

@@ -2,7 +2,6 @@
 // checksums beside DPDK's and the loop of the textbooks; addresses as texts and numbers beside the
 // C library.
 #include <arpa/inet.h>
-#include <benchmark/benchmark.h>
 #include <netinet/ether.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -10,8 +9,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <vector>
 
+#include "support.hpp"
 #include "zxnet.h"
 
 #ifdef ZX_HAS_DPDK
@@ -93,17 +92,10 @@ void run(benchmark::State& state, Call call, bool receives) {
     close(pair[1]);
 }
 
-// The least of the repetitions is what the machine's other work disturbs least.
-void least(benchmark::internal::Benchmark* bench) {
-    bench->UseManualTime()->ComputeStatistics("min", [](const std::vector<double>& values) {
-        return *std::min_element(values.begin(), values.end());
-    });
-}
-
-BENCHMARK_CAPTURE(run, recv_system_calls, recv_bare, true)->Apply(least);
-BENCHMARK_CAPTURE(run, recv_zxnet, recv_ours, true)->Apply(least);
-BENCHMARK_CAPTURE(run, send_system_calls, send_bare, false)->Apply(least);
-BENCHMARK_CAPTURE(run, send_zxnet, send_ours, false)->Apply(least);
+BENCHMARK_CAPTURE(run, recv, recv_ours, true)->Name("epollRecv/library")->UseManualTime();
+BENCHMARK_CAPTURE(run, recv, recv_bare, true)->Name("epollRecv/system-calls")->UseManualTime();
+BENCHMARK_CAPTURE(run, send, send_ours, false)->Name("epollSend/library")->UseManualTime();
+BENCHMARK_CAPTURE(run, send, send_bare, false)->Name("epollSend/system-calls")->UseManualTime();
 
 #ifdef ZX_HAS_DPDK
 [[gnu::noinline]] std::uint16_t checksum_dpdk(const std::uint8_t* at, std::uint32_t size) {
@@ -136,10 +128,7 @@ std::uint16_t checksum_udp(const std::uint8_t* at, std::uint32_t size) {
 template <auto Checksum>
 void checksums(benchmark::State& state) {
     const auto size = static_cast<std::uint32_t>(state.range(0));
-    std::vector<std::uint8_t> bytes(size);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<std::uint8_t>(i * 7);
-    }
+    const auto bytes = zx::bench::some_bytes(size);
     if (Checksum(bytes.data(), size) != checksum_textbook(bytes.data(), size)) {
         state.SkipWithError("not the checksum");
     }
@@ -156,9 +145,10 @@ void sizes(benchmark::internal::Benchmark* bench) {
     bench->Arg(20)->Arg(188)->Arg(1500);
 }
 
-BENCHMARK(checksums<zxnet_api_checksum>)->Name("checksum/zxnet")->Apply(sizes);
-BENCHMARK(checksums<checksum_udp>)->Name("checksumUdp/zxnet")->Apply(sizes);
+BENCHMARK(checksums<zxnet_api_checksum>)->Name("checksum/library")->Apply(sizes);
+BENCHMARK(checksums<checksum_udp>)->Name("checksumUdp/library")->Apply(sizes);
 BENCHMARK(checksums<checksum_textbook>)->Name("checksum/textbook")->Apply(sizes);
+BENCHMARK(checksums<checksum_textbook>)->Name("checksumUdp/textbook")->Apply(sizes);
 #ifdef ZX_HAS_DPDK
 BENCHMARK(checksums<checksum_dpdk>)->Name("checksum/dpdk")->Apply(sizes);
 #endif
@@ -216,11 +206,11 @@ void parse(benchmark::State& state, void (*call)(const char*), const char* const
     }
 }
 
-BENCHMARK_CAPTURE(print, inet_ntop, print_libc);
-BENCHMARK_CAPTURE(print, ipByte2Str, print_ours);
-BENCHMARK_CAPTURE(parse, inet_pton, parse_libc, kIpTexts);
-BENCHMARK_CAPTURE(parse, ipStr2Byte, parse_ours, kIpTexts);
-BENCHMARK_CAPTURE(parse, ether_aton_r, mac_libc, kMacTexts);
-BENCHMARK_CAPTURE(parse, macStr2Byte, mac_ours, kMacTexts);
+BENCHMARK_CAPTURE(print, ip, print_ours)->Name("ipByte2Str/library");
+BENCHMARK_CAPTURE(print, ip, print_libc)->Name("ipByte2Str/inet_ntop");
+BENCHMARK_CAPTURE(parse, ip, parse_ours, kIpTexts)->Name("ipStr2Byte/library");
+BENCHMARK_CAPTURE(parse, ip, parse_libc, kIpTexts)->Name("ipStr2Byte/inet_pton");
+BENCHMARK_CAPTURE(parse, mac, mac_ours, kMacTexts)->Name("macStr2Byte/library");
+BENCHMARK_CAPTURE(parse, mac, mac_libc, kMacTexts)->Name("macStr2Byte/ether_aton_r");
 
 }  // namespace

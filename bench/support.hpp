@@ -1,0 +1,45 @@
+// What the benchmarks share.
+//
+// A benchmark is called Work/who[/argument ...]. The library's own is Work/library; every other
+// `who` with the same work and arguments is its peer. scripts/bench_report.py goes by this.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace zx::bench {
+
+inline std::vector<std::uint8_t> some_bytes(std::size_t size) {
+    std::vector<std::uint8_t> bytes(size);
+    std::uint32_t state = 1;
+    for (std::uint8_t& byte : bytes) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<std::uint8_t>(state >> 24U);
+    }
+    return bytes;
+}
+
+// `value`, of which the compiler knows nothing.
+template <typename Value>
+Value opaque(Value value) {
+    benchmark::DoNotOptimize(value);
+    return value;
+}
+
+// `kCall(data, size)` over as many bytes as the first argument says.
+template <auto kCall>
+void over_bytes(benchmark::State& state) {
+    const auto bytes = some_bytes(static_cast<std::size_t>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) {
+        const std::uint8_t* data = bytes.data();
+        benchmark::DoNotOptimize(data);
+        kCall(data, bytes.size());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+}  // namespace zx::bench
