@@ -1,7 +1,15 @@
 #include "denc/zxcrc/fold.hpp"
 
 #ifdef __x86_64__
+
+// gcc warns of its own functions for 512 bits, which begin with registers of any content.
+#pragma GCC diagnostic push
+#ifndef __clang__
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <immintrin.h>
+#pragma GCC diagnostic pop
 
 #include "internal/cpu.hpp"
 
@@ -9,8 +17,10 @@
 #define ZX_UNROLLED      _Pragma("GCC unroll 4")
 #define ZX_TARGET_NARROW [[gnu::target("pclmul,sse4.1,ssse3")]]
 #define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
+#define ZX_TARGET_WIDEST [[gnu::target("avx512f,avx512bw,vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
 #define ZX_NARROW        ZX_TARGET_NARROW [[gnu::always_inline]] inline
 #define ZX_WIDE          ZX_TARGET_WIDE [[gnu::always_inline]] inline
+#define ZX_WIDEST        ZX_TARGET_WIDEST [[gnu::always_inline]] inline
 
 namespace {
 
@@ -23,8 +33,10 @@ using zx::crc::Variant;
 
 constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
 constexpr std::ptrdiff_t kPair = 2 * kBlock;
+constexpr std::ptrdiff_t kFour = 4 * kBlock;
 constexpr int kLanes = 4;  // independent chains keep the multiplier busy
 constexpr std::ptrdiff_t kWideMin = kLanes * kPair;
+constexpr std::ptrdiff_t kWidestMin = kLanes * kFour;
 
 constexpr std::uint64_t quotient_of_x64(std::uint32_t polynomial) {
     std::uint64_t quotient = 1;
@@ -220,6 +232,51 @@ struct Folder {
             append(_mm256_castsi256_si128(lanes[0]), _mm256_extracti128_si256(lanes[0], 1)), at,
             end);
     }
+
+    // The same, four blocks to a register, for kWidestMin bytes or more.
+
+    ZX_WIDEST static __m512i load_four(const std::uint8_t* at) {
+        const __m512i four = _mm512_loadu_si512(at);
+        return kIsReflected ? four : _mm512_shuffle_epi8(four, _mm512_broadcast_i32x4(backwards()));
+    }
+
+    template <unsigned kBits>
+    ZX_WIDEST static __m512i append_four(__m512i folded, __m512i four) {
+        constexpr int kXor = 0x96;  // of all three
+        const __m512i factors = _mm512_broadcast_i32x4(move_factors<kBits>());
+        return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(folded, factors, 0x00),
+                                         _mm512_clmulepi64_epi128(folded, factors, 0x11), four,
+                                         kXor);
+    }
+
+    ZX_WIDEST static std::uint32_t run_widest(const std::uint8_t* at, std::ptrdiff_t size) {
+        constexpr std::ptrdiff_t kStep = kLanes * kFour;
+        const std::uint8_t* const end = at + size;
+        __m512i lanes[kLanes];
+        ZX_UNROLLED
+        for (int i = 0; i < kLanes; ++i, at += kFour) {
+            lanes[i] = load_four(at);
+        }
+        lanes[0] = _mm512_xor_si512(lanes[0], _mm512_zextsi128_si512(initial()));
+        while (end - at >= kStep) {
+            ZX_UNROLLED
+            for (int i = 0; i < kLanes; ++i, at += kFour) {
+                lanes[i] = append_four<8 * kStep>(lanes[i], load_four(at));
+            }
+        }
+        ZX_UNROLLED
+        for (int i = 1; i < kLanes; ++i) {
+            lanes[0] = append_four<8 * kFour>(lanes[0], lanes[i]);
+        }
+        for (; end - at >= kFour; at += kFour) {
+            lanes[0] = append_four<8 * kFour>(lanes[0], load_four(at));
+        }
+        __m128i folded = _mm512_castsi512_si128(lanes[0]);
+        folded = append(folded, _mm512_extracti32x4_epi32(lanes[0], 1));
+        folded = append(folded, _mm512_extracti32x4_epi32(lanes[0], 2));
+        folded = append(folded, _mm512_extracti32x4_epi32(lanes[0], 3));
+        return run_on(folded, at, end);
+    }
 };
 
 }  // namespace
@@ -232,11 +289,18 @@ struct Folder {
     ZX_TARGET_WIDE static std::uint32_t name##_wide(const std::uint8_t* at, std::ptrdiff_t size) { \
         return Folder<variant>::run_wide(at, size);                                                \
     }                                                                                              \
+    ZX_TARGET_WIDEST static std::uint32_t name##_widest(const std::uint8_t* at,                    \
+                                                        std::ptrdiff_t size) {                     \
+        return Folder<variant>::run_widest(at, size);                                              \
+    }                                                                                              \
     std::uint32_t zx::crc::name(const std::uint8_t* at, std::size_t size) {                        \
         const auto signed_size = static_cast<std::ptrdiff_t>(size);                                \
-        return signed_size >= kWideMin && zx::cpu_features().vpclmul                               \
-                   ? name##_wide(at, signed_size)                                                  \
-                   : name##_narrow(at, signed_size);                                               \
+        const zx::CpuFeatures& cpu = zx::cpu_features();                                           \
+        if (signed_size >= kWidestMin && cpu.vpclmul512) {                                         \
+            return name##_widest(at, signed_size);                                                 \
+        }                                                                                          \
+        return signed_size >= kWideMin && cpu.vpclmul ? name##_wide(at, signed_size)               \
+                                                      : name##_narrow(at, signed_size);            \
     }
 #else
 #define ZX_FOLD(name, variant)                                      \
