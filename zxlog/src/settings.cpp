@@ -14,14 +14,26 @@ char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+char other_case(char c) {
+    return c >= 'A' && c <= 'Z'   ? lower(c)
+           : c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A')
+                                  : c;
+}
+
+bool begins_ignoring_case(const char* text, const char* part) {
+    for (; *part != '\0'; ++text, ++part) {
+        if (lower(*text) != lower(*part)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // strcasestr for ASCII: the C library's follows the locale, in which "FIFO" may not match "fifo".
 const char* find_ignoring_case(const char* text, const char* part) {
-    for (; *text != '\0'; ++text) {
-        std::size_t same = 0;
-        while (part[same] != '\0' && lower(text[same]) == lower(part[same])) {
-            ++same;
-        }
-        if (part[same] == '\0') {
+    const char first[] = {part[0], other_case(part[0]), '\0'};
+    for (; *(text += std::strcspn(text, first)) != '\0'; ++text) {
+        if (begins_ignoring_case(text + 1, part + 1)) {
             return text;
         }
     }
