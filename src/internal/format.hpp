@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "plain_format.hpp"
+
 namespace zx {
 
 // For outputs whose size the interface does not know: the caller sized them for its own format.
@@ -14,8 +16,13 @@ inline constexpr std::size_t kUnsized = static_cast<std::size_t>(-1) / 2;
 inline int print_trusted(char* out, std::size_t size, const char* fmt, ...) {
     std::va_list args;
     va_start(args, fmt);
-    const int length = std::vsnprintf(out, size, fmt, args);
+    int length = zxlog::PlainFormat(out, size).print(fmt, args);
     va_end(args);
+    if (length < 0) {
+        va_start(args, fmt);
+        length = std::vsnprintf(out, size, fmt, args);
+        va_end(args);
+    }
     return length;
 }
 

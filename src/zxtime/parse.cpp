@@ -40,6 +40,19 @@ public:
 
 private:
     [[nodiscard]] int32_t number(std::size_t at, std::size_t width) const {
+        int32_t value = 0;
+        for (std::size_t i = at; i < at + width; ++i) {
+            const char c = i < size_ ? text_[i] : '\0';
+            if (c < '0' || c > '9') {
+                return odd_number(at, width);
+            }
+            value = 10 * value + (c - '0');
+        }
+        return value;
+    }
+
+    // With something else than digits: a sign, blanks, an early end.
+    [[nodiscard]] int32_t odd_number(std::size_t at, std::size_t width) const {
         char digits[8] = {};
         for (std::size_t i = 0; i < width && at + i < size_; ++i) {
             digits[i] = text_[at + i];

@@ -148,11 +148,12 @@ extern "C" char* zxtime_api_ms2str2(uint64_t ms, char* out) {
     const uint64_t days = ms / 86400000;
     int used = 0;
     if (days != 0) {
-        used = std::snprintf(out, ZXTIME_DURATION_SIZE, "%" PRIu64 "_", days);
+        used = zx::print_trusted(out, ZXTIME_DURATION_SIZE, "%" PRIu64 "_", days);
     }
-    std::snprintf(out + used, ZXTIME_DURATION_SIZE - static_cast<std::size_t>(used), "%d:%d:%d.%d",
-                  static_cast<int>(ms / 3600000 % 24), static_cast<int>(ms / 60000 % 60),
-                  static_cast<int>(ms / 1000 % 60), static_cast<int>(ms % 1000));
+    zx::print_trusted(out + used, ZXTIME_DURATION_SIZE - static_cast<std::size_t>(used),
+                      "%d:%d:%d.%d", static_cast<int>(ms / 3600000 % 24),
+                      static_cast<int>(ms / 60000 % 60), static_cast<int>(ms / 1000 % 60),
+                      static_cast<int>(ms % 1000));
     return out;
 }
 

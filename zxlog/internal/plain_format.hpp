@@ -1,6 +1,6 @@
 // vsnprintf for what nearly all lines consist of: "%s", "%.128s", "%.*s", "%c", "%%" and integers
-// ("%d", "%i", "%u", "%x" of any length), without flags and widths. Three times as fast, and it
-// keeps away from the C library in signal handlers.
+// ("%d", "%i", "%u", "%x" of any length, "%02d" and "%04d"), without other flags and widths. Three
+// times as fast, and it keeps away from the C library in signal handlers.
 #pragma once
 
 #include <cstdarg>
@@ -38,8 +38,11 @@ public:
                 const std::int64_t value =
                     conversion.is_long ? va_arg(args, std::int64_t) : va_arg(args, int);
                 const auto bits = static_cast<std::uint64_t>(value);
-                printed =
-                    value < 0 ? put_char('-') && put_number<10>(0 - bits) : put_number<10>(bits);
+                if (value < 0 && conversion.digits != 1) {
+                    return -1;
+                }
+                printed = value < 0 ? put_char('-') && put_number<10>(0 - bits)
+                                    : put_number<10>(bits, conversion.digits);
             } else if (conversion.letter == 'u' || conversion.letter == 'x') {
                 const std::uint64_t value =
                     conversion.is_long ? va_arg(args, std::uint64_t) : va_arg(args, unsigned);
@@ -64,12 +67,16 @@ private:
 
     struct Conversion {
         int precision = kNone;
+        std::size_t digits = 1;  // of a number at least
         bool is_long = false;
         char letter = '\0';
 
         // Returns the position of the letter.
         const char* parse(const char* at) {
-            if (*at == '.') {
+            if (*at == '0' && at[1] >= '1' && at[1] <= '9' && at[2] == 'd') {
+                digits = static_cast<std::size_t>(at[1] - '0');
+                at += 2;
+            } else if (*at == '.') {
                 ++at;
                 precision = *at == '*' ? kFromArgument : 0;
                 at += *at == '*' ? 1 : 0;
@@ -109,14 +116,14 @@ private:
     }
 
     template <unsigned kBase>
-    bool put_number(std::uint64_t value) {
+    bool put_number(std::uint64_t value, std::size_t least_digits = 1) {
         constexpr char kDigits[] = "0123456789abcdef";
         char digits[20];
         std::size_t first = sizeof digits;
         do {
             digits[--first] = kDigits[value % kBase];
             value /= kBase;
-        } while (value != 0);
+        } while (value != 0 || sizeof digits - first < least_digits);
         if (sizeof digits - first > static_cast<std::size_t>(end_ - at_)) {
             return false;
         }
