@@ -1,8 +1,9 @@
 // Nodes with a buffer of their own, which list pools and shared lists are made of.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
+#include <string_view>
 
 #include "internal/log.hpp"
 #include "zxmem.h"
@@ -12,6 +13,14 @@ namespace zx::fifo {
 inline constexpr char kTag[] = "FIFO_STRU";
 inline constexpr char kSource[] = "src/zxfifo";
 inline constexpr std::size_t kTextSize = 1024;  // of the name of an allocation
+
+// The two one behind the other, cut to the room that there is. A formatted print would cost as much
+// as the allocation.
+inline void join(char (&out)[kTextSize], std::string_view name, std::string_view rest) {
+    name = name.substr(0, sizeof out - 1);
+    rest = rest.substr(0, sizeof out - 1 - name.size());
+    *std::copy(rest.begin(), rest.end(), std::copy(name.begin(), name.end(), out)) = '\0';
+}
 
 // Memory under the name that `text` holds; speaks for the function `func`.
 inline void* allocate(std::uint32_t size, const char* text, const char* func, std::uint32_t line) {
@@ -37,13 +46,13 @@ Node* make_node(std::uint32_t size, const char* name, const char* func) {
         return nullptr;
     }
     char text[kTextSize];
-    std::snprintf(text, sizeof text, "%s_zxfifoblock", name);
+    join(text, name, "_zxfifoblock");
     void* memory = allocate(sizeof(Node), text, func, __LINE__);
     if (memory == nullptr) {
         return nullptr;
     }
     auto* const node = static_cast<Node*>(memory);
-    std::snprintf(text, sizeof text, "%s_buf", name);
+    join(text, name, "_buf");
     node->data = static_cast<std::uint8_t*>(allocate(size, text, func, __LINE__));
     if (node->data == nullptr) {
         zxmem_api_free(&memory);
