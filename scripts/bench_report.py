@@ -105,8 +105,8 @@ text { font: 13px system-ui, sans-serif; fill: #24292f }
   text { fill: #e6edf3 } .peer, .axis { fill: #8d96a0 }
   .grid { stroke: #30363d } .one, .size { stroke: #e6edf3 }
 }"""
-LEFT, WIDTH, RIGHT, TOP, ROW = 270, 400, 170, 62, 22
-TICKS = [0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 20]
+LEFT, WIDTH, RIGHT, TOP, ROW = 270, 400, 210, 62, 22
+TICKS = [0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100]
 
 
 def plot(title, bars):
@@ -139,7 +139,7 @@ def plot(title, bars):
             out += [f'<line class="size" x1="{x(r):.1f}" x2="{x(r):.1f}" y1="{top + 2}" '
                     f'y2="{top + ROW - 10}"/>' for r in ratios]
         out.append(f'<text x="{LEFT + WIDTH + 12}" y="{top + 12}">{mean:.2f} <tspan class="peer">'
-                   f'{escape(", ".join(peers))}</tspan></text>')
+                   f'{escape(", ".join(peers[:2]))}</tspan></text>')
     return "\n".join(out + ["</svg>", ""])
 
 
