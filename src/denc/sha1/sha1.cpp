@@ -30,6 +30,10 @@ void process(zx::sha1::Words& hash, const std::uint8_t* blocks, std::size_t coun
         zx::sha1::process_ni(hash, blocks, count);
         return;
     }
+    if (zx::cpu_features().avx2 && count > 1) {  // one block alone has no rounds to hide behind
+        zx::sha1::process_avx2(hash, blocks, count);
+        return;
+    }
 #endif
     zx::sha1::process_portable(hash, blocks, count);
 }

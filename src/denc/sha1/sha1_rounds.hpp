@@ -1,0 +1,58 @@
+// The rounds of SHA-1, for implementations that bring their own schedule.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#include "denc/sha1/sha1_blocks.hpp"
+
+namespace zx::sha1 {
+
+// For the rounds 0 to 19, 20 to 39 and so on.
+inline constexpr std::array<std::uint32_t, 4> kConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
+                                                            0xCA62C1D6};
+
+// `word` is that of the schedule and the constant.
+template <std::size_t kRound>
+[[gnu::always_inline]] inline void do_round(std::uint32_t a, std::uint32_t& b, std::uint32_t c,
+                                            std::uint32_t d, std::uint32_t& e, std::uint32_t word) {
+    e += word;
+    if constexpr (kRound < 20) {
+        e += d ^ (b & (c ^ d));
+    } else if constexpr (kRound < 40 || kRound >= 60) {
+        e += b ^ c ^ d;
+    } else {
+        e += (b & c) + (d & (b ^ c));
+    }
+    e += std::rotl(a, 5);
+    b = std::rotl(b, 30);
+}
+
+template <std::size_t kRound, typename Word>
+[[gnu::always_inline]] inline void do_five(Words& state, const Word& word) {
+    auto& [a, b, c, d, e] = state;
+    do_round<kRound>(a, b, c, d, e, word.template operator()<kRound>());
+    do_round<kRound + 1>(e, a, b, c, d, word.template operator()<kRound + 1>());
+    do_round<kRound + 2>(d, e, a, b, c, word.template operator()<kRound + 2>());
+    do_round<kRound + 3>(c, d, e, a, b, word.template operator()<kRound + 3>());
+    do_round<kRound + 4>(b, c, d, e, a, word.template operator()<kRound + 4>());
+}
+
+// The rounds from `kFirst` on that share a constant; `word<kRound>()` gives each its word.
+template <std::size_t kFirst, typename Word>
+[[gnu::always_inline]] inline void do_twenty(Words& state, const Word& word) {
+    do_five<kFirst>(state, word);
+    do_five<kFirst + 5>(state, word);
+    do_five<kFirst + 10>(state, word);
+    do_five<kFirst + 15>(state, word);
+}
+
+inline void add(Words& hash, const Words& state) {
+    for (std::size_t i = 0; i < SHA1_HASH_WORDS; ++i) {
+        hash[i] += state[i];
+    }
+}
+
+}  // namespace zx::sha1
