@@ -1,4 +1,4 @@
-// MD5 and SHA-1 of a message. With ZX_CPU=portable the library goes without the processor's SHA
+// MD5 and SHA-1 of a message. With ZX_CPU=avx2 the library goes without the processor's SHA
 // instructions, which only OpenSSL has, too.
 #include <glib.h>
 #include <nettle/md5.h>

@@ -20,7 +20,7 @@ BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
 
 GROUPS = {  # plot: title, results in their order
     "codes": ("Checksums, digests and ciphers",
-              ["zxcrc", "digest", "digest-portable", "zxaes", "zxaes-portable", "zxdes"]),
+              ["zxcrc", "digest", "digest-avx2", "zxaes", "zxaes-portable", "zxdes"]),
     "texts": ("Texts, times and numbers", ["zxmd", "zxstr", "zxtime", "zxt"]),
     "network": ("Frames and the network", ["zxframe", "zxnet", "zxepoll"]),
     "services": ("Queues, locks, memory and the log",
