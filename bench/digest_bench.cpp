@@ -1,5 +1,5 @@
 // MD5 and SHA-1 of a message. With ZX_CPU=avx2 the library goes without the processor's SHA
-// instructions, which only OpenSSL has, too.
+// instructions, which OpenSSL and nettle have, too.
 #include <glib.h>
 #include <nettle/md5.h>
 #include <nettle/sha1.h>
