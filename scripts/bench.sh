@@ -2,7 +2,7 @@
 # Builds the benchmarks and runs them beside their peers.
 #
 #   scripts/bench.sh zxfifo [...]  one program, with Google Benchmark's options; writes nothing
-#   scripts/bench.sh [...]         all of them; about ten minutes on a quiet machine. Writes
+#   scripts/bench.sh [...]         all of them; about eight minutes on a quiet machine. Writes
 #                                  build/bench/results/ and, from these, the tables of
 #                                  docs/performance.md and the plots in docs/performance/
 set -euo pipefail
@@ -24,7 +24,7 @@ mkdir -p "$results"
 # run RESULT PROGRAM [...]
 run() {
     echo "== $1"
-    "$programs/$2_bench" --benchmark_repetitions=7 --benchmark_min_time=0.05 \
+    "$programs/$2_bench" --benchmark_repetitions=7 --benchmark_min_time=0.1 \
         --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
         --benchmark_out="$results/$1.json" --benchmark_out_format=json "${@:3}" \
         >"$results/$1.log" 2>&1 || { cat "$results/$1.log"; exit 1; }

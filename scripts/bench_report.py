@@ -164,8 +164,8 @@ def head(results):
     return [f"{context['date'][:10]}: {name}, {context['num_cpus']} processors ({flags}); {compiler}. "
             f"Medians of {repetitions} repetitions in random order. Times are those of a call, and "
             "processor times where a call does not wait. The share of `memcpy` is that of the bytes a "
-            "second of a copy of the same size. Instructions are not counted: Debian's Google "
-            "Benchmark has no performance counters.", ""]
+            "second of a copy of the same size, which writes as much as it reads. Instructions are not "
+            "counted: Debian's Google Benchmark has no performance counters.", ""]
 
 
 def main(directory):
