@@ -11,9 +11,14 @@
 
 namespace {
 
-// The schedule of a block with the constants added.
-struct alignas(__m128i) Sums {
+// Of one block.
+struct alignas(__m128i) Schedule {
     std::uint32_t words[80];
+
+    template <std::size_t kRound>
+    [[gnu::always_inline]] inline std::uint32_t word() const {
+        return words[kRound];
+    }
 };
 
 // The last eight groups of four words.
@@ -24,11 +29,11 @@ ZX_AVX2 __m128i rotated(__m128i words) {
     return _mm_or_si128(_mm_slli_epi32(words, kBits), _mm_srli_epi32(words, 32 - kBits));
 }
 
-// Group `kGroup` in place of the one 8 groups before. Word i is made of the words i - 3, i - 8,
-// i - 14 and i - 16; from word 32 on also of i - 6, i - 16, i - 28 and i - 32, none of which is in
-// the same group.
+// Group `kGroup` in place of the one 8 groups before. Word i is the sum of the words i - 3, i - 8,
+// i - 14 and i - 16, rotated by a bit; twice as far back, i - 6, i - 16, i - 28 and i - 32 rotated
+// by two bits give the same, and none of these is in the same group.
 template <std::size_t kGroup>
-ZX_AVX2 void make_group(Groups& groups, const std::uint8_t* block, Sums& sums) {
+ZX_AVX2 void make_group(Groups& groups, const std::uint8_t* block, Schedule& schedule) {
     __m128i next;
     if constexpr (kGroup < 4) {
         const __m128i big_endian = _mm_set_epi64x(0x0C0D0E0F08090A0B, 0x0405060700010203);
@@ -49,52 +54,48 @@ ZX_AVX2 void make_group(Groups& groups, const std::uint8_t* block, Sums& sums) {
             known, _mm_alignr_epi8(groups[(kGroup + 7) % 8], groups[(kGroup + 6) % 8], 8)));
     }
     groups[kGroup % 8] = next;
-    const __m128i constant = _mm_set1_epi32(static_cast<int>(zx::sha1::kConstants[kGroup / 5]));
-    _mm_store_si128(reinterpret_cast<__m128i*>(sums.words) + kGroup, _mm_add_epi32(next, constant));
+    _mm_store_si128(reinterpret_cast<__m128i*>(schedule.words) + kGroup, next);
 }
 
 template <std::size_t kFirst>
-ZX_AVX2 void make_five(Groups& groups, const std::uint8_t* block, Sums& sums) {
-    make_group<kFirst>(groups, block, sums);
-    make_group<kFirst + 1>(groups, block, sums);
-    make_group<kFirst + 2>(groups, block, sums);
-    make_group<kFirst + 3>(groups, block, sums);
-    make_group<kFirst + 4>(groups, block, sums);
+ZX_AVX2 void make_five(Groups& groups, const std::uint8_t* block, Schedule& schedule) {
+    make_group<kFirst>(groups, block, schedule);
+    make_group<kFirst + 1>(groups, block, schedule);
+    make_group<kFirst + 2>(groups, block, schedule);
+    make_group<kFirst + 3>(groups, block, schedule);
+    make_group<kFirst + 4>(groups, block, schedule);
 }
 
-ZX_AVX2 void make_all(const std::uint8_t* block, Sums& sums) {
+ZX_AVX2 void make_all(const std::uint8_t* block, Schedule& schedule) {
     Groups groups;
-    make_five<0>(groups, block, sums);
-    make_five<5>(groups, block, sums);
-    make_five<10>(groups, block, sums);
-    make_five<15>(groups, block, sums);
+    make_five<0>(groups, block, schedule);
+    make_five<5>(groups, block, schedule);
+    make_five<10>(groups, block, schedule);
+    make_five<15>(groups, block, schedule);
 }
 
 // The rounds of one block and, side by side, the schedule of the next unless there is none.
 template <bool kHasNext>
-ZX_AVX2 void process_block(zx::sha1::Words& hash, const Sums& now, const std::uint8_t* next_block,
-                           Sums& next) {
-    const auto word = [&]<std::size_t kRound>() __attribute__((always_inline)) {
-        return now.words[kRound];
-    };
+ZX_AVX2 void process_block(zx::sha1::Words& hash, const Schedule& now,
+                           const std::uint8_t* next_block, Schedule& next) {
     zx::sha1::Words state = {hash[0], hash[1], hash[2], hash[3], hash[4]};
     Groups groups;
     if constexpr (kHasNext) {
         make_five<0>(groups, next_block, next);
     }
-    zx::sha1::do_twenty<0>(state, word);
+    zx::sha1::do_twenty<0>(state, now);
     if constexpr (kHasNext) {
         make_five<5>(groups, next_block, next);
     }
-    zx::sha1::do_twenty<20>(state, word);
+    zx::sha1::do_twenty<20>(state, now);
     if constexpr (kHasNext) {
         make_five<10>(groups, next_block, next);
     }
-    zx::sha1::do_twenty<40>(state, word);
+    zx::sha1::do_twenty<40>(state, now);
     if constexpr (kHasNext) {
         make_five<15>(groups, next_block, next);
     }
-    zx::sha1::do_twenty<60>(state, word);
+    zx::sha1::do_twenty<60>(state, now);
     zx::sha1::add(hash, state);
 }
 
@@ -102,13 +103,13 @@ ZX_AVX2 void process_block(zx::sha1::Words& hash, const Sums& now, const std::ui
 
 ZX_TARGET_AVX2 void zx::sha1::process_avx2(Words& hash, const std::uint8_t* blocks,
                                            std::size_t count) {
-    Wiped<Sums[2]> sums;
-    make_all(blocks, (*sums)[0]);
+    Wiped<Schedule[2]> schedules;
+    make_all(blocks, (*schedules)[0]);
     for (std::size_t i = 0; i + 1 < count; ++i) {
         blocks += SHA1_BLOCK_SIZE;
-        process_block<true>(hash, (*sums)[i % 2], blocks, (*sums)[(i + 1) % 2]);
+        process_block<true>(hash, (*schedules)[i % 2], blocks, (*schedules)[(i + 1) % 2]);
     }
-    process_block<false>(hash, (*sums)[(count - 1) % 2], nullptr, (*sums)[0]);
+    process_block<false>(hash, (*schedules)[(count - 1) % 2], nullptr, (*schedules)[0]);
 }
 
 #endif

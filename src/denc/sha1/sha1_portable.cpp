@@ -6,36 +6,39 @@ namespace {
 
 using Schedule = std::array<std::uint32_t, 16>;
 
-// Word `kRound` of the schedule, in place of the one 16 words before. The compiler is told that it
-// may change any time: so it stays where it is wiped, and nothing of it is spilled elsewhere.
-template <std::size_t kRound>
-[[gnu::always_inline]] inline std::uint32_t next_word(Schedule& words, const std::uint8_t* block) {
-    std::uint32_t word = 0;
-    if constexpr (kRound < 16) {
-        word = zx::load_be32(block + 4 * kRound);
-    } else {
-        word = std::rotl(words[(kRound + 13) % 16] ^ words[(kRound + 8) % 16] ^
-                             words[(kRound + 2) % 16] ^ words[kRound % 16],
-                         1);
+struct Source {
+    Schedule& words;
+    const std::uint8_t* block;
+
+    // In place of the one 16 words before. The compiler is told that it may change any time: so it
+    // stays where it is wiped, and nothing of it is spilled elsewhere.
+    template <std::size_t kRound>
+    [[gnu::always_inline]] inline std::uint32_t word() const {
+        std::uint32_t word = 0;
+        if constexpr (kRound < 16) {
+            word = zx::load_be32(block + 4 * kRound);
+        } else {
+            word = std::rotl(words[(kRound + 13) % 16] ^ words[(kRound + 8) % 16] ^
+                                 words[(kRound + 2) % 16] ^ words[kRound % 16],
+                             1);
+        }
+        words[kRound % 16] = word;
+        asm("" : "+m"(words));
+        return word;
     }
-    words[kRound % 16] = word;
-    asm("" : "+m"(words));
-    return word + zx::sha1::kConstants[kRound / 20];
-}
+};
 
 }  // namespace
 
 void zx::sha1::process_portable(Words& hash, const std::uint8_t* blocks, std::size_t count) {
     Wiped<Schedule> words;
     for (; count != 0; --count, blocks += SHA1_BLOCK_SIZE) {
-        const auto word = [&]<std::size_t kRound>() __attribute__((always_inline)) {
-            return next_word<kRound>(*words, blocks);
-        };
+        const Source source{*words, blocks};
         Words state = {hash[0], hash[1], hash[2], hash[3], hash[4]};
-        do_twenty<0>(state, word);
-        do_twenty<20>(state, word);
-        do_twenty<40>(state, word);
-        do_twenty<60>(state, word);
+        do_twenty<0>(state, source);
+        do_twenty<20>(state, source);
+        do_twenty<40>(state, source);
+        do_twenty<60>(state, source);
         add(hash, state);
     }
 }

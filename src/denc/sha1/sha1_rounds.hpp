@@ -14,11 +14,10 @@ namespace zx::sha1 {
 inline constexpr std::array<std::uint32_t, 4> kConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
                                                             0xCA62C1D6};
 
-// `word` is that of the schedule and the constant.
 template <std::size_t kRound>
 [[gnu::always_inline]] inline void do_round(std::uint32_t a, std::uint32_t& b, std::uint32_t c,
                                             std::uint32_t d, std::uint32_t& e, std::uint32_t word) {
-    e += word;
+    e += word + kConstants[kRound / 20];
     if constexpr (kRound < 20) {
         e += d ^ (b & (c ^ d));
     } else if constexpr (kRound < 40 || kRound >= 60) {
@@ -30,23 +29,24 @@ template <std::size_t kRound>
     b = std::rotl(b, 30);
 }
 
-template <std::size_t kRound, typename Word>
-[[gnu::always_inline]] inline void do_five(Words& state, const Word& word) {
+template <std::size_t kRound, typename Source>
+[[gnu::always_inline]] inline void do_five(Words& state, const Source& source) {
     auto& [a, b, c, d, e] = state;
-    do_round<kRound>(a, b, c, d, e, word.template operator()<kRound>());
-    do_round<kRound + 1>(e, a, b, c, d, word.template operator()<kRound + 1>());
-    do_round<kRound + 2>(d, e, a, b, c, word.template operator()<kRound + 2>());
-    do_round<kRound + 3>(c, d, e, a, b, word.template operator()<kRound + 3>());
-    do_round<kRound + 4>(b, c, d, e, a, word.template operator()<kRound + 4>());
+    do_round<kRound>(a, b, c, d, e, source.template word<kRound>());
+    do_round<kRound + 1>(e, a, b, c, d, source.template word<kRound + 1>());
+    do_round<kRound + 2>(d, e, a, b, c, source.template word<kRound + 2>());
+    do_round<kRound + 3>(c, d, e, a, b, source.template word<kRound + 3>());
+    do_round<kRound + 4>(b, c, d, e, a, source.template word<kRound + 4>());
 }
 
-// The rounds from `kFirst` on that share a constant; `word<kRound>()` gives each its word.
-template <std::size_t kFirst, typename Word>
-[[gnu::always_inline]] inline void do_twenty(Words& state, const Word& word) {
-    do_five<kFirst>(state, word);
-    do_five<kFirst + 5>(state, word);
-    do_five<kFirst + 10>(state, word);
-    do_five<kFirst + 15>(state, word);
+// The rounds from `kFirst` on that share a constant. The source's word<kRound>() is that of the
+// schedule.
+template <std::size_t kFirst, typename Source>
+[[gnu::always_inline]] inline void do_twenty(Words& state, const Source& source) {
+    do_five<kFirst>(state, source);
+    do_five<kFirst + 5>(state, source);
+    do_five<kFirst + 10>(state, source);
+    do_five<kFirst + 15>(state, source);
 }
 
 inline void add(Words& hash, const Words& state) {
