@@ -83,21 +83,19 @@ ZX_AES_NI [[gnu::always_inline]] inline void groups(Work& work, __m128i& chain) 
     }
 }
 
-template <Mode mode, Way way>
-ZX_AES_NI void run(Work work) {
-    if constexpr (mode == Mode::ecb) {
-        __m128i none;
-        groups<mode, way, kTogether>(work, none);
-    } else {
-        __m128i chain = load(work.iv);
-        groups<mode, way, way == Way::encrypt ? 1 : kTogether>(work, chain);
-        store(work.iv, 0, chain);
+struct ByInstructions {
+    template <Mode mode, Way way>
+    ZX_AES_NI static void run(Work work) {
+        if constexpr (mode == Mode::ecb) {
+            __m128i none;
+            groups<mode, way, kTogether>(work, none);
+        } else {
+            __m128i chain = load(work.iv);
+            groups<mode, way, way == Way::encrypt ? 1 : kTogether>(work, chain);
+            store(work.iv, 0, chain);
+        }
     }
-}
-
-void crypt(Mode mode, Way way, const Work& work) {
-    with_constants(mode, way, [&]<Mode kMode, Way kWay>() { run<kMode, kWay>(work); });
-}
+};
 
 ZX_AES_NI std::uint32_t substitute(std::uint32_t word) {
     const __m128i words = _mm_set1_epi32(static_cast<int>(word));
@@ -112,5 +110,5 @@ ZX_AES_NI void unmix(std::uint32_t* words, std::size_t count) {
 
 }  // namespace
 
-constexpr Cipher zx::aes::kAesNi = {crypt, substitute, unmix};
+constexpr Cipher zx::aes::kAesNi = {crypt_by<ByInstructions>, substitute, unmix};
 #endif

@@ -71,31 +71,30 @@ template <Way way>
     return shifted<way, joined>(encrypt ? kSubstitution : kInverseSubstitution, state) ^ load(last);
 }
 
-template <Mode mode, Way way>
-void run(const Work& work) {
-    const std::uint8_t* in = work.in;
-    std::uint8_t* out = work.out;
-    for (std::size_t left = work.blocks; left != 0; --left, in += kBlockSize, out += kBlockSize) {
-        if constexpr (mode == Mode::ecb) {
-            store(out, transform<way>(work, load(in)));
-        } else if constexpr (mode == Mode::cbc && way == Way::encrypt) {
-            const Block result = transform<Way::encrypt>(work, load(in) ^ load(work.iv));
-            store(work.iv, result);
-            store(out, result);
-        } else {
-            constexpr bool cbc = mode == Mode::cbc;
-            const Block pad = transform<Way::decrypt>(work, load(cbc ? in : work.iv));
-            const Block text = load(in);
-            const Block result = pad ^ (cbc ? load(work.iv) : text);
-            store(work.iv, way == Way::encrypt ? result : text);
-            store(out, result);
+struct ByTables {
+    template <Mode mode, Way way>
+    static void run(const Work& work) {
+        const std::uint8_t* in = work.in;
+        std::uint8_t* out = work.out;
+        for (std::size_t left = work.blocks; left != 0;
+             --left, in += kBlockSize, out += kBlockSize) {
+            if constexpr (mode == Mode::ecb) {
+                store(out, transform<way>(work, load(in)));
+            } else if constexpr (mode == Mode::cbc && way == Way::encrypt) {
+                const Block result = transform<Way::encrypt>(work, load(in) ^ load(work.iv));
+                store(work.iv, result);
+                store(out, result);
+            } else {
+                constexpr bool cbc = mode == Mode::cbc;
+                const Block pad = transform<Way::decrypt>(work, load(cbc ? in : work.iv));
+                const Block text = load(in);
+                const Block result = pad ^ (cbc ? load(work.iv) : text);
+                store(work.iv, way == Way::encrypt ? result : text);
+                store(out, result);
+            }
         }
     }
-}
-
-void crypt(Mode mode, Way way, const Work& work) {
-    with_constants(mode, way, [&]<Mode kMode, Way kWay>() { run<kMode, kWay>(work); });
-}
+};
 
 std::uint32_t substitute(std::uint32_t word) {
     return joined(kSubstitution, word, word, word, word);
@@ -110,4 +109,4 @@ void unmix(std::uint32_t* words, std::size_t count) {
 
 }  // namespace
 
-constexpr Cipher zx::aes::kPortable = {crypt, substitute, unmix};
+constexpr Cipher zx::aes::kPortable = {crypt_by<ByTables>, substitute, unmix};

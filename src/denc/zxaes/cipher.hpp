@@ -32,20 +32,22 @@ struct Work {
     std::size_t blocks;
 };
 
-// Calls `run`, a template of a mode and a way, with both as constants.
-template <typename Run>
-void with_constants(Mode mode, Way way, Run run) {
-    const auto with_way = [&]<Mode kMode>() {
-        way == Way::encrypt ? run.template operator()<kMode, Way::encrypt>()
-                            : run.template operator()<kMode, Way::decrypt>();
-    };
+template <typename By, Mode kMode>
+void run_way(Way way, const Work& work) {
+    way == Way::encrypt ? By::template run<kMode, Way::encrypt>(work)
+                        : By::template run<kMode, Way::decrypt>(work);
+}
+
+// What Cipher::crypt points to: By::run() with the mode and the way as constants.
+template <typename By>
+void crypt_by(Mode mode, Way way, const Work& work) {
     switch (mode) {
         case Mode::ecb:
-            return with_way.template operator()<Mode::ecb>();
+            return run_way<By, Mode::ecb>(way, work);
         case Mode::cbc:
-            return with_way.template operator()<Mode::cbc>();
+            return run_way<By, Mode::cbc>(way, work);
         case Mode::cfb:
-            return with_way.template operator()<Mode::cfb>();
+            return run_way<By, Mode::cfb>(way, work);
     }
 }
 
