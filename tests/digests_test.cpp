@@ -276,8 +276,11 @@ TEST(DigestTest, LeavesNothingOfTheMessageOnTheStack) {
     EXPECT_FALSE(is_left([&] { std::free(sha1_api_hash(text.c_str())); }, text.data()));
     EXPECT_FALSE(is_left([&] { md5(&block[0], block.size()); }, &block[0]));
     EXPECT_FALSE(is_left(process, &block[0]));
+    constexpr std::uint32_t kConstants[] = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC, 0xCA62C1D6};
     for (const std::size_t i : {0U, 13U, 70U, 73U, 76U, 79U}) {
+        const std::uint32_t sum = schedule[i] + kConstants[i / 20];
         EXPECT_FALSE(is_left(process, &schedule[i])) << i;
+        EXPECT_FALSE(is_left(process, &sum)) << i;
     }
 }
 

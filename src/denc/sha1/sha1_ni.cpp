@@ -2,20 +2,15 @@
 
 #ifdef __x86_64__
 
-#include <immintrin.h>
-
 #include <utility>
+
+#include "denc/sha1/sha1_vectors.hpp"
 
 #define ZX_TARGET_SHA [[gnu::target("sha,sse4.1,ssse3")]]
 
 namespace {
 
-using FourWords [[gnu::vector_size(sizeof(__m128i))]] = std::uint32_t;
-
-[[gnu::always_inline]] inline __m128i add(__m128i a, __m128i b) {
-    return reinterpret_cast<__m128i>(reinterpret_cast<FourWords>(a) +
-                                     reinterpret_cast<FourWords>(b));
-}
+using zx::sha1::add;
 
 // The words of the state as the instructions want them: A highest.
 struct State {

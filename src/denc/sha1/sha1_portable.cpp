@@ -24,7 +24,7 @@ struct Source {
         }
         words[kRound % 16] = word;
         asm("" : "+m"(words));
-        return word;
+        return word + zx::sha1::kConstants[kRound / 20];
     }
 };
 

@@ -17,7 +17,7 @@ inline constexpr std::array<std::uint32_t, 4> kConstants = {0x5A827999, 0x6ED9EB
 template <std::size_t kRound>
 [[gnu::always_inline]] inline void do_round(std::uint32_t a, std::uint32_t& b, std::uint32_t c,
                                             std::uint32_t d, std::uint32_t& e, std::uint32_t word) {
-    e += word + kConstants[kRound / 20];
+    e += word;
     if constexpr (kRound < 20) {
         e += d ^ (b & (c ^ d));
     } else if constexpr (kRound < 40 || kRound >= 60) {
@@ -40,7 +40,7 @@ template <std::size_t kRound, typename Source>
 }
 
 // The rounds from `kFirst` on that share a constant. The source's word<kRound>() is that of the
-// schedule.
+// schedule with the constant added.
 template <std::size_t kFirst, typename Source>
 [[gnu::always_inline]] inline void do_twenty(Words& state, const Source& source) {
     do_five<kFirst>(state, source);
