@@ -34,8 +34,11 @@ struct Work {
 
 template <typename By, Mode kMode>
 void run_way(Way way, const Work& work) {
-    way == Way::encrypt ? By::template run<kMode, Way::encrypt>(work)
-                        : By::template run<kMode, Way::decrypt>(work);
+    if (way == Way::encrypt) {
+        By::template run<kMode, Way::encrypt>(work);
+    } else {
+        By::template run<kMode, Way::decrypt>(work);
+    }
 }
 
 // What Cipher::crypt points to: By::run() with the mode and the way as constants.
