@@ -56,9 +56,10 @@ public:
             case 2:
             case 3:
                 return out(std::min(size, held_.size()));
-            case 4:
-                return in_through(input.take_bytes(std::min(size, free())), step,
-                                  input.take_below(128));
+            case 4: {
+                const Bytes bytes = input.take_bytes(std::min(size, free()));
+                return in_through(bytes, step, input.take_below(128));
+            }
             case 5:
                 return out_through(std::min(size, held_.size()), step, input.take_below(128));
             case 6:
