@@ -6,10 +6,7 @@
 #include "zxlog.h"
 
 extern "C" int32_t zxstr_api_isCasestr(const char* haystack, const char* needle) {
-    if (haystack == nullptr || needle == nullptr || *needle == '\0') {
-        return 0;
-    }
-    return std::strstr(haystack, needle) != nullptr ? 1 : 0;
+    return zxlog_api_strCasestrNum(haystack, needle, 1, 1) != 0 ? 1 : 0;
 }
 
 extern "C" int32_t zxstr_api_isCasestr_IgnoreLetterCase(const char* haystack, const char* needle) {
