@@ -35,6 +35,17 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
     return __atomic_load_n(&flag, __ATOMIC_RELAXED) != 0;
 }
 
+// The place in an exported function that a helper speaks for. As a helper's last parameter,
+// `Caller caller = {}`, it is the function that calls the helper, and the line of that call. Inside
+// a lambda the function would be the lambda: hand the caller in.
+struct Caller {
+    constexpr Caller(const char* from = __builtin_FUNCTION(), int at = __builtin_LINE())
+        : func(from), line(at) {}
+
+    const char* func;
+    int line;
+};
+
 // One line to standard output, in one write: stdio's lock would not be safe in a signal handler.
 // `colour_size` leading bytes and the reset at the end are ours, everything between is escaped as
 // in the log file.
@@ -61,7 +72,20 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
 
 #define ZX_LOG(level, body, ...) ZX_LOG_FROM(__func__, level, body __VA_OPT__(, ) __VA_ARGS__)
 
-// The same for a helper that speaks for the function `func`.
+// The same for a helper that speaks for `caller`, a zx::Caller.
+#define ZX_LOG_AT(caller, level, body, ...)                            \
+    do {                                                               \
+        if (::zx::log_wanted(::zx::Level::level, kTag)) [[unlikely]] { \
+            if (::zx::is_set(flag_printLineFunc)) {                    \
+                ZX_LOG_LINE(level, "[%s %d]" body, (caller).func,      \
+                            (caller).line __VA_OPT__(, ) __VA_ARGS__); \
+            } else {                                                   \
+                ZX_LOG_LINE(level, body __VA_OPT__(, ) __VA_ARGS__);   \
+            }                                                          \
+        }                                                              \
+    } while (0)
+
+// The same for a helper that speaks for the function `func`; the line is the helper's.
 #define ZX_LOG_FROM(func, level, body, ...)                                                    \
     do {                                                                                       \
         if (::zx::log_wanted(::zx::Level::level, kTag)) [[unlikely]] {                         \
@@ -90,6 +114,10 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
 // The bodies that all modules share.
 #define ZX_LOG_PARAM(name)  ZX_LOG(error, "Param error####%s", name)
 #define ZX_LOG_MALLOC(what) ZX_LOG(error, "Malloc %s failed,please check the memory", what)
+
+#define ZX_LOG_CUT_AT(caller, capacity, needed, text)                                   \
+    ZX_LOG_AT(caller, warning, "There is a bug that buf1 (%lu < %lu)(%s),please fix!!", \
+              static_cast<unsigned long>(capacity), static_cast<unsigned long>(needed), text)
 
 #define ZX_LOG_CUT(capacity, needed, text) ZX_LOG_CUT_FROM(__func__, capacity, needed, text)
 
