@@ -4,6 +4,7 @@
 # that is meant. scripts/abi.sh BUILD_DIR takes the libraries from there; they need debug information.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 build=${1-}
 if [[ -z $build || $build == --update ]]; then

@@ -3,6 +3,7 @@
 # on any finding, and when more than ten places ask one of them to look away.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 scripts/install-deps.sh build analyse
 jobs=2

@@ -7,6 +7,7 @@
 #                                  docs/performance.md and the plots in docs/performance/
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 scripts/install-deps.sh build bench
 cmake --preset bench >/dev/null

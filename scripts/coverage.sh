@@ -3,6 +3,7 @@
 # lines or 85 % of the branches. The arguments go to gcovr: --html-details build/coverage/report.html.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 scripts/install-deps.sh build test coverage
 umask 0 # tests that give up their user write counts, too

@@ -4,6 +4,7 @@
 # compared byte by byte with what went in.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 scripts/install-deps.sh build
 cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DZX_BUILD_TESTS=OFF >/dev/null

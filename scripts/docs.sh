@@ -1,9 +1,30 @@
 #!/usr/bin/env bash
-# Makes the documentation from the public headers and docs/: build/docs/html for browsers, and
-# build/docs/man with a page for every exported name. Fails when Doxygen has anything to say.
-# scripts/docs.sh DIR writes to DIR instead and installs nothing; without Doxygen it exits with 77.
+# Makes the documentation from the public headers and docs/.
+#
+#   scripts/docs.sh           build/docs/html for browsers, and build/docs/man: a page for every header,
+#                             exported name, record, type and constant, and zxcommon(7). Fails when
+#                             Doxygen has anything to say or a page is missing.
+#   scripts/docs.sh DIR       the same in DIR; installs nothing. Without Doxygen it exits with 77.
+#   scripts/docs.sh --guides  puts the programs of examples/ into the guides, as they are now.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
+
+usage() {
+    echo "usage: $0 [--guides | DIR]" >&2
+    exit 2
+}
+[[ $# -le 1 ]] || usage
+
+if [[ ${1-} == --guides ]]; then
+    for page in docs/*.md docs/guides/*.md; do
+        text=$(awk -f scripts/docs_guides.awk "$page")
+        cmp -s "$page" <<<"$text" || cat >"$page" <<<"$text"
+    done
+    exit 0
+elif [[ ${1-} == -* ]]; then
+    usage
+fi
 
 out=${1-}
 if [[ -z $out ]]; then
@@ -27,6 +48,5 @@ fi
 # Pages link to the example programs as the sources do.
 cp -r examples "$out/html/examples"
 sed -i -E 's|href="(\.\./)+examples|href="examples|g' "$out"/html/*.html
-python3 scripts/docs_man.py "$out/xml" "$out/man/man3" "$ZX_DOCS_VERSION" src/zxcommon.map zxlog/zxlog.map ||
-    failed=1
+python3 scripts/docs_man.py "$out/xml" "$out/man" "$ZX_DOCS_VERSION" || failed=1
 exit $failed

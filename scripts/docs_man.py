@@ -1,9 +1,13 @@
 #!/usr/bin/env python3
-"""docs_man.py XML_DIR MAN_DIR VERSION MAP...: manual pages from what Doxygen read.
+"""docs_man.py XML_DIR MAN_DIR VERSION: manual pages from what Doxygen read; runs in the project's folder.
 
-One for every name that the version scripts MAP export, and one for every header. Doxygen's own pages
-would be one a header, and one for every member of a record: "time" and "free" would hide the system's.
+In section 3, every header, exported name, record, type and class has a page. So has every block of
+constants: each name in it leads there. Section 7 gets docs/zxcommon.7. Doxygen's own pages would be one
+a header, and one for every member of a record: "time" and "free" would hide the system's.
+
+Fails when a name of the headers or of the version scripts has no page.
 """
+import itertools
 import pathlib
 import re
 import sys
@@ -12,13 +16,18 @@ import xml.etree.ElementTree as ET
 
 LISTS = {"itemizedlist", "orderedlist"}
 ORDER = ("NAME", "SYNOPSIS", "DESCRIPTION", "PARAMETERS", "RETURN VALUE")  # then as they come
-HEADINGS = {"define": "MACROS", "typedef": "TYPES", "enum": "TYPES", "variable": "DATA", "function": "FUNCTIONS"}
 BLOCKS = {"simplesect", "parameterlist", "verbatim", "programlisting"} | LISTS
+HEADERS = sorted([*pathlib.Path("include").glob("*.h*"), *pathlib.Path("zxlog/include").glob("*.h")])
+MAPS = (pathlib.Path("src/zxcommon.map"), pathlib.Path("zxlog/zxlog.map"))
 
 
 def escape(text):
-    text = text.replace("\\", "\\e").replace("-", "\\-")
+    text = text.replace("\\", "\\e").replace("-", "\\-").replace("|", "|\\:")
     return re.sub(r"^([.'])", r"\\&\1", text, flags=re.M)
+
+
+def bold(text):
+    return f"\\fB{escape(text)}\\fP"
 
 
 def runs(node):
@@ -40,14 +49,47 @@ def inline(node):
     return " ".join(run for run in runs(node) if isinstance(run, str) and run)
 
 
+def text_of(node):
+    return " ".join(inline(para) for para in node.iter("para"))
+
+
+def parameters(block):
+    for item in block.iter("parameteritem"):
+        names = ", ".join(inline(name) for name in item.iter("parametername"))
+        yield f"\\fI{names}\\fP", text_of(item.find("parameterdescription"))
+
+
+def words(member):
+    """All that a comment says, as one line."""
+    said = []
+    for para in itertools.chain(member.find("briefdescription"), member.find("detaileddescription")):
+        for run in runs(para):
+            if isinstance(run, str):
+                said.append(run)
+            elif run.tag == "parameterlist":
+                said += [f"{names}: {text}" for names, text in parameters(run)]
+            elif run.get("kind") == "return":
+                said.append("Gives " + text_of(run))
+            else:
+                said.append(text_of(run))
+    return " ".join(filter(None, said))
+
+
 class Page:
-    def __init__(self, name, version):
-        self.name = name
-        self.lines = [f'.TH "{name}" 3 "" "libzxcommon {version}" "Library Functions"', ".nh", ".ad l"]
+    def __init__(self, names, summary, header, code=""):
+        """A page that the NAMES find, in the file of the first; CODE is what HEADER has of them."""
+        self.names = names
+        self.header = header
         self.sections = {}
+        self.section("NAME", [f"{', '.join(names)} \\- {summary}"])
+        self.section("SYNOPSIS", [".nf", f"#include <{escape(header)}>"])
+        self.section("SYNOPSIS", ["", escape(code), ".fi"] if code else [".fi"])
 
     def section(self, title, lines):
         self.sections.setdefault(title, []).extend(lines)
+
+    def entry(self, title, term, text):
+        self.section(title, [".TP", term, text])
 
     def describe(self, description, title="DESCRIPTION"):
         """Sorts the paragraphs of a description into the sections of the page."""
@@ -60,37 +102,34 @@ class Page:
 
     def block(self, block, title):
         if block.tag == "parameterlist":
-            for item in block.iter("parameteritem"):
-                names = ", ".join(inline(name) for name in item.iter("parametername"))
-                text = self.text(item.find("parameterdescription"))
-                self.section("PARAMETERS", [".TP", f"\\fI{names}\\fP", text])
+            for names, text in parameters(block):
+                self.entry("PARAMETERS", names, text)
         elif block.tag == "simplesect":
             heading = "RETURN VALUE" if block.get("kind") == "return" else inline(block.find("title"))
-            self.section(heading.upper(), [".PP", self.text(block)])
+            self.section(heading.upper(), [".PP", text_of(block)])
         elif block.tag in LISTS:
             for item in block.iter("listitem"):
-                self.section(title, [".IP \\(bu 2", self.text(item)])
+                self.section(title, [".IP \\(bu 2", text_of(item)])
         elif block.tag in ("verbatim", "programlisting"):
             code = textwrap.dedent("".join(block.itertext())).strip("\n")
             self.section(title, [".PP", ".nf", escape(code), ".fi"])
 
-    @staticmethod
-    def text(node):
-        return " ".join(inline(para) for para in node.iter("para"))
-
-    def write(self, folder):
-        titles = [t for t in ORDER if t in self.sections]
-        titles += [t for t in self.sections if t not in ORDER]
-        for title in titles:
-            self.lines += [f".SH {title}"] + self.sections[title]
-        (folder / f"{self.name}.3").write_text("\n".join(self.lines) + "\n")
+    def write(self, folder, version):
+        see = [bold(self.header) + "(3)"] if self.header not in self.names else []
+        self.section("SEE ALSO", [", ".join([*see, "\\fBzxcommon\\fP(7)"])])
+        lines = [f'.TH "{self.names[0]}" 3 "" "libzxcommon {version}" "Library Functions"', ".nh", ".ad l"]
+        for title in [t for t in ORDER if t in self.sections] + [t for t in self.sections if t not in ORDER]:
+            lines += [f".SH {title}"] + self.sections[title]
+        (folder / f"{self.names[0]}.3").write_text("\n".join(lines) + "\n")
+        for alias in self.names[1:]:
+            (folder / f"{alias}.3").write_text(f".so man3/{self.names[0]}.3\n")
 
 
 def first_sentence(member):
     text = " ".join(inline(para) for para in member.iterfind("briefdescription/para"))
     if not text:
         result = member.find(".//simplesect[@kind='return']")
-        text = "gives " + Page.text(result) if result is not None else ""
+        text = "gives " + text_of(result) if result is not None else ""
     return re.split(r"(?<=[a-z0-9)])[.;] ", text + " ")[0].rstrip(". ")
 
 
@@ -98,54 +137,160 @@ def prototype(member):
     text = member.findtext("definition")
     if member.get("kind") == "function":
         text += member.findtext("argsstring").replace(",...", ", ...")
-    else:
+    elif member.get("kind") == "variable":
         text = f"extern {text}"
-    return escape(re.sub(r"(?<=\w) *(\*+) *(?=\w)", r"\1 ", text) + ";")
+    return re.sub(r"(?<=\w) *(\*+) *(?=\w)", r"\1 ", text) + ";"
 
 
-def member_page(member, section, header, version):
-    page = Page(member.findtext("name"), version)
-    page.section("NAME", [f"{page.name} \\- {first_sentence(member)}"])
-    page.section("SYNOPSIS", [".nf", f"#include <{escape(header)}>", "", prototype(member), ".fi"])
+def member_page(name, member, header, notes=None):
+    page = Page([name], first_sentence(member), header, prototype(member))
     page.describe(member.find("briefdescription"))
     page.describe(member.find("detaileddescription"))
-    if section.find("description") is not None:
-        page.describe(section.find("description"), "NOTES")
-    page.section("SEE ALSO", [f"\\fB{escape(header)}\\fP(3)"])
+    if notes is not None:
+        page.describe(notes, "NOTES")
     return page
 
 
-def header_page(compound, header, version):
-    page = Page(header, version)
-    brief = inline(compound.find("briefdescription"))
-    page.section("NAME", [f"{header} \\- {brief.rstrip('.')}"])
-    page.section("SYNOPSIS", [".nf", f"#include <{escape(header)}>", ".fi"])
+def record_page(member, fields, header, source):
+    """A record or an enumeration, as the header defines it; the values of the latter lead to it."""
+    name = member.findtext("name")
+    code = re.search(rf"^typedef \w+ {name} {{.*?^}} {name};", source, re.M | re.S).group()
+    code = re.sub(r" */\*.*?\*/", "", code, flags=re.S)
+    code = re.sub(r"(?<=[^;,{}\n])\n +|(?<=\n) *\n", " ", code)  # lines that the comments broke
+    values = [field.findtext("name") for field in fields if field.tag == "enumvalue"]
+    page = Page([name, *values], first_sentence(member), header, code)
+    page.describe(member.find("briefdescription"))
+    page.describe(member.find("detaileddescription"))
+    for field in fields:
+        if words(field):
+            page.entry("VALUES" if values else "FIELDS", bold(field.findtext("name")), words(field))
+    return page
+
+
+def macro_pages(members, header, source):
+    """One for each block of macros in the header: those with no empty line between them."""
+    lines = source.split("\n")
+    members.sort(key=lambda member: int(member.find("location").get("line")))
+    blocks = []
+    for member in members:
+        line = int(member.find("location").get("line"))
+        if not blocks or "" in lines[last:line]:
+            blocks.append([])
+        blocks[-1].append(member)
+        last = line
+    for block in blocks:
+        begin = "\n".join(lines[: int(block[0].find("location").get("line")) - 1])
+        title = re.search(r"/\* (?!-)((?:(?!\*/).)+) \*/$", begin, re.S)
+        if title:
+            summary = escape(re.sub(r"::|`|\n \*", "", title.group(1)).rstrip("."))
+        else:
+            summary = first_sentence(block[0]) if len(block) == 1 else f"constants of {header}"
+        codes = []
+        for member in block:
+            arguments = ", ".join(argument.text for argument in member.iter("defname"))
+            codes.append(f"#define {member.findtext('name')}{f'({arguments})' if arguments else ''} ")
+            codes[-1] += " ".join((member.findtext("initializer") or "").replace("\\\n", " ").split())
+        page = Page([member.findtext("name") for member in block], summary, header, "\n".join(codes))
+        for member in block:
+            page.entry("DESCRIPTION", bold(member.findtext("name")), words(member))
+        yield page
+
+
+def class_page(compound, header):
+    name = compound.findtext("compoundname")
+    members = [m for m in compound.iter("memberdef") if m.get("prot") == "public" and words(m)]
+    codes = [re.sub(r"^extern ", "", prototype(m)).replace(f"{name}::", "") for m in members]
+    page = Page([name], first_sentence(compound), header, "\n".join(codes))
+    page.describe(compound.find("briefdescription"))
     page.describe(compound.find("detaileddescription"))
-    for member in compound.iter("memberdef"):
-        name = escape(member.findtext("name"))
-        if member.get("kind") in HEADINGS and first_sentence(member):
-            page.section(HEADINGS[member.get("kind")], [".TP", f"\\fB{name}\\fP", first_sentence(member)])
+    for code, member in zip(codes, members):
+        page.entry("MEMBERS", bold(code), words(member))
     return page
+
+
+def header_pages(xml, path):
+    """What a header has: a page about it, and the pages of all in it."""
+    header, source = path.name, path.read_text()
+    compound = parse(xml / (header.replace(".", "_8") + ".xml"))
+    inner = [parse(xml / f"{node.get('refid')}.xml") for node in compound.findall("innerclass")]
+    inner = {node.findtext("compoundname"): node for node in inner if node.get("prot") != "private"}
+    summary = inline(compound.find("briefdescription")).rstrip(".")
+    whole = Page([header], summary, header)
+    whole.describe(compound.find("detaileddescription"))
+    yield whole
+    macros = compound.findall(".//memberdef[@kind='define']")
+    for member in macros:
+        whole.entry("MACROS", bold(member.findtext("name")), first_sentence(member))
+    yield from macro_pages(macros, header, source)
+    for space in compound.findall("innernamespace"):
+        for name, node in inner.items():
+            whole.entry("CLASSES", bold(name), first_sentence(node))
+            yield class_page(node, header)
+        for member in parse(xml / f"{space.get('refid')}.xml").iter("memberdef"):
+            name = f"{space.text}::{member.findtext('name')}"
+            whole.entry("FUNCTIONS AND TYPES", bold(name), first_sentence(member))
+            yield member_page(name, member, header)
+    for section in compound.iter("sectiondef"):
+        enums = {node.findtext("name"): node for node in section.findall("memberdef[@kind='enum']")}
+        for member in section.findall("memberdef"):
+            name = member.findtext("name")
+            if member.get("kind") == "typedef":
+                whole.entry("TYPES", bold(name), first_sentence(member))
+                if name in inner:
+                    yield record_page(member, list(inner[name].iter("memberdef")), header, source)
+                elif name in enums:
+                    yield record_page(member, enums[name].findall("enumvalue"), header, source)
+                else:
+                    yield member_page(name, member, header)
+            elif member.get("kind") in ("function", "variable"):
+                title = "FUNCTIONS" if member.get("kind") == "function" else "DATA"
+                whole.entry(title, bold(name), first_sentence(member))
+                yield member_page(name, member, header, section.find("description"))
+
+
+def parse(path):
+    return ET.parse(path).getroot().find("compounddef")
+
+
+def overview(modules, version):
+    """zxcommon(7): its own text, the headers, and the README's program."""
+    program = re.search(r"^```c\n(.*?)^```$", pathlib.Path("README.md").read_text(), re.M | re.S).group(1)
+    parts = {"VERSION": version, "MODULES": "\n".join(modules), "PROGRAM": escape(program.rstrip("\n"))}
+    page = pathlib.Path("docs/zxcommon.7").read_text()
+    return re.sub(r"@([A-Z]+)@", lambda match: parts[match.group(1)], page)
+
+
+def wanted_names():
+    """All that a reader may look for, from the sources themselves and not from what Doxygen made of them."""
+    for path in MAPS:
+        yield from re.findall(r"^ *(\w+);", path.read_text(), re.M)
+    for path in HEADERS:
+        text = path.read_text()
+        yield path.name
+        yield from (name for name in re.findall(r"^# *define (\w+)", text, re.M) if not re.search("_HP*$", name))
+        yield from re.findall(r"^} (\w+);|^typedef [^;{]*?\(\*(\w+)\)", text, re.M)
+        for values in re.findall(r"^typedef enum \w+ {(.*?)^}", text, re.M | re.S):
+            yield from re.findall(r"^ +([A-Z]\w+)", values, re.M)
+        yield from (f"zxcommon::{name}" for name in re.findall(r"^(?:class|struct)\b[^{;]*?(\w+) {", text, re.M))
 
 
 def main():
-    xml, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-    version = sys.argv[3]
-    scripts = "\n".join(pathlib.Path(path).read_text() for path in sys.argv[4:])
-    wanted = set(re.findall(r"^ *(\w+);", scripts, re.M))
-    folder.mkdir(parents=True)
-    for path in sorted(xml.glob("*_8h*.xml")):
-        compound = ET.parse(path).getroot().find("compounddef")
-        header = compound.findtext("compoundname")
-        header_page(compound, header, version).write(folder)
-        for section in compound.iter("sectiondef"):
-            for member in section.iter("memberdef"):
-                if member.findtext("name") in wanted and member.get("kind") in ("function", "variable"):
-                    wanted.discard(member.findtext("name"))
-                    member_page(member, section, header, version).write(folder)
-    for name in sorted(wanted):
+    xml, man, version = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), sys.argv[3]
+    for folder in (man / "man3", man / "man7"):
+        folder.mkdir(parents=True)
+    modules = []
+    for path in HEADERS:
+        pages = list(header_pages(xml, path))
+        for page in pages:
+            page.write(man / "man3", version)
+        summary = pages[0].sections["NAME"][0].split(" \\- ", 1)[1]
+        modules += [".TP", f"{bold(path.name)}(3)", summary]
+    (man / "man7" / "zxcommon.7").write_text(overview(modules, version))
+    names = {name for found in wanted_names() for name in ([found] if isinstance(found, str) else found) if name}
+    missing = sorted(name for name in names if not (man / "man3" / f"{name}.3").exists())
+    for name in missing:
         print(f"no manual page for {name}", file=sys.stderr)
-    return 1 if wanted else 0
+    return 1 if missing else 0
 
 
 sys.exit(main())

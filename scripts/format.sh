@@ -2,6 +2,7 @@
 # Formats every C and C++ file of the project; with --check, only says which differ and fails.
 set -eu
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 case ${1-} in
 '') mode=-i ;;

@@ -5,6 +5,7 @@
 # path of an input that does what it should not.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 if [[ ! ${1-} =~ ^[0-9]+$ ]]; then
     echo "usage: $0 SECONDS [TARGET...]" >&2

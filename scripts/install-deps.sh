@@ -2,6 +2,8 @@
 # Installs the Debian packages of one or more groups, those that are missing: build,
 # test, bench, fuzz, analyse, memcheck, coverage, docs, package.
 set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 packages_of() {
     case $1 in

@@ -4,6 +4,7 @@
 # zxstr. A minute and more for each of the large ones, so it is not part of scripts/test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 scripts/install-deps.sh build test memcheck
 cmake --preset debug >/dev/null

@@ -6,6 +6,7 @@
 # packages and the keys that this machine has, and removed at the end.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 case "$# ${1-}" in
     "0 " | "1 --try") ;;
     *) echo "usage: $0 [--try]" >&2; exit 2 ;;

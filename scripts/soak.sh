@@ -4,6 +4,7 @@
 # See scripts/soak.py.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 if [[ ! ${1-} =~ ^[1-9][0-9]*$ ]]; then
     echo "usage: $0 MINUTES" >&2

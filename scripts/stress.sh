@@ -4,6 +4,7 @@
 # closer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 if [[ ! ${1-} =~ ^[1-9][0-9]*$ ]]; then
     echo "usage: $0 MINUTES [PRESET]" >&2

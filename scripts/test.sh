@@ -5,6 +5,7 @@
 # the documentation, which has to be silent.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/help.sh
 
 scripts/install-deps.sh build test docs
 scripts/format.sh --check
