@@ -6,7 +6,7 @@
 #include <zxlog.h>
 #include <zxstr.h>
 
-/* The decoder takes no length: a frame lies in a buffer of this size, with zeros behind it. */
+/* The decoder takes no length: a frame lies in a buffer of this size, with zeros after it. */
 static uint8_t frame[ZXFRAME_READABLE];
 static ether_ctt record; /* 48 KiB: not for the stack */
 

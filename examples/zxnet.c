@@ -1,4 +1,4 @@
-/* Receives datagrams on loopback, with a time-out, and knows what every result means. */
+/* Receives datagrams on loopback, with a timeout, and knows what every result means. */
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <stdio.h>

@@ -1,6 +1,8 @@
 /**
  * @file zxcommon.h
  * Identity of the library: its version and its modules.
+ *
+ * Signal handlers: only where a function says so. Log tag: ZXCOMMON_INNER.
  */
 #ifndef ZXCOMMON_H
 #define ZXCOMMON_H

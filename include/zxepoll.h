@@ -7,7 +7,7 @@
  * caller. Every registration stores the watched descriptor as `data.fd`; what
  * the caller registers by other means must do the same. Log tag: EPOLL.
  *
- * Threads: all operations are safe on different instances.
+ * Threads: all operations are safe on different instances. Signal handlers: no.
  */
 #ifndef ZXEPOLL_H
 #define ZXEPOLL_H

@@ -5,7 +5,7 @@
  *
  * A lock record belongs to its caller, who embeds it or declares it statically;
  * this module never allocates one. A record of zero bytes is a valid record
- * that is not initialised. Log tag: THREAD.
+ * that is not initialised. Signal handlers: no. Log tag: THREAD.
  */
 #ifndef ZXLOCK_H
 #define ZXLOCK_H

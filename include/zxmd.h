@@ -7,6 +7,8 @@
  * 2147483646 are lowered to that value, with a warning. Log tag: ZXMD.
  *
  * A missing (NULL) argument is refused with an error line and the result of a failure.
+ *
+ * Threads: safe for different files and outputs, unless said otherwise. Signal handlers: no.
  */
 #ifndef ZXMD_H
 #define ZXMD_H

@@ -6,7 +6,7 @@
  * functions stand directly on the system allocator; with tracking on, every
  * buffer has a node with its size, name, time and source position in one list,
  * in the order of allocation. Finding and removing a node takes the same time
- * whatever the number of live buffers. Log tag: MEMRY_MAP.
+ * whatever the number of live buffers. Signal handlers: no. Log tag: MEMRY_MAP.
  */
 #ifndef ZXMEM_H
 #define ZXMEM_H

@@ -6,6 +6,9 @@
  * No state is kept between calls: sockets belong to their caller and are never
  * closed here, also after a failure. All texts and records belong to the caller,
  * who makes outputs large enough. Log tag: NETWORK.
+ *
+ * Threads: safe for different outputs, unless said otherwise. Signal handlers:
+ * only where a function says so.
  */
 #ifndef ZXNET_H
 #define ZXNET_H

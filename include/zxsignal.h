@@ -2,7 +2,9 @@
  * @file zxsignal.h
  * What signals do to a server, and power control.
  *
- * Log tag: SIGNAL.
+ * Nothing is allocated. Log tag: SIGNAL.
+ *
+ * Threads: safe, unless said otherwise. Signal handlers: only where a function says so.
  */
 #ifndef ZXSIGNAL_H
 #define ZXSIGNAL_H

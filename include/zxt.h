@@ -4,6 +4,9 @@
  * commands.
  *
  * No state is kept between calls. Log tag: ZXCOMMON_INNER.
+ *
+ * Threads: safe for different outputs, unless said otherwise. Signal handlers: only where a function
+ * says so.
  */
 #ifndef ZXT_H
 #define ZXT_H

@@ -14,7 +14,7 @@
  *     zxthread_api_waitStateTimeout(t, 0, 5, ...)
  *     zxthread_api_destroy()
  *
- * Log tag: THREAD.
+ * Signal handlers: no. Log tag: THREAD.
  */
 #ifndef ZXTHREAD_H
 #define ZXTHREAD_H
