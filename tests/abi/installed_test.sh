@@ -19,7 +19,7 @@ export CMAKE_PREFIX_PATH="$prefix" PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig"
 export LD_RUN_PATH="$prefix/$libdir"
 "$(dirname "$0")/consume.sh" "$cmake" "$cc" "$cxx"
 
-"$cmake" -S "$(dirname "$0")/../../examples" -B "$work/examples" -DCMAKE_C_COMPILER="$cc" \
+"$cmake" -S "$prefix/share/doc/libzxcommon-dev/examples" -B "$work/examples" -DCMAKE_C_COMPILER="$cc" \
     -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 "$cmake" --build "$work/examples" >/dev/null
 "$cmake" --build "$work/examples" --target test
