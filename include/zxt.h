@@ -5,8 +5,8 @@
  *
  * No state is kept between calls. Log tag: ZXCOMMON_INNER.
  *
- * Threads: safe for different outputs, unless said otherwise. Signal handlers: only where a function
- * says so.
+ * Threads: safe for different outputs, unless said otherwise. Signal handlers: only where a
+ * function says so.
  */
 #ifndef ZXT_H
 #define ZXT_H
