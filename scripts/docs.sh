@@ -3,7 +3,7 @@
 #
 #   scripts/docs.sh           build/docs/html for browsers, and build/docs/man: a page for every header,
 #                             exported name, record, type and constant, and zxcommon(7). Fails when
-#                             Doxygen has anything to say or a page is missing.
+#                             Doxygen or groff has anything to say, or a page is missing.
 #   scripts/docs.sh DIR       the same in DIR; installs nothing. Without Doxygen it exits with 77.
 #   scripts/docs.sh --guides  puts the programs of examples/ into the guides, as they are now.
 set -euo pipefail
@@ -41,12 +41,15 @@ ZX_DOCS_VERSION=$(sed -n 's/^project(zxcommon VERSION \([0-9.]*\).*/\1/p' CMakeL
 export ZX_DOCS_OUT=$out ZX_DOCS_VERSION
 failed=0
 doxygen docs/Doxyfile 2>"$out/warnings"
-if [[ -s $out/warnings ]]; then
-    cat "$out/warnings" >&2
-    failed=1
-fi
 # Pages link to the example programs as the sources do.
 cp -r examples "$out/html/examples"
 sed -i -E 's|href="(\.\./)+examples|href="examples|g' "$out"/html/*.html
 python3 scripts/docs_man.py "$out/xml" "$out/man" "$ZX_DOCS_VERSION" || failed=1
+if command -v groff >/dev/null; then
+    (cd "$out/man" && groff -man -ww -z -Tutf8 man?/*) 2>>"$out/warnings"
+fi
+if [[ -s $out/warnings ]]; then
+    cat "$out/warnings" >&2
+    failed=1
+fi
 exit $failed
