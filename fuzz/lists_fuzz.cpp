@@ -1,5 +1,6 @@
 // Sequences of operations on list pools and shared lists, against std::deques. The clock is the
-// input's: it stands, goes on, and for a moment goes back.
+// input's: it stands, goes on, and for a moment goes back. Nodes are taken out and changed as a
+// program may.
 #include <array>
 #include <deque>
 
@@ -95,7 +96,7 @@ public:
     ~Shared() { zxfifo_api_shareListDeinit(&list_); }
 
     void run(Input& input) {
-        switch (input.take_below(8)) {
+        switch (input.take_below(10)) {
             case 0:
             case 1:
             case 2:
@@ -107,6 +108,10 @@ public:
             case 6:
                 zxfifo_api_shareListDropTimeout(&list_);
                 return drop();
+            case 7:
+                return take_out(input.take<std::uint8_t>());
+            case 8:
+                return change(input.take<std::uint8_t>(), input.take<std::uint8_t>());
             default:
                 zxfifo_api_shareListReset(&list_);
                 nodes_.clear();
@@ -139,6 +144,32 @@ private:
             drop();
         }
     }
+    // What a program may do while it holds the list's lock.
+    void take_out(std::size_t which) {
+        if (nodes_.empty()) {
+            return;
+        }
+        const auto node = nodes_.begin() + static_cast<std::ptrdiff_t>(which % nodes_.size());
+        IdList_ctt* taken = node->at;
+        zxlock_api_obtain(&list_.lock, __func__, __LINE__);
+        IdList_ctt* const before = node == nodes_.begin() ? nullptr : (node - 1)->at;
+        (before == nullptr ? list_.head : before->next) = taken->next;
+        list_.tail = list_.tail == taken ? before : list_.tail;
+        --list_.count;
+        zxlock_api_release(&list_.lock, __func__, __LINE__);
+        zxfifo_api_shareListDemalloc(&taken);
+        nodes_.erase(node);
+    }
+    void change(std::size_t which, std::uint64_t step) {
+        if (nodes_.empty()) {
+            return;
+        }
+        Node& node = nodes_[which % nodes_.size()];
+        node.time = g_now - step * kSecond / 16;
+        zxlock_api_obtain(&list_.lock, __func__, __LINE__);
+        node.at->time = node.time;
+        zxlock_api_release(&list_.lock, __func__, __LINE__);
+    }
     // A node that looks as if it came from the future is old, too.
     void drop() {
         while (!nodes_.empty() && (g_now < nodes_.front().time ||
@@ -150,19 +181,12 @@ private:
         const std::uint64_t since =
             offset % 16 == 0 ? 0 : g_now + static_cast<std::uint64_t>(offset / 16 % 8000000);
         IdList_ctt* const found = zxfifo_api_shareListRead(&list_, since);
-        const bool is_in_order =
-            std::is_sorted(nodes_.begin(), nodes_.end(),
-                           [](const Node& a, const Node& b) { return a.time < b.time; });
         const auto expected = std::find_if(
             nodes_.begin(), nodes_.end(), [since](const Node& node) { return node.time >= since; });
-        if (nodes_.empty()) {
-            require(found == nullptr, "nothing to read");
-        } else if (expected == nodes_.end()) {
-            require(found == nodes_.back().at, "the newest node");
-        } else if (is_in_order) {
+        if (expected != nodes_.end()) {
             require(found == expected->at, "the first node since then");
         } else {
-            require(found->time >= since, "a node since then");
+            require(found == (nodes_.empty() ? nullptr : nodes_.back().at), "the newest node");
         }
     }
 

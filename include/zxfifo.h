@@ -323,6 +323,12 @@ void zxfifo_api_listReset(zxfifolist_ctt** head);
  * Finding a node is safe whatever is dropped meanwhile, but the node that was found may be dropped
  * while its reader still uses it: choose a keep time that is longer than readers are behind, with a
  * second to spare, and neither reset nor drop by hand while they read.
+ *
+ * Who drops nodes sleeps until the readers that may be at them have left. Whoever holds the list's
+ * lock may change nodes and take them out: unlink a node, mend `tail` and `count`, and leave the
+ * node's `next` and its memory alone until the keep time has passed.
+ *
+ * The child of a fork may go on with a list that no other thread was changing.
  */
 
 /** A buffer with the time at which it was added. */
@@ -396,7 +402,7 @@ void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node);
 /**
  * Drops the nodes at the head that are as old as the keep time, or older. A clock that was set back
  * makes nodes look old.
- * Threads: takes no lock: no other thread adds or reads.
+ * Threads: takes no lock: no other thread adds, or the caller holds the list's lock.
  *
  * @param list  the list.
  */
@@ -407,15 +413,16 @@ void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
  * over the others of the same microsecond: to see all nodes of one that adds so fast, follow `next`
  * (which that thread may just be storing: load it with acquire order).
  *
- * A thread that goes on from where it was is led there at once, in up to eight lists in turn;
- * otherwise the list is walked from its head.
+ * Each call walks the list from its head: 2 ns or so a node that is in the processor's cache. With
+ * many nodes, keep the one that was found and follow `next`.
  *
  * @param list     the list.
  * @param sinceUs  microseconds, as zxtime_api_us() gives them; 0: the oldest.
  * @return the node; the newest one when all are older, so look at its `time`; NULL when there is
  *         none.
  *
- * Threads: any, beside the one that adds and drops, and without waiting for it.
+ * Threads: any, beside the one that adds and drops, and without waiting for it. It is no
+ * cancellation point.
  */
 IdList_ctt* zxfifo_api_shareListRead(zxsharelist_ctt* list, uint64_t sinceUs);
 

@@ -117,7 +117,8 @@ int32_t zxlock_api_release(zxlock_ctt* lock, const char* func, int line);
  *         the lock is not initialised.
  *
  * Threads: safe. Sleeping is a cancellation point; the lock is not held then.
- * Logs: error for a time-out and for the arguments that give -1.
+ * Logs: error for a timeout and for a NULL argument; for an uninitialised lock as
+ * zxlock_api_obtain().
  */
 int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state, uint32_t setValue,
                                     uint32_t awaited, uint32_t timeoutMs, uint32_t stepMs);
@@ -136,7 +137,8 @@ int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state, uint32_t 
  *         not initialised.
  *
  * Threads: safe. Sleeping is a cancellation point; the lock is not held then.
- * Logs: error for a time-out and for the arguments that give -1.
+ * Logs: error for a timeout and for a NULL argument; for an uninitialised lock as
+ * zxlock_api_obtain().
  */
 int32_t zxlock_api_waitCmdStarting(zxlock_ctt* lock, uint32_t* cmd, uint32_t timeoutMs,
                                    uint32_t stepMs);

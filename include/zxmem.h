@@ -130,10 +130,10 @@ void zxmem_api_showBlock(void);
  *
  * Names and source files are not escaped: do not put texts of strangers into the names of buffers.
  *
- * @param html  the text, with room for 700 bytes, and for each live buffer 580 bytes and the length
- *              of its source file's name; buffers may come up meanwhile.
- * @param text  shown instead of the table when tracking is off, cut to about 990 bytes; not needed
- *              when it is on.
+ * @param html  the text, with room for 1,024 bytes, and for each live buffer 580 bytes and the
+ *              length of its source file's name; buffers may come up meanwhile.
+ * @param text  shown instead of the table when tracking is off, in 1,023 bytes at most with what
+ *              stands around it; not needed when it is on.
  *
  * Threads: safe; allocations wait meanwhile.
  * Logs: error when an argument is missing (nothing is appended) and when tracking is not

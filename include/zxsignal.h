@@ -64,7 +64,7 @@ void zxsignal_innerapi_set(int number, zxsignal_handler_cb handler);
 /**
  * Blocks a signal for the calling thread, and for the threads and processes that it starts later.
  * Logs: error when the system refuses; the text speaks of SIGPIPE whatever the number.
- * @param number  of the signal.
+ * @param number  of the signal; one that does not exist is refused, in two lines.
  */
 void zxsignal_innerapi_sigMask(int number);
 

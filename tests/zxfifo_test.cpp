@@ -1,12 +1,15 @@
-// What the models of the fuzz targets do not see: texts, oddities, threads, and many lists at once.
+// What the models of the fuzz targets do not see: texts, oddities and threads.
 #include "zxfifo.h"
 
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
 
-#include <random>
-#include <vector>
+#include <atomic>
+#include <thread>
 
+#include "child.hpp"
 #include "log_capture.hpp"
 #include "zxlog.h"
 
@@ -147,13 +150,6 @@ struct SharedList : zxsharelist_ctt {
         zxfifo_api_shareListIn(this, zxfifo_api_shareListMalloc(8, "n"));
         EXPECT_EQ(newest, g_now);
     }
-    [[nodiscard]] const IdList_ctt* walk(std::uint64_t since) const {
-        const IdList_ctt* node = head;
-        while (node != nullptr && node->time < since && node->next != nullptr) {
-            node = node->next;
-        }
-        return node;
-    }
 };
 
 TEST(SharedListTest, KeepTimeOverflowsAsThirtyTwoBits) {
@@ -176,22 +172,52 @@ TEST(SharedListTest, KeepTimeOverflowsAsThirtyTwoBits) {
     }
 }
 
-// A reader's remembered place is never wrong: not with many lists in turn, nor with a list in the
-// place of another.
-TEST(SharedListTest, RememberedPlacesFindWhatAWalkFinds) {
-    std::minstd_rand dice;
-    for (int round = 0; round < 30; ++round) {
-        std::vector<SharedList> lists(12);
-        for (int step = 0; step < 40; ++step) {
-            const std::uint64_t number = dice();
-            g_now += number % (kSecond / 4);
-            SharedList& list = lists[number % lists.size()];
-            list.add();
-            for (const std::uint64_t since : {g_now - kSecond / 2, g_now, g_now + 1}) {
-                ASSERT_EQ(zxfifo_api_shareListRead(&list, since), list.walk(since));
-            }
-        }
+std::atomic<int> g_stuck{0};  // 1: a signal holds the reader up; 2: it may go on
+
+// A reader that does not get on in the middle of its walk, as when threads of a higher priority
+// keep it from running.
+TEST(SharedListTest, WhoDropsSleepsWhileAReaderIsHeldUp) {
+    SharedList list;
+    for (int i = 0; i < 5000; ++i) {
+        list.add();
     }
+    std::atomic<bool> is_over{false};
+    std::thread reader([&] {
+        for (std::uint64_t since = UINT64_MAX; !is_over; --since) {
+            zxfifo_api_shareListRead(&list, since);
+        }
+    });
+    signal(SIGUSR1, [](int) {
+        for (g_stuck = 1; g_stuck != 2;) {
+            usleep(1000);
+        }
+    });
+    pthread_kill(reader.native_handle(), SIGUSR1);
+    while (g_stuck != 1) {
+        usleep(1000);
+    }
+    EXPECT_EQ(zx::test::in_child([&] {
+                  alarm(10);
+                  zxfifo_api_shareListReset(&list);
+                  return std::string("a child has no such reader");
+              }),
+              "a child has no such reader");
+    std::thread helper([] {
+        usleep(500000);
+        g_stuck = 2;
+    });
+    const auto used_ms = [] {
+        timespec used{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+        return used.tv_sec * 1000 + used.tv_nsec / 1000000;
+    };
+    const auto before = used_ms();
+    zxfifo_api_shareListReset(&list);
+    EXPECT_LT(used_ms() - before, 60);
+    helper.join();
+    is_over = true;
+    reader.join();
+    signal(SIGUSR1, SIG_DFL);
 }
 
 }  // namespace

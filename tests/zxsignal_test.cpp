@@ -52,6 +52,9 @@ TEST(SignalTest, NamesAreKnownUpTo31) {
         EXPECT_THAT(log.take(), ElementsAre("[NOTICE][SIGNAL]Catch a signal(" +
                                             std::to_string(unknown) + "):Unknow\n"));
     }
+    zxsignal_innerapi_sigMask(0);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][SIGNAL]pthread_sigmask failed:block sigpipe error",
+                                        "[ERROR][SIGNAL]sigprocmask failed:block sigpipe error"));
 }
 
 // What signals 1 to 31 do: caught, ignored, the default; a capital when they are blocked.

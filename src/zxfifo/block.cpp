@@ -32,17 +32,20 @@ using zx::fifo::allocate;
 using zx::fifo::kTag;
 using zx::fifo::kTextSize;
 
-// True when an argument is there; otherwise its absence was logged for `func`.
-bool is_given(const void* argument, const char* name, const char* func) {
-    if (argument != nullptr) [[likely]] {
-        return true;
-    }
-    ZX_LOG_FROM(func, error, "Error param ###%s", name);
-    return false;
+[[gnu::cold, gnu::noinline]] void report_missing(const char* name, zx::Caller caller) {
+    ZX_LOG_AT(caller, error, "Error param ###%s", name);
 }
 
-bool is_given(const zxfifoblock_ctt* fifo, const char* func) {
-    return is_given(fifo, "pzxfifoblock_ctt", func);
+// True when an argument is there; otherwise its absence was logged.
+inline bool is_given(const void* argument, const char* name, zx::Caller caller = {}) {
+    if (argument == nullptr) [[unlikely]] {
+        report_missing(name, caller);
+    }
+    return argument != nullptr;
+}
+
+inline bool is_given(const zxfifoblock_ctt* fifo, zx::Caller caller = {}) {
+    return is_given(fifo, "pzxfifoblock_ctt", caller);
 }
 
 std::uint32_t space_total(const zxfifoblock_ctt& fifo) {
@@ -85,9 +88,8 @@ enum class Way { in, out };
 
 // Moves bytes in pieces that do not cross the end of the ring.
 std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int32_t length,
-                         zxfifo_transfer_cb transfer) {
+                         zxfifo_transfer_cb transfer, zx::Caller caller = {}) {
     const bool in = way == Way::in;
-    const char* const func = in ? "zxfifo_innerapi_blockIOin" : "zxfifo_innerapi_blockIOout";
     std::uint8_t* const& position = in ? fifo.write_pos : fifo.read_pos;
     auto* bytes = static_cast<std::uint8_t*>(memory);
     std::int32_t remaining = length;
@@ -101,12 +103,13 @@ std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int3
         if (transfer != nullptr) {
             moved = std::min(transfer(memory, position, piece), piece);
         } else {
-            std::memcpy(in ? position : bytes, in ? bytes : position,
-                        static_cast<std::size_t>(piece));
+            // The caller's bytes may lie in the ring.
+            std::memmove(in ? position : bytes, in ? bytes : position,
+                         static_cast<std::size_t>(piece));
             bytes += piece;
         }
         if (moved <= 0) {
-            ZX_LOG_FROM(func, warning, "%.128s:%s-func error", fifo.name, in ? "recv" : "send");
+            ZX_LOG_AT(caller, warning, "%.128s:%s-func error", fifo.name, in ? "recv" : "send");
             break;
         }
         (in ? drain_in : drain_out)(fifo, static_cast<std::uint32_t>(moved));
@@ -114,30 +117,29 @@ std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int3
     }
     refresh(fifo);
     if (remaining > 0) {
-        ZX_LOG_FROM(func, warning, "%.128s:maybe has an error,need %s %d,but %d", fifo.name,
-                    in ? "in" : "out", length, length - remaining);
+        ZX_LOG_AT(caller, warning, "%.128s:maybe has an error,need %s %d,but %d", fifo.name,
+                  in ? "in" : "out", length, length - remaining);
     }
     return length - remaining;
 }
 
-// Most copies end before the ring does: these two make them inline.
-inline std::int32_t store(zxfifoblock_ctt& fifo, const void* source, std::int32_t length,
-                          zxfifo_transfer_cb transfer) {
-    if (transfer != nullptr || length <= 0 || length >= fifo.end - fifo.write_pos) [[unlikely]] {
-        return move_pieces(fifo, Way::in, const_cast<void*>(source), length, transfer);
+// Most copies end before the ring does: a message through these two costs half of what it costs
+// through the loop.
+inline std::int32_t store(zxfifoblock_ctt& fifo, const void* source, std::int32_t length) {
+    if (length <= 0 || length >= fifo.end - fifo.write_pos) [[unlikely]] {
+        return zxfifo_innerapi_blockIOin(&fifo, source, length, nullptr);
     }
-    std::memcpy(fifo.write_pos, source, static_cast<std::size_t>(length));
+    std::memmove(fifo.write_pos, source, static_cast<std::size_t>(length));
     drain_in(fifo, static_cast<std::uint32_t>(length));
     refresh(fifo);
     return length;
 }
 
-inline std::int32_t take(zxfifoblock_ctt& fifo, void* dest, std::int32_t length,
-                         zxfifo_transfer_cb transfer) {
-    if (transfer != nullptr || length <= 0 || length >= fifo.end - fifo.read_pos) [[unlikely]] {
-        return move_pieces(fifo, Way::out, dest, length, transfer);
+inline std::int32_t take(zxfifoblock_ctt& fifo, void* dest, std::int32_t length) {
+    if (length <= 0 || length >= fifo.end - fifo.read_pos) [[unlikely]] {
+        return zxfifo_innerapi_blockIOout(&fifo, dest, length, nullptr);
     }
-    std::memcpy(dest, fifo.read_pos, static_cast<std::size_t>(length));
+    std::memmove(dest, fifo.read_pos, static_cast<std::size_t>(length));
     drain_out(fifo, static_cast<std::uint32_t>(length));
     refresh(fifo);
     return length;
@@ -146,22 +148,26 @@ inline std::int32_t take(zxfifoblock_ctt& fifo, void* dest, std::int32_t length,
 // A thread that is cancelled inside a transfer function gives the lock back.
 struct Holder {
     zxfifoblock_ctt* fifo;
-    const char* func;
+    zx::Caller caller;
 };
 
 void let_go(void* argument) {
     const Holder& holder = *static_cast<const Holder*>(argument);
     refresh(*holder.fifo);
-    zxlock_api_release(&holder.fifo->lock, holder.func, __LINE__);
+    zxlock_api_release(&holder.fifo->lock, holder.caller.func, holder.caller.line);
 }
 
-std::int32_t move_locked(zxfifoblock_ctt& fifo, Way way, void* memory, std::int32_t length,
-                         zxfifo_transfer_cb transfer, const char* func) {
-    Holder holder{&fifo, func};
+template <typename Memory>
+std::int32_t move_locked(zxfifoblock_ctt& fifo,
+                         std::int32_t (*move)(zxfifoblock_ctt*, Memory*, std::int32_t,
+                                              zxfifo_transfer_cb),
+                         Memory* memory, std::int32_t length, zxfifo_transfer_cb transfer,
+                         zx::Caller caller = {}) {
+    Holder holder{&fifo, caller};
     std::int32_t moved = 0;
-    zxlock_api_obtain(&fifo.lock, func, __LINE__);
+    zxlock_api_obtain(&fifo.lock, caller.func, caller.line);
     pthread_cleanup_push(let_go, &holder);
-    moved = move_pieces(fifo, way, memory, length, transfer);
+    moved = move(&fifo, memory, length, transfer);
     pthread_cleanup_pop(1);
     return moved;
 }
@@ -183,13 +189,13 @@ extern "C" zxfifoblock_ctt* zxfifo_api_blockInit(uint32_t capacity, const char* 
     }
     char text[kTextSize];
     std::snprintf(text, sizeof text, "%s_zxfifoblock", name);
-    void* memory = allocate(sizeof(zxfifoblock_ctt), text, __func__, __LINE__);
+    void* memory = allocate(sizeof(zxfifoblock_ctt), text);
     if (memory == nullptr) {
         return nullptr;
     }
     auto* const fifo = static_cast<zxfifoblock_ctt*>(memory);
     std::snprintf(text, sizeof text, "%s_buf", name);
-    fifo->start = static_cast<std::uint8_t*>(allocate(capacity, text, __func__, __LINE__));
+    fifo->start = static_cast<std::uint8_t*>(allocate(capacity, text));
     if (fifo->start == nullptr) {
         zxmem_api_free(&memory);
         return nullptr;
@@ -217,31 +223,31 @@ extern "C" void zxfifo_api_blockDeinit(zxfifoblock_ctt** pfifo) {
 
 extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source, int32_t length,
                                       zxfifo_transfer_cb transfer) {
-    if (!is_given(fifo, __func__) || !is_given(source, "pbuf", __func__)) {
+    if (!is_given(fifo) || !is_given(source, "pbuf")) {
         return -1;
     }
     if (transfer == nullptr) {
         const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
-        return store(*fifo, source, length, nullptr);
+        return store(*fifo, source, length);
     }
-    return move_locked(*fifo, Way::in, const_cast<void*>(source), length, transfer, __func__);
+    return move_locked(*fifo, zxfifo_innerapi_blockIOin, source, length, transfer);
 }
 
 extern "C" int32_t zxfifo_api_blockOut(zxfifoblock_ctt* fifo, void* dest, int32_t length,
                                        zxfifo_transfer_cb transfer) {
-    if (!is_given(fifo, __func__) || !is_given(dest, "pbuf", __func__)) {
+    if (!is_given(fifo) || !is_given(dest, "pbuf")) {
         return -1;
     }
     if (transfer == nullptr) {
         const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
-        return take(*fifo, dest, length, nullptr);
+        return take(*fifo, dest, length);
     }
-    return move_locked(*fifo, Way::out, dest, length, transfer, __func__);
+    return move_locked(*fifo, zxfifo_innerapi_blockIOout, dest, length, transfer);
 }
 
 extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payload,
                                          int32_t length) {
-    if (!is_given(fifo, __func__) || !is_given(payload, "pbuf", __func__)) {
+    if (!is_given(fifo) || !is_given(payload, "pbuf")) {
         return -1;
     }
     if (length < 0) {
@@ -251,13 +257,13 @@ extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payl
     std::uint8_t prefix[ZXFIFO_PREFIX_SIZE];
     zx::store_be32(prefix, static_cast<std::uint32_t>(length));
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
-    store(*fifo, prefix, sizeof prefix, nullptr);
-    return store(*fifo, payload, length, nullptr);
+    store(*fifo, prefix, sizeof prefix);
+    return store(*fifo, payload, length);
 }
 
 extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size,
                                            const char* func, int line) {
-    if (!is_given(fifo, __func__) || !is_given(dest, "pbuf", __func__)) {
+    if (!is_given(fifo) || !is_given(dest, "pbuf")) {
         return -1;
     }
     std::uint8_t prefix[ZXFIFO_PREFIX_SIZE] = {};
@@ -265,10 +271,10 @@ extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, ui
     std::uint32_t used;
     {
         const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
-        take(*fifo, prefix, sizeof prefix, nullptr);
+        take(*fifo, prefix, sizeof prefix);
         length = zx::load_be32(prefix);
         if (length <= size) {
-            return take(*fifo, dest, static_cast<std::int32_t>(length), nullptr);
+            return take(*fifo, dest, static_cast<std::int32_t>(length));
         }
         zxlog_innerapi_bufHex("len_buf", prefix, sizeof prefix, __func__, __LINE__);
         used = space_used(*fifo);
@@ -281,7 +287,7 @@ extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, ui
 }
 
 extern "C" int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -289,7 +295,7 @@ extern "C" int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -297,7 +303,7 @@ extern "C" int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -305,7 +311,7 @@ extern "C" int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -315,7 +321,7 @@ extern "C" int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat) {
-    if (!is_given(stat, "stat", __func__) || !is_given(stat->fifo, __func__)) {
+    if (!is_given(stat, "stat") || !is_given(stat->fifo)) {
         return -1;
     }
     zxfifoblock_ctt& fifo = *stat->fifo;
@@ -330,7 +336,7 @@ extern "C" int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat) {
 }
 
 extern "C" int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t n) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return -1;
     }
     drain_in(*fifo, n);
@@ -338,7 +344,7 @@ extern "C" int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t 
 }
 
 extern "C" int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t n) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return -1;
     }
     drain_out(*fifo, n);
@@ -346,31 +352,30 @@ extern "C" int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t
 }
 
 extern "C" int32_t zxfifo_innerapi_blockSpaceTotal(const zxfifoblock_ctt* fifo) {
-    return is_given(fifo, __func__) ? static_cast<std::int32_t>(space_total(*fifo)) : -1;
+    return is_given(fifo) ? static_cast<std::int32_t>(space_total(*fifo)) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockSpaceUsed(const zxfifoblock_ctt* fifo) {
-    return is_given(fifo, __func__) ? static_cast<std::int32_t>(space_used(*fifo)) : -1;
+    return is_given(fifo) ? static_cast<std::int32_t>(space_used(*fifo)) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockSpaceFree(const zxfifoblock_ctt* fifo) {
-    return is_given(fifo, __func__)
-               ? static_cast<std::int32_t>(space_total(*fifo) - space_used(*fifo))
-               : -1;
+    return is_given(fifo) ? static_cast<std::int32_t>(space_total(*fifo) - space_used(*fifo)) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockIOin(zxfifoblock_ctt* fifo, const void* source,
                                              int32_t length, zxfifo_transfer_cb transfer) {
-    return is_given(fifo, __func__) ? store(*fifo, source, length, transfer) : -1;
+    return is_given(fifo) ? move_pieces(*fifo, Way::in, const_cast<void*>(source), length, transfer)
+                          : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockIOout(zxfifoblock_ctt* fifo, void* dest, int32_t length,
                                               zxfifo_transfer_cb transfer) {
-    return is_given(fifo, __func__) ? take(*fifo, dest, length, transfer) : -1;
+    return is_given(fifo) ? move_pieces(*fifo, Way::out, dest, length, transfer) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockReset(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo, __func__)) {
+    if (!is_given(fifo)) {
         return 0;
     }
     reset(*fifo);

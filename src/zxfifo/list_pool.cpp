@@ -9,11 +9,11 @@ static_assert(offsetof(zxfifolist_ctt, reserved) == 16 && offsetof(zxfifolist_ct
 static_assert(sizeof(zxfifolist_ctt) == 32);
 
 extern "C" zxfifolist_ctt* zxfifo_api_listMalloc(uint32_t size, const char* name) {
-    return zx::fifo::make_node<zxfifolist_ctt>(size, name, __func__);
+    return zx::fifo::make_node<zxfifolist_ctt>(size, name);
 }
 
 extern "C" void zxfifo_api_listDemalloc(zxfifolist_ctt** ppzxfifolist_ctt) {
-    zx::fifo::free_given(ppzxfifolist_ctt, "ppzxfifolist_ctt", __func__);
+    zx::fifo::free_given(ppzxfifolist_ctt, "ppzxfifolist_ctt");
 }
 
 extern "C" void zxfifo_api_listIn(zxfifolist_ctt** head, zxfifolist_ctt* node) {

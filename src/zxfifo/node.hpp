@@ -14,7 +14,7 @@ inline constexpr char kTag[] = "FIFO_STRU";
 inline constexpr char kSource[] = "src/zxfifo";
 inline constexpr std::size_t kTextSize = 1024;  // of the name of an allocation
 
-// The two one behind the other, cut to the room that there is. A formatted print would cost as much
+// The one after the other, cut to the room that there is. A formatted print would cost as much
 // as the allocation.
 inline void join(char (&out)[kTextSize], std::string_view name, std::string_view rest) {
     name = name.substr(0, sizeof out - 1);
@@ -22,11 +22,12 @@ inline void join(char (&out)[kTextSize], std::string_view name, std::string_view
     *std::copy(rest.begin(), rest.end(), std::copy(name.begin(), name.end(), out)) = '\0';
 }
 
-// Memory under the name that `text` holds; speaks for the function `func`.
-inline void* allocate(std::uint32_t size, const char* text, const char* func, std::uint32_t line) {
-    void* const memory = zxmem_api_malloc(size, text, kSource, line);
+// Memory under the name that `text` holds, for `caller`.
+[[nodiscard]] inline void* allocate(std::uint32_t size, const char* text, Caller caller = {}) {
+    void* const memory =
+        zxmem_api_malloc(size, text, kSource, static_cast<std::uint32_t>(caller.line));
     if (memory == nullptr) {
-        ZX_LOG_FROM(func, error, "Malloc %s failed,please check the memory", text);
+        ZX_LOG_AT(caller, error, "Malloc %s failed,please check the memory", text);
     }
     return memory;
 }
@@ -40,20 +41,20 @@ void free_node(Node* node) {
 }
 
 template <typename Node>
-Node* make_node(std::uint32_t size, const char* name, const char* func) {
+Node* make_node(std::uint32_t size, const char* name, Caller caller = {}) {
     if (name == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error####%s", "name");
+        ZX_LOG_AT(caller, error, "Param error####%s", "name");
         return nullptr;
     }
     char text[kTextSize];
     join(text, name, "_zxfifoblock");
-    void* memory = allocate(sizeof(Node), text, func, __LINE__);
+    void* memory = allocate(sizeof(Node), text, caller);
     if (memory == nullptr) {
         return nullptr;
     }
     auto* const node = static_cast<Node*>(memory);
     join(text, name, "_buf");
-    node->data = static_cast<std::uint8_t*>(allocate(size, text, func, __LINE__));
+    node->data = static_cast<std::uint8_t*>(allocate(size, text, caller));
     if (node->data == nullptr) {
         zxmem_api_free(&memory);
         return nullptr;
@@ -64,11 +65,11 @@ Node* make_node(std::uint32_t size, const char* name, const char* func) {
 
 // `name` is the argument's, in messages.
 template <typename Node>
-void free_given(Node** node, const char* name, const char* func) {
+void free_given(Node** node, const char* name, Caller caller = {}) {
     if (node == nullptr) {
-        ZX_LOG_FROM(func, error, "Error param ###%s", name);
+        ZX_LOG_AT(caller, error, "Error param ###%s", name);
     } else if (*node == nullptr) {
-        ZX_LOG_FROM(func, error, "Error param ###(*%s)", name);
+        ZX_LOG_AT(caller, error, "Error param ###(*%s)", name);
     } else {
         free_node(*node);  // the pointer is left unchanged: the caller drops it
     }

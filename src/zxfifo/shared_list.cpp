@@ -2,13 +2,13 @@
 //
 // A node is complete before the pointer to it is stored with release order, in the head or in the
 // `next` of the node before it, and readers load these with acquire order; they take no lock and
-// never wait. Old nodes go in two steps: the head moves on, and when no reader is left that has met
-// the old one, what was before it is freed. Everything else is the adding thread's, under the
-// list's lock.
+// never wait. Each reads from the head: whatever the caller did to the nodes under the list's lock,
+// it finds what is there. Old nodes go in two steps: the head moves on, and when no reader is left
+// that may have met the old one, what was before it is freed. Everything else is the adding
+// thread's, under the list's lock.
 #include <pthread.h>
 
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdio>
 
@@ -45,50 +45,26 @@ void set_count(zxsharelist_ctt& list, std::uint32_t count) {
     __atomic_store_n(&list.count, count, __ATOMIC_RELAXED);
 }
 
-// What the lists of one slot share: the record of a list has no room for it.
-struct Slot {
-    zx::fifo::Gate gate;
-    pthread_mutex_t writers = PTHREAD_MUTEX_INITIALIZER;
-    const zxsharelist_ctt* list = nullptr;  // the one that has dropped nodes in this era
-    std::atomic<std::uint64_t> era{0};
-    std::atomic<std::uint64_t> dropped{0};  // nodes in this era
-};
-constexpr unsigned kSlotBits = 6;
-constinit std::array<Slot, 1U << kSlotBits> g_slots;
-
-std::size_t slot_of(const zxsharelist_ctt* list) {
-    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
-    return (reinterpret_cast<std::uintptr_t>(list) * kSpread) >> (64U - kSlotBits);
+std::uint64_t time_of(const IdList_ctt& node) {
+    return __atomic_load_n(&node.time, __ATOMIC_RELAXED);  // the caller may change it
 }
 
-// Where a thread was in a list. It may go on from there as long as the node was not dropped: all
-// nodes before it are older than `since`.
-struct Place {
-    const zxsharelist_ctt* list = nullptr;
-    std::uint64_t era = 0;
-    std::uint64_t number = 0;  // of the node: the nodes of the era that were before it
-    std::uint64_t since = 0;
-    IdList_ctt* node = nullptr;
-};
-constexpr std::size_t kPlaces = 8;  // for a thread that reads some lists in turn
-thread_local constinit std::array<Place, kPlaces> t_places;
+// The record of a list has no room for a gate: lists share these by their addresses.
+constexpr unsigned kGateBits = 6;
+constinit std::array<zx::fifo::Gate, 1U << kGateBits> g_gates;
 
-// Makes another node the head, behind `dropped` ones; 0: an unrelated one. Behind this no reader is
-// at a node before the new head, or goes on from one.
-void move_head(zxsharelist_ctt& list, IdList_ctt* head, std::uint32_t dropped) {
-    Slot& slot = g_slots[slot_of(&list)];
-    pthread_mutex_lock(&slot.writers);
-    publish(list.head, head);
-    // Behind the head: a reader that meets the new number meets the new head, too.
-    if (slot.list == &list && dropped > 0) {
-        slot.dropped += dropped;
-    } else {
-        slot.list = &list;
-        slot.dropped = 0;
-        ++slot.era;
-    }
-    slot.gate.wait_for_earlier_readers();
-    pthread_mutex_unlock(&slot.writers);
+zx::fifo::Gate& gate_of(const zxsharelist_ctt& list) {
+    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
+    return g_gates[(reinterpret_cast<std::uintptr_t>(&list) * kSpread) >> (64U - kGateBits)];
+}
+
+// A reader of the parent is not there to leave.
+[[gnu::constructor]] void watch_forks() {
+    pthread_atfork(nullptr, nullptr, [] {
+        for (zx::fifo::Gate& gate : g_gates) {
+            gate.forget_other_threads();
+        }
+    });
 }
 
 // Drops the nodes at the head for which `is_old` holds.
@@ -103,11 +79,12 @@ void drop_while(zxsharelist_ctt& list, Condition is_old) {
     if (count == 0) {
         return;
     }
-    move_head(list, kept, count);
+    publish(list.head, kept);
     set_count(list, list.count - count);
     if (kept == nullptr) {
         list.tail = nullptr;
     }
+    gate_of(list).wait_for_earlier_readers();
     while (node != kept) {
         IdList_ctt* const next = node->next;
         zx::fifo::free_node(node);
@@ -115,9 +92,9 @@ void drop_while(zxsharelist_ctt& list, Condition is_old) {
     }
 }
 
-bool is_given(const zxsharelist_ctt* list, const char* func) {
+bool is_given(const zxsharelist_ctt* list, zx::Caller caller = {}) {
     if (list == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error####%s", "list");
+        ZX_LOG_AT(caller, error, "Param error####%s", "list");
     }
     return list != nullptr;
 }
@@ -125,15 +102,15 @@ bool is_given(const zxsharelist_ctt* list, const char* func) {
 }  // namespace
 
 extern "C" void zxfifo_innerapi_shareListVarInit(zxsharelist_ctt* list) {
-    if (is_given(list, __func__)) {
-        move_head(*list, nullptr, 0);
+    if (is_given(list)) {
+        publish<IdList_ctt>(list->head, nullptr);
         list->tail = nullptr;
         set_count(*list, 0);
     }
 }
 
 extern "C" int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* name) {
-    if (!is_given(list, __func__)) {
+    if (!is_given(list)) {
         return -1;
     }
     if (name == nullptr) {
@@ -147,7 +124,7 @@ extern "C" int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* n
 }
 
 extern "C" int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list) {
-    if (!is_given(list, __func__)) {
+    if (!is_given(list)) {
         return -1;
     }
     zxfifo_api_shareListReset(list);
@@ -155,15 +132,15 @@ extern "C" int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list) {
 }
 
 extern "C" IdList_ctt* zxfifo_api_shareListMalloc(uint32_t size, const char* name) {
-    return zx::fifo::make_node<IdList_ctt>(size, name, __func__);
+    return zx::fifo::make_node<IdList_ctt>(size, name);
 }
 
 extern "C" void zxfifo_api_shareListDemalloc(IdList_ctt** ppIdList_ctt) {
-    zx::fifo::free_given(ppIdList_ctt, "ppIdList_ctt", __func__);
+    zx::fifo::free_given(ppIdList_ctt, "ppIdList_ctt");
 }
 
 extern "C" void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node) {
-    if (node == nullptr || !is_given(list, __func__)) {
+    if (node == nullptr || !is_given(list)) {
         return;
     }
     node->next = nullptr;
@@ -172,7 +149,7 @@ extern "C" void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node) 
     if (list->tail != nullptr) {
         publish(list->tail->next, node);
     } else {
-        move_head(*list, node, 0);
+        publish(list->head, node);
     }
     list->tail = node;
     list->newest = node->time;
@@ -183,7 +160,7 @@ extern "C" void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node) 
 }
 
 extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
-    if (!is_given(list, __func__)) {
+    if (!is_given(list)) {
         return;
     }
     // 32 bits with a sign, which long times overflow: such a list keeps its nodes for ever, or for
@@ -195,32 +172,18 @@ extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
 }
 
 extern "C" IdList_ctt* zxfifo_api_shareListRead(zxsharelist_ctt* list, uint64_t sinceUs) {
-    if (!is_given(list, __func__)) {
+    if (!is_given(list)) {
         return nullptr;
     }
-    const std::size_t index = slot_of(list);
-    Slot& slot = g_slots[index];
-    const zx::fifo::Gate::Reader reader(slot.gate);
-    const std::uint64_t era = slot.era;
-    const std::uint64_t dropped = slot.dropped;
-    IdList_ctt* const head = load(list->head);
-    if (head == nullptr) {
-        return nullptr;
-    }
-    Place& place = t_places[index % kPlaces];
-    const bool is_there =
-        place.list == list && place.era == era && place.number >= dropped && place.since <= sinceUs;
-    IdList_ctt* node = is_there ? place.node : head;
-    std::uint64_t number = is_there ? place.number : dropped;
-    for (IdList_ctt* next = nullptr; node->time < sinceUs; node = next) {
-        next = load(node->next);
-        if (next == nullptr) {
+    const zx::fifo::Gate::Reader reader(gate_of(*list));
+    IdList_ctt* found = nullptr;
+    for (IdList_ctt* node = load(list->head); node != nullptr; node = load(node->next)) {
+        found = node;
+        if (time_of(*node) >= sinceUs) {
             break;
         }
-        ++number;
     }
-    place = {list, era, number, sinceUs, node};
-    return node;
+    return found;
 }
 
 extern "C" uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list) {
@@ -228,7 +191,7 @@ extern "C" uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list) {
 }
 
 extern "C" void zxfifo_api_shareListReset(zxsharelist_ctt* list) {
-    if (is_given(list, __func__)) {
+    if (is_given(list)) {
         const zx::LockGuard guard(list->lock, __func__, __LINE__);
         drop_while(*list, [](const IdList_ctt&) { return true; });
         zxfifo_innerapi_shareListVarInit(list);

@@ -67,14 +67,14 @@ void list_remove(const zxlock_ctt* lock) {
     pthread_mutex_unlock(&g_list_mutex);
 }
 
-// Logs why a lock cannot be used; `self` speaks, `func` and `line` are its caller.
-[[gnu::cold, gnu::noinline]] int32_t refuse(const zxlock_ctt* lock, const char* self,
-                                            const char* func, int line) {
+// Logs for `self` why a lock cannot be used; `func` and `line` are whose call it was.
+[[gnu::cold, gnu::noinline]] int32_t refuse(const zxlock_ctt* lock, const char* func, int line,
+                                            zx::Caller self = {}) {
     if (lock == nullptr) {
-        ZX_LOG_FROM(self, error, "Param error####%s", "pzxlock_ctt");
+        ZX_LOG_AT(self, error, "Param error####%s", "pzxlock_ctt");
     } else if (lock->report_misuse == 1) {
-        ZX_LOG_FROM(self, error, "[%s %d]%.128s:must be call zxthread_api_create first",
-                    func != nullptr ? func : kNoText, line, lock->name);
+        ZX_LOG_AT(self, error, "[%s %d]%.128s:must be call zxthread_api_create first",
+                  func != nullptr ? func : kNoText, line, lock->name);
     }
     return -1;
 }
@@ -119,7 +119,7 @@ extern "C" int32_t zxlock_api_deinit(zxlock_ctt* lock) {
 
 extern "C" int32_t zxlock_api_obtain(zxlock_ctt* lock, const char* func, int line) {
     if (!is_usable(lock)) [[unlikely]] {
-        return refuse(lock, __func__, func, line);
+        return refuse(lock, func, line);
     }
     if (func == nullptr) [[unlikely]] {
         return zxlock_api_obtain(lock, kNoText, line);
@@ -130,7 +130,7 @@ extern "C" int32_t zxlock_api_obtain(zxlock_ctt* lock, const char* func, int lin
 
 extern "C" int32_t zxlock_api_release(zxlock_ctt* lock, const char* func, int line) {
     if (!is_usable(lock)) [[unlikely]] {
-        return refuse(lock, __func__, func, line);
+        return refuse(lock, func, line);
     }
     return zx::lock::release(*lock);
 }
@@ -139,7 +139,7 @@ extern "C" int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state
                                                uint32_t awaited, uint32_t timeoutMs,
                                                uint32_t stepMs) {
     if (!is_usable(lock)) {
-        return refuse(lock, __func__, __func__, __LINE__);
+        return refuse(lock, __func__, __LINE__);
     }
     if (state == nullptr) {
         ZX_LOG_PARAM("state");
@@ -166,7 +166,7 @@ extern "C" int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state
 extern "C" int32_t zxlock_api_waitCmdStarting(zxlock_ctt* lock, uint32_t* cmd, uint32_t timeoutMs,
                                               uint32_t stepMs) {
     if (!is_usable(lock)) {
-        return refuse(lock, __func__, __func__, __LINE__);
+        return refuse(lock, __func__, __LINE__);
     }
     if (cmd == nullptr) {
         ZX_LOG_PARAM("cmd");

@@ -140,31 +140,31 @@ void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
     std::memcpy(out, text, sizeof text);
 }
 
-// True when the list can be used; warns for `func` when tracking lacks its lock.
-bool is_tracking(const char* func) {
+// True when the list can be used; warns when tracking lacks its lock.
+bool is_tracking(zx::Caller caller = {}) {
     if (zxmem_enable_dbg != 1) {
         return false;
     }
     if (flag_init != 1) {
-        ZX_LOG_FROM(func, warning, "Must init  zxmem_zxlock_ctt  first");
+        ZX_LOG_AT(caller, warning, "Must init  zxmem_zxlock_ctt  first");
         return false;
     }
     return true;
 }
 
 void* allocate(std::uint32_t size, const char* name, const char* file, std::uint32_t line,
-               const char* func) {
+               zx::Caller caller = {}) {
     if (file == nullptr) {
-        ZX_LOG_FROM(func, error, "dbuf is null");
+        ZX_LOG_AT(caller, error, "dbuf is null");
         return nullptr;
     }
     void* const buffer = std::calloc(1, size);
     if (buffer == nullptr) {
-        ZX_LOG_FROM(func, error, "Malloc %s failed,please check the memory", file);
+        ZX_LOG_AT(caller, error, "Malloc %s failed,please check the memory", file);
         return nullptr;
     }
-    if (is_tracking(func)) {
-        const zx::LockGuard guard(zxmem_zxlock_ctt, func, __LINE__);
+    if (is_tracking(caller)) {
+        const zx::LockGuard guard(zxmem_zxlock_ctt, caller.func, caller.line);
         zxmem_innerapi_nodeAdd(buffer, size, name, file, line);
     }
     return buffer;
@@ -191,12 +191,12 @@ extern "C" void zxmem_api_deinit(void) {
 
 extern "C" void* zxmem_api_malloc(uint32_t size, const char* name, const char* file,
                                   uint32_t line) {
-    return allocate(size, name, file, line, __func__);
+    return allocate(size, name, file, line);
 }
 
 extern "C" void* zxmem_api_calloc(uint32_t size, const char* name, const char* file,
                                   uint32_t line) {
-    return allocate(size, name, file, line, __func__);
+    return allocate(size, name, file, line);
 }
 
 extern "C" void zxmem_api_free(void** pbuf) {
@@ -204,7 +204,7 @@ extern "C" void zxmem_api_free(void** pbuf) {
         ZX_LOG_PARAM("pbuf");
         return;
     }
-    if (is_tracking(__func__)) {
+    if (is_tracking()) {
         const zx::LockGuard guard(zxmem_zxlock_ctt, __func__, __LINE__);
         zxmem_innerapi_nodeRm(*pbuf);
     }

@@ -48,12 +48,15 @@ namespace {
 
 constexpr char kTag[] = "SIGNAL";
 
-void block(int number, const char* func) {
+// The set of one signal. False when there is no such signal.
+bool make_set(sigset_t& set, int number) {
+    return sigemptyset(&set) == 0 && sigaddset(&set, number) == 0;
+}
+
+void block(int number, zx::Caller caller = {}) {
     sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, number);
-    if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0) {
-        ZX_LOG_FROM(func, error, "pthread_sigmask failed:block sigpipe error");
+    if (!make_set(set, number) || pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0) {
+        ZX_LOG_AT(caller, error, "pthread_sigmask failed:block sigpipe error");
     }
 }
 
@@ -78,7 +81,7 @@ const Disposition kBeforePipe[] = {
     {SIGSEGV, SIG_DFL},  // a crash still ends the process
     {SIGUSR2, zxsignal_innerapi_handler},
 };
-const Disposition kBehindPipe[] = {
+const Disposition kAfterPipe[] = {
     {SIGALRM, zxsignal_innerapi_handler},
     {SIGTERM, zxsignal_innerapi_handler},
     {SIGSTKFLT, zxsignal_innerapi_handler},
@@ -119,23 +122,21 @@ extern "C" void zxsignal_innerapi_set(int number, zxsignal_handler_cb handler) {
 }
 
 extern "C" void zxsignal_innerapi_sigMask(int number) {
-    block(number, __func__);
+    block(number);
     sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, number);
-    if (sigprocmask(SIG_BLOCK, &set, nullptr) != 0) {
+    if (!make_set(set, number) || sigprocmask(SIG_BLOCK, &set, nullptr) != 0) {
         ZX_LOG(error, "sigprocmask failed:block sigpipe error");
     }
 }
 
 extern "C" zxsignal_handler_cb zxsignal_api_catch(void) {
-    block(SIGPIPE, __func__);
+    block(SIGPIPE);
     for (const Disposition& disposition : kBeforePipe) {
         signal(disposition.number, disposition.handler);
     }
     zxsignal_innerapi_sigMask(SIGPIPE);
     zxsignal_innerapi_set(SIGPIPE, nullptr);
-    for (const Disposition& disposition : kBehindPipe) {
+    for (const Disposition& disposition : kAfterPipe) {
         signal(disposition.number, disposition.handler);
     }
     return signal(SIGSYS, zxsignal_innerapi_handler);

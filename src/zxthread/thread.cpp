@@ -20,17 +20,17 @@ constexpr char kTag[] = "THREAD";
 
 enum class Usable { yes, missing, not_created };
 
-// Tells whether the record has a mutex; what it has not is logged for `func`.
-Usable check(zxthread_ctt* thread, const char* func) {
+// Tells whether the record has a mutex; that it has none is logged.
+Usable check(zxthread_ctt* thread, zx::Caller caller = {}) {
     if (thread == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error####%s", "pzxthread_ctt");
+        ZX_LOG_AT(caller, error, "Param error####%s", "pzxthread_ctt");
         return Usable::missing;
     }
     if (thread->created == 1) {
         return Usable::yes;
     }
     if (__atomic_exchange_n(&thread->misuse_logged, 1, __ATOMIC_RELAXED) == 0) {
-        ZX_LOG_FROM(func, error, "%.128s:must be call zxthread_api_create first", thread->name);
+        ZX_LOG_AT(caller, error, "%.128s:must be call zxthread_api_create first", thread->name);
     }
     return Usable::not_created;
 }
@@ -115,7 +115,7 @@ extern "C" int32_t zxthread_api_destroy(zxthread_ctt* thread) {
 }
 
 extern "C" int32_t zxthread_api_lock(zxthread_ctt* thread) {
-    if (check(thread, __func__) != Usable::yes) {
+    if (check(thread) != Usable::yes) {
         return -1;
     }
     pthread_mutex_lock(&thread->mutex);
@@ -123,7 +123,7 @@ extern "C" int32_t zxthread_api_lock(zxthread_ctt* thread) {
 }
 
 extern "C" int32_t zxthread_api_unlock(zxthread_ctt* thread) {
-    if (check(thread, __func__) != Usable::yes) {
+    if (check(thread) != Usable::yes) {
         return -1;
     }
     pthread_mutex_unlock(&thread->mutex);
@@ -133,7 +133,7 @@ extern "C" int32_t zxthread_api_unlock(zxthread_ctt* thread) {
 extern "C" int32_t zxthread_api_waitStateTimeout(zxthread_ctt* thread, uint32_t setValue,
                                                  uint32_t awaited, uint32_t timeoutMs,
                                                  uint32_t stepMs) {
-    if (const Usable usable = check(thread, __func__); usable != Usable::yes) {
+    if (const Usable usable = check(thread); usable != Usable::yes) {
         return usable == Usable::missing ? -1 : 0;
     }
     std::uint32_t current = setValue;
@@ -155,7 +155,7 @@ extern "C" int32_t zxthread_api_waitStateTimeout(zxthread_ctt* thread, uint32_t 
 
 extern "C" int32_t zxthread_api_waitCmdStarting(zxthread_ctt* thread, uint32_t timeoutMs,
                                                 uint32_t stepMs) {
-    if (const Usable usable = check(thread, __func__); usable != Usable::yes) {
+    if (const Usable usable = check(thread); usable != Usable::yes) {
         return usable == Usable::missing ? -1 : 0;
     }
     for (std::int64_t steps = zx::step_count(timeoutMs, stepMs);;) {

@@ -239,6 +239,60 @@ TEST_F(Stress, ReadersOfASharedListSeeEveryNodeBesideInsertionAndDrops) {
     EXPECT_EQ(zxfifo_api_shareListDeinit(&list), 0);
 }
 
+// A list with one node at a time, which stay known by number for a while.
+struct Refilled {
+    Refilled() {
+        list.keep_seconds = 1;
+        EXPECT_EQ(zxfifo_api_shareListInit(&list, "refilled"), 0);
+    }
+    ~Refilled() { EXPECT_EQ(zxfifo_api_shareListDeinit(&list), 0); }
+    Refilled(const Refilled&) = delete;
+    Refilled& operator=(const Refilled&) = delete;
+
+    void refill() {
+        IdList_ctt* const node = zxfifo_api_shareListMalloc(1, "n");  // not in the old one's place
+        g_now += 2000000;
+        zxfifo_api_shareListDropTimeout(&list);
+        emptied = added.load();
+        nodes[(added + 1) % kKnown] = node;
+        ++added;
+        zxfifo_api_shareListIn(&list, node);
+    }
+    // True unless the reader gets a node that was freed before it asked.
+    [[nodiscard]] bool is_read_rightly() {
+        const std::uint64_t gone = emptied;
+        const IdList_ctt* const node = zxfifo_api_shareListRead(&list, 1);
+        const std::uint64_t last = added;
+        bool is_right = node == nullptr || last - gone >= kKnown - 1;
+        for (std::uint64_t number = gone + 1; number <= last && !is_right; ++number) {
+            is_right = nodes[number % kKnown] == node;
+        }
+        return is_right || added - gone >= kKnown - 1;
+    }
+
+    static constexpr std::size_t kKnown = 8;
+    zxsharelist_ctt list{};
+    std::atomic<std::uint64_t> emptied{0};
+    std::atomic<std::uint64_t> added{0};
+    std::atomic<IdList_ctt*> nodes[kKnown] = {};
+};
+
+TEST_F(Stress, AReaderOfASharedListGetsNothingThatWasFreedBefore) {
+    Refilled list;
+    std::uint64_t turns = 0;
+    std::jthread reader([&](const std::stop_token& end) {
+        while (!end.stop_requested()) {  // a clock would take longer than the list
+            wrong += list.is_read_rightly() ? 0 : 1;
+        }
+    });
+    while (turns % 1024 != 0 || scenario.goes_on()) {
+        list.refill();
+        ++turns;
+    }
+    reader = {};
+    scenario.tell(turns, "times filled again");
+}
+
 // Nobody guards a reader of the table: a holder may be a mixture of two.
 template <std::size_t N>
 [[gnu::no_sanitize_thread, gnu::noinline]] std::string text_of(const char (&field)[N]) {
