@@ -141,6 +141,38 @@ void check_printers(GuardedMemory& out, std::int64_t sec) {
     }
 }
 
+// A format of conversions, for six numbers at most, and other characters.
+std::string some_format(Input& input) {
+    constexpr const char* kPieces[] = {"%04d", "%02d", "%d",  "%09d", "%i", "%x",
+                                       "%5d",  "%-4d", "%+d", "%.3d", "-",  "%%"};
+    std::string fmt;
+    for (int i = 0; i < 6; ++i) {
+        fmt += kPieces[input.take_below(std::size(kPieces))];
+    }
+    return fmt;
+}
+
+void check_format(GuardedMemory& out, const std::string& fmt, const rstime& t) {
+    const std::string expected = printed(fmt.c_str(), t.year, t.month, t.day, t.hour, t.min, t.sec);
+    char* const text = out.old_text(expected.size() + 1);
+    require(zxtime_api_rtstime2DTime(fmt.c_str(), &t, text) == text && text == expected,
+            "a record in any format");
+}
+
+// In 64 bytes, whatever the format asks for.
+void check_static(std::size_t length) {
+    const std::string fmt = std::string(length, 'x') + "%04d|%d";
+    rstime before{};
+    rstime after{};
+    zxtime_api_rstimeGetCur(&before);
+    const std::string text = zxtime_api_curYM(fmt.c_str());
+    zxtime_api_rstimeGetCur(&after);
+    require(before.month != after.month ||
+                text == zx::fuzz::cut(printed(fmt.c_str(), after.year, after.month),
+                                      ZXTIME_STATIC_SIZE),
+            "the month in any format");
+}
+
 void check_durations(GuardedMemory& out, std::uint64_t n) {
     const std::string days = n >= 86400000 ? printed("%" PRIu64 "_", n / 86400000) : "";
     const std::string clock =
@@ -177,6 +209,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto a = input.take<rstime>();
     const auto b = input.take<rstime>();
     zx::fuzz::log_to_nowhere(input.take<std::uint8_t>());
+    Input pieces(input.rest());
     const std::string text = input.take_text(size);
     const char* const placed = texts.text(text);
 
@@ -185,5 +218,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_records(parsed(text, kLayouts[3].at, a), a, number >> shift, text, placed);
     check_printers(out, static_cast<std::int64_t>(number) >> shift);
     check_durations(out, number >> shift);
+    check_format(out, some_format(pieces), a);
+    check_static(shift);
     return 0;
 }

@@ -124,21 +124,6 @@ TEST_F(TimeTest, PrintsInstants) {
     EXPECT_STREQ(out + 8, "89");
 }
 
-TEST_F(TimeTest, PrintsThroughAnyFormat) {
-    const rstime odd{
-        .sec = -5, .min = 123, .hour = 7, .day = 0, .month = -12, .year = 20245, .wday = 0};
-    const std::pair<const char*, const char*> cases[] = {
-        {"%04d%02d%02d%09d|%d", "20245-1200000000007|123"},
-        {"%d%d%02d %i:%05d:%04d", "20245-1200 7:00123:-005"},
-        {"%5d|%-5d|%+d%%", "20245|-12  |+0%"},
-        {"%x", "4f15"},
-    };
-    for (const auto& [format, text] : cases) {
-        char out[64];
-        EXPECT_STREQ(zxtime_api_rtstime2DTime(format, &odd, out), text);
-    }
-}
-
 TEST_F(TimeTest, SetsTheClockOrSaysWhyNot) {
     EXPECT_EQ(zxtime_api_setDTime("20240501083000"), 1);
     g_clock_result = -1;
