@@ -1,6 +1,7 @@
 // Sequences of operations on the tracked allocator, against a list of what it should know. What it
 // knows is read from the table that it makes for a status page.
 #include <cinttypes>
+#include <ctime>
 #include <vector>
 
 #include "support.hpp"
@@ -12,6 +13,7 @@ using zx::fuzz::Input;
 using zx::fuzz::require;
 
 constexpr std::size_t kMaxSteps = 64;
+constexpr std::size_t kMaxMany = 1500;  // nodes; the index grows some times on the way
 constexpr const char* kFiles[] = {"a.c", "", "folder/a_longer_name.cpp"};
 
 struct Buffer {
@@ -21,7 +23,16 @@ struct Buffer {
 struct Node {
     void* buffer;
     std::vector<std::string> cells;  // name, size class, file, line
+    std::time_t from;                // it was made since then, and before `to`
+    std::time_t to;
 };
+
+std::string time_of_day(std::time_t sec) {
+    char text[32];
+    std::tm t{};
+    std::strftime(text, sizeof text, "%H:%M:%S", localtime_r(&sec, &t));
+    return text;
+}
 
 std::string size_class(std::uint32_t size) {
     return size < 10240 ? "nor" : size < 512000 ? "middle" : "high";
@@ -63,6 +74,8 @@ public:
             }
         } else if (what == 12 && !buffers_.empty()) {
             change_nodes(input, buffers_[input.take_below(buffers_.size())]);
+        } else if (what == 15) {
+            add_many(input);
         } else if (what == 13) {
             zxmem_api_deinit();
             is_ready_ = false;
@@ -72,7 +85,7 @@ public:
     }
 
     void check() const {
-        static std::vector<char> page(1024 + 700 * (kMaxSteps + 1));
+        static std::vector<char> page(1024 + 700 * (kMaxSteps + kMaxMany + 1));
         page[0] = '\0';
         zxmem_api_info(page.data(), "none");
         if (!is_on_ || !is_ready_) {
@@ -91,11 +104,40 @@ private:
     }
 
     void add_node(const Buffer& buffer, const std::string& name, const char* file,
-                  std::uint32_t line) {
+                  std::uint32_t line, std::time_t from) {
         nodes_.push_back({buffer.at,
                           {name.substr(0, ZXMEM_NAME_SIZE), size_class(buffer.size), file,
-                           std::to_string(static_cast<std::int32_t>(line))}});
+                           std::to_string(static_cast<std::int32_t>(line))},
+                          from,
+                          std::time(nullptr)});
     }
+
+    // Nodes at regular distances, which the index would like to see in one chain, and then some of
+    // them gone: the list knows addresses, not memory.
+    void add_many(Input& input) {
+        constexpr std::uintptr_t kSteps[] = {0, 1, 16, 4096, 1U << 20U, std::uintptr_t{1} << 32U};
+        const std::uintptr_t step = kSteps[input.take_below(std::size(kSteps))];
+        const auto base = std::uintptr_t{input.take<std::uint32_t>()} + 1;
+        const std::size_t count = input.take<std::uint8_t>();
+        for (std::size_t i = 0; i < count && nodes_.size() < kMaxMany; ++i) {
+            const Buffer buffer{reinterpret_cast<void*>(base + i * step), 1};
+            add_node_by_hand(buffer, "one of many");
+        }
+        const std::size_t kept = 1 + input.take_below(4);
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i % kept != 0) {
+                void* const at = reinterpret_cast<void*>(base + i * step);
+                zxmem_innerapi_nodeRm(at);
+                remove_node(at);
+            }
+        }
+    }
+    void add_node_by_hand(const Buffer& buffer, const std::string& name) {
+        const std::time_t from = std::time(nullptr);
+        zxmem_innerapi_nodeAdd(buffer.at, buffer.size, name.c_str(), kFiles[0], 1);
+        add_node(buffer, name, kFiles[0], 1, from);
+    }
+
     void remove_node(const void* buffer) {
         const auto oldest = std::find_if(nodes_.begin(), nodes_.end(), [buffer](const Node& node) {
             return node.buffer == buffer;
@@ -111,13 +153,14 @@ private:
         const std::string name(input.take_below(140), static_cast<char>('a' + nodes_.size() % 26));
         const char* const file = kFiles[input.take_below(std::size(kFiles))];
         const auto line = input.take<std::uint32_t>();
+        const std::time_t from = std::time(nullptr);
         auto* const at = static_cast<std::uint8_t*>(take(size, name.c_str(), file, line));
         require(at != nullptr && (size == 0 || *at == 0) &&
                     (size <= 1 || std::memcmp(at, at + 1, size - 1) == 0),
                 "a zeroed buffer");
         buffers_.push_back({at, size});
         if (is_on_ && is_ready_) {
-            add_node(buffers_.back(), name, file, line);
+            add_node(buffers_.back(), name, file, line, from);
         }
     }
 
@@ -133,8 +176,7 @@ private:
 
     void change_nodes(Input& input, const Buffer& buffer) {
         if (input.take_below(2) == 0) {
-            zxmem_innerapi_nodeAdd(buffer.at, buffer.size, "again", kFiles[0], 1);
-            add_node(buffer, "again", kFiles[0], 1);
+            add_node_by_hand(buffer, "again");
         } else {
             zxmem_innerapi_nodeRm(buffer.at);
             remove_node(buffer.at);
@@ -162,6 +204,11 @@ private:
             std::snprintf(address, sizeof address, "%p", nodes_[i].buffer);
             const std::vector<std::string> known{cells[2], cells[4], cells[6], cells[7]};
             require(cells[0] == number && cells[1] == address && known == nodes_[i].cells, "a row");
+            std::time_t made = nodes_[i].from;
+            while (made < nodes_[i].to && cells[3] != time_of_day(made)) {
+                ++made;
+            }
+            require(cells[3] == time_of_day(made), "the time of an allocation");
         }
         require(page.find(kOpen, at) == std::string::npos, "no other rows");
     }
