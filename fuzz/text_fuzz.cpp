@@ -150,8 +150,11 @@ void check_fields(GuardedMemory& texts, const std::string& text, const std::stri
 
 void check_letters(GuardedMemory& out, const std::string& text, const char* placed) {
     const auto letters = [&](std::uint32_t (*turn)(const char*, char*)) {
-        const auto* const dst = reinterpret_cast<char*>(out.fill(text.size(), 'x'));
-        return std::string(dst, turn(placed, const_cast<char*>(dst)));
+        auto* dst = reinterpret_cast<char*>(out.fill(text.size(), 'x'));
+        const std::string turned(dst, turn(placed, dst));
+        dst = out.text(text);
+        require(turn(dst, dst) == text.size() && dst == turned, "in the text's own place");
+        return turned;
     };
     require(letters(zxstr_api_outLLetters) == lower(text, 'X'), "small letters");
     std::string capitals = text;

@@ -105,25 +105,24 @@ void check_query(GuardedMemory& out, std::uint32_t size, const std::string& name
     require(size == 0 || found == cut(value, size), "the value of a key");
 }
 
-// The numbered URLs of one stream.
-std::string numbered(const std::array<std::string, 4>& texts, int port, int index,
-                     std::size_t size) {
+// The URL of one piece of a stream, or of a range of them.
+std::string numbered(const std::array<std::string, 4>& texts, int port, const std::string& ports,
+                     const std::string& index, std::size_t size) {
     const auto& [proto, auth, host, path] = texts;
     std::string url = (proto.empty() ? "" : proto + "://") + (auth.empty() ? "" : "@" + auth + "@");
     url += host;
     if (path.empty()) {
-        return cut(url.append(":").append(std::to_string(std::int64_t{port} + index)), size);
+        return cut(url + ":" + ports, size);
     }
     if (port > 0) {
         url.append(":").append(std::to_string(port));
     }
-    const std::string number = std::string("_00").append(std::to_string(index));
     if (path.find("m3u8") == std::string::npos) {
-        return cut(url + "/" + path + number, size);
+        return cut(url + "/" + path + "_" + index, size);
     }
     url = cut(url + path, size);
     const std::size_t at = path.size() > 5 ? path.size() - 5 : 0;
-    return at < size ? cut(url.substr(0, at) + number + ".m3u8", size) : url;
+    return at < size ? cut(url.substr(0, at) + "_" + index + ".m3u8", size) : url;
 }
 
 void check_list(GuardedMemory& out, Input& control, const std::string& path) {
@@ -135,13 +134,28 @@ void check_list(GuardedMemory& out, Input& control, const std::string& path) {
         texts[i] = control.take_line(12);
     }
     texts[3] = path.substr(0, 128);
+    const auto port_of = [port](int i) { return std::to_string(std::int64_t{port} + i); };
+    const auto build = [&](auto function, auto... rest) {
+        function(texts[0].c_str(), texts[1].c_str(), texts[2].c_str(), port, texts[3].c_str(),
+                 kCount, rest...);
+    };
     char* const list = reinterpret_cast<char*>(out.fill(kCount * stride, 0));
-    zxstr_api_buildListurl(texts[0].c_str(), texts[1].c_str(), texts[2].c_str(), port,
-                           texts[3].c_str(), kCount, static_cast<int>(stride), list);
+    build(zxstr_api_buildListurl, static_cast<int>(stride), list);
     for (int i = 0; i < kCount; ++i) {
-        require(list + static_cast<std::size_t>(i) * stride == numbered(texts, port, i, stride),
+        require(list + static_cast<std::size_t>(i) * stride ==
+                    numbered(texts, port, port_of(i), std::string("00").append(std::to_string(i)),
+                             stride),
                 "a numbered URL");
     }
+    std::size_t needed = 64;
+    for (const std::string& text : texts) {
+        needed += text.size();
+    }
+    char* const range = out.text("", needed - 1);
+    build(zxstr_api_buildListurl2, range);
+    const std::string ports =
+        std::string("[").append(port_of(0)).append(":").append(port_of(kCount - 1)).append("]");
+    require(range == numbered(texts, port, ports, "[000:002]", needed), "the URL of a range");
 }
 
 }  // namespace
