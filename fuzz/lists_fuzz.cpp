@@ -33,6 +33,7 @@ struct Queue {
         zxfifolist_ctt* const node = zxfifo_api_listOut(&head);
         require(node == (nodes.empty() ? nullptr : nodes.front()), "the first node");
         if (node != nullptr) {
+            require(node->count == nodes.size() && node->next == head, "a node as it was");
             nodes.pop_front();
         }
         return node;
