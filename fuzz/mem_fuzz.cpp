@@ -13,7 +13,7 @@ using zx::fuzz::Input;
 using zx::fuzz::require;
 
 constexpr std::size_t kMaxSteps = 64;
-constexpr std::size_t kMaxMany = 1500;  // nodes; the index grows some times on the way
+constexpr std::size_t kMaxMany = 600;  // nodes; the index grows some times on the way
 constexpr const char* kFiles[] = {"a.c", "", "folder/a_longer_name.cpp"};
 
 struct Buffer {
@@ -227,7 +227,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Model model;
     for (std::size_t step = 0; step < kMaxSteps && !input.empty(); ++step) {
         model.run(input);
-        if (step % 8 == 7 || input.empty()) {
+        if (step % 16 == 15 || input.empty()) {
             model.check();
         }
     }
