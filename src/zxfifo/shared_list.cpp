@@ -58,12 +58,15 @@ zx::fifo::Gate& gate_of(const zxsharelist_ctt& list) {
     return g_gates[(reinterpret_cast<std::uintptr_t>(&list) * kSpread) >> (64U - kGateBits)];
 }
 
-// A reader of the parent is not there to leave.
-[[gnu::constructor]] void watch_forks() {
-    pthread_atfork(nullptr, nullptr, [] {
-        for (zx::fifo::Gate& gate : g_gates) {
-            gate.forget_other_threads();
-        }
+// In the child of a fork, no reader of the parent is there to leave. Asked for with the first list.
+void watch_forks() {
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    pthread_once(&once, [] {
+        pthread_atfork(nullptr, nullptr, [] {
+            for (zx::fifo::Gate& gate : g_gates) {
+                gate.forget_other_threads();
+            }
+        });
     });
 }
 
@@ -117,6 +120,7 @@ extern "C" int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* n
         ZX_LOG_PARAM("name");
         return -1;
     }
+    watch_forks();
     zxfifo_innerapi_shareListVarInit(list);
     char text[zx::fifo::kTextSize];
     std::snprintf(text, sizeof text, "zxfifo_lock_%s", name);
