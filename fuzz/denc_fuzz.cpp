@@ -1,13 +1,10 @@
-// Digests, checks and ciphers of any message and key: against OpenSSL where it has them, otherwise
-// bit by bit. Messages end at the guard, which the wide paths of the processor must not cross.
-#include <openssl/evp.h>
+// Checks, digests and ciphers of any message and key, beside their plain algorithms: wherever the
+// buffers lie, of any size, in any pieces.
+#include <compare>
+#include <tuple>
 
-#include <array>
-#include <memory>
-#include <vector>
-
-#include "sha1.h"
-#include "support.hpp"
+#include "arena.hpp"
+#include "plain_denc.hpp"
 #include "zxaes.h"
 #include "zxcrc.h"
 #include "zxdes.h"
@@ -15,188 +12,415 @@
 
 namespace {
 
+using zx::fuzz::Arena;
 using zx::fuzz::Bytes;
-using zx::fuzz::GuardedMemory;
+using zx::fuzz::Edge;
 using zx::fuzz::Input;
+using zx::fuzz::kFarthest;
+using zx::fuzz::Pair;
 using zx::fuzz::require;
-using Buffer = std::vector<std::uint8_t>;
+using zx::plain::Aes;
 
 constexpr std::size_t kMaxSize = 4 * 2048;
 
-GuardedMemory& outputs() {
-    static GuardedMemory memory(kMaxSize);
-    return memory;
+std::uint32_t u32(std::size_t size) {
+    return static_cast<std::uint32_t>(size);
 }
 
-bool holds(const std::uint8_t* at, const Buffer& expected) {
-    return std::equal(expected.begin(), expected.end(), at);
+/* ------------------------------------------------ checks and digests -- */
+
+void check_crcs(const zx::plain::Crcs& expected, const std::uint8_t* at, std::size_t size) {
+    require(zxcrc_api_CRC32(at, u32(size)) == expected.mpeg2, "CRC-32/MPEG-2");
+    require(zxcrc_api_CRC(at, u32(size)) == expected.xmodem >> 16U, "CRC-16/XMODEM");
+    require(zxcrc_api_CRC16(at, u32(size)) == expected.modbus, "CRC-16/MODBUS");
 }
 
-// A bit at a time, most significant first, in the upper bits of a register.
-std::uint32_t crc(Bytes bytes, std::uint32_t polynomial, std::uint32_t value) {
-    for (const std::uint8_t byte : bytes) {
-        value ^= static_cast<std::uint32_t>(byte) << 24U;
-        for (int bit = 0; bit < 8; ++bit) {
-            value = value << 1U ^ ((value >> 31U) != 0 ? polynomial : 0);
+// `out` may lie in the message: the digest is written at the end, of its text 16 zeros before.
+void check_md5(Arena& arena, const Pair& at) {
+    arena.compare(at, "MD5", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
+        zx::plain::Md5Words words;
+        std::int32_t result = 1;
+        if (plainly) {
+            words = zx::plain::md5({in, at.in.size});
+        } else {
+            result = zxmd5_api_outNum(in, at.in.size, words.data());
+        }
+        std::memcpy(out, words.data(), sizeof words);
+        return result;
+    });
+    arena.compare(at, "MD5 as a text",
+                  [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
+                      if (!plainly) {
+                          return zxmd5_api_outStr(in, at.in.size, reinterpret_cast<char*>(out));
+                      }
+                      std::memset(out, 0, 16);
+                      const zx::plain::Md5Words words = zx::plain::md5({in, at.in.size});
+                      const auto* const bytes = reinterpret_cast<const std::uint8_t*>(words.data());
+                      for (std::size_t i = 0; i < 16; ++i) {
+                          std::snprintf(reinterpret_cast<char*>(out) + 2 * i, 3, "%02x", bytes[i]);
+                      }
+                      return 16;
+                  });
+}
+
+auto state_of(const SHA1Context& context) {
+    const auto waiting = static_cast<std::size_t>(context.Message_Block_Index);
+    return std::tuple(std::to_array(context.Intermediate_Hash), context.Length_Low,
+                      context.Length_High, context.Computed, context.Corrupted, waiting,
+                      std::string(context.Message_Block, context.Message_Block + waiting));
+}
+
+// SHA-1 on its way, beside its twin.
+class Sha1 {
+public:
+    // `room`: bytes until the length overflows; 0: as many as there are.
+    explicit Sha1(std::uint32_t room = 0) {
+        std::memset(&real_, 0xA5, sizeof real_);
+        SHA1Reset(&real_);
+        real_.Length_Low -= 8 * room;
+        real_.Length_High -= room > 0 ? 1 : 0;
+        plain_ = real_;
+    }
+
+    void add(Bytes piece) {
+        SHA1Input(&real_, piece.data(), u32(piece.size()));
+        zx::plain::sha1_input(plain_, piece);
+        require(state_of(real_) == state_of(plain_), "SHA-1 on its way");
+    }
+
+    void finish() {
+        for (int turn = 0; turn < 2; ++turn) {
+            require(SHA1Result(&real_) == zx::plain::sha1_result(plain_) &&
+                        state_of(real_) == state_of(plain_),
+                    "SHA-1");
+        }
+        require(plain_.Corrupted != 0 ||
+                    std::all_of(std::begin(real_.Message_Block), std::end(real_.Message_Block),
+                                [](std::uint8_t byte) { return byte == 0; }),
+                "SHA-1 forgets the message");
+    }
+
+private:
+    SHA1Context real_;
+    SHA1Context plain_;
+};
+
+/* ----------------------------------------------------------- ciphers -- */
+
+struct Job {
+    std::size_t size;
+    std::ptrdiff_t distance;
+    Edge edge;
+    bool decrypts;
+    std::uint32_t mode;        // of AES
+    std::uint32_t offset = 0;  // in the keystream
+};
+
+Aes::Block load(const std::uint8_t* at) {
+    Aes::Block block;
+    std::copy_n(at, block.size(), block.begin());
+    return block;
+}
+
+void plain_ecb(const Aes& aes, bool decrypts, const std::uint8_t* in, std::uint8_t* out) {
+    Aes::Block block = load(in);
+    decrypts ? aes.decrypt(block) : aes.encrypt(block);
+    std::copy(block.begin(), block.end(), out);
+}
+
+void plain_cbc(const Aes& aes, bool decrypts, Aes::Block& iv, const std::uint8_t* in,
+               std::uint8_t* out) {
+    const Aes::Block source = load(in);
+    Aes::Block block = source;
+    if (decrypts) {
+        aes.decrypt(block);
+    }
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        block[i] ^= iv[i];
+    }
+    if (!decrypts) {
+        aes.encrypt(block);
+    }
+    iv = decrypts ? source : block;
+    std::copy(block.begin(), block.end(), out);
+}
+
+void plain_feedback(const Aes& aes, bool decrypts, Aes::Block& iv, std::uint32_t& offset,
+                    const std::uint8_t* in, std::uint8_t* out) {
+    if (offset == 0) {
+        aes.scramble(iv);
+    }
+    const std::uint8_t source = *in;
+    *out = source ^ iv[offset];
+    iv[offset] = decrypts ? source : *out;
+    offset = (offset + 1) % 16;
+}
+
+struct Chain {
+    Aes::Block iv{};
+    std::uint32_t offset = 0;
+
+    bool operator==(const Chain&) const = default;
+};
+
+// As far as the whole operation, or one of the inner operations goes.
+void plain_aes(const Aes& aes, const Job& job, std::size_t size, Chain& chain,
+               const std::uint8_t* in, std::uint8_t* out) {
+    const std::size_t step = job.mode == ZXAES_ECB || job.mode == ZXAES_CBC ? 16 : 1;
+    for (std::size_t at = 0; at + step <= size; at += step) {
+        if (job.mode == ZXAES_ECB) {
+            plain_ecb(aes, job.decrypts, in + at, out + at);
+        } else if (job.mode == ZXAES_CBC) {
+            plain_cbc(aes, job.decrypts, chain.iv, in + at, out + at);
+        } else {
+            plain_feedback(aes, job.decrypts, chain.iv, chain.offset, in + at, out + at);
         }
     }
-    return value;
 }
 
-// Least significant first.
-std::uint32_t crc_modbus(Bytes bytes) {
-    std::uint32_t value = 0xFFFF;
-    for (const std::uint8_t byte : bytes) {
-        value ^= byte;
-        for (int bit = 0; bit < 8; ++bit) {
-            value = value >> 1U ^ ((value & 1U) != 0 ? 0xA001U : 0U);
+// `aes`: NULL when the key is of no size for it.
+void check_aes_whole(Arena& arena, Bytes key, const Aes* aes, const Job& job) {
+    const Pair at = arena.place(job.size, job.size, job.distance, job.edge);
+    arena.compare(at, "AES", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
+        if (!plainly) {
+            return zxaes_api_done(job.decrypts ? ZXAES_DECRYPT : ZXAES_ENCRYPT, job.mode, in, out,
+                                  u32(job.size), key.data(), static_cast<std::uint8_t>(key.size()));
         }
-    }
-    return value;
-}
-
-void check_crcs(Bytes bytes, const std::uint8_t* at) {
-    const auto size = static_cast<std::uint32_t>(bytes.size());
-    require(zxcrc_api_CRC32(at, size) == crc(bytes, 0x04C11DB7, UINT32_MAX), "CRC-32");
-    require(zxcrc_api_CRC(at, size) == crc(bytes, 0x10210000, 0) >> 16U, "CRC-16/XMODEM");
-    require(zxcrc_api_CRC16(at, size) == crc_modbus(bytes), "CRC-16/MODBUS");
-}
-
-Buffer digest(const EVP_MD* kind, Bytes bytes) {
-    Buffer out(EVP_MAX_MD_SIZE);
-    unsigned size = 0;
-    require(EVP_Digest(bytes.data(), bytes.size(), out.data(), &size, kind, nullptr) == 1,
-            "OpenSSL has the digest");
-    out.resize(size);
-    return out;
-}
-
-void check_digests(Input& control, Bytes bytes, const std::uint8_t* at) {
-    std::uint32_t words[4] = {};
-    require(zxmd5_api_outNum(at, bytes.size(), words) == 1 &&
-                holds(reinterpret_cast<const std::uint8_t*>(words), digest(EVP_md5(), bytes)),
-            "MD5");
-
-    SHA1Context context;
-    SHA1Reset(&context);
-    for (std::size_t done = 0; done < bytes.size();) {
-        const std::size_t asked = control.empty() ? bytes.size() : 1 + control.take_below(200);
-        const std::size_t piece = std::min(asked, bytes.size() - done);
-        SHA1Input(&context, at + done, static_cast<std::uint32_t>(piece));
-        done += piece;
-    }
-    require(SHA1Result(&context) == 1, "SHA-1 has a result");
-    Buffer sha1;
-    for (const std::uint32_t word : context.Intermediate_Hash) {
-        for (const unsigned shift : {24U, 16U, 8U, 0U}) {
-            sha1.push_back(static_cast<std::uint8_t>(word >> shift));
+        if (aes == nullptr || job.size % 16 != 0) {
+            return 0;
         }
-    }
-    require(sha1 == digest(EVP_sha1(), bytes), "SHA-1");
+        Chain chain;
+        plain_aes(*aes, job, job.size, chain, in, out);
+        return 1;
+    });
 }
 
-// Without padding, from an IV of zeros.
-Buffer cipher(const EVP_CIPHER* kind, bool encrypts, Bytes key, Bytes in) {
-    constexpr std::uint8_t kZeros[16] = {};
-    const std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(
-        EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
-    Buffer out(in.size() + 16);
-    int size = 0;
-    require(EVP_CipherInit_ex(context.get(), kind, nullptr, key.data(), kZeros, encrypts) == 1 &&
-                EVP_CIPHER_CTX_set_padding(context.get(), 0) == 1 &&
-                EVP_CipherUpdate(context.get(), out.data(), &size, in.data(),
-                                 static_cast<int>(in.size())) == 1,
-            "OpenSSL has the cipher");
-    out.resize(static_cast<std::size_t>(size));
-    return out;
-}
-
-void check_des(Bytes key, Bytes in, const std::uint8_t* at, bool encrypts) {
-    const auto size = static_cast<std::uint32_t>(in.size());
-    const auto key_size = static_cast<std::uint8_t>(key.size());
-    const std::uint8_t direction = encrypts ? 0 : 1;
-    std::uint8_t* const out = outputs().fill(in.size(), 'x');
-    const bool counts = key.size() >= 8 && !in.empty() && in.size() % 8 == 0;
-    require(zxdes_api_done(direction, at, out, size, key.data(), key_size) == (counts ? 1 : 0),
-            "what DES takes");
-    if (!counts) {
-        return;
-    }
-    Buffer keys(key.begin(), key.begin() + static_cast<std::ptrdiff_t>(key.size() / 8 * 8));
-    for (std::size_t i = 0; keys.size() < 24; ++i) {
-        keys.push_back(key[i % 8]);  // K3 = K1, and K2, too, for a single key
-    }
-    require(holds(out, cipher(EVP_des_ede3_ecb(), encrypts, keys, in)), "DES");
-    require(zxdes_api_done(encrypts ? 1 : 0, out, out, size, key.data(), key_size) == 1 &&
-                std::equal(in.begin(), in.end(), out),
-            "DES and back");
-}
-
-// The keystream is what decrypting with the round keys of encryption makes of the IV.
-Buffer feedback(Bytes key, Bytes in, bool encrypts) {
+void check_aes_inner(Arena& arena, Bytes key, const Aes& aes, const Job& job) {
+    const Pair at = arena.place(job.size, job.size, job.distance, job.edge);
     zxaes_ctt context;
-    zxaes_innerapi_setEncKey(&context, key.data(), static_cast<std::uint32_t>(8 * key.size()));
-    std::array<std::uint8_t, ZXAES_BLOCK_SIZE> chain{};
-    Buffer out;
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        if (i % chain.size() == 0) {
-            zxaes_innerapi_cryptECB(&context, ZXAES_DECRYPT, chain.data(), chain.data());
+    const bool inverse = job.decrypts && (job.mode == ZXAES_ECB || job.mode == ZXAES_CBC);
+    (inverse ? zxaes_innerapi_setDecKey : zxaes_innerapi_setEncKey)(&context, key.data(),
+                                                                    u32(8 * key.size()));
+    const auto mode = static_cast<std::uint32_t>(job.decrypts);
+    arena.compare(at, "AES within", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
+        Chain chain{load(key.data()), job.offset};
+        if (plainly) {
+            const std::size_t most = job.mode == ZXAES_ECB ? 16 : ZXAES_CALL_LIMIT;
+            plain_aes(aes, job, std::min(job.size, most), chain, in, out);
+        } else if (job.mode == ZXAES_ECB) {
+            if (job.size >= 16) {
+                zxaes_innerapi_cryptECB(&context, mode, in, out);
+            }
+        } else if (job.mode == ZXAES_CBC) {
+            zxaes_innerapi_cryptCBC(&context, mode, u32(job.size), chain.iv.data(), in, out);
+        } else {
+            zxaes_innerapi_cryptCFB128(&context, mode, u32(job.size), &chain.offset,
+                                       chain.iv.data(), in, out);
         }
-        std::uint8_t& link = chain[i % chain.size()];
-        out.push_back(static_cast<std::uint8_t>(in[i] ^ link));
-        link = encrypts ? out.back() : in[i];
-    }
-    return out;
+        return chain;
+    });
 }
 
-void check_aes(Bytes key, Bytes in, const std::uint8_t* at, bool encrypts, std::uint32_t mode) {
-    const auto size = static_cast<std::uint32_t>(in.size());
-    const auto key_size = static_cast<std::uint8_t>(key.size());
-    std::uint8_t* const out = outputs().fill(in.size(), 'x');
-    const bool counts =
-        (key.size() == 16 || key.size() == 24 || key.size() == 32) && in.size() % 16 == 0;
-    const std::uint32_t direction = encrypts ? ZXAES_ENCRYPT : ZXAES_DECRYPT;
-    require(
-        zxaes_api_done(direction, mode, at, out, size, key.data(), key_size) == (counts ? 1 : 0),
-        "what AES takes");
-    if (!counts) {
-        return;
+// By the operations on single bits.
+std::int32_t plain_des(Bytes key, const Job& job, const std::uint8_t* in, std::uint8_t* out) {
+    const std::size_t keys = std::min<std::size_t>(key.size() / 8, 3);
+    if (keys == 0 || job.size == 0 || job.size % 8 != 0) {
+        return 0;
     }
-    const EVP_CIPHER* const kinds[2][3] = {
-        {EVP_aes_128_ecb(), EVP_aes_192_ecb(), EVP_aes_256_ecb()},
-        {EVP_aes_128_cbc(), EVP_aes_192_cbc(), EVP_aes_256_cbc()}};
-    require(holds(out, mode == ZXAES_ECB || mode == ZXAES_CBC
-                           ? cipher(kinds[mode - 1][key.size() / 8 - 2], encrypts, key, in)
-                           : feedback(key, in, encrypts)),
-            "AES");
-    require(zxaes_api_done(1 - direction, mode, out, out, size, key.data(), key_size) == 1 &&
-                std::equal(in.begin(), in.end(), out),
-            "AES and back");
+    std::uint8_t schedules[3][ZXDES_ROUNDS][ZXDES_SUBKEY_BITS];
+    for (std::size_t i = 0; i < keys; ++i) {
+        zxdes_api_setsubkey(key.data() + 8 * i, schedules[i]);
+    }
+    const std::uint8_t way = job.decrypts ? 1 : 0;
+    const std::size_t first = job.decrypts && keys == 3 ? 2 : 0;
+    const std::size_t last = keys == 3 ? 2 - first : 0;
+    for (std::size_t at = 0; at < job.size; at += 8) {
+        zxdes_api_des(in + at, out + at, schedules[first], way);
+        if (keys > 1) {
+            zxdes_api_des(out + at, out + at, schedules[1], 1 - way);
+            zxdes_api_des(out + at, out + at, schedules[last], way);
+        }
+    }
+    return 1;
+}
+
+void check_des(Arena& arena, Bytes key, const Job& job) {
+    const Pair at = arena.place(job.size, job.size, job.distance, job.edge);
+    arena.compare(at, "DES", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
+        return plainly ? plain_des(key, job, in, out)
+                       : zxdes_api_done(job.decrypts ? 1 : 0, in, out, u32(job.size), key.data(),
+                                        static_cast<std::uint8_t>(key.size()));
+    });
+}
+
+/* ------------------------------------------------- every placement -- */
+
+void sweep_messages() {
+    Arena arena(4096);
+    const std::uint8_t* const message = arena.content();
+    zx::plain::Crcs crcs;
+    for (std::size_t size = 0; size <= 1100; ++size) {
+        const Bytes bytes{message, size};
+        check_crcs(crcs, arena.put(bytes, zx::fuzz::kFront), size);
+        for (std::size_t shift = 1; shift < 64; ++shift) {
+            check_crcs(crcs, arena.put(bytes, {false, shift}), size);
+        }
+        check_crcs(crcs, arena.put(bytes, zx::fuzz::kBack), size);
+        crcs.add(message[size]);
+    }
+    for (std::size_t size = 0; size <= 270; ++size) {
+        const auto back = static_cast<std::ptrdiff_t>(size);
+        check_md5(arena, arena.place(size, ZXMD5_TEXT_SIZE, back, zx::fuzz::kBack));
+        check_md5(arena, arena.place(size, ZXMD5_TEXT_SIZE, -ZXMD5_TEXT_SIZE, zx::fuzz::kBack));
+        check_md5(arena, arena.place(size, ZXMD5_TEXT_SIZE, back / 2, {false, size % 64}));
+        for (std::size_t split = 0; split <= size; split += 1 + size / 16) {
+            Sha1 sha1;
+            const std::uint8_t* const at = arena.put({message, split}, zx::fuzz::kBack);
+            sha1.add({at, split});
+            sha1.add({arena.put({message, size - split}, {false, split % 64}), size - split});
+            sha1.finish();
+            sha1.add({arena.put({message, size}, zx::fuzz::kBack), size});
+            sha1.finish();
+        }
+    }
+    for (const std::uint32_t room : {1U, 64U, 65U, 200U, 201U}) {
+        for (const std::size_t waiting : {0U, 63U}) {
+            Sha1 sha1(room + u32(waiting));
+            sha1.add({message, waiting});
+            sha1.add({message, 200});
+            sha1.finish();
+        }
+    }
+}
+
+// Sizes that are no whole blocks, and all that groups of blocks are made of.
+constexpr std::size_t kSizes[] = {1, 8, 16, 24, 31, 48, 72, 100, 128, 143, 160, 272};
+
+void sweep_ciphers() {
+    Arena arena(4096);
+    const Bytes key{arena.content(), 32};
+    for (const std::size_t key_size : {16U, 24U, 32U}) {
+        const Bytes part = key.first(key_size);
+        const Aes aes(part);
+        const std::ptrdiff_t step = key_size == 16 ? 1 : 13;
+        for (std::ptrdiff_t distance = -kFarthest; distance <= kFarthest; distance += step) {
+            for (const std::size_t size : kSizes) {
+                const bool is_last = (distance + static_cast<std::ptrdiff_t>(size / 8)) % 2 != 0;
+                for (const bool decrypts : {false, true}) {
+                    Job job{size, distance, {is_last, 0}, decrypts, 0};
+                    if (size % 8 == 0 && size <= 72) {
+                        check_des(arena, key.first(distance % 8 == 0 ? 24 : 8), job);
+                    }
+                    for (job.mode = ZXAES_ECB; job.mode <= 3; ++job.mode) {
+                        if (job.mode != ZXAES_CBC && size % 16 == 0) {
+                            check_aes_whole(arena, part, &aes, job);
+                        }
+                        if (job.mode != ZXAES_ECB) {
+                            check_aes_inner(arena, part, aes, job);
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// The rest of what an operation can be given: alignments, buffers side by side, the limit of a
+// call, the place in the keystream.
+void sweep_cipher_states() {
+    Arena arena(8192);
+    const Bytes key{arena.content(), 16};
+    const Aes aes(key);
+    for (std::uint32_t turn = 0; turn < 64 * 6; ++turn) {
+        Job job{144 + turn % 16, 160, {false, turn % 64}, turn / 64 % 2 != 0, 1 + turn / 128};
+        check_aes_inner(arena, key, aes, job);
+        job.size = 144;
+        for (const std::ptrdiff_t distance : {0, -144, 144, 700}) {
+            job.distance = distance;
+            check_aes_whole(arena, key, &aes, job);
+            check_des(arena, key, job);
+        }
+        for (const std::size_t size : {3231U, 3232U, 3233U, 3300U}) {
+            if (turn % 64 == 0) {
+                job.size = size;
+                check_aes_inner(arena, key, aes, job);
+            }
+        }
+    }
+    for (std::uint32_t offset = 0; offset < 16; ++offset) {
+        for (const std::size_t size : {0U, 1U, 7U, 16U, 33U, 50U}) {
+            for (std::ptrdiff_t distance = -20; distance <= 20; ++distance) {
+                for (const bool decrypts : {false, true}) {
+                    check_aes_inner(arena, key, aes,
+                                    {size, distance, zx::fuzz::kBack, decrypts, 3, offset});
+                }
+            }
+        }
+    }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static GuardedMemory messages(kMaxSize);
+// What seeds would not reach.
+void zx_fuzz_sweep() {
+    zx::fuzz::log_to_nowhere(0);
+    sweep_messages();
+    sweep_ciphers();
+    sweep_cipher_states();
+}
 
-    // How often the message stands there, how, a key, the pieces for SHA-1 and the message.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static Arena arena(2 * kMaxSize + 64);
+
+    // How often the message stands there, how, a key, pieces and places, and the message.
     Input input({data, std::min<std::size_t>(size, 2048)});
     const std::size_t times = 1 + input.take_below(4);
     const auto how = input.take<std::uint8_t>();
     zx::fuzz::log_to_nowhere(how);
     const Bytes key = input.take_bytes(input.take_below(40));
     Input pieces(input.take_bytes(16));
-    Buffer message;
+    std::vector<std::uint8_t> message;
     for (std::size_t i = 0; i < times; ++i) {
         message.insert(message.end(), input.rest().begin(), input.rest().end());
     }
     // Seldom of a size that no cipher takes.
     message.resize(how >= 240 ? message.size() : message.size() / 16 * 16);
 
-    const std::uint8_t* const at = messages.copy(message);
-    check_crcs(message, at);
-    check_digests(pieces, message, at);
-    check_des(key, message, at, how % 2 == 0);
-    check_aes(key, message, at, how % 2 == 0, how / 2 % 4);
+    Job job{message.size(),
+            pieces.take<std::int16_t>() % (kFarthest + 1),
+            {},
+            how % 2 == 0,
+            how / 2U % 4};
+    job.offset = pieces.take<std::uint8_t>() % 16;
+    job.edge = {pieces.take_below(2) != 0, 0};
+    job.edge.shift = job.edge.is_last ? 0 : pieces.take_below(64);
+    if (how % 16 == 15) {  // side by side
+        job.distance = static_cast<std::ptrdiff_t>(message.size()) * (job.distance < 0 ? -1 : 1);
+    }
+    zx::plain::Crcs crcs;
+    for (const std::uint8_t byte : message) {
+        crcs.add(byte);
+    }
+    check_crcs(crcs, arena.put(message, job.edge), message.size());
+    Sha1 sha1(pieces.take<std::uint8_t>());
+    for (Bytes rest = message; !rest.empty();) {
+        const std::size_t asked = pieces.empty() ? rest.size() : 1 + pieces.take_below(200);
+        const Bytes piece = rest.first(std::min(asked, rest.size()));
+        sha1.add({arena.put(piece, job.edge), piece.size()});
+        rest = rest.subspan(piece.size());
+    }
+    sha1.finish();
+
+    const Pair at = arena.place(message.size(), message.size(), job.distance, job.edge);
+    std::copy(message.begin(), message.end(), arena.content() + at.in.at);
+    check_des(arena, key, job);
+    if (key.size() == 16 || key.size() == 24 || key.size() == 32) {
+        const Aes aes(key);
+        check_aes_whole(arena, key, &aes, job);
+        check_aes_inner(arena, key, aes, job);
+    } else {
+        check_aes_whole(arena, key, nullptr, job);
+    }
+    check_md5(arena, arena.place(message.size(), ZXMD5_TEXT_SIZE, job.distance % 290, job.edge));
     return 0;
 }

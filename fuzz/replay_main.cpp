@@ -8,6 +8,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
+// What a target does beyond its seeds, if anything.
+[[gnu::weak]] void zx_fuzz_sweep();
+
 namespace {
 
 void run(const std::filesystem::path& path) {
@@ -33,6 +36,9 @@ int main(int argc, char** argv) {
                 ++count;
             }
         }
+    }
+    if (zx_fuzz_sweep != nullptr) {
+        zx_fuzz_sweep();
     }
     std::printf("%d inputs\n", count);
     return count > 0 ? 0 : 1;

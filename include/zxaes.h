@@ -59,8 +59,9 @@ typedef struct zxaes_ctt {
  * @param direction  #ZXAES_ENCRYPT or #ZXAES_DECRYPT; with any other, nothing is done.
  * @param mode       #ZXAES_ECB, #ZXAES_CBC, or any other value for the feedback mode.
  * @param in         `len` bytes.
- * @param out        `len` bytes; `in` itself will do. Where the two overlap otherwise, each block
- * is read after those before it were written. Not touched when the call is rejected.
+ * @param out        `len` bytes; `in` itself will do. Where the two overlap otherwise, each block,
+ *                   or in the feedback mode each byte, is read after those before it were written.
+ *                   Not touched when the call is rejected.
  * @param len        bytes, a multiple of 16; 0 is fine.
  * @param key        `keylen` bytes.
  * @param keylen     16, 24 or 32: AES-128, AES-192 or AES-256.
@@ -101,7 +102,7 @@ void zxaes_innerapi_setDecKey(zxaes_ctt* ctx, const uint8_t* key, uint32_t bits)
  * @param ctx    set for the direction; without a key nothing is done.
  * @param mode   1: decrypts; otherwise encrypts.
  * @param in16   16 bytes.
- * @param out16  16 bytes: `in16` itself, or without a byte in common with it.
+ * @param out16  16 bytes, which may overlap `in16`.
  * Logs: error for a NULL `in16` or `out16`. Prints "<function> <line> zx_null" to standard output
  * for a NULL `ctx`.
  */
@@ -114,7 +115,7 @@ void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uint8_t in16[1
  * @param ctx   set for the direction; without a key nothing is done.
  * @param mode  1: decrypts; otherwise encrypts.
  * @param len   bytes. At most #ZXAES_CALL_LIMIT of them are processed, and whole blocks only; what
- *              is behind them is not touched.
+ *              follows is neither read nor written.
  * @param iv16  16 bytes, chained on: the last block of ciphertext after the call, so that the next
  *              call goes on with the same message. No byte of `in` or `out`.
  * @param in    `len` bytes.

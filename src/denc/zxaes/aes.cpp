@@ -24,10 +24,6 @@ Way way_of(std::uint32_t direction) {
     return direction == ZXAES_DECRYPT ? Way::decrypt : Way::encrypt;
 }
 
-Mode mode_of(std::uint32_t mode) {
-    return mode == ZXAES_ECB ? Mode::ecb : mode == ZXAES_CBC ? Mode::cbc : Mode::cfb;
-}
-
 bool has_key(const zxaes_ctt& ctx) {
     return ctx.roundKeys != nullptr && (ctx.rounds == 10 || ctx.rounds == 12 || ctx.rounds == 14);
 }
@@ -37,21 +33,53 @@ bool has_key(const zxaes_ctt& ctx) {
     zx::Wiped<std::array<std::uint8_t, 512>> frame;
 }
 
-// `size` bytes are whole blocks. They go together unless one of them is to read what another one
-// writes.
+// The place of `out` after `in`; far away for an `out` that begins before `in`.
+std::size_t ahead(const std::uint8_t* in, const std::uint8_t* out) {
+    return reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
+}
+
+// The blocks go together unless one of them is to read what another one writes.
 void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std::uint8_t* in,
-           std::uint8_t* out, std::size_t size) {
-    const std::size_t ahead =
-        reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
-    const bool apart = ahead == 0 || ahead >= zx::aes::kTogether * kBlockSize;
-    const std::size_t step = apart ? size : kBlockSize;
+           std::uint8_t* out, std::size_t blocks) {
+    const std::size_t distance = ahead(in, out);
+    const bool apart = distance == 0 || distance >= zx::aes::kTogether * kBlockSize;
+    const std::size_t step = apart ? blocks : 1;
     const zx::aes::Cipher& cipher = zx::aes::cipher();
-    for (std::size_t at = 0; at < size; at += step) {
-        cipher.crypt(mode, way,
-                     {ctx.roundKeys, static_cast<unsigned>(ctx.rounds), iv, in + at, out + at,
-                      step / kBlockSize});
+    for (std::size_t done = 0; done < blocks; done += step) {
+        const std::size_t at = done * kBlockSize;
+        cipher.crypt(
+            mode, way,
+            {ctx.roundKeys, static_cast<unsigned>(ctx.rounds), iv, in + at, out + at, step});
     }
     wipe_frames_below();
+}
+
+// The feedback mode, byte by byte. Whole blocks go together unless a byte of them is to read what
+// another byte of the same block writes.
+void feed_back(const zxaes_ctt& ctx, Way way, std::uint32_t& offset, std::uint8_t* iv,
+               const std::uint8_t* in, std::uint8_t* out, std::size_t size) {
+    const std::size_t distance = ahead(in, out);
+    const bool apart = distance == 0 || distance >= kBlockSize;
+    const std::uint8_t* const end = in + size;
+    while (in != end) {
+        if (const auto left = static_cast<std::size_t>(end - in);
+            apart && offset == 0 && left >= kBlockSize) {
+            const std::size_t blocks = left / kBlockSize;
+            crypt(ctx, Mode::cfb, way, iv, in, out, blocks);
+            in += blocks * kBlockSize;
+            out += blocks * kBlockSize;
+            continue;
+        }
+        if (offset == 0) {
+            crypt(ctx, Mode::ecb, Way::decrypt, nullptr, iv, iv, 1);
+        }
+        std::uint8_t& pad = iv[offset];
+        const std::uint8_t text = *in++;
+        const auto result = static_cast<std::uint8_t>(text ^ pad);
+        pad = way == Way::encrypt ? result : text;
+        *out++ = result;
+        offset = (offset + 1) % kBlockSize;
+    }
 }
 
 }  // namespace
@@ -78,7 +106,13 @@ extern "C" int32_t zxaes_api_done(uint32_t direction, uint32_t mode, const uint8
     (inverse ? zxaes_innerapi_setDecKey : zxaes_innerapi_setEncKey)(&*ctx, key, keylen * 8U);
     zx::Wiped<std::array<std::uint8_t, kBlockSize>> iv;
     iv->fill(0);
-    crypt(*ctx, mode_of(mode), way_of(direction), iv->data(), in, out, len);
+    if (mode == ZXAES_ECB || mode == ZXAES_CBC) {
+        crypt(*ctx, mode == ZXAES_ECB ? Mode::ecb : Mode::cbc, way_of(direction), iv->data(), in,
+              out, len / kBlockSize);
+    } else {
+        std::uint32_t offset = 0;
+        feed_back(*ctx, way_of(direction), offset, iv->data(), in, out, len);
+    }
     return 1;
 }
 
@@ -93,7 +127,7 @@ extern "C" void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uin
         return;
     }
     if (has_key(*ctx)) {
-        crypt(*ctx, Mode::ecb, way_of(mode), nullptr, in16, out16, kBlockSize);
+        crypt(*ctx, Mode::ecb, way_of(mode), nullptr, in16, out16, 1);
     }
 }
 
@@ -108,7 +142,7 @@ extern "C" void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t 
     }
     if (has_key(*ctx)) {
         crypt(*ctx, Mode::cbc, way_of(mode), iv16, in, out,
-              std::min<std::uint32_t>(len, ZXAES_CALL_LIMIT));
+              std::min<std::uint32_t>(len, ZXAES_CALL_LIMIT) / kBlockSize);
     }
 }
 
@@ -128,28 +162,8 @@ extern "C" void zxaes_innerapi_cryptCFB128(zxaes_ctt* ctx, uint32_t mode, uint32
         std::printf("%s %d n:%d too big\n", __func__, __LINE__, static_cast<int>(*ivOffset));
         return;
     }
-    if (!has_key(*ctx)) {
-        return;
-    }
-    const std::uint8_t* const end = in + std::min<std::uint32_t>(len, ZXAES_CALL_LIMIT);
-    const Way way = way_of(mode);
-    while (in != end) {
-        if (const auto left = static_cast<std::size_t>(end - in);
-            *ivOffset == 0 && left >= kBlockSize) {
-            const std::size_t whole = left - left % kBlockSize;
-            crypt(*ctx, Mode::cfb, way, iv16, in, out, whole);
-            in += whole;
-            out += whole;
-            continue;
-        }
-        if (*ivOffset == 0) {
-            crypt(*ctx, Mode::ecb, Way::decrypt, nullptr, iv16, iv16, kBlockSize);
-        }
-        std::uint8_t& pad = iv16[*ivOffset];
-        const std::uint8_t text = *in++;
-        const auto result = static_cast<std::uint8_t>(text ^ pad);
-        pad = way == Way::encrypt ? result : text;
-        *out++ = result;
-        *ivOffset = (*ivOffset + 1) % kBlockSize;
+    if (has_key(*ctx)) {
+        feed_back(*ctx, way_of(mode), *ivOffset, iv16, in, out,
+                  std::min<std::uint32_t>(len, ZXAES_CALL_LIMIT));
     }
 }

@@ -18,7 +18,7 @@ enum class Way { encrypt, decrypt };
 inline constexpr std::size_t kTogether = 8;
 
 // `blocks` blocks from `in` to `out`. None of them is changed before it is read: the buffers are
-// the same, `out` begins before `in`, or it begins kTogether blocks or more behind it. `keys` are
+// the same, `out` begins before `in`, or it begins kTogether blocks or more after it. `keys` are
 // the words of `rounds` + 1 round keys. `iv`, a block that ECB does without, is chained on.
 //
 // For decryption the round keys are those of the equivalent inverse cipher (FIPS 197, 5.3.5), in
