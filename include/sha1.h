@@ -87,9 +87,9 @@ void SHA1ProcessMessageBlock(SHA1Context* ctx);
  * Digests a text without its NUL.
  *
  * @param text  NUL-terminated.
- * @return 40 upper-case hexadecimal digits with a NUL in a buffer of 128 bytes, zeros behind, that
- *         the caller gives to free(); it is not tracked. NULL for a missing text, for a failure,
- *         and when memory is short.
+ * @return 40 upper-case hexadecimal digits with a NUL in a buffer of 128 bytes, filled up with
+ * zeros, that the caller gives to free(); it is not tracked. NULL for a missing text, for a
+ * failure, and when memory is short.
  *
  * Logs: error when the result is NULL.
  */

@@ -5,11 +5,10 @@
  * Each function takes the whole message at once and keeps nothing between
  * calls. The "check" of a variant is its value over the nine bytes "123456789".
  * Where the processor can multiply without carries, messages of 16 bytes or
- * more are folded 16 bytes at a time; the results are the same.
+ * more are folded 16 to 64 bytes at a time; the results are the same.
  *
- * Threads: safe. Signal handlers: once a first call has returned, which asks
- * the processor what it can. Nothing is logged. None of them may stand in for a
- * signature: a message with a wanted CRC is easily made.
+ * Threads: safe. Signal handlers: yes. Nothing is logged. None of them may
+ * stand in for a signature: a message with a wanted CRC is easily made.
  */
 #ifndef ZXCRC_H
 #define ZXCRC_H

@@ -32,12 +32,12 @@ extern "C" {
  *
  * A key of 8 to 15 bytes means DES. With 16 to 23 bytes it means Triple DES with K3 = K1; from 24
  * bytes on, with three keys: encryption is E(K1), D(K2), E(K3), decryption D(K3), E(K2), D(K1).
- * Bytes behind the last whole key, or behind 24, are ignored.
+ * Bytes after the last whole key, or after the 24th, are ignored.
  *
  * @param direction  0 encrypts, anything else decrypts.
  * @param in         `len` bytes, of any alignment.
- * @param out        `len` bytes, of any alignment. It may be `in`; it may overlap it, too, and
- * blocks of `in` that come later are then read as earlier ones left them.
+ * @param out        `len` bytes, of any alignment. It may be `in`. It may overlap it otherwise,
+ * too: each block is read after those before it were written.
  * @param len        bytes: a multiple of 8, not 0.
  * @param key        `keylen` bytes, most significant first.
  * @param keylen     bytes: at least 8.
@@ -128,7 +128,7 @@ void zxdes_api_setsubkey(const uint8_t key8[8], uint8_t schedule[16][48]);
 /**
  * Encrypts or decrypts one block of 8 bytes.
  * @param in8        8 bytes.
- * @param out8       takes 8 bytes; may be `in8`.
+ * @param out8       takes 8 bytes, which may overlap `in8`.
  * @param schedule   what zxdes_api_setsubkey() made.
  * @param direction  0 encrypts: the round keys are used from first to last; anything else decrypts:
  *                   from last to first.

@@ -187,10 +187,13 @@ uint32_t zxmd_api_randomStr(uint8_t* buf, uint32_t len);
  * Encodes bytes as RFC 4648 does, over an alphabet of the caller's.
  *
  * @param alphabet  64 characters.
- * @param in        `len` bytes. @param len at most #ZXMD_BASE64_MAX_INPUT.
- * @param out       #ZXMD_BASE64_SIZE bytes; padded with "=" and terminated.
+ * @param in        `len` bytes.
+ * @param len       bytes, at most #ZXMD_BASE64_MAX_INPUT.
+ * @param out       #ZXMD_BASE64_SIZE bytes, none of them in `in` or `alphabet`; takes the text,
+ *                  padded with "=" and terminated.
  * @return the number of characters; 0 for a refused argument.
  * Threads: safe.
+ * Logs: error for a refused argument.
  */
 uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* in, uint32_t len, char* out);
 
@@ -203,9 +206,11 @@ uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* in, uint32_t
  *
  * @param alphabet  64 characters; the first counts where one stands twice.
  * @param in        a NUL-terminated text.
- * @param out       3 bytes for every 4 characters begun; not terminated.
+ * @param out       3 bytes for every 4 characters begun; not terminated. It may be `in`, or begin
+ *                  before it; it may not begin after it and overlap it.
  * @return the number of bytes; 0 for a missing argument.
  * Threads: safe.
+ * Logs: error for a missing argument.
  */
 uint32_t zxmd_api_base642Ascii(const char* alphabet, const char* in, uint8_t* out);
 
@@ -347,8 +352,9 @@ int32_t zxmd_api_isInstallByBin(const char* program);
  * @param pid   of the process.
  * @param out   `size` bytes.
  * @param size  bytes.
- * @return the length of the text, cut to `size`; negative when there is none, as
- *         zxt_innerapi_cmdReadByPipe() gives it.
+ * @return the number of bytes, as zxt_innerapi_cmdReadByPipe() gives it: `size` for a text that was
+ *         cut, which is not terminated then; 0 when pstree is missing or finds no such process; -1
+ *         for a NULL `out` and when the shell cannot be started.
  */
 int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size);
 

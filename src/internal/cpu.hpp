@@ -19,38 +19,43 @@ struct CpuFeatures {
     bool vpclmul512 = false;
 };
 
-// The first call asks the processor. ZX_CPU in the environment makes it answer that there is
-// nothing ("portable"), nothing wider than 128 bits ("narrow"), or nothing wider than 256 bits and
-// nothing for SHA ("avx2"): so the tests run all paths on one machine, and a user can compare them.
-[[nodiscard]] inline const CpuFeatures& cpu_features() {
-    static const CpuFeatures features = [] {
-        CpuFeatures found;
+// ZX_CPU in the environment makes the processor answer that there is nothing ("portable"), nothing
+// wider than 128 bits ("narrow"), or nothing wider than 256 bits and nothing for SHA ("avx2"): so
+// the tests run all paths on one machine, and a user can compare them.
+[[nodiscard]] inline CpuFeatures ask_cpu() {
+    CpuFeatures found;
 #ifdef __x86_64__
-        const char* const given = secure_getenv("ZX_CPU");
-        const std::string_view wish = given != nullptr ? given : "";
-        if (wish == "portable") {
-            return found;
-        }
-        __builtin_cpu_init();
-        found.avx2 = __builtin_cpu_supports("avx2") != 0 && wish != "narrow";
-        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-        // All of these paths shuffle bytes with SSSE3 and SSE4.1, too.
-        if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_SSSE3) != 0 &&
-            (ecx & bit_SSE4_1) != 0) {
-            found.aes = (ecx & bit_AES) != 0;
-            found.pclmul = (ecx & bit_PCLMUL) != 0;
-            if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0) {
-                found.sha = (ebx & bit_SHA) != 0 && wish != "avx2";
-                found.vpclmul = (ecx & bit_VPCLMULQDQ) != 0 && found.avx2 && found.pclmul;
-                found.vpclmul512 = found.vpclmul && wish != "avx2" &&
-                                   __builtin_cpu_supports("avx512f") != 0 &&
-                                   __builtin_cpu_supports("avx512bw") != 0;
-            }
-        }
-#endif
+    const char* const given = secure_getenv("ZX_CPU");
+    const std::string_view wish = given != nullptr ? given : "";
+    if (wish == "portable") {
         return found;
-    }();
-    return features;
+    }
+    __builtin_cpu_init();
+    found.avx2 = __builtin_cpu_supports("avx2") != 0 && wish != "narrow";
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    // All of these paths shuffle bytes with SSSE3 and SSE4.1, too.
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_SSSE3) != 0 &&
+        (ecx & bit_SSE4_1) != 0) {
+        found.aes = (ecx & bit_AES) != 0;
+        found.pclmul = (ecx & bit_PCLMUL) != 0;
+        if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0) {
+            found.sha = (ebx & bit_SHA) != 0 && wish != "avx2";
+            found.vpclmul = (ecx & bit_VPCLMULQDQ) != 0 && found.avx2 && found.pclmul;
+            found.vpclmul512 = found.vpclmul && wish != "avx2" &&
+                               __builtin_cpu_supports("avx512f") != 0 &&
+                               __builtin_cpu_supports("avx512bw") != 0;
+        }
+    }
+#endif
+    return found;
+}
+
+// Asked when the library is loaded, not at a first call: that may be in a signal handler. Who calls
+// even earlier finds nothing and goes without.
+inline const CpuFeatures kCpuFeatures = ask_cpu();
+
+[[nodiscard]] inline const CpuFeatures& cpu_features() {
+    return kCpuFeatures;
 }
 
 }  // namespace zx

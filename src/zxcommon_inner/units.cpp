@@ -37,10 +37,10 @@ Amount<T> split(T value, bool bits) {
 
 // `text_of` is the logging library's printer for the width of the amount.
 template <typename T>
-char* print(const char* func, char* out, T value, bool bits,
-            char* (*text_of)(char*, T, T, const char*)) {
+char* print(char* out, T value, bool bits, char* (*text_of)(char*, T, T, const char*),
+            zx::Caller caller = {}) {
     if (out == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error####%s", "outstr");
+        ZX_LOG_AT(caller, error, "Param error####%s", "outstr");
         return nullptr;
     }
     const Amount<T> amount = split(value, bits);
@@ -51,9 +51,9 @@ char* print(const char* func, char* out, T value, bool bits,
 }  // namespace
 
 extern "C" char* zxt_innerapi_bit2str_64(char* outstr, uint64_t value, uint8_t bits) {
-    return print(__func__, outstr, value, bits != 0, zxlog_innerapi_bitByte64);
+    return print(outstr, value, bits != 0, zxlog_innerapi_bitByte64);
 }
 
 extern "C" char* zxt_innerapi_bit2str_32(char* outstr, uint32_t value, uint8_t bits) {
-    return print(__func__, outstr, value, bits != 0, zxlog_innerapi_bitByte32);
+    return print(outstr, value, bits != 0, zxlog_innerapi_bitByte32);
 }

@@ -86,8 +86,8 @@ constexpr std::uint16_t checksum_of(std::uint32_t sum) {
     return __builtin_bswap16(static_cast<std::uint16_t>(~fold(fold(sum))));
 }
 
-[[gnu::cold, gnu::noinline]] std::uint16_t refuse(const char* func, const char* name) {
-    ZX_LOG_FROM(func, error, "Param error####%s", name);
+[[gnu::cold, gnu::noinline]] std::uint16_t refuse(const char* name, zx::Caller caller = {}) {
+    ZX_LOG_AT(caller, error, "Param error####%s", name);
     return 0xFFFF;
 }
 
@@ -95,7 +95,7 @@ constexpr std::uint16_t checksum_of(std::uint32_t sum) {
 
 extern "C" uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len) {
     if (p == nullptr) {
-        return refuse(__func__, "paddr");
+        return refuse("paddr");
     }
     return checksum_of(sum_of(p, len));
 }
@@ -120,7 +120,7 @@ extern "C" uint16_t zxnet_api_checksum_ptc(const void* header, uint32_t src, uin
                                            uint8_t protocol, uint8_t headerLen, const void* data,
                                            uint16_t dataLen) {
     if (header == nullptr) {
-        return refuse(__func__, "pether_pkt");
+        return refuse("pether_pkt");
     }
     std::uint8_t pseudo[kPseudoHeaderSize]{};
     zx::store_be32(pseudo, src);

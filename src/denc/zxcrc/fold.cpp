@@ -89,7 +89,7 @@ template <const Variant& kVariant>
 struct Folder {
     static constexpr std::uint32_t kPolynomial = kVariant.polynomial;
     static constexpr bool kIsReflected = kVariant.is_reflected;
-    // Bytes slide this way when more come behind them.
+    // Bytes slide this way when more come after them.
     static constexpr std::ptrdiff_t kForward = kIsReflected ? 1 : -1;
 
     ZX_NARROW static __m128i load_block(const std::uint8_t* at) {
