@@ -1,60 +1,139 @@
 // Internet checksums of any bytes at any alignment and length, a word at a time.
-#include <arpa/inet.h>
-
-#include "support.hpp"
+#include "arena.hpp"
 #include "zxnet.h"
 
 namespace {
 
+using zx::fuzz::Arena;
 using zx::fuzz::Bytes;
-using zx::fuzz::GuardedMemory;
+using zx::fuzz::Edge;
 using zx::fuzz::Input;
+using zx::fuzz::kBack;
+using zx::fuzz::kFront;
 using zx::fuzz::require;
 
 constexpr std::size_t kMaxSize = 2048;
 
-// RFC 1071.
-std::uint16_t checksum(Bytes bytes, std::uint32_t sum = 0) {
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        sum += i % 2 == 0 ? static_cast<std::uint32_t>(bytes[i]) << 8U : bytes[i];
+// The words of a buffer as they lie in memory, the last byte of an odd number as a word.
+std::uint16_t word_at(Bytes bytes, std::size_t at) {
+    const unsigned upper = at + 1 < bytes.size() ? bytes[at + 1] : 0;
+    return static_cast<std::uint16_t>(upper << 8U | bytes[at]);
+}
+
+// In 32 bits, folded at the end, in host order.
+std::uint16_t plain_checksum(Bytes bytes) {
+    std::uint32_t sum = 0;
+    for (std::size_t at = 0; at < bytes.size(); at += 2) {
+        sum += word_at(bytes, at);
     }
-    while (sum > 0xFFFF) {
-        sum = (sum >> 16U) + (sum & 0xFFFFU);
+    sum = (sum >> 16U) + (sum & 0xFFFFU);
+    sum += sum >> 16U;
+    return static_cast<std::uint16_t>((~sum >> 8U & 0xFFU) | (~sum << 8U & 0xFF00U));
+}
+
+// Folded at every word, in the order of memory.
+std::uint16_t plain_checksum_udp(Bytes bytes) {
+    std::uint32_t sum = 0;
+    for (std::size_t at = 0; at < bytes.size(); at += 2) {
+        sum += word_at(bytes, at);
+        sum = (sum & 0xFFFFU) + (sum >> 16U);
     }
     return static_cast<std::uint16_t>(~sum);
 }
 
+struct Packet {
+    std::uint32_t source;
+    std::uint32_t dest;
+    std::uint8_t protocol;
+    Bytes header;
+    Bytes data;
+};
+
+// Over a copy of the pseudo-header, the header and the data, one after the other.
+std::uint16_t plain_checksum_ptc(const Packet& packet) {
+    std::vector<std::uint8_t> all;
+    for (const std::uint32_t address : {packet.source, packet.dest}) {
+        for (const unsigned shift : {24U, 16U, 8U, 0U}) {
+            all.push_back(static_cast<std::uint8_t>(address >> shift));
+        }
+    }
+    const std::size_t length = packet.header.size() + packet.data.size();
+    all.insert(all.end(), {0, packet.protocol, static_cast<std::uint8_t>(length >> 8U),
+                           static_cast<std::uint8_t>(length)});
+    all.insert(all.end(), packet.header.begin(), packet.header.end());
+    all.insert(all.end(), packet.data.begin(), packet.data.end());
+    return plain_checksum(all);
+}
+
+void check_buffer(Arena& arena, Bytes bytes, Edge edge) {
+    const std::uint8_t* const at = arena.put(bytes, edge);
+    const auto size = static_cast<std::uint32_t>(bytes.size());
+    require(zxnet_api_checksum(at, size) == plain_checksum(bytes), "a buffer");
+    if (size % 2 == 0) {
+        const void* const words = at;
+        require(zxnet_api_checksumUdp(static_cast<const std::uint16_t*>(words), size) ==
+                    plain_checksum_udp(bytes),
+                "words");
+    }
+}
+
+void check_packet(Arena& arena, const Packet& packet, Edge edge) {
+    static Arena headers(256);
+    require(zxnet_api_checksum_ptc(
+                headers.put(packet.header, edge), packet.source, packet.dest, packet.protocol,
+                static_cast<std::uint8_t>(packet.header.size()), arena.put(packet.data, edge),
+                static_cast<std::uint16_t>(packet.data.size())) == plain_checksum_ptc(packet),
+            "a header and its data");
+}
+
 }  // namespace
 
+// What seeds would not reach.
+void zx_fuzz_sweep() {
+    Arena arena(4096);
+    const std::vector<std::uint8_t> noise(arena.content(), arena.content() + 4096);
+    const std::vector<std::uint8_t> zeros(4096), ones(4096, 0xFF);
+    for (std::size_t size = 0; size <= 2100; ++size) {
+        for (const auto& source : {noise, zeros, ones}) {
+            check_buffer(arena, {source.data(), size}, kFront);
+            check_buffer(arena, {source.data(), size}, kBack);
+        }
+        for (std::size_t shift = 1; shift < 64; shift += size < 300 ? 1 : 9) {
+            check_buffer(arena, {noise.data(), size}, {false, shift});
+        }
+    }
+    for (std::size_t header = 0; header <= 255; ++header) {
+        for (std::size_t data = 0; data <= 80; data += 1 + header % 3) {
+            const Packet packet{
+                0xC0A80001, 0xFF0203FE, 17, {noise.data() + 1, header}, {noise.data() + 300, data}};
+            check_packet(arena, packet, data % 4 < 2 ? kBack : Edge{false, data % 64});
+        }
+    }
+    // Up to the size above which 32 bits overflow, and beyond; and where the 16 bits of a length
+    // do.
+    Arena large(200000);
+    const std::vector<std::uint8_t> many(200000, 0xFF);
+    for (const std::size_t size : {65534U, 65536U, 65600U, 131070U, 131074U, 131076U, 199999U}) {
+        check_buffer(large, {many.data(), size}, kBack);
+    }
+    check_packet(large, {~0U, ~0U, 6, {many.data(), 255}, {many.data(), 65535}}, kBack);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static GuardedMemory memory(kMaxSize + 1);
-    static GuardedMemory headers(256);
+    static Arena arena(kMaxSize + 256);
 
     Input input({data, std::min(size, kMaxSize)});
     const auto source = input.take<std::uint32_t>();
     const auto dest = input.take<std::uint32_t>();
     const auto protocol = input.take<std::uint8_t>();
     const auto header_size = input.take<std::uint8_t>();
+    const Edge edge = source % 2 == 0 ? kBack : Edge{false, source / 2 % 256};
     const Bytes bytes = input.rest();
-    const auto length = static_cast<std::uint32_t>(bytes.size());
 
-    const std::uint16_t expected = checksum(bytes);
-    require(zxnet_api_checksum(memory.copy(bytes), length) == expected, "a buffer");
-
-    const Bytes words = bytes.first(bytes.size() / 2 * 2);
-    const void* const placed = memory.copy(words);
-    require(
-        zxnet_api_checksumUdp(static_cast<const std::uint16_t*>(placed),
-                              static_cast<std::uint32_t>(words.size())) == htons(checksum(words)),
-        "words");
-
+    check_buffer(arena, bytes, edge);
+    check_buffer(arena, bytes.first(bytes.size() / 2 * 2), edge);
     const Bytes header = input.take_bytes(header_size);
-    const std::uint32_t pseudo =
-        (source >> 16U) + (source & 0xFFFFU) + (dest >> 16U) + (dest & 0xFFFFU) + protocol + length;
-    require(zxnet_api_checksum_ptc(
-                headers.copy(header), source, dest, protocol,
-                static_cast<std::uint8_t>(header.size()), memory.copy(input.rest()),
-                static_cast<std::uint16_t>(input.rest().size())) == checksum(bytes, pseudo),
-            "a header and its data");
+    check_packet(arena, {source, dest, protocol, header, input.rest()},
+                 source % 2 == 0 ? kBack : kFront);
     return 0;
 }

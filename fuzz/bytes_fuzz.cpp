@@ -1,0 +1,163 @@
+// Byte tools of any content, beside their plain algorithms: buffers apart, side by side and one
+// over the other, amounts, values that change.
+#include "arena.hpp"
+#include "zxt.h"
+
+namespace {
+
+using zx::fuzz::Arena;
+using zx::fuzz::Edge;
+using zx::fuzz::GuardedMemory;
+using zx::fuzz::Input;
+using zx::fuzz::kBack;
+using zx::fuzz::kFarthest;
+using zx::fuzz::kFront;
+using zx::fuzz::require;
+
+std::int32_t plain_switch(std::uint8_t* buf1, std::uint8_t* buf2, std::size_t size) {
+    if (size > 1024) {
+        return -2;
+    }
+    const std::vector<std::uint8_t> scratch(buf1, buf1 + size);
+    const std::vector<std::uint8_t> other(buf2, buf2 + size);
+    std::copy(other.begin(), other.end(), buf1);
+    std::copy(scratch.begin(), scratch.end(), buf2);
+    return 0;
+}
+
+void check_switch(Arena& arena, std::size_t size, std::ptrdiff_t distance, Edge edge) {
+    arena.compare(arena.place(size, size, distance, edge), "two buffers",
+                  [&](std::uint8_t* buf1, std::uint8_t* buf2, bool plainly) {
+                      return plainly ? plain_switch(buf1, buf2, size)
+                                     : zxt_innerapi_bufSwitch(buf1, buf2,
+                                                              static_cast<std::uint32_t>(size));
+                  });
+}
+
+std::size_t magnitude(std::ptrdiff_t offset) {
+    return static_cast<std::size_t>(std::abs(offset));
+}
+
+std::int32_t plain_offset(std::uint8_t* buf, std::ptrdiff_t offset, std::size_t len) {
+    const std::size_t by = magnitude(offset);
+    std::vector<std::uint8_t> copy(by + len, 0);
+    std::copy_n(buf + (offset > 0 ? by : 0), len, copy.data() + (offset > 0 ? 0 : by));
+    std::copy(copy.begin(), copy.end(), buf);
+    return 0;
+}
+
+void check_offset(Arena& arena, std::ptrdiff_t offset, std::size_t len, Edge edge) {
+    arena.compare(arena.place(magnitude(offset) + len, 0, 0, edge), "content that moves",
+                  [&](std::uint8_t* buf, std::uint8_t*, bool plainly) {
+                      return plainly
+                                 ? plain_offset(buf, offset, len)
+                                 : zxt_innerapi_bufOffset(buf, static_cast<std::int32_t>(offset),
+                                                          static_cast<std::int32_t>(len));
+                  });
+}
+
+// The table of thresholds.
+std::string plain_amount(std::uint64_t value, bool bits) {
+    std::uint64_t whole = value;
+    std::uint64_t fraction = 0;
+    std::string unit;
+    if (value >= 1073741824) {
+        whole = value >> 30U;
+        fraction = (value & 1073741823U) >> 20U;
+        unit = "G";
+    } else if (value >= 1048576) {
+        whole = value >> 20U;
+        fraction = (value & 1048575U) >> 10U;
+        unit = "M";
+    } else if (value >= 1024) {
+        whole = value >> 10U;
+        fraction = value & 1023U;
+        unit = "K";
+    }
+    std::string text = std::to_string(whole);
+    if (fraction > 0) {
+        text += '.' + std::to_string(100 + fraction * 100 / 1024).substr(1);
+    }
+    return text + unit + (bits ? 'b' : 'B');
+}
+
+void check_amount(std::uint64_t value) {
+    static GuardedMemory out(ZXT_UNIT_SIZE);
+    for (const bool bits : {false, true}) {
+        const std::uint8_t flag = bits ? 2 : 0;
+        require(zxt_innerapi_bit2str_64(out.old_text(ZXT_UNIT_SIZE), value, flag) ==
+                    plain_amount(value, bits),
+                "an amount");
+        const auto part = static_cast<std::uint32_t>(value);
+        require(zxt_innerapi_bit2str_32(out.old_text(ZXT_UNIT_SIZE), part, flag) ==
+                    plain_amount(part, bits),
+                "an amount of 32 bits");
+    }
+}
+
+// A value that changes, and what its owner keeps.
+struct Watched {
+    std::int8_t last = 0;
+    std::uint8_t counter = 0;
+
+    std::int32_t sees(std::int8_t value) {
+        if (value == last) {
+            counter = 0;
+            return 0;
+        }
+        if (++counter > 5) {
+            counter = 0;
+            return 1;
+        }
+        last = value;
+        return 0;
+    }
+};
+
+}  // namespace
+
+// What seeds would not reach.
+void zx_fuzz_sweep() {
+    zx::fuzz::log_to_nowhere(0);
+    Arena arena(4096);
+    for (std::ptrdiff_t distance = -kFarthest; distance <= kFarthest; ++distance) {
+        for (const std::size_t size : {0U, 1U, 15U, 64U, 255U, 300U, 1024U, 1025U}) {
+            check_switch(arena, size, distance, distance % 2 == 0 ? kFront : kBack);
+        }
+        for (const std::size_t len : {0U, 1U, 7U, 64U, 300U, 1000U}) {
+            check_offset(arena, distance, len, kFront);
+            check_offset(arena, distance, len, kBack);
+        }
+    }
+    for (unsigned bit = 0; bit < 64; ++bit) {
+        const std::uint64_t value = std::uint64_t{1} << bit;
+        for (const std::uint64_t near : {value - 1, value, value + 1, 3 * value / 2}) {
+            check_amount(near);
+        }
+    }
+    check_amount(UINT64_MAX);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static Arena arena(4096);
+
+    Input input({data, std::min<std::size_t>(size, 2048)});
+    zx::fuzz::log_to_nowhere(input.take<std::uint8_t>());
+    const Edge edge{input.take_below(2) != 0, 0};
+    const auto distance = input.take<std::int16_t>() % 1100;
+    const std::size_t length = input.take<std::uint16_t>() % 1100;
+    check_switch(arena, length, distance, edge);
+    check_offset(arena, distance, length, edge);
+    check_amount(input.take<std::uint64_t>() >> input.take_below(64));
+
+    Watched ours, plain;
+    ours.counter = plain.counter = input.take<std::uint8_t>();
+    for (const std::uint8_t byte : input.rest()) {
+        const auto value = static_cast<std::int8_t>(byte);
+        require(zxt_api_isDatatypeChange(&value, &ours.last, &ours.counter, "a", "b", "c") ==
+                        plain.sees(value) &&
+                    ours.last == plain.last && ours.counter == plain.counter,
+                "a value that changes");
+    }
+    return 0;
+}
