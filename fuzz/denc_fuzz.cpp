@@ -231,13 +231,13 @@ std::int32_t plain_des(Bytes key, const Job& job, const std::uint8_t* in, std::u
     for (std::size_t i = 0; i < keys; ++i) {
         zxdes_api_setsubkey(key.data() + 8 * i, schedules[i]);
     }
-    const std::uint8_t way = job.decrypts ? 1 : 0;
+    const std::uint8_t way = job.decrypts ? 255 : 0;
     const std::size_t first = job.decrypts && keys == 3 ? 2 : 0;
     const std::size_t last = keys == 3 ? 2 - first : 0;
     for (std::size_t at = 0; at < job.size; at += 8) {
         zxdes_api_des(in + at, out + at, schedules[first], way);
         if (keys > 1) {
-            zxdes_api_des(out + at, out + at, schedules[1], 1 - way);
+            zxdes_api_des(out + at, out + at, schedules[1], 255 - way);
             zxdes_api_des(out + at, out + at, schedules[last], way);
         }
     }
@@ -268,6 +268,13 @@ void sweep_messages() {
         check_crcs(crcs, arena.put(bytes, zx::fuzz::kBack), size);
         crcs.add(message[size]);
     }
+    for (unsigned i = 0; i < 256; ++i) {
+        const auto byte = static_cast<std::uint8_t>(i);
+        require(aucCRCTable[i] == zx::plain::crc_step(0, byte, 0x04C11DB7) &&
+                    (aucCrcTableL[i] << 8U | aucCrcTableH[i]) ==
+                        static_cast<int>(zx::plain::crc_step_reflected(0, byte, 0xA001)),
+                "the tables");
+    }
     for (std::size_t size = 0; size <= 270; ++size) {
         const auto back = static_cast<std::ptrdiff_t>(size);
         check_md5(arena, arena.place(size, ZXMD5_TEXT_SIZE, back, zx::fuzz::kBack));
@@ -291,6 +298,20 @@ void sweep_messages() {
             sha1.finish();
         }
     }
+}
+
+// Many blocks, and some bytes of another one.
+void sweep_a_large_message() {
+    constexpr std::size_t kSize = 100'003;
+    Arena arena(kSize + 64);
+    zx::plain::Crcs crcs;
+    std::for_each_n(arena.content(), kSize, [&](std::uint8_t byte) { crcs.add(byte); });
+    const std::uint8_t* const at = arena.put({arena.content(), kSize}, {false, 3});
+    check_crcs(crcs, at, kSize);
+    Sha1 sha1;
+    sha1.add({at, kSize});
+    sha1.finish();
+    check_md5(arena, arena.place(kSize, ZXMD5_TEXT_SIZE, kSize, zx::fuzz::kBack));
 }
 
 // Sizes that are no whole blocks, and all that groups of blocks are made of.
@@ -365,6 +386,7 @@ void sweep_cipher_states() {
 void zx_fuzz_sweep() {
     zx::fuzz::log_to_nowhere(0);
     sweep_messages();
+    sweep_a_large_message();
     sweep_ciphers();
     sweep_cipher_states();
 }

@@ -9,12 +9,12 @@ packages_of() {
     case $1 in
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
                     libmicrohttpd-dev libpcap-dev ;;
-        test) echo abigail-tools libgtest-dev libgmock-dev libssl-dev clang-format chromium \
+        test) echo abigail-tools libgtest-dev libgmock-dev clang-format chromium \
                    chromium-driver curl ffmpeg iproute2 jq python3 tshark ;;
         bench) echo libavformat-dev libavutil-dev libbenchmark-dev libboost-dev libbsd-dev \
                     libglib2.0-dev libisal-dev libjack-jackd2-dev libnet1-dev libspdlog-dev libssl-dev \
                     libtins-dev nettle-dev python3 zlib1g-dev ;;
-        fuzz) echo clang libclang-rt-14-dev libssl-dev ;;
+        fuzz) echo clang libclang-rt-14-dev ;;
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;
         coverage) echo gcovr ;;

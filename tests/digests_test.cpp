@@ -1,6 +1,6 @@
-// Digests and checks of messages: against OpenSSL or their definition, and published ones.
+// Digests and checks of messages: published ones, refusals, what is left of a message. The fuzz
+// target compares them with their plain algorithms.
 #include <gmock/gmock.h>
-#include <openssl/evp.h>
 
 #include <bit>
 #include <memory>
@@ -79,62 +79,26 @@ std::string sha1(const std::uint8_t* at, std::size_t size) {
     return hash_of(context);
 }
 
-template <const EVP_MD* (*kKind)()>
-std::string openssl(const std::uint8_t* at, std::size_t size) {
-    std::uint8_t digest[EVP_MAX_MD_SIZE];
-    unsigned digest_size = 0;
-    EVP_Digest(at, size, digest, &digest_size, kKind(), nullptr);
-    return zx::test::to_hex(digest, digest_size);
-}
-
 template <auto kCrc>
 std::string crc(const std::uint8_t* at, std::size_t size) {
     return hex(kCrc(at, static_cast<std::uint32_t>(size)));
 }
 
-enum class First { lowest, highest };
-
-// The definition of a CRC, in a register that the lowest bit leaves.
-template <unsigned kWidth, std::uint32_t kPolynomial, std::uint32_t kInitial, First kFirst>
-std::string divided(const std::uint8_t* at, std::size_t size) {
-    std::uint32_t value = kInitial;
-    for (std::size_t i = 0; i < 8 * size; ++i) {
-        const unsigned bit = kFirst == First::lowest ? i % 8 : 7 - i % 8;
-        const bool is_odd = ((value ^ std::uint32_t{at[i / 8]} >> bit) & 1U) != 0;
-        value = value >> 1U ^ (is_odd ? kPolynomial : 0);
-    }
-    std::uint32_t mirrored = 0;
-    for (unsigned i = 0; i < kWidth; ++i) {
-        mirrored |= (value >> i & 1U) << (kWidth - 1 - i);
-    }
-    return hex(kFirst == First::lowest ? value : mirrored);
-}
-
 struct Kind {
     const char* name;
     std::string (*ours)(const std::uint8_t* at, std::size_t size);
-    std::string (*expected)(const std::uint8_t* at, std::size_t size);
     const char* published;  // of "123456789"
 };
 constexpr Kind kKinds[] = {
-    {"MD5", md5, openssl<EVP_md5>, "25f9e794323b453885f5181f1b624d0b"},
-    {"SHA-1", sha1, openssl<EVP_sha1>, "f7c3bc1d808e04732adf679965ccc34ca7ae3441"},
-    {"CRC-16/MODBUS", crc<zxcrc_api_CRC16>, divided<16, 0xA001, 0xFFFF, First::lowest>, "00004b37"},
-    {"CRC-32/MPEG-2", crc<zxcrc_api_CRC32>, divided<32, 0xEDB88320, 0xFFFFFFFF, First::highest>,
-     "0376e6e7"},
-    {"CRC-16/XMODEM", crc<zxcrc_api_CRC>, divided<16, 0x8408, 0, First::highest>, "000031c3"},
+    {"MD5", md5, "25f9e794323b453885f5181f1b624d0b"},
+    {"SHA-1", sha1, "f7c3bc1d808e04732adf679965ccc34ca7ae3441"},
+    {"CRC-16/MODBUS", crc<zxcrc_api_CRC16>, "00004b37"},
+    {"CRC-32/MPEG-2", crc<zxcrc_api_CRC32>, "0376e6e7"},
+    {"CRC-16/XMODEM", crc<zxcrc_api_CRC>, "000031c3"},
 };
 
-TEST(DigestTest, AgreesWithItsDefinitionAtEveryLengthAndAlignment) {
+TEST(DigestTest, MeetsThePublishedCheckValues) {
     for (const Kind& kind : kKinds) {
-        for (std::size_t size = 0; size <= 600; ++size) {
-            const std::size_t shift = size % 17;
-            const Bytes bytes = noise(shift + size);
-            const std::uint8_t* const at = bytes.data() + shift;
-            ASSERT_EQ(kind.ours(at, size), kind.expected(at, size)) << kind.name << " of " << size;
-        }
-        const Bytes large = noise(100'003);
-        EXPECT_EQ(kind.ours(&large[0], large.size()), kind.expected(&large[0], large.size()));
         EXPECT_EQ(kind.ours(reinterpret_cast<const std::uint8_t*>("123456789"), 9), kind.published);
     }
 }
@@ -188,16 +152,6 @@ TEST(DigestTest, MeetsThePublishedVectors) {
     EXPECT_EQ(count, 12U);
 }
 
-TEST(DigestTest, OffersTheTablesOfTheStandards) {
-    for (unsigned i = 0; i < 256; ++i) {
-        const auto byte = static_cast<std::uint8_t>(i);
-        EXPECT_EQ(hex(aucCrcTableL[i] << 8U | aucCrcTableH[i]),
-                  (divided<16, 0xA001, 0, First::lowest>(&byte, 1)));
-        EXPECT_EQ(hex(aucCRCTable[i]), (divided<32, 0xEDB88320, 0, First::highest>(&byte, 1)));
-    }
-    EXPECT_EQ(aucCrcTableH[1], 0xC1) << "the half that is sent first";
-}
-
 TEST(DigestTest, PadsAndRotates) {
     EXPECT_EQ(zxmd5_innerapi_getPadLen(ZXMD5_MAX_INPUT), 0xFFFFFFC0);
     EXPECT_EQ(zxmd5_innerapi_getPadLen(UINT64_MAX - 72), UINT64_MAX - 63);
@@ -211,40 +165,11 @@ TEST(DigestTest, WritesTheDigestOfATextInUpperCase) {
     EXPECT_THAT(std::string(text.get() + 40, 88), Each('\0'));
 }
 
-TEST(DigestTest, CorruptsAtTheByteThatMakesTheLengthOverflow) {
+TEST(DigestTest, RefusesWhatWouldLeadOutOfTheContext) {
     const Bytes message = noise(200);
-    for (const std::uint32_t room : {1U, 65U, 200U, 201U}) {
-        for (const std::uint32_t waiting : {0U, 63U}) {
-            SHA1Context whole = fresh();
-            SHA1Input(&whole, message.data(), waiting);
-            whole.Length_High = 0xFFFFFFFF;
-            whole.Length_Low = 0U - 8 * room;
-            SHA1Context bytewise = whole;
-            SHA1Input(&whole, message.data(), 200);
-            for (const std::uint8_t& byte : message) {
-                SHA1Input(&bytewise, &byte, 1);
-            }
-            EXPECT_EQ(hash_of(whole), hash_of(bytewise)) << room << " behind " << waiting;
-            EXPECT_EQ(whole.Message_Block_Index, bytewise.Message_Block_Index);
-            EXPECT_EQ(whole.Length_High, room > 200 ? 0xFFFFFFFF : 0);
-            EXPECT_EQ(SHA1Result(&whole), room > 200 ? 1 : 0);
-            EXPECT_EQ(SHA1Result(&bytewise), room > 200 ? 1 : 0);
-        }
-    }
-}
-
-TEST(DigestTest, RefusesWhatIsTooLateOrWouldLeadOutOfTheContext) {
-    const Bytes message = noise(200);
-    SHA1Context context = fresh();
-    for (int i = 0; i < 2; ++i) {  // the result may be asked for again, no more be added
-        EXPECT_EQ(SHA1Result(&context), 1);
-        EXPECT_EQ(hash_of(context), openssl<EVP_sha1>(nullptr, 0));
-    }
-    SHA1Input(&context, message.data(), 1);
-    EXPECT_EQ(SHA1Result(&context), 0);
     for (const int index : {-1, 64, INT32_MAX, INT32_MIN}) {
         for (const std::uint32_t size : {0U, 200U}) {
-            context = fresh();
+            SHA1Context context = fresh();
             context.Message_Block_Index = index;
             SHA1Input(&context, message.data(), size);
             EXPECT_EQ(context.Corrupted, size == 0 ? 0 : 1);

@@ -1,4 +1,4 @@
-// Bytes: random ones, as hexadecimal texts, and their checksum by the book.
+// Bytes: random ones, and as hexadecimal texts.
 #pragma once
 
 #include <algorithm>
@@ -46,18 +46,6 @@ inline std::string to_hex(const void* at, std::size_t size) {
         text += digits;
     }
     return text;
-}
-
-// RFC 1071 in network order, in host order: 0 over bytes that hold their right checksum.
-inline std::uint16_t textbook_checksum(const std::uint8_t* at, std::size_t size) {
-    std::uint64_t sum = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-        sum += i % 2 == 0 ? std::uint64_t{at[i]} << 8U : at[i];
-    }
-    while (sum > 0xFFFF) {
-        sum = (sum >> 16U) + (sum & 0xFFFFU);
-    }
-    return static_cast<std::uint16_t>(~sum);
 }
 
 }  // namespace zx::test
