@@ -188,7 +188,8 @@ void zx_fuzz_sweep() {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static Arena arena(4 * kMaxSize);
+    static Arena small(kMaxSize), large(4 * kMaxSize);
+    Arena& arena = size < kMaxSize / 4 ? small : large;
 
     Input input({data, std::min(size, kMaxSize)});
     const auto how = input.take<std::uint8_t>();
