@@ -1,6 +1,8 @@
 // What the running processor offers beyond the portable code.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <string_view>
 
@@ -10,7 +12,8 @@
 
 namespace zx {
 
-struct CpuFeatures {
+struct alignas(std::uint64_t) CpuFeatures {
+    bool asked = false;
     bool avx2 = false;
     bool aes = false;
     bool pclmul = false;
@@ -23,7 +26,7 @@ struct CpuFeatures {
 // wider than 128 bits ("narrow"), or nothing wider than 256 bits and nothing for SHA ("avx2"): so
 // the tests run all paths on one machine, and a user can compare them.
 [[nodiscard]] inline CpuFeatures ask_cpu() {
-    CpuFeatures found;
+    CpuFeatures found{.asked = true};
 #ifdef __x86_64__
     const char* const given = secure_getenv("ZX_CPU");
     const std::string_view wish = given != nullptr ? given : "";
@@ -50,12 +53,18 @@ struct CpuFeatures {
     return found;
 }
 
-// Asked when the library is loaded, not at a first call: that may be in a signal handler. Who calls
-// even earlier finds nothing and goes without.
-inline const CpuFeatures kCpuFeatures = ask_cpu();
+// A first call may be in a signal handler, or in several threads at once: each that finds nothing
+// asks, and all get the same answer. It is one word, so that no lock is needed.
+inline constinit std::atomic<CpuFeatures> g_cpu_features{};
+static_assert(std::atomic<CpuFeatures>::is_always_lock_free);
 
-[[nodiscard]] inline const CpuFeatures& cpu_features() {
-    return kCpuFeatures;
+[[nodiscard]] inline CpuFeatures cpu_features() {
+    CpuFeatures features = g_cpu_features.load(std::memory_order_relaxed);
+    if (!features.asked) [[unlikely]] {
+        features = ask_cpu();
+        g_cpu_features.store(features, std::memory_order_relaxed);
+    }
+    return features;
 }
 
 }  // namespace zx

@@ -295,7 +295,7 @@ struct Folder {
     }                                                                                              \
     std::uint32_t zx::crc::name(const std::uint8_t* at, std::size_t size) {                        \
         const auto signed_size = static_cast<std::ptrdiff_t>(size);                                \
-        const zx::CpuFeatures& cpu = zx::cpu_features();                                           \
+        const zx::CpuFeatures cpu = zx::cpu_features();                                            \
         if (signed_size >= kWidestMin && cpu.vpclmul512) {                                         \
             return name##_widest(at, signed_size);                                                 \
         }                                                                                          \
