@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "zxlog.h"
 
@@ -40,6 +41,21 @@ const char* find_ignoring_case(const char* text, const char* part) {
     return nullptr;
 }
 
+// Apart from what most calls do.
+[[gnu::noinline]] std::int32_t count_parts(const char* text, std::string_view part,
+                                           std::int32_t max, bool match_case) {
+    std::int32_t count = 0;
+    while (max <= 0 || count < max) {
+        text = match_case ? std::strstr(text, part.data()) : find_ignoring_case(text, part.data());
+        if (text == nullptr) {
+            break;
+        }
+        ++count;
+        text += part.size();
+    }
+    return count;
+}
+
 }  // namespace
 
 extern "C" {
@@ -74,17 +90,23 @@ std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part, std::in
     if (text == nullptr || part == nullptr || text[0] == '\0' || part[0] == '\0') {
         return 0;
     }
-    std::int32_t count = 0;
-    const std::size_t step = std::strlen(part);
-    while (max <= 0 || count < max) {
-        text = matchCase != 0 ? std::strstr(text, part) : find_ignoring_case(text, part);
-        if (text == nullptr) {
-            break;
-        }
-        ++count;
-        text += step;
+    // Most texts begin with the part or are no longer than it: an address beside an address. There
+    // is nothing to search then.
+    std::size_t size = 0;
+    while (part[size] != '\0' && text[size] == part[size]) {
+        ++size;
     }
-    return count;
+    const bool begins = part[size] == '\0';
+    if (begins && max == 1) {
+        return 1;
+    }
+    while (part[size] != '\0' && text[size] != '\0') {
+        ++size;
+    }
+    if (part[size] != '\0' || (text[size] == '\0' && matchCase != 0 && !begins)) {
+        return 0;
+    }
+    return count_parts(text, {part, size}, max, matchCase != 0);
 }
 
 }  // extern "C"
