@@ -232,13 +232,19 @@ TEST_F(SystemTest, TunesTheKernel) {
         "$ sysctl  -w   net.ipv4.conf.all.rp_filter=0 > /dev/null\n"
         "$ sysctl  -w   net.ipv4.conf.default.rp_filter=0 > /dev/null\n"
         "$ echo 2 > /proc/sys/net/ipv4/conf/all/force_igmp_version\n");
+    for (const std::string literal : {"br+lan", "v/7", "eth0.7", "-a~b#=@^"}) {
+        EXPECT_GT(zxsysctl_api_setEth_rpfilter(literal.c_str(), 0), 0);
+        EXPECT_EQ(g_commands.back(),
+                  "sysctl  -w   net.ipv4.conf." + literal + ".rp_filter=0 > /dev/null");
+    }
+    log.take();
     for (const std::string& hostile : {std::string("eth0;reboot"), std::string("a b"),
-                                       std::string(), std::string("-w"), std::string(230, 'x')}) {
+                                       std::string(), std::string("a*"), std::string(230, 'x')}) {
         EXPECT_EQ(zxsysctl_api_setEth_rpfilter(hostile.c_str(), 0), -1);
         EXPECT_THAT(log.take(),
                     ElementsAre("[ERROR][SYSCTL]Name(" + hostile + ") is not fit for a command"));
     }
-    EXPECT_EQ(g_commands.size(), 3U);
+    EXPECT_EQ(g_commands.size(), 7U);
     int version = -1;
     std::ifstream("/proc/sys/net/ipv4/conf/all/force_igmp_version") >> version;
     EXPECT_EQ(zxsysctl_api_getIgmpVersion(), version);

@@ -18,6 +18,7 @@
 
 namespace {
 
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -133,14 +134,24 @@ TEST_F(InterfaceTest, MtuAndMacAndFlags) {
         EXPECT_EQ(zxnet_api_setIfaceFlags(fd, kTooLong, IFF_UP), -1);
         EXPECT_EQ(zxnet_api_getIfaceMac_byte(kTooLong, mac.data()), 0) << "cut";
         EXPECT_EQ(zxnet_api_setIfaceMtu("a;b", 1400), -1);
+        EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]ioctl(SIOCGIFFLAGS) failed",
+                                            HasSubstr("buf1 (16 < 17)(abcdefghijklmnop)"),
+                                            "[ERROR][ZXMD]Open (/sys/class/net/a;b/mtu) failed",
+                                            "[ERROR][NETWORK]Write mtu val failed"));
+        std::strcpy(text, "kept");
+        for (const char* const other : {"", ".", "..", "../net/zx0", "zx0/../zx0", kTooLong}) {
+            EXPECT_EQ(zxnet_api_setIfaceMtu(other, 1300), -1);
+            EXPECT_EQ(zxnet_api_getIfaceMtu(other, text, 32), -1);
+            EXPECT_EQ(zxnet_api_getIfaceMac_string(other, text, 32), -1);
+            EXPECT_THAT(log.take(), Contains(std::string("[ERROR][NETWORK]Name(") + other +
+                                             ") is not fit for a path")
+                                        .Times(3));
+        }
+        EXPECT_STREQ(text, "kept");
         EXPECT_EQ(zxnet_api_getIfaceMac_string("lo", text, 17), -2);
         EXPECT_EQ(zxnet_api_getIfaceMtu("lo", text, 15), -2);
         EXPECT_THAT(log.take(),
-                    ElementsAre("[ERROR][NETWORK]ioctl(SIOCGIFFLAGS) failed",
-                                HasSubstr("buf1 (16 < 17)(abcdefghijklmnop)"),
-                                "[ERROR][ZXMD]Open (/sys/class/net/a;b/mtu) failed",
-                                "[ERROR][NETWORK]Write mtu val failed",
-                                "[ERROR][NETWORK]Mac bufsize(17) must be lagre than 18",
+                    ElementsAre("[ERROR][NETWORK]Mac bufsize(17) must be lagre than 18",
                                 "[ERROR][NETWORK]MTU bufsize(15) must be lagre than 16"));
     });
 }

@@ -1,14 +1,20 @@
 #include "zxnet.h"
 
 #include <gmock/gmock.h>
+#include <pthread.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
 #include <tuple>
 #include <vector>
 
 #include "log_capture.hpp"
 #include "loopback.hpp"
+#include "zxepoll.h"
 
 namespace {
 
@@ -178,6 +184,145 @@ TEST_F(NetTest, BindsToADevice) {
     socklen_t size = sizeof buf;
     getsockopt(fresh.fd, SOL_SOCKET, SO_BINDTODEVICE, buf, &size);
     EXPECT_STREQ(buf, "lo");
+}
+
+// A timer whose signal, which restarts no call, comes every few milliseconds; the 20th calls
+// `work`.
+class Interruptions {
+public:
+    explicit Interruptions(const std::function<void()>& work) {
+        g_work = &work;
+        g_left = 20;
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            g_left = g_left - 1;
+            if (g_left == 0) {
+                (*g_work)();
+            }
+        };
+        sigaction(SIGALRM, &action, nullptr);
+        set_timer(3000);
+    }
+    ~Interruptions() {
+        set_timer(0);
+        std::signal(SIGALRM, SIG_DFL);
+    }
+    Interruptions(const Interruptions&) = delete;
+    Interruptions& operator=(const Interruptions&) = delete;
+    static bool are_over() { return g_left <= 0; }
+
+private:
+    static void set_timer(suseconds_t us) {
+        const itimerval timer{{0, us}, {0, us}};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+    inline static const std::function<void()>* g_work = nullptr;
+    inline static volatile int g_left = 0;
+};
+
+TEST_F(NetTest, WaitsOnWhenSignalsComeInBetween) {
+    int pair[2], full[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, full), 0);
+    std::vector<Socket> waiting(3);  // more than a backlog of 1 takes
+    for (std::size_t i = 0; i < 2; ++i) {
+        zxnet_api_socketNonblock(waiting[i].fd, 1);
+        (void)connect(waiting[i].fd, server.generic(), server.size);
+    }
+    pollfd_ctt record{pair[0], ZXNET_POLL_READ, 0};
+    const int epfd = zxepoll_innerapi_open(1, "test", 1);
+    const auto put = [&] { (void)!write(pair[1], "x", 1); };
+    const auto take = [&] {
+        while (recv(full[1], buf, sizeof buf, MSG_DONTWAIT) > 0) {
+        }
+    };
+    const auto send_to_full = [&](uint32_t timeout_ms) {
+        while (send(full[0], "x", 1, MSG_DONTWAIT) == 1) {
+        }
+        return zxnet_api_epollSend(full[0], "x", 1, timeout_ms);
+    };
+    const auto let_in = [&] { close(accept(server.fd, nullptr, nullptr)); };
+    const struct {
+        const char* call;
+        std::function<int32_t()> answer;
+        int32_t expected;
+        std::function<void()> at_last;
+    } cases[] = {
+        {"poll", [&] { return zxnet_api_poll(&record, 1, 5000); }, 1, put},
+        {"poll", [&] { return zxnet_api_poll(&record, 1, 100); }, 0, [] {}},
+        {"waitFd", [&] { return zxnet_api_waitFd(pair[0], 0); }, 1, put},
+        {"waitFd", [&] { return zxnet_api_waitFd(pair[0], 0); }, -1, [] {}},
+        {"waitFdTimeout", [&] { return zxnet_api_waitFdTimeout(pair[0], 0, 50); }, 1, put},
+        {"waitfd_timeout", [&] { return zxepoll_waitfd_timeout(epfd, pair[0], 0, 5000); }, 0, put},
+        {"epollRecv", [&] { return zxnet_api_epollRecv(pair[0], buf, 9, 5000); }, 1, put},
+        {"epollRecv", [&] { return zxnet_api_epollRecv(pair[0], buf, 9, ZXNET_NO_WAIT); }, 1, put},
+        {"epollSend", [&] { return send_to_full(5000); }, 1, take},
+        {"epollSend", [&] { return send_to_full(ZXNET_NO_WAIT); }, 1, take},
+        {"socketConnect",
+         [&] {
+             return zxnet_api_socketConnect(waiting[2].fd, server.generic(), server.size, 0, 1);
+         },
+         0, let_in},
+    };
+    for (const auto& c : cases) {
+        const Interruptions interruptions(c.at_last);
+        EXPECT_EQ(c.answer(), c.expected) << c.call;
+        EXPECT_TRUE(Interruptions::are_over()) << c.call;
+        (void)!recv(pair[0], buf, sizeof buf, MSG_DONTWAIT);
+    }
+    for (const int fd : {pair[0], pair[1], full[0], full[1], epfd}) {
+        close(fd);
+    }
+}
+
+TEST_F(NetTest, CancelledCallsLeaveNothingOpen) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
+#endif
+    Socket closed;  // bound but not listening
+    const Socket fresh;
+    static constexpr auto kSleep = [](void*, uint32_t) { return usleep(1); };
+    int epfd = zxepoll_innerapi_open(1, "test", 1);
+    const auto count_open = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    domainaddr_ctt found;
+    netcfg_info info{};
+    const std::function<void()> calls[] = {
+        [&] { zxnet_api_socketConnect(fresh.fd, closed.generic(), closed.size, 1000000, 0); },
+        [&] { zxnet_api_isReachable("127.0.0.1", ntohs(closed.address.sin_port)); },
+        [&] { zxnet_api_parseDomainName("localhost", nullptr, &found), pthread_testcancel(); },
+        [&] { zxnet_api_epollRecv(ours, buf, 9, 1000); },
+        [&] { zxnet_api_epollSend(ours, buf, 9, 1000); },
+        [&] { zxnet_api_getIfaceInfo(&info), pthread_testcancel(); },
+        [&] { zxnet_api_getIfaceIp("lo", buf), pthread_testcancel(); },
+        [&] { zxepoll_waitfd_timeout(epfd, ours, 0, 1000); },
+        [&] { zxepoll_appapi_init(1, nullptr, EPOLLIN, kSleep); },
+        [&] { zxepoll_appapi_deinit(zxepoll_innerapi_open(1, "test", 1), 1, nullptr, kSleep); },
+        [&] {
+            int own = zxepoll_innerapi_open(1, "test", 1);
+            zxepoll_close(&own), pthread_testcancel();
+        },
+    };
+    for (const auto& call : calls) {
+        const auto before = count_open();
+        const auto cancelled = [](void* argument) -> void* {
+            pthread_cancel(pthread_self());
+            (*static_cast<const std::function<void()>*>(argument))();
+            return nullptr;
+        };
+        pthread_t thread;
+        void* result = nullptr;
+        ASSERT_EQ(pthread_create(&thread, nullptr, cancelled,
+                                 const_cast<void*>(static_cast<const void*>(&call))),
+                  0);
+        pthread_join(thread, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED) << &call - calls;
+        EXPECT_EQ(count_open(), before) << &call - calls;
+    }
+    EXPECT_EQ(zxepoll_add(epfd, ours, EPOLLIN), 0) << "it was taken back";
+    zxepoll_close(&epfd);
 }
 
 TEST_F(NetTest, ProbesHosts) {

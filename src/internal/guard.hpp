@@ -1,12 +1,12 @@
 // Owners: what they hold is given back at the end of the block, or wiped.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
+
+#include "internal/cancel.hpp"
 
 namespace zx {
 
@@ -21,7 +21,7 @@ public:
     [[nodiscard]] int get() const { return fd_; }
     void reset() {
         if (fd_ >= 0) {
-            close(fd_);
+            close_uncancelled(fd_);
             fd_ = -1;
         }
     }

@@ -21,4 +21,14 @@ inline void sleep_ms(std::uint32_t ms) {
     }
 }
 
+// What a system call gives when the signals that a handler takes in between are no end of it.
+template <typename Call>
+auto uninterrupted(const Call& call) {
+    decltype(call()) result{};
+    do {
+        result = call();
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
+
 }  // namespace zx

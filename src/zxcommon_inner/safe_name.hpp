@@ -1,5 +1,5 @@
-// What may go into a shell command: names that the shell takes as they stand, commands that were
-// not cut.
+// What may go into a shell command or a path: names that lead nowhere else, commands that were not
+// cut.
 #pragma once
 
 #include <algorithm>
@@ -21,9 +21,15 @@ namespace safe_name {
            std::string_view("/+,=@~^").find(c) != std::string_view::npos;
 }
 
+// Control characters, which end words or mean something to some shell, and what all shells read.
+[[nodiscard]] constexpr bool is_shell_byte(char c) {
+    return (c >= 0 && c <= ' ') || c == 0x7F ||
+           std::string_view("|&;<>()$`\\\"'*?[{").find(c) != std::string_view::npos;
+}
+
 }  // namespace safe_name
 
-// Hosts, addresses, interfaces, packages.
+// Hosts, addresses, packages.
 [[nodiscard]] constexpr bool is_safe_host(std::string_view name) {
     return !name.empty() && name.front() != '-' &&
            std::all_of(name.begin(), name.end(), safe_name::is_host_byte);
@@ -33,6 +39,18 @@ namespace safe_name {
 [[nodiscard]] constexpr bool is_safe_path(std::string_view name) {
     return !name.empty() && name.front() != '-' && name.front() != '~' &&
            std::all_of(name.begin(), name.end(), safe_name::is_path_byte);
+}
+
+// What stands in the middle of a word of a command, and is taken by the shell as it stands.
+[[nodiscard]] constexpr bool is_literal(std::string_view name) {
+    return !name.empty() && std::none_of(name.begin(), name.end(), safe_name::is_shell_byte);
+}
+
+// What the kernel may have as the name of an interface, as far as a path is concerned.
+[[nodiscard]] constexpr bool is_interface(std::string_view name) {
+    constexpr std::size_t kMaxSize = 15;
+    return !name.empty() && name.size() <= kMaxSize && name != "." && name != ".." &&
+           name.find('/') == std::string_view::npos;
 }
 
 // Tells by the result of snprintf whether all of a command fitted `size` bytes.

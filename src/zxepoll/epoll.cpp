@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "zxtime.h"
 
@@ -30,11 +31,11 @@ std::uint32_t wanted_mask(std::uint8_t mode) {
 }
 
 void dispatch(const epoll_event& event, void* context, zxepoll_io_cb readcb, zxepoll_io_cb writecb,
-              const char* func) {
+              zx::Caller caller = {}) {
     if ((event.events & EPOLLHUP) != 0) {
-        ZX_LOG_FROM(func, info, "orb-zxepollhup");
+        ZX_LOG_AT(caller, info, "orb-zxepollhup");
     } else if ((event.events & EPOLLERR) != 0) {
-        ZX_LOG_FROM(func, info, "orb-zxepollerr");
+        ZX_LOG_AT(caller, info, "orb-zxepollerr");
     } else if ((event.events & EPOLLIN) != 0) {
         if (readcb != nullptr) {
             readcb(context, event.data.fd);
@@ -42,6 +43,21 @@ void dispatch(const epoll_event& event, void* context, zxepoll_io_cb readcb, zxe
     } else if ((event.events & EPOLLOUT) != 0 && writecb != nullptr) {
         writecb(context, event.data.fd);
     }
+}
+
+struct Registration {
+    int epfd;
+    int fd;
+};
+
+// What a cancelled thread undoes.
+void take_back(void* argument) {
+    const auto& [epfd, fd] = *static_cast<const Registration*>(argument);
+    control(epfd, EPOLL_CTL_DEL, fd, 0);
+}
+
+void close_instance(void* epfd) {
+    zxepoll_close(static_cast<int*>(epfd));
 }
 
 }  // namespace
@@ -95,7 +111,7 @@ extern "C" int32_t zxepoll_close(int* epfd) {
         return -1;
     }
     if (*epfd >= 0) {
-        close(*epfd);
+        zx::close_uncancelled(*epfd);
     }
     *epfd = -1;
     return 0;
@@ -131,7 +147,9 @@ extern "C" int32_t zxepoll_waitfd_timeout(int epfd, int fd, uint8_t mode, uint32
     if (zxepoll_add(epfd, fd, wanted) < 0) {
         return ZXEPOLL_FAILED;
     }
-    const int32_t result = zxepoll_waitfd_timeout_noopt(epfd, fd, mode, ms);
+    Registration registration{epfd, fd};
+    const int32_t result = zx::undone_if_cancelled(
+        take_back, &registration, [=] { return zxepoll_waitfd_timeout_noopt(epfd, fd, mode, ms); });
     if (zxepoll_del(epfd, fd, wanted) < 0 && result != ZXEPOLL_HANGUP) {
         return ZXEPOLL_FAILED;
     }
@@ -144,17 +162,19 @@ extern "C" int32_t zxepoll_appapi_init(uint32_t count, void* context, uint32_t m
         ZX_LOG_PARAM("cb");
         return -1;
     }
-    const int epfd = zxepoll_innerapi_open(static_cast<int>(count + 1), "zxepoll_appapi_init", 127);
+    int epfd = zxepoll_innerapi_open(static_cast<int>(count + 1), "zxepoll_appapi_init", 127);
     if (epfd < 0) {
         ZX_LOG(error, "[Error] Orb zxepoll_open failed");
         return -1;
     }
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (const int fd = cb(context, i); fd > 0) {
-            zxepoll_add(epfd, fd, mask);
+    return zx::undone_if_cancelled(close_instance, &epfd, [=] {
+        for (std::uint32_t i = 0; i < count; ++i) {
+            if (const int fd = cb(context, i); fd > 0) {
+                zxepoll_add(epfd, fd, mask);
+            }
         }
-    }
-    return epfd;
+        return epfd;
+    });
 }
 
 extern "C" int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context,
@@ -163,10 +183,12 @@ extern "C" int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context
         ZX_LOG_PARAM("cb");
         return -1;
     }
-    for (std::uint32_t i = 0; i < count; ++i) {
-        cb(context, i);
-    }
-    return zxepoll_close(&epfd);
+    return zx::with_fd(epfd, [=](int /*closed then*/) {
+        for (std::uint32_t i = 0; i < count; ++i) {
+            cb(context, i);
+        }
+        return 0;
+    });
 }
 
 extern "C" void zxepoll_appapi_dataread(int epfd, uint32_t count, void* context,
@@ -177,7 +199,7 @@ extern "C" void zxepoll_appapi_dataread(int epfd, uint32_t count, void* context,
     while (zxtime_api_us() - start < kPeriodUs) {
         const int ready = zxepoll_wait(epfd, events, max);
         for (int i = 0; i < ready; ++i) {
-            dispatch(events[i], context, readcb, writecb, __func__);
+            dispatch(events[i], context, readcb, writecb);
         }
         usleep(kPauseUs);
     }

@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
-#include <array>
 #include <cstring>
 
 #include "internal/log.hpp"
@@ -17,38 +16,6 @@ namespace {
 constexpr char kTag[] = "NETWORK";
 constexpr zx::DottedForm kAddress{"pipaddr_start", ZXNET_IP_TEXT_SIZE, zxstr_api_split};
 static_assert(kAddress.size <= zx::kDottedSize);
-
-struct OctetText {
-    char text[4];
-    std::uint8_t length;
-};
-
-constexpr std::array<OctetText, 256> kOctets = [] {
-    std::array<OctetText, 256> octets{};
-    for (unsigned value = 0; value < octets.size(); ++value) {
-        OctetText& octet = octets[value];
-        for (unsigned unit = value >= 100 ? 100 : value >= 10 ? 10 : 1; unit > 0; unit /= 10) {
-            octet.text[octet.length++] = static_cast<char>('0' + value / unit % 10);
-        }
-    }
-    return octets;
-}();
-
-// Never touches more than the text and its NUL: behind each of the first three octets stand four
-// bytes or more, and the last one is stored in two halves that may overlap.
-std::size_t print_address(std::uint32_t ip, char* out) {
-    char* at = out;
-    for (unsigned i = 0; i < 3; ++i) {
-        const OctetText& octet = kOctets[zx::octet(ip, i)];
-        std::memcpy(at, octet.text, sizeof octet.text);
-        at += octet.length;
-        *at++ = '.';
-    }
-    const OctetText& last = kOctets[zx::octet(ip, 3)];
-    std::memcpy(at, last.text, 2);
-    std::memcpy(at + last.length - 1, last.text + last.length - 1, 2);
-    return static_cast<std::size_t>(at - out) + last.length;
-}
 
 }  // namespace
 
@@ -89,7 +56,7 @@ extern "C" uint32_t zxnet_api_ipStr2Byte(const char* text) {
         ZX_LOG_PARAM("text");
         return 0;
     }
-    return zx::parse_dotted(__func__, kAddress, text).value_or(0);
+    return zx::parse_dotted(kAddress, text).value_or(0);
 }
 
 extern "C" int32_t zxnet_api_ipByte2Str(uint32_t ip, char* out) {
@@ -98,7 +65,7 @@ extern "C" int32_t zxnet_api_ipByte2Str(uint32_t ip, char* out) {
         return 0;
     }
     const std::size_t old_length = std::strlen(out);
-    const std::size_t length = print_address(ip, out);
+    const std::size_t length = zx::print_dotted(ip, out);
     if (old_length > length) {
         std::memset(out + length, 0, old_length - length);
     }

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
-#include "internal/guard.hpp"
+#include "internal/cancel.hpp"
 #include "internal/log.hpp"
+#include "internal/poll.hpp"
 #include "zxcommon_inner/safe_name.hpp"
 #include "zxepoll.h"
 #include "zxnet/addresses.hpp"
@@ -23,22 +25,52 @@ constexpr std::uint64_t kReachableUs = 1000000;
 constexpr std::uint16_t kHttpPort = 80;
 constexpr std::size_t kPingSize = 128;
 
-zx::UniqueAddresses resolve_ipv4(const char* host) {
+// The first address of a host.
+std::optional<sockaddr_in> resolve_ipv4(const char* host) {
+    const zx::NotCancelled not_cancelled;  // the resolver has files and memory of its own
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* list = nullptr;
-    return zx::UniqueAddresses(getaddrinfo(host, nullptr, &hints, &list) == 0 ? list : nullptr);
+    if (getaddrinfo(host, nullptr, &hints, &list) != 0 || list == nullptr) {
+        return std::nullopt;
+    }
+    const zx::UniqueAddresses found(list);
+    sockaddr_in address{};
+    std::memcpy(&address, found->ai_addr, sizeof address);
+    return address;
 }
 
-void report_failure(const char* func, int attempts, std::uint8_t state, std::uint64_t timeout_us) {
+void report_failure(int attempts, std::uint8_t state, std::uint64_t timeout_us, zx::Caller caller) {
     char state_text[ZXNET_TCP_STATE_TEXT_SIZE];
     char number[ZXLOG_SCRATCH_SIZE];
     zxnet_api_getTcpStateString(state, state_text);
     zxlog_innerapi_num2str(number, timeout_us);
-    ZX_LOG_FROM(func, warning,
-                "tryconnect num(%d),socketconnect failed,tcpi_state:%d-%s,timeout:%s", attempts,
-                state, state_text, number);
+    ZX_LOG_AT(caller, warning,
+              "tryconnect num(%d),socketconnect failed,tcpi_state:%d-%s,timeout:%s", attempts,
+              state, state_text, number);
+}
+
+std::int32_t connect_by(std::uint64_t start, std::uint64_t timeout_us, int fd, const sockaddr* addr,
+                        socklen_t len, bool reports, zx::Caller caller) {
+    const auto pause_us = static_cast<unsigned>(std::min(timeout_us / 10, kMaxPauseUs));
+    std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
+    int attempts = 0;
+    // Linux goes on with a connect() that was interrupted when it is called again.
+    while (zx::uninterrupted([=] { return connect(fd, addr, len); }) != 0) {
+        ++attempts;
+        if (timeout_us == 0 || timeout_us < zxtime_api_us() - start) {
+            if (reports) {
+                report_failure(attempts, info[0], timeout_us, caller);
+            }
+            return -1;
+        }
+        if (zxnet_api_isTcpStateOK(fd, info, nullptr) == 1) {
+            break;
+        }
+        usleep(pause_us);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -54,22 +86,13 @@ extern "C" int32_t zxnet_api_socketConnect(int fd, const struct sockaddr* addr, 
         return -1;
     }
     const std::uint64_t start = zxtime_api_us();
-    const zx::UniqueFd epfd(zxepoll_innerapi_open(2, __func__, __LINE__));
-    const auto pause_us = static_cast<unsigned>(std::min(timeoutUs / 10, kMaxPauseUs));
-    std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
-    int attempts = 0;
-    while (connect(fd, addr, len) != 0) {
-        ++attempts;
-        if (timeoutUs == 0 || timeoutUs < zxtime_api_us() - start) {
-            if (logFlag == 1) {
-                report_failure(__func__, attempts, info[0], timeoutUs);
-            }
-            return -1;
-        }
-        if (zxnet_api_isTcpStateOK(fd, info, nullptr) == 1) {
-            break;
-        }
-        usleep(pause_us);
+    const zx::Caller here;
+    const std::int32_t result =
+        zx::with_fd(zxepoll_innerapi_open(2, here.func, here.line), [=](int /*epfd*/) {
+            return connect_by(start, timeoutUs, fd, addr, len, logFlag == 1, here);
+        });
+    if (result != 0) {
+        return result;
     }
     char number[ZXLOG_SCRATCH_SIZE];
     ZX_LOG(debug, "connect sucess,timecast:%s us",
@@ -86,16 +109,15 @@ extern "C" int32_t zxnet_api_isReachable(const char* host, uint32_t port) {
         ZX_LOG_PARAM("port");
         return 0;
     }
-    const zx::UniqueAddresses found = resolve_ipv4(host);
-    if (found == nullptr) {
+    std::optional<sockaddr_in> address = resolve_ipv4(host);
+    if (!address) {
         return 0;
     }
-    sockaddr_in address{};
-    std::memcpy(&address, found->ai_addr, sizeof address);
-    address.sin_port = htons(port == ZXNET_PORT_DEFAULT ? kHttpPort : static_cast<uint16_t>(port));
-    const zx::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
-    return zxnet_api_socketConnect(fd.get(), generic, sizeof address, kReachableUs, 0) == 0 ? 1 : 0;
+    address->sin_port = htons(port == ZXNET_PORT_DEFAULT ? kHttpPort : static_cast<uint16_t>(port));
+    return zx::with_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), [&](int fd) {
+        const auto* const generic = reinterpret_cast<const sockaddr*>(&*address);
+        return zxnet_api_socketConnect(fd, generic, sizeof *address, kReachableUs, 0) == 0 ? 1 : 0;
+    });
 }
 
 extern "C" int32_t zxnet_api_ping(const char* host) {

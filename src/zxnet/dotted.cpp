@@ -14,18 +14,17 @@ constexpr char kTag[] = "NETWORK";
 
 }  // namespace
 
-std::optional<std::uint32_t> parse_fields(const char* func, const DottedForm& form,
-                                          const char* text) {
+std::optional<std::uint32_t> parse_fields(const DottedForm& form, const char* text, Caller caller) {
     char copy[kDottedSize + 1]{};
     char* fields[kDottedSize];
     const std::size_t needed = std::strlen(text) + 1;
     if (needed > form.size) {
-        ZX_LOG_CUT_FROM(func, form.size, needed, text);
+        ZX_LOG_CUT_AT(caller, form.size, needed, text);
     }
     std::memcpy(copy, text, std::min(needed, form.size));
     const std::int32_t count = form.split(copy, ".", fields);
     if (count != 4) {
-        ZX_LOG_FROM(func, error, "Error %s(%s),num is %d", form.name, copy, count);
+        ZX_LOG_AT(caller, error, "Error %s(%s),num is %d", form.name, copy, count);
         return std::nullopt;
     }
     std::uint32_t ip = 0;

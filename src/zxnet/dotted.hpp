@@ -1,9 +1,13 @@
 // Four numbers with dots between them, the most significant first.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
+
+#include "internal/log.hpp"
 
 namespace zx {
 
@@ -17,9 +21,9 @@ struct DottedForm {
 inline constexpr std::size_t kDottedSize = 256;
 
 // Any text: fields wrap modulo 256 and count as 0 without digits; only their number is checked.
-// Speaks for the function `func`.
-[[nodiscard]] std::optional<std::uint32_t> parse_fields(const char* func, const DottedForm& form,
-                                                        const char* text);
+// Speaks for the caller.
+[[nodiscard]] std::optional<std::uint32_t> parse_fields(const DottedForm& form, const char* text,
+                                                        Caller caller);
 
 enum class Fields { any, canonical };
 
@@ -54,16 +58,49 @@ template <Fields kFields>
     return parse_four<Fields::canonical>(text);
 }
 
-[[nodiscard]] inline std::optional<std::uint32_t> parse_dotted(const char* func,
-                                                               const DottedForm& form,
-                                                               const char* text) {
+[[nodiscard]] inline std::optional<std::uint32_t> parse_dotted(const DottedForm& form,
+                                                               const char* text,
+                                                               Caller caller = {}) {
     const std::optional<std::uint32_t> plain = parse_four<Fields::any>(text);
-    return plain ? plain : parse_fields(func, form, text);
+    return plain ? plain : parse_fields(form, text, caller);
 }
 
 // Byte `index` of an address in the order of its text.
 [[nodiscard]] constexpr std::uint8_t octet(std::uint32_t ip, unsigned index) {
     return static_cast<std::uint8_t>(ip >> (24U - 8U * index));
+}
+
+struct OctetText {
+    char text[4];
+    std::uint8_t length;
+};
+
+inline constexpr std::array<OctetText, 256> kOctets = [] {
+    std::array<OctetText, 256> octets{};
+    for (unsigned value = 0; value < octets.size(); ++value) {
+        OctetText& octet = octets[value];
+        for (unsigned unit = value >= 100 ? 100 : value >= 10 ? 10 : 1; unit > 0; unit /= 10) {
+            octet.text[octet.length++] = static_cast<char>('0' + value / unit % 10);
+        }
+    }
+    return octets;
+}();
+
+// Prints an address and returns its length. Never touches more than the text and its NUL: behind
+// each of the first three octets stand four bytes or more, and the last one is stored in two halves
+// that may overlap.
+inline std::size_t print_dotted(std::uint32_t ip, char* out) {
+    char* at = out;
+    for (unsigned i = 0; i < 3; ++i) {
+        const OctetText& text = kOctets[octet(ip, i)];
+        std::memcpy(at, text.text, sizeof text.text);
+        at += text.length;
+        *at++ = '.';
+    }
+    const OctetText& last = kOctets[octet(ip, 3)];
+    std::memcpy(at, last.text, 2);
+    std::memcpy(at + last.length - 1, last.text + last.length - 1, 2);
+    return static_cast<std::size_t>(at - out) + last.length;
 }
 
 }  // namespace zx

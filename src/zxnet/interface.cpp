@@ -8,10 +8,12 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "internal/fixed_text.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
+#include "zxcommon_inner/safe_name.hpp"
 #include "zxmd.h"
 #include "zxnet.h"
 
@@ -22,17 +24,16 @@ static_assert(sizeof(ifreq) == 40 && ZXNET_IFNAME_SIZE == IFNAMSIZ);
 namespace {
 
 constexpr char kTag[] = "NETWORK";
-constexpr std::size_t kPathSize = 128;
 constexpr std::uint32_t kMaxText = 64;  // bytes that are read: more than any MAC address or MTU
 constexpr std::uint32_t kMinMacSize = 18;
 constexpr std::uint32_t kMinMtuSize = 16;
 constexpr std::size_t kCleared = 8;
 
-// A socket to ask for interfaces with; its absence was logged for `func`.
-zx::UniqueFd open_socket(const char* func) {
+// A socket to ask for interfaces with; its absence was logged for the caller.
+zx::UniqueFd open_socket(zx::Caller caller = {}) {
     zx::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (fd.get() < 0) {
-        ZX_LOG_FROM(func, error, "Create socket falied");
+        ZX_LOG_AT(caller, error, "Create socket falied");
     }
     return fd;
 }
@@ -42,12 +43,12 @@ struct Argument {
     const char* name;
 };
 
-// True when all arguments are there; the first that is not was logged for `func`.
+// True when all arguments are there; the first that is not was logged for the caller.
 template <std::size_t N>
-bool are_given(const char* func, const Argument (&arguments)[N]) {
+bool are_given(const Argument (&arguments)[N], zx::Caller caller = {}) {
     for (const Argument& argument : arguments) {
         if (argument.pointer == nullptr) {
-            ZX_LOG_FROM(func, error, "Param error####%s", argument.name);
+            ZX_LOG_AT(caller, error, "Param error####%s", argument.name);
             return false;
         }
     }
@@ -62,6 +63,19 @@ ifreq request_for(const char* name) {
         std::memcpy(request.ifr_name, name, length);
     }
     return request;
+}
+
+using Path = std::array<char, sizeof "/sys/class/net//address" + ZXNET_IFNAME_SIZE>;
+
+// The file of an interface; a name that would lead to another place was logged for the caller.
+std::optional<Path> path_of(const char* name, const char* file, zx::Caller caller = {}) {
+    if (!zx::is_interface(name)) {
+        ZX_LOG_AT(caller, error, "Name(%s) is not fit for a path", name);
+        return std::nullopt;
+    }
+    Path path;
+    std::snprintf(path.data(), path.size(), "/sys/class/net/%s/%s", name, file);
+    return path;
 }
 
 // The address that a request has brought, or is to bring.
@@ -94,9 +108,9 @@ void ask(int fd, unsigned long what, ifreq& request, char (&field)[sizeof(Addres
     std::memcpy(field, text.data(), sizeof field);
 }
 
-bool set(const char* func, int fd, unsigned long what, const char* name, ifreq& request) {
+bool set(int fd, unsigned long what, const char* name, ifreq& request, zx::Caller caller = {}) {
     if (ioctl(fd, what, &request) != 0) {
-        ZX_LOG_FROM(func, error, "%s  failed", name);
+        ZX_LOG_AT(caller, error, "%s  failed", name);
         return false;
     }
     return true;
@@ -105,10 +119,10 @@ bool set(const char* func, int fd, unsigned long what, const char* name, ifreq& 
 }  // namespace
 
 extern "C" int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info) {
-    if (!are_given(__func__, {{pnetcfg_info, "pnetcfg_info"}})) {
+    if (!are_given({{pnetcfg_info, "pnetcfg_info"}})) {
         return -1;
     }
-    const zx::UniqueFd fd = open_socket(__func__);
+    const zx::UniqueFd fd = open_socket();
     if (fd.get() < 0) {
         return -1;
     }
@@ -119,14 +133,14 @@ extern "C" int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info) {
 }
 
 extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
-    if (!are_given(__func__, {{pnetcfg_info, "pnetcfg_info"}})) {
+    if (!are_given({{pnetcfg_info, "pnetcfg_info"}})) {
         return -1;
     }
     char ipaddr[sizeof pnetcfg_info->ipaddr + 1]{};
     char netmask[sizeof pnetcfg_info->netmask + 1]{};
     std::memcpy(ipaddr, pnetcfg_info->ipaddr, sizeof pnetcfg_info->ipaddr);
     std::memcpy(netmask, pnetcfg_info->netmask, sizeof pnetcfg_info->netmask);
-    const zx::UniqueFd fd = open_socket(__func__);
+    const zx::UniqueFd fd = open_socket();
     if (fd.get() < 0) {
         return -1;
     }
@@ -137,13 +151,13 @@ extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
         ZX_LOG(error, "SIOCSIFADDR  failed");  // the kernel would take 255.255.255.255
         return -1;
     }
-    if (!set(__func__, fd.get(), SIOCSIFADDR, "SIOCSIFADDR", request)) {
+    if (!set(fd.get(), SIOCSIFADDR, "SIOCSIFADDR", request)) {
         return -1;
     }
     // All flags are replaced. AF_INET stands where the flags are, and is IFF_BROADCAST as a flag.
     static_assert(AF_INET == IFF_BROADCAST);
     request.ifr_flags = static_cast<short>(IFF_BROADCAST | IFF_UP | IFF_RUNNING);
-    if (!set(__func__, fd.get(), SIOCSIFFLAGS, "SIOCSIFFLAGS", request)) {
+    if (!set(fd.get(), SIOCSIFFLAGS, "SIOCSIFFLAGS", request)) {
         return -1;
     }
     request.ifr_addr = {};
@@ -152,14 +166,14 @@ extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
         ZX_LOG(error, "SIOCSIFNETMASK  failed");  // the kernel would take no mask for 0.0.0.0
         return -1;
     }
-    return set(__func__, fd.get(), SIOCSIFNETMASK, "SIOCSIFNETMASK", request) ? 0 : -1;
+    return set(fd.get(), SIOCSIFNETMASK, "SIOCSIFNETMASK", request) ? 0 : -1;
 }
 
 extern "C" int32_t zxnet_api_getIfaceIp(const char* ifname, char* out) {
-    if (!are_given(__func__, {{ifname, "pifname"}, {out, "pipaddr"}})) {
+    if (!are_given({{ifname, "pifname"}, {out, "pipaddr"}})) {
         return -1;
     }
-    const zx::UniqueFd fd = open_socket(__func__);
+    const zx::UniqueFd fd = open_socket();
     if (fd.get() < 0) {
         return -1;
     }
@@ -170,10 +184,10 @@ extern "C" int32_t zxnet_api_getIfaceIp(const char* ifname, char* out) {
 }
 
 extern "C" int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask) {
-    if (!are_given(__func__, {{ifname, "pifname"}, {ipaddr, "pipaddr"}, {netmask, "pnetmask"}})) {
+    if (!are_given({{ifname, "pifname"}, {ipaddr, "pipaddr"}, {netmask, "pnetmask"}})) {
         return -1;
     }
-    const zx::UniqueFd fd = open_socket(__func__);
+    const zx::UniqueFd fd = open_socket();
     if (fd.get() < 0) {
         return -1;
     }
@@ -191,24 +205,26 @@ extern "C" int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, ch
 }
 
 extern "C" int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size) {
-    if (!are_given(__func__, {{ifname, "pifname"}, {out, "pmacstr"}})) {
+    if (!are_given({{ifname, "pifname"}, {out, "pmacstr"}})) {
         return -1;
     }
     if (static_cast<std::uint32_t>(size) < kMinMacSize) {
         ZX_LOG(error, "Mac bufsize(%d) must be lagre than 18", size);
         return -2;
     }
-    char path[kPathSize]{};
-    std::snprintf(path, sizeof path, "/sys/class/net/%s/address", ifname);
-    zxmd_api_read(path, out, std::min(static_cast<std::uint32_t>(size), kMaxText));
+    const std::optional<Path> path = path_of(ifname, "address");
+    if (!path) {
+        return -1;
+    }
+    zxmd_api_read(path->data(), out, std::min(static_cast<std::uint32_t>(size), kMaxText));
     return 0;
 }
 
 extern "C" int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6) {
-    if (!are_given(__func__, {{ifname, "pifname"}, {out6, "out"}})) {
+    if (!are_given({{ifname, "pifname"}, {out6, "out"}})) {
         return -1;
     }
-    const zx::UniqueFd fd = open_socket(__func__);
+    const zx::UniqueFd fd = open_socket();
     if (fd.get() < 0) {
         return -1;
     }
@@ -223,17 +239,20 @@ extern "C" int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6)
 }
 
 extern "C" int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size) {
-    if (!are_given(__func__, {{ifname, "pifname"}, {out, "out"}})) {
+    if (!are_given({{ifname, "pifname"}, {out, "out"}})) {
         return -1;
     }
     if (static_cast<std::uint32_t>(size) < kMinMtuSize) {
         ZX_LOG(error, "MTU bufsize(%d) must be lagre than 16", size);
         return -2;
     }
-    char path[kPathSize]{};
-    std::snprintf(path, sizeof path, "/sys/class/net/%s/mtu", ifname);
+    const std::optional<Path> path = path_of(ifname, "mtu");
+    if (!path) {
+        return -1;
+    }
     // Terminated by the reader: a number is shorter than the smallest size.
-    if (zxmd_api_read(path, out, std::min(static_cast<std::uint32_t>(size), kMaxText)) < 0) {
+    if (zxmd_api_read(path->data(), out, std::min(static_cast<std::uint32_t>(size), kMaxText)) <
+        0) {
         ZX_LOG(error, "Write mtu val failed");
         return -1;
     }
@@ -241,15 +260,17 @@ extern "C" int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t 
 }
 
 extern "C" int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu) {
-    if (!are_given(__func__, {{ifname, "pifname"}})) {
+    if (!are_given({{ifname, "pifname"}})) {
         return -1;
     }
-    char path[kPathSize]{};
-    std::snprintf(path, sizeof path, "/sys/class/net/%s/mtu", ifname);
+    const std::optional<Path> path = path_of(ifname, "mtu");
+    if (!path) {
+        return -1;
+    }
     char text[sizeof "-2147483648"];
     const int length = std::snprintf(text, sizeof text, "%d", static_cast<int>(mtu));
     const std::int32_t written =
-        zxmd_api_write(path, text, static_cast<std::uint32_t>(length), "w");
+        zxmd_api_write(path->data(), text, static_cast<std::uint32_t>(length), "w");
     if (written < 0) {
         ZX_LOG(error, "Write mtu val failed");
         return -1;
@@ -258,7 +279,7 @@ extern "C" int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu) {
 }
 
 extern "C" int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t flags) {
-    if (!are_given(__func__, {{ifname, "pifname"}})) {
+    if (!are_given({{ifname, "pifname"}})) {
         return -1;
     }
     ifreq request = request_for(ifname);

@@ -86,10 +86,10 @@ void parse_mac(const char* at, std::uint8_t* out) {
 }
 
 // True when both pointers are there.
-bool has_bytes(const char* func, const void* from, const void* to, const char* from_name,
-               const char* to_name) {
+bool has_bytes(const void* from, const void* to, const char* from_name, const char* to_name,
+               zx::Caller caller = {}) {
     if (from == nullptr || to == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error####%s", from == nullptr ? from_name : to_name);
+        ZX_LOG_AT(caller, error, "Param error####%s", from == nullptr ? from_name : to_name);
         return false;
     }
     return true;
@@ -98,7 +98,7 @@ bool has_bytes(const char* func, const void* from, const void* to, const char* f
 }  // namespace
 
 extern "C" int32_t zxnet_api_macStr2Byte(const char* text, uint8_t* out6) {
-    if (!has_bytes(__func__, text, out6, "pmacstr", "poutbuf")) {
+    if (!has_bytes(text, out6, "pmacstr", "poutbuf")) {
         return -1;
     }
     parse_mac(text, out6);
@@ -106,7 +106,7 @@ extern "C" int32_t zxnet_api_macStr2Byte(const char* text, uint8_t* out6) {
 }
 
 extern "C" int32_t zxnet_api_macByte2str(const uint8_t* bytes, uint32_t len, char* out) {
-    if (!has_bytes(__func__, bytes, out, "bytes", "out")) {
+    if (!has_bytes(bytes, out, "bytes", "out")) {
         return 0;
     }
     char* at = out + std::strlen(out);
@@ -134,7 +134,7 @@ extern "C" int32_t zxnet_api_isVaildMac(const char* text) {
 }
 
 extern "C" int32_t zxnet_api_getMulticastDestMac(char* out, const char* group) {
-    if (!has_bytes(__func__, group, out, "group", "out")) {
+    if (!has_bytes(group, out, "group", "out")) {
         return 0;
     }
     const std::uint32_t ip = ntohl(inet_addr(group));
@@ -145,19 +145,19 @@ extern "C" int32_t zxnet_api_getMulticastDestMac(char* out, const char* group) {
 }
 
 extern "C" void zxnet_api_num2str(const void* src, uint32_t len, void* dst) {
-    if (has_bytes(__func__, src, dst, "src", "dst")) {
+    if (has_bytes(src, dst, "src", "dst")) {
         std::memmove(dst, src, len);
     }
 }
 
 extern "C" void zxnet_api_str2num(const void* src, uint32_t len, void* dst) {
-    if (has_bytes(__func__, src, dst, "src", "dst")) {
+    if (has_bytes(src, dst, "src", "dst")) {
         std::memmove(dst, src, len);
     }
 }
 
 extern "C" int32_t zxnet_api_num2str16(const uint8_t* bytes, uint32_t len, char* out) {
-    if (!has_bytes(__func__, bytes, out, "bytes", "out")) {
+    if (!has_bytes(bytes, out, "bytes", "out")) {
         return 0;
     }
     char* at = out + std::strlen(out);

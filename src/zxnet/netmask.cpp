@@ -35,16 +35,16 @@ struct Network {
 };
 
 // The network of an address. The mask is looked at first.
-std::optional<Network> parse_network(const char* func, const char* ip, const char* netmask) {
+std::optional<Network> parse_network(const char* ip, const char* netmask, zx::Caller caller = {}) {
     if (ip == nullptr || netmask == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error####%s", ip == nullptr ? "ip" : "netmask");
+        ZX_LOG_AT(caller, error, "Param error####%s", ip == nullptr ? "ip" : "netmask");
         return std::nullopt;
     }
-    const std::optional<std::uint32_t> mask = zx::parse_dotted(func, kNetmask, netmask);
+    const std::optional<std::uint32_t> mask = zx::parse_dotted(kNetmask, netmask, caller);
     if (!mask) {
         return std::nullopt;
     }
-    const std::optional<std::uint32_t> address = zx::parse_dotted(func, kAddress, ip);
+    const std::optional<std::uint32_t> address = zx::parse_dotted(kAddress, ip, caller);
     if (!address) {
         return std::nullopt;
     }
@@ -58,12 +58,12 @@ extern "C" int32_t zxnet_api_getNetmaskBitNum(const char* netmask) {
         ZX_LOG_PARAM("netmask");
         return 0;
     }
-    return count_bits(zx::parse_dotted(__func__, kNetmask, netmask).value_or(0));
+    return count_bits(zx::parse_dotted(kNetmask, netmask).value_or(0));
 }
 
 extern "C" int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* netmask, char* network,
                                                  char* gateway) {
-    const std::optional<Network> found = parse_network(__func__, ip, netmask);
+    const std::optional<Network> found = parse_network(ip, netmask);
     if (!found) {
         return 0;
     }
@@ -83,7 +83,7 @@ extern "C" int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* net
 }
 
 extern "C" int32_t zxnet_api_subnet(const char* ip, const char* netmask, char* out) {
-    const std::optional<Network> found = parse_network(__func__, ip, netmask);
+    const std::optional<Network> found = parse_network(ip, netmask);
     return found && out != nullptr ? zxnet_api_ipByte2Str(found->ip, out) : 0;
 }
 
@@ -96,6 +96,6 @@ extern "C" int32_t zxnet_api_isResIpaddr(const char* text) {
         ZX_LOG(info, "no support  ipv6");
         return 0;
     }
-    const std::uint32_t ip = zx::parse_dotted(__func__, kSharedAddress, text).value_or(0);
+    const std::uint32_t ip = zx::parse_dotted(kSharedAddress, text).value_or(0);
     return (ip & kSharedMask) == kSharedSpace ? 1 : 0;
 }

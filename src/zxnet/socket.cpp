@@ -10,8 +10,9 @@
 #include <cstring>
 #include <span>
 
-#include "internal/guard.hpp"
+#include "internal/cancel.hpp"
 #include "internal/log.hpp"
+#include "internal/poll.hpp"
 #include "zxepoll.h"
 #include "zxtime.h"
 
@@ -66,29 +67,32 @@ pollfd_ctt record_of(int fd, std::uint32_t mode) {
     return {fd, static_cast<std::int16_t>(write ? ZXNET_POLL_WRITE : ZXNET_POLL_READ), 0};
 }
 
-std::uint32_t lower_length(const char* func, std::uint32_t len) {
+std::uint32_t lower_length(std::uint32_t len, zx::Caller caller = {}) {
     if (len <= kMaxLength) {
         return len;
     }
-    ZX_LOG_FROM(func, warning, "Recv len(%d) is out of range(0~%d),set to %d",
-                static_cast<int>(len), static_cast<int>(kMaxLength), static_cast<int>(kMaxLength));
+    ZX_LOG_AT(caller, warning, "Recv len(%d) is out of range(0~%d),set to %d",
+              static_cast<int>(len), static_cast<int>(kMaxLength), static_cast<int>(kMaxLength));
     return kMaxLength;
 }
 
 // Waits on an instance that is gone before the data is touched. The codes of the wait are those
 // of the family.
-std::int32_t wait_ready(const char* func, int fd, std::uint8_t mode, std::uint32_t timeout_ms) {
-    const zx::UniqueFd epfd(zxepoll_innerapi_open(2, func, __LINE__));
-    return zxepoll_waitfd_timeout(epfd.get(), fd, mode, timeout_ms);
+std::int32_t wait_ready(int fd, std::uint8_t mode, std::uint32_t timeout_ms,
+                        zx::Caller caller = {}) {
+    return zx::with_fd(zxepoll_innerapi_open(2, caller.func, caller.line), [=](int epfd) {
+        return zxepoll_waitfd_timeout(epfd, fd, mode, timeout_ms);
+    });
 }
 
 // What 0 bytes mean after a wait that began at `start`.
-std::int32_t judge_end(const char* func, int fd, std::uint64_t start, std::uint32_t timeout_ms) {
+std::int32_t judge_end(int fd, std::uint64_t start, std::uint32_t timeout_ms,
+                       zx::Caller caller = {}) {
     const std::uint64_t now = zxtime_api_us();
     if (now < start) {
-        ZX_LOG_FROM(func, warning,
-                    "The current time is less than the previous time, and the system time may have "
-                    "changed");
+        ZX_LOG_AT(caller, warning,
+                  "The current time is less than the previous time, and the system time may have "
+                  "changed");
         return 0;
     }
     char text[ZXNET_TCP_STATE_TEXT_SIZE];
@@ -96,9 +100,9 @@ std::int32_t judge_end(const char* func, int fd, std::uint64_t start, std::uint3
         zxnet_api_isTcpStateOK(fd, nullptr, text) == 1) {
         return 0;
     }
-    ZX_LOG_FROM(func, warning,
-                "Epoll returns data quickly, but cannot read it. The TCP connection is abnormal %s",
-                text);
+    ZX_LOG_AT(caller, warning,
+              "Epoll returns data quickly, but cannot read it. The TCP connection is abnormal %s",
+              text);
     return ZXNET_HANGUP;
 }
 
@@ -136,7 +140,10 @@ extern "C" int32_t zxnet_api_poll(pollfd_ctt* fds, uint32_t count, int32_t timeo
         return 0;
     }
     timeval timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000L};
-    const int ready = select(sets.limit, &sets.read, &sets.write, &sets.except, &timeout);
+    const int ready = zx::uninterrupted([&] {
+        // An interrupted select() leaves the sets alone, and in `timeout` what is left of it.
+        return select(sets.limit, &sets.read, &sets.write, &sets.except, &timeout);
+    });
     if (ready >= 0) {
         for (pollfd_ctt& record : records) {
             record.revents = record.fd >= 0 ? sets.events_of(record.fd) : std::int16_t{0};
@@ -170,22 +177,22 @@ extern "C" int32_t zxnet_api_epollRecv(int fd, void* buf, uint32_t len, uint32_t
         ZX_LOG_PARAM("pbuf");
         return ZXNET_NO_BUF;
     }
-    const std::uint32_t size = lower_length(__func__, len);
+    const std::uint32_t size = lower_length(len);
     const bool waits = timeoutMs != ZXNET_NO_WAIT;
     const std::uint64_t start = waits ? zxtime_api_us() : 0;
     if (waits) {
-        const std::int32_t result = wait_ready(__func__, fd, ZXNET_WAIT_READ, timeoutMs);
+        const std::int32_t result = wait_ready(fd, ZXNET_WAIT_READ, timeoutMs);
         if (result < 0) {
             return result;
         }
     }
-    const ssize_t received = recv(fd, buf, size, 0);
+    const ssize_t received = zx::uninterrupted([=] { return recv(fd, buf, size, 0); });
     if (received < 0) {
         ZX_LOG(error, "recv error(%d): %d %s\n", fd, errno, std::strerror(errno));
         return ZXNET_IO_ERROR;
     }
     if (received == 0 && waits) {
-        return judge_end(__func__, fd, start, timeoutMs);
+        return judge_end(fd, start, timeoutMs);
     }
     return static_cast<int32_t>(received);
 }
@@ -199,14 +206,14 @@ extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, ui
         ZX_LOG_PARAM("pbuf");
         return ZXNET_NO_BUF;
     }
-    const std::uint32_t size = lower_length(__func__, len);
+    const std::uint32_t size = lower_length(len);
     if (timeoutMs != ZXNET_NO_WAIT) {
-        const std::int32_t result = wait_ready(__func__, fd, ZXNET_WAIT_WRITE, timeoutMs);
+        const std::int32_t result = wait_ready(fd, ZXNET_WAIT_WRITE, timeoutMs);
         if (result < 0) {
             return result;
         }
     }
-    const ssize_t sent = send(fd, buf, size, MSG_NOSIGNAL);
+    const ssize_t sent = zx::uninterrupted([=] { return send(fd, buf, size, MSG_NOSIGNAL); });
     if (sent < 0) {
         ZX_LOG(error, "send error(%d): %d %s\n", fd, errno, std::strerror(errno));
         return ZXNET_IO_ERROR;
@@ -215,7 +222,7 @@ extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, ui
 }
 
 extern "C" int32_t zxnet_api_epollSend2(int fd, const void* buf, uint32_t len, uint32_t timeoutMs) {
-    const std::uint32_t size = lower_length(__func__, len);
+    const std::uint32_t size = lower_length(len);
     const auto* const bytes = static_cast<const std::uint8_t*>(buf);
     std::uint32_t offset = 0;
     while (offset < size) {

@@ -25,7 +25,7 @@ extern "C" int32_t zxsysctl_api_setEth_rpfilter(const char* name, uint8_t /*valu
     char command[kFilterCommandSize];
     const int length = std::snprintf(command, sizeof command,
                                      "sysctl  -w   net.ipv4.conf.%s.rp_filter=0 > /dev/null", name);
-    if (!zx::is_safe_host(name) || !zx::is_whole(length, sizeof command)) {
+    if (!zx::is_literal(name) || !zx::is_whole(length, sizeof command)) {
         ZX_LOG(error, "Name(%s) is not fit for a command", name);
         return -1;
     }
