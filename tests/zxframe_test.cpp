@@ -5,9 +5,25 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <set>
 
 #include "frames.hpp"
 #include "log_capture.hpp"
+#include "zxlog.h"
+
+namespace {
+
+int g_matches = -1;  // that the next search answers; below 0: as many as there are
+
+}  // namespace
+
+// In place of the logging library's, whose rule decides what a filter names.
+extern "C" int32_t zxlog_api_strCasestrNum(const char* text, const char* part, int32_t, int32_t) {
+    return g_matches >= 0                       ? g_matches
+           : text == nullptr || part == nullptr ? 0
+                                                : std::strstr(text, part) != nullptr;
+}
 
 namespace {
 
@@ -208,6 +224,34 @@ TEST_F(FrameTest, RemembersWhatIsSetInAFilter) {
     EXPECT_EQ(result_and_flags(), "0 01010000000100000000000011");
     filter.initialized = 0;
     EXPECT_EQ(result_and_flags(), "1 01010101010101010101010106");
+
+    filter.mac = filter.ip = nullptr;  // as is remembered, something is wanted
+    EXPECT_EQ(result_and_flags(), "0 01010101010101010101010106");
+    EXPECT_EQ(zxframe_innerapi_filterFrameByIp(this, &filter), 0);
+    g_matches = 1;
+    EXPECT_EQ(result_and_flags(), "1 01010101010101010101010106") << "by another rule";
+    g_matches = -1;
+    EXPECT_EQ(zxframe_api_filterFrame(this, tcp.data(), nullptr) +
+                  zxframe_innerapi_filterFrameByMac(this, nullptr) +
+                  zxframe_innerapi_filterFrameByIp(this, nullptr),
+              0);
+    EXPECT_EQ(log.take(), Lines(3, "[ERROR][NETFRAME]Param error####filter"));
+}
+
+TEST_F(FrameTest, NamesTheLineOfTheCallThatItSpeaksFor) {
+    flag_printLineFunc = 1;
+    EXPECT_EQ(zxframe_api_isTcp(nullptr) + zxframe_api_is_ipArp(nullptr), 0);
+    std::map<std::string, std::set<std::string>> lines;
+    for (const std::string& line : decode(frame("0806"))) {
+        const Lines place = split(line.substr(line.find("][", 8) + 2), ' ');
+        lines[place[0]].insert(place[1].substr(0, place[1].find(']')));
+    }
+    for (const char* const func : {"zxframe_api_isTcp", "zxframe_innerapi_printEthrtType",
+                                   "zxframe_innerapi_parseArp", "zxframe_innerapi_parseEthrt"}) {
+        EXPECT_EQ(lines[func].size(), 1U) << func;
+    }
+    EXPECT_NE(lines["zxframe_api_isTcp"], lines["zxframe_api_is_ipArp"]);
+    EXPECT_EQ(lines.size(), 5U);
 }
 
 TEST_F(FrameTest, TellsFramesByTheirAddresses) {

@@ -51,24 +51,24 @@ const char* operation_line(std::uint16_t operation) {
     }
 }
 
-[[gnu::cold, gnu::noinline]] void dump_packet(const char* func, const arp_view& arp) {
-    ZX_LOG_FROM(func, info, "==================== ARP Header Info =====================");
-    ZX_LOG_FROM(func, info, "%s", hardware_line(arp.hardware_type));
-    ZX_LOG_FROM(func, info, "%s",
-                arp.protocol_type == kEtherTypeIpv4 ? "protocol type:IP" : "protocol type:error.");
-    ZX_LOG_FROM(func, info, "hardware size: %d", arp.hardware_len);
-    ZX_LOG_FROM(func, info, "protocol size: %d", arp.protocol_len);
-    ZX_LOG_FROM(func, info, "%s", operation_line(arp.operation));
-    ZX_LOG_FROM(func, info, "sender mac: %s", MacText(arp.sender_mac).text);
-    ZX_LOG_FROM(func, info, "sender ipaddr:%s", AddressText(arp.sender_ip).text);
-    ZX_LOG_FROM(func, info, "target mac:%s", MacText(arp.target_mac).text);
-    ZX_LOG_FROM(func, info, "target ipaddr:%s", AddressText(arp.target_ip).text);
+[[gnu::cold, gnu::noinline]] void dump_packet(const arp_view& arp, zx::Caller caller = {}) {
+    ZX_LOG_AT(caller, info, "==================== ARP Header Info =====================");
+    ZX_LOG_AT(caller, info, "%s", hardware_line(arp.hardware_type));
+    ZX_LOG_AT(caller, info, "%s",
+              arp.protocol_type == kEtherTypeIpv4 ? "protocol type:IP" : "protocol type:error.");
+    ZX_LOG_AT(caller, info, "hardware size: %d", arp.hardware_len);
+    ZX_LOG_AT(caller, info, "protocol size: %d", arp.protocol_len);
+    ZX_LOG_AT(caller, info, "%s", operation_line(arp.operation));
+    ZX_LOG_AT(caller, info, "sender mac: %s", MacText(arp.sender_mac).text);
+    ZX_LOG_AT(caller, info, "sender ipaddr:%s", AddressText(arp.sender_ip).text);
+    ZX_LOG_AT(caller, info, "target mac:%s", MacText(arp.target_mac).text);
+    ZX_LOG_AT(caller, info, "target ipaddr:%s", AddressText(arp.target_ip).text);
 }
 
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseArp(ether_ctt* pether_ctt, const uint8_t* parp) {
-    if (!has_all(__func__, pether_ctt, Argument{parp, "parp"})) {
+    if (!has_all(pether_ctt, Argument{parp, "parp"})) {
         return;
     }
     arp_view& arp = pether_ctt->arp;
@@ -82,12 +82,12 @@ extern "C" void zxframe_innerapi_parseArp(ether_ctt* pether_ctt, const uint8_t* 
     std::memcpy(arp.target_mac, parp + arp_at::target_mac, sizeof arp.target_mac);
     std::memcpy(&arp.target_ip, parp + arp_at::target_ip, sizeof arp.target_ip);
     if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_packet(__func__, arp);
+        dump_packet(arp);
     }
 }
 
 extern "C" void zxframe_innerapi_doArp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_all(__func__, pether_ctt, Argument{data, "data"})) {
+    if (has_all(pether_ctt, Argument{data, "data"})) {
         zxframe_innerapi_parseArp(pether_ctt, data);
     }
 }
@@ -96,7 +96,7 @@ extern "C" int32_t zxframe_api_buildArp(ether_ctt* pether_ctt, const char* str_s
                                         const char* source_ip, const char* target_ip,
                                         uint8_t* outbuf) {
     constexpr char kBroadcast[] = "FF:FF:FF:FF:FF:FF";
-    if (!has_all(__func__, pether_ctt, Argument{str_source_mac, "str_source_mac"},
+    if (!has_all(pether_ctt, Argument{str_source_mac, "str_source_mac"},
                  Argument{outbuf, "outbuf"})) {
         return 0;
     }

@@ -86,7 +86,7 @@ void write_segment(const ether_ctt& record, std::uint8_t* out) {
 
 extern "C" int32_t zxframe_api_buildTcp(ether_ctt* pether_ctt, const zxbuildtcp_ctt* pether_pkt,
                                         uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
+    if (!has_all(pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
         return -1;
     }
     if (const char* const missing = outbuf == nullptr ? "outbuf" : missing_text(*pether_pkt)) {
@@ -141,7 +141,7 @@ extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
 
 extern "C" int32_t zxframe_api_buildUdp(ether_ctt* pether_ctt, const ether_pkt* pether_pkt,
                                         uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
+    if (!has_all(pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
         return -1;
     }
     if (const char* const bad = outbuf == nullptr ? "outbuf" : endless_text(*pether_pkt)) {
@@ -161,7 +161,7 @@ extern "C" int32_t zxframe_api_buildUdp(ether_ctt* pether_ctt, const ether_pkt* 
 }
 
 extern "C" int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{outbuf, "pether_pkt"})) {
+    if (!has_all(pether_ctt, Argument{outbuf, "pether_pkt"})) {
         return -1;
     }
     const std::uint16_t received = std::exchange(pether_ctt->data_len, std::uint16_t{0});
@@ -179,7 +179,7 @@ extern "C" int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbu
 }
 
 extern "C" int32_t zxframe_api_buildTcpData(ether_ctt* pether_ctt, uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{outbuf, "pether_pkt"})) {
+    if (!has_all(pether_ctt, Argument{outbuf, "pether_pkt"})) {
         return -1;
     }
     prepare_segment(*pether_ctt);

@@ -24,17 +24,17 @@ static_assert(offsetof(ether_ctt, ether_type_name) == 50 && offsetof(ether_ctt, 
 
 namespace {
 
-[[gnu::cold, gnu::noinline]] void dump_unsupported(const char* func, std::uint16_t value) {
+[[gnu::cold, gnu::noinline]] void dump_unsupported(std::uint16_t value, zx::Caller caller = {}) {
     if (const EtherType* const row = find_ether_type(value)) {
-        ZX_LOG_FROM(func, info, "%s%s, no support to parse this frame", row->unsupported_prefix,
-                    row->name.text);
+        ZX_LOG_AT(caller, info, "%s%s, no support to parse this frame", row->unsupported_prefix,
+                  row->name.text);
     }
 }
 
 }  // namespace
 
 extern "C" int32_t zxframe_api_doFrame(ether_ctt* pether_ctt, const uint8_t* frame_buf) {
-    if (!has_all(__func__, pether_ctt, Argument{frame_buf, "frame_buf"})) {
+    if (!has_all(pether_ctt, Argument{frame_buf, "frame_buf"})) {
         return -1;
     }
     zxframe_innerapi_parseEthrt(pether_ctt, frame_buf);
@@ -50,7 +50,7 @@ extern "C" int32_t zxframe_api_doFrame(ether_ctt* pether_ctt, const uint8_t* fra
             break;
         default:
             if (pether_ctt->print_flag != 0) [[unlikely]] {
-                dump_unsupported(__func__, pether_ctt->ether_type);
+                dump_unsupported(pether_ctt->ether_type);
             }
             break;
     }

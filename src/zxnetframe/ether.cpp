@@ -11,24 +11,24 @@ using namespace zx::frame;
 
 namespace {
 
-[[gnu::cold, gnu::noinline]] void dump_header(const char* func, const ether_ctt& record) {
-    ZX_LOG_FROM(func, notice, "============  FRAME  ============");
-    ZX_LOG_FROM(func, info, "============  ether header info  ============");
-    ZX_LOG_FROM(func, info, "Destination:%s", record.str_dest_mac);
-    ZX_LOG_FROM(func, info, "Source:%s", record.str_source_mac);
+[[gnu::cold, gnu::noinline]] void dump_header(const ether_ctt& record, zx::Caller caller = {}) {
+    ZX_LOG_AT(caller, notice, "============  FRAME  ============");
+    ZX_LOG_AT(caller, info, "============  ether header info  ============");
+    ZX_LOG_AT(caller, info, "Destination:%s", record.str_dest_mac);
+    ZX_LOG_AT(caller, info, "Source:%s", record.str_source_mac);
 }
 
-[[gnu::cold, gnu::noinline]] void dump_type(const char* func, std::uint16_t ether_type) {
+[[gnu::cold, gnu::noinline]] void dump_type(std::uint16_t ether_type, zx::Caller caller = {}) {
     constexpr std::uint16_t kFirstTest = 0x0101;
     constexpr std::uint16_t kLastTest = 0x01FF;
     if (ether_type >= kFirstTest && ether_type <= kLastTest) {
-        ZX_LOG_FROM(func, info, "test");
+        ZX_LOG_AT(caller, info, "test");
     } else if (ether_type <= kMaxLength8023) {
-        ZX_LOG_FROM(func, info, "IEEE 802.3 len:%d", ether_type);
+        ZX_LOG_AT(caller, info, "IEEE 802.3 len:%d", ether_type);
     } else if (const EtherType* const row = find_ether_type(ether_type)) {
-        ZX_LOG_FROM(func, info, "Type:%s", row->name.text);
+        ZX_LOG_AT(caller, info, "Type:%s", row->name.text);
     } else {
-        ZX_LOG_FROM(func, info, "Unknow ether type(%#x)", ether_type);
+        ZX_LOG_AT(caller, info, "Unknow ether type(%#x)", ether_type);
     }
 }
 
@@ -50,7 +50,7 @@ void store_name(std::uint16_t ether_type, char* out) {
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t* peth) {
-    if (!has_all(__func__, pether_ctt, Argument{peth, "peth"})) {
+    if (!has_all(pether_ctt, Argument{peth, "peth"})) {
         return;
     }
     print_mac(peth + ether_at::dest, pether_ctt->str_dest_mac);
@@ -59,10 +59,10 @@ extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t
     std::memcpy(pether_ctt->source_mac, peth + ether_at::source, sizeof pether_ctt->source_mac);
     pether_ctt->ether_type = zx::load_be16(peth + ether_at::type);
     if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_header(__func__, *pether_ctt);
-        dump_type("zxframe_innerapi_printEthrtType", pether_ctt->ether_type);
+        dump_header(*pether_ctt);
     }
-    store_name(pether_ctt->ether_type, pether_ctt->ether_type_name);
+    zxframe_innerapi_printEthrtType(pether_ctt->print_flag, pether_ctt->ether_type,
+                                    pether_ctt->ether_type_name);
 }
 
 extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ether_type,
@@ -72,7 +72,7 @@ extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ethe
         return;
     }
     if (print_flag != 0) [[unlikely]] {
-        dump_type(__func__, ether_type);
+        dump_type(ether_type);
     }
     store_name(ether_type, ether_type_name);
 }
@@ -80,7 +80,7 @@ extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ethe
 extern "C" void zxframe_innerapi_buildEthrt(ether_ctt* pether_ctt, const char* str_dest_mac,
                                             const char* str_source_mac, uint16_t ether_type,
                                             uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{str_source_mac, "str_source_mac"},
+    if (!has_all(pether_ctt, Argument{str_source_mac, "str_source_mac"},
                  Argument{outbuf, "outbuf"})) {
         return;
     }

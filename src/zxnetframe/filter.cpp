@@ -1,11 +1,11 @@
 // Which frames pass a capture filter.
-#include <optional>
 #include <string_view>
 
 #include "zxframe.h"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/texts.hpp"
 #include "zxnetframe/wire.hpp"
+#include "zxstr.h"
 
 using namespace zx::frame;
 
@@ -42,41 +42,20 @@ void initialize(frame_filter_ctt& filter) {
     filter.initialized = 1;
 }
 
-// True when the filter's text contains the frame's: zxstr_api_isCasestr() with the lengths known.
-bool contains(const char* wanted, std::string_view text) {
-    const std::string_view haystack{wanted};
-    return haystack.size() == text.size() ? haystack == text
-                                          : haystack.find(text) != std::string_view::npos;
+// True when the filter's text contains the frame's, by the rule of the logging library.
+bool names(const char* wanted, const char* text) {
+    return zxstr_api_isCasestr(wanted, text) != 0;
 }
-
-// The same for an address. In a text that is one address itself, only one whose two numbers in the
-// middle are the same can be found.
-class WantedAddress {
-public:
-    explicit WantedAddress(const char* text) : text_(text), ip_(zx::parse_canonical(text)) {}
-
-    [[nodiscard]] bool contains(std::uint32_t address) const {
-        constexpr std::uint32_t kMiddle = 0x00FFFF00;
-        const std::uint32_t ip = ntohl(address);
-        if (ip_ && (ip == *ip_ || ((ip ^ *ip_) & kMiddle) != 0)) {
-            return ip == *ip_;
-        }
-        const AddressText text{address};
-        return ::contains(text_, {text.text, text.size});
-    }
-
-private:
-    const char* text_;
-    std::optional<std::uint32_t> ip_;
-};
+bool names(const char* wanted, std::uint32_t address) {
+    return names(wanted, AddressText(address).text);
+}
 
 bool matches_addresses(const frame_filter_ctt& filter, const ipv4_view& ip) {
     if (filter.has_ip != 0) {
-        const WantedAddress wanted(filter.ip);
-        return wanted.contains(ip.saddr) || wanted.contains(ip.daddr);
+        return names(filter.ip, ip.saddr) || names(filter.ip, ip.daddr);
     }
-    return (filter.has_source_ip == 0 || WantedAddress(filter.source_ip).contains(ip.saddr)) &&
-           (filter.has_dest_ip == 0 || WantedAddress(filter.dest_ip).contains(ip.daddr));
+    return (filter.has_source_ip == 0 || names(filter.source_ip, ip.saddr)) &&
+           (filter.has_dest_ip == 0 || names(filter.dest_ip, ip.daddr));
 }
 
 bool matches_ports(const frame_filter_ctt& filter, const ether_ctt& frame) {
@@ -100,6 +79,10 @@ bool matches_ports(const frame_filter_ctt& filter, const ether_ctt& frame) {
 
 extern "C" int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_buf,
                                            frame_filter_ctt* filter) {
+    if (filter == nullptr) {
+        ZX_LOG_PARAM("filter");
+        return 0;
+    }
     if (filter->initialized == 0) {
         initialize(*filter);
     }
@@ -122,20 +105,27 @@ extern "C" int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_b
 
 extern "C" int32_t zxframe_innerapi_filterFrameByMac(void* /*context*/,
                                                      const frame_filter_ctt* filter) {
-    constexpr std::size_t kLength = ZXFRAME_MAC_TEXT_SIZE - 1;
-    const std::string_view source{filter->frame.str_source_mac, kLength};
-    const std::string_view dest{filter->frame.str_dest_mac, kLength};
-    if (filter->has_mac != 0) {
-        return contains(filter->mac, source) || contains(filter->mac, dest) ? 1 : 0;
+    if (filter == nullptr) {
+        ZX_LOG_PARAM("filter");
+        return 0;
     }
-    return (filter->has_source_mac == 0 || contains(filter->source_mac, source)) &&
-                   (filter->has_dest_mac == 0 || contains(filter->dest_mac, dest))
+    const char* const source = filter->frame.str_source_mac;
+    const char* const dest = filter->frame.str_dest_mac;
+    if (filter->has_mac != 0) {
+        return names(filter->mac, source) || names(filter->mac, dest) ? 1 : 0;
+    }
+    return (filter->has_source_mac == 0 || names(filter->source_mac, source)) &&
+                   (filter->has_dest_mac == 0 || names(filter->dest_mac, dest))
                ? 1
                : 0;
 }
 
 extern "C" int32_t zxframe_innerapi_filterFrameByIp(void* /*context*/,
                                                     const frame_filter_ctt* filter) {
+    if (filter == nullptr) {
+        ZX_LOG_PARAM("filter");
+        return 0;
+    }
     const ether_ctt& frame = filter->frame;
     if (frame.ether_type != kEtherTypeIpv4) {
         return 0;

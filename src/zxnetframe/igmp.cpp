@@ -31,16 +31,16 @@ enum RecordType : std::uint8_t {
     kBlockOldSources = 6,
 };
 
-// Speaks for the function `func`.
-bool fits(const char* func, const igmp_req& req) {
+// Speaks for the caller.
+bool fits(const igmp_req& req, zx::Caller caller = {}) {
     if (req.source_count > ZXFRAME_IGMP_SOURCES) {
-        ZX_LOG_FROM(func, error, "There are %u IGMP sources,more than %d", req.source_count,
-                    ZXFRAME_IGMP_SOURCES);
+        ZX_LOG_AT(caller, error, "There are %u IGMP sources,more than %d", req.source_count,
+                  ZXFRAME_IGMP_SOURCES);
         return false;
     }
     for (const auto& source : std::span(req.sources).first(req.source_count)) {
         if (std::memchr(source, '\0', sizeof source) == nullptr) {
-            refuse(func, "sources");
+            refuse("sources", caller);
             return false;
         }
     }
@@ -79,14 +79,14 @@ const char* missing_text(const igmp_req& req) {
 
 extern "C" int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* req,
                                          uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{outbuf, "pether_pkt"})) {
+    if (!has_all(pether_ctt, Argument{outbuf, "pether_pkt"})) {
         return -1;
     }
     if (const char* const missing = req == nullptr ? "req" : missing_text(*req)) {
         ZX_LOG_PARAM(missing);
         return -1;
     }
-    if (!fits(__func__, *req)) {
+    if (!fits(*req)) {
         return -1;
     }
     zxframe_innerapi_buildEthrt(pether_ctt, req->str_dest_mac, req->str_source_mac, kEtherTypeIpv4,
@@ -134,10 +134,10 @@ extern "C" uint32_t zxframe_innerapi_getIgmpRecordType(const igmp_req* req) {
 
 extern "C" uint32_t zxframe_innerapi_buildIgmp(ether_ctt* pether_ctt, const igmp_req* req,
                                                uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{req, "req"}, Argument{outbuf, "outbuf"})) {
+    if (!has_all(pether_ctt, Argument{req, "req"}, Argument{outbuf, "outbuf"})) {
         return 0;
     }
-    if (!fits(__func__, *req)) {
+    if (!fits(*req)) {
         return 0;
     }
     igmp_view& view = pether_ctt->igmp;
@@ -155,7 +155,7 @@ extern "C" uint32_t zxframe_innerapi_buildIgmp(ether_ctt* pether_ctt, const igmp
 
 extern "C" uint32_t zxframe_innerapi_getIgmpData1(ether_ctt* pether_ctt, igmp_view* view,
                                                   uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{view, "view"}, Argument{outbuf, "outbuf"})) {
+    if (!has_all(pether_ctt, Argument{view, "view"}, Argument{outbuf, "outbuf"})) {
         return 0;
     }
     constexpr auto kSize = static_cast<std::uint32_t>(igmp_at::short_end);
@@ -177,7 +177,7 @@ extern "C" uint32_t zxframe_innerapi_getIgmpData1(ether_ctt* pether_ctt, igmp_vi
 
 extern "C" uint32_t zxframe_innerapi_getIgmpData2(ether_ctt* pether_ctt, igmp_view* view,
                                                   uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{view, "view"}, Argument{outbuf, "outbuf"})) {
+    if (!has_all(pether_ctt, Argument{view, "view"}, Argument{outbuf, "outbuf"})) {
         return 0;
     }
     const std::size_t count = std::min<std::size_t>(view->source_count, std::size(view->sources));

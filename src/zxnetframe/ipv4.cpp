@@ -17,34 +17,34 @@ constexpr std::uint8_t kRouterAlertLen = 4;
 constexpr std::uint8_t kTtl = 64;
 constexpr std::uint8_t kTtlIgmp = 1;
 
-[[gnu::cold, gnu::noinline]] void dump_header(const char* func, const ipv4_view& ip,
-                                              std::uint16_t fragment) {
+[[gnu::cold, gnu::noinline]] void dump_header(const ipv4_view& ip, std::uint16_t fragment,
+                                              zx::Caller caller = {}) {
     const unsigned words = ip.header_len;
-    ZX_LOG_FROM(func, info, "=============== IP header info===============");
-    ZX_LOG_FROM(func, info, "Version :%d", static_cast<int>(ip.version));
-    ZX_LOG_FROM(func, info, "Header Length:%d bytes(%d)", static_cast<int>(kWord * words),
-                static_cast<int>(words));
-    ZX_LOG_FROM(func, info, "Differentiated Services Field: 0x%02x", ip.tos);
-    ZX_LOG_FROM(func, info, "Total Length: %d", ip.total_len);
-    ZX_LOG_FROM(func, info, "Identification: 0x%04x(%d)", ip.id, ip.id);
-    ZX_LOG_FROM(func, info, "Fragment offset: %d", fragment);
-    ZX_LOG_FROM(func, info, "Time to live: %d", ip.ttl);
+    ZX_LOG_AT(caller, info, "=============== IP header info===============");
+    ZX_LOG_AT(caller, info, "Version :%d", static_cast<int>(ip.version));
+    ZX_LOG_AT(caller, info, "Header Length:%d bytes(%d)", static_cast<int>(kWord * words),
+              static_cast<int>(words));
+    ZX_LOG_AT(caller, info, "Differentiated Services Field: 0x%02x", ip.tos);
+    ZX_LOG_AT(caller, info, "Total Length: %d", ip.total_len);
+    ZX_LOG_AT(caller, info, "Identification: 0x%04x(%d)", ip.id, ip.id);
+    ZX_LOG_AT(caller, info, "Fragment offset: %d", fragment);
+    ZX_LOG_AT(caller, info, "Time to live: %d", ip.ttl);
     if (const Name& name = kIpProtocols[ip.protocol]; !name.empty()) {
-        ZX_LOG_FROM(func, info, "Protocol:%s(%d)", name.text, ip.protocol);
+        ZX_LOG_AT(caller, info, "Protocol:%s(%d)", name.text, ip.protocol);
     } else {
-        ZX_LOG_FROM(func, info, "Unknow protocol(%d)", ip.protocol);
+        ZX_LOG_AT(caller, info, "Unknow protocol(%d)", ip.protocol);
     }
-    ZX_LOG_FROM(func, info, "Header checksum: %#x", ip.check);
-    ZX_LOG_FROM(func, info, "Source : %s", AddressText(ip.saddr).text);
-    ZX_LOG_FROM(func, info, "Destination: %s", AddressText(ip.daddr).text);
+    ZX_LOG_AT(caller, info, "Header checksum: %#x", ip.check);
+    ZX_LOG_AT(caller, info, "Source : %s", AddressText(ip.saddr).text);
+    ZX_LOG_AT(caller, info, "Destination: %s", AddressText(ip.daddr).text);
 }
 
-[[gnu::cold, gnu::noinline]] void dump_unsupported(const char* func, std::uint8_t protocol) {
+[[gnu::cold, gnu::noinline]] void dump_unsupported(std::uint8_t protocol, zx::Caller caller = {}) {
     if (protocol != 0 && !kIpProtocols[protocol].empty()) {
-        ZX_LOG_FROM(func, info, "%s,no support parse", kIpProtocols[protocol].text);
+        ZX_LOG_AT(caller, info, "%s,no support parse", kIpProtocols[protocol].text);
     } else {
-        ZX_LOG_FROM(func, info, "No supprt protocol(code:0x%02x(%d)),please fix me", protocol,
-                    protocol);
+        ZX_LOG_AT(caller, info, "No supprt protocol(code:0x%02x(%d)),please fix me", protocol,
+                  protocol);
     }
 }
 
@@ -92,7 +92,7 @@ void write_router_alert(const ipv4_view& ip, std::uint8_t* option) {
 }  // namespace
 
 extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t* iph) {
-    if (!has_all(__func__, pether_ctt, Argument{iph, "iph"})) {
+    if (!has_all(pether_ctt, Argument{iph, "iph"})) {
         return;
     }
     ipv4_view& ip = pether_ctt->ipv4;
@@ -111,12 +111,12 @@ extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t*
     std::memcpy(&ip.daddr, iph + ipv4_at::daddr, sizeof ip.daddr);
     name_protocol(ip);
     if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_header(__func__, ip, fragment);
+        dump_header(ip, fragment);
     }
 }
 
 extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (!has_all(__func__, pether_ctt, Argument{data, "data"})) {
+    if (!has_all(pether_ctt, Argument{data, "data"})) {
         return;
     }
     zxframe_innerapi_parseIpv4(pether_ctt, data);
@@ -127,19 +127,19 @@ extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* da
     } else if (protocol == kProtocolUdp) {
         zxframe_innerapi_doUdp(pether_ctt, transport);
     } else if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_unsupported(__func__, protocol);
+        dump_unsupported(protocol);
     }
 }
 
 extern "C" void zxframe_innerapi_doIpv6(ether_ctt* pether_ctt, const uint8_t* data) {
-    static_cast<void>(has_all(__func__, pether_ctt, Argument{data, "data"}));
+    static_cast<void>(has_all(pether_ctt, Argument{data, "data"}));
 }
 
 extern "C" void zxframe_innerapi_buildIpv4(ether_ctt* pether_ctt, uint8_t protocol,
                                            const char* source_ip, const char* dest_ip,
                                            uint32_t transport_len, uint8_t* outbuf) {
-    if (!has_all(__func__, pether_ctt, Argument{source_ip, "source_ip"},
-                 Argument{dest_ip, "dest_ip"}, Argument{outbuf, "outbuf"})) {
+    if (!has_all(pether_ctt, Argument{source_ip, "source_ip"}, Argument{dest_ip, "dest_ip"},
+                 Argument{outbuf, "outbuf"})) {
         return;
     }
     ipv4_view& ip = pether_ctt->ipv4;

@@ -8,8 +8,8 @@ inline constexpr char kTag[] = "NETFRAME";
 
 namespace zx::frame {
 
-[[gnu::cold, gnu::noinline]] inline void refuse(const char* func, const char* name) {
-    ZX_LOG_FROM(func, error, "Param error####%s", name);
+[[gnu::cold, gnu::noinline]] inline void refuse(const char* name, zx::Caller caller = {}) {
+    ZX_LOG_AT(caller, error, "Param error####%s", name);
 }
 
 struct Argument {
@@ -17,17 +17,26 @@ struct Argument {
     const char* name;  // in messages
 };
 
+// The record of an exported function, and the place in it that asks.
+struct Record {
+    Record(const ether_ctt* given, Caller asking = {})  // NOLINT(google-explicit-constructor)
+        : pointer(given), caller(asking) {}
+
+    const ether_ctt* pointer;
+    Caller caller;
+};
+
 // True when the record and the other arguments are there; the first that is not is logged.
 template <typename... Others>
-[[nodiscard]] bool has_all(const char* func, const ether_ctt* record, Others... others) {
-    const auto is_there = [func](const Argument& argument) {
+[[nodiscard]] bool has_all(Record record, Others... others) {
+    const auto is_there = [&record](const Argument& argument) {
         if (argument.pointer == nullptr) [[unlikely]] {
-            refuse(func, argument.name);
+            refuse(argument.name, record.caller);
             return false;
         }
         return true;
     };
-    return is_there({record, "pether_ctt"}) && (is_there(others) && ...);
+    return is_there({record.pointer, "pether_ctt"}) && (is_there(others) && ...);
 }
 
 }  // namespace zx::frame

@@ -12,35 +12,35 @@ namespace {
 
 constexpr std::uint16_t kWindow = 64240;
 
-[[gnu::cold, gnu::noinline]] void dump_header(const char* func, const tcp_view& tcp) {
-    ZX_LOG_FROM(func, info, "==================== TCP Header Info =====================");
-    ZX_LOG_FROM(func, info, "Source Port: %d", tcp.source);
-    ZX_LOG_FROM(func, info, "Destination port:%d", tcp.dest);
-    ZX_LOG_FROM(func, info, "Sequence_number :%u", tcp.seq);
-    ZX_LOG_FROM(func, info, "Acknowledgment number:%u", tcp.ack_seq);
-    ZX_LOG_FROM(func, info, "Header Length: %d bytes", static_cast<int>(kWord * tcp.doff));
-    ZX_LOG_FROM(func, info, "Flags: ");
-    ZX_LOG_FROM(func, info, "    Urgent:%d", static_cast<int>(tcp.urg));
-    ZX_LOG_FROM(func, info, "    Acknowledgment:%d", static_cast<int>(tcp.ack));
-    ZX_LOG_FROM(func, info, "    Push :%d", static_cast<int>(tcp.psh));
-    ZX_LOG_FROM(func, info, "    Reset :%d", static_cast<int>(tcp.rst));
-    ZX_LOG_FROM(func, info, "    Syn :%d", static_cast<int>(tcp.syn));
-    ZX_LOG_FROM(func, info, "    Fin : %d", static_cast<int>(tcp.fin));
-    ZX_LOG_FROM(func, info, "Window size: %d", tcp.window);
-    ZX_LOG_FROM(func, info, "Checksum: %d", tcp.check);
-    ZX_LOG_FROM(func, info, "Urgent pointer: %d", tcp.urg_ptr);
+[[gnu::cold, gnu::noinline]] void dump_header(const tcp_view& tcp, zx::Caller caller = {}) {
+    ZX_LOG_AT(caller, info, "==================== TCP Header Info =====================");
+    ZX_LOG_AT(caller, info, "Source Port: %d", tcp.source);
+    ZX_LOG_AT(caller, info, "Destination port:%d", tcp.dest);
+    ZX_LOG_AT(caller, info, "Sequence_number :%u", tcp.seq);
+    ZX_LOG_AT(caller, info, "Acknowledgment number:%u", tcp.ack_seq);
+    ZX_LOG_AT(caller, info, "Header Length: %d bytes", static_cast<int>(kWord * tcp.doff));
+    ZX_LOG_AT(caller, info, "Flags: ");
+    ZX_LOG_AT(caller, info, "    Urgent:%d", static_cast<int>(tcp.urg));
+    ZX_LOG_AT(caller, info, "    Acknowledgment:%d", static_cast<int>(tcp.ack));
+    ZX_LOG_AT(caller, info, "    Push :%d", static_cast<int>(tcp.psh));
+    ZX_LOG_AT(caller, info, "    Reset :%d", static_cast<int>(tcp.rst));
+    ZX_LOG_AT(caller, info, "    Syn :%d", static_cast<int>(tcp.syn));
+    ZX_LOG_AT(caller, info, "    Fin : %d", static_cast<int>(tcp.fin));
+    ZX_LOG_AT(caller, info, "Window size: %d", tcp.window);
+    ZX_LOG_AT(caller, info, "Checksum: %d", tcp.check);
+    ZX_LOG_AT(caller, info, "Urgent pointer: %d", tcp.urg_ptr);
 }
 
-[[gnu::cold, gnu::noinline]] void dump_sizes(const char* func, const ether_ctt& record) {
+[[gnu::cold, gnu::noinline]] void dump_sizes(const ether_ctt& record, zx::Caller caller = {}) {
     const ipv4_view& ip = record.ipv4;
-    ZX_LOG_FROM(func, info, "total_len len,ip_header_len,tcp_header_len: %d,%d,%d", ip.total_len,
-                static_cast<int>(ip.header_len), static_cast<int>(record.tcp.doff));
-    ZX_LOG_FROM(func, info, "data len: %d", record.data_len);
+    ZX_LOG_AT(caller, info, "total_len len,ip_header_len,tcp_header_len: %d,%d,%d", ip.total_len,
+              static_cast<int>(ip.header_len), static_cast<int>(record.tcp.doff));
+    ZX_LOG_AT(caller, info, "data len: %d", record.data_len);
 }
 
-[[gnu::cold, gnu::noinline]] void report_short(const char* func, std::uint32_t size) {
-    ZX_LOG_FROM(func, error, "Header Length(%d) is less than 20,maybe error",
-                static_cast<int>(size));
+[[gnu::cold, gnu::noinline]] void report_short(std::uint32_t size, zx::Caller caller = {}) {
+    ZX_LOG_AT(caller, error, "Header Length(%d) is less than 20,maybe error",
+              static_cast<int>(size));
 }
 
 // All in a row: they share a word of the record, which is then written once.
@@ -58,7 +58,7 @@ void store_offset_and_flags(tcp_view& tcp, std::uint8_t offset, std::uint8_t fla
 
 extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* tcph,
                                           const uint8_t* opt_source) {
-    if (!has_all(__func__, pether_ctt, Argument{tcph, "iph"})) {
+    if (!has_all(pether_ctt, Argument{tcph, "iph"})) {
         return;
     }
     tcp_view& tcp = pether_ctt->tcp;
@@ -71,7 +71,7 @@ extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* 
     tcp.check = zx::load_be16(tcph + tcp_at::check);
     tcp.urg_ptr = zx::load_be16(tcph + tcp_at::urg_ptr);
     if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_header(__func__, tcp);
+        dump_header(tcp);
     }
 
     if (tcp.doff > kTcpWords && opt_source != nullptr) {
@@ -82,19 +82,19 @@ extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* 
             take_options(tcp, tcph + tcp_at::options, size);
         }
     } else if (tcp.doff < kTcpWords) {
-        report_short(__func__, kWord * tcp.doff);
+        report_short(kWord * tcp.doff);
     }
 
     const ipv4_view& ip = pether_ctt->ipv4;
     pether_ctt->data_len =
         static_cast<std::uint16_t>(ip.total_len - kWord * ip.header_len - kWord * tcp.doff);
     if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_sizes(__func__, *pether_ctt);
+        dump_sizes(*pether_ctt);
     }
 }
 
 extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_all(__func__, pether_ctt, Argument{data, "data"})) {
+    if (has_all(pether_ctt, Argument{data, "data"})) {
         zxframe_innerapi_parseTcp(pether_ctt, data, data);
     }
 }
@@ -102,7 +102,7 @@ extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* dat
 extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
                                                  const zxbuildtcp_ctt* pzxbuildtcp_ctt,
                                                  uint8_t* tcph) {
-    if (!has_all(__func__, pether_ctt, Argument{pzxbuildtcp_ctt, "pzxbuildtcp_ctt"},
+    if (!has_all(pether_ctt, Argument{pzxbuildtcp_ctt, "pzxbuildtcp_ctt"},
                  Argument{tcph, "tcph"})) {
         return;
     }

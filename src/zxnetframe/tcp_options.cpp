@@ -17,42 +17,42 @@ const OptionKind* find_kind(std::uint32_t kind) {
                                                                             : nullptr;
 }
 
-[[gnu::cold, gnu::noinline]] void dump_option(const char* func, const OptionKind& kind,
-                                              const tcp_option& option) {
+[[gnu::cold, gnu::noinline]] void dump_option(const OptionKind& kind, const tcp_option& option,
+                                              zx::Caller caller) {
     const std::uint8_t* const val = option.val;
-    ZX_LOG_FROM(func, info, "%s", kind.name);
+    ZX_LOG_AT(caller, info, "%s", kind.name);
     switch (kind.form) {
         case ValueForm::none:
             break;
         case ValueForm::number16:
-            ZX_LOG_FROM(func, info, "    -val:%u", zx::load_be16(val));
+            ZX_LOG_AT(caller, info, "    -val:%u", zx::load_be16(val));
             break;
         case ValueForm::number8:
-            ZX_LOG_FROM(func, info, "    -val:%u", val[0]);
+            ZX_LOG_AT(caller, info, "    -val:%u", val[0]);
             break;
         case ValueForm::sack_permitted:
-            ZX_LOG_FROM(func, info, "    -val:support sack");
+            ZX_LOG_AT(caller, info, "    -val:support sack");
             break;
         case ValueForm::blocks:
-            ZX_LOG_FROM(func, info, "    -len:%u", option.len);
+            ZX_LOG_AT(caller, info, "    -len:%u", option.len);
             for (int left = (option.len - kLengthOwn) / 8, at = 0; left > 0; --left, at += 8) {
-                ZX_LOG_FROM(func, info, "    -slre:%u~%u", zx::load_be32(val + at),
-                            zx::load_be32(val + at + 4));
+                ZX_LOG_AT(caller, info, "    -slre:%u~%u", zx::load_be32(val + at),
+                          zx::load_be32(val + at + 4));
             }
             break;
         case ValueForm::times:
-            ZX_LOG_FROM(func, info, "    -tsval:%u", zx::load_be32(val));
-            ZX_LOG_FROM(func, info, "    -tsecr:%u", zx::load_be32(val + 4));
+            ZX_LOG_AT(caller, info, "    -tsval:%u", zx::load_be32(val));
+            ZX_LOG_AT(caller, info, "    -tsecr:%u", zx::load_be32(val + 4));
             break;
         case ValueForm::opaque:
-            ZX_LOG_FROM(func, info, "    -val:unsupport parse");
+            ZX_LOG_AT(caller, info, "    -val:unsupport parse");
             break;
         case ValueForm::timeout:  // the unit and the number are taken as a byte each
-            ZX_LOG_FROM(func, info, "    -G bit:%d", val[0]);
+            ZX_LOG_AT(caller, info, "    -G bit:%d", val[0]);
             if (val[0] == 1) {
-                ZX_LOG_FROM(func, info, "    -UserTimeout:%d(minute)", val[1]);
+                ZX_LOG_AT(caller, info, "    -UserTimeout:%d(minute)", val[1]);
             } else {
-                ZX_LOG_FROM(func, info, "    -UserTimeout:%d(s)", val[1]);
+                ZX_LOG_AT(caller, info, "    -UserTimeout:%d(s)", val[1]);
             }
             break;
     }
@@ -62,7 +62,7 @@ const OptionKind* find_kind(std::uint32_t kind) {
 
 extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_t* tcph,
                                              const uint8_t* opt_source) {
-    if (!has_all(__func__, pether_ctt, Argument{tcph, "iph"}, Argument{opt_source, "iph"})) {
+    if (!has_all(pether_ctt, Argument{tcph, "iph"}, Argument{opt_source, "iph"})) {
         return;
     }
     const int size =
@@ -72,12 +72,12 @@ extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_
         take_options(pether_ctt->tcp, options, size);
         return;
     }
-    const char* const func = __func__;
+    const zx::Caller here;
     ZX_LOG(info, "====TCP Options:(%d bytes)", size);
     take_options(
         pether_ctt->tcp, options, size,
-        [=](const tcp_option& option) { dump_option(func, kOptionKinds[option.kind], option); },
-        [=](std::uint8_t kind) { ZX_LOG_FROM(func, info, "unknow kind:%d", kind); });
+        [=](const tcp_option& option) { dump_option(kOptionKinds[option.kind], option, here); },
+        [=](std::uint8_t kind) { ZX_LOG_AT(here, info, "unknow kind:%d", kind); });
 }
 
 extern "C" uint32_t zxframe_innerapi_buildTcpOpt(const zxbuildtcp_ctt* pzxbuildtcp_ctt,

@@ -42,10 +42,8 @@ struct MacText {
 
 // The dotted text of an address in network order.
 struct AddressText {
-    explicit AddressText(std::uint32_t address)
-        : size(static_cast<std::size_t>(zxnet_api_ipByte2Str(ntohl(address), text))) {}
+    explicit AddressText(std::uint32_t address) { print_dotted(ntohl(address), text); }
     char text[ZXNET_IP_TEXT_SIZE] = "";
-    std::size_t size;
 };
 
 // An address in network order. inet_aton(), which is slow, judges all but four decimal numbers.

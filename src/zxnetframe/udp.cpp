@@ -10,7 +10,7 @@ using namespace zx::frame;
 
 extern "C" void zxframe_innerapi_parseUdp(ether_ctt* pether_ctt, const uint8_t* udph,
                                           const uint8_t* /*opt_source*/) {
-    if (!has_all(__func__, pether_ctt, Argument{udph, "iph"})) {
+    if (!has_all(pether_ctt, Argument{udph, "iph"})) {
         return;
     }
     udp_view& udp = pether_ctt->udp;
@@ -33,15 +33,14 @@ extern "C" void zxframe_innerapi_parseUdp(ether_ctt* pether_ctt, const uint8_t* 
 }
 
 extern "C" void zxframe_innerapi_doUdp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_all(__func__, pether_ctt, Argument{data, "data"})) {
+    if (has_all(pether_ctt, Argument{data, "data"})) {
         zxframe_innerapi_parseUdp(pether_ctt, data, data);
     }
 }
 
 extern "C" void zxframe_innerapi_buildUdpPayload(ether_ctt* pether_ctt, const ether_pkt* pether_pkt,
                                                  uint8_t* udph) {
-    if (!has_all(__func__, pether_ctt, Argument{pether_pkt, "pether_pkt"},
-                 Argument{udph, "udph"})) {
+    if (!has_all(pether_ctt, Argument{pether_pkt, "pether_pkt"}, Argument{udph, "udph"})) {
         return;
     }
     udp_view& udp = pether_ctt->udp;
