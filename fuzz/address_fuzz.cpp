@@ -1,10 +1,11 @@
 // Reads any text as an address, a mask, a network or a MAC address. Texts end at the guard; outputs
-// have the size that the header asks for.
+// have the size that the header asks for, and what is said is compared, too.
 #include <arpa/inet.h>
 
 #include <optional>
 #include <string>
 
+#include "said.hpp"
 #include "support.hpp"
 #include "zxnet.h"
 
@@ -21,8 +22,14 @@ char* chars(std::uint8_t* bytes) {
     return reinterpret_cast<char*>(bytes);
 }
 
-// What the header says of dotted texts, the plain way.
-std::optional<std::uint32_t> read_dotted(std::string text, std::size_t size) {
+// What the header says of dotted texts, the plain way. `lines` gets what is said of `name`.
+std::optional<std::uint32_t> read_dotted(std::string text, std::size_t size,
+                                         zx::fuzz::Lines* lines = nullptr,
+                                         const char* name = nullptr) {
+    if (lines != nullptr && text.size() >= size) {
+        lines->say(2, "There is a bug that buf1 (%zu < %zu)(%s),please fix!!", size,
+                   text.size() + 1, text.c_str());
+    }
     text.resize(std::min(text.size(), size));
     std::uint32_t ip = 0;
     int count = 0;
@@ -30,6 +37,9 @@ std::optional<std::uint32_t> read_dotted(std::string text, std::size_t size) {
     for (char* field = strtok_r(text.data(), ".", &rest); field != nullptr;
          field = strtok_r(nullptr, ".", &rest), ++count) {
         ip = ip << 8U | (static_cast<std::uint32_t>(std::strtol(field, nullptr, 10)) & 0xFFU);
+    }
+    if (lines != nullptr && count != 4) {
+        lines->say(1, "Error %s(%s),num is %d", name, text.c_str(), count);
     }
     return count == 4 ? std::optional(ip) : std::nullopt;
 }
@@ -47,12 +57,21 @@ std::string dotted(std::uint32_t ip) {
 }
 
 void check_address(GuardedMemory& out, const std::string& text, const char* placed) {
+    zx::fuzz::Lines lines{"NETWORK", zxlog_api_getLoglevel()};
+    zx::fuzz::take_said();
     const std::uint32_t ip = zxnet_api_ipStr2Byte(placed);
-    require(ip == read_dotted(text, ZXNET_IP_TEXT_SIZE).value_or(0), "the address");
+    require(ip == read_dotted(text, ZXNET_IP_TEXT_SIZE, &lines, "pipaddr_start").value_or(0),
+            "the address");
+    require(zx::fuzz::take_said() == lines.said, "the lines of the address");
+    std::string expected = dotted(ip);
+    const auto length = static_cast<int32_t>(expected.size());
+    char* const exact = chars(out.fill(expected.size() + 1, 0));
+    require(zxnet_api_ipByte2Str(ip, exact) == length && exact == expected,
+            "no more than the text");
     char* const printed = out.old_text(ZXNET_IP_TEXT_SIZE);
-    require(zxnet_api_ipByte2Str(ip, printed) == static_cast<int32_t>(dotted(ip).size()) &&
-                printed == dotted(ip),
-            "the text of the address");
+    require(zxnet_api_ipByte2Str(ip, printed) == length, "the length of the text");
+    expected.resize(ZXNET_IP_TEXT_SIZE);
+    require(std::string(printed, ZXNET_IP_TEXT_SIZE) == expected, "the text and what it clears");
     in_addr address{};
     if (inet_pton(AF_INET, placed, &address) == 1) {
         require(ntohl(address.s_addr) == ip && text == printed, "as the C library has it");
@@ -84,12 +103,22 @@ void check_mac(GuardedMemory& out, const char* placed) {
     require(std::memcmp(mac, expected, sizeof mac) == 0, "the MAC address");
     require(zxnet_api_isVaildMac(placed) == (mac[0] % 2 == 0 ? 1 : 0), "a single station");
 
-    char* const printed = chars(out.fill(1 + 3 * sizeof mac, 0));
-    require(zxnet_api_macByte2str(mac, sizeof mac, printed) == sizeof mac, "the bytes");
-    std::uint8_t again[ZXNET_MAC_SIZE];
-    zxnet_api_macStr2Byte(printed, again);
-    require(std::memcmp(mac, again, sizeof mac) == 0, "the MAC address of its text");
-    zxnet_api_num2str16(mac, sizeof mac, chars(out.fill(1 + 2 * sizeof mac, 0)));
+    // Both append; what they write ends at the guard.
+    std::string short_digits = "x";
+    std::string all_digits = "x";
+    for (std::size_t i = 0; i < sizeof mac; ++i) {
+        char digits[8];
+        std::snprintf(digits, sizeof digits, "%s%x", i > 0 ? ":" : "", mac[i]);
+        short_digits += digits;
+        std::snprintf(digits, sizeof digits, "%02x", mac[i]);
+        all_digits += digits;
+    }
+    char* const bytes = out.text("x", short_digits.size() - 1);
+    require(zxnet_api_macByte2str(mac, sizeof mac, bytes) == sizeof mac && bytes == short_digits,
+            "the bytes");
+    char* const hex = out.text("x", all_digits.size() - 1);
+    require(zxnet_api_num2str16(mac, sizeof mac, hex) == sizeof mac && hex == all_digits,
+            "the digits");
 
     char* const group = out.old_text(ZXNET_MAC_TEXT_SIZE);
     require(zxnet_api_getMulticastDestMac(group, placed) == ZXNET_MAC_TEXT_SIZE - 1,
@@ -98,16 +127,20 @@ void check_mac(GuardedMemory& out, const char* placed) {
 
 void check_network(GuardedMemory& out, const std::string& ip_text, const char* ip,
                    const std::string& mask_text, const char* mask) {
-    const auto address = read_dotted(ip_text, 256);
-    const auto netmask = read_dotted(mask_text, 256);
+    zx::fuzz::Lines lines{"NETWORK", zxlog_api_getLoglevel()};
+    const auto netmask = read_dotted(mask_text, 256, &lines, "netmask");
+    const auto address =
+        netmask ? read_dotted(ip_text, 256, &lines, "ipaddr") : read_dotted(ip_text, 256);
     const bool is_network = address && netmask;
     const std::int32_t bits = zxnet_api_getNetmaskBitNum(mask);
     require(bits >= 0 && bits <= 32, "the bits of a mask");
     const std::uint32_t expected = is_network ? *address & *netmask : 0;
 
     const char* const subnet = out.old_text(ZXNET_IP_TEXT_SIZE);
+    zx::fuzz::take_said();
     const std::int32_t length = zxnet_api_subnet(ip, mask, out.old_text(ZXNET_IP_TEXT_SIZE));
     require(is_network ? subnet == dotted(expected) : length == 0, "the network");
+    require(zx::fuzz::take_said() == lines.said, "the lines of the network");
 
     static GuardedMemory gateways(ZXNET_IP_TEXT_SIZE);
     const char* const network = chars(out.fill(ZXNET_NETWORK_TEXT_SIZE, 'x'));
@@ -144,7 +177,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // Two texts with a NUL between them, behind the log level.
     Input input({data, std::min<std::size_t>(size, kMaxText / 2)});
-    zx::fuzz::log_to_nowhere(input.take<std::uint8_t>());
+    zxlog_api_setLoglevel(input.take<std::uint8_t>() % 6);
     const Bytes both = input.rest();
     const std::string text = input.take_line(kMaxText);
     const std::string second = input.empty() ? text : input.take_text(kMaxText);

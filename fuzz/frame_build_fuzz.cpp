@@ -1,13 +1,16 @@
 // Builds frames from any record and any request into buffers of the size that the header asks for,
-// and completes what is to be valid on the wire.
+// and completes what is to be valid on the wire. Records, addresses and checksums are compared with
+// those of plain models.
 #include <array>
 #include <string>
+#include <vector>
 
+#include "frame_model.hpp"
 #include "support.hpp"
-#include "zxframe.h"
 
 namespace {
 
+using zx::fuzz::be16;
 using zx::fuzz::Bytes;
 using zx::fuzz::GuardedMemory;
 using zx::fuzz::Input;
@@ -16,6 +19,7 @@ using zx::fuzz::require;
 constexpr std::size_t kRoom = 1U << 17U;
 constexpr std::uint8_t kUntouched = 0xA5;
 constexpr std::size_t kIpv4At = 14;
+constexpr std::size_t kArpTarget = 38;
 
 GuardedMemory& frames() {
     static GuardedMemory memory(kRoom);
@@ -24,10 +28,6 @@ GuardedMemory& frames() {
 
 bool is_untouched(const std::uint8_t* frame, std::size_t size) {
     return std::all_of(frame, frame + size, [](std::uint8_t byte) { return byte == kUntouched; });
-}
-
-std::uint32_t be16(const std::uint8_t* at) {
-    return static_cast<std::uint32_t>(at[0]) << 8U | at[1];
 }
 
 // RFC 1071, a word at a time: 0 for bytes that hold their right checksum.
@@ -109,6 +109,78 @@ struct Options {
     [[nodiscard]] std::size_t room() const { return std::max(written, claimed); }
 };
 
+// The texts that a frame was built from stand in it as the C library reads them.
+void require_addresses(const Job& job, const std::uint8_t* frame, std::size_t source_at,
+                       std::size_t dest_at) {
+    const auto require_mac = [](const char* at, const std::uint8_t* built) {
+        for (int i = 0; i < ZXFRAME_MAC_SIZE; ++i) {
+            char* end = nullptr;
+            require(built[i] == (std::strtoul(at, &end, 16) & 0xFFU), "a MAC address");
+            at = *end != '\0' ? end + 1 : end;
+        }
+    };
+    const auto require_ip = [](const char* text, const std::uint8_t* built) {
+        const in_addr_t address = inet_addr(text);
+        require(std::memcmp(&address, built, sizeof address) == 0, "an address");
+    };
+    if (dest_at != kArpTarget) {
+        require_mac(job.dest_mac.get(), frame);
+    }
+    require_mac(job.source_mac.get(), frame + 6);
+    require_ip(job.source_ip.get(), frame + source_at);
+    require_ip(job.dest_ip.get(), frame + dest_at);
+}
+
+// A record that decoding its frame once more does not change. Gives what that says.
+std::string require_decoded(const ether_ctt& record, const std::uint8_t* frame, std::size_t size) {
+    static GuardedMemory records(sizeof(ether_ctt));
+    static GuardedMemory wires(ZXFRAME_READABLE);
+    auto& again = records.record<ether_ctt>(0);
+    std::memcpy(&again, &record, sizeof again);
+    again.tcp.option_count = ZXFRAME_TCP_OPTIONS;  // what was built is not appended
+    zx::fuzz::FrameModel model(again, zxlog_api_getLoglevel());
+    model.frame(
+        wires.copy({frame, std::min<std::size_t>(size, ZXFRAME_READABLE)}, ZXFRAME_READABLE));
+    again.tcp.option_count = record.tcp.option_count;
+    require(std::memcmp(&again, &record, sizeof again) == 0, "the record of the frame");
+    return model.said();
+}
+
+// With the pseudo-header in front, as the header describes it.
+void require_checksums(const ether_ctt& record, const std::uint8_t* tcp) {
+    const ipv4_view& ip = record.ipv4;
+    const std::size_t size = std::min<std::size_t>(record.data_len, ZXFRAME_DATA_SIZE);
+    const std::size_t header = 4U * record.tcp.doff;
+    std::vector<std::uint8_t> all;
+    const auto put16 = [&all](std::uint32_t value) {
+        all.push_back(static_cast<std::uint8_t>(value >> 8U));
+        all.push_back(static_cast<std::uint8_t>(value));
+    };
+    for (const std::uint32_t half :
+         {ip.saddr >> 16U, ip.saddr, ip.daddr >> 16U, ip.daddr, std::uint32_t{ip.protocol},
+          static_cast<std::uint32_t>(header + size)}) {
+        put16(half);
+    }
+    all.insert(all.end(), tcp, tcp + header);
+    all.insert(all.end(), record.data, record.data + size);
+    require(zxframe_api_tcpChecksum(&record, tcp) == checksum(all.data(), all.size()),
+            "the TCP checksum");
+
+    all.clear();
+    const std::uint32_t source = ntohl(ip.saddr);
+    const std::uint32_t dest = ntohl(ip.daddr);
+    const udp_view& udp = record.udp;
+    for (const std::uint32_t half :
+         {source >> 16U, source, dest >> 16U, dest, std::uint32_t{ip.protocol},
+          static_cast<std::uint32_t>(size + 8), std::uint32_t{udp.source}, std::uint32_t{udp.dest},
+          std::uint32_t{udp.len}, std::uint32_t{udp.check}}) {
+        put16(half);
+    }
+    all.insert(all.end(), record.data, record.data + (size + 1) / 2 * 2);
+    require(zxframe_api_udpChecksum(&record, tcp) == checksum(all.data(), all.size()),
+            "the UDP checksum");
+}
+
 // Options of the decoded frame, or any.
 Options set_options(const Job& job, zxbuildtcp_ctt& request) {
     Input from(job.frame);
@@ -179,6 +251,8 @@ void build_tcp(Job& job) {
     }
     require(length == static_cast<std::int32_t>(34 + 4 * job.record.tcp.doff + job.record.data_len),
             "the length of a segment");
+    require_addresses(job, out, 26, 30);
+    require_decoded(job.record, out, 54);
     const std::size_t headers = 34 + 4U * (out[46] >> 4U);
     if (headers >= 54) {
         const std::string built(out, out + headers);
@@ -214,7 +288,10 @@ void build_udp(Job& job) {
     std::uint8_t* const out = frames().fill(42, kUntouched);
     if (zxframe_api_buildUdp(&job.record, &request, out) == -1) {
         require(is_endless && is_untouched(out, 42), "nothing written");
-    } else if (payload % 2 == 0 && payload <= ZXFRAME_DATA_SIZE) {
+        return;
+    }
+    require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
+    if (payload % 2 == 0 && payload <= ZXFRAME_DATA_SIZE) {
         std::string frame(out, out + 42);
         frame.append(job.record.data, job.record.data + payload);
         require_valid(reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size());
@@ -226,7 +303,14 @@ void build_arp(Job& job) {
     const std::int32_t length = zxframe_api_buildArp(&job.record, job.source_mac.get(),
                                                      job.source_ip.get(), job.dest_ip.get(), out);
     require(length == (job.source_mac.get() != nullptr ? 42 : 0), "the length of an ARP request");
-    require(length != 0 || is_untouched(out, 42), "nothing written");
+    if (length == 0) {
+        require(is_untouched(out, 42), "nothing written");
+        return;
+    }
+    require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
+    if (job.has_texts()) {
+        require_addresses(job, out, 28, kArpTarget);
+    }
 }
 
 void build_ack(Job& job) {
@@ -300,7 +384,7 @@ void build_parts(Job& job) {
     require(zxframe_innerapi_buildTcpOpt(&request, put(options.written)) == options.written,
             "the options");
     zxframe_innerapi_buildTcpPayload(&record, &request, put(20 + options.room()));
-    zxframe_api_tcpChecksum(&record, put(4 * record.tcp.doff));
+    require_checksums(record, put(4 * record.tcp.doff));
     ether_pkt ports{};
     ports.source = request.source;
     zxframe_innerapi_buildUdpPayload(&record, &ports, put(8));
@@ -315,7 +399,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input({data, size});
     Input control(input.take_bytes(zx::fuzz::kControlSize));
     const Bytes frame = input.rest().first(std::min<std::size_t>(input.rest().size(), 2048));
-    zx::fuzz::log_to_nowhere(control.take<std::uint8_t>());
+    zxlog_api_setLoglevel(control.take<std::uint8_t>() % 6);
     const auto builder = control.take<std::uint8_t>();
     const auto flags = control.take<std::uint8_t>();
     const auto fill = control.take<std::uint8_t>();
@@ -334,6 +418,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::copy(frame.begin(), frame.end(), record.data);
 
     Job job(record, control, frame);
+    zx::fuzz::take_said();
     constexpr void (*kBuilders[])(Job&) = {build_tcp,  build_udp,  build_arp,  build_ack,
                                            build_data, build_igmp, finish_any, build_parts};
     kBuilders[builder % std::size(kBuilders)](job);

@@ -70,30 +70,6 @@ TEST_F(FrameTest, DecodesATcpFrameWithOptions) {
     EXPECT_EQ(to_hex(&record.tcp, 22), "bb0150c3feffffff010000800f800400ffffefbe0201");
 }
 
-TEST_F(FrameTest, DumpsTcpOptions) {
-    const struct {
-        const char* offset_and_flags;
-        const char* options;
-        const char* dump;
-    } cases[] = {
-        {"6000", "00000100", "(4 bytes)|EOL|EOL|NOP|EOL"},
-        {"8000", "0703aa09020a021c04003c01",
-         "(12 bytes)|ECHOREPLY|    -val:unsupport parse|POCP|    -val:unsupport parse|POSP|"
-         "    -val:unsupport parse|UTO|    -G bit:0|    -UserTimeout:60(s)|NOP"},
-        {"6000", "1c0481ff", "(4 bytes)|UTO|    -G bit:129|    -UserTimeout:255(s)"},
-        {"a000", "05120000000100000002ffffffff000000000b02",
-         "(20 bytes)|SACK|    -len:18|    -slre:1~2|    -slre:4294967295~0|unknow kind:11"},
-        {"7000", "050900000001000002", "(8 bytes)|SACK|    -len:9"},
-        {"6000", "01ff0101", "(4 bytes)|NOP|unknow kind:255"},
-        {"6000", "1b040101", "(4 bytes)|unknow kind:27"},
-    };
-    for (const auto& c : cases) {
-        const Bytes tcp = from_hex(tcp_header(c.offset_and_flags, c.options), 314);
-        zxframe_innerapi_parseTcpOpt(&record, tcp.data(), tcp.data());
-        EXPECT_EQ(log.take(), infos("====TCP Options:" + std::string(c.dump)));
-    }
-}
-
 TEST_F(FrameTest, DecodesUdpAndDumpsTheRecordsOwnPayload) {
     std::memcpy(record.data, "abcd", 4);
     for (const auto& [len, size] : table("0008 0|0004 65532|3543 13627|000b 3")) {
@@ -104,85 +80,6 @@ TEST_F(FrameTest, DecodesUdpAndDumpsTheRecordsOwnPayload) {
                         std::to_string(record.udp.len) + "|Checksum:0x1a2b|data len: " + size));
         const std::size_t dumped = std::min(std::stoul(size), std::size(record.data));
         EXPECT_THAT(log.take_dumps(), ElementsAre("Data:" + to_hex(record.data, dumped)));
-    }
-}
-
-TEST_F(FrameTest, DecodesArp) {
-    const auto expect = [this](const std::string& start, const std::string& dump) {
-        EXPECT_EQ(decode(frame("0806" + start + "001122334455 c0a8010a fffefdfcfbfa ffffffff")),
-                  frame_dump("Type:ARP|==================== ARP Header Info =====================|"
-                             "hardware type:" +
-                             dump +
-                             "|sender mac: 00:11:22:33:44:55|sender ipaddr:192.168.1.10|"
-                             "target mac:ff:fe:fd:fc:fb:fa|target ipaddr:255.255.255.255"));
-    };
-    for (const auto& [type, name] :
-         table("0001  Ethernet 10/100Mbps.|0002  Experimental Ethernet.|0003  AX.25 Level 2.|"
-               "0004  PROnet token ring.|0006 IEEE 802.2 Ethernet/TR/TB.|0008 APPLEtalk.|"
-               "0018 IEEE 1394 IPv4 .|0005 Unknow.|0100 Unknow.")) {
-        expect(type + "080006040001",
-               name + "|protocol type:IP|hardware size: 6|protocol size: 4|opcode:requset");
-    }
-    expect("0013080000ff0002",
-           "ATM.|protocol type:IP|hardware size: 0|protocol size: 255|opcode:reply");
-    expect("001386dd08100003",
-           "ATM.|protocol type:error.|hardware size: 8|protocol size: 16|opcode:unknow");
-}
-
-TEST_F(FrameTest, NamesEtherTypes) {
-    for (const auto& [type, name] : table(
-             "0600 XEROX NS IDP|0661 DLOG|0801 X.75 Internet|0802 NBS Internet|0803 ECMA Internet|"
-             "0804 Chaosnet|0805 X.25 Level 3|0808 Frame Relay ARP|6559 Raw Frame Relay|8035 DRARP|"
-             "8037 Novell Netware IPX|809b AppleTalk protocol |80d5 IBM SNA Services over Ethernet|"
-             "80f3 AppleTalk ARP|8100 IEEE 802.1Q VLAN tagging|8137 IPX|814c SNMP|8809 OAM|"
-             "880b PPP|880c GSMP|8847 MPLS <unicast>|8848 MPLS<multicast>|8863 PPPoE <Discovery "
-             "Stage>|8864 PPPoE <PPP Session Stage>|88bb LWAPP|88cc LLDP|8e88 EAPOL|9000 used to "
-             "test interfaces|9100 VLAN Tag Protocol Identifier1|9200 VLAN Tag Protocol "
-             "Identifier2|ffff res")) {
-        EXPECT_EQ(decode(frame(type)),
-                  frame_dump("Type:" + name + "|" + name + ", no support to parse this frame"));
-        EXPECT_EQ(record.ether_type_name, name);
-    }
-    const char* const others[][2] = {
-        {"0000", "IEEE 802.3 len:0"},
-        {"0100", "IEEE 802.3 len:256"},
-        {"0101", "test"},
-        {"01ff", "test"},
-        {"0200", "IEEE 802.3 len:512| Xerox PUP, no support to parse this frame"},
-        {"0500", "IEEE 802.3 len:1280| Sprite, no support to parse this frame"},
-        {"05dc", "IEEE 802.3 len:1500"},
-        {"05dd", "Unknow ether type(0x5dd)"},
-        {"888e", "Unknow ether type(0x888e)"},
-    };
-    for (const auto& [type, dump] : others) {
-        EXPECT_EQ(decode(frame(type)), frame_dump(dump));
-        EXPECT_STREQ(record.ether_type_name, "res");
-    }
-    std::memset(record.ether_type_name, 'x', sizeof record.ether_type_name);
-    EXPECT_EQ(decode(frame("86dd 60")), frame_dump("Type:IPv6"));
-    EXPECT_EQ(std::string(record.ether_type_name, 10), std::string("IPv6\0\0\0\0xx", 10));
-}
-
-TEST_F(FrameTest, NamesIpProtocols) {
-    std::string last_name;
-    for (const auto& [number, name] :
-         table("0 Dummy protocol for TCP|1 ICMP|2 IGMP|4 IPIP tunnels|6 TCP|8 EGP|12 PUP|17 UDP|"
-               "22 IDP|29 TP|33 DCCP|41 IPV6|46 RSVP|47 GRE |50 ESP |51 AH |92 MTP|94 BEETPH |"
-               "98 ENCAP |103 PIM |108 COMP|132 SCTP |136 UDPLITE |137 MPLS |138 |255 ")) {
-        Bytes bytes = packet("00");
-        bytes[23] = static_cast<uint8_t>(std::stoi(number));
-        const Lines lines = decode(bytes);
-        const std::string code = "(" + number + ")";
-        const std::string unknown =
-            "No supprt protocol(code:0x" + to_hex(&bytes[23], 1) + code + "),please fix me";
-        EXPECT_EQ(lines.at(13),
-                  infos((name.empty() ? "Unknow protocol" : "Protocol:" + name) + code)[0]);
-        if (name != "TCP" && name != "UDP") {
-            const bool is_known = !name.empty() && number != "0";
-            EXPECT_EQ(lines.at(17), infos(is_known ? name + ",no support parse" : unknown)[0]);
-        }
-        last_name = name.empty() ? last_name : name;
-        EXPECT_EQ(record.ipv4.ip_proto_name, last_name);
     }
 }
 

@@ -78,20 +78,19 @@ void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_o
     for (; at < end && option < std::end(tcp.options); ++option) {
         const std::uint8_t kind = *at;
         const Shape shape = kShapes[kind];
+        option->kind = kind;
         if (shape == Shape::unknown) {
             on_unknown(kind);
             break;
         }
-        option->kind = kind;
         if (shape == Shape::bare) {
             option->len = 0;
             at += 1;
         } else {
-            const std::size_t len = at[1];
+            const std::size_t len = option->len = at[1];
             if (len < kLengthOwn) {
                 break;  // it would lead backwards
             }
-            option->len = at[1];
             std::memcpy(option->val, at + kLengthOwn, len - kLengthOwn);
             at += len;
         }
