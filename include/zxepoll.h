@@ -7,7 +7,9 @@
  * caller. Every registration stores the watched descriptor as `data.fd`; what
  * the caller registers by other means must do the same. Log tag: EPOLL.
  *
- * Threads: all operations are safe on different instances. Signal handlers: no.
+ * Threads: all operations are safe on different instances. Signal handlers: no. A thread that is cancelled inside leaves
+ * no instance open and no descriptor registered that the call opened or registered;
+ * zxepoll_appapi_deinit() closes its instance.
  */
 #ifndef ZXEPOLL_H
 #define ZXEPOLL_H
@@ -77,7 +79,8 @@ int32_t zxepoll_del(int epfd, int fd, uint32_t mask);
  * @param epfd  the instance.
  * @param ev    receives at most `max` events.
  * @param max   events, above 0.
- * @return the number of events, 0 when there was none, -1 with `errno` set.
+ * @return the number of events, 0 when there was none, -1 with `errno` set: EINTR when a signal
+ *         handler ran.
  */
 int32_t zxepoll_wait(int epfd, struct epoll_event* ev, int max);
 
@@ -106,7 +109,8 @@ int32_t zxepoll_close(int* epfd);
  *
  * Waits in passes of one second, and looks at the time after a pass only: an idle descriptor keeps
  * the caller for at least a second, however short the time-out is. The time-out in microseconds is
- * computed in 32 bits, so 4294968 ms and above wrap. A failing instance counts as an idle one.
+ * computed in 32 bits, so 4294968 ms and above wrap. A failing instance counts as an idle one; a
+ * signal handler that runs ends a pass, not the wait.
  * A step of the wall clock can end the wait early or late.
  *
  * @param epfd  the instance.

@@ -212,7 +212,8 @@ typedef struct igmp_req {
  * or empty, ports of 0 or less and other protocols are not set. Zero bytes are a filter that
  * passes everything.
  *
- * A frame's address matches a text that contains it: "10.0.0.1,10.0.0.2" is a list, but
+ * A frame's address matches a text that contains it, as zxstr_api_isCasestr() finds it:
+ * "10.0.0.1,10.0.0.2" is a list, but
  * "192.168.1.10" lets 192.168.1.1 pass as well, and "192.168.1." nothing. Letters of MAC texts are
  * lower case.
  */
@@ -271,12 +272,13 @@ int32_t zxframe_api_doFrame(ether_ctt* pether_ctt, const uint8_t* frame_buf);
  * appended to `frame` as in zxframe_api_doFrame().
  *
  * @param context    handed on, not used.
- * @param frame_buf  #ZXFRAME_READABLE readable bytes; not checked for NULL.
- * @param filter     not checked for NULL. What is set in it is remembered by the first call: clear
- *                   `initialized` after a change. Its texts must live as long as it is used.
- * @return 1 when the frame passes, otherwise 0.
+ * @param frame_buf  #ZXFRAME_READABLE readable bytes.
+ * @param filter     What is set in it is remembered by the first call: clear `initialized` after a
+ *                   change. Its texts must live as long as it is used; one that is NULL later
+ *                   matches nothing.
+ * @return 1 when the frame passes, otherwise 0, also when an argument is missing that is needed.
  *
- * Logs: as zxframe_api_doFrame().
+ * Logs: as zxframe_api_doFrame(); error for a NULL `filter`.
  */
 int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_buf, frame_filter_ctt* filter);
 
@@ -284,7 +286,9 @@ int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_buf, frame_f
  * The MAC half of zxframe_api_filterFrame(), for the frame that the filter has decoded.
  * @param context  handed on, not used.
  * @param filter   with the `frame` that it has decoded.
- * @return 1 for a match, otherwise 0.
+ * @return 1 for a match, otherwise 0, also for a NULL `filter`.
+ *
+ * Logs: error for a NULL `filter`.
  */
 int32_t zxframe_innerapi_filterFrameByMac(void* context, const frame_filter_ctt* filter);
 
@@ -293,7 +297,9 @@ int32_t zxframe_innerapi_filterFrameByMac(void* context, const frame_filter_ctt*
  * has decoded. A port never matches where the protocol is neither TCP nor UDP.
  * @param context  handed on, not used.
  * @param filter   with the `frame` that it has decoded.
- * @return 1 for a match, otherwise 0.
+ * @return 1 for a match, otherwise 0, also for a NULL `filter`.
+ *
+ * Logs: error for a NULL `filter`.
  */
 int32_t zxframe_innerapi_filterFrameByIp(void* context, const frame_filter_ctt* filter);
 
@@ -360,8 +366,8 @@ int32_t zxframe_api_isTcp_sTod_data(const ether_ctt* pether_ctt, const char* fil
 /*
  * The builders write headers and return a length; payload bytes are never copied into the frame.
  * What they build is decoded into the record again, so its texts and the dump are those of the
- * built frame, unless stated. A MAC text that is NULL in a request is logged, and the record's
- * earlier address is sent. An address text that is no address becomes 255.255.255.255.
+ * built frame, unless stated. An address text that is no address becomes 255.255.255.255, as a NULL
+ * one does in zxframe_api_buildArp(); elsewhere a NULL text is refused.
  */
 
 /**
@@ -475,9 +481,9 @@ int32_t zxframe_api_buildTcpData(ether_ctt* pether_ctt, uint8_t* outbuf);
  * @param pether_ctt  the record; its IPv4 `id` goes on by 4961, its fragment offset is sent.
  * @param req         the request.
  * @param outbuf      54 bytes, and 4 for each source address.
- * @return the length of the frame; 38, without a message, for an unknown action; -1 when an
- *         argument or a text is missing or there are more sources than a request holds, with
- *         nothing written.
+ * @return the length of the frame; 38, without a message, for an unknown action and for a join or
+ *         leave of an unknown version; -1 when an argument or a text is missing, a source does not
+ *         end, or there are more than a request holds, with nothing written.
  *
  * Logs: error in these cases.
  */
@@ -618,7 +624,8 @@ uint32_t zxframe_innerapi_buildTcpOpt(const zxbuildtcp_ctt* pzxbuildtcp_ctt, uin
  * window is 64240. zxframe_api_buildTcp() tells what is wrong with checksum and `data_len`.
  * @param pether_ctt       the record, with the addresses of the packet and the payload.
  * @param pzxbuildtcp_ctt  the request.
- * @param tcph             20 bytes, and those that the options take.
+ * @param tcph             20 bytes, and those that the options of the request take, or
+ *                         `option_len` when that is more: the checksum counts as many.
  */
 void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt, const zxbuildtcp_ctt* pzxbuildtcp_ctt,
                                       uint8_t* tcph);
@@ -684,7 +691,8 @@ uint32_t zxframe_innerapi_getIgmpRecordType(const igmp_req* req);
  * @param req         the request.
  * @param outbuf      16 bytes, and 4 for each source address.
  * @return its bytes: 8, or 16 + 4 for each source in a report of version 3; 0 when nothing is
- *         built: an unknown action, a missing argument, more sources than a request holds.
+ *         built: an unknown action, a join or leave of an unknown version, a missing argument, a
+ *         source that does not end, more sources than a request holds.
  */
 uint32_t zxframe_innerapi_buildIgmp(ether_ctt* pether_ctt, const igmp_req* req, uint8_t* outbuf);
 

@@ -4,7 +4,9 @@
  * time-outs, connection checks, Internet checksums.
  *
  * No state is kept between calls: sockets belong to their caller and are never
- * closed here, also after a failure. All texts and records belong to the caller,
+ * closed here, also after a failure. A thread that is cancelled inside leaves nothing
+ * open; while a name is looked up, a cancellation waits. A signal handler that runs
+ * in between ends no wait. All texts and records belong to the caller,
  * who makes outputs large enough. Log tag: NETWORK.
  *
  * Threads: safe for different outputs, unless said otherwise. Signal handlers:
@@ -503,7 +505,9 @@ int32_t zxnet_api_ping(const char* host);
 
 /*
  * Interfaces are known by their names, of at most 15 characters; a longer one is nobody's unless a
- * function says otherwise. Changing them needs administrator rights. Two calls that change one
+ * function says otherwise. Where a file of the kernel is read or written, a name that could lead to
+ * another file is refused: one that is empty or longer, ".", ".." and one with a "/". Changing
+ * interfaces needs administrator rights. Two calls that change one
  * interface at the same time may undo each other.
  */
 
@@ -562,8 +566,9 @@ int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask
  * @param out     `size` bytes; not terminated when there are 18, and left alone when there is no
  *                such interface.
  * @param size    18 or more (negative ones count as more).
- * @return 0, whatever was read; -2 for a smaller size; -1 when an argument is missing.
- * Logs: error for these two, and when there is no such interface.
+ * @return 0, whatever was read; -2 for a smaller size; -1 when an argument is missing or the name is
+ *         refused.
+ * Logs: error for these, and when there is no such interface.
  */
 int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size);
 
@@ -581,7 +586,8 @@ int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6);
  * @param ifname  of the interface.
  * @param out     `size` bytes.
  * @param size    16 or more (negative ones count as more).
- * @return 0; -2 for a smaller size; -1 when it cannot be read or an argument is missing.
+ * @return 0; -2 for a smaller size; -1 when it cannot be read, an argument is missing or the name is
+ *         refused.
  * Logs: error in these cases.
  */
 int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size);
@@ -591,7 +597,7 @@ int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size);
  * @param ifname  of the interface.
  * @param mtu     bytes.
  * @return the number of digits that were written; 0 when the kernel refuses the value; -1 when
- *         there is no such interface or the argument is missing.
+ *         there is no such interface, the argument is missing or the name is refused.
  * Logs: error for -1.
  */
 int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu);

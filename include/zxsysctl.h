@@ -17,10 +17,16 @@ extern "C" {
 
 /**
  * Switches the reverse-path filter of an interface off, with "sysctl".
+ *
+ * The name goes into the command as it stands. To sysctl a dot separates names: write "v/7" for the
+ * interface v.7. The name must not be a stranger's: a "=" in it ends the name of the tunable, and
+ * another one is set.
+ *
  * @param name   the interface, "all" or "default".
  * @param value  not used: the filter is always switched off.
- * @return what system() returned; -1 when nothing was run: `name` is missing, or is no name that
- *         the shell takes as it stands.
+ * @return what system() returned; -1 when nothing was run: `name` is missing, empty or too long for
+ *         a command of 255 characters, or has what a shell would interpret: control characters,
+ *         blanks and any of | & ; < > ( ) $ ` \ " ' * ? [ {
  * Logs: the command as information; error when nothing was run.
  */
 int32_t zxsysctl_api_setEth_rpfilter(const char* name, uint8_t value);

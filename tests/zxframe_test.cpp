@@ -128,6 +128,9 @@ TEST_F(FrameTest, RemembersWhatIsSetInAFilter) {
     g_matches = 1;
     EXPECT_EQ(result_and_flags(), "1 01010101010101010101010106") << "by another rule";
     g_matches = -1;
+    filter.has_mac = filter.has_ip = 0;
+    EXPECT_EQ(zxframe_api_filterFrame(this, nullptr, &filter), 0);
+    log.take();
     EXPECT_EQ(zxframe_api_filterFrame(this, tcp.data(), nullptr) +
                   zxframe_innerapi_filterFrameByMac(this, nullptr) +
                   zxframe_innerapi_filterFrameByIp(this, nullptr),

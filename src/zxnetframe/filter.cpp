@@ -90,7 +90,9 @@ extern "C" int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_b
         return 1;
     }
     filter->frame.print_flag = 0;
-    zxframe_api_doFrame(&filter->frame, frame_buf);
+    if (zxframe_api_doFrame(&filter->frame, frame_buf) != 0) {
+        return 0;
+    }
     if ((filter->has_mac | filter->has_source_mac | filter->has_dest_mac) != 0 &&
         zxframe_innerapi_filterFrameByMac(context, filter) == 0) {
         return 0;

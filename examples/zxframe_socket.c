@@ -1,0 +1,66 @@
+/* Receives frames from a packet socket, which a privileged user may open, and decodes them. */
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zxframe.h>
+#include <zxlog.h>
+#include <zxnet.h>
+
+static uint8_t frame[65536 + ZXFRAME_READABLE]; /* the longest, and what the decoder may read */
+static frame_filter_ctt filter;                 /* 48 KiB: not for the stack */
+
+/* A socket that gets every frame of an interface; -1 with `errno` set. */
+static int open_on(const char* interface) {
+    struct sockaddr_ll address = {.sll_family = AF_PACKET, .sll_protocol = htons(ETH_P_ALL)};
+    address.sll_ifindex = (int)if_nametoindex(interface);
+    const int fd = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
+    if (fd >= 0 && bind(fd, (const struct sockaddr*)&address, sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+/* So that something comes: a datagram to ourselves. */
+static void send_hello(uint16_t port) {
+    struct sockaddr_in address = {.sin_family = AF_INET, .sin_port = htons(port)};
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sendto(fd, "hello", 5, 0, (const struct sockaddr*)&address, sizeof address);
+    close(fd);
+}
+
+int main(void) {
+    zxlog_api_setLoglevel(0); /* or every UDP frame is dumped, at every other level */
+    const int fd = open_on("lo");
+    if (fd < 0) {
+        puts("no packet socket: that takes CAP_NET_RAW");
+        return EXIT_SUCCESS;
+    }
+    filter.protocol = "udp";
+    filter.dest_port = 5004;
+    send_hello(5004);
+    for (;;) {
+        const int32_t size = zxnet_api_epollRecv(fd, frame, 65536, 1000);
+        if (size <= 0) {
+            printf("no frame: %d\n", size);
+            break;
+        }
+        memset(frame + size, 0, ZXFRAME_READABLE); /* no rest of the frame before */
+        filter.frame.tcp.option_count = 0;         /* options are appended */
+        if (zxframe_api_filterFrame(NULL, frame, &filter) == 1) {
+            const ether_ctt* const found = &filter.frame;
+            printf("UDP to port %d: %d bytes\n", found->udp.dest, found->data_len);
+            break;
+        }
+    }
+    close(fd);
+    return EXIT_SUCCESS;
+}
