@@ -7,8 +7,9 @@
  * caller. Every registration stores the watched descriptor as `data.fd`; what
  * the caller registers by other means must do the same. Log tag: EPOLL.
  *
- * Threads: all operations are safe on different instances. Signal handlers: no. A thread that is cancelled inside leaves
- * no instance open and no descriptor registered that the call opened or registered;
+ * Threads: all operations are safe on different instances. Signal handlers: no.
+ * A thread that is cancelled inside a call leaves open no instance, and
+ * registered no descriptor, that the call opened or registered.
  * zxepoll_appapi_deinit() closes its instance.
  */
 #ifndef ZXEPOLL_H
