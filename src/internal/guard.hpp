@@ -31,7 +31,10 @@ private:
 };
 
 struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const {
+        const CancelHeld held;
+        std::fclose(file);
+    }
 };
 using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 

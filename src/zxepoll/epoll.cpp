@@ -45,21 +45,6 @@ void dispatch(const epoll_event& event, void* context, zxepoll_io_cb readcb, zxe
     }
 }
 
-struct Registration {
-    int epfd;
-    int fd;
-};
-
-// What a cancelled thread undoes.
-void take_back(void* argument) {
-    const auto& [epfd, fd] = *static_cast<const Registration*>(argument);
-    control(epfd, EPOLL_CTL_DEL, fd, 0);
-}
-
-void close_instance(void* epfd) {
-    zxepoll_close(static_cast<int*>(epfd));
-}
-
 }  // namespace
 
 extern "C" int zxepoll_innerapi_open(int size, const char* /*caller*/, int /*line*/) {
@@ -147,9 +132,9 @@ extern "C" int32_t zxepoll_waitfd_timeout(int epfd, int fd, uint8_t mode, uint32
     if (zxepoll_add(epfd, fd, wanted) < 0) {
         return ZXEPOLL_FAILED;
     }
-    Registration registration{epfd, fd};
-    const int32_t result = zx::undone_if_cancelled(
-        take_back, &registration, [=] { return zxepoll_waitfd_timeout_noopt(epfd, fd, mode, ms); });
+    const int32_t result =
+        zx::undone_if_cancelled([=] { return zxepoll_waitfd_timeout_noopt(epfd, fd, mode, ms); },
+                                [=] { control(epfd, EPOLL_CTL_DEL, fd, 0); });
     if (zxepoll_del(epfd, fd, wanted) < 0 && result != ZXEPOLL_HANGUP) {
         return ZXEPOLL_FAILED;
     }
@@ -162,19 +147,20 @@ extern "C" int32_t zxepoll_appapi_init(uint32_t count, void* context, uint32_t m
         ZX_LOG_PARAM("cb");
         return -1;
     }
-    int epfd = zxepoll_innerapi_open(static_cast<int>(count + 1), "zxepoll_appapi_init", 127);
+    const int epfd = zxepoll_innerapi_open(static_cast<int>(count + 1), "zxepoll_appapi_init", 127);
     if (epfd < 0) {
         ZX_LOG(error, "[Error] Orb zxepoll_open failed");
         return -1;
     }
-    return zx::undone_if_cancelled(close_instance, &epfd, [=] {
+    const auto register_all = [=] {
         for (std::uint32_t i = 0; i < count; ++i) {
             if (const int fd = cb(context, i); fd > 0) {
                 zxepoll_add(epfd, fd, mask);
             }
         }
         return epfd;
-    });
+    };
+    return zx::undone_if_cancelled(register_all, [=] { zx::close_uncancelled(epfd); });
 }
 
 extern "C" int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context,

@@ -27,7 +27,7 @@ constexpr std::size_t kPingSize = 128;
 
 // The first address of a host.
 std::optional<sockaddr_in> resolve_ipv4(const char* host) {
-    const zx::NotCancelled not_cancelled;  // the resolver has files and memory of its own
+    const zx::CancelHeld held;  // the resolver has files and memory of its own
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;

@@ -85,7 +85,7 @@ extern "C" int32_t zxnet_api_parseDomainName(const char* host, const char* servi
         return -1;
     }
     *out = {};
-    const zx::NotCancelled not_cancelled;  // the resolver has files and memory of its own
+    const zx::CancelHeld held;  // the resolver has files and memory of its own
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* list = nullptr;
