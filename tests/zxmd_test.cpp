@@ -1,7 +1,14 @@
 #include "zxmd.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -9,17 +16,24 @@
 #include <filesystem>
 #include <fstream>
 
+#include "child.hpp"
 #include "log_capture.hpp"
+#include "zxt.h"
 
 namespace {
 
 std::vector<std::string> g_commands;
+bool g_breaks_copies = false;
 
 }  // namespace
 
 // In place of the C library's, also for the library under test.
 extern "C" [[gnu::visibility("default")]] int system(const char* command) {
     g_commands.emplace_back(command);
+    if (const std::string text = command; g_breaks_copies && text.starts_with("cp ")) {
+        const std::size_t end = text.find("  > "), begin = text.rfind(' ', end - 1) + 1;
+        return truncate(text.substr(begin, end - begin).c_str(), 1) == 0 ? 256 : 0;
+    }
     static const auto kReal = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"));
     return kReal(command);
 }
@@ -101,6 +115,16 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     EXPECT_EQ(content(path), "0123");
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
 
+    put("file", "old");
+    fs::permissions(path, fs::perms::owner_read);
+    g_breaks_copies = true;
+    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), -1);
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]inner error:cmd [" + copy + "] failed"));
+    g_breaks_copies = false;
+    EXPECT_EQ(content(path), "0123") << "the copy emptied it and broke off";
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read);
+    EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
+
     g_commands.clear();
     for (const std::string& refused : {dir + "/a b", dir + "/$(id)", std::string("-f"),
                                        std::string("~root/x"), "/" + std::string(247, 'x')}) {
@@ -110,6 +134,126 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     }
     EXPECT_THAT(g_commands, IsEmpty());
 }
+
+// Of a disk of 1024 KiB and of a limit of the size of files.
+TEST_F(FileTest, LosesNothingWhereTheNewContentDoesNotFit) {
+    const struct {
+        std::size_t old_size, size, limit, written;  // KiB
+        const char* line;
+    } cases[] = {
+        {400, 500, 1024, 500, ""},  // cp empties the old file first
+        {300, 900, 1024, 724, "write (x_tmp) failed"},
+        {1024, 1, 1024, 0, "write (x_tmp) failed"},
+        {100, 300, 200, 200, "write (x_tmp) failed"},
+        {100, 600, 1024, 0, "inner error:cmd [cp  -fr    x_tmp  x] failed"},
+        {0, 600, 1024, 0, "inner error:cmd [cp  -fr    x_tmp  x] failed"},
+    };
+    signal(SIGXFSZ, SIG_IGN);
+    for (const auto& [old_size, size, limit, written, line] : cases) {
+        const std::string told = zx::test::in_child([&, was = old_size, is = size, most = limit] {
+            if (!zx::test::own_disk(dir, "size=1m") || chdir(dir.c_str()) != 0) {
+                return std::string("skip");
+            }
+            const std::string old(was << 10U, 'o');
+            std::string text(is << 10U, 'n');
+            if (was != 0) {
+                put("x", old);
+            }
+            const rlimit files{most << 10U, most << 10U};
+            setrlimit(RLIMIT_FSIZE, &files);
+            const int32_t result =
+                zxmd_api_writeProtect("x", text.data(), static_cast<uint32_t>(text.size()));
+            const std::string now = content("x");
+            std::string all = std::to_string(result < 0 ? result : result / 1024) +
+                              (now == old    ? " old"
+                               : now == text ? " new"
+                                             : " lost") +
+                              (zxmd_api_isFileExsit("x_tmp") != 0 ? " side" : "");
+            for (const std::string& said : log.take()) {
+                all += " " + said;
+            }
+            return all;
+        });
+        if (told == "skip") {
+            GTEST_SKIP() << "only an administrator has a disk of its own";
+        }
+        const std::string_view says(line);
+        EXPECT_EQ(told, std::to_string(says.starts_with("inner") ? -1 : static_cast<int>(written)) +
+                            (says.empty() ? " new" : " old [ERROR][ZXMD]" + std::string(says)));
+    }
+    signal(SIGXFSZ, SIG_DFL);
+}
+
+// Calls that wait, for the other end of a FIFO or for a command, until they moved four bytes.
+class WaitingTest : public FileTest, public testing::WithParamInterface<int> {
+public:
+    int32_t wait() {
+        char out[8] = "abcd";
+        switch (GetParam()) {
+            case 0:
+                return zxmd_api_read(fifo.c_str(), out, 4);
+            case 1:
+                return zxmd_api_read3(fifo.c_str(), out, 4);
+            case 2:
+                return zxmd_api_write(fifo.c_str(), out, 4, "w");
+            case 3:
+                return zxt_innerapi_cmdReadByPipe("sleep 0.2; echo abc", out, sizeof out);
+            default:
+                return zxt_innerapi_cmdReadByTmp("sleep 0.2; echo abc", out, sizeof out);
+        }
+    }
+    static auto open_files() {
+        const fs::directory_iterator files("/proc/self/fd");
+        return std::distance(begin(files), end(files));
+    }
+
+    const std::string fifo = dir + "/fifo";
+    const int made = mkfifo(fifo.c_str(), 0600);
+};
+
+TEST_P(WaitingTest, GoesOnOverSignals) {
+    EXPECT_EQ(zx::test::in_child([this] {
+                  struct sigaction action {};  // without SA_RESTART
+                  action.sa_handler = [](int) {};
+                  sigaction(SIGALRM, &action, nullptr);
+                  const pid_t other_end = fork();
+                  if (other_end == 0) {
+                      const int fd = (usleep(50000), open(fifo.c_str(), O_RDWR));
+                      for (const char* part : {"ab", "cd"}) {
+                          usleep(write(fd, part, 2) == 2 ? 50000 : 0);
+                      }
+                      _exit(0);
+                  }
+                  const itimerval often{{0, 2000}, {0, 2000}};
+                  setitimer(ITIMER_REAL, &often, nullptr);
+                  return std::to_string(wait());
+              }),
+              "4");
+}
+
+TEST_P(WaitingTest, LeavesNothingWhenItsThreadIsCancelled) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
+#endif
+    const auto worker = [](void* test) -> void* {
+        static_cast<WaitingTest*>(test)->wait();
+        return nullptr;
+    };
+    const auto before = open_files();
+    for (const bool is_open : {false, true}) {
+        const int other_end = is_open ? open(fifo.c_str(), O_RDWR | O_CLOEXEC) : -1;
+        pthread_t thread;
+        ASSERT_EQ(pthread_create(&thread, nullptr, worker, this), 0);
+        usleep(50000);
+        pthread_cancel(thread);
+        pthread_join(thread, nullptr);
+        close(other_end);
+        EXPECT_EQ(open_files(), before);
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "there is a child";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WaitingTest, testing::Range(0, 5));
 
 TEST_F(FileTest, TellsSizeTypeAndName) {
     const std::string path = put("five", "abcde"), longer(1024, 'x');

@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
+#include "internal/guard.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
 #include "zxmd/file.hpp"
@@ -24,26 +26,28 @@ constexpr std::size_t kGrepSize = 2048;
 static_assert(sizeof kSilently - 1 == ZXT_CMD_ROOM);
 
 // Anybody may write to /tmp: a link there would send the output into a file of somebody's choice,
-// a file of somebody else's could be changed before it is read, an old one be taken for the answer.
-bool clear_output_path() {
-    return unlink(kOutputPath) == 0 || errno == ENOENT;
-}
-
-zx::UniqueFile open_output() {
-    const int fd = open(kOutputPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    zx::UniqueFile file(fd < 0 ? nullptr : fdopen(fd, "r"));
-    if (file == nullptr && fd >= 0) {
+// and a file of somebody else's could be changed before it is read. So the shell finds an empty
+// file of ours, which takes the place of whatever was there: at no time is the path free, and the
+// sticky bit keeps others from replacing what is ours. The output is read where it was asked for.
+int make_output() {
+    char own[] = "/tmp/zxcmd_info_XXXXXX";
+    const int fd = mkostemp(own, O_CLOEXEC);
+    if (fd >= 0 && rename(own, kOutputPath) != 0) {
+        const int code = errno;
+        unlink(own);
         close(fd);
+        errno = code;
+        return -1;
     }
-    return file;
+    return fd;
 }
 
-// True when both arguments are there; otherwise the missing one was logged for `func`.
-bool has_arguments(const char* func, const char* cmd, const char* info) {
+// True when both arguments are there; otherwise the missing one was logged.
+bool has_arguments(const char* cmd, const char* info, zx::Caller caller = {}) {
     if (cmd != nullptr && info != nullptr) {
         return true;
     }
-    ZX_LOG_FROM(func, error, "Param error####%s", cmd == nullptr ? "cmd" : "info");
+    ZX_LOG_AT(caller, error, "Param error####%s", cmd == nullptr ? "cmd" : "info");
     return false;
 }
 
@@ -59,21 +63,25 @@ extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size) {
-    if (!has_arguments(__func__, cmd, info)) {
+    if (!has_arguments(cmd, info)) {
         return -1;
     }
     std::memset(info, 0, size);
+    zx::CancelHeld held;
     std::FILE* const pipe = popen(cmd, "re");
     if (pipe == nullptr) {
         return -1;
     }
-    const std::size_t count = std::fread(info, 1, std::min(size, zx::md::kMaxLength), pipe);
+    // Closing the pipe waits for the command.
+    const std::size_t room = std::min(size, zx::md::kMaxLength);
+    const std::size_t count =
+        held.wait([=] { return zx::md::read_whole(pipe, info, room); }, [=] { pclose(pipe); });
     pclose(pipe);
     return static_cast<int32_t>(count);
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32_t size) {
-    if (!has_arguments(__func__, cmd, info)) {
+    if (!has_arguments(cmd, info)) {
         return -1;
     }
     char command[kCommandSize]{};
@@ -82,12 +90,21 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
         ZX_LOG(error, "Command(%s) is too long", cmd);
         return -1;
     }
-    if (!clear_output_path()) {
-        ZX_LOG(error, "Remove(%s) failed: %d %s", kOutputPath, errno, std::strerror(errno));
+    zx::CancelHeld held;
+    const int fd = make_output();
+    if (fd < 0) {
+        ZX_LOG(error, "Create(%s) failed: %d %s", kOutputPath, errno, std::strerror(errno));
         return -1;
     }
-    zx::run_unasked(command);
-    return zx::md::read_once(__func__, kOutputPath, open_output(), info, size);
+    zx::UniqueFile file(fdopen(fd, "r"));
+    if (file == nullptr) {
+        close(fd);
+    }
+    const int status = held.wait([&] { return std::system(command); }, [&] { file.reset(); });
+    if (status == -1 && errno != ECHILD) {  // it was not started: an empty file would be an answer
+        file.reset();
+    }
+    return zx::md::read_once(held, kOutputPath, std::move(file), info, size);
 }
 
 extern "C" int32_t zxt_innerapi_cmdIsGrep(const char* cmd) {

@@ -1,5 +1,6 @@
 #include "zxmd.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,44 +20,81 @@ constexpr char kTag[] = "ZXMD";
 constexpr std::string_view kFileScheme = "file://";
 constexpr std::size_t kPathSize = 1024;
 constexpr std::size_t kTouchSize = 256;
-constexpr std::size_t kModeSize = 64;
+constexpr mode_t kCreateMode = 0666;  // less the umask
 
-std::uint32_t lower_read(const char* func, std::uint32_t len) {
+std::uint32_t lower_read(std::uint32_t len, zx::Caller caller = {}) {
     if (len <= zx::md::kMaxLength) {
         return len;
     }
     constexpr int kLimit = zx::md::kMaxLength;
-    ZX_LOG_FROM(func, warning, "Read len(%d) is out of range(0~%d),set to %d",
-                static_cast<int>(len), kLimit, kLimit);
+    ZX_LOG_AT(caller, warning, "Read len(%d) is out of range(0~%d),set to %d",
+              static_cast<int>(len), kLimit, kLimit);
     return kLimit;
 }
 
-zx::UniqueFile open_to_read(const char* path) {
-    return zx::UniqueFile(std::fopen(path, "re"));
-}
-
-bool has_target(const char* func, const char* path, const void* buf) {
+bool has_target(const char* path, const void* buf, zx::Caller caller = {}) {
     if (path == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error###filename");
+        ZX_LOG_AT(caller, error, "Param error###filename");
         return false;
     }
     if (buf == nullptr) {
-        ZX_LOG_FROM(func, error, "Param error###buf");
+        ZX_LOG_AT(caller, error, "Param error###buf");
         return false;
     }
     return true;
 }
 
-// Unbuffered, so that what is counted as written did reach the file; close-on-exec, which is asked
-// for behind the first letter, as a mode may end in something else than flags.
-zx::UniqueFile open_to_write(const char* path, const char* mode) {
-    char private_mode[kModeSize];
-    const int length = std::snprintf(private_mode, sizeof private_mode, "%.1se%s", mode, mode + 1);
-    zx::UniqueFile file(zx::is_whole(length, kModeSize) ? std::fopen(path, private_mode) : nullptr);
-    if (file != nullptr) {
-        std::setvbuf(file.get(), nullptr, _IONBF, 0);
+// The flags that fopen() would take from a mode, and close-on-exec. What is no mode opens nothing.
+int open_flags(const char* mode) {
+    const bool both = std::strchr(mode, '+') != nullptr;
+    const int flags = O_CLOEXEC | (std::strchr(mode, 'x') != nullptr ? O_EXCL : 0);
+    const int writes = flags | O_CREAT | (both ? O_RDWR : O_WRONLY);
+    switch (*mode) {
+        case 'r':
+            return flags | (both ? O_RDWR : O_RDONLY);
+        case 'w':
+            return writes | O_TRUNC;
+        case 'a':
+            return writes | O_APPEND;
+        default:
+            return -1;
+    }
+}
+
+// Not fopen(): a thread that is cancelled in it loses the stream's memory.
+zx::UniqueFile open_file(zx::CancelHeld& held, const char* path, const char* mode) {
+    const int flags = open_flags(mode);
+    const auto try_open = [=] {
+        int fd = -1;
+        do {
+            fd = open(path, flags, kCreateMode);
+        } while (fd < 0 && errno == EINTR);
+        return fd;
+    };
+    if (flags < 0) {
+        return nullptr;
+    }
+    // Only a FIFO keeps its opener waiting, for the other end.
+    struct stat status {};
+    const bool may_wait = stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+    const int fd = may_wait ? held.wait(try_open, [] {}) : try_open();
+    zx::UniqueFile file(fd < 0 ? nullptr : fdopen(fd, mode));
+    if (file == nullptr && fd >= 0) {
+        close(fd);
     }
     return file;
+}
+
+// Moves bytes on in steps, from the count so far, until all are moved or a step ends early. A
+// signal is no end.
+template <typename Step>
+std::size_t move_whole(std::FILE* file, std::size_t size, Step step) {
+    std::size_t total = step(0);
+    while (total < size && std::ferror(file) != 0 && errno == EINTR) {
+        std::clearerr(file);
+        total += step(total);
+    }
+    return total;
 }
 
 // The next call finds the file.
@@ -70,14 +108,21 @@ void touch(const char* path) {
 
 }  // namespace
 
-std::int32_t zx::md::read_once(const char* func, const char* path, UniqueFile file, void* buf,
-                               std::uint32_t len) {
-    const std::uint32_t size = lower_read(func, len);
+std::size_t zx::md::read_whole(std::FILE* file, void* buf, std::size_t size) {
+    return move_whole(file, size, [=](std::size_t total) {
+        return std::fread(static_cast<char*>(buf) + total, 1, size - total, file);
+    });
+}
+
+std::int32_t zx::md::read_once(CancelHeld& held, const char* path, UniqueFile file, void* buf,
+                               std::uint32_t len, Caller caller) {
+    const std::uint32_t size = lower_read(len, caller);
     if (file == nullptr) {
-        ZX_LOG_FROM(func, error, "Open (%s) failed", path);
+        ZX_LOG_AT(caller, error, "Open (%s) failed", path);
         return -1;
     }
-    const std::size_t count = std::fread(buf, 1, size, file.get());
+    const std::size_t count =
+        held.wait([&] { return read_whole(file.get(), buf, size); }, [&] { file.reset(); });
     if (count < size) {
         static_cast<char*>(buf)[count] = '\0';
     }
@@ -85,36 +130,41 @@ std::int32_t zx::md::read_once(const char* func, const char* path, UniqueFile fi
 }
 
 extern "C" int32_t zxmd_api_read(const char* path, void* buf, uint32_t len) {
-    if (!has_target(__func__, path, buf)) {
+    if (!has_target(path, buf)) {
         return -1;
     }
-    return zx::md::read_once(__func__, path, open_to_read(path), buf, len);
+    zx::CancelHeld held;
+    return zx::md::read_once(held, path, open_file(held, path, "r"), buf, len);
 }
 
 extern "C" int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len) {
-    return has_target(__func__, path, buf) ? zxmd_api_read(path, buf, len) : -1;
+    return has_target(path, buf) ? zxmd_api_read(path, buf, len) : -1;
 }
 
 extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
-    if (!has_target(__func__, path, buf)) {
+    if (!has_target(path, buf)) {
         return -1;
     }
-    const std::uint32_t size = lower_read(__func__, len);
-    const zx::UniqueFile file = open_to_read(path);
+    const std::uint32_t size = lower_read(len);
+    zx::CancelHeld held;
+    zx::UniqueFile file = open_file(held, path, "r");
     if (file == nullptr) {
         ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
-    std::size_t total = 0;
-    while (total < size) {
-        const std::size_t count =
-            std::fread(static_cast<char*>(buf) + total, 1, size - total, file.get());
-        if (count == 0) {
-            break;
+    const auto read_to_end = [&] {
+        std::size_t total = 0;
+        while (total < size) {
+            const std::size_t count =
+                zx::md::read_whole(file.get(), static_cast<char*>(buf) + total, size - total);
+            if (count == 0) {
+                break;
+            }
+            total += count;
         }
-        total += count;
-    }
-    return static_cast<int32_t>(total);
+        return total;
+    };
+    return static_cast<int32_t>(held.wait(read_to_end, [&] { file.reset(); }));
 }
 
 extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, const char* mode) {
@@ -132,13 +182,20 @@ extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, con
         ZX_LOG(warning, "Write len(%d) is out of range(0~%d),set to %d", static_cast<int>(len),
                static_cast<int>(size), static_cast<int>(size));
     }
-    const zx::UniqueFile file = open_to_write(path, mode);
+    zx::CancelHeld held;
+    zx::UniqueFile file = open_file(held, path, mode);
     if (file == nullptr) {
         touch(path);
         ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
-    const std::size_t count = std::fwrite(buf, 1, size, file.get());
+    // Unbuffered: what is counted as written did reach the file.
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);
+    const auto write_on = [&](std::size_t total) {
+        return std::fwrite(static_cast<const char*>(buf) + total, 1, size - total, file.get());
+    };
+    const std::size_t count =
+        held.wait([&] { return move_whole(file.get(), size, write_on); }, [&] { file.reset(); });
     if (count < size) {
         static_cast<char*>(buf)[count] = '\0';
     }

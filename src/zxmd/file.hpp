@@ -3,14 +3,21 @@
 
 #include <cstdint>
 
+#include <cstdio>
+
 #include "internal/guard.hpp"
+#include "internal/log.hpp"
 
 namespace zx::md {
 
 inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // results are signed
 
-// What zxmd_api_read() does with an opened file; null was not opened. `func` speaks of `path`.
-std::int32_t read_once(const char* func, const char* path, UniqueFile file, void* buf,
-                       std::uint32_t len);
+// As fread() for bytes, but a signal does not end it.
+std::size_t read_whole(std::FILE* file, void* buf, std::size_t size);
+
+// What zxmd_api_read() does with a file that was opened within `held`; null was not opened. `path`
+// is its name in messages.
+std::int32_t read_once(CancelHeld& held, const char* path, UniqueFile file, void* buf,
+                       std::uint32_t len, Caller caller = {});
 
 }  // namespace zx::md

@@ -1,8 +1,15 @@
 #include "zxmd.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
+#include "internal/guard.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
 #include "zxmd/file.hpp"
@@ -13,6 +20,52 @@ namespace {
 constexpr char kTag[] = "ZXMD";
 constexpr std::size_t kNameSize = 256;
 constexpr std::size_t kCommandSize = 512;
+constexpr std::uint64_t kStatBlock = 512;
+constexpr mode_t kPermissions = 0777;
+
+// All zeros for a file that is missing.
+struct stat look_at(const char* path) {
+    struct stat status {};
+    if (stat(path, &status) != 0) {
+        status = {};
+    }
+    return status;
+}
+
+// cp empties the old file before it writes: whether the new content fits then. What cannot be told
+// is left to the command.
+bool has_room(const char* path, const struct stat& old, std::uint64_t size) {
+    struct statvfs disk {};
+    if (statvfs(path, &disk) != 0 || disk.f_blocks == 0 || disk.f_frsize == 0) {
+        return true;
+    }
+    const std::uint64_t blocks = geteuid() == 0 ? disk.f_bfree : disk.f_bavail;
+    const auto freed =
+        S_ISREG(old.st_mode) ? static_cast<std::uint64_t>(old.st_blocks) * kStatBlock : 0;
+    const std::uint64_t needed = (size + disk.f_frsize - 1) / disk.f_frsize * disk.f_frsize;
+    return needed <= blocks * disk.f_frsize + freed;
+}
+
+// False when the content of a file did not reach the disk; true for what has no disk.
+bool reaches_disk(const char* path) {
+    const zx::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return fd.get() < 0 || fsync(fd.get()) == 0 || errno == EINVAL;
+}
+
+bool is_same(const struct stat& one, const struct stat& other) {
+    return one.st_ino == other.st_ino && one.st_size == other.st_size &&
+           one.st_mtim.tv_sec == other.st_mtim.tv_sec &&
+           one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
+}
+
+// Puts the side file in the place of a file that the copy broke off in, readable for nobody else.
+void rescue(const char* side, const char* path, const struct stat& old) {
+    if (old.st_ino != 0) {
+        [[maybe_unused]] const int owned = chown(side, old.st_uid, old.st_gid);
+        chmod(side, old.st_mode & kPermissions);
+    }
+    std::rename(side, path);
+}
 
 }  // namespace
 
@@ -34,17 +87,33 @@ extern "C" int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t l
         ZX_LOG(error, "Path(%s) is not fit for a command", path);
         return -1;
     }
+    const zx::CancelHeld held;  // a copy is not left half-done
     std::remove(side);
     const int32_t count = zxmd_api_write(side, buf, len, "wx");  // x: no link is followed
-    if (count >= 0 && static_cast<std::uint32_t>(count) < std::min(len, zx::md::kMaxLength)) {
+    if (count <= 0 || static_cast<std::uint32_t>(count) < std::min(len, zx::md::kMaxLength)) {
+        std::remove(side);
+        if (count >= 0 && len != 0) {
+            ZX_LOG(error, "write (%s) failed", side);
+        }
+        return count;
+    }
+    if (!reaches_disk(side)) {
+        std::remove(side);
         ZX_LOG(error, "write (%s) failed", side);
-        return count;
+        return -1;
     }
-    if (count <= 0) {
-        return count;
-    }
-    if (zxt_innerapi_cmdRet(command) != 1) {
+    const struct stat old = look_at(path);
+    if (!has_room(old.st_ino != 0 ? path : side, old, static_cast<std::uint64_t>(count))) {
+        std::remove(side);
         ZX_LOG(error, "inner error:cmd [%s] failed", command);
+        return -1;
+    }
+    if (zxt_innerapi_cmdRet(command) != 1 || !reaches_disk(path)) {
+        ZX_LOG(error, "inner error:cmd [%s] failed", command);
+        const bool is_file = old.st_ino == 0 || S_ISREG(old.st_mode);
+        if (is_file && !is_same(look_at(path), old)) {
+            rescue(side, path, old);
+        }
         return -1;
     }
     std::snprintf(command, kCommandSize, "rm  -fr   %s   ", side);

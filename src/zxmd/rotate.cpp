@@ -21,11 +21,18 @@ extern "C" void zxmd_api_newMsgFile(const char* path) {
     if (zxmd_api_getFileSize(path) <= ZXMD_MSG_FILE_LIMIT) {
         return;
     }
+    char rotated[kCommandSize];
     char command[kCommandSize];
-    const int length = std::snprintf(command, sizeof command, "  mv  %s  %s_%s.txt", path, path,
-                                     zxtime_api_curDTime("%04d%02d%02d%02d%02d%02d"));
-    if (!zx::is_safe_path(path) || !zx::is_whole(length, sizeof command)) {
+    const int name_length = std::snprintf(rotated, sizeof rotated, "%s_%s.txt", path,
+                                          zxtime_api_curDTime("%04d%02d%02d%02d%02d%02d"));
+    const int length = std::snprintf(command, sizeof command, "  mv  %s  %s", path, rotated);
+    if (!zx::is_safe_path(path) || !zx::is_whole(name_length, sizeof rotated) ||
+        !zx::is_whole(length, sizeof command)) {
         ZX_LOG(error, "Path(%s) is not fit for a command", path);
+        return;
+    }
+    if (zxmd_api_isFileExsit(rotated) != 0) {
+        ZX_LOG(error, "File(%s) is there already", rotated);
         return;
     }
     zx::run_unasked(command);

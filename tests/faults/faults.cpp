@@ -16,6 +16,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -62,8 +63,8 @@ int open_within(const char* path, int flags, mode_t mode) {
     return open(within(path).c_str(), flags, mode);
 }
 
-int unlink_within(const char* path) {
-    return unlink(within(path).c_str());
+int rename_within(const char* from, const char* to) {
+    return std::rename(from, within(to).c_str());
 }
 
 int keep_interface(int fd, unsigned long what, void* request) {
@@ -218,10 +219,10 @@ std::vector<Call> make_calls() {
         ZX_CALL(setenv), ZX_CALL(setgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
         ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setuid), ZX_CALL(setvbuf), ZX_CALL(sigaction),
         ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall),
-        ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL_AS(unlink, unlink_within),
-        ZX_CALL(unsetenv));
-    add({0, EACCES}, ZX_CALL(fdopen), ZX_CALL(fopen), ZX_CALL(fread), ZX_CALL(fwrite),
-        ZX_CALL(getcwd), ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
+        ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync),
+        ZX_CALL(mkostemp), ZX_CALL_AS(rename, rename_within), ZX_CALL(statvfs));
+    add({0, EACCES}, ZX_CALL(fdopen), ZX_CALL(fread), ZX_CALL(fwrite), ZX_CALL(getcwd),
+        ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
     add({-1, ECONNRESET}, ZX_CALL(recv), ZX_CALL(send));
     add({-1, EINTR}, ZX_CALL(select));
     add({-1, ENODEV}, ZX_CALL(setsockopt));
@@ -260,6 +261,7 @@ constexpr char kNeedsNoFault[] =
     "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
     "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
+    "ch@(mod|own)|clearerr|ferror|unlink|"
     "sig@(addset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
     "@(hto|nto)*|vfprintf|fprintf|stderr|sprintf|mkdir|abort|quick_exit|fseek|"
     "pthread_@(mutex_@(lock|unlock|destroy)|setcancelstate))";
