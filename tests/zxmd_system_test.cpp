@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <linux/capability.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -120,25 +123,65 @@ TEST_F(SystemTest, WatchdogRestartsItsWorker) {
             "\\[INFO\\]\\[ZXMD\\]child\\[[0-9][0-9]+\\] has exited\n"));
 }
 
+void set_capabilities(std::uint32_t wanted) {
+    __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct sets[2] = {{wanted, wanted, wanted}};
+    EXPECT_EQ(syscall(SYS_capset, &head, sets), 0);
+    for (unsigned i = 0; i < 32; ++i) {
+        if ((wanted & 1U << i) != 0) {
+            EXPECT_EQ(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, i, 0, 0), 0);
+        }
+    }
+}
+
+bool has_capabilities() {
+    __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[2]{};
+    syscall(SYS_capget, &head, sets);
+    return (sets[0].permitted | sets[0].inheritable | sets[1].permitted) != 0;
+}
+
 TEST_F(SystemTest, UserIsChangedForGood) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only an administrator may change the user";
     }
-    const std::string result = zx::test::in_child([this] {
-        const gid_t root = 0;
-        EXPECT_EQ(setgroups(1, &root), 0);
-        EXPECT_EQ(zxmd_api_changeUser("nobody"), 0);
-        gid_t groups[8];
-        EXPECT_EQ(getgroups(8, groups), 1) << "without those of the administrator";
-        EXPECT_EQ(groups[0], getegid());
-        EXPECT_NE(getgid(), 0U);
-        EXPECT_NE(getuid(), 0U);
-        EXPECT_EQ(zxmd_api_changeUser("root"), -2) << "there is no way back";
-        return story();
-    });
-    EXPECT_EQ(result,
-              "[INFO][ZXMD]Changed process user id to 'nobody'\n"
-              "[ERROR][ZXMD]ERROR: can't change group id: setgid\n");
+    // As an administrator; as one that keeps its capabilities; as a user with some of them.
+    for (const int start : {0, 1, 2}) {
+        const std::string result = zx::test::in_child([=, this] {
+            const gid_t root = 0;
+            EXPECT_EQ(setgroups(1, &root), 0);
+            if (start > 0) {
+                prctl(PR_SET_KEEPCAPS, 1);
+            }
+            if (start > 1) {
+                EXPECT_EQ(setresuid(1000, 1000, 1000), 0);
+                set_capabilities(1U << CAP_SETUID | 1U << CAP_SETGID);
+            }
+            EXPECT_EQ(zxmd_api_changeUser("nobody"), 0);
+            gid_t groups[8];
+            EXPECT_EQ(getgroups(8, groups), 1) << "without those of the administrator";
+            EXPECT_EQ(groups[0], getegid());
+            EXPECT_NE(getgid(), 0U);
+            EXPECT_EQ(has_capabilities(), false);
+            EXPECT_EQ(setuid(0), -1) << "there is no way back";
+            EXPECT_EQ(zxmd_api_changeUser("root"), -2);
+            return story();
+        });
+        EXPECT_EQ(result,
+                  "[INFO][ZXMD]Changed process user id to 'nobody'\n"
+                  "[ERROR][ZXMD]ERROR: can't change group id: setgid\n")
+            << start;
+    }
+    EXPECT_EQ(zx::test::in_child([this] {
+                  EXPECT_EQ(setgroups(0, nullptr), 0);
+                  EXPECT_EQ(setgid(65534), 0);
+                  EXPECT_EQ(setresuid(65534, 65534, 0), 0);
+                  set_capabilities(0);
+                  EXPECT_EQ(zxmd_api_changeUser("nobody"), -3);
+                  return story();
+              }),
+              "[ERROR][ZXMD]ERROR: can't change user id: setuid\n")
+        << "root is saved, to go back to";
 }
 
 TEST_F(SystemTest, LimitsAreRaisedToTheirMost) {
@@ -198,8 +241,19 @@ TEST_F(SystemTest, KnowsTheHost) {
                            : "$ echo performance > /sys/bus/cpu/drivers/processor/cpu2/cpufreq/"
                              "scaling_governor\n");
     EXPECT_EQ(zxmd_api_isInstall("libc6"), fs::exists("/usr/share/doc/libc6") ? 1 : 0);
-    EXPECT_EQ(zxmd_api_isInstall("../doc/libc6"), 0);
-    EXPECT_EQ(zxmd_api_isInstallByBin("../bin/sh"), 0);
+    EXPECT_EQ(zxmd_api_isInstallByBin("sh"), 1);
+    for (const char* name : {"../doc/libc6", "..", ".", ""}) {
+        EXPECT_EQ(zxmd_api_isInstall(name), 0) << name;
+    }
+    for (const char* name : {"../bin/sh", "..", "."}) {
+        EXPECT_EQ(zxmd_api_isInstallByBin(name), 0) << name;
+    }
+    EXPECT_NE(zx::test::in_child([] {
+                  const bool has_one = zx::test::own_disk("/usr/local/bin", "") &&
+                                       fs::create_directory("/usr/local/bin/directory");
+                  return std::to_string(has_one && zxmd_api_isInstallByBin("directory") != 0);
+              }),
+              "1");
 }
 
 TEST_F(SystemTest, AsksProgramsOfTheHost) {

@@ -1,5 +1,6 @@
 #include "zxenv.h"
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "internal/log.hpp"
@@ -32,6 +33,10 @@ extern "C" int32_t zxenv_api_set(const char* name, const char* str_value, int8_t
 }
 
 extern "C" int32_t zxenv_api_unset(const char* name) {
+    if (name == nullptr) {  // not the C library's to see: it may count on a name
+        errno = EINVAL;
+        return -1;
+    }
     return unsetenv(name);
 }
 

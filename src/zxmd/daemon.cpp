@@ -1,15 +1,19 @@
 // The process itself: daemon, worker of a watchdog, user.
 #include <grp.h>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "zxmd.h"
 #include "zxsignal.h"
@@ -20,11 +24,11 @@ constexpr char kTag[] = "ZXMD";
 constexpr mode_t kUmask = 022;
 
 // Goes on in the child; the parent ends.
-void leave_parent(const char* func) {
+void leave_parent(zx::Caller caller = {}) {
     std::fflush(nullptr);  // otherwise both would write what is buffered
     const pid_t pid = fork();
     if (pid < 0) {
-        ZX_LOG_FROM(func, error, "ERROR: fork");
+        ZX_LOG_AT(caller, error, "ERROR: fork");
         std::exit(-1);
     }
     if (pid > 0) {
@@ -33,17 +37,51 @@ void leave_parent(const char* func) {
 }
 
 // The status of the child that ended, whichever it was.
-pid_t wait_for_child(const char* func, int& status) {
+pid_t wait_for_child(int& status, zx::Caller caller = {}) {
     for (;;) {
         const pid_t pid = waitpid(0, &status, WNOHANG);
         if (pid > 0) {
             return pid;
         }
         if (pid < 0 && errno != ECHILD) {
-            ZX_LOG_FROM(func, error, "wait:  %d %s", errno, std::strerror(errno));
+            ZX_LOG_AT(caller, error, "wait:  %d %s", errno, std::strerror(errno));
         }
         sleep(1);
     }
+}
+
+// True also when it cannot be told.
+bool has_capabilities() {
+    __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3]{};
+    return syscall(SYS_capget, &head, sets) != 0 ||
+           std::ranges::any_of(sets, [](const __user_cap_data_struct& set) {
+               return (set.effective | set.permitted | set.inheritable) != 0;
+           });
+}
+
+// A new user does not lose capabilities that are ambient, or that the program asked to keep. What
+// can be seen afterwards counts.
+bool drop_capabilities() {
+    __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3]{};
+    syscall(SYS_capset, &head, none);
+    return !has_capabilities();
+}
+
+// A plain user has no groups to give up.
+bool take_groups(const char* name, gid_t gid) {
+    return setgid(gid) == 0 &&
+           (initgroups(name, gid) == 0 || (errno == EPERM && !has_capabilities()));
+}
+
+// No former identity is kept to go back to.
+bool is_only(uid_t uid, gid_t gid) {
+    uid_t uids[3];
+    gid_t gids[3];
+    return getresuid(&uids[0], &uids[1], &uids[2]) == 0 &&
+           getresgid(&gids[0], &gids[1], &gids[2]) == 0 && std::ranges::count(uids, uid) == 3 &&
+           std::ranges::count(gids, gid) == 3;
 }
 
 const char* signal_text(int number) {
@@ -59,9 +97,9 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
         ZX_LOG_PARAM("logdir");
         return -1;
     }
-    leave_parent(__func__);
+    leave_parent();
     setsid();
-    leave_parent(__func__);
+    leave_parent();
     umask(kUmask);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         close(fd);
@@ -92,7 +130,7 @@ extern "C" int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg)
         }
         ZX_LOG(info, "I am father");
         int status = 0;
-        const pid_t ended = wait_for_child(__func__, status);
+        const pid_t ended = wait_for_child(status);
         if (WIFSIGNALED(status)) {
             ZX_LOG(error, "child[%d] is end by signal:%s", ended, signal_text(WTERMSIG(status)));
         } else {
@@ -106,19 +144,19 @@ extern "C" int32_t zxmd_api_changeUser(const char* name) {
         ZX_LOG(error, "Param error###username");
         return -1;
     }
+    const zx::CancelHeld held;
     const passwd* const user = getpwnam(name);
     if (user == nullptr) {
         ZX_LOG(error, "ERROR: can't find user '%s': getpwnam failed", name);
         return -1;
     }
     const uid_t uid = user->pw_uid;
-    // Only an administrator has supplementary groups to give up.
-    if (setgid(user->pw_gid) != 0 ||
-        (geteuid() == 0 && initgroups(user->pw_name, user->pw_gid) != 0)) {
+    const gid_t gid = user->pw_gid;
+    if (!take_groups(user->pw_name, gid)) {
         ZX_LOG(error, "ERROR: can't change group id: setgid");
         return -2;
     }
-    if (setuid(uid) != 0) {
+    if (setuid(uid) != 0 || !is_only(uid, gid) || (uid != 0 && !drop_capabilities())) {
         ZX_LOG(error, "ERROR: can't change user id: setuid");
         return -3;
     }

@@ -1,5 +1,6 @@
 // Facts about the host.
 #include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "internal/format.hpp"
 #include "internal/log.hpp"
@@ -29,14 +31,22 @@ constexpr std::array kLibraryDirectories{"/usr/lib/x86_64-linux-gnu", "/lib/x86_
                                          "/usr/local/lib"};
 
 // A name of something in a directory; a path would lead elsewhere.
-bool is_name(const char* name) {
-    return *name != '\0' && std::strchr(name, '/') == nullptr;
+bool is_name(const char* text) {
+    const std::string_view name(text);
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
 }
 
+bool is_file(const char* path) {
+    struct stat status {};
+    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// What can be executed is a program only when it is no directory.
 bool stands_in(const char* directory, const char* name, int mode) {
     char path[kPathSize];
     const int length = std::snprintf(path, sizeof path, "%s/%s", directory, name);
-    return zx::is_whole(length, sizeof path) && access(path, mode) == 0;
+    return zx::is_whole(length, sizeof path) && access(path, mode) == 0 &&
+           (mode != X_OK || is_file(path));
 }
 
 // Whether the release of the system, as it greets its users, begins with a text.
@@ -47,7 +57,7 @@ bool is_release(const char* wanted) {
 }
 
 // The directories may be the same one by a link, which is no conflict.
-bool stands_twice(const char* name) {
+bool stands_twice(const char* name, zx::Caller caller = {}) {
     char found[kLibraryDirectories.size()][kPathSize];
     std::size_t count = 0;
     for (const char* const directory : kLibraryDirectories) {
@@ -66,7 +76,7 @@ bool stands_twice(const char* name) {
         }
     }
     for (std::size_t i = 0; count > 1 && i < count; ++i) {
-        ZX_LOG_FROM("zxmd_api_isConflictLib", warning, "%s stands in %s, too", name, found[i]);
+        ZX_LOG_AT(caller, warning, "%s stands in %s, too", name, found[i]);
     }
     return count > 1;
 }
