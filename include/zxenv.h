@@ -37,15 +37,16 @@ const char* zxenv_api_get(const char* name, const char* defaultValue);
 int32_t zxenv_api_set(const char* name, const char* str_value, int8_t overwrite);
 
 /**
- * Removes a variable. NULL, an empty name and one with "=" are the C library's to refuse.
- * @param name  of the variable; a missing one is no failure.
- * @return 0; -1 with `errno` when it fails.
+ * Removes a variable.
+ * @param name  of the variable, which need not exist.
+ * @return 0; -1 with `errno` EINVAL, silently, for NULL, an empty name and one with "=".
  */
 int32_t zxenv_api_unset(const char* name);
 
 /**
  * Makes a text part of the environment.
  * @param name_val  "NAME=VALUE"; not copied: it stays alive and unchanged as long as the variable.
+ *                  Without "=" the variable is removed.
  * @return 1; 0 when it fails or the argument is missing.
  * Logs: error in these cases.
  */

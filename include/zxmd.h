@@ -3,8 +3,8 @@
  * System helpers: files, pseudo-random bytes, Base64, daemons and watchdogs,
  * limits, housekeeping, facts about the host.
  *
- * Nothing is kept open or allocated between calls. Lengths and counts are in bytes; lengths above
- * 2147483646 are lowered to that value, with a warning. Log tag: ZXMD.
+ * Nothing is kept open or allocated between calls, nor by a thread that is cancelled in one. A
+ * signal does not end a call. Lengths and counts are in bytes. Log tag: ZXMD.
  *
  * A missing (NULL) argument is refused with an error line and the result of a failure.
  *
@@ -26,14 +26,15 @@ extern "C" {
  * Some operations run shell commands with the path in them. Such a path consists of letters,
  * digits, ". : _ % - / + , = @ ~ ^" and bytes from 0x80 on, begins with neither "-" nor "~", and
  * fits the command; with any other path the command is not run.
+ *
+ * Lengths of reads and writes above 2147483646 are lowered to that value, with a warning. A FIFO is
+ * waited for until its other end is open.
  */
 
 #define ZXMD_MSG_FILE_LIMIT 10485760 /**< bytes above which zxmd_api_newMsgFile() rotates */
 
 /**
- * Reads the beginning of a file with one read.
- *
- * A pipe or socket may give less than there will be: zxmd_api_read3() goes on.
+ * Reads the beginning of a file, until `len` bytes, its end or an error.
  *
  * @param path  of the file.
  * @param buf   `len` bytes; a NUL is put behind the data when they are fewer than `len`.
@@ -51,7 +52,8 @@ int32_t zxmd_api_read(const char* path, void* buf, uint32_t len);
 int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len);
 
 /**
- * Reads a file until `len` bytes or its end. Otherwise as zxmd_api_read().
+ * As zxmd_api_read(), but the data are never terminated, and a read that failed after some bytes
+ * is tried again.
  * @param path  of the file.
  * @param buf   `len` bytes; never terminated.
  * @param len   bytes.
@@ -63,13 +65,16 @@ int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len);
  * Writes a file with one write.
  *
  * When the file cannot be opened it is created with the touch command, and the call still fails.
+ * On a full disk fewer bytes are written, and what "w" emptied is lost: zxmd_api_writeProtect()
+ * keeps it. At a limit of the size of files and on a pipe without a reader the kernel sends
+ * SIGXFSZ and SIGPIPE, which are the program's to handle or to ignore.
  *
  * @param path  of the file; fit for a command (see above) if it is to be created.
  * @param buf   `len` bytes. Writable: after a short write a NUL is stored in it, behind the bytes
  *              that were written.
  * @param len   bytes.
  * @param mode  as fopen() takes it: "w" truncates, "a+" appends, "r+" wants a file that is there.
- * @return the number of bytes that reached the file; -1 on failure.
+ * @return the number of bytes that reached the file; -1 when it cannot be opened.
  * Threads: safe.
  * Logs: error when the file cannot be opened.
  */
@@ -88,15 +93,19 @@ int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len);
  * Replaces a file by a complete copy of a buffer.
  *
  * The bytes are written to the side file "<path>_tmp", which is then copied over `path` with the
- * cp command and removed. `path` is left alone unless the side file holds all of them; a side file
- * that could not be copied stays.
+ * cp command and removed. Both files have reached the disk by then. For a moment both take up room.
+ *
+ * `path` always holds the old content or the new one, whole. It is left alone, and the side file is
+ * removed, when there is no room for the side file or for the copy. A copy that breaks off in spite
+ * of that leaves the side file in the place of `path`, with its owner and its permissions as far as
+ * they can be given; one that did not begin leaves the side file where it is.
  *
  * @param path  fit for a command (see above), at most 247 characters.
  * @param buf   `len` bytes, writable as for zxmd_api_write().
  * @param len   bytes.
  * @return the number of bytes in the side file: below `len` (or 0), `path` is as it was; -1 on
  *         failure.
- * Threads: not safe for the same path.
+ * Threads: not safe for the same path. It is no cancellation point.
  * Logs: error on failure.
  */
 int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t len);
@@ -106,7 +115,7 @@ int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t len);
  * @param path  a path of up to 1023 characters, or "file://" and a path.
  * @return bytes; 0 when the file cannot be examined.
  * Threads: safe.
- * Logs: error on failure; warning for a path that was cut to 1024 characters.
+ * Logs: error on failure; warning for a longer path, of which 1024 characters are used.
  */
 uint64_t zxmd_api_getFileSize(const char* path);
 
@@ -122,7 +131,7 @@ uint64_t zxmd_api_getFileSize(const char* path);
 const char* zxmd_api_getFileType(const char* path);
 
 /**
- * Tells whether a file exists (the name is spelled so in the interface).
+ * Tells whether a file exists, at the end of a link, too (the name is spelled so in the interface).
  * @param path  of the file.
  * @return 1 or 0. Threads: safe.
  */
@@ -130,11 +139,12 @@ int32_t zxmd_api_isFileExsit(const char* path);
 
 /**
  * Moves a message file that exceeds #ZXMD_MSG_FILE_LIMIT to "<path>_YYYYMMDDhhmmss.txt", local
- * time, with the mv command; whoever writes then creates a new one.
+ * time, with the mv command; whoever writes then creates a new one. A file of that name, which an
+ * earlier call in the same second made, is not replaced: the next call moves it.
  *
  * @param path  fit for a command (see above), at most 114 characters.
  * Threads: not safe for the same path.
- * Logs: error when the file cannot be examined or its path is refused.
+ * Logs: error when the file cannot be examined, its path is refused or the new name is taken.
  */
 void zxmd_api_newMsgFile(const char* path);
 
@@ -254,11 +264,14 @@ int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
 
 /**
  * Gives up administrator rights: takes the primary and the supplementary groups of a user, then its
- * identity.
+ * identity, and drops all capabilities (not for "root"). A process without capabilities keeps the
+ * supplementary groups that it has.
  * @param name  of the user.
  * @return 0; -1 for a user that is missing or unknown, -2 when the groups are refused, -3 when the
- *         identity is.
- * Threads: for all threads of the process. Logs: error on failure, otherwise information.
+ *         identity is, or when a former identity or a capability would remain.
+ * Threads: groups and identity change for the whole process. Capabilities that are ambient or to be
+ * kept belong to a thread: with such, call it while there is one. Logs: error on failure, otherwise
+ * information.
  */
 int32_t zxmd_api_changeUser(const char* name);
 
@@ -283,8 +296,8 @@ int32_t zxmd_api_setUlimit(void);
 /* -------------------------------------------------------- housekeeping -- */
 
 /*
- * These run shell commands that change the machine, as administrator. The result is that of the
- * last system(): 0 for success.
+ * The first four run shell commands that change the machine, as administrator. The result is that
+ * of the last system(): 0 for success.
  */
 
 /**
@@ -337,7 +350,7 @@ int32_t zxmd_api_setCpuFreq(uint32_t cpu);
 
 /**
  * @param package  name of the package.
- * @return 1 when a Debian package has left its documentation on the machine, otherwise 0.
+ * @return 1 when a Debian package has its documentation on the machine, otherwise 0.
  */
 int32_t zxmd_api_isInstall(const char* package);
 
@@ -348,13 +361,12 @@ int32_t zxmd_api_isInstall(const char* package);
 int32_t zxmd_api_isInstallByBin(const char* program);
 
 /**
- * Draws the tree of a process, with its threads where the system's pstree can.
+ * Draws the tree of a process with the pstree command, with its threads but on Ubuntu 16.04.
  * @param pid   of the process.
- * @param out   `size` bytes.
+ * @param out   `size` bytes; not terminated when the text fills them.
  * @param size  bytes.
- * @return the number of bytes, as zxt_innerapi_cmdReadByPipe() gives it: `size` for a text that was
- *         cut, which is not terminated then; 0 when pstree is missing or finds no such process; -1
- *         for a NULL `out` and when the shell cannot be started.
+ * @return as zxt_innerapi_cmdReadByPipe(): the length of the text, cut to `size`; 0 when there is
+ *         no such process or no pstree; -1 for a missing `out` or when no command can be started.
  */
 int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size);
 

@@ -149,7 +149,10 @@ int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodpath, char* 
 /*
  * Commands are run by /bin/sh as they stand, with nothing quoted: hand them trusted text only.
  * They inherit the signal dispositions of the process; where SIGCHLD is ignored their status is
- * lost and they count as failed.
+ * lost, and zxt_innerapi_cmdRet() counts them as failed.
+ *
+ * A signal does not end a call. A thread that is cancelled in one kills the shell; while it reads
+ * from a pipe, it closes the pipe and waits for the command's end.
  */
 
 #define ZXT_CMD_ROOM 13 /**< bytes that zxt_innerapi_cmdRet() appends to a command */
@@ -166,7 +169,7 @@ int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodpath, char* 
 int32_t zxt_innerapi_cmdRet(char* cmd);
 
 /**
- * Runs a command and reads the beginning of its output through a pipe.
+ * Runs a command to its end, and reads the beginning of its output through a pipe.
  *
  * @param cmd   command; NULL is refused.
  * @param info  `size` bytes, cleared first; not terminated when the output fills them, so hand
@@ -181,15 +184,16 @@ int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size);
 /**
  * Runs a command and reads its output through the file "/tmp/zxcmd_info".
  *
- * One file serves all callers on the machine. It is written anew by every call, so that no link and
- * no file of somebody else's is followed, and is left in place. Of several commands in `cmd` only
- * the last one writes to it.
+ * One file serves all callers on the machine. Every call puts a new file of the caller's in its
+ * place, in one step, so that no link is followed and nobody else's file is written to or read; it
+ * counts on the sticky bit of /tmp. The file is left in place, readable for its owner. Of several
+ * commands in `cmd` only the last one writes to it. On a full disk the output is cut.
  *
  * @param cmd   at most 1006 characters; a longer one is not run. NULL is refused.
  * @param info  `size` bytes; terminated when the output is shorter. NULL is refused.
  * @param size  bytes; at most 2147483646 are used.
- * @return the number of bytes; -1 for a missing or refused argument, when the file cannot be
- *         removed or read.
+ * @return the number of bytes; -1 for a missing or refused argument, when the file cannot be made
+ *         or opened, or when the command cannot be started.
  * Threads: not safe, nor against other processes: use zxt_innerapi_cmdReadByPipe() there.
  * Logs: error for every -1.
  */
@@ -198,7 +202,7 @@ int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32_t size);
 /**
  * Tells whether a command prints anything to standard output.
  * @param cmd  command; NULL is refused.
- * @return 1 when it does; 0 when it does not; -1 for a NULL `cmd`.
+ * @return 1 when it does; 0 when it does not or cannot be started; -1 for a NULL `cmd`.
  * Threads: safe.
  * Logs: error for a NULL `cmd`.
  */
