@@ -145,8 +145,14 @@ TEST_F(SystemTest, UserIsChangedForGood) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only an administrator may change the user";
     }
-    // As an administrator; as one that keeps its capabilities; as a user with some of them.
-    for (const int start : {0, 1, 2}) {
+    // As an administrator; as one that keeps its capabilities; as a user with some of them, which
+    // would have to be those of the thread sanitizer's own thread, too.
+#ifdef __SANITIZE_THREAD__
+    constexpr int kStarts[] = {0};
+#else
+    constexpr int kStarts[] = {0, 1, 2};
+#endif
+    for (const int start : kStarts) {
         const std::string result = zx::test::in_child([=, this] {
             const gid_t root = 0;
             EXPECT_EQ(setgroups(1, &root), 0);

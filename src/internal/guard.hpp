@@ -1,9 +1,7 @@
 // Owners: what they hold is given back at the end of the block, or wiped.
 #pragma once
 
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "internal/cancel.hpp"
@@ -29,14 +27,6 @@ public:
 private:
     int fd_;
 };
-
-struct FileCloser {
-    void operator()(std::FILE* file) const {
-        const CancelHeld held;
-        std::fclose(file);
-    }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 
 // A secret on the stack, which is not to be found there later.
 template <typename T>

@@ -74,8 +74,8 @@ extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint3
     }
     // Closing the pipe waits for the command.
     const std::size_t room = std::min(size, zx::md::kMaxLength);
-    const std::size_t count =
-        held.wait([=] { return zx::md::read_whole(pipe, info, room); }, [=] { pclose(pipe); });
+    const std::size_t count = held.wait(
+        [=] { return zx::md::read_whole(fileno(pipe), info, room); }, [=] { pclose(pipe); });
     pclose(pipe);
     return static_cast<int32_t>(count);
 }
@@ -91,14 +91,10 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
         return -1;
     }
     zx::CancelHeld held;
-    const int fd = make_output();
-    if (fd < 0) {
+    zx::UniqueFd file(make_output());
+    if (file.get() < 0) {
         ZX_LOG(error, "Create(%s) failed: %d %s", kOutputPath, errno, std::strerror(errno));
         return -1;
-    }
-    zx::UniqueFile file(fdopen(fd, "r"));
-    if (file == nullptr) {
-        close(fd);
     }
     const int status = held.wait([&] { return std::system(command); }, [&] { file.reset(); });
     if (status == -1 && errno != ECHILD) {  // it was not started: an empty file would be an answer

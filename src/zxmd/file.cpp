@@ -61,8 +61,7 @@ int open_flags(const char* mode) {
     }
 }
 
-// Not fopen(): a thread that is cancelled in it loses the stream's memory.
-zx::UniqueFile open_file(zx::CancelHeld& held, const char* path, const char* mode) {
+zx::UniqueFd open_file(zx::CancelHeld& held, const char* path, const char* mode) {
     const int flags = open_flags(mode);
     const auto try_open = [=] {
         int fd = -1;
@@ -72,27 +71,26 @@ zx::UniqueFile open_file(zx::CancelHeld& held, const char* path, const char* mod
         return fd;
     };
     if (flags < 0) {
-        return nullptr;
+        return zx::UniqueFd(-1);
     }
     // Only a FIFO keeps its opener waiting, for the other end.
     struct stat status {};
     const bool may_wait = stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
-    const int fd = may_wait ? held.wait(try_open, [] {}) : try_open();
-    zx::UniqueFile file(fd < 0 ? nullptr : fdopen(fd, mode));
-    if (file == nullptr && fd >= 0) {
-        close(fd);
-    }
-    return file;
+    return zx::UniqueFd(may_wait ? held.wait(try_open, [] {}) : try_open());
 }
 
-// Moves bytes on in steps, from the count so far, until all are moved or a step ends early. A
-// signal is no end.
+// Moves bytes on in steps, from the count so far, until all are moved, or a step moves none or
+// fails. A signal is no failure.
 template <typename Step>
-std::size_t move_whole(std::FILE* file, std::size_t size, Step step) {
-    std::size_t total = step(0);
-    while (total < size && std::ferror(file) != 0 && errno == EINTR) {
-        std::clearerr(file);
-        total += step(total);
+std::size_t move_whole(std::size_t size, Step step) {
+    std::size_t total = 0;
+    while (total < size) {
+        const ssize_t count = step(total);
+        if (count > 0) {
+            total += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            break;
+        }
     }
     return total;
 }
@@ -108,16 +106,16 @@ void touch(const char* path) {
 
 }  // namespace
 
-std::size_t zx::md::read_whole(std::FILE* file, void* buf, std::size_t size) {
-    return move_whole(file, size, [=](std::size_t total) {
-        return std::fread(static_cast<char*>(buf) + total, 1, size - total, file);
+std::size_t zx::md::read_whole(int fd, void* buf, std::size_t size) {
+    return move_whole(size, [=](std::size_t total) {
+        return read(fd, static_cast<char*>(buf) + total, size - total);
     });
 }
 
-std::int32_t zx::md::read_once(CancelHeld& held, const char* path, UniqueFile file, void* buf,
+std::int32_t zx::md::read_once(CancelHeld& held, const char* path, UniqueFd file, void* buf,
                                std::uint32_t len, Caller caller) {
     const std::uint32_t size = lower_read(len, caller);
-    if (file == nullptr) {
+    if (file.get() < 0) {
         ZX_LOG_AT(caller, error, "Open (%s) failed", path);
         return -1;
     }
@@ -147,8 +145,8 @@ extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
     }
     const std::uint32_t size = lower_read(len);
     zx::CancelHeld held;
-    zx::UniqueFile file = open_file(held, path, "r");
-    if (file == nullptr) {
+    zx::UniqueFd file = open_file(held, path, "r");
+    if (file.get() < 0) {
         ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
@@ -183,19 +181,17 @@ extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, con
                static_cast<int>(size), static_cast<int>(size));
     }
     zx::CancelHeld held;
-    zx::UniqueFile file = open_file(held, path, mode);
-    if (file == nullptr) {
+    zx::UniqueFd file = open_file(held, path, mode);
+    if (file.get() < 0) {
         touch(path);
         ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
-    // Unbuffered: what is counted as written did reach the file.
-    std::setvbuf(file.get(), nullptr, _IONBF, 0);
     const auto write_on = [&](std::size_t total) {
-        return std::fwrite(static_cast<const char*>(buf) + total, 1, size - total, file.get());
+        return write(file.get(), static_cast<const char*>(buf) + total, size - total);
     };
     const std::size_t count =
-        held.wait([&] { return move_whole(file.get(), size, write_on); }, [&] { file.reset(); });
+        held.wait([&] { return move_whole(size, write_on); }, [&] { file.reset(); });
     if (count < size) {
         static_cast<char*>(buf)[count] = '\0';
     }

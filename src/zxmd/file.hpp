@@ -3,8 +3,6 @@
 
 #include <cstdint>
 
-#include <cstdio>
-
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
 
@@ -12,12 +10,12 @@ namespace zx::md {
 
 inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // results are signed
 
-// As fread() for bytes, but a signal does not end it.
-std::size_t read_whole(std::FILE* file, void* buf, std::size_t size);
+// Reads until `size` bytes, the end or an error; a signal is none. Returns the bytes.
+std::size_t read_whole(int fd, void* buf, std::size_t size);
 
-// What zxmd_api_read() does with a file that was opened within `held`; null was not opened. `path`
-// is its name in messages.
-std::int32_t read_once(CancelHeld& held, const char* path, UniqueFile file, void* buf,
+// What zxmd_api_read() does with a file that was opened within `held`; below 0 it could not be.
+// `path` is its name in messages.
+std::int32_t read_once(CancelHeld& held, const char* path, UniqueFd file, void* buf,
                        std::uint32_t len, Caller caller = {});
 
 }  // namespace zx::md

@@ -217,13 +217,12 @@ std::vector<Call> make_calls() {
         ZX_CALL(initgroups), ZX_CALL_AS(ioctl, keep_interface), ZX_CALL(lstat),
         ZX_CALL_AS(open, open_within), ZX_CALL(prctl), ZX_CALL(putenv), ZX_CALL(remove),
         ZX_CALL(setenv), ZX_CALL(setgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
-        ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setuid), ZX_CALL(setvbuf), ZX_CALL(sigaction),
-        ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall),
-        ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync),
-        ZX_CALL(getresgid), ZX_CALL(getresuid), ZX_CALL(mkostemp),
+        ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setuid), ZX_CALL(sigaction), ZX_CALL(signal),
+        ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall), ZX_CALL(sysconf),
+        ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync), ZX_CALL(read),
+        ZX_CALL(write), ZX_CALL(getresgid), ZX_CALL(getresuid), ZX_CALL(mkostemp),
         ZX_CALL_AS(rename, rename_within), ZX_CALL(statvfs));
-    add({0, EACCES}, ZX_CALL(fdopen), ZX_CALL(fread), ZX_CALL(fwrite), ZX_CALL(getcwd),
-        ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
+    add({0, EACCES}, ZX_CALL(getcwd), ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
     add({-1, ECONNRESET}, ZX_CALL(recv), ZX_CALL(send));
     add({-1, EINTR}, ZX_CALL(select));
     add({-1, ENODEV}, ZX_CALL(setsockopt));
@@ -238,8 +237,7 @@ std::vector<Call> make_calls() {
     add({0, ENOMEM, memory, 1}, ZX_CALL(calloc));
     add({-1, ENOMEM, pages, 1}, ZX_CALL(mmap));
     add({EAGAIN, 0, threads, 1}, ZX_CALL(pthread_create));
-    add({.code = EIO, .when = When::behind}, ZX_CALL(close), ZX_CALL(fclose), ZX_CALL(fflush),
-        ZX_CALL(pclose));
+    add({.code = EIO, .when = When::behind}, ZX_CALL(close), ZX_CALL(fflush), ZX_CALL(pclose));
     add({-1, EINVAL, pages, -1, When::behind}, ZX_CALL(munmap));
     add({EINVAL, 0, threads, -1, When::behind}, ZX_CALL(pthread_join));
 
@@ -262,7 +260,7 @@ constexpr char kNeedsNoFault[] =
     "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
     "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
-    "ch@(mod|own)|clearerr|ferror|unlink|"
+    "ch@(mod|own)|fileno|unlink|"
     "sig@(addset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
     "@(hto|nto)*|vfprintf|fprintf|stderr|sprintf|mkdir|abort|quick_exit|fseek|"
     "pthread_@(mutex_@(lock|unlock|destroy)|setcancelstate))";

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 #include "internal/guard.hpp"
 #include "zxdes.h"
