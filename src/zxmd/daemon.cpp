@@ -101,6 +101,9 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
     setsid();
     leave_parent();
     umask(kUmask);
+    // The log without a file keeps standard error: this takes its copy, which a line would do too
+    // late.
+    (void)zxlog_innerapi_logTime();
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         close(fd);
     }
