@@ -14,6 +14,8 @@
 #include <cstdint>
 
 #include "line_buffer.hpp"
+#include "line_writer.hpp"
+#include "write_once.hpp"
 #include "zxlog.h"
 
 namespace zx {
@@ -46,20 +48,19 @@ struct Caller {
     int line;
 };
 
+inline zxlog::LineWriter g_echo;
+
 // One line to standard output, in one write: stdio's lock would not be safe in a signal handler.
-// `colour_size` leading bytes and the reset at the end are ours, everything between is escaped as
-// in the log file.
-[[gnu::cold, gnu::noinline, gnu::format(printf, 2, 3)]] inline void echo(std::size_t colour_size,
-                                                                         const char* fmt, ...) {
-    constexpr std::size_t kResetSize = sizeof "\033[0m\r\n" - 1;
+[[gnu::cold, gnu::noinline, gnu::format(printf, 1, 2)]] inline void echo(const char* fmt, ...) {
     const zxlog::ErrnoKept errno_kept;
     zxlog::LineBuffer line;
     std::va_list args;
     va_start(args, fmt);
     line.format(fmt, args);
     va_end(args);
-    line.escape_controls(colour_size, kResetSize);
-    zxlog::write_once_unsignalled(STDOUT_FILENO, line.data(), line.size());
+    g_echo.write(line.data(), line.size(), [](const char* text, std::size_t size) {
+        return zxlog::write_once(STDOUT_FILENO, text, size, true);
+    });
 }
 
 }  // namespace zx
@@ -104,8 +105,7 @@ struct Caller {
                             ::zx::level_name(::zx::Level::level),                      \
                             kTag __VA_OPT__(, ) __VA_ARGS__);                          \
         if (::zx::is_set(flag_stdPrint)) {                                             \
-            ::zx::echo(sizeof ZX_COLOUR_##level - 1,                                   \
-                       ZX_COLOUR_##level " %s[%s][%s]" rest "\033[0m\r\n",             \
+            ::zx::echo(ZX_COLOUR_##level " %s[%s][%s]" rest "\033[0m\r\n",             \
                        zxlog_innerapi_logTime(), ::zx::level_name(::zx::Level::level), \
                        kTag __VA_OPT__(, ) __VA_ARGS__);                               \
         }                                                                              \

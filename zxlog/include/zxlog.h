@@ -10,11 +10,18 @@
  * is no lock and no heap allocation, and `errno` is kept: these operations may
  * be called from signal handlers and after fork().
  *
- * Times are local, in the zone that the process was started with (TZ, otherwise
- * /etc/localtime); its changes for summer time are known from the start.
+ * The times of lines are local, in the zone that the process was started with
+ * (TZ, otherwise /etc/localtime); its changes for summer time are known from the
+ * start.
  *
  * Before any configuration the level is 3 and lines go to standard error, as it
- * was when the first line was written.
+ * is at the first zxlog_innerapi_logTime() or zxlog_innerapi_file(). The library
+ * keeps a copy of the descriptor: what is opened later as descriptor 2 never
+ * gets lines.
+ *
+ * A line that cannot be written for any reason (a full disk, RLIMIT_FSIZE, a
+ * pipe that nobody reads) is counted. The count is reported in the log as soon
+ * as writing works again. No such write raises SIGPIPE or SIGXFSZ in the program.
  *
  * Threads: the settings may be changed while other threads log, but for
  * ::strfilterTags, which is set before the threads start. Everything else is
@@ -134,7 +141,8 @@ int32_t zxlog_api_strCasestrNum(const char* text, const char* part, int32_t max,
 
 /**
  * The local time with its brackets, "[2024-05-01 08:30:00.250]", ready to be
- * the first field of a line.
+ * the first field of a line. Without a file, the log takes its copy of standard
+ * error now, at any level.
  *
  * @return a text of the calling thread; it stands for the thread's next 15 calls.
  *
@@ -145,13 +153,16 @@ const char* zxlog_innerapi_logTime(void);
 /**
  * Writes one line, which brings its own line end.
  *
- * Control characters other than tab, carriage return and line feed are written
- * as "\x1b", so that texts of strangers cannot play with a terminal. Nothing is
- * cut: a line that does not fit the stack is formatted in pages of its own (when
- * there are none, it ends after 2 KiB), and one that the C library refuses to
- * format is shown as its format. A line that cannot be written is counted; the
- * count is reported in the log as soon as writing works again. Nothing is
- * written at level 0.
+ * Control characters that come with arguments are written as "\x1b", so that the
+ * texts of strangers can neither forge lines nor play with a terminal: all below
+ * 0x20 but the tab, 0x7f, U+0080 to U+009f in UTF-8 ("\xc2\x9b"), and bytes 0x80 to
+ * 0x9f outside UTF-8. What the format itself holds stays, so the line end belongs
+ * there.
+ *
+ * Nothing is cut: a line that does not fit the stack is formatted in pages of its
+ * own (when there are none, it ends after 2 KiB, with a question mark for each
+ * doubtful byte), and one that the C library refuses to format is shown as its
+ * format. Nothing is written at level 0.
  *
  * @param fmt  a printf format, the caller's own text and never one from outside.
  *
@@ -212,7 +223,7 @@ char* zxlog_innerapi_bitByte32(char* scratch, uint32_t whole, uint32_t fraction,
 uint64_t zxlog_api_us(void);
 
 /**
- * The current local time through a format of the caller.
+ * The current local time through a format of the caller. It follows a change of TZ.
  *
  * @param fmt  trusted; integer conversions for year, month (1 to 12), day, hour, minute and
  *             second, in this order.

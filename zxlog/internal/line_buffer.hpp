@@ -4,13 +4,14 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 
+#include "controls.hpp"
 #include "plain_format.hpp"
-#include "write_once.hpp"
 
 namespace zxlog {
 
@@ -22,39 +23,25 @@ public:
     LineBuffer& operator=(const LineBuffer&) = delete;
     ~LineBuffer() { unmap(); }
 
-    // Replaces the text. A line for which no pages can be had is cut to the stack's part and keeps
+    // Sets the text: that of vsnprintf, with the control characters of the arguments escaped. Those
+    // of the format stay. A line for which no pages can be had is cut to the stack's part and keeps
     // its line end; a line that the C library refuses to format is shown as its format.
     void format(const char* fmt, std::va_list args) {
-        std::va_list again;
-        va_copy(again, args);
-        int needed = PlainFormat(text_, capacity_).print(fmt, args);
+        std::va_list plain;
+        va_copy(plain, args);
+        int needed = PlainFormat(text_, capacity_).print(fmt, plain);
+        va_end(plain);
         if (needed < 0) {
-            needed = print(fmt, again);
+            needed = print_long(fmt, args);
         }
-        va_end(again);
         length_ = static_cast<std::size_t>(needed);
         if (length_ >= capacity_) {
             length_ = capacity_ - 1;
             std::memcpy(text_ + length_ - 2, "\r\n", 2);
+            blank();
+        } else if (count_doubtful(text_, length_) != count_doubtful(fmt, std::strlen(fmt))) {
+            escape(fmt, args);
         }
-    }
-
-    // Writes control characters other than tab, CR and LF as "\x1b", but for those in the first
-    // `head` and the last `tail` bytes, which are the writer's own.
-    void escape_controls(std::size_t head, std::size_t tail) {
-        if (length_ < head + tail || !has_control(text_ + head, text_ + length_ - tail)) {
-            return;
-        }
-        std::size_t controls = 0;
-        for (std::size_t i = head; i < length_ - tail; ++i) {
-            controls += is_control(text_[i]) ? 1U : 0U;
-        }
-        const std::size_t wanted = length_ + kEscapeGrowth * controls;
-        if (wanted + 1 > capacity_ && !grow(wanted + 1)) {
-            blank_controls(head, tail);
-            return;
-        }
-        expand(head, tail, wanted);
     }
 
     [[nodiscard]] const char* data() const { return text_; }
@@ -62,82 +49,92 @@ public:
 
 private:
     static constexpr std::size_t kStackSize = 2048;
-    static constexpr std::size_t kEscapeGrowth = 3;  // "\x1b" for one byte
 
-    // Without branches: the compiler asks it of sixteen bytes at a time.
-    static bool is_control(char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool kept = (byte == '\t') | (byte == '\r') | (byte == '\n');
-        return ((byte < 0x20) & !kept) | (byte == 0x7f);
-    }
-
-    // Nearly all lines answer with no.
-    static bool has_control(const char* from, const char* to) {
-        unsigned char found = 0;
-        for (; from < to; ++from) {
-            found |= static_cast<unsigned char>(is_control(*from));
-        }
-        return found != 0;
-    }
-
-    // As vsnprintf, in pages where the text needs them.
-    int print(const char* fmt, std::va_list args) {
-        std::va_list again;
-        va_copy(again, args);
-        int needed = std::vsnprintf(text_, capacity_, fmt, args);
-        if (needed < 0) {
-            needed = std::snprintf(text_, capacity_, "%s", fmt);
-        } else if (static_cast<std::size_t>(needed) >= capacity_ &&
-                   grow(static_cast<std::size_t>(needed) + 1)) {
-            needed = std::vsnprintf(text_, capacity_, fmt, again);
-        }
-        va_end(again);
+    static int print(char* out, std::size_t size, const char* fmt, std::va_list args) {
+        std::va_list own;
+        va_copy(own, args);
+        const int needed = std::vsnprintf(out, size, fmt, own);
+        va_end(own);
         return needed;
     }
 
-    void expand(std::size_t head, std::size_t tail, std::size_t wanted) {
-        constexpr char kDigits[] = "0123456789abcdef";
-        std::size_t to = wanted;
-        const auto put = [&](char c) { text_[--to] = c; };
-        for (std::size_t from = length_; from > 0; --from) {
-            const char c = text_[from - 1];
-            if (from <= head || from > length_ - tail || !is_control(c)) {
-                put(c);
-                continue;
-            }
-            put(kDigits[static_cast<unsigned char>(c) & 15U]);
-            put(kDigits[static_cast<unsigned char>(c) >> 4U]);
-            put('x');
-            put('\\');
+    // In pages where the text needs them.
+    int print_long(const char* fmt, std::va_list args) {
+        int needed = print(text_, capacity_, fmt, args);
+        if (needed < 0) {
+            return std::snprintf(text_, capacity_, "%s", fmt);
         }
-        length_ = wanted;
-    }
-
-    void blank_controls(std::size_t head, std::size_t tail) {
-        for (std::size_t i = head; i < length_ - tail; ++i) {
-            if (is_control(text_[i])) {
-                text_[i] = '?';
+        const std::size_t size = static_cast<std::size_t>(needed) + 1;
+        if (size > capacity_) {
+            if (char* const pages = map(size); pages != nullptr) {
+                use(pages, pages, size);
+                needed = print(text_, capacity_, fmt, args);
             }
         }
+        return needed;
     }
 
-    // Room for `size` bytes, with the text kept.
-    bool grow(std::size_t size) {
+    // Some doubtful bytes came with the arguments. To know which, the line is formatted again with
+    // question marks for those of the format: these are where the two lines differ.
+    [[gnu::cold, gnu::noinline]] void escape(const char* fmt, std::va_list args) {
+        const std::size_t fmt_size = std::strlen(fmt) + 1;
+        const std::size_t room = fmt_size + length_ + 1 + kEscapedSize * length_;
+        char scratch[kStackSize];
+        char* const pages = room > sizeof scratch ? map(room) : nullptr;
+        if (room > sizeof scratch && pages == nullptr) {
+            blank();
+            return;
+        }
+        char* const marking_fmt = pages != nullptr ? pages : scratch;
+        char* const marked = marking_fmt + fmt_size;
+        char* const out = marked + length_ + 1;
+        std::replace_copy_if(fmt, fmt + fmt_size - 1, marking_fmt, is_doubtful, '?');
+        marking_fmt[fmt_size - 1] = '\0';
+        if (print(marked, length_ + 1, marking_fmt, args) != static_cast<int>(length_)) {
+            std::memcpy(marked, text_, length_);  // somebody changes an argument: escape everything
+        }
+        const char* const end = text_ + length_;
+        char* to = out;
+        for (const char* from = text_; from < end;) {
+            const char* const own = std::mismatch(from, end, marked + (from - text_)).first;
+            to = put_escaped(from, own, to);
+            from = own;
+            if (from < end) {
+                *to++ = *from++;
+            }
+        }
+        length_ = static_cast<std::size_t>(to - out);
+        if (pages != nullptr) {
+            use(out, pages, room);
+        } else {
+            std::memcpy(text_, out, length_);
+        }
+    }
+
+    // What is left where there are no pages.
+    [[gnu::cold, gnu::noinline]] void blank() {
+        const bool keeps_end = length_ >= 2 && std::memcmp(text_ + length_ - 2, "\r\n", 2) == 0;
+        std::replace_if(text_, text_ + length_ - (keeps_end ? 2 : 0), is_doubtful, '?');
+    }
+
+    static char* map(std::size_t size) {
         void* const pages =
             mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (pages == MAP_FAILED) {
-            return false;
-        }
-        std::memcpy(pages, text_, length_);
+        return pages != MAP_FAILED ? static_cast<char*>(pages) : nullptr;
+    }
+
+    // `text` lies in `pages`.
+    void use(char* text, char* pages, std::size_t size) {
         unmap();
-        text_ = static_cast<char*>(pages);
-        capacity_ = size;
-        return true;
+        pages_ = pages;
+        pages_size_ = size;
+        text_ = text;
+        capacity_ = size - static_cast<std::size_t>(text - pages);
     }
 
     void unmap() {
-        if (text_ != stack_) {
-            munmap(text_, capacity_);
+        if (pages_ != nullptr) {
+            munmap(pages_, pages_size_);
         }
     }
 
@@ -145,6 +142,8 @@ private:
     char* text_ = stack_;
     std::size_t capacity_ = kStackSize;
     std::size_t length_ = 0;
+    char* pages_ = nullptr;
+    std::size_t pages_size_ = 0;
 };
 
 }  // namespace zxlog

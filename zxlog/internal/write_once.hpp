@@ -1,5 +1,5 @@
-// One line to a descriptor, as the kernel's own call: logging is no cancellation point, so a thread
-// that is cancelled cannot leave in the middle of a line with somebody's lock held.
+// One write to a descriptor, as the kernel's own call: logging is no cancellation point, so a
+// thread that is cancelled cannot leave in the middle of a line with somebody's lock held.
 #pragma once
 
 #include <pthread.h>
@@ -25,34 +25,59 @@ private:
     int saved_ = errno;
 };
 
-inline long write_once(int fd, const char* text, std::size_t size) {
+// Keeps the signals of this thread's writes from the program: SIGPIPE, when nobody reads a pipe any
+// more, and SIGXFSZ, when a file has reached RLIMIT_FSIZE. They are blocked for every write. That a
+// file is far from its limit is no reason to leave it out: another thread or process may lower the
+// limit at any time.
+class SignalsHeldBack {
+public:
+    // `may_be_pipe`: false spares a call where the program blocks SIGPIPE itself.
+    explicit SignalsHeldBack(bool may_be_pipe) {
+        sigemptyset(&ours_);
+        sigaddset(&ours_, SIGPIPE);
+        sigaddset(&ours_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &ours_, &before_);
+        if (sigismember(&before_, SIGXFSZ) == 1 ||
+            (may_be_pipe && sigismember(&before_, SIGPIPE) == 1)) {
+            leave_pending();
+        }
+    }
+    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+
+    // Takes back what a write raised that did not write everything.
+    void discard() const {
+        constexpr timespec kNoWait{};
+        syscall(SYS_rt_sigtimedwait, &ours_, nullptr, &kNoWait, _NSIG / 8);
+    }
+
+private:
+    // What is pending already is the program's and stays so.
+    void leave_pending() {
+        sigset_t pending;
+        sigpending(&pending);
+        for (const int number : {SIGPIPE, SIGXFSZ}) {
+            if (sigismember(&pending, number) == 1) {
+                sigdelset(&ours_, number);
+            }
+        }
+    }
+
+    sigset_t ours_;
+    sigset_t before_;
+};
+
+inline long write_once(int fd, const char* text, std::size_t size, bool may_be_pipe) {
+    const SignalsHeldBack signals(may_be_pipe);
     long written;
     do {
         written = syscall(SYS_write, fd, text, size);
     } while (written < 0 && errno == EINTR);
-    return written;
-}
-
-// The same for what may be a pipe or a socket: that nobody reads it any more fails with EPIPE and
-// does not stop the process.
-inline long write_once_unsignalled(int fd, const char* text, std::size_t size) {
-    sigset_t pipe_signal;
-    sigset_t before;
-    sigset_t pending;
-    sigemptyset(&pipe_signal);
-    sigaddset(&pipe_signal, SIGPIPE);
-    const bool is_blocked = pthread_sigmask(SIG_BLOCK, &pipe_signal, &before) == 0;
-    const bool was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-    const long written = write_once(fd, text, size);
-    const int code = errno;
-    if (written < 0 && code == EPIPE && !was_pending) {
-        constexpr timespec kNoWait{};
-        syscall(SYS_rt_sigtimedwait, &pipe_signal, nullptr, &kNoWait, _NSIG / 8);
+    if (written != static_cast<long>(size)) {
+        const ErrnoKept errno_kept;
+        signals.discard();
     }
-    if (is_blocked) {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-    errno = code;
     return written;
 }
 

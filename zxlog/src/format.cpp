@@ -6,6 +6,7 @@
 
 #include "line_buffer.hpp"
 #include "sink.hpp"
+#include "write_once.hpp"
 #include "zone.hpp"
 #include "zxlog.h"
 
@@ -46,6 +47,8 @@ void print_trusted(char* out, std::size_t size, const char* fmt, ...) {
 extern "C" {
 
 const char* zxlog_innerapi_logTime(void) {
+    const zxlog::ErrnoKept errno_kept;
+    zxlog::take_descriptor();
     const timespec now = wall_clock();
     const zxlog::CivilTime t = zxlog::civil_time(now.tv_sec);
 
@@ -74,7 +77,6 @@ void zxlog_innerapi_file(const char* fmt, ...) {
     va_start(args, fmt);
     line.format(fmt, args);
     va_end(args);
-    line.escape_controls(0, 0);
     zxlog::write_line(line.data(), line.size());
 }
 
@@ -118,8 +120,12 @@ const char* zxlog_api_curDTime(const char* fmt) {
     thread_local char text[128];
     text[0] = '\0';
     if (fmt != nullptr) {
-        const zxlog::CivilTime t = zxlog::civil_time(wall_clock().tv_sec);
-        print_trusted(text, sizeof text, fmt, t.year, t.month, t.day, t.hour, t.minute, t.second);
+        const time_t now = wall_clock().tv_sec;
+        tm t{};
+        tzset();  // localtime_r need not ask whether TZ has changed
+        localtime_r(&now, &t);
+        print_trusted(text, sizeof text, fmt, t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour,
+                      t.tm_min, t.tm_sec);
     }
     return text;
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "line_writer.hpp"
 #include "ownership.hpp"
 #include "write_once.hpp"
 #include "zxlog.h"
@@ -37,9 +38,9 @@ using Path = char[4096];
 Ownership::Holder g_holder{0};
 Path g_paths[2];  // empty: standard error
 std::atomic<unsigned> g_path_turn{0};
-FileId g_id;                          // the file behind g_fd
-std::atomic<bool> g_is_stream{true};  // it is, or may be, a pipe or a socket
-std::atomic<bool> g_torn{false};      // the last thing in it is a part of a line
+FileId g_id;                            // the file behind g_fd
+std::atomic<bool> g_may_be_pipe{true};  // or a socket
+LineWriter g_writer;
 
 const char* current_path() {
     return g_paths[g_path_turn.load(std::memory_order_relaxed) % 2];
@@ -83,7 +84,7 @@ bool adopt(int fd) {
     if (fstat(fd, &st) != 0) {
         return false;
     }
-    g_is_stream.store(true, std::memory_order_relaxed);  // until we know better
+    g_may_be_pipe.store(true, std::memory_order_relaxed);  // until we know better
     const int ours = g_fd.load(std::memory_order_relaxed);
     if (still_ours(ours)) {
         if (dup3(fd, ours, O_CLOEXEC) < 0) {
@@ -97,10 +98,10 @@ bool adopt(int fd) {
         g_fd.store(copy, std::memory_order_release);
     }
     if (!(id_of(st) == g_id)) {
-        g_torn.store(false, std::memory_order_relaxed);
+        g_writer.begin_file();
     }
     g_id = id_of(st);
-    g_is_stream.store(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode), std::memory_order_relaxed);
+    g_may_be_pipe.store(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode), std::memory_order_relaxed);
     return true;
 }
 
@@ -116,6 +117,14 @@ bool adopt_path(const char* path) {
     return adopted;
 }
 
+// True when descriptor 2 is what the log began with, or when it begins now. Later, a file of the
+// program may have got the number.
+bool standard_error_is_ours() {
+    struct stat st;
+    return g_fd.load(std::memory_order_relaxed) == kNone ||
+           (fstat(STDERR_FILENO, &st) == 0 && id_of(st) == g_id);
+}
+
 // Sees to it that our descriptor is open, is ours, and leads to the file that the path names.
 void look_after_descriptor() {
     const Ownership ownership(g_holder);
@@ -125,7 +134,7 @@ void look_after_descriptor() {
     const char* const path = current_path();
     const bool ours = still_ours(g_fd.load(std::memory_order_relaxed));
     if (path[0] == '\0') {
-        if (!ours) {
+        if (!ours && standard_error_is_ours()) {
             adopt(STDERR_FILENO);
         }
         return;
@@ -142,71 +151,28 @@ std::int64_t coarse_sec() {
     return now.tv_sec;
 }
 
-// Lines that could not be written: the process that lost them, and how many. A forked child does
-// not report what its parent lost.
-std::atomic<std::uint64_t> g_lost{0};
-
-constexpr std::uint64_t kCountMask = 0xFFFFFFFFU;
-
-std::uint64_t process_part() {
-    return static_cast<std::uint64_t>(getpid()) << 32U;
-}
-
-void add_lost(std::uint64_t count) {
-    const std::uint64_t self = process_part();
-    std::uint64_t seen = g_lost.load(std::memory_order_relaxed);
-    std::uint64_t wanted;
-    do {
-        const std::uint64_t before = (seen & ~kCountMask) == self ? seen & kCountMask : 0;
-        wanted = self | ((before + count) & kCountMask);
-    } while (!g_lost.compare_exchange_weak(seen, wanted, std::memory_order_relaxed));
-}
-
+// Somebody may have closed our descriptor.
 long write_part(const char* text, std::size_t size) {
-    const int ours = g_fd.load(std::memory_order_acquire);
-    const int fd = ours != kNone ? ours : STDERR_FILENO;
-    return g_is_stream.load(std::memory_order_relaxed) ? write_once_unsignalled(fd, text, size)
-                                                       : write_once(fd, text, size);
-}
-
-// One write, unless the kernel takes only a part of the line or somebody closed our descriptor.
-bool write_whole(const char* text, std::size_t size) {
-    long written = write_part(text, size);
-    if (written < 0 && errno == EBADF) {
-        look_after_descriptor();
-        written = write_part(text, size);
+    const auto write_now = [&] {
+        const int ours = g_fd.load(std::memory_order_acquire);
+        return write_once(ours != kNone ? ours : STDERR_FILENO, text, size,
+                          g_may_be_pipe.load(std::memory_order_relaxed));
+    };
+    const long written = write_now();
+    if (written >= 0 || errno != EBADF) {
+        return written;
     }
-    std::size_t done = 0;
-    while (written > 0 && (done += static_cast<std::size_t>(written)) < size) {
-        written = write_part(text + done, size - done);
-    }
-    if (done < size && done > 0) {
-        g_torn.store(true, std::memory_order_relaxed);
-    }
-    return done == size;
-}
-
-// True when nothing was lost before, or when that could be reported now.
-bool report_lost() {
-    const std::uint64_t taken = g_lost.exchange(0, std::memory_order_relaxed);
-    if (taken == 0 || (taken & ~kCountMask) != process_part()) {
-        return true;
-    }
-    const std::uint64_t count = taken & kCountMask;
-    char line[128];
-    const int size = std::snprintf(
-        line, sizeof line, "%s%s[%s][ZXLOG]%llu lines could not be written\r\n",
-        g_torn.load(std::memory_order_relaxed) ? "\r\n" : "", zxlog_innerapi_logTime(),
-        strLoglevel_simple[2], static_cast<unsigned long long>(count));
-    if (!write_whole(line, static_cast<std::size_t>(size))) {
-        add_lost(count);
-        return false;
-    }
-    g_torn.store(false, std::memory_order_relaxed);
-    return true;
+    look_after_descriptor();
+    return write_now();
 }
 
 }  // namespace
+
+void take_descriptor() {
+    if (g_fd.load(std::memory_order_relaxed) == kNone) {
+        look_after_descriptor();
+    }
+}
 
 void write_line(const char* line, std::size_t size) {
     const std::int64_t now = coarse_sec();
@@ -214,10 +180,7 @@ void write_line(const char* line, std::size_t size) {
         g_checked_sec.store(now, std::memory_order_relaxed);
         look_after_descriptor();
     }
-    const bool writable = g_lost.load(std::memory_order_relaxed) == 0 || report_lost();
-    if (!writable || !write_whole(line, size)) {
-        add_lost(1);
-    }
+    g_writer.write(line, size, write_part);
 }
 
 }  // namespace zxlog

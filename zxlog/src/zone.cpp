@@ -88,31 +88,13 @@ Date date_of(std::int64_t days_since_1970) {
             static_cast<std::uint8_t>(day_of_year - (153 * shifted_month + 2) / 5 + 1)};
 }
 
-// The last day that was asked for, as one value: a handler finds it whole. By the alignment clang
-// knows, too, that it needs no lock for that.
-struct alignas(8) KnownDay {
-    std::int32_t number;
-    Date date;
-};
-std::atomic<KnownDay> g_known_day{KnownDay{0, {1970, 1, 1}}};
-static_assert(decltype(g_known_day)::is_always_lock_free);
-
-Date known_date_of(std::int64_t day) {
-    KnownDay known = g_known_day.load(std::memory_order_relaxed);
-    if (known.number != day) {
-        known = {static_cast<std::int32_t>(day), date_of(day)};
-        g_known_day.store(known, std::memory_order_relaxed);
-    }
-    return known.date;
-}
-
 }  // namespace
 
 CivilTime civil_time(std::int64_t epoch_sec) {
     const std::int64_t sec = epoch_sec + known_offset(epoch_sec);
     const std::int64_t day = sec / kDay - (sec % kDay < 0 ? 1 : 0);
     const auto rest = static_cast<std::int32_t>(sec - day * kDay);
-    const Date date = known_date_of(day);
+    const Date date = date_of(day);
     return {date.year, date.month, date.day, rest / 3600, rest / 60 % 60, rest % 60};
 }
 
