@@ -71,7 +71,8 @@ inline zxlog::LineWriter g_echo;
 #define ZX_COLOUR_info    "\033[0m"
 #define ZX_COLOUR_debug   "\033[0;32m"
 
-#define ZX_LOG(level, body, ...) ZX_LOG_FROM(__func__, level, body __VA_OPT__(, ) __VA_ARGS__)
+#define ZX_LOG(level, body, ...) \
+    ZX_LOG_AT(::zx::Caller(__func__, __LINE__), level, body __VA_OPT__(, ) __VA_ARGS__)
 
 // The same for a helper that speaks for `caller`, a zx::Caller.
 #define ZX_LOG_AT(caller, level, body, ...)                            \
@@ -84,18 +85,6 @@ inline zxlog::LineWriter g_echo;
                 ZX_LOG_LINE(level, body __VA_OPT__(, ) __VA_ARGS__);   \
             }                                                          \
         }                                                              \
-    } while (0)
-
-// The same for a helper that speaks for the function `func`; the line is the helper's.
-#define ZX_LOG_FROM(func, level, body, ...)                                                    \
-    do {                                                                                       \
-        if (::zx::log_wanted(::zx::Level::level, kTag)) [[unlikely]] {                         \
-            if (::zx::is_set(flag_printLineFunc)) {                                            \
-                ZX_LOG_LINE(level, "[%s %d]" body, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
-            } else {                                                                           \
-                ZX_LOG_LINE(level, body __VA_OPT__(, ) __VA_ARGS__);                           \
-            }                                                                                  \
-        }                                                                                      \
     } while (0)
 
 // One line to the log file and, when it is switched on, its coloured echo.
@@ -115,12 +104,9 @@ inline zxlog::LineWriter g_echo;
 #define ZX_LOG_PARAM(name)  ZX_LOG(error, "Param error####%s", name)
 #define ZX_LOG_MALLOC(what) ZX_LOG(error, "Malloc %s failed,please check the memory", what)
 
+#define ZX_LOG_CUT(capacity, needed, text) \
+    ZX_LOG_CUT_AT(::zx::Caller(__func__, __LINE__), capacity, needed, text)
+
 #define ZX_LOG_CUT_AT(caller, capacity, needed, text)                                   \
     ZX_LOG_AT(caller, warning, "There is a bug that buf1 (%lu < %lu)(%s),please fix!!", \
               static_cast<unsigned long>(capacity), static_cast<unsigned long>(needed), text)
-
-#define ZX_LOG_CUT(capacity, needed, text) ZX_LOG_CUT_FROM(__func__, capacity, needed, text)
-
-#define ZX_LOG_CUT_FROM(func, capacity, needed, text)                                   \
-    ZX_LOG_FROM(func, warning, "There is a bug that buf1 (%lu < %lu)(%s),please fix!!", \
-                static_cast<unsigned long>(capacity), static_cast<unsigned long>(needed), text)
