@@ -30,6 +30,14 @@ for language in C CXX; do
     "$cmake" --build "$work/$language" --target test
 done
 
+echo "-lzxcommon alone"
+# shellcheck disable=SC2046  # these are words
+"$cc" "$consumer/main.c" -o "$work/program" $(pkg-config --cflags --libs-only-L zxcommon) -lzxcommon
+timeout 60 "$work/program"
+echo "loaded"
+"$cc" "$consumer/loaded.c" -o "$work/program"
+timeout 60 "$work/program"
+
 # Word splitting is wanted below: the flags are words.
 IFS=' ;'
 for module in zxcommon zxcommon-static; do
