@@ -1,25 +1,48 @@
-find_package(GTest REQUIRED)
 include(GoogleTest)
 
-# zx_add_test(NAME [THREADS] [CPU ...] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
+# Test programs are optimised little: what they test is a library of its own, and templates of
+# GoogleTest take most of their build. One header is compiled for all, so all have the same flags,
+# in libraries and programs.
+add_library(zx_test_flags INTERFACE)
+target_link_libraries(zx_test_flags INTERFACE zx_flags GTest::gmock)
+target_compile_options(zx_test_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-O1> -fPIC)
+
+file(WRITE ${PROJECT_BINARY_DIR}/zx_test_header.cpp "")
+add_library(zx_test_header OBJECT ${PROJECT_BINARY_DIR}/zx_test_header.cpp)
+target_link_libraries(zx_test_header PRIVATE zx_test_flags)
+target_precompile_headers(
+    zx_test_header PRIVATE <gmock/gmock.h> <algorithm> <array> <atomic> <chrono> <cstdlib> <cstring>
+    <filesystem> <fstream> <functional> <map> <memory> <sstream> <string> <thread> <utility> <vector>)
+
+# zx_precompile(TARGET): TARGET, which links zx_test_flags, takes the compiled header.
+function(zx_precompile target)
+    target_precompile_headers(${target} REUSE_FROM zx_test_header)
+endfunction()
+
+# zx_add_test(NAME [THREADS] [LONG] [CPU ...] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
 # current directory. It is linked against the shared library, with the log caught, unless it names
 # its libraries itself. THREADS: also worth a run under the thread sanitizer.
-# CPU: run once more with each of these values of ZX_CPU, for the paths of other processors.
+# LONG: takes seconds, so that it begins before the others. CPU: run once more with each of these values of ZX_CPU, for the paths of other processors.
 function(zx_add_test name)
-    cmake_parse_arguments(arg "THREADS" "" "LIBRARIES;CPU" ${ARGN})
+    cmake_parse_arguments(arg "THREADS;LONG" "" "LIBRARIES;CPU" ${ARGN})
     if(NOT arg_LIBRARIES)
         set(arg_LIBRARIES zx_test_support)
     endif()
     add_executable(${name}_test ${name}_test.cpp)
     target_link_libraries(${name}_test PRIVATE ${arg_LIBRARIES})
+    zx_precompile(${name}_test)
     set(label plain)
     if(arg_THREADS)
         set(label threads)
     endif()
-    gtest_discover_tests(${name}_test PROPERTIES LABELS ${label} TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+    set(cost 0)
+    if(arg_LONG)
+        set(cost 10)
+    endif()
+    gtest_discover_tests(${name}_test PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 120 DISCOVERY_TIMEOUT 60)
     foreach(cpu IN LISTS arg_CPU)
         gtest_discover_tests(${name}_test TEST_PREFIX ${cpu}. TEST_LIST ${name}_${cpu}
-                             PROPERTIES LABELS ${label} TIMEOUT 120 ENVIRONMENT ZX_CPU=${cpu}
+                             PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 120 ENVIRONMENT ZX_CPU=${cpu}
                              DISCOVERY_TIMEOUT 60)
     endforeach()
 endfunction()
