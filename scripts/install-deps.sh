@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of one or more groups, those that are missing: build,
-# test, bench, fuzz, analyse, memcheck, coverage, docs, package.
+# Installs the Debian packages of one or more groups, those that are missing:
+#
+#   scripts/install-deps.sh GROUP...
+#
+# The groups: build, test, bench, fuzz, analyse, memcheck, coverage, docs, package.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
 packages_of() {
     case $1 in
@@ -18,9 +21,9 @@ packages_of() {
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;
         coverage) echo gcovr ;;
-        docs) echo doxygen ;;
+        docs) echo doxygen python3 ;;
         package) echo debootstrap dpkg-dev fakeroot lintian ;;
-        *) echo "usage: $0 [build|test|bench|fuzz|analyse|memcheck|coverage|docs|package]..." >&2; return 2 ;;
+        *) misused ;;
     esac
 }
 
@@ -34,9 +37,23 @@ for group in "$@"; do
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0
 
-as_root=()
-[[ $(id -u) -eq 0 ]] || as_root=(sudo)
-echo "installing: ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
+# installed: of what apt reports, one line for each tenth.
+installed() {
+    local kind percent tenth shown=''
+    while IFS=: read -r kind _ percent _; do
+        case $kind in
+            dlstatus) kind=fetched ;;
+            pmstatus) kind=installed ;;
+            *) continue ;;
+        esac
+        tenth=$kind.$((${percent%%.*} / 10))
+        [[ $tenth == "$shown" ]] || printf '   %s: %s %%\n' "$kind" "${percent%%.*}"
+        shown=$tenth
+    done
+}
+
+as_root=(env DEBIAN_FRONTEND=noninteractive)
+[[ $(id -u) -eq 0 ]] || as_root=(sudo "${as_root[@]}")
+echo "installing, with what they need: ${missing[*]}"
 "${as_root[@]}" apt-get update -qq
-"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+"${as_root[@]}" apt-get install -y -q --no-install-recommends -o APT::Status-Fd=1 "${missing[@]}" | installed

@@ -1,18 +1,20 @@
 #!/usr/bin/env bash
-# try.sh TREE PACKAGE...: for scripts/package.sh, in a mount namespace of its own.
+# try.sh PACKAGE...: for scripts/package.sh, as root.
 set -euo pipefail
-tree=$1
-shift
+tree=$(mktemp -d)
+trap 'rm -rf --one-file-system "$tree"' EXIT
 project=$(cd "$(dirname "$0")/../.." && pwd)
 
 # The machine's own sources and keys, whatever they are.
+# shellcheck source=/dev/null
 source /etc/os-release
+# shellcheck disable=SC2016  # this is apt's
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
     "Codename: $VERSION_CODENAME" 'Component: main' | head -n 1)
 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 log=$project/build/debootstrap.log
 chmod 755 "$tree"
-echo "== a bare Debian $VERSION_CODENAME"
+echo "== a bare Debian $VERSION_CODENAME: minutes"
 debootstrap --keyring="$keyring" --variant=minbase "$VERSION_CODENAME" "$tree" "$mirror" \
     >"$log" 2>&1 || { tail "$log"; exit 1; }
 for path in /etc/apt /usr/share/keyrings; do
@@ -20,9 +22,15 @@ for path in /etc/apt /usr/share/keyrings; do
     rm -rf "${tree:?}$path"
     cp -aL "$path" "$tree$path"
 done
-cp -L /etc/resolv.conf /etc/hosts "$tree/etc/"
-mount --rbind /proc "$tree/proc"
-mount --rbind /dev "$tree/dev"
+for file in /etc/resolv.conf /etc/hosts; do
+    [[ ! -e $file ]] || cp -L "$file" "$tree/etc/"
+done
+# Slaves, so that to unmount them unmounts nothing of the machine's. They are looked for by name at the
+# end, because this may itself run in a chroot, which cannot have mounts of its own.
+trap 'umount --recursive --lazy "$tree/proc" "$tree/dev" || true; rm -rf --one-file-system "$tree"' EXIT
+for path in /proc /dev; do
+    mount --rbind --make-rslave "$path" "$tree$path"
+done
 
 in_tree() { chroot "$tree" env PATH=/usr/sbin:/usr/bin:/sbin:/bin \
     DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
