@@ -1,17 +1,20 @@
 #!/usr/bin/env bash
 # Compares the binary interface of the built libraries with the record in packaging/abi: every
-# change fails, an added function, too. scripts/abi.sh --update writes the record anew after a change
-# that is meant. scripts/abi.sh BUILD_DIR takes the libraries from there; they need debug information.
+# change fails, an added function, too.
+#
+#   scripts/abi.sh             builds the libraries first
+#   scripts/abi.sh BUILD_DIR   takes them from there; they need debug information
+#   scripts/abi.sh --update    writes the record anew after a change that is meant
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
+[[ $# -le 1 ]] || misused
 build=${1-}
 if [[ -z $build || $build == --update ]]; then
     build=build/tsan
     scripts/install-deps.sh build test
-    cmake --preset tsan >/dev/null
-    cmake --build --preset tsan --target zxcommon zxlog -- --quiet
+    build tsan zxcommon zxlog
 fi
 
 record() {

@@ -3,21 +3,22 @@
 # on any finding, and when more than ten places ask one of them to look away.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
 scripts/install-deps.sh build analyse
-jobs=2
-sources=('src/*.cpp' 'zxlog/src/*.cpp' 'tools/*.cpp')
+jobs=$(nproc)
+sources() { find src zxlog/src tools -name '*.cpp' "$@"; }
 
 # configure DIRECTORY COMPILER [FLAGS]: the build directory of one analysis.
 configure() {
     cmake -S . -B "$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$2" \
-        -DCMAKE_CXX_FLAGS="${3-}" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DZX_BUILD_TESTS=OFF >/dev/null
+        -DCMAKE_CXX_FLAGS="${3-}" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+        -DZX_BUILD_TESTS=OFF >/dev/null
 }
 
 echo "== exceptions"
-exceptions=$(git grep -nE '[N]OLINT|cppcheck-[s]uppress|-[W]no-analyzer|[#] skipped:' \
-    -- include src zxlog tools scripts/analyse.sh || true)
+exceptions=$(grep -rnE '[N]OLINT|cppcheck-[s]uppress|-[W]no-analyzer|[#] skipped:' \
+    include src zxlog tools scripts/analyse.sh || true)
 count=$(grep -c . <<<"$exceptions" || true)
 printf '%s\n%d of at most 10\n' "$exceptions" "$count"
 [[ $count -le 10 ]]
@@ -38,15 +39,15 @@ echo "== cppcheck"
 copy=build/analyse/cppcheck
 rm -rf "$copy"
 mkdir -p "$copy"
-git ls-files -z include src zxlog tools | xargs -0 cp --parents -t "$copy"
+find include src zxlog tools -type f -print0 | xargs -0 cp --parents -t "$copy"
 grep -rlE '__VA_OPT__|\[\] \{' "$copy" | xargs sed -i \
     -e 's/__VA_OPT__(, ) __VA_ARGS__/, ##__VA_ARGS__/g' -e 's/\[\] {/[]() {/g'
 includes=(include zxlog/include zxlog/internal src tools tools/zxcapture tools/zxrelay)
-git ls-files "${sources[@]}" | (cd "$copy" && cppcheck --file-list=- -j "$jobs" "${includes[@]/#/-I}" \
+sources | (cd "$copy" && cppcheck --file-list=- -j "$jobs" "${includes[@]/#/-I}" \
     --language=c++ --std=c++20 --enable=warning,performance,portability --inline-suppr \
     --error-exitcode=1 --quiet)
 
 echo "== clang-tidy"
 configure build/analyse/clang clang++
-git ls-files -z "${sources[@]}" |
+sources -print0 |
     xargs -0 -n 1 -P "$jobs" clang-tidy -p build/analyse/clang --quiet 2> >(grep -v ' warnings\? generated' >&2 || true)

@@ -7,11 +7,10 @@
 #                                  docs/performance.md and the plots in docs/performance/
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
 scripts/install-deps.sh build bench
-cmake --preset bench >/dev/null
-cmake --build --preset bench --target benchmarks -- --quiet
+build bench benchmarks
 
 programs=build/bench/bench
 if [[ $# -gt 0 && $1 != -* ]]; then

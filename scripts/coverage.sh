@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Says which lines and branches of the libraries the tests reach, by file, and fails below 95 % of the
-# lines or 85 % of the branches. The arguments go to gcovr: --html-details build/coverage/report.html.
+# lines or 85 % of the branches:
+#
+#   scripts/coverage.sh [OPTION...]
+#
+# The options go to gcovr, such as --html-details build/coverage/report.html.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
 scripts/install-deps.sh build test coverage
 umask 0 # tests that give up their user write counts, too
-cmake --preset coverage >/dev/null
-cmake --build --preset coverage -- --quiet
+build coverage
 find build/coverage -name '*.gcda' -delete
 ctest --preset coverage --parallel 2 --quiet
 

@@ -1,18 +1,18 @@
-#!/bin/sh
-# Formats every C and C++ file of the project; with --check, only says which differ and fails.
-set -eu
+#!/usr/bin/env bash
+# Formats every C and C++ file of the project:
+#
+#   scripts/format.sh [--check]
+#
+# --check only says which differ, and fails. CLANG_FORMAT names the program to use; the project's style
+# is that of version 14.
+set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
-case ${1-} in
-'') mode=-i ;;
---check) mode='--dry-run -Werror' ;;
-*)
-    echo "usage: $0 [--check]" >&2
-    exit 2
-    ;;
+case "$# ${1-}" in
+    "0 ") mode=(-i) ;;
+    "1 --check") mode=(--dry-run -Werror) ;;
+    *) misused ;;
 esac
-
-# CLANG_FORMAT: the program to use; the project's style is that of version 14.
-# shellcheck disable=SC2086  # the mode is words
-git ls-files -z -- '*.c' '*.h' '*.cpp' '*.hpp' | xargs -0 -r "${CLANG_FORMAT:-clang-format}" $mode
+find . \( -path ./build -o -path ./.git \) -prune -o -type f -regex '.*\.[ch]\(pp\)?' -print0 |
+    xargs -0 -r "${CLANG_FORMAT:-clang-format}" "${mode[@]}"

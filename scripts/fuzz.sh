@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
-# Runs the fuzz targets, SECONDS each, one on each processor at a time: scripts/fuzz.sh SECONDS
-# [TARGET...]. They start from fuzz/seeds, from the frames of tests/data and of the captures in
-# ZX_CAPTURES, and from what earlier runs found worth keeping in build/fuzz/corpus. Fails with the
-# path of an input that does what it should not.
+# Runs the fuzz targets, SECONDS each, one on each processor at a time:
+#
+#   scripts/fuzz.sh SECONDS [TARGET...]
+#
+# They start from fuzz/seeds, from the frames of tests/data and of the captures in ZX_CAPTURES, and from
+# what earlier runs found worth keeping in build/fuzz/corpus. Fails with the path of an input that does
+# what it should not.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
-if [[ ! ${1-} =~ ^[0-9]+$ ]]; then
-    echo "usage: $0 SECONDS [TARGET...]" >&2
-    exit 2
-fi
+[[ ${1-} =~ ^[0-9]+$ ]] || misused
 export seconds=$1 work=build/fuzz
 shift
 
@@ -20,8 +20,7 @@ if [[ $# -eq 0 ]]; then
 fi
 
 scripts/install-deps.sh build fuzz
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target capture_seeds "${targets[@]/%/_fuzz}" -- --quiet
+build fuzz capture_seeds "${targets[@]/%/_fuzz}"
 "$work/fuzz/capture_seeds" "$work/captured" tests/data
 
 # Says how it went at the end, in one piece.

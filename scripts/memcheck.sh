@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Runs the tests under valgrind: memcheck with leaks and open descriptors over every test program of
-# the libraries, helgrind over what threads share. Arguments name programs to run instead, such as
-# zxstr. A minute and more for each of the large ones, so it is not part of scripts/test.sh.
+# the libraries, helgrind over what threads share:
+#
+#   scripts/memcheck.sh [PROGRAM...]
+#
+# PROGRAMs, such as zxstr, are run instead. A minute and more for each of the large ones, so it is not
+# part of scripts/test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
 scripts/install-deps.sh build test memcheck
-cmake --preset debug >/dev/null
-cmake --build --preset debug -- --quiet
+build debug
 build=build/debug
 
 programs=("$@")
@@ -29,8 +32,10 @@ declare -A left_out=(
     [zxsignal]=SignalTest.CatchSetsWhatEverySignalDoes # /proc shows that valgrind catches all of them
 )
 
+# shellcheck disable=SC2016  # these are awk's
 # Finds an error in any process: what a forked child meets does not change how the program ends.
 in_error='/ERROR SUMMARY: [1-9]/ { print FILENAME ": " $0; found = 1 } END { exit !found }'
+# shellcheck disable=SC2016
 # Finds a descriptor that the program itself left open: valgrind lists them and fails for none.
 left_open='/Open .*descriptor/ { open = $0; next }
     open != "" && !/inherited from parent/ { print open; found = 1 }

@@ -1,20 +1,18 @@
 #!/usr/bin/env bash
 # Runs the scenarios of tests/stress for minutes instead of seconds, one after the other:
-# scripts/stress.sh MINUTES [PRESET]. The preset is release when none is named; tsan and asan look
-# closer.
+#
+#   scripts/stress.sh MINUTES [PRESET]
+#
+# All of them together take MINUTES. The preset is release when none is named; tsan and asan look closer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
-if [[ ! ${1-} =~ ^[1-9][0-9]*$ ]]; then
-    echo "usage: $0 MINUTES [PRESET]" >&2
-    exit 2
-fi
+[[ $# -le 2 && ${1-} =~ ^[1-9][0-9]*$ ]] || misused
 preset=${2:-release}
 
 scripts/install-deps.sh build test
-cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset" --target stress_test log_stress_test -- --quiet
+build "$preset" stress_test log_stress_test
 programs=("build/$preset/tests/stress/stress_test" "build/$preset/tests/stress/log_stress_test")
 scenarios=$(for program in "${programs[@]}"; do "$program" --gtest_list_tests; done | grep -c '^  ')
 export ZX_STRESS_SECONDS=$(($1 * 60 / scenarios))

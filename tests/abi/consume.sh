@@ -39,6 +39,7 @@ echo "loaded"
 timeout 60 "$work/program"
 
 # Word splitting is wanted below: the flags are words.
+# shellcheck disable=SC2086
 IFS=' ;'
 for module in zxcommon zxcommon-static; do
     flags=$(pkg-config --cflags --libs "$module")
