@@ -19,6 +19,9 @@ function(zx_precompile target)
     target_precompile_headers(${target} REUSE_FROM zx_test_header)
 endfunction()
 
+# What the thread sanitizer is for: the programs of the tests with the label "threads".
+add_custom_target(threads_tests)
+
 # zx_add_test(NAME [THREADS] [LONG] [CPU ...] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
 # current directory. It is linked against the shared library, with the log caught, unless it names
 # its libraries itself. THREADS: also worth a run under the thread sanitizer.
@@ -34,6 +37,7 @@ function(zx_add_test name)
     set(label plain)
     if(arg_THREADS)
         set(label threads)
+        add_dependencies(threads_tests ${name}_test)
     endif()
     set(cost 0)
     if(arg_LONG)
