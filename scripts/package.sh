@@ -39,8 +39,10 @@ make_packages() {
 }
 stage "the packages" make_packages
 
-# The first version of a package in Debian closes the request for it; these go nowhere near.
-lintian --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$packages"/*.deb
+# The first version of a package in Debian closes the request for it; these go nowhere near. And what
+# -lzxcommon finds is no link, but a script that brings cJSON along.
+lintian --fail-on error,warning \
+    --suppress-tags initial-upload-closes-no-bugs,lacks-unversioned-link-to-shared-library "$packages"/*.deb
 ls -l "$packages"/*.deb
 
 [[ ${1-} == --try ]] || exit 0
