@@ -4,37 +4,25 @@
 #   scripts/docs.sh           build/docs/html for browsers, and build/docs/man: a page for every header,
 #                             exported name, record, type and constant, and zxcommon(7). Fails when
 #                             Doxygen or groff has anything to say, or a page is missing.
-#   scripts/docs.sh DIR       the same in DIR; installs nothing. Without Doxygen it exits with 77.
 #   scripts/docs.sh --guides  puts the programs of examples/ into the guides, as they are now.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/help.sh
+source scripts/steps.sh
 
-usage() {
-    echo "usage: $0 [--guides | DIR]" >&2
-    exit 2
-}
-[[ $# -le 1 ]] || usage
+case "$# ${1-}" in
+    "0 ") ;;
+    "1 --guides")
+        for page in docs/*.md docs/guides/*.md; do
+            text=$(awk -f scripts/docs_guides.awk "$page")
+            cmp -s "$page" <<<"$text" || cat >"$page" <<<"$text"
+        done
+        exit
+        ;;
+    *) misused ;;
+esac
 
-if [[ ${1-} == --guides ]]; then
-    for page in docs/*.md docs/guides/*.md; do
-        text=$(awk -f scripts/docs_guides.awk "$page")
-        cmp -s "$page" <<<"$text" || cat >"$page" <<<"$text"
-    done
-    exit 0
-elif [[ ${1-} == -* ]]; then
-    usage
-fi
-
-out=${1-}
-if [[ -z $out ]]; then
-    out=build/docs
-    scripts/install-deps.sh docs
-elif ! command -v doxygen >/dev/null; then
-    echo "skipped: doxygen is not installed"
-    exit 77
-fi
-
+scripts/install-deps.sh docs
+out=build/docs
 mkdir -p "$out"
 rm -rf "$out/html" "$out/man" "$out/xml"
 ZX_DOCS_VERSION=$(sed -n 's/^project(zxcommon VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
