@@ -72,7 +72,7 @@ TEST_F(InnerTest, ReportsAValueThatFlaps) {
 }
 
 TEST_F(InnerTest, ClearsTheOldNameAndTheEnding) {
-    std::string name = std::string("old\0", 4) + std::string(14, 'x');
+    std::string name("old\0xxxxxxxxxxxxxx", 18);
     zxt_innerapi_getHlsName("live/chan1.m3u8", "/vod", name.data());
     EXPECT_EQ(dotted(name), "live/chan1......xx");
     zxt_innerapi_getHlsName("a.m3u8", "/vod", name.data());
