@@ -145,16 +145,10 @@ TEST(AesTest, NeedsAKeyAndAContext) {
     zxaes_innerapi_cryptECB(&unset, 0, &in[0], &out[0]);
     zxaes_innerapi_cryptCBC(&unset, 0, 32, &iv[0], &in[0], &out[0]);
     zxaes_innerapi_cryptCFB128(&unset, 0, 32, &offset, &iv[0], &in[0], &out[0]);
-    zxaes_innerapi_setEncKey(nullptr, &in[0], 128);
-    zxaes_innerapi_setDecKey(nullptr, &in[0], 128);
-    zxaes_innerapi_cryptECB(nullptr, 0, &in[0], &out[0]);
     offset = 16;
     zxaes_innerapi_cryptCFB128(&unset, 0, 32, &offset, &iv[0], &in[0], &out[0]);
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::MatchesRegex("zxaes_innerapi_setEncKey [0-9]+ zx_null\n"
-                                      "zxaes_innerapi_setDecKey [0-9]+ zx_null\n"
-                                      "zxaes_innerapi_cryptECB [0-9]+ zx_null\n"
-                                      "zxaes_innerapi_cryptCFB128 [0-9]+ n:16 too big\n"));
+                testing::MatchesRegex("zxaes_innerapi_cryptCFB128 [0-9]+ n:16 too big\n"));
     EXPECT_EQ(out, in);
     EXPECT_EQ(iv, in);
 }

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <tuple>
-#include <type_traits>
 
 #include "frames.hpp"
 #include "log_capture.hpp"
@@ -34,47 +32,6 @@ protected:
         const std::string text = to_hex(out.data(), static_cast<std::size_t>(size));
         out.assign(out.size(), 0xAA);
         return text;
-    }
-
-    template <class Param>
-    Param argument() {
-        if constexpr (std::is_convertible_v<ether_ctt*, Param>) {
-            return &record;
-        } else if constexpr (std::is_same_v<Param, const char*>) {
-            return "";
-        } else if constexpr (std::is_pointer_v<Param>) {
-            return static_cast<Param>(static_cast<void*>(to));
-        }
-        return {};
-    }
-
-    // Which arguments are named as missing, when those from each on are, and the result.
-    template <class Result, class... Params>
-    std::string refusals(Result (*function)(Params...)) {
-        std::string names;
-        int64_t result = 0;
-        for (std::size_t present = 0; present < sizeof...(Params); ++present) {
-            std::size_t i = 0;
-            const auto pick = [&](auto arg) { return i++ < present ? arg : decltype(arg){}; };
-            const std::tuple<Params...> given{pick(argument<Params>())...};
-            if constexpr (std::is_void_v<Result>) {
-                std::apply(function, given);
-            } else {
-                result = std::apply(function, given);
-            }
-            for (const auto& line : log.take()) {
-                const std::string name = line.substr(line.rfind('#') + 1) + " ";
-                EXPECT_EQ(line + " ", "[ERROR][NETFRAME]Param error####" + name);
-                names += names.ends_with(name) ? "" : name;
-            }
-        }
-        return names + std::to_string(result);
-    }
-
-    void expect_refusals(const std::string& expected, auto*... functions) {
-        for (const auto& said : {refusals(functions)...}) {
-            EXPECT_EQ(said, expected);
-        }
     }
 
     LogCapture log;
@@ -238,45 +195,6 @@ TEST_F(FrameBuildTest, BuildsIgmpFrames) {
     EXPECT_EQ(zxframe_innerapi_buildIgmp(&record, &igmp, to), 0U);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]There are 129 IGMP sources,more than 128",
                                         "[ERROR][NETFRAME]Param error####sources"));
-    written(0);
-}
-
-TEST_F(FrameBuildTest, RefusesMissingArguments) {
-    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseTcp, zxframe_innerapi_parseUdp);
-    receive();
-    const std::string before = to_hex(&record, sizeof record);
-    expect_refusals("pether_ctt iph 0", zxframe_innerapi_parseIpv4, zxframe_innerapi_parseTcpOpt);
-    expect_refusals("pether_ctt peth 0", zxframe_innerapi_parseEthrt);
-    expect_refusals("pether_ctt parp 0", zxframe_innerapi_parseArp);
-    expect_refusals("pether_ctt data 0", zxframe_innerapi_doIpv4, zxframe_innerapi_doIpv6,
-                    zxframe_innerapi_doTcp, zxframe_innerapi_doUdp, zxframe_innerapi_doArp);
-    expect_refusals("pether_ctt frame_buf -1", zxframe_api_doFrame);
-    expect_refusals("pether_ctt 0", zxframe_api_is_ipArp, zxframe_api_isTcp,
-                    zxframe_api_is_IparpOrIpaddr);
-    expect_refusals("pether_ctt filter_destip 0", zxframe_api_isTcp_dTos_ack,
-                    zxframe_api_isTcp_dTos_close);
-    expect_refusals("pether_ctt filter_srcip 0", zxframe_api_isTcp_sTod_data);
-    expect_refusals("pether_ctt source_ip dest_ip outbuf 0", zxframe_innerapi_buildIpv4);
-    expect_refusals("pzxbuildtcp_ctt outbuf 0", zxframe_innerapi_buildTcpOpt);
-    expect_refusals("pether_ctt pzxbuildtcp_ctt tcph 0", zxframe_innerapi_buildTcpPayload);
-    expect_refusals("pether_ctt pether_pkt udph 0", zxframe_innerapi_buildUdpPayload);
-    expect_refusals("pether_ctt req outbuf 0", zxframe_innerapi_buildIgmp);
-    expect_refusals("pether_ctt view outbuf 0", zxframe_innerapi_getIgmpData1,
-                    zxframe_innerapi_getIgmpData2);
-    expect_refusals("req 0", zxframe_innerapi_getIgmpType, zxframe_innerapi_getIgmpRecordType);
-    expect_refusals("pether_ctt str_source_mac outbuf 0", zxframe_innerapi_buildEthrt,
-                    zxframe_api_buildArp);
-    expect_refusals("pether_ctt pether_pkt -1", zxframe_api_buildTcpAck, zxframe_api_buildTcpData,
-                    zxframe_api_buildIgmp);
-    expect_refusals("pether_ctt pether_pkt outbuf -1", zxframe_api_buildTcp, zxframe_api_buildUdp);
-    expect_refusals("65535", zxframe_api_tcpChecksum, zxframe_api_udpChecksum);
-    EXPECT_EQ(zxframe_api_buildIgmp(&record, nullptr, to), -1);
-    EXPECT_EQ(zxframe_api_finishTcp(nullptr, to, 0), -1);
-    EXPECT_EQ(zxframe_api_finishTcp(to, nullptr, 1), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETFRAME]Param error####req",
-                                        "[ERROR][NETFRAME]Param error####frame",
-                                        "[ERROR][NETFRAME]Param error####payload"));
-    EXPECT_EQ(to_hex(&record, sizeof record), before);
     written(0);
 }
 

