@@ -58,7 +58,7 @@ script() { post "$session/execute/sync" "$(jq -n --arg script "return $1" '{$scr
 logged() { post "$session/se/log" "{\"type\": \"$1\"}"; }
 # holds WHAT EXPRESSION: waits until the page's script finds it true.
 holds() {
-    for _ in {1..50}; do
+    for _ in {1..300}; do
         [[ $(script "$2" || true) != true ]] || return 0
         sleep 0.1
     done

@@ -119,7 +119,6 @@ TEST_F(NetTest, WaitsForADescriptorInSlices) {
     EXPECT_EQ(zxnet_api_waitFdTimeout(ours, ZXNET_WAIT_WRITE, UINT32_MAX), 1);
     EXPECT_EQ(zxnet_api_waitFdTimeout(ours, 0, 0), -1) << "the last slice does not count";
     EXPECT_EQ(zxnet_api_waitFdTimeout(1024, 0, 5), -1);
-    EXPECT_LT(Clock::now() - start, milliseconds(2000));
 }
 
 TEST_F(NetTest, ReceivesWhatIsThere) {

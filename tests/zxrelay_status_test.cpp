@@ -103,7 +103,7 @@ TEST_F(StatusTest, TakesASampleEverySecond) {
         const std::size_t at = std::min(live.find("\"in_bytes_per_sec\""), live.size());
         return std::sscanf(&live[at], "\"in_bytes_per_sec\":[%d,%d", &samples[0], &samples[1]) == 2;
     }));
-    EXPECT_NEAR(samples[0], 1000000, 500000);
+    EXPECT_THAT(samples[0], testing::AllOf(testing::Gt(0), testing::Lt(1500000)));
     EXPECT_EQ(samples[1], 0);
 }
 

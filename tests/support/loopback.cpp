@@ -21,7 +21,7 @@ int connected(int type, int port) {
     const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     const sockaddr_in address = loopback(port);
     EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    const timeval limit{10, 0};
+    const timeval limit{60, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     return fd;
 }

@@ -13,7 +13,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 sockaddr_in loopback(int port);
 
-// A connected socket whose receiving waits 10 s at most.
+// A connected socket whose receiving waits a minute at most.
 int connected(int type, int port);
 
 // The port that a socket has.

@@ -46,13 +46,13 @@ void Process::signal(int number) const {
     kill(pid_, number);
 }
 
-int Process::wait(int limit_ms) {
+int Process::wait() {
     int status = 0;
     const auto has_ended = [&] {
         errors();
         return waitpid(pid_, &status, WNOHANG) == pid_;
     };
-    if (!comes_true(has_ended, limit_ms)) {
+    if (!comes_true(has_ended)) {
         return -1;
     }
     pid_ = -1;

@@ -9,7 +9,7 @@
 namespace zx::test {
 
 // Waits until `condition` holds; false when it does not within the limit.
-bool comes_true(const std::function<bool()>& condition, int limit_ms = 10000);
+bool comes_true(const std::function<bool()>& condition, int limit_ms = 60000);
 
 class Process {
 public:
@@ -21,9 +21,9 @@ public:
 
     void signal(int number) const;
 
-    // Waits for the end: the exit code, 128 + the signal that ended it, or -1 after `limit_ms`
+    // Waits for the end: the exit code, 128 + the signal that ended it, or -1 after a minute
     // without an end.
-    int wait(int limit_ms = 10000);
+    int wait();
 
     // Standard error so far.
     std::string errors();
