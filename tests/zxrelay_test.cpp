@@ -53,9 +53,10 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
     std::uint64_t reported = 0;
     for (const std::string& line : log.take()) {
         unsigned count = 0;
-        if (std::sscanf(line.c_str(), "[WARN][RELAY]the FIFO is full: %u messages", &count) == 1) {
-            reported += count;
-        }
+        EXPECT_EQ(std::sscanf(line.c_str(), "[WARN][RELAY]the FIFO is full: %u messages", &count),
+                  1)
+            << line << ": the end of a source is no reason to warn";
+        reported += count;
     }
     EXPECT_EQ(reported, 30U);
 }

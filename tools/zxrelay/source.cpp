@@ -1,5 +1,6 @@
 #include "source.hpp"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,12 +20,10 @@ namespace relay {
 namespace {
 
 constexpr char kTag[] = "RELAY";
-constexpr std::uint32_t kWaitMs = 1000;
-constexpr std::uint32_t kNoWait = 0xFFFFFFFFU;
+constexpr int kWaitMs = 1000;
 constexpr std::uint64_t kReportIntervalUs = 1000000;
 
 constexpr std::int32_t kTimedOut = -1;
-constexpr std::int32_t kHungUp = -3;
 constexpr useconds_t kErrorPauseUs = 10000;
 
 }  // namespace
@@ -71,7 +70,7 @@ void Source::receive_datagrams(Worker& worker) {
         if (!await()) {
             continue;
         }
-        const std::int32_t size = receive(socket_.get(), kWaitMs);
+        const std::int32_t size = receive(socket_.get());
         if (size > 0) {
             const std::span datagram(buffer_.data(), static_cast<std::size_t>(size));
             if (is_transport_stream(datagram)) {
@@ -111,10 +110,7 @@ void Source::receive_stream(Worker& worker, int fd) {
     Packetizer packetizer([this](std::span<const std::uint8_t> message) { push(message); });
     std::uint64_t skipped = 0;
     while (!worker.stopping()) {
-        std::int32_t size = receive(fd, kWaitMs);
-        if (size == kHungUp) {
-            size = receive(fd, kNoWait);  // what came before the end is still there
-        }
+        const std::int32_t size = receive(fd);
         if (size > 0) {
             packetizer.feed({buffer_.data(), static_cast<std::size_t>(size)});
         } else if (size == kTimedOut) {
@@ -141,10 +137,15 @@ bool Source::await() {
                        [this](const epoll_event& event) { return event.data.fd == socket_.get(); });
 }
 
-// Bytes, or what zxnet_api_epollRecv says of their absence.
-std::int32_t Source::receive(int fd, std::uint32_t wait_ms) {
+// Bytes; 0: the end; kTimedOut; or what zxnet_api_epollRecv says of a failure. It does not wait
+// itself: after a wait of its own it takes every end of a connection for a fault, and warns.
+std::int32_t Source::receive(int fd) {
+    pollfd waiting{fd, POLLIN, 0};
+    if (poll(&waiting, 1, kWaitMs) <= 0) {
+        return kTimedOut;
+    }
     const auto room = static_cast<std::uint32_t>(buffer_.size());
-    const std::int32_t size = zxnet_api_epollRecv(fd, buffer_.data(), room, wait_ms);
+    const std::int32_t size = zxnet_api_epollRecv(fd, buffer_.data(), room, ZXNET_NO_WAIT);
     if (size > 0) {
         stats_.bytes_in += static_cast<std::uint64_t>(size);
     }

@@ -35,7 +35,7 @@ private:
     void serve_connections(Worker& worker);
     void receive_stream(Worker& worker, int fd);
     bool await();
-    std::int32_t receive(int fd, std::uint32_t wait_ms);
+    std::int32_t receive(int fd);
     void push(std::span<const std::uint8_t> message);
     void count_skipped(std::uint64_t bytes);
     void report_losses();
