@@ -39,8 +39,8 @@ echo "loaded"
 timeout 60 "$work/program"
 
 # Word splitting is wanted below: the flags are words.
-# shellcheck disable=SC2086
 IFS=' ;'
+# shellcheck disable=SC2086
 for module in zxcommon zxcommon-static; do
     flags=$(pkg-config --cflags --libs "$module")
     for source in $sources_C $sources_CXX; do
