@@ -413,8 +413,8 @@ void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
  * over the others of the same microsecond: to see all nodes of one that adds so fast, follow `next`
  * (which that thread may just be storing: load it with acquire order).
  *
- * Each call walks the list from its head: 2 to 4 ns a node that is in the processor's cache, tens of
- * them otherwise. With many nodes, keep the one that was found and follow `next`.
+ * Each call walks the list from its head: 2 to 4 ns a node that is in the processor's cache, tens
+ * of them otherwise. With many nodes, keep the one that was found and follow `next`.
  *
  * @param list     the list.
  * @param sinceUs  microseconds, as zxtime_api_us() gives them; 0: the oldest.

@@ -566,9 +566,8 @@ int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask
  * @param out     `size` bytes; not terminated when there are 18, and left alone when there is no
  *                such interface.
  * @param size    18 or more (negative ones count as more).
- * @return 0, whatever was read; -2 for a smaller size; -1 when an argument is missing or the name is
- *         refused.
- * Logs: error for these, and when there is no such interface.
+ * @return 0, whatever was read; -2 for a smaller size; -1 when an argument is missing or the name
+ * is refused. Logs: error for these, and when there is no such interface.
  */
 int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size);
 
@@ -586,9 +585,8 @@ int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6);
  * @param ifname  of the interface.
  * @param out     `size` bytes.
  * @param size    16 or more (negative ones count as more).
- * @return 0; -2 for a smaller size; -1 when it cannot be read, an argument is missing or the name is
- *         refused.
- * Logs: error in these cases.
+ * @return 0; -2 for a smaller size; -1 when it cannot be read, an argument is missing or the name
+ * is refused. Logs: error in these cases.
  */
 int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size);
 
