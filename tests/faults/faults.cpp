@@ -45,11 +45,14 @@ namespace {
 
 // ------------------------------------------------------------------ stand-ins
 
-// The one path outside that the library has a name for, which other tests use, too.
+// Paths outside that the library has names for: one that other tests use, too, and the kernel's.
 std::string within(std::string text) {
-    constexpr std::string_view kShared = "/tmp/zxcmd_info";
-    if (const std::size_t at = text.find(kShared); at != std::string::npos) {
-        text.replace(at, kShared.size(), g_directory + "/info");
+    constexpr std::pair<std::string_view, const char*> kOutside[] = {{"/tmp/zxcmd_info", "/info"},
+                                                                     {"/sys/class/net/lo", ""}};
+    for (const auto& [outside, inside] : kOutside) {
+        if (const std::size_t at = text.find(outside); at != std::string::npos) {
+            text.replace(at, outside.size(), g_directory + inside);
+        }
     }
     return text;
 }
@@ -146,9 +149,21 @@ bool must_fail(int row) {
         return false;
     }
     const int count = ++g_plan->seen.at(static_cast<std::size_t>(row));
-    return g_plan->row == row &&
-           (count == g_plan->nth || (g_plan->mode == Fails::onwards && count > g_plan->nth));
+    if (g_plan->row != row || g_plan->mode == Fails::cancelled) {
+        if (g_plan->row == row && count == g_plan->nth) {
+            pthread_cancel(pthread_self());
+            pthread_testcancel();  // goes on where cancellation is switched off
+        }
+        return false;
+    }
+    return count == g_plan->nth || (g_plan->mode == Fails::onwards && count > g_plan->nth);
 }
+
+// Where the C library ends a cancelled thread.
+constexpr char kCancellationPoints[] =
+    "@(close|connect|epoll_wait|fclose|fflush|fopen|fread|fwrite|getaddrinfo|fsync|nanosleep|open|"
+    "pclose|"
+    "popen|pthread_join|read|recv|select|send|sleep|system|usleep|waitpid|write)";
 
 template <typename R>
 R as_result(long value) {
@@ -224,13 +239,13 @@ std::vector<Call> make_calls() {
         ZX_CALL_AS(rename, rename_within), ZX_CALL(statvfs));
     add({0, EACCES}, ZX_CALL(getcwd), ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
     add({-1, ECONNRESET}, ZX_CALL(recv), ZX_CALL(send));
-    add({-1, EINTR}, ZX_CALL(select));
     add({-1, ENODEV}, ZX_CALL(setsockopt));
     add({-1, ENOSPC}, ZX_CALL(epoll_ctl));
     add({EAGAIN}, ZX_CALL(pthread_mutex_init), ZX_CALL(pthread_cancel), ZX_CALL(pthread_sigmask));
 
     add({.code = ECONNREFUSED, .most = 1}, ZX_CALL(connect));
     add({.code = EINTR, .most = 3}, ZX_CALL_AS(epoll_wait, wait_briefly));
+    add({.code = EINTR, .most = -3}, ZX_CALL(select));
     add({.code = EINTR, .most = -1}, ZX_CALL(nanosleep), ZX_CALL(waitpid));
 
     add({EAI_MEMORY, 0, address_lists, 1}, ZX_CALL(getaddrinfo));
@@ -245,6 +260,7 @@ std::vector<Call> make_calls() {
     add({0, 0, memory, -1}, ZX_CALL(free));
     add({0, 0}, ZX_CALL(malloc), ZX_CALL_AS(clock_gettime, step_clock),
         ZX_CALL_AS(sleep, sleep_briefly), ZX_CALL_AS(zxlog_api_us, fast_us));
+    add({.result = 0, .most = 3}, ZX_CALL(usleep));
     return all;
 }
 
@@ -260,10 +276,10 @@ constexpr char kNeedsNoFault[] =
     "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
     "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
-    "ch@(mod|own)|fileno|unlink|"
-    "sig@(addset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
+    "ch@(mod|own)|fileno|unlink|pthread_atfork|"
+    "sig@(addset|delset|emptyset|ismember|pending)|umask|sync|exit|usleep|reboot|"
     "@(hto|nto)*|vfprintf|fprintf|stderr|sprintf|mkdir|abort|quick_exit|fseek|"
-    "pthread_@(mutex_@(lock|unlock|destroy)|setcancelstate))";
+    "pthread_@(mutex_@(lock|unlock|destroy)|once|setcancelstate))";
 
 // The function that is to be called in place of `name`, null for the same; complains of an unknown
 // one. "__NAME_chk" is NAME, with more arguments.
@@ -346,13 +362,13 @@ bool count_calls(bool on) {
     return g_plan->counts.exchange(on);
 }
 
-std::vector<Fallible> fallible_calls() {
+std::vector<Fallible> hooked_calls() {
     std::vector<Fallible> found;
     for (std::size_t i = 0; i < calls().size(); ++i) {
         const auto& [name, hook, row, way] = calls()[i];
-        if (way.result != 0 || way.code != 0) {
-            found.push_back({name, way.most, g_plan->seen.at(i), way.when == When::behind});
-        }
+        found.push_back({name, way.most, g_plan->seen.at(i), way.when == When::behind,
+                         fnmatch(kCancellationPoints, name, FNM_EXTMATCH) == 0,
+                         way.result != 0 || way.code != 0});
     }
     return found;
 }

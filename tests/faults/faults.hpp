@@ -13,9 +13,10 @@
 
 namespace zx::test {
 
-enum class Fails { never, once, onwards };
+enum class Fails { never, once, onwards, cancelled };
 
-// The n-th counted call of a function is to fail: it alone, or it and all behind it.
+// The n-th counted call of a function is to fail: it alone, or it and all after it; or its thread
+// is cancelled there.
 struct Fault {
     std::string_view call;
     int nth = 0;
@@ -29,6 +30,8 @@ struct Fallible {
     int most;
     int seen;  // counted calls
     bool is_release;
+    bool is_cancellation_point;
+    bool can_fail;
 };
 
 // Where a scenario may write; empty at its start.
@@ -45,7 +48,7 @@ void arm(const Fault& fault);
 // Whether calls count, as the preparation of a scenario does not. Returns what was so before.
 bool count_calls(bool on);
 
-std::vector<Fallible> fallible_calls();
+std::vector<Fallible> hooked_calls();
 
 // What the libraries hold in this process: memory, threads and the like, and open descriptors.
 std::string holdings();

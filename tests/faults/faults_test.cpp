@@ -1,9 +1,17 @@
-// Every call of the libraries that can fail fails, at each of its places: once, and from there on.
+// What one thing that goes wrong makes of every scenario. Every call of the libraries that can fail
+// fails, at each of its places: once, and from there on. The thread is cancelled at each of its
+// cancellation points. The disk is full, files may not grow, signals interrupt.
 #include "faults.hpp"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +21,9 @@
 
 #include "child.hpp"
 #include "log_capture.hpp"
+#include "zxlog.h"
+#include "zxmd.h"
+#include "zxsignal.h"
 
 namespace zx::test {
 
@@ -43,8 +54,105 @@ struct Story {
 };
 
 void clear_directory() {
-    std::filesystem::remove_all(g_directory);
+    for (const auto& entry : std::filesystem::directory_iterator(g_directory)) {
+        std::filesystem::remove_all(entry);
+    }
+}
+
+// Leaves a disk of our own so many pages, from 0 on.
+void fill_disk(int nth) {
+    constexpr int kPage = 4096;
+    unshare(CLONE_NEWNS);
+    mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr);
+    const std::string size = "size=" + std::to_string(nth * kPage);
+    mount("disk", "/tmp", "tmpfs", 0, size.c_str());
     std::filesystem::create_directory(g_directory);
+    std::ofstream(in_directory("filler")) << std::string(kPage, 'x');
+}
+
+// Lets files have so many half pages, from 0 on.
+void limit_files(int nth) {
+    const auto most = static_cast<rlim_t>(nth - 1) * 2048;
+    const rlimit limit{most, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+// Interrupts what the thread waits for, all the time.
+void storm(bool on) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    static timer_t timer;
+    sigevent event{};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGUSR1;
+    const timespec often{0, on ? 300000 : 0};
+    const itimerspec times{often, often};
+    if (on) {
+        timer_create(CLOCK_MONOTONIC, &event, &timer);
+    }
+    timer_settime(timer, 0, &times, nullptr);
+}
+
+// What is in the way beside failing calls.
+void hinder(const Fault& fault) {
+    if (fault.call == "disk") {
+        fill_disk(fault.nth);
+    } else if (fault.call == "file_size") {
+        if (fault.mode == Fails::once) {
+            std::signal(SIGXFSZ, SIG_IGN);
+        } else {
+            zxsignal_api_catch();
+        }
+        limit_files(fault.nth);
+    } else if (fault.call == "signals") {
+        storm(true);
+    }
+}
+
+void unhinder(const Fault& fault) {
+    if (fault.call == "disk") {
+        mount("disk", "/tmp", "tmpfs", MS_REMOUNT, "size=16m");
+    } else if (fault.call == "file_size") {
+        const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &none);
+    } else if (fault.call == "signals") {
+        storm(false);
+    }
+}
+
+// A line of the log, for which this program has a stand-in, and one of the echo: with them go the
+// reports of lines that were lost.
+void next_lines() {
+    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const int kept[] = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
+    dup2(null, STDOUT_FILENO);
+    dup2(null, STDERR_FILENO);
+    reinterpret_cast<decltype(&zxlog_innerapi_file)>(dlsym(RTLD_NEXT, "zxlog_innerapi_file"))(
+        "next\r\n");
+    flag_stdPrint = 1;
+    zxmd_api_isFileExsit(nullptr);
+    flag_stdPrint = 0;
+    complaints();
+    dup2(kept[0], STDOUT_FILENO);
+    dup2(kept[1], STDERR_FILENO);
+    for (const int fd : {null, kept[0], kept[1]}) {
+        close(fd);
+    }
+}
+
+// The scenario's result; empty when its thread was cancelled.
+std::string run_in_thread(const Scenario& scenario) {
+    std::pair<const Scenario&, std::string> work{scenario, ""};
+    const auto run = [](void* argument) -> void* {
+        auto& [what, told] = *static_cast<decltype(work)*>(argument);
+        told = what.run();
+        return nullptr;
+    };
+    pthread_t thread;
+    pthread_create(&thread, nullptr, run, &work);
+    pthread_join(thread, nullptr);
+    return work.second;
 }
 
 Story run_with(const Scenario& scenario, const Fault& fault) {
@@ -54,11 +162,15 @@ Story run_with(const Scenario& scenario, const Fault& fault) {
         alarm(kMaxSeconds);
         LogCapture log;
         g_log = &log;
+        hinder(fault);
         const std::string before = holdings();
         arm(fault);
-        std::string told = scenario.run();
+        std::string told =
+            fault.mode == Fails::cancelled ? run_in_thread(scenario) : scenario.run();
         count_calls(false);
+        unhinder(fault);
         told += kSeparator + complaints();
+        next_lines();
         clear_directory();
         told += kSeparator + scenario.run();
         return told + kSeparator + before + " then " + holdings();
@@ -67,7 +179,7 @@ Story run_with(const Scenario& scenario, const Fault& fault) {
     for (std::string* part : {&run.result, &run.log, &run.again, &run.left}) {
         std::getline(told_by_child, *part, kSeparator);
     }
-    for (const Fallible& call : fallible_calls()) {
+    for (const Fallible& call : hooked_calls()) {
         if (call.seen > 0) {
             run.calls.emplace(call.name, call);
         }
@@ -103,11 +215,11 @@ struct Outcome {
 std::vector<Outcome> outcomes_of(const std::string& scenario) {
     std::vector<Outcome> rows;
     std::ifstream file(ZX_OUTCOMES);
-    const std::string title = "[" + scenario + "] ";
+    const std::string title = "[" + scenario + "]";
     std::string line;
     while (!line.starts_with(title) && std::getline(file, line)) {
     }
-    rows.push_back({"", line.substr(std::min(title.size(), line.size())), "", true});
+    rows.push_back({"", line.substr(std::min(title.size() + 1, line.size())), "", true});
     while (std::getline(file, line) && !line.empty()) {
         const std::size_t first = line.find('|'), second = line.find('|', first + 1);
         rows.push_back({Said("", line.substr(0, first), ""),
@@ -123,11 +235,14 @@ int judge(const Scenario& scenario, const Fallible& call, Fails mode, const Stor
         const Fault fault{call.name, nth, mode};
         const Story run = run_with(scenario, fault);
         const auto seen = run.calls.find(call.name);
-        if (seen == run.calls.end() || seen->second.seen < nth) {
+        const bool is_call = call.seen > 0;
+        if (is_call && (seen == run.calls.end() || seen->second.seen < nth)) {
             return nth - 1;  // nothing failed: there are no more calls
         }
-        SCOPED_TRACE(Said(call.name, nth, mode == Fails::once ? "once" : "onwards"));
-        bool found = call.is_release && run.result == untouched.result && run.log == untouched.log;
+        constexpr const char* kModes[] = {"never", "once", "onwards", "cancelled"};
+        SCOPED_TRACE(Said(call.name, nth, kModes[static_cast<int>(mode)]));
+        const bool is_untouched = run.result == untouched.result && run.log == untouched.log;
+        bool found = mode == Fails::cancelled || (is_untouched && (call.is_release || !is_call));
         for (Outcome& row : rows) {
             if (row.fits(fault, run, untouched)) {
                 found = row.has_happened = true;
@@ -151,8 +266,31 @@ TEST_P(FaultTest, LeadsToWhatIsDocumented) {
     EXPECT_EQ(untouched.again, rows[0].result);
     int faults = 0;
     for (const auto& [name, call] : untouched.calls) {
-        faults += judge(scenario, call, Fails::once, untouched, rows);
-        faults += call.most < 0 ? 0 : judge(scenario, call, Fails::onwards, untouched, rows);
+        if (call.can_fail) {
+            faults += judge(scenario, call, Fails::once, untouched, rows);
+            faults += call.most < 0 ? 0 : judge(scenario, call, Fails::onwards, untouched, rows);
+        }
+        if (call.is_cancellation_point) {
+            faults += judge(scenario, call, Fails::cancelled, untouched, rows);
+        }
+    }
+    const auto makes = [&](const auto&... names) {
+        return (untouched.calls.contains(names) || ...);
+    };
+    const bool is_written = makes("fwrite", "write", "syscall", "system");
+    const std::pair<Fallible, bool> hindrances[] = {
+        {{"disk", 5, 0, false, false, false}, is_written && geteuid() == 0},
+        {{"file_size", 5, 0, false, false, false}, is_written},
+        {{"signals", 3, 0, false, false, false}, makes("system", "popen")}};
+    for (const auto& [what, is_met] : hindrances) {
+        std::vector<Outcome> hindered = outcomes_of(std::string(what.name) + " " + scenario.name);
+        if (is_met) {
+            faults += judge(scenario, what, Fails::once, untouched, hindered);
+            faults += what.name == "file_size"
+                          ? judge(scenario, what, Fails::onwards, untouched, hindered)
+                          : 0;
+            rows.insert(rows.end(), hindered.begin(), hindered.end());
+        }
     }
     for (const Outcome& row : rows) {
         EXPECT_TRUE(row.has_happened)
@@ -167,8 +305,10 @@ TEST_F(CallsTest, AllThatCanFailAreMade) {
         GTEST_SKIP() << "only an administrator makes them all";
     }
     std::set<std::string_view> missing;
-    for (const Fallible& call : fallible_calls()) {
-        missing.insert(call.name);
+    for (const Fallible& call : hooked_calls()) {
+        if (call.can_fail) {
+            missing.insert(call.name);
+        }
     }
     for (const Scenario* scenario : Scenario::all()) {
         for (const auto& [name, call] : run_with(*scenario, {}).calls) {

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "faults.hpp"
 #include "sha1.h"
@@ -35,6 +36,16 @@ ZX_SCENARIO(lock) {
                 std::ranges::count(zxlocklist_ctt, 1, &zxlocklist_entry_ctt::used)};
 }
 
+ZX_SCENARIO(lock_waits) {
+    zxlock_ctt record{};
+    std::uint32_t word = 1;
+    zxlock_api_init(&record, "faulty");
+    const std::unique_ptr<zxlock_ctt, int (*)(zxlock_ctt*)> until_the_end(&record,
+                                                                          zxlock_api_deinit);
+    return Said{zxlock_api_waitStateTimeout(&record, &word, 1, 2, 2, 1),
+                zxlock_api_waitCmdStarting(&record, &word, 2, 1)};
+}
+
 std::atomic<int> g_named;
 
 void* work(void* argument) {
@@ -51,8 +62,19 @@ void* work(void* argument) {
     return nullptr;
 }
 
+// Ends a thread when its creator is cancelled.
+struct Ender {
+    zxthread_ctt& record;
+    ~Ender() {
+        if (record.created == 1) {
+            zxthread_api_destroy(&record);
+        }
+    }
+};
+
 ZX_SCENARIO(thread) {
     zxthread_ctt record{};
+    const Ender ender{record};
     g_named = 1;
     return Said{zxthread_api_create(&record, "faulty", work, &record),
                 zxthread_api_waitStateTimeout(&record, ZXTHREAD_STATE_START,

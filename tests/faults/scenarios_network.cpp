@@ -32,6 +32,7 @@ int32_t note(void* noted, int32_t) {
 ZX_SCENARIO(epoll_set) {
     std::array<int, 2> fds{eventfd(1, EFD_CLOEXEC), eventfd(1, EFD_CLOEXEC)};
     const int epfd = zxepoll_appapi_init(2, &fds, EPOLLIN, fd_at);
+    const UniqueFd of_cancelled[] = {UniqueFd(fds[0]), UniqueFd(fds[1]), UniqueFd(epfd)};
     epoll_event events[2];
     const Said polled{epfd >= 0, zxepoll_mod(epfd, fds[0], EPOLLIN), zxepoll_wait(epfd, events, 2),
                       zxepoll_wait_timeout(epfd, events, 2, 0)};
@@ -50,6 +51,7 @@ std::array<UniqueFd, 2> stream_pair() {
 ZX_SCENARIO(epoll_one) {
     const UniqueFd fd(eventfd(1, EFD_CLOEXEC));
     int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
+    const UniqueFd of_cancelled(epfd);
     const auto [near, far] = stream_pair();
     shutdown(far.get(), SHUT_RDWR);
     return Said{zxepoll_waitfd_timeout(epfd, fd.get(), ZXEPOLL_WAIT_READ, 100),
@@ -136,15 +138,13 @@ ZX_SCENARIO(interface_settings) {
                 zxnet_api_getIfaceMac_byte("lo", mac)};
 }
 
-// A directory of ours as the kernel's one of an interface.
+// The directory is the kernel's one of the interface.
 ZX_SCENARIO(interface_files) {
-    const std::string name = "../../.." + g_directory;
     std::ofstream(in_directory("address")) << "00:11:22:aa:bb:cc\n";
     char mac[64] = "?", mtu[64] = "?";
-    return Said{zxnet_api_setIfaceMtu(name.c_str(), 1400),
-                zxnet_api_getIfaceMac_string(name.c_str(), mac, sizeof mac),
-                std::string(mac).substr(0, 1), zxnet_api_getIfaceMtu(name.c_str(), mtu, sizeof mtu),
-                mtu};
+    return Said{zxnet_api_setIfaceMtu("lo", 1400),
+                zxnet_api_getIfaceMac_string("lo", mac, sizeof mac), std::string(mac).substr(0, 1),
+                zxnet_api_getIfaceMtu("lo", mtu, sizeof mtu), mtu};
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -42,6 +43,24 @@ ZX_SCENARIO(replaced_file) {
     return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of("file")};
 }
 
+// More than the pages that are left: what was there stays, or the new one is whole.
+ZX_SCENARIO(replaced_large_file) {
+    const std::string path = in_directory("file");
+    std::ofstream(path) << "old";
+    std::string text(12000, 'n');
+    const int written = zxmd_api_writeProtect(path.c_str(), text.data(), 12000);
+    const std::string now = content_of("file");
+    return Said{written, now == text ? "new" : now.substr(0, 3),
+                std::filesystem::exists(path + "_tmp") ? "beside it" : "alone"};
+}
+
+ZX_SCENARIO(appended_file) {
+    const std::string path = in_directory("file");
+    std::string text(12000, 'n');
+    return Said{zxmd_api_writea(path.c_str(), text.data(), 6000),
+                zxmd_api_writea(path.c_str(), text.data(), 6000), content_of("file").size()};
+}
+
 ZX_SCENARIO(file_facts) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "hello";
@@ -52,7 +71,8 @@ ZX_SCENARIO(file_facts) {
 ZX_SCENARIO(rotated_file) {
     const std::string path = in_directory("file");
     std::ofstream(path).close();
-    std::filesystem::resize_file(path, ZXMD_MSG_FILE_LIMIT + 1);
+    std::error_code none;
+    std::filesystem::resize_file(path, ZXMD_MSG_FILE_LIMIT + 1, none);
     zxmd_api_newMsgFile(path.c_str());
     return Said{std::filesystem::exists(path) ? "stays" : "moved"};
 }
@@ -153,6 +173,14 @@ ZX_SCENARIO(host) {
 ZX_SCENARIO(tunables) {
     return Said{zxmd_api_clearCache(1), zxsysctl_api_setGw_rpfilter(0),
                 zxsysctl_api_setIgmpVersion(0), zxsysctl_api_getIgmpVersion()};
+}
+
+// How many of them succeed.
+ZX_SCENARIO(housekeeping) {
+    const int results[] = {zxmd_api_clearSysLog(), zxmd_api_clearAppLog(),
+                           zxmd_api_cleanKernelUpgradeFile(),
+                           zxsysctl_api_setEth_rpfilter("lo", 0)};
+    return Said{std::ranges::count(results, 0)};
 }
 
 ZX_SCENARIO(clock_set) {
