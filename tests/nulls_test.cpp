@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <type_traits>
 #include <utility>
@@ -99,6 +98,17 @@ T argument(std::size_t place, std::size_t missing) {
     return std::is_pointer_v<T> && (place == missing || missing == kAll) ? T{} : whole;
 }
 
+// The words of a text with a space after each; in place of numbers, `number` if there is one.
+std::string words_of(const std::string& text, const char* number = nullptr) {
+    std::istringstream in(text);
+    std::string words;
+    for (std::string word; in >> word;) {
+        const bool is_number = word.find_first_not_of("0123456789") == std::string::npos;
+        words.append(is_number && number != nullptr ? number : word.c_str()).append(" ");
+    }
+    return words;
+}
+
 // What a function that is called in a child process gives, changes, logs and prints. `call` gives
 // its result, once with the arguments made and once called.
 std::string outcome(std::string (*call)(void* function, std::size_t missing, bool is_real),
@@ -113,20 +123,17 @@ std::string outcome(std::string (*call)(void* function, std::size_t missing, boo
         const int opened = dup(printed);  // by the function, when it opens something
         close(opened);
         const std::string result = call(function, missing, true);
-        std::ostringstream out;
         const bool is_opened = result == std::to_string(opened) && fcntl(opened, F_GETFD) >= 0;
-        out << (is_opened ? "opened" : result) << ' ' << (*before != g_rooms ? "touches " : "");
+        std::string told = words_of(is_opened ? "opened" : result);
+        told += *before != g_rooms ? "touches " : "";
         for (const std::string& line : log.take()) {
-            out << line << ' ';
+            told += words_of(line);
         }
         std::fflush(stdout);
         char text[256];
         const ssize_t size = pread(printed, text, sizeof text, 0);
-        const std::string words(text, static_cast<std::size_t>(std::max(size, ssize_t{0})));
-        out << std::regex_replace(words, std::regex(" [0-9]+ "), " LINE ");
-        const std::string told = std::regex_replace(out.str(), std::regex("\\s+"), " ");
-        const std::size_t first = std::min(told.find_first_not_of(' '), told.size());
-        return told.substr(first, told.find_last_not_of(' ') + 1 - first);
+        told += words_of({text, static_cast<std::size_t>(std::max(size, ssize_t{0}))}, "LINE");
+        return told.substr(0, told.find_last_not_of(' ') + 1);
     });
 }
 
