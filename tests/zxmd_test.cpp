@@ -184,7 +184,7 @@ TEST_F(FileTest, LosesNothingWhereTheNewContentDoesNotFit) {
     signal(SIGXFSZ, SIG_DFL);
 }
 
-// Calls that wait, for the other end of a FIFO or for a command, until they moved four bytes.
+// Calls that wait for the other end of a FIFO, until they moved four bytes.
 class WaitingTest : public FileTest, public testing::WithParamInterface<int> {
 public:
     int32_t wait() {
@@ -194,12 +194,8 @@ public:
                 return zxmd_api_read(fifo.c_str(), out, 4);
             case 1:
                 return zxmd_api_read3(fifo.c_str(), out, 4);
-            case 2:
-                return zxmd_api_write(fifo.c_str(), out, 4, "w");
-            case 3:
-                return zxt_innerapi_cmdReadByPipe("sleep 0.2; echo abc", out, sizeof out);
             default:
-                return zxt_innerapi_cmdReadByTmp("sleep 0.2; echo abc", out, sizeof out);
+                return zxmd_api_write(fifo.c_str(), out, 4, "w");
         }
     }
     static auto open_files() {
@@ -249,11 +245,10 @@ TEST_P(WaitingTest, LeavesNothingWhenItsThreadIsCancelled) {
         pthread_join(thread, nullptr);
         close(other_end);
         EXPECT_EQ(open_files(), before);
-        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "there is a child";
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, WaitingTest, testing::Range(0, 5));
+INSTANTIATE_TEST_SUITE_P(All, WaitingTest, testing::Range(0, 3));
 
 TEST_F(FileTest, TellsSizeTypeAndName) {
     const std::string path = put("five", "abcde"), longer(1024, 'x');
