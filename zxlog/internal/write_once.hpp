@@ -46,10 +46,15 @@ public:
     SignalsHeldBack(const SignalsHeldBack&) = delete;
     SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
 
-    // Takes back what a write raised that did not write everything.
-    void discard() const {
-        constexpr timespec kNoWait{};
-        syscall(SYS_rt_sigtimedwait, &ours_, nullptr, &kNoWait, _NSIG / 8);
+    // Takes back what a write has raised: `number`, unless that was pending before.
+    void discard(int number) const {
+        if (sigismember(&ours_, number) == 1) {
+            constexpr timespec kNoWait{};
+            sigset_t raised;
+            sigemptyset(&raised);
+            sigaddset(&raised, number);
+            syscall(SYS_rt_sigtimedwait, &raised, nullptr, &kNoWait, _NSIG / 8);
+        }
     }
 
 private:
@@ -74,9 +79,11 @@ inline long write_once(int fd, const char* text, std::size_t size, bool may_be_p
     do {
         written = syscall(SYS_write, fd, text, size);
     } while (written < 0 && errno == EINTR);
-    if (written != static_cast<long>(size)) {
-        const ErrnoKept errno_kept;
-        signals.discard();
+    const ErrnoKept errno_kept;
+    if (written < 0 && errno == EFBIG) {
+        signals.discard(SIGXFSZ);
+    } else if (written < 0 ? errno == EPIPE : written != static_cast<long>(size) && may_be_pipe) {
+        signals.discard(SIGPIPE);  // also of a pipe whose reader left in the middle of the line
     }
     return written;
 }
