@@ -264,11 +264,12 @@ int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
 
 /**
  * Gives up administrator rights: takes the primary and the supplementary groups of a user, then its
- * identity, and drops all capabilities (not for "root"). A process without capabilities keeps the
- * supplementary groups that it has.
+ * identity, real, effective and saved, and drops all capabilities (not for "root"). A process that
+ * may not change groups keeps its supplementary ones if it has no capabilities or is that user
+ * already.
  * @param name  of the user.
  * @return 0; -1 for a user that is missing or unknown, -2 when the groups are refused, -3 when the
- *         identity is, or when a former identity or a capability would remain.
+ *         identity is, or when a capability would remain.
  * Threads: groups and identity change for the whole process. Capabilities that are ambient or to be
  * kept belong to a thread: with such, call it while there is one. Logs: error on failure, otherwise
  * information.

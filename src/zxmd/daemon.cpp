@@ -69,19 +69,17 @@ bool drop_capabilities() {
     return !has_capabilities();
 }
 
-// A plain user has no groups to give up.
-bool take_groups(const char* name, gid_t gid) {
-    return setgid(gid) == 0 &&
-           (initgroups(name, gid) == 0 || (errno == EPERM && !has_capabilities()));
+bool is_only(uid_t uid) {
+    uid_t uids[3];
+    return getresuid(&uids[0], &uids[1], &uids[2]) == 0 && std::ranges::count(uids, uid) == 3;
 }
 
-// No former identity is kept to go back to.
-bool is_only(uid_t uid, gid_t gid) {
-    uid_t uids[3];
-    gid_t gids[3];
-    return getresuid(&uids[0], &uids[1], &uids[2]) == 0 &&
-           getresgid(&gids[0], &gids[1], &gids[2]) == 0 && std::ranges::count(uids, uid) == 3 &&
-           std::ranges::count(gids, gid) == 3;
+// A plain user has no groups to give up, nor has one that is the wanted user already, whatever its
+// capabilities are for.
+bool take_groups(const char* name, uid_t uid, gid_t gid) {
+    return setresgid(gid, gid, gid) == 0 &&
+           (initgroups(name, gid) == 0 ||
+            (errno == EPERM && (is_only(uid) || !has_capabilities())));
 }
 
 const char* signal_text(int number) {
@@ -155,11 +153,12 @@ extern "C" int32_t zxmd_api_changeUser(const char* name) {
     }
     const uid_t uid = user->pw_uid;
     const gid_t gid = user->pw_gid;
-    if (!take_groups(user->pw_name, gid)) {
+    if (!take_groups(user->pw_name, uid, gid)) {
         ZX_LOG(error, "ERROR: can't change group id: setgid");
         return -2;
     }
-    if (setuid(uid) != 0 || !is_only(uid, gid) || (uid != 0 && !drop_capabilities())) {
+    // Real, effective and saved: no former identity is kept to go back to.
+    if (setresuid(uid, uid, uid) != 0 || (uid != 0 && !drop_capabilities())) {
         ZX_LOG(error, "ERROR: can't change user id: setuid");
         return -3;
     }

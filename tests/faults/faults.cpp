@@ -231,11 +231,11 @@ std::vector<Call> make_calls() {
         ZX_CALL(fcntl), ZX_CALL(fork), ZX_CALL(fstat), ZX_CALL(getrlimit), ZX_CALL(getsockopt),
         ZX_CALL(initgroups), ZX_CALL_AS(ioctl, keep_interface), ZX_CALL(lstat),
         ZX_CALL_AS(open, open_within), ZX_CALL(prctl), ZX_CALL(putenv), ZX_CALL(remove),
-        ZX_CALL(setenv), ZX_CALL(setgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
-        ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setuid), ZX_CALL(sigaction), ZX_CALL(signal),
-        ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall), ZX_CALL(sysconf),
-        ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync), ZX_CALL(read),
-        ZX_CALL(write), ZX_CALL(getresgid), ZX_CALL(getresuid), ZX_CALL(mkostemp),
+        ZX_CALL(setenv), ZX_CALL(setresgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
+        ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setresuid), ZX_CALL(sigaction),
+        ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall),
+        ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync),
+        ZX_CALL(read), ZX_CALL(write), ZX_CALL(getresuid), ZX_CALL(mkostemp),
         ZX_CALL_AS(rename, rename_within), ZX_CALL(statvfs));
     add({0, EACCES}, ZX_CALL(getcwd), ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
     add({-1, ECONNRESET}, ZX_CALL(recv), ZX_CALL(send));
