@@ -4,6 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
+[[ $# -eq 0 ]] || misused
 
 scripts/install-deps.sh build analyse
 jobs=$(nproc)

@@ -5,6 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
+[[ $# -eq 0 ]] || misused
 
 # Only the relay with its libraries, optimised no more than a demonstration needs. The warnings, which
 # stop a build, are chosen for other optimisation.
