@@ -1,4 +1,5 @@
 #include "zxnet.h"
+#include "zxtime.h"
 
 #include <gmock/gmock.h>
 #include <pthread.h>
@@ -245,6 +246,14 @@ TEST_F(NetTest, WaitsOnWhenSignalsComeInBetween) {
         }
         return zxnet_api_epollSend(full[0], "x", 1, timeout_ms);
     };
+    const auto receive_within = [&](timeval timeout) {
+        setsockopt(pair[0], SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        return zxnet_api_epollRecv(pair[0], buf, 9, ZXNET_NO_WAIT);
+    };
+    const auto poll_for_half_a_second = [&] {
+        const uint64_t start = zxtime_api_us();
+        return zxnet_api_poll(&record, 1, 500) == 0 && zxtime_api_us() - start < 850000 ? 0 : -1;
+    };
     const auto let_in = [&] { close(accept(server.fd, nullptr, nullptr)); };
     const struct {
         const char* call;
@@ -254,11 +263,17 @@ TEST_F(NetTest, WaitsOnWhenSignalsComeInBetween) {
     } cases[] = {
         {"poll", [&] { return zxnet_api_poll(&record, 1, 5000); }, 1, put},
         {"poll", [&] { return zxnet_api_poll(&record, 1, 100); }, 0, [] {}},
+        {"poll, a long handler", poll_for_half_a_second, 0, [] { usleep(500000); }},
         {"waitFd", [&] { return zxnet_api_waitFd(pair[0], 0); }, 1, put},
         {"waitFdTimeout", [&] { return zxnet_api_waitFdTimeout(pair[0], 0, 50); }, 1, put},
         {"waitfd_timeout", [&] { return zxepoll_waitfd_timeout(epfd, pair[0], 0, 5000); }, 0, put},
         {"epollRecv", [&] { return zxnet_api_epollRecv(pair[0], buf, 9, 5000); }, 1, put},
         {"epollRecv", [&] { return zxnet_api_epollRecv(pair[0], buf, 9, ZXNET_NO_WAIT); }, 1, put},
+        {"SO_RCVTIMEO",
+         [&] {
+             return receive_within({0, 50000});
+         },
+         ZXNET_IO_ERROR, [] {}},
         {"epollSend", [&] { return send_to_full(5000); }, 1, take},
         {"epollSend", [&] { return send_to_full(ZXNET_NO_WAIT); }, 1, take},
         {"socketConnect",

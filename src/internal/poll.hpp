@@ -1,6 +1,9 @@
 // What waits that look, sleep and look again have in common.
 #pragma once
 
+#include <sys/socket.h>
+#include <sys/time.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -21,13 +24,31 @@ inline void sleep_ms(std::uint32_t ms) {
     }
 }
 
-// What a system call gives when the signals that a handler takes in between are no end of it.
+// Microseconds that no change of the system's time moves.
+[[nodiscard]] inline std::int64_t steady_us() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * std::int64_t{1000000} + now.tv_nsec / 1000;
+}
+
+// What a call on a socket gives when the signals that a handler takes in between are no end of it.
+// `option` is SO_RCVTIMEO or SO_SNDTIMEO: a time-out of the socket itself, which begins again with
+// each call, counts from the first interruption.
 template <typename Call>
-auto uninterrupted(const Call& call) {
-    decltype(call()) result{};
-    do {
-        result = call();
-    } while (result < 0 && errno == EINTR);
+auto uninterrupted(int fd, int option, const Call& call) {
+    auto result = call();
+    for (std::int64_t end = -1; result < 0 && errno == EINTR; result = call()) {
+        if (end < 0) {
+            timeval timeout{};
+            socklen_t size = sizeof timeout;
+            getsockopt(fd, SOL_SOCKET, option, &timeout, &size);
+            const std::int64_t us = timeout.tv_sec * std::int64_t{1000000} + timeout.tv_usec;
+            end = us > 0 ? steady_us() + us : INT64_MAX;
+        } else if (steady_us() >= end) {
+            errno = EAGAIN;
+            break;
+        }
+    }
     return result;
 }
 

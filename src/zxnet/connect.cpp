@@ -57,7 +57,7 @@ std::int32_t connect_by(std::uint64_t start, std::uint64_t timeout_us, int fd, c
     std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
     int attempts = 0;
     // Linux goes on with a connect() that was interrupted when it is called again.
-    while (zx::uninterrupted([=] { return connect(fd, addr, len); }) != 0) {
+    while (zx::uninterrupted(fd, SO_SNDTIMEO, [=] { return connect(fd, addr, len); }) != 0) {
         ++attempts;
         if (timeout_us == 0 || timeout_us < zxtime_api_us() - start) {
             if (reports) {

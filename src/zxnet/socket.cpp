@@ -55,6 +55,25 @@ struct FdSets {
         limit = std::max(limit, fd + 1);
     }
 
+    // What select() gives when the signals that a handler takes in between are no end of it. The
+    // time of the handlers counts, too.
+    [[nodiscard]] int wait(timeval timeout) {
+        const std::int64_t end =
+            zx::steady_us() + timeout.tv_sec * std::int64_t{1000000} + timeout.tv_usec;
+        int ready = select(limit, &read, &write, &except, &timeout);
+        for (bool is_over = false; ready < 0 && errno == EINTR;) {
+            if (is_over) {
+                *this = {};
+                return 0;
+            }
+            const std::int64_t left = std::max<std::int64_t>(end - zx::steady_us(), 0);
+            is_over = left == 0;
+            timeout = {left / 1000000, left % 1000000};
+            ready = select(limit, &read, &write, &except, &timeout);  // the sets are as they were
+        }
+        return ready;
+    }
+
     [[nodiscard]] std::int16_t events_of(int fd) const {
         return static_cast<std::int16_t>((FD_ISSET(fd, &read) ? ZXNET_POLL_READ : 0) |
                                          (FD_ISSET(fd, &write) ? ZXNET_POLL_WRITE : 0) |
@@ -139,11 +158,7 @@ extern "C" int32_t zxnet_api_poll(pollfd_ctt* fds, uint32_t count, int32_t timeo
     if (sets.limit == 0) {
         return 0;
     }
-    timeval timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000L};
-    const int ready = zx::uninterrupted([&] {
-        // An interrupted select() leaves the sets alone, and in `timeout` what is left of it.
-        return select(sets.limit, &sets.read, &sets.write, &sets.except, &timeout);
-    });
+    const int ready = sets.wait({timeoutMs / 1000, timeoutMs % 1000 * 1000L});
     if (ready >= 0) {
         for (pollfd_ctt& record : records) {
             record.revents = record.fd >= 0 ? sets.events_of(record.fd) : std::int16_t{0};
@@ -186,7 +201,8 @@ extern "C" int32_t zxnet_api_epollRecv(int fd, void* buf, uint32_t len, uint32_t
             return result;
         }
     }
-    const ssize_t received = zx::uninterrupted([=] { return recv(fd, buf, size, 0); });
+    const ssize_t received =
+        zx::uninterrupted(fd, SO_RCVTIMEO, [=] { return recv(fd, buf, size, 0); });
     if (received < 0) {
         ZX_LOG(error, "recv error(%d): %d %s\n", fd, errno, std::strerror(errno));
         return ZXNET_IO_ERROR;
@@ -213,7 +229,8 @@ extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, ui
             return result;
         }
     }
-    const ssize_t sent = zx::uninterrupted([=] { return send(fd, buf, size, MSG_NOSIGNAL); });
+    const ssize_t sent =
+        zx::uninterrupted(fd, SO_SNDTIMEO, [=] { return send(fd, buf, size, MSG_NOSIGNAL); });
     if (sent < 0) {
         ZX_LOG(error, "send error(%d): %d %s\n", fd, errno, std::strerror(errno));
         return ZXNET_IO_ERROR;
