@@ -95,10 +95,12 @@ int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len);
  * The bytes are written to the side file "<path>_tmp", which is then copied over `path` with the
  * cp command and removed. Both files have reached the disk by then. For a moment both take up room.
  *
- * `path` always holds the old content or the new one, whole. It is left alone, and the side file is
- * removed, when there is no room for the side file or for the copy. A copy that breaks off in spite
- * of that leaves the side file in the place of `path`, with its owner and its permissions as far as
- * they can be given; one that did not begin leaves the side file where it is.
+ * After the call `path` holds the old content or the new one, whole. While cp runs, a reader may
+ * see a part; a machine or a program that goes down then leaves the whole content in the side file.
+ * It is left alone, and the side file is removed, when there is no room for the side file or for
+ * the copy. A copy that breaks off in spite of that leaves the side file in the place of `path`,
+ * with its owner and its permissions as far as they can be given; one that did not begin leaves the
+ * side file where it is. A link stays, unless a copy breaks off on another disk than the link's.
  *
  * @param path  fit for a command (see above), at most 247 characters.
  * @param buf   `len` bytes, writable as for zxmd_api_write().

@@ -115,14 +115,16 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     EXPECT_EQ(content(path), "0123");
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
 
-    put("file", "old");
-    fs::permissions(path, fs::perms::owner_read);
+    fs::permissions(put("target", "old"), fs::perms::owner_read);
+    fs::remove(path);
+    fs::create_symlink("target", path);
     g_breaks_copies = true;
     EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), -1);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]inner error:cmd [" + copy + "] failed"));
     g_breaks_copies = false;
     EXPECT_EQ(content(path), "0123") << "the copy emptied it and broke off";
     EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read);
+    EXPECT_TRUE(fs::is_symlink(path));
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
 
     g_commands.clear();

@@ -1,6 +1,7 @@
 #include "zxmd.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
@@ -59,12 +61,16 @@ bool is_same(const struct stat& one, const struct stat& other) {
 }
 
 // Puts the side file in the place of a file that the copy broke off in, readable for nobody else.
+// It takes the place of a link only where the file itself stands on another disk.
 void rescue(const char* side, const char* path, const struct stat& old) {
     if (old.st_ino != 0) {
         [[maybe_unused]] const int owned = chown(side, old.st_uid, old.st_gid);
         chmod(side, old.st_mode & kPermissions);
     }
-    std::rename(side, path);
+    char real[PATH_MAX];
+    if (realpath(path, real) == nullptr || std::rename(side, real) != 0) {
+        std::rename(side, path);
+    }
 }
 
 }  // namespace
