@@ -1,4 +1,5 @@
 // The process itself: daemon, worker of a watchdog, user.
+#include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
 #include <pwd.h>
@@ -33,6 +34,17 @@ void leave_parent(zx::Caller caller = {}) {
     }
     if (pid > 0) {
         std::exit(0);
+    }
+}
+
+// A daemon may be started without a standard error. The log would take for it what is opened next.
+void occupy_standard_error() {
+    int fd = STDIN_FILENO;
+    while (fd >= 0 && fd < STDERR_FILENO) {
+        fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    }
+    if (fd > STDERR_FILENO) {  // it was there
+        close(fd);
     }
 }
 
@@ -99,6 +111,7 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
     setsid();
     leave_parent();
     umask(kUmask);
+    occupy_standard_error();
     // The log without a file keeps standard error: this takes its copy, which a line would do too
     // late.
     (void)zxlog_innerapi_logTime();
