@@ -239,8 +239,9 @@ const char* zxlog_api_curDTime(const char* fmt);
  *
  * @param us             the duration.
  * @param out            large enough for the caller's formats; NULL: nothing is done.
- * @param fmtBelowSecond trusted; used below one second, for the microseconds (int).
- * @param fmtSeconds     trusted; used otherwise, for seconds, milliseconds and microseconds (ints).
+ * @param fmtBelowSecond trusted, not NULL; used below one second, for the microseconds (int).
+ * @param fmtSeconds     trusted, not NULL; used otherwise, for seconds, milliseconds and
+ *                       microseconds (ints).
  * @return `out`.
  */
 char* zxlog_api_us2time(uint64_t us, char* out, const char* fmtBelowSecond, const char* fmtSeconds);
