@@ -43,10 +43,10 @@ function(zx_add_test name)
     if(arg_LONG)
         set(cost 10)
     endif()
-    gtest_discover_tests(${name}_test PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+    gtest_discover_tests(${name}_test PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 600 DISCOVERY_TIMEOUT 300)
     foreach(cpu IN LISTS arg_CPU)
         gtest_discover_tests(${name}_test TEST_PREFIX ${cpu}. TEST_LIST ${name}_${cpu}
-                             PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 120 ENVIRONMENT ZX_CPU=${cpu}
-                             DISCOVERY_TIMEOUT 60)
+                             PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 600 ENVIRONMENT ZX_CPU=${cpu}
+                             DISCOVERY_TIMEOUT 300)
     endforeach()
 endfunction()

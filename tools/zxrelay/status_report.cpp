@@ -12,7 +12,7 @@ namespace relay {
 namespace {
 
 constexpr std::size_t kRowSize = 580 + 128;  // as zxmem_api_info() asks for it, with a file's name
-constexpr std::size_t kTableSize = 700 + 1;
+constexpr std::size_t kTableSize = 1024;
 constexpr std::size_t kSpareRows = 4096;
 
 constexpr std::string_view kRowBegin = "<tr>";
