@@ -1,6 +1,6 @@
-// Decodes, dumps and filters any bytes as a frame, of which no more than the contract asks for can
-// be read, into a record behind which nothing can be written. What comes of it is compared with a
-// plain model, to the last byte of the record and the last line.
+// Decodes, dumps and filters any bytes as a frame. No more of them can be read than the contract
+// asks for, and nothing can be written after the record. The record, to its last byte, and the log,
+// to its last line, are compared with those of a plain model.
 #include <arpa/inet.h>
 
 #include <array>

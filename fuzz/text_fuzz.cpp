@@ -164,33 +164,15 @@ void check_letters(GuardedMemory& out, const std::string& text, const char* plac
     require(letters(zxstr_api_outULetters) == capitals, "capitals");
 }
 
-void check_unit(GuardedMemory& out, std::uint64_t value) {
-    constexpr const char* kUnits[] = {"B", "KB", "MB", "GB"};
-    std::size_t unit = 0;
-    while (unit < 3 && value >= 1024ULL << 10U * unit) {
-        ++unit;
-    }
-    const std::uint64_t whole = value >> 10U * unit;
-    const std::uint64_t fraction = unit == 0 ? 0 : value >> 10U * (unit - 1) & 1023U;
-    std::string text = std::to_string(whole);
-    if (fraction > 0) {
-        text += '.';
-        text += std::to_string(100 + fraction * 100 / 1024).substr(1);
-    }
-    text += kUnits[unit];
-    require(zxt_innerapi_bit2str_64(out.old_text(ZXT_UNIT_SIZE), value, 0) == text, "an amount");
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static GuardedMemory texts(kMaxText + 1);
     static GuardedMemory out(kMaxText * 24);
 
-    // A size, an amount, two short texts and a long one.
+    // A size, two short texts and a long one.
     Input input({data, std::min(size, kMaxText)});
     const auto room = input.take<std::int8_t>();
-    check_unit(out, input.take<std::uint64_t>() >> input.take_below(64));
     const std::string part = input.take_line(16);
     const std::string with = input.take_line(16);
     const std::string text = input.take_text(kMaxText);

@@ -306,8 +306,8 @@ int32_t zxframe_innerapi_filterFrameByIp(void* context, const frame_filter_ctt* 
 /* ----------------------------------- questions about a decoded record -- */
 
 /*
- * The answer is 1 or 0, and 0 for a missing argument, for which an error is logged. An address text
- * that is no address matches nothing. After zxframe_api_buildTcpAck() and
+ * The answer is 1 or 0, and 0 for a missing argument, for which an error is logged. A text that
+ * inet_addr() refuses matches nothing. After zxframe_api_buildTcpAck() and
  * zxframe_api_buildTcpData() the record's addresses are in the other byte order and match nothing
  * that they should.
  */
@@ -366,8 +366,8 @@ int32_t zxframe_api_isTcp_sTod_data(const ether_ctt* pether_ctt, const char* fil
 /*
  * The builders write headers and return a length; payload bytes are never copied into the frame.
  * What they build is decoded into the record again, so its texts and the dump are those of the
- * built frame, unless stated. An address text that is no address becomes 255.255.255.255, as a NULL
- * one does in zxframe_api_buildArp(); elsewhere a NULL text is refused.
+ * built frame, unless stated. An address text that inet_addr() refuses becomes 255.255.255.255, as
+ * a NULL one does in zxframe_api_buildArp(); elsewhere a NULL text is refused.
  */
 
 /**

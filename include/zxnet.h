@@ -160,7 +160,7 @@ int32_t zxnet_api_isVaildMac(const char* text);
  * "01:00:5e:ff:01:01".
  *
  * @param out    #ZXNET_MAC_TEXT_SIZE bytes that hold a text already: its bytes are cleared.
- * @param group  as inet_addr() reads it; what is no address counts as 255.255.255.255.
+ * @param group  as inet_addr() reads it; a text that it refuses counts as 255.255.255.255.
  * @return the number of characters; 0 for a NULL argument.
  * Logs: error for a NULL argument.
  */

@@ -1,6 +1,7 @@
 #include "zxt.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,7 +33,8 @@ static_assert(sizeof kSilently - 1 == ZXT_CMD_ROOM);
 int make_output() {
     char own[] = "/tmp/zxcmd_info_XXXXXX";
     const int fd = mkostemp(own, O_CLOEXEC);
-    if (fd >= 0 && rename(own, kOutputPath) != 0) {
+    // The shell opens the file by its name, which any umask has to allow.
+    if (fd >= 0 && (fchmod(fd, 0600) != 0 || rename(own, kOutputPath) != 0)) {
         const int code = errno;
         unlink(own);
         close(fd);

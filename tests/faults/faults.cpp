@@ -242,8 +242,8 @@ std::vector<Call> make_calls() {
         ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setresuid), ZX_CALL(sigaction),
         ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall),
         ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync),
-        ZX_CALL(read), ZX_CALL(write), ZX_CALL(mkostemp), ZX_CALL_AS(rename, rename_within),
-        ZX_CALL(statvfs));
+        ZX_CALL(read), ZX_CALL(write), ZX_CALL(mkostemp), ZX_CALL(fchmod),
+        ZX_CALL_AS(rename, rename_within), ZX_CALL(statvfs));
     add({0, EACCES}, ZX_CALL(getcwd), ZX_CALL(getpwnam), ZX_CALL(popen), ZX_CALL(realpath));
     add({-1, ECONNRESET}, ZX_CALL(recv), ZX_CALL(send));
     add({-1, ENODEV}, ZX_CALL(setsockopt));

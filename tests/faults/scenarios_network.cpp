@@ -56,7 +56,10 @@ ZX_SCENARIO(epoll_one) {
     shutdown(far.get(), SHUT_RDWR);
     return Said{zxepoll_waitfd_timeout(epfd, fd.get(), ZXEPOLL_WAIT_READ, 100),
                 zxepoll_waitfd_timeout(epfd, near.get(), ZXEPOLL_WAIT_READ, 100),
-                zxepoll_close(&epfd), epfd};
+                zxepoll_add(epfd, fd.get(), EPOLLIN),
+                zxepoll_waitfd_timeout_noopt(epfd, fd.get(), ZXEPOLL_WAIT_READ, 100),
+                zxepoll_close(&epfd),
+                epfd};
 }
 
 ZX_SCENARIO(polls) {
@@ -72,6 +75,14 @@ ZX_SCENARIO(exchange) {
     char data[2000] = "";
     return Said{zxnet_api_epollSend2(near.get(), data, sizeof data, 20),
                 zxnet_api_epollRecv(far.get(), data, sizeof data, 20)};
+}
+
+ZX_SCENARIO(short_exchange) {
+    const auto [near, far] = stream_pair();
+    char data[8] = "";
+    return Said{zxnet_api_epollSend(near.get(), data, sizeof data, 20),
+                zxnet_api_epollSend3(near.get(), data, sizeof data),
+                zxnet_api_epollRecv3(far.get(), data, sizeof data)};
 }
 
 // A listening socket, and its address.

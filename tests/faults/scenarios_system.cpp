@@ -1,6 +1,7 @@
 // Files, commands, processes, limits, facts about the host, the clock.
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,9 +30,12 @@ std::string content_of(const char* name) {
 ZX_SCENARIO(files) {
     const std::string path = in_directory("file");
     char text[] = "hello";
-    char out[16] = "?", all[16] = "?";
-    return Said{zxmd_api_write(path.c_str(), text, 5, "w"), text,
-                zxmd_api_read(path.c_str(), out, sizeof out), out,
+    char out[16] = "?", same[16] = "?", all[16] = "?";
+    return Said{zxmd_api_write(path.c_str(), text, 5, "w"),
+                text,
+                zxmd_api_read(path.c_str(), out, sizeof out),
+                out,
+                zxmd_api_read2(path.c_str(), same, sizeof same),
                 zxmd_api_read3(path.c_str(), all, sizeof all)};
 }
 
@@ -157,7 +161,7 @@ ZX_SCENARIO(user) {
 }
 
 ZX_SCENARIO(limits) {
-    return Said{zxmd_api_setUlimit()};
+    return Said{zxmd_api_setUlimit(), zxmd_api_setRlimit(RLIMIT_CORE, "cores")};
 }
 
 // ------------------------------------------------------------------------ host
@@ -165,9 +169,13 @@ ZX_SCENARIO(limits) {
 ZX_SCENARIO(host) {
     char library[] = "libfaulty";
     char tree[256];
-    return Said{zxmd_api_getCpuNum() > 0, zxmd_api_isInstallByBin("sh"),
-                zxmd_api_setCpuFreq(0),   zxmd_api_pstree(1, tree, sizeof tree) >= 0,
-                zxmd_api_getDecEncMode(), zxmd_api_isConflictLib(library, "1", "1")};
+    return Said{zxmd_api_getCpuNum() > 0,
+                zxmd_api_isInstallByBin("sh"),
+                zxmd_api_isInstall("sh"),
+                zxmd_api_setCpuFreq(0),
+                zxmd_api_pstree(1, tree, sizeof tree) >= 0,
+                zxmd_api_getDecEncMode(),
+                zxmd_api_isConflictLib(library, "1", "1")};
 }
 
 ZX_SCENARIO(tunables) {
