@@ -398,13 +398,13 @@ class Soak:
         freed = [line for line in lines if b"Toal memry leak:" in line]
         return [
             ("log files, lines", f"{len(names)}, {len(lines)}", "", True),
-            ("lines cut by the full disk", len(cut), f"each before a report of lost lines: {reported}",
+            ("lines cut by the full disk", len(cut), f"followed by a report of lost lines: {reported}",
              len(cut) == reported),
-            ("lines lost, as the log says", lost, "above 0 when the disk was full",
+            ("lines lost, according to the log", lost, "above 0 when the disk was full",
              (lost > 0) == bool(self.full_times)),
-            ("connections without a line", missing, "the lines lost, 3 for each kill",
+            ("connections without a log line", missing, "lines lost, plus 3 for each kill",
              missing <= lost + 3 * len(self.kills)),
-            ("buffers held at the end", freed[-1].split(b":")[-1].decode() if freed else "not logged",
+            ("buffers in use at the end", freed[-1].split(b":")[-1].decode() if freed else "not logged",
              "0 byte", bool(freed) and freed[-1].endswith(b":0 byte")),
         ]
 
@@ -430,21 +430,21 @@ class Soak:
         c, kills = self.counts, len(self.kills)
         rows = [
             ("packets sent", c["packets_sent"], "", c["packets_sent"] > self.end * RATE * 0.9),
-            ("packets that three readers got", c["reader packets"], "all but the gaps of kills",
+            ("packets received by the three readers", c["reader packets"], "all but those lost after kills",
              c["reader packets"] + c["reader missing"] + c["gaps of kills"] > 2.9 * self.end * RATE * 0.9),
-            ("missing for readers", c["reader missing"], f"counted as dropped: {c['reader counted']}",
+            ("packets missing for the three readers", c["reader missing"], f"counted as dropped: {c['reader counted']}",
              c["reader missing"] <= c["reader counted"]),
-            ("gaps of kills, in packets", c["gaps of kills"], f"{BACK} s for each reader and kill",
+            ("packets lost after kills", c["gaps of kills"], f"{BACK} s for each reader and kill",
              c["gaps of kills"] <= 3 * kills * BACK * RATE),
-            ("missing for stallers", c["staller missing"], f"counted as dropped: {c['staller counted']}",
+            ("packets missing for clients that stalled", c["staller missing"], f"counted as dropped: {c['staller counted']}",
              0 < c["staller missing"] <= c["staller counted"]),
-            ("packets that shifted clients got", c["shifted packets"], "one jump back each at most",
+            ("packets received by shifted clients", c["shifted packets"], "at most one jump back each",
              0 < c["shifted jumps"] <= c["shifted turns"]),
-            ("missing for shifted clients", c["shifted missing"], "0", c["shifted missing"] == 0),
-            ("clients that took nothing, disconnected", c["dead ones disconnected"], "", True),
-            ("clients that vanished, sent garbage", f"{c['vanished']}, {c['garbage turns']}", "",
+            ("packets missing for shifted clients", c["shifted missing"], "0", c["shifted missing"] == 0),
+            ("disconnected clients that accepted no data", c["dead ones disconnected"], "", True),
+            ("clients that vanished, clients that sent garbage", f"{c['vanished']}, {c['garbage turns']}", "",
              c["vanished"] > 0 and c["garbage turns"] > 0),
-            ("workers killed, slowest new one", f"{kills}, {max(self.restarts_ms, default=0)} ms", f"{BACK} s",
+            ("workers killed, slowest restart", f"{kills}, {max(self.restarts_ms, default=0)} ms", f"{BACK} s",
              max(self.restarts_ms, default=0) < BACK * 1000),
             ("exit code of the relay", self.supervisor.returncode, "0", self.supervisor.returncode == 0),
         ]
