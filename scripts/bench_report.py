@@ -162,10 +162,10 @@ def head(results):
     context, repetitions = first["context"], first["benchmarks"][0]["repetitions"]
     name, flags, compiler = machine()
     return [f"{context['date'][:10]}: {name}, {context['num_cpus']} processors ({flags}); {compiler}. "
-            f"Medians of {repetitions} repetitions in random order. Times are those of a call, and "
-            "processor times where a call does not wait. The share of `memcpy` is that of the bytes a "
-            "second of a copy of the same size, which writes as much as it reads. Instructions are not "
-            "counted: Debian's Google Benchmark has no performance counters.", ""]
+            f"Medians of {repetitions} repetitions in random order. Each time is that of one call; it "
+            "is processor time if the call does not wait. The last column compares the bytes per second "
+            "with those of a `memcpy` of the same size. Instructions are not counted, because Debian's "
+            "Google Benchmark has no performance counters.", ""]
 
 
 def main(directory):
