@@ -1,4 +1,4 @@
-/* The SHA-1 digest of a text, and of a message that comes in pieces. */
+/* Makes the SHA-1 digest of a text, and of a message that comes in pieces. */
 #include <sha1.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,7 +10,7 @@ int main(void) {
         return EXIT_FAILURE;
     }
     puts(text);
-    free(text); /* the C library's */
+    free(text); /* allocated with malloc() */
 
     static const char* const kPieces[] = {"a", "b", "c"};
     SHA1Context context;

@@ -1,4 +1,4 @@
-/* Encrypts and decrypts a message with AES-128 in CBC, in one call and with an IV of its own. */
+/* Encrypts a message with AES-128 in CBC: in one call with a zero IV, and with an IV of our own. */
 #include <stdio.h>
 #include <string.h>
 #include <zxaes.h>
@@ -18,7 +18,7 @@ int main(void) {
     uint8_t secret[sizeof message];
     uint8_t plain[sizeof message];
 
-    /* Every such message starts with an IV of zeros. */
+    /* These calls start every message with an IV of zeros. */
     if (zxaes_api_done(ZXAES_ENCRYPT, ZXAES_CBC, message, secret, sizeof message, kKey,
                        sizeof kKey) != 1 ||
         zxaes_api_done(ZXAES_DECRYPT, ZXAES_CBC, secret, plain, sizeof secret, kKey, sizeof kKey) !=
@@ -28,7 +28,7 @@ int main(void) {
     show("zero IV", secret, sizeof secret);
     printf("back: %s\n", (const char*)plain);
 
-    /* An IV of its own, which goes on from call to call. */
+    /* With an IV of our own, which each call updates for the next one. */
     uint8_t iv[ZXAES_BLOCK_SIZE] = {1};
     zxaes_ctt context;
     zxaes_innerapi_setEncKey(&context, kKey, 8 * sizeof kKey);
@@ -36,6 +36,6 @@ int main(void) {
     zxaes_innerapi_cryptCBC(&context, ZXAES_ENCRYPT, ZXAES_BLOCK_SIZE, iv,
                             message + ZXAES_BLOCK_SIZE, secret + ZXAES_BLOCK_SIZE);
     show("own IV ", secret, sizeof secret);
-    explicit_bzero(&context, sizeof context); /* it holds the key */
+    explicit_bzero(&context, sizeof context); /* it contains the key */
     return 0;
 }

@@ -1,5 +1,5 @@
-// Passes messages to a worker with zxcommon.hpp: what is made is freed, what is taken is given
-// back.
+// Passes messages to a worker with the classes of zxcommon.hpp, which free what they make and
+// release what they lock.
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -17,10 +17,10 @@ struct Printer {
     zxcommon::Fifo fifo{256, "messages"};
     zxcommon::Lock lock{"printed"};
     int printed = 0;                                  // guarded by the lock
-    zxcommon::Thread worker{"printer", &work, this};  // last: it uses what stands before
+    zxcommon::Thread worker{"printer", &work, this};  // last: it uses the members before it
 };
 
-// False when there is no room: a FIFO would overwrite what was not read yet.
+// Returns false if there is no room: a full FIFO would overwrite messages that were not read yet.
 bool print(Printer& printer, std::string_view text) {
     const auto size = static_cast<int>(text.size());
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
@@ -32,17 +32,17 @@ void print_waiting(Printer& printer) {
     std::array<std::uint8_t, 64> room;
     while (printer.fifo.used() > 0) {
         const int length = printer.fifo.message_out(room);
-        if (length < 0) {  // larger than expected: what follows cannot be told apart
+        if (length < 0) {  // too long: the boundaries of the following messages are lost
             printer.fifo.reset();
             return;
         }
         std::printf("printed: %.*s\n", length, reinterpret_cast<const char*>(room.data()));
-        const zxcommon::LockGuard guard(printer.lock);  // remembers this function and line
+        const zxcommon::LockGuard guard(printer.lock);  // records this function and line
         ++printer.printed;
     }
 }
 
-// Not "is it to run": a stop may follow before this thread looks.
+// Tests for "starting" instead of "run", because a stop may come before this thread sees "run".
 bool is_starting(zxthread_ctt* thread) {
     const zxcommon::StateGuard guard(thread);
     return thread->state == ZXTHREAD_STATE_STARTING;

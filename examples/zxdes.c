@@ -1,4 +1,5 @@
-/* Encrypts and decrypts a block with DES, and with Triple DES, for gear that knows nothing else. */
+/* Encrypts and decrypts a block with DES and Triple DES, for equipment that supports nothing else.
+ */
 #include <stdio.h>
 #include <string.h>
 #include <zxdes.h>
@@ -12,7 +13,7 @@ static int show(const char* name, const uint8_t* key, uint8_t key_length) {
     uint8_t plain[sizeof kBlock];
     if (zxdes_api_done(kEncrypt, kBlock, secret, sizeof kBlock, key, key_length) != 1 ||
         zxdes_api_done(kDecrypt, secret, plain, sizeof secret, key, key_length) != 1) {
-        return 0; /* lengths are whole blocks, keys have 8 bytes or more */
+        return 0; /* the length must be whole blocks, the key at least 8 bytes */
     }
     printf("%s: ", name);
     for (size_t i = 0; i < sizeof secret; ++i) {

@@ -1,9 +1,10 @@
-/* Takes settings from the environment, with defaults. */
+/* Reads settings from the environment, with defaults. */
 #include <stdio.h>
 #include <zxenv.h>
 
 int main(void) {
-    if (zxenv_api_set("EXAMPLE_PORT", "8080", 0) != 1) { /* 0: what the user set stays */
+    if (zxenv_api_set("EXAMPLE_PORT", "8080", 0) !=
+        1) { /* 0: keep the value that the user has set */
         return 1;
     }
     printf("port: %s\n", zxenv_api_get("EXAMPLE_PORT", "80"));

@@ -1,4 +1,4 @@
-/* Watches a set of pipes, and is called back for those that can be read. */
+/* Watches a set of pipes, and calls a function for each one that can be read. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>

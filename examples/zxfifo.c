@@ -17,7 +17,7 @@ static void* produce(void* argument) {
     for (size_t i = 0; i < sizeof kMessages / sizeof kMessages[0]; ++i) {
         const int32_t length = (int32_t)strlen(kMessages[i]);
         while (zxfifo_api_blockSizeLeft(fifo) < length + ZXFIFO_PREFIX_SIZE) {
-            pause_ms(1); /* a full FIFO would overwrite what was not read yet */
+            pause_ms(1); /* a full FIFO would overwrite messages that were not read yet */
         }
         zxfifo_api_blockLenIn(fifo, kMessages[i], length);
     }
@@ -34,12 +34,12 @@ int main(void) {
     char message[16] = "";
     while (strcmp(message, "end") != 0) {
         if (zxfifo_api_blockSizeUsed(fifo) == 0) {
-            pause_ms(1); /* an empty FIFO would give stale bytes */
+            pause_ms(1); /* an empty FIFO would return stale bytes */
             continue;
         }
         const int32_t length =
             zxfifo_api_blockLenOut1(fifo, message, sizeof message - 1, __func__, __LINE__);
-        if (length < 0) { /* larger than expected: what follows cannot be told apart any more */
+        if (length < 0) { /* too long: the boundaries of the following messages are lost */
             zxfifo_api_blockReset(fifo);
             continue;
         }
@@ -48,6 +48,6 @@ int main(void) {
     }
     pthread_join(thread, NULL);
     zxfifo_api_blockDeinit(&fifo);
-    fifo = NULL; /* the call leaves the pointer as it is */
+    fifo = NULL; /* the call does not clear the pointer */
     return EXIT_SUCCESS;
 }

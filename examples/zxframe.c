@@ -1,4 +1,4 @@
-/* Builds a UDP frame, as a packet socket would send it, then decodes it and prints what it says. */
+/* Builds a UDP frame that a packet socket could send, decodes it and prints its fields. */
 #include <arpa/inet.h>
 #include <stdio.h>
 #include <string.h>
@@ -6,11 +6,11 @@
 #include <zxlog.h>
 #include <zxstr.h>
 
-/* The decoder takes no length: a frame lies in a buffer of this size, with zeros after it. */
+/* The decoder takes no length: it needs a buffer of this size, with zeros after the frame. */
 static uint8_t frame[ZXFRAME_READABLE];
-static ether_ctt record; /* 48 KiB: not for the stack */
+static ether_ctt record; /* 48 KiB: too large for some stacks */
 
-/* The length of the frame; -1 when it could not be built. */
+/* Returns the length of the frame, or -1 if it could not be built. */
 static int32_t build(const char* payload) {
     ether_pkt request = {.source = 5000, .dest = 5004};
     zxstr_api_lcpy(request.str_source_mac, "02:00:00:00:00:01", ZXFRAME_NAME_SIZE);
@@ -21,21 +21,21 @@ static int32_t build(const char* payload) {
     memset(&record, 0, sizeof record);
     record.data_len = (uint16_t)zxstr_api_lcpy((char*)record.data, payload, 256);
     const int32_t length = zxframe_api_buildUdp(&record, &request, frame);
-    if (length > 0) { /* the builder writes the headers */
+    if (length > 0) { /* the builder writes only the headers */
         memcpy(frame + length - record.data_len, record.data, record.data_len);
     }
     return length;
 }
 
 int main(void) {
-    zxlog_api_setLoglevel(0); /* field dumps go to the log */
+    zxlog_api_setLoglevel(0); /* 0: no field dumps in the log */
     const int32_t length = build("hello");
     if (length < 0) {
         return 1;
     }
     printf("a frame of %d bytes\n", length);
 
-    memset(&record, 0, sizeof record); /* what a frame does not have keeps its old value */
+    memset(&record, 0, sizeof record); /* a field that the frame lacks keeps its old value */
     zxframe_api_doFrame(&record, frame);
     char source[INET_ADDRSTRLEN];
     char dest[INET_ADDRSTRLEN];

@@ -1,4 +1,4 @@
-/* Receives frames from a packet socket, which a privileged user may open, and decodes them. */
+/* Receives frames from a packet socket and decodes them. Opening the socket needs privileges. */
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
@@ -13,10 +13,10 @@
 #include <zxlog.h>
 #include <zxnet.h>
 
-static uint8_t frame[65536 + ZXFRAME_READABLE]; /* the longest, and what the decoder may read */
-static frame_filter_ctt filter;                 /* 48 KiB: not for the stack */
+static uint8_t frame[65536 + ZXFRAME_READABLE]; /* the longest frame, and zeros for the decoder */
+static frame_filter_ctt filter;                 /* 48 KiB: too large for some stacks */
 
-/* A socket that gets every frame of an interface; -1 with `errno` set. */
+/* Opens a socket that gets every frame of an interface. Returns -1 with `errno` set on failure. */
 static int open_on(const char* interface) {
     struct sockaddr_ll address = {.sll_family = AF_PACKET, .sll_protocol = htons(ETH_P_ALL)};
     address.sll_ifindex = (int)if_nametoindex(interface);
@@ -28,7 +28,7 @@ static int open_on(const char* interface) {
     return fd;
 }
 
-/* So that something comes: a datagram to ourselves. */
+/* Sends a datagram to this machine, so that there is a frame to receive. */
 static void send_hello(uint16_t port) {
     struct sockaddr_in address = {.sin_family = AF_INET, .sin_port = htons(port)};
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -38,7 +38,7 @@ static void send_hello(uint16_t port) {
 }
 
 int main(void) {
-    zxlog_api_setLoglevel(0); /* or every UDP frame is dumped, at every other level */
+    zxlog_api_setLoglevel(0); /* at every other level, each UDP frame is dumped */
     const int fd = open_on("lo");
     if (fd < 0) {
         puts("no packet socket: that takes CAP_NET_RAW");
@@ -53,8 +53,8 @@ int main(void) {
             printf("no frame: %d\n", size);
             break;
         }
-        memset(frame + size, 0, ZXFRAME_READABLE); /* no rest of the frame before */
-        filter.frame.tcp.option_count = 0;         /* options are appended */
+        memset(frame + size, 0, ZXFRAME_READABLE); /* clear what is left of the previous frame */
+        filter.frame.tcp.option_count = 0;         /* or the options are appended */
         if (zxframe_api_filterFrame(NULL, frame, &filter) == 1) {
             const ether_ctt* const found = &filter.frame;
             printf("UDP to port %d: %d bytes\n", found->udp.dest, found->data_len);

@@ -1,4 +1,4 @@
-/* Reads a setting out of a JSON text, with checks, and writes an answer. */
+/* Reads settings from a JSON text, with checks, and prints another JSON text. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <zxjson.h>
@@ -6,7 +6,7 @@
 int main(void) {
     cJSON* const request = cJSON_Parse("{\"channel\":7,\"tags\":[\"news\",\"live\"]}");
     const cJSON* const channel = cJSON_GetObjectItemCaseSensitive(request, "channel");
-    if (!cJSON_IsNumber(channel)) { /* also for a text that is no JSON */
+    if (!cJSON_IsNumber(channel)) { /* also true if the text is not valid JSON */
         fputs("no channel is given\n", stderr);
         cJSON_Delete(request);
         return EXIT_FAILURE;
@@ -25,7 +25,7 @@ int main(void) {
     }
     cJSON_Delete(answer);
     if (text == NULL) {
-        return EXIT_FAILURE; /* memory is short */
+        return EXIT_FAILURE; /* out of memory */
     }
     puts(text);
     cJSON_free(text);

@@ -1,11 +1,11 @@
-/* Who holds this lock? Lists the locks of the process while a thread holds one of them. */
+/* Lists the locks of the process and their holders, while a thread holds one of the locks. */
 #include <pthread.h>
 #include <semaphore.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <zxlock.h>
 
-static zxlock_ctt streams; /* zero bytes before it is made: static, or part of a record */
+static zxlock_ctt streams; /* must be zero bytes before zxlock_api_init() */
 static zxlock_ctt users;
 static sem_t taken;
 static sem_t seen;
@@ -15,16 +15,16 @@ static void* update_streams(void* argument) {
         return argument;
     }
     sem_post(&taken);
-    sem_wait(&seen); /* a lock that is held for long */
+    sem_wait(&seen); /* keeps the lock for a long time */
     zxlock_api_release(&streams, __func__, __LINE__);
     return argument;
 }
 
-/* Nothing guards a reader: no lock is made, torn down or taken meanwhile. */
+/* Nothing guards the table: no other thread may make, tear down or take a lock meanwhile. */
 static void list_locks(void) {
     for (int i = 0; i < ZXLOCK_LIST_SIZE; ++i) {
         const zxlocklist_entry_ctt* const entry = &zxlocklist_ctt[i];
-        if (entry->used == 1) { /* names and holders may fill their fields: bound the print */
+        if (entry->used == 1) { /* the texts may have no NUL: bound them */
             printf("%.*s: %.*s\n", ZXLOCK_NAME_SIZE, entry->lock->name, ZXLOCK_HOLDER_SIZE,
                    entry->lock->holder);
         }

@@ -1,4 +1,4 @@
-/* Logs to a file, with lines of the program's own in the library's format. */
+/* Logs to a file, with lines of its own in the format of the library. */
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -7,7 +7,7 @@
 
 enum { kError = 1, kWarning, kNotice, kInfo, kDebug };
 
-/* Asks first whether the line is wanted, so that one that is not costs next to nothing. */
+/* First checks whether the line is wanted, because that is faster than formatting it. */
 ZXLOG_PRINTF(3, 4)
 static void say(uint32_t level, const char* tag, const char* fmt, ...) {
     if (zxlog_api_getLoglevel() < level || zxlog_api_strCasestrNum(strfilterTags, tag, 1, 1) != 0) {

@@ -8,13 +8,13 @@
 static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 static int write_and_read(const char* path) {
-    char settings[] = "channel=7\n"; /* writable, as the call wants it */
+    char settings[] = "channel=7\n"; /* not const: the call may write to it */
     const int32_t length = (int32_t)strlen(settings);
     if (zxmd_api_write(path, settings, (uint32_t)length, "w") != length) {
-        return 0; /* the log says why it could not be opened */
+        return 0; /* the log gives the reason */
     }
     char text[64];
-    const int32_t size = zxmd_api_read3(path, text, sizeof text); /* never terminated */
+    const int32_t size = zxmd_api_read3(path, text, sizeof text); /* adds no NUL */
     if (size != length) {
         return 0;
     }

@@ -1,4 +1,4 @@
-/* Receives datagrams on loopback, with a timeout, and knows what every result means. */
+/* Receives datagrams on loopback with a timeout, and handles every result. */
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <stdio.h>
@@ -29,7 +29,7 @@ static void receive(int fd) {
 int main(void) {
     const int in = socket(AF_INET, SOCK_DGRAM, 0);
     const int out = socket(AF_INET, SOCK_DGRAM, 0);
-    struct sockaddr_in address = {.sin_family = AF_INET}; /* any port that is free */
+    struct sockaddr_in address = {.sin_family = AF_INET}; /* port 0: any free port */
     socklen_t size = sizeof address;
     address.sin_addr.s_addr = htonl(zxnet_api_ipStr2Byte("127.0.0.1"));
     if (in < 0 || out < 0 || bind(in, (const struct sockaddr*)&address, size) != 0 ||

@@ -1,4 +1,4 @@
-/* Receives a multicast group: a UDP socket that is bound to the group, and a membership. */
+/* Receives a multicast group with a UDP socket that is bound to the group and joins it. */
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <stdio.h>
@@ -8,22 +8,22 @@
 #include <zxnet.h>
 
 static const char kGroup[] = "239.255.1.1";
-static const char kInterface[] = "127.0.0.1"; /* an address of the interface: here loopback */
+static const char kInterface[] = "127.0.0.1"; /* an address of the interface, here loopback */
 
 static struct in_addr address_of(const char* text) {
     return (struct in_addr){.s_addr = htonl(zxnet_api_ipStr2Byte(text))};
 }
 
-/* A socket that gets what comes for the group on a port; -1 with `errno` set. */
+/* Opens a socket that receives the group on a port. Returns -1 with `errno` set on failure. */
 static int join(struct sockaddr_in* address) {
     const int yes = 1;
     const struct ip_mreq membership = {address_of(kGroup), address_of(kInterface)};
     socklen_t size = sizeof *address;
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (fd >= 0 &&
-        /* others on this machine may receive the group as well */
+        /* lets other programs on this machine receive the group, too */
         setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) == 0 &&
-        /* bound to the group, not to INADDR_ANY: nothing else that comes to the port */
+        /* bound to the group instead of INADDR_ANY, to get nothing else that uses the port */
         bind(fd, (const struct sockaddr*)address, size) == 0 &&
         setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0 &&
         getsockname(fd, (struct sockaddr*)address, &size) == 0) {
@@ -36,7 +36,7 @@ static int join(struct sockaddr_in* address) {
 }
 
 int main(void) {
-    struct sockaddr_in address = {.sin_family = AF_INET}; /* port 0: any that is free */
+    struct sockaddr_in address = {.sin_family = AF_INET}; /* port 0: any free port */
     address.sin_addr = address_of(kGroup);
     const struct in_addr interface = address_of(kInterface);
     const int in = join(&address);
@@ -48,7 +48,7 @@ int main(void) {
         return EXIT_FAILURE;
     }
 
-    char text[1500]; /* a datagram that is longer is cut */
+    char text[1500]; /* a longer datagram is cut */
     zxnet_api_epollSend(out, "hello", 5, 500);
     const int32_t size = zxnet_api_epollRecv(in, text, sizeof text, 1000);
     if (size > 0) {

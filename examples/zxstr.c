@@ -1,4 +1,4 @@
-/* Takes a stream's URL apart, looks into its query, splits a list, copies within bounds. */
+/* Splits a URL, searches its query string, splits a list, and copies within bounds. */
 #include <stdio.h>
 #include <string.h>
 #include <zxstr.h>
@@ -21,8 +21,8 @@ int main(void) {
         printf("language: %s\n", value);
     }
 
-    char list[] = "news, sports,,films"; /* is cut into its fields */
-    char* fields[sizeof list / 2];       /* as many as there can be */
+    char list[] = "news, sports,,films"; /* the call writes into it */
+    char* fields[sizeof list / 2];       /* enough for any text of this size */
     const int32_t count = zxstr_api_split(list, ", ", fields);
     for (int32_t i = 0; i < count; ++i) {
         printf("channel %d: %s\n", i + 1, fields[i]);

@@ -1,4 +1,4 @@
-/* Asks the kernel which version of IGMP its interfaces are held to. */
+/* Reads the IGMP version that the kernel forces on its interfaces. */
 #include <stdio.h>
 #include <zxsysctl.h>
 

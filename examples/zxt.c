@@ -1,4 +1,4 @@
-/* Shows amounts as people read them, and runs commands. */
+/* Prints amounts with units, and runs commands. */
 #include <stdio.h>
 #include <zxt.h>
 
@@ -7,8 +7,8 @@ int main(void) {
     printf("stored: %s\n", zxt_innerapi_bit2str_64(amount, 1536, 0));
     printf("rate:   %s/s\n", zxt_innerapi_bit2str_64(amount, 8 * 1024 * 1024, 1));
 
-    /* A shell runs the command: never build one from a stranger's text. */
-    char output[64];
+    /* A shell runs the command: never build it from text that comes from outside. */
+    char output[64] = "";
     const int32_t size =
         zxt_innerapi_cmdReadByPipe("echo one; echo two", output, sizeof output - 1);
     if (size < 0) {

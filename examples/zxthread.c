@@ -1,4 +1,4 @@
-/* Starts a worker, lets it work, and stops it: the whole handshake. */
+/* Starts a worker, lets it work, and stops it, with the complete handshake. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
@@ -6,14 +6,14 @@
 
 typedef struct Counter {
     zxthread_ctt thread;
-    unsigned long rounds; /* the worker's until it has stopped */
+    unsigned long rounds; /* belongs to the worker until it has stopped */
 } Counter;
 
 static void sleep_ms(long ms) {
     nanosleep(&(struct timespec){.tv_nsec = ms * 1000000}, NULL);
 }
 
-/* Not "is it to run": a stop may follow before the worker looks. */
+/* Tests for "starting" instead of "run", because a stop may come before the worker sees "run". */
 static int is_starting(zxthread_ctt* thread) {
     zxthread_api_lock(thread);
     const int answer = thread->state == ZXTHREAD_STATE_STARTING;
@@ -23,7 +23,7 @@ static int is_starting(zxthread_ctt* thread) {
 
 static void* count(void* argument) {
     Counter* const self = argument;
-    zxthread_api_setName("counter"); /* for ps and top */
+    zxthread_api_setName("counter"); /* the name that ps and top show */
     if (zxthread_api_waitCmdStarting(&self->thread, 5000, 5) != 1) {
         return NULL;
     }
@@ -38,7 +38,7 @@ static void* count(void* argument) {
 }
 
 int main(void) {
-    static Counter counter; /* zero bytes, and alive as long as the thread */
+    static Counter counter; /* static: zero bytes, and it outlives the thread */
     if (zxthread_api_create(&counter.thread, "counter", count, &counter) != 0) {
         return EXIT_FAILURE; /* the reason is in the log */
     }

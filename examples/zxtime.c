@@ -1,10 +1,10 @@
-/* Reads and prints dates, asks a schedule, and measures how long something takes. */
+/* Reads and prints dates, checks a schedule, and measures how long something takes. */
 #include <stdio.h>
 #include <time.h>
 #include <zxtime.h>
 
 int main(void) {
-    rstime start = {0}; /* the parsers fill the fields that they name, and no others */
+    rstime start = {0}; /* the parsers set only the fields that they read */
     rstime end = {0};
     zxtime_api_parsetimestr2("2024-05-01 08:30:00", &start);
     zxtime_api_parsetimestr2("2024-05-01 22:00:00", &end);
@@ -19,7 +19,7 @@ int main(void) {
            zxtime_api_isVaildTime(&(rstime){.hour = 12}, "09:00:00", "17:00:00") ? "in" : "out of");
     printf("the recording is %s\n", zxtime_api_isPass(&end) ? "over" : "still to come");
 
-    /* Durations are measured on the clock that nobody sets. */
+    /* Measure durations with the clock that nobody can set. */
     const uint64_t before = zxtime_api_upTimeUs();
     nanosleep(&(struct timespec){.tv_nsec = 20000000}, NULL);
     const uint64_t took = zxtime_api_upTimeUs() - before;
