@@ -1,12 +1,12 @@
-// How fast bytes can be read and written at all, for the sizes that the other programs work on.
+// The upper limit for reading and writing bytes: a memcpy of the sizes that the other programs use.
 #include <cstring>
 
 #include "support.hpp"
 
 namespace {
 
-// The two are not as far apart as a number of pages, which would slow down the loads behind a
-// store.
+// The distance between the two buffers is not a multiple of the page size. Otherwise loads after a
+// store would be slower.
 void copies(benchmark::State& state) {
     constexpr std::size_t kApart = 2048;
     const auto size = static_cast<std::size_t>(state.range(0));

@@ -1,7 +1,8 @@
 // What the benchmarks share.
 //
-// A benchmark is called Work/who[/argument ...]. The library's own is Work/library; every other
-// `who` with the same work and arguments is its peer. scripts/bench_report.py goes by this.
+// The name of a benchmark is Work/who[/argument ...]. `who` is "library" for this library; every
+// other `who` with the same work and arguments is a peer. scripts/bench_report.py relies on these
+// names.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -22,14 +23,14 @@ inline std::vector<std::uint8_t> some_bytes(std::size_t size) {
     return bytes;
 }
 
-// `value`, of which the compiler knows nothing.
+// Hides from the compiler what it knows of `value`.
 template <typename Value>
 Value opaque(Value value) {
     benchmark::DoNotOptimize(value);
     return value;
 }
 
-// `kCall(data, size)` over as many bytes as the first argument says.
+// Measures `kCall(data, size)`. The first argument of the benchmark is the number of bytes.
 template <auto kCall>
 void over_bytes(benchmark::State& state) {
     const auto bytes = some_bytes(static_cast<std::size_t>(state.range(0)));

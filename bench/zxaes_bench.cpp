@@ -1,4 +1,4 @@
-// AES beside OpenSSL's and libavutil's: messages, each with its key set for it.
+// AES compared with OpenSSL and libavutil. The key is set anew for each message.
 #include "zxaes.h"
 
 #include <benchmark/benchmark.h>
@@ -113,7 +113,7 @@ ZX_BENCH_WITH_LIBAVUTIL("AES_ECB_encrypt", ZXAES_ECB, ZXAES_ENCRYPT);
 ZX_BENCH_WITH_LIBAVUTIL("AES_ECB_decrypt", ZXAES_ECB, ZXAES_DECRYPT);
 ZX_BENCH_WITH_LIBAVUTIL("AES_CBC_encrypt", ZXAES_CBC, ZXAES_ENCRYPT);
 ZX_BENCH_WITH_LIBAVUTIL("AES_CBC_decrypt", ZXAES_CBC, ZXAES_DECRYPT);
-// OpenSSL's is the standard's CFB-128, which costs the same.
+// The peer uses the standard CFB-128, which takes the same amount of work.
 ZX_BENCH("AES_CFB_encrypt", kFeedback, ZXAES_ENCRYPT);
 ZX_BENCH("AES_CFB_decrypt", kFeedback, ZXAES_DECRYPT);
 

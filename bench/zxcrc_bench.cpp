@@ -1,5 +1,5 @@
-// CRCs beside those of libraries that have the same polynomials. zlib's takes the bits of a byte
-// the other way round.
+// CRCs compared with libraries that have the same polynomials. zlib takes the bits of a byte in the
+// opposite order.
 #include "zxcrc.h"
 
 #include <isa-l/crc.h>

@@ -1,5 +1,5 @@
-// DES and Triple DES beside OpenSSL, nettle and libavutil; a call with its key for each of them, as
-// it is used.
+// DES and Triple DES compared with OpenSSL, nettle and libavutil. Each call sets its key, as in
+// real use.
 #include "zxdes.h"
 
 #include <benchmark/benchmark.h>
@@ -17,7 +17,7 @@ extern "C" {
 
 namespace {
 
-constexpr std::uint8_t kKey[] = "a key of 24 bytes, never";  // and a NUL, which nobody reads
+constexpr std::uint8_t kKey[] = "a key of 24 bytes, never";  // and a NUL, which is not used
 constexpr std::size_t kDes = 8;
 constexpr std::size_t kTripleDes = 24;
 
@@ -30,7 +30,7 @@ void ours(const std::uint8_t* in, std::uint8_t* out, std::size_t size) {
 
 template <std::size_t kKeySize>
 void openssl(const std::uint8_t* in, std::uint8_t* out, std::size_t size) {
-    // Single DES is of the legacy provider; ciphers are fetched once, contexts kept.
+    // Single DES needs the legacy provider. Ciphers are fetched once, and contexts are reused.
     static OSSL_PROVIDER* const legacy = OSSL_PROVIDER_load(nullptr, "legacy");
     static OSSL_PROVIDER* const standard = OSSL_PROVIDER_load(nullptr, "default");
     static EVP_CIPHER* const cipher =

@@ -1,4 +1,4 @@
-// Waiting for a descriptor that is ready, beside the system calls.
+// Waiting for a descriptor that is ready, compared with the bare system calls.
 #include "zxepoll.h"
 
 #include <poll.h>

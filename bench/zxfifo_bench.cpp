@@ -1,6 +1,6 @@
-// Length-prefixed messages through the block FIFO, through libavutil's AVFifo under a mutex a call,
-// and through JACK's and Boost's ring buffers, which are for one reader and one writer and have no
-// lock; JACK's also under the same mutex. Nodes through the list pool and GLib's queues.
+// Length-prefixed messages through the block FIFO, compared with libavutil's AVFifo under a mutex
+// and with the ring buffers of JACK and Boost, which have no lock and allow one reader and one
+// writer; JACK's also under a mutex. Nodes through the list pool, compared with GLib's queues.
 #include "zxfifo.h"
 
 #include <benchmark/benchmark.h>
@@ -163,7 +163,8 @@ void one_thread(benchmark::State& state) {
 
 ZX_BENCH(one_thread, "blockLenIn_blockLenOut1", ->Arg(188)->Arg(1316));
 
-// A producer and a consumer that ask before they act, a batch of messages an iteration.
+// A producer and a consumer that check the FIFO before each call. One iteration is a batch of
+// messages.
 template <typename Fifo>
 void two_threads(benchmark::State& state) {
     constexpr int kBatch = 1000;
@@ -194,7 +195,7 @@ void two_threads(benchmark::State& state) {
 ZX_BENCH(two_threads,
          "blockLenIn_blockLenOut1_two_threads", ->Arg(1316)->Arg(65536)->UseRealTime());
 
-// A node in and a node out of a queue that has some.
+// Adds a node to a queue that has some, and takes one out.
 class ListPool {
 public:
     void put() { zxfifo_api_listIn(&head_, zxfifo_api_listMalloc(kNode, "bench")); }

@@ -1,7 +1,7 @@
-// Ten readers that follow one writer through the shared list, and through a deque of buffers under
-// a std::shared_mutex, which readers search by time. A reader of the shared list asks for each node
-// by its time, which is a walk from the head, at 1,000 nodes a second; at 100,000 it keeps the one
-// that it found and goes on from there.
+// Ten readers follow one writer through the shared list, compared with a deque of buffers under a
+// std::shared_mutex, which readers search by time. At 1,000 nodes a second, a reader of the shared
+// list searches each node by its time, from the head. At 100,000 it keeps the node that it has
+// found and continues from there.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -26,9 +26,10 @@ constexpr std::uint64_t kSecondUs = 1000000;
 constexpr std::uint64_t kRunUs = 5 * kSecondUs;
 constexpr std::uint32_t kKeepSeconds = 2;
 constexpr std::size_t kReaders = 10;
-constexpr std::chrono::milliseconds kPause{1};  // of a writer or a reader with nothing to do
+constexpr std::chrono::milliseconds kPause{
+    1};  // a writer or reader with nothing to do sleeps so long
 
-// What a reader found: nothing when the time is not beyond the one before.
+// What a reader found. It found nothing new if `time` is not later than before.
 struct Found {
     std::uint64_t time = 0;
     std::uint64_t number = 0;
@@ -49,7 +50,7 @@ public:
         std::memcpy(node->data, &number, sizeof number);
         zxfifo_api_shareListIn(&list_, node);
     }
-    // What a reader finds after a time.
+    // Finds the first node after a time.
     class ByTime {
     public:
         explicit ByTime(SharedList& list) : list_(list.list_) {}
@@ -139,7 +140,7 @@ struct Reader {
     bool is_in_order = true;
 };
 
-// Until `is_over`, and to the end of the list then.
+// Reads until `is_over`, and then to the end of the list.
 template <typename Way, typename List>
 void follow(List& list, const std::atomic<bool>& is_over, Reader& reader) {
     Way way(list);
@@ -164,8 +165,8 @@ void follow(List& list, const std::atomic<bool>& is_over, Reader& reader) {
     }
 }
 
-// Keeps to the rate on the whole, in bursts of some hundred behind each pause. Nodes of the same
-// microsecond cannot be told apart by time, so each waits for a new one.
+// Keeps the average rate, with bursts of some hundred nodes after each pause. Readers cannot
+// distinguish nodes of the same microsecond, so each node waits for a new one.
 template <typename List>
 std::uint64_t feed(List& list, std::uint64_t rate) {
     const std::uint64_t start = zxtime_api_us();
@@ -211,7 +212,7 @@ void ten_readers(benchmark::State& state) {
         state.counters["largest_lag_ms"] = static_cast<double>(largest_lag_us) / 1000;
     }
 }
-// What counts is the processor time of all threads.
+// Measures the processor time of all threads.
 #define TEN_READERS(name, rate, ...)             \
     BENCHMARK_TEMPLATE(ten_readers, __VA_ARGS__) \
         ->Name(name)                             \

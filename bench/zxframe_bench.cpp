@@ -1,4 +1,4 @@
-// Decoding and building beside libtins, building beside libnet, filtering beside libpcap.
+// Decoding compared with libtins, building with libtins and libnet, filtering with libpcap.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <libnet.h>
@@ -35,7 +35,7 @@ constexpr char kDestIp[] = "203.0.113.99";
 constexpr std::uint16_t kSource = 49152;
 constexpr std::uint16_t kDest = 8080;
 
-// A UDP decode dumps the record's payload at every level but this one.
+// At every other level, decoding a UDP frame writes a dump.
 void log_nothing() {
     zxlog_api_setLoglevel(0);
 }
@@ -64,7 +64,7 @@ Tins::TCP segment_with_times() {
     return tcp;
 }
 
-// As it would come in from the network, with the bytes that a decoder may read.
+// A frame as it comes from the network, in a buffer that is large enough for the decoder.
 struct Frame {
     template <typename Transport>
     Frame(const Transport& transport, std::size_t payload)
@@ -107,7 +107,7 @@ void decode_libtins(benchmark::State& state) {
 BENCHMARK(decode_libtins)->Name("doFrame/libtins");
 BENCHMARK(decode_zxframe)->Name("doFrame/library");
 
-// What is looked for, and in which frame.
+// What a filter looks for, and in which frame.
 struct FilterCase {
     const char* ip;
     std::uint16_t port;
@@ -217,7 +217,7 @@ void build_tcp(benchmark::State& state) {
     });
 }
 
-// With the payload and the checksums, so that the frame is as complete as the peer's.
+// With payload and checksums, so that the frame is as complete as that of the peer.
 void build_and_finish_tcp(benchmark::State& state) {
     const auto request = std::make_unique<zxbuildtcp_ctt>();
     request->str_dest_mac = kDestMac;
@@ -257,8 +257,8 @@ void serialize(benchmark::State& state, const Transport& transport) {
     }
 }
 
-// libnet wants a device to write to, which nothing is written to here; that takes a privileged
-// user.
+// libnet needs a device, although nothing is written to it here. Only a privileged user can open
+// one.
 class LibnetFrame {
 public:
     explicit LibnetFrame(const std::vector<std::uint8_t>& payload)

@@ -1,4 +1,4 @@
-// An obtain and release beside the bare mutex that it holds and GLib's.
+// Taking and releasing a lock, compared with a bare mutex and a mutex of GLib.
 #include "zxlock.h"
 
 #include <benchmark/benchmark.h>
@@ -10,8 +10,8 @@
 
 namespace {
 
-// A second thread that sleeps: with a single one the C library leaves the atomic operations out,
-// which is not how servers run.
+// Starts a second thread, which sleeps. With a single thread the C library leaves out the atomic
+// operations, which would not be realistic for a server.
 class SecondThread {
 public:
     ~SecondThread() {
@@ -78,7 +78,7 @@ BENCHMARK(pairs<Library>)->Name("obtain_release/library");
 BENCHMARK(pairs<Pthread>)->Name("obtain_release/pthread");
 BENCHMARK(pairs<Glib>)->Name("obtain_release/glib");
 
-// Two threads that want the same lock all the time.
+// Two threads compete for the same lock all the time.
 template <typename Lock>
 void contended_pairs(benchmark::State& state) {
     static Lock lock;

@@ -1,4 +1,4 @@
-// A line that the level stops, and a line to a file, beside libavutil and spdlog.
+// A line that the level suppresses, and a line to a file, compared with libavutil and spdlog.
 #include <benchmark/benchmark.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>

@@ -1,5 +1,5 @@
-// Base64 both ways, random numbers and files beside what others have for them. The peers' alphabet
-// is the standard one, built in.
+// Base64 in both directions, random numbers and files, compared with other libraries. The peers
+// have the standard alphabet built in.
 #include "zxmd.h"
 
 #include <bsd/stdlib.h>
@@ -58,7 +58,7 @@ void decode_glib(std::uint8_t* out, std::size_t, const char* in, std::size_t siz
     g_base64_decode_step(in, size, out, &state, &save);
 }
 
-// Bytes and room for their text.
+// Bytes, and room for their Base64 text.
 struct Data {
     explicit Data(std::size_t size)
         : plain(zx::bench::some_bytes(size)), text(ZXMD_BASE64_SIZE(size)) {}
@@ -123,7 +123,7 @@ void random_glib() {
     benchmark::DoNotOptimize(g_random_int_range(0, 1000000));
 }
 
-// A file of a page, opened, read and closed.
+// Opens a file of one page, reads and closes it.
 constexpr std::size_t kFileSize = 4096;
 constexpr char kPath[] = "/tmp/zxmd_bench.data";
 char g_buffer[kFileSize];

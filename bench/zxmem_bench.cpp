@@ -1,5 +1,5 @@
-// A tracked allocation and its free with many buffers alive, beside calloc with a table of the live
-// buffers under a mutex.
+// A tracked allocation and its free while many buffers are in use, compared with calloc and a table
+// of the buffers under a mutex.
 #include "zxmem.h"
 
 #include <benchmark/benchmark.h>
@@ -23,7 +23,7 @@ struct Tracked {
     void give(void* buffer) { zxmem_api_free(&buffer); }
 };
 
-// What somebody would write who wants the same answers.
+// A simple implementation that offers the same information.
 class Table {
 public:
     void* take() {
@@ -52,7 +52,7 @@ private:
     std::unordered_map<void*, Node> nodes_;
 };
 
-// The oldest buffer is freed for each that is allocated, as in a queue.
+// For each buffer that is allocated, the oldest one is freed, as in a queue.
 template <typename Allocator>
 void allocates(benchmark::State& state) {
     Allocator allocator;

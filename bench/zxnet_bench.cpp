@@ -1,6 +1,6 @@
-// Receiving and sending with a wait, beside the bare system calls that such a call must make;
-// checksums beside DPDK's and the loop of the textbooks; addresses as texts and numbers beside the
-// C library.
+// Receiving and sending with a wait, compared with the system calls that this needs; checksums
+// compared with DPDK and with the textbook loop; conversion of addresses compared with the C
+// library.
 #include <arpa/inet.h>
 #include <netinet/ether.h>
 #include <sys/epoll.h>
@@ -26,7 +26,7 @@
 namespace {
 
 constexpr std::uint32_t kSize = 1400;
-constexpr int kBatch = 64;  // what a socket buffer holds
+constexpr int kBatch = 64;  // fits into a socket buffer
 constexpr std::uint32_t kTimeoutMs = 1000;
 
 char g_buf[kSize];
@@ -59,7 +59,7 @@ ssize_t send_ours(int fd) {
 
 using Call = ssize_t (*)(int fd);
 
-// Times the calls alone: the other end fills or drains the socket between two batches.
+// Measures only the calls: between two batches, the other end fills or drains the socket.
 void run(benchmark::State& state, Call call, bool receives) {
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair) != 0) {
@@ -153,7 +153,7 @@ BENCHMARK(checksums<checksum_textbook>)->Name("checksumUdp/textbook")->Apply(siz
 BENCHMARK(checksums<checksum_dpdk>)->Name("checksum/dpdk")->Apply(sizes);
 #endif
 
-// Addresses: every call gets the next of a few texts or numbers of different lengths.
+// Addresses: each call gets the next one of a few texts or numbers of different lengths.
 constexpr std::size_t kAddresses = 8;
 constexpr const char* kIpTexts[kAddresses] = {"192.168.1.1",  "10.0.0.1",        "8.8.8.8",
                                               "172.16.254.3", "255.255.255.255", "100.64.12.7",

@@ -1,4 +1,4 @@
-// Texts beside libbsd, libavformat (URLs), GLib and the C library.
+// Texts compared with libbsd, libavformat (URLs), GLib and the C library.
 #include "zxstr.h"
 
 #include <bsd/string.h>
@@ -9,7 +9,7 @@
 
 #include "support.hpp"
 
-// Exported by libavformat's shared library, but in none of its public headers.
+// libavformat exports this function, but none of its public headers declares it.
 extern "C" void av_url_split(char* proto, int proto_size, char* authorization,
                              int authorization_size, char* hostname, int hostname_size,
                              int* port_ptr, char* path, int path_size, const char* url);
@@ -39,7 +39,7 @@ void copies(benchmark::State& state) {
 BENCHMARK(copies<zxstr_api_lcpy>)->Name("lcpy/library")->Apply(fill_lengths);
 BENCHMARK(copies<strlcpy>)->Name("lcpy/libbsd")->Apply(fill_lengths);
 
-// To a short text, as a path grows.
+// Appends to a short text, as when a path is built.
 template <auto Append>
 void appends(benchmark::State& state) {
     constexpr char kBefore[] = "/var/lib/media/";

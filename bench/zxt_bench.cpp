@@ -1,4 +1,4 @@
-// Amounts as texts and the output of commands, beside what the C library and GLib have for them.
+// Amounts as texts and the output of commands, compared with the C library and GLib.
 #include "zxt.h"
 
 #include <glib.h>
@@ -32,7 +32,7 @@ void run_libc() {
     benchmark::DoNotOptimize(std::fread(g_text, 1, sizeof g_text - 1, pipe));
     pclose(pipe);
 }
-// Through the shell, as the others do.
+// Through the shell, as the other candidates do it.
 void run_glib() {
     gchar* text = nullptr;
     g_spawn_command_line_sync("/bin/sh -c 'echo 12345'", &text, nullptr, nullptr, nullptr);

@@ -1,4 +1,4 @@
-// A worker's life and its lock, beside bare threads and GLib's.
+// Creating and destroying a worker, compared with bare threads and threads of GLib.
 #include "zxthread.h"
 
 #include <glib.h>

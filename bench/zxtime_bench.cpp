@@ -1,4 +1,4 @@
-// Clocks, and dates as texts, beside the C library, GLib and libavutil.
+// Clocks, and dates as texts, compared with the C library, GLib and libavutil.
 #include "zxtime.h"
 
 #include <glib.h>

@@ -8,7 +8,7 @@
 
 /* The decoder takes no length: it needs a buffer of this size, with zeros after the frame. */
 static uint8_t frame[ZXFRAME_READABLE];
-static ether_ctt record; /* 48 KiB: too large for some stacks */
+static ether_ctt record; /* 47 KiB: too large for some stacks */
 
 /* Returns the length of the frame, or -1 if it could not be built. */
 static int32_t build(const char* payload) {

@@ -14,7 +14,7 @@
 #include <zxnet.h>
 
 static uint8_t frame[65536 + ZXFRAME_READABLE]; /* the longest frame, and zeros for the decoder */
-static frame_filter_ctt filter;                 /* 48 KiB: too large for some stacks */
+static frame_filter_ctt filter;                 /* 47 KiB: too large for some stacks */
 
 /* Opens a socket that gets every frame of an interface. Returns -1 with `errno` set on failure. */
 static int open_on(const char* interface) {

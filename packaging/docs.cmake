@@ -1,4 +1,4 @@
-# The documentation that is installed: manual pages where scripts/docs.sh ran, pages, and the programs.
+# Installs the documentation: the pages, the example programs, and the manual pages if scripts/docs.sh has made them.
 install(
     DIRECTORY ${PROJECT_SOURCE_DIR}/build/docs/man/
     DESTINATION ${CMAKE_INSTALL_MANDIR}
@@ -19,7 +19,7 @@ install(
     DESTINATION ${docs_dir}
     COMPONENT development)
 
-# The pages stand a folder nearer to the programs than in the sources.
+# Relative to the pages, the programs are one folder nearer than in the source tree.
 install(
     CODE "set(docs ${docs_dir})
 cmake_path(ABSOLUTE_PATH docs BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Compares the binary interface of the built libraries with the record in packaging/abi: every
-# change fails, an added function, too.
+# Compares the binary interface of the built libraries with the record in packaging/abi. Fails on
+# every difference, including an added function.
 #
 #   scripts/abi.sh             builds the libraries first
-#   scripts/abi.sh BUILD_DIR   takes them from there; they need debug information
-#   scripts/abi.sh --update    writes the record anew after a change that is meant
+#   scripts/abi.sh BUILD_DIR   uses the libraries in BUILD_DIR, which need debug information
+#   scripts/abi.sh --update    updates the record after an intended change
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -33,7 +33,7 @@ for library in "$build/src/libzxcommon.so" "$build/zxlog/libzxlog.so"; do
         cp "$work/$name.abi" packaging/abi/
         continue
     fi
-    # abidiff says that nothing changed when it cannot read a record.
+    # abidiff reports no change if it cannot read a record.
     python3 scripts/abi_trim.py <"packaging/abi/$name.abi" >"$work/recorded.abi"
     abidiff "$work/recorded.abi" "$work/$name.abi" || failed=1
 done

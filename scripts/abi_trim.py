@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Reads what abidw wrote and writes what users of the library can see of it: the exported symbols,
-and the types that lead from there. Where and in which file they were defined is left out."""
+"""Reads the output of abidw and writes the part that users of the library can see: the exported symbols
+and the types that these refer to. Leaves out the places of the definitions."""
 import sys
 import xml.etree.ElementTree as tree
 

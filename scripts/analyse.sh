@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Static analysis of the libraries and the tools: clang-tidy, cppcheck and the analyzer of gcc. Fails
-# on any finding, and when more than ten places ask one of them to look away.
+# Runs clang-tidy, cppcheck and the analyzer of gcc over the libraries and the tools. Fails on any
+# finding, and if the sources contain more than ten exceptions for these analyses.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -10,7 +10,7 @@ scripts/install-deps.sh build analyse
 jobs=$(nproc)
 sources() { find src zxlog/src tools -name '*.cpp' "$@"; }
 
-# configure DIRECTORY COMPILER [FLAGS]: the build directory of one analysis.
+# configure DIRECTORY COMPILER [FLAGS]: sets up the build directory of one analysis.
 configure() {
     cmake -S . -B "$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$2" \
         -DCMAKE_CXX_FLAGS="${3-}" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
@@ -24,18 +24,18 @@ count=$(grep -c . <<<"$exceptions" || true)
 printf '%s\n%d of at most 10\n' "$exceptions" "$count"
 [[ $count -le 10 ]]
 
-# What this version of the analyzer misreads in C++.
+# What this version of the analyzer misunderstands in C++.
 gcc_exceptions=(
-    -Wno-analyzer-use-of-uninitialized-value # a class that is returned by value
-    -Wno-analyzer-shift-count-overflow       # a vector that is shifted by a number
+    -Wno-analyzer-use-of-uninitialized-value # reported for a class that is returned by value
+    -Wno-analyzer-shift-count-overflow       # reported for a vector that is shifted by a number
 )
 echo "== gcc"
 configure build/analyse/gcc g++ "-fanalyzer ${gcc_exceptions[*]}"
-# skipped: options.cpp, because the analyzer does not end in the templates of the option parser
+# skipped: options.cpp, because the analyzer does not terminate on the templates of the option parser
 ninja -C build/analyse/gcc -t targets all | sed -n 's/^\(.*\.cpp\.o\): .*/\1/p' | grep -v '/options\.cpp\.o$' |
     xargs ninja -C build/analyse/gcc --quiet -j "$jobs"
 
-# cppcheck reads a copy in which the two spellings that its parser does not know are replaced.
+# cppcheck reads a copy of the sources, in which two constructs are replaced that it cannot parse.
 echo "== cppcheck"
 copy=build/analyse/cppcheck
 rm -rf "$copy"

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Builds the benchmarks and runs them beside their peers.
+# Builds the benchmarks, and runs them together with their peers (other libraries with the same work).
 #
-#   scripts/bench.sh zxfifo [...]  one program, with Google Benchmark's options; writes nothing
-#   scripts/bench.sh [...]         all of them; about eight minutes on a quiet machine. Writes
-#                                  build/bench/results/ and, from these, the tables of
-#                                  docs/performance.md and the plots in docs/performance/
+#   scripts/bench.sh zxfifo [OPTION...]  runs one program with these options of Google Benchmark;
+#                                        writes no files
+#   scripts/bench.sh [OPTION...]         runs all programs, which takes about eight minutes on an idle
+#                                        machine; writes the results to build/bench/results/, and from
+#                                        these the tables in docs/performance.md and the charts in
+#                                        docs/performance/
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -21,7 +23,7 @@ results=build/bench/results
 rm -rf "$results"
 mkdir -p "$results"
 
-# run RESULT PROGRAM [...]
+# run RESULT PROGRAM [OPTION...]: runs a program and stores its results.
 run() {
     echo "== $1"
     "$programs/$2_bench" --benchmark_repetitions=7 --benchmark_min_time=0.1 \
@@ -32,12 +34,12 @@ run() {
 
 for source in bench/*_bench.cpp; do
     name=$(basename "$source" _bench.cpp)
-    if [[ -x $programs/${name}_bench ]]; then # or a peer is missing, which the report then says
+    if [[ -x $programs/${name}_bench ]]; then # not built if a peer is missing; the report then says so
         run "$name" "$name" "$@"
     fi
 done
-# Once more as on a processor without instructions for AES and SHA. OpenSSL is told by bits: 57 and 33
-# of its first word, 29 of its second; nettle by a maker whose processors it does not know.
+# Once more as on a processor without AES and SHA instructions. For OpenSSL, clear the feature bits 57
+# and 33 of its first word and 29 of its second. For nettle, name an unknown vendor.
 export OPENSSL_ia32cap=~0x200000200000000:~0x20000000 NETTLE_FAT_OVERRIDE=vendor:other
 ZX_CPU=avx2 run digest-avx2 digest --benchmark_filter=SHA1 "$@"
 ZX_CPU=portable run zxaes-portable zxaes --benchmark_filter='AES_(ECB|CBC)' "$@"

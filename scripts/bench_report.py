@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Makes the tables and plots of docs/performance.md from the results of scripts/bench.sh.
 
-Benchmarks are called Work/who[/argument...]: "library" is this library, "limit" a bare memcpy,
-everybody else a peer that does the same work with the same arguments.
+The name of a benchmark is Work/who[/argument...]. `who` is "library" for this library, "limit" for a bare
+memcpy, and otherwise a peer that does the same work with the same arguments.
 """
 import json
 import math
@@ -31,12 +31,12 @@ NOT_ARGUMENTS = re.compile(r"real_time|manual_time|process_time|iterations:\d+|t
 
 
 class Work:
-    """One piece of work with its arguments, and who does it how fast."""
+    """One kind of work with its arguments, and the time that everybody takes for it."""
 
     def __init__(self, name, arguments):
         self.name, self.arguments = name, arguments
         self.times = {}  # who: nanoseconds
-        self.rate = 0  # of the library, bytes a second
+        self.rate = 0  # of the library, in bytes per second
 
     @property
     def peers(self):
@@ -48,7 +48,7 @@ class Work:
 
 
 def nanoseconds(entry):
-    """Of one call; the clock is the one that Google Benchmark computes its rates with."""
+    """Returns the time of one call, by the clock with which Google Benchmark computes its rates."""
     by_wall = re.search("/(real|manual)_time", entry["run_name"])
     if "items_per_second" in entry:
         return 1e9 / entry["items_per_second"]
@@ -56,7 +56,7 @@ def nanoseconds(entry):
 
 
 def read(path):
-    """The works of one result in their order."""
+    """Returns the works in one result file, in their order."""
     works = {}
     entries = json.loads(path.read_text())["benchmarks"]
     for entry in sorted(entries, key=lambda e: (e["family_index"], e["per_family_instance_index"])):
@@ -110,7 +110,7 @@ TICKS = [0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100]
 
 
 def plot(title, bars):
-    """Bars of (name, peers, ratios): from 1 to the geometric mean, with a tick for each ratio."""
+    """Draws a bar for each (name, peers, ratios), from 1 to the geometric mean, with a tick for each ratio."""
     every = [r for _, _, ratios in bars for r in ratios]
     low = max([t for t in TICKS if t <= min(every)], default=TICKS[0])
     high = min([t for t in TICKS if t >= max(1.1, *every)], default=TICKS[-1])

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Builds the project and relays samples/sample.ts through zxrelay on loopback: first at the pace of
-# a live stream, then 250 times in a row as fast as it goes, to three clients. What came out is
-# compared byte by byte with what went in.
+# Builds zxrelay and relays samples/sample.ts through it on loopback to three clients: first at the
+# speed of a live stream, then 250 times in a row at full speed. Compares every byte that the clients
+# receive with what was sent.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
 [[ $# -eq 0 ]] || misused
 
-# Only the relay with its libraries, optimised no more than a demonstration needs. The warnings, which
-# stop a build, are chosen for other optimisation.
+# Builds only the relay and its libraries, with the little optimisation that a demonstration needs.
+# Warnings are off, because at this level of optimisation some of them are wrong and would stop the build.
 build_relay() {
     cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O1 -DNDEBUG -w' \
         -DZX_BUILD_TESTS=OFF -DZX_BUILD_EXAMPLES=OFF >/dev/null
@@ -30,7 +30,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# listening PORT: waits until somebody accepts connections there.
+# listening PORT: waits until connections to this port are accepted.
 listening() {
     for _ in {1..100}; do
         (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null && return
@@ -40,7 +40,7 @@ listening() {
     return 1
 }
 
-# run TITLE SENDER...: one relay, its clients, and the source whose bytes SENDER writes.
+# run TITLE SENDER...: runs a relay with its clients and a source, which sends the output of SENDER.
 run() {
     local title=$1; shift
     local log=$work/relay.log
@@ -59,7 +59,7 @@ run() {
     pids+=("${reader_pids[@]}")
     until [[ $(grep -c 'client .* has connected' "$log") -gt $clients ]]; do sleep 0.05; done
     local begin end
-    kill -USR1 "$relay_pid"  # the log shows what the tracked allocator holds now
+    kill -USR1 "$relay_pid"  # logs the buffers that are in use now
     begin=$(date +%s.%N)
     "$@" >"/dev/tcp/127.0.0.1/$in_port"
     wait "$relay_pid" "${reader_pids[@]}"
@@ -71,7 +71,7 @@ run() {
     done
     awk -v size="$(stat -c %s "$work/expected")" -v time="$(echo "$end $begin" | awk '{print $1 - $2}')" \
         -v clients="$clients" 'BEGIN {
-            printf "%d bytes reached each of %d clients unharmed in %.2f s: %.1f MB/s in, %.1f MB/s out\n",
+            printf "%d bytes reached each of %d clients unchanged in %.2f s: %.1f MB/s in, %.1f MB/s out\n",
                 size, clients, time, size / time / 1e6, clients * size / time / 1e6 }'
     printf -- '-- log of the relay\n'
     cat "$log"
@@ -87,16 +87,16 @@ live() {
 }
 repeated() { for _ in {1..250}; do cat "$sample"; done; }
 
-run "the sample at the pace of a live stream" live
+run "the sample at the speed of a live stream" live
 run "the sample 250 times in a row" repeated
 
 cat <<'END'
 
-What the logs say is expected: the client that gets 0 bytes is this script, which looks whether the relay
-listens. "Memry leak" is the allocator's name for a buffer in use: the FIFO once each run, when this
-script asks for the list, and nothing at the end.
+These log lines are expected. The client that gets 0 bytes is this script, which checks whether the relay
+listens. "Memry leak" is the name of the allocator for a buffer in use. In each run, this script asks for
+the list of buffers once, which shows the FIFO. At the end, the list is empty.
 END
 if [[ -s $work/unexpected ]]; then
-    echo "These lines are not expected:"
+    echo "These lines are unexpected:"
     cat "$work/unexpected"
 fi

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Makes the documentation from the public headers and docs/.
 #
-#   scripts/docs.sh           build/docs/html for browsers, and build/docs/man: a page for every header,
-#                             exported name, record, type and constant, and zxcommon(7). Fails when
-#                             Doxygen or groff has anything to say, or a page is missing.
-#   scripts/docs.sh --guides  puts the programs of examples/ into the guides, as they are now.
+#   scripts/docs.sh           makes HTML in build/docs/html, and manual pages in build/docs/man: one for
+#                             every header, exported name, record, type and constant, and zxcommon(7).
+#                             Fails if Doxygen or groff prints a warning, or if a page is missing.
+#   scripts/docs.sh --guides  copies the current programs of examples/ into the guides.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -29,7 +29,7 @@ ZX_DOCS_VERSION=$(sed -n 's/^project(zxcommon VERSION \([0-9.]*\).*/\1/p' CMakeL
 export ZX_DOCS_OUT=$out ZX_DOCS_VERSION
 failed=0
 doxygen docs/Doxyfile 2>"$out/warnings"
-# Pages link to the example programs as the sources do.
+# The pages link to the example programs by relative paths, as in the source tree.
 cp -r examples "$out/html/examples"
 sed -i -E 's|href="(\.\./)+examples|href="examples|g' "$out"/html/*.html
 python3 scripts/docs_man.py "$out/xml" "$out/man" "$ZX_DOCS_VERSION" || failed=1

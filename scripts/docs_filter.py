@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""docs_filter.py FILE: a header or a page as Doxygen is to read it, line by line.
+"""docs_filter.py FILE: prepares a header or a page for Doxygen, and keeps its line numbers.
 
-The bars that divide a header, with the comment behind them, become groups. What a comment says of
-threads, signal handlers and the log at its end becomes paragraphs with a title. A function that a
-page names gets the parentheses by which Doxygen knows what to link.
+The bars that divide a header, and the comments after them, become groups. The remarks on threads, signal
+handlers and the log at the end of a comment become paragraphs with titles. Function names in a page get
+parentheses, so that Doxygen links them.
 """
 import pathlib
 import re

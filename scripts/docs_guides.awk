@@ -1,5 +1,5 @@
-# docs_guides.awk: a page as it is to be, with the programs of examples/ in it. A line such as
-# <!-- examples/zxfifo.c --> names one, and the fenced code that follows shows it.
+# docs_guides.awk: prints a page with the current programs of examples/ in it. A line such as
+# <!-- examples/zxfifo.c --> names a program; the fenced code after it is replaced by the program.
 /^<!-- examples\/.* -->$/ {
     print
     print "```" ($2 ~ /\.cpp$/ ? "cpp" : "c")

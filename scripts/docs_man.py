@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""docs_man.py XML_DIR MAN_DIR VERSION: manual pages from what Doxygen read; runs in the project's folder.
+"""docs_man.py XML_DIR MAN_DIR VERSION: makes manual pages from Doxygen's XML. Runs in the top folder.
 
-In section 3, every header, exported name, record, type and class has a page. So has every block of
-constants: each name in it leads there. Section 7 gets docs/zxcommon.7. Doxygen's own pages would be one
-a header, and one for every member of a record: "time" and "free" would hide the system's.
+In section 3, every header, exported name, record, type and class has a page. Every block of constants has
+one page, with an alias for each name. Section 7 gets docs/zxcommon.7. Doxygen's own manual pages are not
+used: it makes only one page for a header, and one for every member of a record, so that members
+called "time" and "free" would hide the pages of the system.
 
-Fails when a name of the headers or of the version scripts has no page.
+Fails if a name in the headers or in the version scripts has no page.
 """
 import itertools
 import pathlib
@@ -31,7 +32,7 @@ def bold(text):
 
 
 def runs(node):
-    """Texts and blocks of a node in their order. Texts are one line; linked names in them are bold."""
+    """Yields the texts and blocks of a node in their order. A text is one line; linked names in it are bold."""
     text = escape(node.text or "")
     for child in node:
         if child.tag in BLOCKS:
@@ -60,7 +61,7 @@ def parameters(block):
 
 
 def words(member):
-    """All that a comment says, as one line."""
+    """Returns the whole comment as one line."""
     said = []
     for para in itertools.chain(member.find("briefdescription"), member.find("detaileddescription")):
         for run in runs(para):
@@ -152,11 +153,11 @@ def member_page(name, member, header, notes=None):
 
 
 def record_page(member, fields, header, source):
-    """A record or an enumeration, as the header defines it; the values of the latter lead to it."""
+    """Makes the page of a record or an enumeration, with an alias for each value of an enumeration."""
     name = member.findtext("name")
     code = re.search(rf"^typedef \w+ {name} {{.*?^}} {name};", source, re.M | re.S).group()
     code = re.sub(r" */\*.*?\*/", "", code, flags=re.S)
-    code = re.sub(r"(?<=[^;,{}\n])\n +|(?<=\n) *\n", " ", code)  # lines that the comments broke
+    code = re.sub(r"(?<=[^;,{}\n])\n +|(?<=\n) *\n", " ", code)  # join lines that comments had split
     values = [field.findtext("name") for field in fields if field.tag == "enumvalue"]
     page = Page([name, *values], first_sentence(member), header, code)
     page.describe(member.find("briefdescription"))
@@ -168,7 +169,7 @@ def record_page(member, fields, header, source):
 
 
 def macro_pages(members, header, source):
-    """One for each block of macros in the header: those with no empty line between them."""
+    """Makes a page for each block of macros in the header. An empty line ends a block."""
     lines = source.split("\n")
     members.sort(key=lambda member: int(member.find("location").get("line")))
     blocks = []
@@ -209,7 +210,7 @@ def class_page(compound, header):
 
 
 def header_pages(xml, path):
-    """What a header has: a page about it, and the pages of all in it."""
+    """Makes the page of a header, and the pages of everything in it."""
     header, source = path.name, path.read_text()
     compound = parse(xml / (header.replace(".", "_8") + ".xml"))
     inner = [parse(xml / f"{node.get('refid')}.xml") for node in compound.findall("innerclass")]
@@ -253,7 +254,7 @@ def parse(path):
 
 
 def overview(modules, version):
-    """zxcommon(7): its own text, the headers, and the README's program."""
+    """Makes zxcommon(7) from its text, the list of headers, and the program in README.md."""
     program = re.search(r"^```c\n(.*?)^```$", pathlib.Path("README.md").read_text(), re.M | re.S).group(1)
     parts = {"VERSION": version, "MODULES": "\n".join(modules), "PROGRAM": escape(program.rstrip("\n"))}
     page = pathlib.Path("docs/zxcommon.7").read_text()
@@ -261,7 +262,7 @@ def overview(modules, version):
 
 
 def wanted_names():
-    """All that a reader may look for, from the sources themselves and not from what Doxygen made of them."""
+    """Yields all names that need a page, from the sources themselves and not from Doxygen's output."""
     for path in MAPS:
         yield from re.findall(r"^ *(\w+);", path.read_text(), re.M)
     for path in HEADERS:

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Formats every C and C++ file of the project:
+# Formats every C and C++ file of the project.
 #
 #   scripts/format.sh [--check]
 #
-# --check only says which differ, and fails. CLANG_FORMAT names the program to use; the project's style
-# is that of version 14.
+# With --check, it changes nothing, lists the differences and fails if there are any. The environment
+# variable CLANG_FORMAT names the program to use. The style needs version 14 of clang-format.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh

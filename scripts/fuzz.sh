@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs the fuzz targets, SECONDS each, one on each processor at a time:
+# Runs all fuzz targets, or those that are named, for SECONDS each, with one target per processor.
 #
 #   scripts/fuzz.sh SECONDS [TARGET...]
 #
-# They start from fuzz/seeds, from the frames of tests/data and of the captures in ZX_CAPTURES, and from
-# what earlier runs found worth keeping in build/fuzz/corpus. Fails with the path of an input that does
-# what it should not.
+# The targets start from fuzz/seeds, from the inputs that earlier runs have kept in build/fuzz/corpus,
+# and from the frames in tests/data and in the captures in ZX_CAPTURES. Fails and prints the path of the
+# input if an input reveals a fault.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -23,7 +23,7 @@ scripts/install-deps.sh build fuzz
 build fuzz capture_seeds "${targets[@]/%/_fuzz}"
 "$work/fuzz/capture_seeds" "$work/captured" tests/data
 
-# Says how it went at the end, in one piece.
+# Runs a target and prints its result at the end, in one piece.
 run() {
     local target=$1 log=$work/$1.log corpus=$work/corpus/$1 findings=$work/findings/$1
     local seeds=("fuzz/seeds/$target")
@@ -34,7 +34,7 @@ run() {
         >"$log" 2>&1; then
         printf '%s\n' "$(tail -n 60 "$log")" "$target failed; the input is the newest of:" \
             "$(ls -1t "$PWD/$findings"/*)" >&2
-        return 255  # xargs starts no others
+        return 255  # xargs then starts no other targets
     fi
     printf '%s\n' "== $target" "$(grep -E 'cov: [0-9]+' "$log" | tail -n 1)" \
         "$(grep -E 'stat::(number_of_executed_units|average_exec_per_sec|peak_rss)' "$log")"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of one or more groups, those that are missing:
+# Installs the Debian packages of one or more groups, if they are missing.
 #
 #   scripts/install-deps.sh GROUP...
 #
-# The groups: build, test, bench, fuzz, analyse, memcheck, coverage, docs, package.
+# Groups: build, test, bench, fuzz, analyse, memcheck, coverage, docs, package.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -37,7 +37,7 @@ for group in "$@"; do
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0
 
-# installed: of what apt reports, one line for each tenth.
+# installed: reads apt's progress reports and prints one line for every ten percent.
 installed() {
     local kind percent tenth shown=''
     while IFS=: read -r kind _ percent _; do
@@ -54,6 +54,6 @@ installed() {
 
 as_root=(env DEBIAN_FRONTEND=noninteractive)
 [[ $(id -u) -eq 0 ]] || as_root=(sudo "${as_root[@]}")
-echo "installing, with what they need: ${missing[*]}"
+echo "installing these packages and their dependencies: ${missing[*]}"
 "${as_root[@]}" apt-get update -qq
 "${as_root[@]}" apt-get install -y -q --no-install-recommends -o APT::Status-Fd=1 "${missing[@]}" | installed

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs the tests under valgrind: memcheck with leaks and open descriptors over every test program of
-# the libraries, helgrind over what threads share:
+# Runs every test program of the libraries under valgrind's memcheck, which also looks for leaks and open
+# descriptors. Runs four of the programs under helgrind, too.
 #
 #   scripts/memcheck.sh [PROGRAM...]
 #
-# PROGRAMs, such as zxstr, are run instead. A minute and more for each of the large ones, so it is not
-# part of scripts/test.sh.
+# If PROGRAMs are named, such as zxstr, only these run, and only under memcheck. Each of the large
+# programs takes a minute or more, so this is not part of scripts/test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -21,34 +21,35 @@ if [[ $# -eq 0 ]]; then
     done
 fi
 
-# What cannot work under valgrind, by program.
+# The tests of each program that cannot work under valgrind.
 declare -A left_out=(
-    # They try again within what is left of a wait, and their clock is too fast for that here.
+    # They retry in the rest of a wait. The tests' clock runs too fast for that under valgrind.
     [faults]='*/epoll_one:*/connection:*/reachable'
-    # In a child that is forked beside other threads, what only they knew of counts as lost.
+    # In a child of a fork, memory to which only the other threads of the parent pointed counts as leaked.
     [log_stress]=LogStress.AForkEveryMillisecondWhileTheFileIsChanged
-    [zxmd_system]=SystemTest.LimitsAreRaisedToTheirMost # valgrind refuses another limit of descriptors
-    [zxnet]=NetTest.ReceivesWhatIsThere                # announces more room than there is, on purpose
-    [zxsignal]=SignalTest.CatchSetsWhatEverySignalDoes # /proc shows that valgrind catches all of them
+    [zxmd_system]=SystemTest.LimitsAreRaisedToTheirMost # valgrind does not let a program change its limit of descriptors
+    [zxnet]=NetTest.ReceivesWhatIsThere                # passes a size that is larger than its buffer
+    [zxsignal]=SignalTest.CatchSetsWhatEverySignalDoes # valgrind catches all signals, as /proc shows
 )
 
-# shellcheck disable=SC2016  # these are awk's
-# Finds an error in any process: what a forked child meets does not change how the program ends.
+# shellcheck disable=SC2016  # these variables are awk's
+# Finds an error in any process: errors in a forked child do not change the exit code of the program.
 in_error='/ERROR SUMMARY: [1-9]/ { print FILENAME ": " $0; found = 1 } END { exit !found }'
 # shellcheck disable=SC2016
-# Finds a descriptor that the program itself left open: valgrind lists them and fails for none.
+# Finds a descriptor that the program itself left open: valgrind lists these but does not fail.
 left_open='/Open .*descriptor/ { open = $0; next }
     open != "" && !/inherited from parent/ { print open; found = 1 }
     { open = "" }
     END { exit !found }'
 
-# Runs a program; what valgrind says about it and its children is in $logs.
+# Runs a program; the reports of valgrind about it and its children are in $logs.
 memcheck() {
     local path
     path=$(find "$build" -name "$1_test" -type f)
     rm -rf "$logs"
     mkdir -p "$logs"
-    # To free the C library's memory behind a child writes what the parent has still to write.
+    # Do not let valgrind free the C library's memory at the end: in a child, that would also write out the
+    # output that the parent has still buffered.
     valgrind --run-libc-freeres=no --error-exitcode=99 --leak-check=full \
         --errors-for-leak-kinds=definite,indirect --track-fds=yes --log-file="$logs/%p" \
         "$path" --gtest_brief=1 --gtest_filter="-${left_out[$1]-}" &
@@ -56,7 +57,7 @@ memcheck() {
     ! awk "$in_error" "$logs"/* && ! awk "$left_open" "$logs/$!"
 }
 
-export ZX_CPU=portable # valgrind does not know every instruction that the others have
+export ZX_CPU=portable # valgrind does not support all instructions of the other code paths
 logs=$build/memcheck
 failed=()
 for program in "${programs[@]}"; do
@@ -66,7 +67,7 @@ done
 if [[ $# -eq 0 ]]; then
     for program in zxfifo zxlock zxmem zxthread; do
         echo "== helgrind $program"
-        # Helgrind takes a thread that the system refuses for a mistake.
+        # Helgrind reports an error if the system refuses to create a thread.
         valgrind --tool=helgrind --quiet --error-exitcode=99 "$build/tests/${program}_test" --gtest_brief=1 \
             --gtest_filter=-ThreadTest.IsNotCreatedWhenTheSystemRefuses ||
             failed+=("helgrind $program")

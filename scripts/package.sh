@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Makes the Debian packages in build/packages and has lintian look at them:
+# Makes the Debian packages in build/packages and checks them with lintian.
 #
 #   scripts/package.sh [--try]
 #
-# --try, as root, then installs them in a bare Debian, builds and runs programs against them there, purges
-# them, and fails if a file is left. That tree is made with the sources of packages and the keys that
-# this machine has, and removed at the end.
+# With --try, which needs root, it also installs the packages in a minimal Debian system, builds and runs
+# programs with them there, purges them, and fails if a file is left. This system uses the package sources
+# and keys of this machine, and is deleted at the end.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -21,8 +21,8 @@ fi
 
 stage "needed packages" scripts/install-deps.sh build docs package
 umask 022
-# The same packages again, from a checkout and from a released tree alike: their date is that of the
-# commit, or of the list of changes.
+# Every build of the same sources gives the same packages: they have the date of the commit, or in a
+# released tree without git that of CHANGELOG.md.
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CHANGELOG.md)}
 export SOURCE_DATE_EPOCH
 stage documentation scripts/docs.sh
@@ -39,8 +39,8 @@ make_packages() {
 }
 stage "the packages" make_packages
 
-# The first version of a package in Debian closes the request for it; these go nowhere near. And what
-# -lzxcommon finds is no link, but a script that brings cJSON along.
+# Suppressed: the first version of a package in Debian must close a bug, but these packages do not go to
+# Debian; and libzxcommon.so is not a link, but a linker script that also links cJSON.
 lintian --fail-on error,warning \
     --suppress-tags initial-upload-closes-no-bugs,lacks-unversioned-link-to-shared-library "$packages"/*.deb
 ls -l "$packages"/*.deb

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Lets a relay work as a server for minutes: soak.py MINUTES RELAY SAMPLE
+"""Runs a relay as a server for some minutes: soak.py MINUTES RELAY SAMPLE
 
-A source sends the sample over and over at a fixed rate, each packet with a running number and a
-checksum. Clients read all, read what has passed, stall, vanish and send garbage, while workers are
-killed, the log is moved away and its disk is full for a while. Every client checks what it gets. The
-processes are measured once a second. Prints a table; the exit code is 1 when something does not hold.
+A source sends the sample again and again at a fixed rate. Each packet contains a number and a checksum.
+Clients read everything, read the past, stall, vanish and send garbage. Meanwhile workers are killed, the
+log is moved away, and its disk is full for a while. Every client checks the data that it gets. The
+processes are measured once a second. Prints a table. The exit code is 1 if a row does not hold.
 """
 import collections
 import json
@@ -27,21 +27,21 @@ import zlib
 PACKET = 188
 PER_MESSAGE = 7
 RATE = 8_000_000 // 8 // PACKET  # packets a second
-KEEP = 10  # seconds of the store
-SHIFT = 5  # seconds that a client asks for
-STALL = 12  # seconds until a client that takes nothing is disconnected
-BACK = 4  # seconds that a killed worker may cost: the watchdog looks once a second
+KEEP = 10  # seconds that the store keeps
+SHIFT = 5  # seconds back that a client asks for
+STALL = 12  # seconds until a client that accepts no data is disconnected
+BACK = 4  # seconds that the restart of a killed worker may take; the watchdog checks once a second
 LINE = re.compile(rb"\[[-0-9]{10} [:0-9]{8}\.\d{3}\]\[(ERROR|WARN|NOTICE|INFO)\]\[[A-Z_0-9]+\][^\r\n]+")
 LOST = re.compile(rb"\[ZXLOG\](\d+) lines could not be written$")
 
-# A worker's memory moves by the backlogs of the two clients that stall (--client-buffer, 1 MiB
-# each), its descriptors by the clients that come and go at that moment. A leak adds up to more.
+# The memory of a worker varies by the backlogs of the two clients that stall (--client-buffer, 1 MiB
+# each), and the number of its descriptors by the clients that are just connected. A leak is larger.
 MEMORY_SLACK_KB = 2048
 DESCRIPTOR_SLACK = 4
 
 
 class Checker:
-    """Takes a stream in pieces and notes what is missing, doubled or torn."""
+    """Takes a stream in pieces and counts missing, duplicated and torn packets."""
 
     def __init__(self):
         self.rest, self.first, self.last = b"", None, None
@@ -86,7 +86,7 @@ class Soak:
         self.samples = collections.defaultdict(list)  # by process
         self.start = time.monotonic()
 
-    # ---- what everybody uses
+    # ---- used everywhere
 
     @staticmethod
     def free_port():
@@ -115,14 +115,14 @@ class Soak:
             return 0
 
     def note_drops(self):
-        """What the relay counted for each of its clients."""
+        """Stores the drops that the relay has counted for each of its clients."""
         try:
             url = f"http://127.0.0.1:{self.status_port}/live.json"
             with urllib.request.urlopen(url, timeout=5) as answer:
                 for client in json.load(answer)["clients"]:
                     self.dropped[client["address"]] = client["dropped_messages"]
         except (OSError, ValueError):
-            pass  # between two workers
+            pass  # no worker at the moment
 
     def was_killed(self, since):
         return self.stopping.is_set() or any(moment >= since - 0.5 for moment in self.kills)
@@ -148,7 +148,7 @@ class Soak:
                             packet = head + struct.pack(">Q", number)
                             burst += packet + struct.pack(">I", zlib.crc32(packet))
                             if number % (10 * RATE) == 0:
-                                burst += bytes(99)  # no stream: to be left out
+                                burst += bytes(99)  # not a packet: the relay must leave it out
                         number = max(due, number)
                         s.sendall(burst)
                         time.sleep(0.01)
@@ -167,7 +167,7 @@ class Soak:
         return s
 
     def receive(self, s, checker, seconds=1e9):
-        """Reads on for some seconds; false when the connection ended."""
+        """Reads for some seconds. Returns false if the connection ended."""
         end = time.monotonic() + seconds
         while time.monotonic() < end and not self.stopping.is_set():
             try:
@@ -185,7 +185,7 @@ class Soak:
         return True
 
     def judge(self, kind, checker, s, jumps_back=0):
-        """What a connection brought, beside what the relay says that it dropped."""
+        """Compares what a connection received with the drops that the relay has counted for it."""
         self.count(**{f"{kind} packets": checker.packets, f"{kind} turns": 1})
         address = "%s:%d" % s.getsockname()
         if checker.missing:
@@ -224,7 +224,7 @@ class Soak:
             begin, checker = self.now(), Checker()
             self.receive(s, checker, 1)
             self.stopping.wait(STALL - 3)
-            is_open = self.receive(s, checker, 4)  # until all is read and the relay's counts are out
+            is_open = self.receive(s, checker, 4)  # until everything is read and the relay has published its counts
             self.expect_open(is_open, begin)
             if is_open:
                 self.judge("staller", checker, s)
@@ -237,7 +237,7 @@ class Soak:
             if not self.receive(s, checker, 5):
                 self.count(**{"dead ones disconnected": 1})
             elif not self.stopping.is_set():
-                self.fail("a client that takes nothing was not disconnected")
+                self.fail("a client that accepts no data was not disconnected")
 
     def vanish(self):
         with self.connect() as s:
@@ -257,7 +257,7 @@ class Soak:
         time.sleep(0.2)
 
     def play(self, turn):
-        """Takes one turn after the other; a worker that is just killed may refuse one."""
+        """Runs one turn after the other. A turn may fail while a worker is being replaced."""
         while not self.stopping.is_set():
             begin = self.now() - BACK
             try:
@@ -266,7 +266,7 @@ class Soak:
                 if not self.was_killed(begin):
                     self.fail(f"{turn.__name__}: {error}")
                 time.sleep(0.1)
-            except Exception as error:  # a fault of this program: no thread ends unnoticed
+            except Exception as error:  # a fault of this program must be noticed
                 self.fail(f"{turn.__name__}: {error!r}")
                 time.sleep(1)
 
@@ -285,16 +285,16 @@ class Soak:
         try:
             os.rename(self.log, path)
         except FileNotFoundError:
-            return  # nothing was logged since
+            return  # nothing was logged since the last rotation
         self.rotated.append(path)
-        if len(self.rotated) > 1:  # nobody writes to the one before any more
+        if len(self.rotated) > 1:  # nobody writes to the previous one any more
             self.rotated[-2] = shutil.move(self.rotated[-2], self.work)
 
     def fill_disk(self):
         filler = os.path.join(self.disk, "filler")
         self.full_times.append(self.now())
         while self.now() < self.full_times[-1] + min(20, self.end / 10) and not self.stopping.is_set():
-            try:  # again and again: a rotation makes room
+            try:  # repeatedly, because a rotation frees space
                 with open(filler, "ab", buffering=0) as file:
                     while file.write(bytes(512)):
                         pass
@@ -303,7 +303,7 @@ class Soak:
         os.remove(filler)
 
     def events(self):
-        """(second, what happens), in order. The judged stretches lie between the kills."""
+        """Returns (second, function) pairs in order. Growth is judged between the kills."""
         is_long = self.end >= 600
         plan = [(0.1, self.kill_worker), (0.2, self.kill_worker)] + [(0.6, self.kill_worker)] * is_long
         if self.is_mounted:
@@ -330,7 +330,7 @@ class Soak:
             mount = ["mount", "-t", "tmpfs", "-o", "size=512k", "soak", self.disk]
             self.is_mounted = subprocess.run(mount, check=False).returncode == 0
         if not self.is_mounted:
-            print("only root may mount: the full disk is left out")
+            print("not run as root, so nothing can be mounted: the full disk is left out")
         local = "127.0.0.1:"
         self.supervisor = subprocess.Popen(
             [self.relay, "--watchdog", "--input", f"tcp://{local}{self.in_port}", "--output",
@@ -366,14 +366,14 @@ class Soak:
                 thread.join()
 
     def tear_down(self):
-        """Ends the relay and takes everything away but the log."""
+        """Ends the relay and removes everything except the log."""
         if self.supervisor:
             self.supervisor.terminate()
             try:
                 self.supervisor.wait(15)
             except subprocess.TimeoutExpired:
                 self.fail("the relay did not end")
-                self.supervisor.kill()  # its worker follows
+                self.supervisor.kill()  # the worker ends, too
                 self.supervisor.wait()
         for path in self.rotated[-1:] + [self.log]:
             if os.path.exists(path):
@@ -384,7 +384,7 @@ class Soak:
     # ---- the judgement
 
     def judge_log(self):
-        """Whole lines, lines that the full disk cut, and lines that were counted as lost."""
+        """Checks the lines of the log: whole ones, those that the full disk cut, and those counted as lost."""
         lines, names = [], [f"log.{i}" for i in range(len(self.rotated))] + ["log"]
         for name in names:
             with open(os.path.join(self.work, name), "rb") as file:
@@ -409,7 +409,7 @@ class Soak:
         ]
 
     def judge_flatness(self):
-        """The first third of a process's time against its last, behind two minutes."""
+        """Compares the first third of a process's life with the last third, after two minutes."""
         rows = []
         for pid, samples in self.samples.items():
             name = "supervisor" if pid == self.supervisor.pid else f"worker {pid}"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds zxrelay and has it work for MINUTES as a server under clients and events of all kinds:
+# Builds zxrelay and runs it as a server for MINUTES, with many kinds of clients and events.
 #
 #   scripts/soak.sh MINUTES
 #
-# Prints what was found as a table, and fails when something does not hold. See scripts/soak.py.
+# Prints the results as a table, and fails if one of them is not as required. See scripts/soak.py.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh

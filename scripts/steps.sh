@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Sourced by the other scripts from the project's folder. A script begins with a comment that says what
-# it does with which arguments: --help prints that, and so does a misuse.
+# Sourced by the other scripts, in the project's top folder. Each script begins with a comment about what
+# it does and which arguments it takes. --help prints this comment, and so do wrong arguments.
 
 about() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/${0##*/}"; }
 misused() {
@@ -12,7 +12,7 @@ if [[ ${1-} == --help ]]; then
     exit
 fi
 
-# stage NAME COMMAND...: runs COMMAND and says how long it took.
+# stage NAME COMMAND...: runs COMMAND and prints how long it took.
 stage() {
     local begin=$SECONDS
     printf '== %s\n' "$1"
@@ -20,7 +20,7 @@ stage() {
     printf -- '-- %s: %d s\n' "$1" $((SECONDS - begin))
 }
 
-# counted: passes on what ninja or ctest print, but of the lines that only count one in ten.
+# counted: passes on the output of ninja or ctest, with only one in ten of the progress lines.
 counted() {
     local line tenth shown=''
     local count='^ *\[?([0-9]+)/([0-9]+)(\] | Test .*(Passed|Skipped))' start='^ +Start +[0-9]+: '
@@ -35,13 +35,13 @@ counted() {
     done
 }
 
-# build PRESET [TARGET...]
+# build PRESET [TARGET...]: builds the targets, or everything.
 build() {
     cmake --preset "$1" >/dev/null
     cmake --build --preset "$1" ${2:+--target "${@:2}"} | counted
 }
 
-# run_tests PRESET: more than two at a time on two processors, because many of them only wait.
+# run_tests PRESET: runs two tests per processor at a time, because many of them mostly wait.
 run_tests() {
     ctest --preset "$1" --parallel $((2 * $(nproc))) --no-tests=error --output-on-failure | counted
 }

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Runs the scenarios of tests/stress for minutes instead of seconds, one after the other:
+# Runs the scenarios of tests/stress one after the other, for minutes instead of seconds.
 #
 #   scripts/stress.sh MINUTES [PRESET]
 #
-# All of them together take MINUTES. The preset is release when none is named; tsan and asan look closer.
+# All scenarios together take MINUTES. The default preset is release; tsan and asan find more faults.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh

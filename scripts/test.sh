@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds and tests the project; what is missing is installed first.
+# Builds and tests the project. Installs missing packages first.
 #
-#   scripts/test.sh          formatting, and the whole suite in release: minutes
-#   scripts/test.sh --rest   the rest of the gate: the suite under the address and undefined-behaviour
-#                            sanitizers, what has threads under the thread sanitizer, with the record
-#                            of the binary interface, static analysis, documentation, and a moment of
-#                            fuzzing
-#   scripts/test.sh --all    both, the whole gate: what every change must pass
+#   scripts/test.sh          checks the formatting and runs the whole suite in release; takes minutes
+#   scripts/test.sh --rest   runs the suite under the address and undefined-behaviour sanitizers, the
+#                            tests with threads under the thread sanitizer, the check of the binary
+#                            interface, the static analysis, the documentation build, and every fuzz
+#                            target for five seconds
+#   scripts/test.sh --all    runs both; every change must pass this
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh

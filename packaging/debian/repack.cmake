@@ -1,5 +1,5 @@
-# Runs on the packed packages: sets what CPack has no setting for, and takes away the scripts that it
-# gives every library to call ldconfig, which the trigger does.
+# Runs on the finished packages. Sets a field for which CPack has no setting, and removes the scripts with
+# which CPack calls ldconfig for every library, because the trigger does that.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
     set(tree ${package}.d)
     execute_process(COMMAND dpkg-deb --raw-extract ${package} ${tree} COMMAND_ERROR_IS_FATAL ANY)

@@ -1,20 +1,21 @@
 #!/usr/bin/env bash
-# try.sh PACKAGE...: for scripts/package.sh, as root.
+# try.sh PACKAGE...: installs and tries the packages in a minimal Debian system. Called by
+# scripts/package.sh as root.
 set -euo pipefail
 tree=$(mktemp -d)
 trap 'rm -rf --one-file-system "$tree"' EXIT
 project=$(cd "$(dirname "$0")/../.." && pwd)
 
-# The machine's own sources and keys, whatever they are.
+# Use the package sources and keys of this machine.
 # shellcheck source=/dev/null
 source /etc/os-release
-# shellcheck disable=SC2016  # this is apt's
+# shellcheck disable=SC2016  # this variable is apt's
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
     "Codename: $VERSION_CODENAME" 'Component: main' | head -n 1)
 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 log=$project/build/debootstrap.log
 chmod 755 "$tree"
-echo "== a bare Debian $VERSION_CODENAME: minutes"
+echo "== a minimal Debian $VERSION_CODENAME; takes minutes"
 debootstrap --keyring="$keyring" --variant=minbase "$VERSION_CODENAME" "$tree" "$mirror" \
     >"$log" 2>&1 || { tail "$log"; exit 1; }
 for path in /etc/apt /usr/share/keyrings; do
@@ -25,8 +26,8 @@ done
 for file in /etc/resolv.conf /etc/hosts; do
     [[ ! -e $file ]] || cp -L "$file" "$tree/etc/"
 done
-# Slaves, so that to unmount them unmounts nothing of the machine's. They are looked for by name at the
-# end, because this may itself run in a chroot, which cannot have mounts of its own.
+# The mounts are slaves, so that unmounting them does not affect the machine. At the end they are unmounted by
+# name, because this script may itself run in a chroot, which cannot have mounts of its own.
 trap 'umount --recursive --lazy "$tree/proc" "$tree/dev" || true; rm -rf --one-file-system "$tree"' EXIT
 for path in /proc /dev; do
     mount --rbind --make-rslave "$path" "$tree$path"
@@ -36,7 +37,7 @@ in_tree() { chroot "$tree" env PATH=/usr/sbin:/usr/bin:/sbin:/bin \
     DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
 install() { in_tree apt-get install -y -qq --no-install-recommends "$@" >/dev/null; }
 
-# files: what is there, without what apt and dpkg write down for themselves.
+# files: lists all files except those that apt and dpkg keep for themselves.
 files() { (cd "$tree" && find . -xdev \( -path ./tmp -o -path ./var/cache -o -path ./var/log -o \
     -path ./var/lib/apt -o -path './var/lib/dpkg/*-old' \) -prune -o -print | sort); }
 
@@ -51,7 +52,7 @@ install "${@/#*\///tmp/try/}"
 in_tree zxrelay --version
 in_tree zxcapture --read /tmp/try/tcp.pcap --quiet
 
-echo "== programs against them"
+echo "== programs that use them"
 cp -r "$project/tests/abi" "$tree/tmp/try/"
 examples=()
 if [[ -d $project/examples ]]; then
@@ -65,4 +66,4 @@ in_tree apt-get purge -y -qq libzxlog1 libzxcommon1 libzxcommon-dev zxcommon-too
 in_tree apt-get autoremove --purge -y -qq >/dev/null
 files >"$tree/tmp/after"
 diff "$tree/tmp/before" "$tree/tmp/after"
-echo "nothing is left of $(wc -w <<<"$*") packages"
+echo "no file of the $(wc -w <<<"$*") packages is left"
