@@ -70,7 +70,7 @@ def words(member):
             elif run.tag == "parameterlist":
                 said += [f"{names}: {text}" for names, text in parameters(run)]
             elif run.get("kind") == "return":
-                said.append("Gives " + text_of(run))
+                said.append("Returns " + text_of(run))
             else:
                 said.append(text_of(run))
     return " ".join(filter(None, said))
@@ -130,7 +130,7 @@ def first_sentence(member):
     text = " ".join(inline(para) for para in member.iterfind("briefdescription/para"))
     if not text:
         result = member.find(".//simplesect[@kind='return']")
-        text = "gives " + text_of(result) if result is not None else ""
+        text = "returns " + text_of(result) if result is not None else ""
     return re.split(r"(?<=[a-z0-9)])[.;] ", text + " ")[0].rstrip(". ")
 
 
