@@ -26,8 +26,7 @@ constexpr std::uint64_t kSecondUs = 1000000;
 constexpr std::uint64_t kRunUs = 5 * kSecondUs;
 constexpr std::uint32_t kKeepSeconds = 2;
 constexpr std::size_t kReaders = 10;
-constexpr std::chrono::milliseconds kPause{
-    1};  // a writer or reader with nothing to do sleeps so long
+constexpr std::chrono::milliseconds kPause{1};  // sleep of a thread with nothing to do
 
 // What a reader found. It found nothing new if `time` is not later than before.
 struct Found {

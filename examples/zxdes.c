@@ -1,5 +1,4 @@
-/* Encrypts and decrypts a block with DES and Triple DES, for equipment that supports nothing else.
- */
+/* Encrypts and decrypts a block with DES and Triple DES, for equipment that needs them. */
 #include <stdio.h>
 #include <string.h>
 #include <zxdes.h>

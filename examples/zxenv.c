@@ -3,8 +3,7 @@
 #include <zxenv.h>
 
 int main(void) {
-    if (zxenv_api_set("EXAMPLE_PORT", "8080", 0) !=
-        1) { /* 0: keep the value that the user has set */
+    if (zxenv_api_set("EXAMPLE_PORT", "8080", 0) != 1) { /* 0: keep the value of the user */
         return 1;
     }
     printf("port: %s\n", zxenv_api_get("EXAMPLE_PORT", "80"));
