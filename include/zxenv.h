@@ -1,9 +1,12 @@
 /**
  * @file zxenv.h
- * Environment variables with checks, defaults and messages.
+ * Environment variables with checks, default values and messages.
  *
- * The environment is the process's: no other thread may change it while one
- * reads or changes it. Signal handlers: no. Log tag: ENV.
+ * Log tag: ENV.
+ *
+ * Threads: unsafe; no thread may change the environment while another one reads or changes it.
+ * Signal handlers: unsafe.
+ * Cancellation: none.
  */
 #ifndef ZXENV_H
 #define ZXENV_H
@@ -17,11 +20,11 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /**
- * Looks a variable up.
+ * Looks up a variable.
  * @param name          without "=".
  * @param defaultValue  the result when there is no such variable; may be NULL.
- * @return its value, an empty one, too, until the variable is changed; otherwise `defaultValue`,
- *         for a NULL `name`, too.
+ * @return the value, which may be empty and stays valid until the variable changes; `defaultValue`
+ *         when there is no such variable or `name` is NULL.
  * Logs: error for a NULL `name`.
  */
 const char* zxenv_api_get(const char* name, const char* defaultValue);
@@ -30,25 +33,26 @@ const char* zxenv_api_get(const char* name, const char* defaultValue);
  * Sets a variable to a copy of a text.
  * @param name       not empty and without "=".
  * @param str_value  copied; may be empty.
- * @param overwrite  0: a variable that exists keeps its value, which is a success.
- * @return 1; 0 when it fails or an argument is missing.
- * Logs: error in these cases.
+ * @param overwrite  0: an existing variable keeps its value, and the call succeeds.
+ * @return 1; 0 when it fails or an argument is NULL.
+ * Logs: error when it returns 0.
  */
 int32_t zxenv_api_set(const char* name, const char* str_value, int8_t overwrite);
 
 /**
  * Removes a variable.
- * @param name  of the variable, which need not exist.
- * @return 0; -1 with `errno` EINVAL, silently, for NULL, an empty name and one with "=".
+ * @param name  the variable, which need not exist.
+ * @return 0; -1 with `errno` EINVAL and without a log line for a name that is NULL, empty or
+ *         contains "=".
  */
 int32_t zxenv_api_unset(const char* name);
 
 /**
- * Makes a text part of the environment.
- * @param name_val  "NAME=VALUE"; not copied: it stays alive and unchanged as long as the variable.
- *                  Without "=" the variable is removed.
- * @return 1; 0 when it fails or the argument is missing.
- * Logs: error in these cases.
+ * Makes a text a part of the environment.
+ * @param name_val  "NAME=VALUE"; not copied: it must stay valid and unchanged for as long as the
+ *                  variable exists. Without "=" the variable is removed.
+ * @return 1; 0 when it fails or the argument is NULL.
+ * Logs: error when it returns 0.
  */
 int32_t zxenv_api_put(char* name_val);
 

@@ -1,16 +1,16 @@
 /**
  * @file zxepoll.h
- * Waiting for descriptors through epoll: one descriptor with a time-out, or a
- * set of them with callbacks.
+ * Waiting for descriptors with epoll: one descriptor with a timeout, or a set of descriptors with
+ * callbacks.
  *
- * The module keeps no state: an instance is a descriptor that belongs to its
- * caller. Every registration stores the watched descriptor as `data.fd`; what
- * the caller registers by other means must do the same. Log tag: EPOLL.
+ * The module keeps no state: an instance is a descriptor that belongs to its caller. Every
+ * registration stores the watched descriptor as `data.fd`. A caller that registers descriptors in
+ * another way must do the same. Log tag: EPOLL.
  *
- * Threads: all operations are safe on different instances. Signal handlers: no.
- * A thread that is cancelled inside a call leaves open no instance, and
- * registered no descriptor, that the call opened or registered.
- * zxepoll_appapi_deinit() closes its instance.
+ * Threads: safe; for different instances.
+ * Signal handlers: unsafe.
+ * Cancellation: safe; a cancelled call closes the instance that it opened and removes the
+ * descriptor that it registered.
  */
 #ifndef ZXEPOLL_H
 #define ZXEPOLL_H
@@ -24,27 +24,29 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-#define ZXEPOLL_WAIT_READ  0 /**< wait until readable; so does any mode but 1 */
+#define ZXEPOLL_WAIT_READ  0 /**< wait until readable, as any mode except 1 */
 #define ZXEPOLL_WAIT_WRITE 1 /**< wait until writable */
 
-#define ZXEPOLL_TIMEOUT (-1) /**< the time-out passed */
-#define ZXEPOLL_FAILED  (-2) /**< the descriptor could not be registered or removed */
+#define ZXEPOLL_TIMEOUT (-1) /**< the timeout passed */
+#define ZXEPOLL_FAILED  (-2) /**< the descriptor was not registered or not removed */
 #define ZXEPOLL_HANGUP  (-3) /**< the peer hung up, or the descriptor is in error */
 
-/** Names the caller's descriptor at an index; 0 or less: there is none. */
+/** Returns the caller's descriptor at an index; 0 or less: there is none. */
 typedef int32_t (*zxepoll_getfd_cb)(void* context, uint32_t index);
 
-/** Is told that a descriptor is ready; the result is ignored. */
+/** Called for a descriptor that is ready; its result is ignored. */
 typedef int32_t (*zxepoll_io_cb)(void* context, int32_t fd);
 
 /* ------------------------------------------------------------ instance -- */
 
 /**
  * Opens an instance, close-on-exec.
- *
  * @param size    a hint without effect, but above 0.
- * @param caller  not used. @param line not used.
+ * @param caller  not used.
+ * @param line    not used.
  * @return the instance; -1 with `errno` set (EINVAL for a size of 0 or less).
+ * Signal handlers: safe.
+ * Cancellation: none.
  */
 int zxepoll_innerapi_open(int size, const char* caller, int line);
 
@@ -53,7 +55,8 @@ int zxepoll_innerapi_open(int size, const char* caller, int line);
  * @param epfd  the instance.
  * @param fd    the descriptor, which stays the caller's.
  * @param mask  the events to watch for (EPOLLIN, EPOLLOUT, ...).
- * @return 0; -1 on failure, with `errno` set.
+ * @return 0; -1 with `errno` set on failure.
+ * Cancellation: none.
  * Logs: error on failure.
  */
 int32_t zxepoll_add(int epfd, int fd, uint32_t mask);
@@ -68,37 +71,41 @@ int32_t zxepoll_mod(int epfd, int fd, uint32_t mask);
  * Removes a descriptor.
  * @param epfd  the instance.
  * @param fd    the descriptor, which stays open.
- * @param mask  not used by the kernel.
- * @return 0; 1 when `epfd` is -1, that is after zxepoll_close(), and nothing is done; -1 on
- *         failure, with `errno` set.
+ * @param mask  ignored by the kernel.
+ * @return 0; 1 with nothing done when `epfd` is -1, as after zxepoll_close(); -1 with `errno` set
+ *         on failure.
+ * Cancellation: none.
  * Logs: error on failure.
  */
 int32_t zxepoll_del(int epfd, int fd, uint32_t mask);
 
 /**
- * Waits for events, 500 ms at most.
+ * Waits for events, at most 500 ms.
  * @param epfd  the instance.
- * @param ev    receives at most `max` events.
+ * @param ev    receives up to `max` events.
  * @param max   events, above 0.
- * @return the number of events, 0 when there was none, -1 with `errno` set: EINTR when a signal
- *         handler ran.
+ * @return the number of events; 0 when there was none; -1 with `errno` set on failure (EINTR when a
+ *         signal handler ran).
+ * Signal handlers: safe.
  */
 int32_t zxepoll_wait(int epfd, struct epoll_event* ev, int max);
 
 /**
- * Waits for events with a time-out of the caller's.
+ * Waits for events with a timeout of the caller.
  * @param epfd  the instance.
- * @param ev    receives at most `max` events.
+ * @param ev    receives up to `max` events.
  * @param max   events, above 0.
- * @param ms    milliseconds; -1: without an end.
+ * @param ms    milliseconds; -1: no limit.
  * @return as zxepoll_wait().
+ * Signal handlers: safe.
  */
 int32_t zxepoll_wait_timeout(int epfd, struct epoll_event* ev, int max, int ms);
 
 /**
  * Closes an instance.
- * @param epfd  the caller's variable, which holds -1 then. NULL is refused.
+ * @param epfd  the caller's variable, which is -1 afterwards. NULL is refused.
  * @return 0; -1 for a NULL `epfd`.
+ * Cancellation: none.
  * Logs: error for a NULL `epfd`.
  */
 int32_t zxepoll_close(int* epfd);
@@ -106,31 +113,35 @@ int32_t zxepoll_close(int* epfd);
 /* ------------------------------------------------------ one descriptor -- */
 
 /**
- * Waits for a descriptor that is registered already.
+ * Waits for a descriptor that is already registered.
  *
- * Waits in passes of one second, and looks at the time after a pass only: an idle descriptor keeps
- * the caller for at least a second, however short the time-out is. The time-out in microseconds is
- * computed in 32 bits, so 4294968 ms and above wrap. A failing instance counts as an idle one; a
- * signal handler that runs ends a pass, not the wait.
- * A step of the wall clock can end the wait early or late.
+ * It waits in passes of one second and checks the time only after a pass. So an idle descriptor
+ * delays the caller by at least a second, however short the timeout is. The timeout in microseconds
+ * is computed in 32 bits: from 4294968 ms on it wraps. An instance that fails counts as idle. A
+ * signal handler that runs ends a pass, not the wait. A step of the wall clock can end the wait
+ * early or late.
  *
  * @param epfd  the instance.
  * @param fd    the descriptor.
  * @param mode  1: until writable; any other value: until readable.
- * @param ms    time-out in milliseconds.
- * @return 0 ready; #ZXEPOLL_TIMEOUT; #ZXEPOLL_HANGUP, also when there is still something to read.
+ * @param ms    timeout in milliseconds.
+ * @return 0 when ready; #ZXEPOLL_TIMEOUT; #ZXEPOLL_HANGUP, even if there is still something to
+ *         read.
  */
 int32_t zxepoll_waitfd_timeout_noopt(int epfd, int fd, uint8_t mode, uint32_t ms);
 
 /**
- * Registers a descriptor, waits as zxepoll_waitfd_timeout_noopt() does, and removes it again.
+ * Registers a descriptor, waits as zxepoll_waitfd_timeout_noopt() does, and removes the descriptor
+ * again.
+ *
  * @param epfd  the instance.
- * @param fd    the descriptor, which is not registered.
+ * @param fd    the descriptor, which is not registered yet.
  * @param mode  1: until writable; any other value: until readable.
- * @param ms    time-out in milliseconds.
- * @return 0 ready; #ZXEPOLL_TIMEOUT; #ZXEPOLL_FAILED; #ZXEPOLL_HANGUP, also when the removal
- *         failed then.
- * Logs: error when it cannot be registered or removed.
+ * @param ms    timeout in milliseconds.
+ * @return 0 when ready; #ZXEPOLL_TIMEOUT; #ZXEPOLL_FAILED; #ZXEPOLL_HANGUP, even if the removal
+ *         fails after a hang-up.
+ *
+ * Logs: error when the descriptor cannot be registered or removed.
  */
 int32_t zxepoll_waitfd_timeout(int epfd, int fd, uint8_t mode, uint32_t ms);
 
@@ -138,23 +149,26 @@ int32_t zxepoll_waitfd_timeout(int epfd, int fd, uint8_t mode, uint32_t ms);
 
 /**
  * Opens an instance and registers a set of descriptors.
- *
- * @param count    how many indices `cb` is asked for, from 0; below 2147483647.
- * @param context  handed to `cb`.
+ * @param count    `cb` is called for the indices from 0 to `count` - 1; below 2147483647.
+ * @param context  passed to `cb`.
  * @param mask     the events to watch for.
- * @param cb       names the descriptors; one that cannot be registered is passed over.
+ * @param cb       returns the descriptors. It may be cancelled. One that cannot be registered is
+ *                 skipped.
  * @return the instance, which zxepoll_appapi_deinit() closes; -1 on failure.
- * Logs: error when the instance cannot be opened, for each failed registration, for a NULL `cb`.
+ * Logs: error when the instance cannot be opened, for each failed registration, and for a NULL
+ * `cb`.
  */
 int32_t zxepoll_appapi_init(uint32_t count, void* context, uint32_t mask, zxepoll_getfd_cb cb);
 
 /**
- * Lets the caller release the descriptors of a set and closes its instance.
+ * Lets the caller release the descriptors of a set, and closes its instance.
  * @param epfd     the instance; the caller's variable keeps its value.
- * @param count    how many indices `cb` is called for, from 0.
- * @param context  handed to `cb`.
- * @param cb       releases the descriptor of an index; its result is ignored.
- * @return 0; -1 for a NULL `cb`, with nothing done.
+ * @param count    `cb` is called for the indices from 0 to `count` - 1.
+ * @param context  passed to `cb`.
+ * @param cb       releases the descriptor at an index; its result is ignored.
+ * @return 0; -1 with nothing done for a NULL `cb`.
+ * Cancellation: safe; a cancelled `cb` is not called for the rest of the set, and the instance is
+ * closed.
  * Logs: error for a NULL `cb`.
  */
 int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context, zxepoll_getfd_cb cb);
@@ -162,16 +176,18 @@ int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context, zxepoll_g
 /**
  * Dispatches events to callbacks for one second.
  *
- * A descriptor that hung up or is in error is only logged. One that is readable gets `readcb`
- * alone in that pass, also when it is writable as well and `readcb` is NULL: watch for EPOLLIN only
- * where there is a `readcb`.
+ * A descriptor that hung up or is in error is only logged. For a readable descriptor only `readcb`
+ * is called in a pass, even if the descriptor is also writable and even if `readcb` is NULL. So
+ * watch for EPOLLIN only with a `readcb`.
  *
  * @param epfd     the instance.
- * @param count    descriptors in the set; a pass takes `count` + 1 events, 1024 at most, and the
- *                 next pass the others.
- * @param context  handed to the callbacks.
- * @param readcb   told of readable descriptors, or NULL.
- * @param writecb  of writable ones, or NULL.
+ * @param count    descriptors in the set; a pass takes `count` + 1 events, at most 1024, and the
+ *                 next pass takes the others.
+ * @param context  passed to the callbacks.
+ * @param readcb   called for readable descriptors; may be NULL.
+ * @param writecb  called for writable descriptors; may be NULL.
+ *
+ * Cancellation: safe; also in the callbacks.
  * Logs: information for a hang-up or an error of a descriptor.
  */
 void zxepoll_appapi_dataread(int epfd, uint32_t count, void* context, zxepoll_io_cb readcb,

@@ -1,16 +1,18 @@
 /**
  * @file zxjson.h
- * The JSON parser and printer that the library offers its callers: cJSON, under
- * its own names (cJSON_Parse(), cJSON_Print(), ...).
+ * The JSON parser and printer that the library offers its callers: cJSON, under its own names
+ * (cJSON_Parse(), cJSON_Print(), ...).
  *
- * It is the system's shared cJSON; linking libzxcommon through its CMake target
- * or its pkg-config file links it too. The library's own modules do not use it.
+ * It is the system's shared cJSON. A program that links libzxcommon through its CMake target or its
+ * pkg-config file also links cJSON. The library's own modules do not use it.
  *
- * A tree belongs to who made it: cJSON_Delete() frees it, cJSON_free() a printed
+ * A tree belongs to the code that made it: cJSON_Delete() frees it, cJSON_free() frees a printed
  * text. Nothing is logged.
  *
- * Threads: safe for different trees, but for cJSON_GetErrorPtr() and
- * cJSON_InitHooks(), which all threads share. Signal handlers: no.
+ * Threads: safe; for different trees, except cJSON_GetErrorPtr() and cJSON_InitHooks(), which all
+ * threads share.
+ * Signal handlers: unsafe.
+ * Cancellation: none.
  */
 #ifndef ZXJSON_H
 #define ZXJSON_H
