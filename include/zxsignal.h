@@ -1,10 +1,12 @@
 /**
  * @file zxsignal.h
- * What signals do to a server, and power control.
+ * How a server handles signals, and power control.
  *
  * Nothing is allocated. Log tag: SIGNAL.
  *
- * Threads: safe, unless said otherwise. Signal handlers: only where a function says so.
+ * Threads: safe.
+ * Signal handlers: unsafe.
+ * Cancellation: none.
  */
 #ifndef ZXSIGNAL_H
 #define ZXSIGNAL_H
@@ -19,70 +21,75 @@ extern "C" {
 
 #define ZXSIGNAL_COUNT 128 /**< entries of ::zxsignal_desstring */
 
-/** What handles a signal, or SIG_DFL or SIG_IGN. */
+/** A function that handles a signal, or SIG_DFL or SIG_IGN. */
 typedef void (*zxsignal_handler_cb)(int number);
 
-/** What the signals 0 to 31 are, by number; NULL behind them. */
+/** Descriptions of the signals 0 to 31, by number; NULL from 32 on. */
 extern const char* zxsignal_desstring[ZXSIGNAL_COUNT];
 
 /**
- * Gives a server its usual way with signals: a broken pipe and terminal signals are ignored, most
- * others are logged and the process goes on. Interrupt and termination are among those that are
- * logged: a program that is to end by them installs its own handlers afterwards.
+ * Sets up a server's usual signal handling: a broken pipe and terminal signals are ignored; most
+ * others are logged, and the process continues. Interrupt and termination are also only logged: a
+ * program that should end on them installs its own handlers afterwards.
  *
- * Ignored: 1 hang-up, 13 broken pipe (which is blocked, too), 21 and 22 background terminal use, 28
- * window size. Default: 9 kill, 11 segmentation violation, 17 child. Logged through
- * zxsignal_innerapi_handler(): 2 to 8, 10, 12, 14 to 16, 18, 20, 23 to 27, 29 to 31; 19 cannot be
- * caught. The handler returns, so a real illegal instruction, bus error or division by zero comes
- * again for ever. Children inherit what is blocked and ignored.
+ * Ignored: 1 hang-up, 13 broken pipe (also blocked), 21 and 22 background terminal use, 28 window
+ * size. Default: 9 kill, 11 segmentation violation, 17 child. Logged through
+ * zxsignal_innerapi_handler(): 2 to 8, 10, 12, 14 to 16, 18, 20, 23 to 27, 29 to 31. Signal 19
+ * cannot be caught. The handler returns, so a real illegal instruction, bus error or division by
+ * zero is raised again without end. Child processes inherit blocked and ignored signals.
  *
- * @return what signal 31 did before; SIG_ERR when that failed.
+ * @return the previous handler of signal 31; SIG_ERR when setting it failed.
  *
- * Threads: call it once on the main thread before others start.
+ * Threads: unsafe; call it once on the main thread before others start.
  * Logs: error when the broken pipe cannot be blocked.
  */
 zxsignal_handler_cb zxsignal_api_catch(void);
 
 /**
- * Logs a signal by its number and name; a number without a name is "Unknow".
- * Signal handlers: it is one.
- * Logs: notice.
+ * Logs a signal by its number and name; a number without a name is "Unknow". This is the handler
+ * that zxsignal_api_catch() installs.
  *
- * @param number  of the signal.
+ * @param number  the signal.
+ *
+ * Signal handlers: safe.
+ * Logs: notice.
  */
 void zxsignal_innerapi_handler(int number);
 
 /**
- * Installs a handler that blocks no other signal and does not restart system calls.
- * @param number   of the signal.
+ * Installs a handler, which blocks no other signal and does not restart system calls.
+ * @param number   the signal.
  * @param handler  NULL: the signal is ignored.
- * Threads and signal handlers: safe; for the whole process.
+ * Threads: safe; it applies to the whole process.
+ * Signal handlers: safe.
  * Logs: error when the system refuses.
  */
 void zxsignal_innerapi_set(int number, zxsignal_handler_cb handler);
 
 /**
  * Blocks a signal for the calling thread, and for the threads and processes that it starts later.
- * Logs: error when the system refuses; the text speaks of SIGPIPE whatever the number.
- * @param number  of the signal; one that does not exist is refused, in two lines.
+ * @param number  the signal; a number that is no signal is refused with two lines.
+ * Signal handlers: safe.
+ * Logs: error when the system refuses; the text says SIGPIPE for every number.
  */
 void zxsignal_innerapi_sigMask(int number);
 
 /**
- * Flushes the file systems and restarts the machine at once: no process is asked to end.
- * @return only when the system refuses: -1 with `errno`.
+ * Flushes the file systems and restarts the machine at once. No process is asked to end.
+ * @return only when the system refuses: -1 with `errno` set.
  */
 int32_t zx_api_reboot(void);
 
 /**
  * Flushes the file systems and runs "reboot -f".
- * @return what system() returned.
+ * @return the result of system().
+ * Cancellation: safe.
  */
 int32_t zx_api_forceReboot(void);
 
 /**
  * Flushes the file systems and powers the machine off at once.
- * @return only when the system refuses: -1 with `errno`.
+ * @return only when the system refuses: -1 with `errno` set.
  */
 int32_t zx_api_poweroff(void);
 

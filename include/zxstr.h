@@ -1,18 +1,18 @@
 /**
  * @file zxstr.h
- * Bounded copies, tokenisers, splitters, URLs and small edits of texts.
+ * Bounded copies, tokenisers, splitters, URLs and small changes of texts.
  *
- * Texts end with a NUL and belong to the caller; nothing is allocated. Where an
- * output has a size, it counts the NUL, and an output whose size is 0 or less is
- * not written. Where it has none, the caller makes it large enough, as each
- * function says. Outputs and inputs must not overlap unless said otherwise. Log
- * tag: STRING.
+ * Texts end with a NUL and belong to the caller; nothing is allocated. The size of an output
+ * includes the NUL, and an output whose size is 0 or less is not written. Where an output has no
+ * size argument, the function says how large it must be. Outputs and inputs must not overlap,
+ * except where a function allows it. Log tag: STRING.
  *
- * A NULL argument is ignored without a log line, unless said otherwise: nothing
- * is touched, and the result is 0 or what the function was given to return.
+ * A NULL argument is ignored without a log line, except where a function says otherwise: nothing is
+ * changed, and the result is 0 or the argument that the function returns.
  *
- * Threads: safe. Signal handlers: safe, but for zxstr_api_lcatf() and the two
- * builders of numbered URLs.
+ * Threads: safe; for different texts.
+ * Signal handlers: safe.
+ * Cancellation: none.
  */
 #ifndef ZXSTR_H
 #define ZXSTR_H
@@ -26,14 +26,14 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 #if defined(__GNUC__)
-/** Has compilers check a printf format, argument `fmt`, against the arguments from `args` on. */
+/** Lets the compiler check the printf format `fmt` against the arguments from number `args` on. */
 #define ZXSTR_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 #else
 #define ZXSTR_PRINTF(fmt, args)
 #endif
 
-#define ZXSTR_URL_SIZE 1025 /**< bytes that zxstr_api_getUrlRealPath() writes at most */
-#define ZXSTR_KEY_SIZE 128  /**< bytes of a query key that count, the NUL included */
+#define ZXSTR_URL_SIZE 1025 /**< most bytes that zxstr_api_getUrlRealPath() writes */
+#define ZXSTR_KEY_SIZE 128  /**< bytes of a query key that count, including the NUL */
 
 /* --------------------------------------------------- copying, appending -- */
 
@@ -41,7 +41,7 @@ extern "C" {
  * Copies a text, cut to the room that there is, and ends it with a NUL.
  * @param dst   `size` bytes; may be NULL when `size` is 0.
  * @param src   the text.
- * @param size  bytes in `dst`; 0 writes nothing.
+ * @param size  bytes in `dst`; 0: nothing is written.
  * @return strlen(src): the text was cut when this is `size` or more.
  */
 uint64_t zxstr_api_lcpy(char* dst, const char* src, uint64_t size);
@@ -49,115 +49,115 @@ uint64_t zxstr_api_lcpy(char* dst, const char* src, uint64_t size);
 /**
  * Appends a text, cut to the room that there is, and ends it with a NUL.
  *
- * With no room for a character, that is with a `size` of strlen(dst) + 1 or less, nothing is
- * written.
+ * If there is no room for a character (`size` is strlen(dst) + 1 or less), nothing is written.
  *
  * @param dst   a text, in `size` bytes.
  * @param src   the text to append.
  * @param size  bytes in `dst`.
- * @return strlen(dst) as it was + strlen(src), whatever the size: the text was cut when this is
- *         `size` or more.
+ * @return the former strlen(dst) + strlen(src), for any size: the text was cut when this is `size`
+ *         or more.
  */
 uint64_t zxstr_api_lcat(char* dst, const char* src, uint64_t size);
 
 /**
  * Appends a printed text, cut to the room that there is.
  * @param dst   a text, in `size` bytes.
- * @param size  bytes in `dst`; strlen(dst) or less writes nothing.
- * @param fmt   a printf format, the caller's own text and never one from outside.
- * @return strlen(dst) as it was + the length of the printed text, cut or not.
+ * @param size  bytes in `dst`; with strlen(dst) or less nothing is written.
+ * @param fmt   a printf format; always the caller's own text, never a text from outside.
+ * @return the former strlen(dst) + the length of the printed text, cut or not.
+ * Signal handlers: unsafe.
  */
 int32_t zxstr_api_lcatf(char* dst, uint64_t size, const char* fmt, ...) ZXSTR_PRINTF(3, 4);
 
 /* ---------------------------------------------------------- tokenisers -- */
 /*
- * A cursor points to the rest of a text. Each call takes one piece off its
- * front. Characters that do not fit `buf` are dropped with the piece; a NULL
- * `buf` or a size of 0 or less drops all of them. When the text is at its end,
- * the piece is empty.
+ * A cursor points to the rest of a text. Each call takes one piece from its front. Characters that
+ * do not fit in `buf` are dropped with the piece; a NULL `buf` or a size of 0 or less drops them
+ * all. At the end of the text, the piece is empty.
  */
 
 /**
- * Takes one line, without its end: skips line feeds, stops at the next or at the end.
- * @param buf     gets the line, `size` bytes.
+ * Takes one line without its end: skips line feeds, and stops at the next line feed or at the end.
+ * @param buf     receives the line, `size` bytes.
  * @param size    bytes in `buf`.
- * @param cursor  left on the character that stopped.
+ * @param cursor  left on the character that stopped the line.
  * @return `cursor`.
  */
 char** zxstr_api_getLine(char* buf, int32_t size, char** cursor);
 
 /**
- * As zxstr_api_getLine(), but a carriage return stops too. The cursor then rests on it, and the
- * next call gives an empty line without moving: step over it first.
- * @param buf     gets the piece, `size` bytes.
+ * Does the same as zxstr_api_getLine(), but a carriage return also stops the line. The cursor then
+ * stays on it, and the next call gives an empty line without moving: step over it first.
+ *
+ * @param buf     receives the line, `size` bytes.
  * @param size    bytes in `buf`.
- * @param cursor  left on the character that stopped.
+ * @param cursor  left on the character that stopped the line.
  * @return `cursor`.
  */
 char** zxstr_api_getLine2(char* buf, int32_t size, char** cursor);
 
 /**
- * As zxstr_api_getLine(), but the line keeps the character that stopped, and the cursor is left one
- * past it.
+ * Does the same as zxstr_api_getLine(), but the line keeps the character that stopped it, and the
+ * cursor moves past that character.
  *
- * At most `size` - 2 characters are kept in front of it; a size of 1 has no room for it.
+ * At most `size` - 2 characters are kept before it; a size of 1 has no room for it.
  *
- * At the end of the text the character that stopped is its NUL and the cursor is left behind the
- * text: a line without a line feed at its end is the last one, and the cursor is not to be used
- * again.
+ * At the end of the text, the character that stopped the line is the NUL, and the cursor moves past
+ * it, out of the text. So a line without a line feed is the last one: do not use the cursor again.
  *
- * @param buf     gets the piece, `size` bytes.
+ * @param buf     receives the line, `size` bytes.
  * @param size    bytes in `buf`.
- * @param cursor  left behind the character that stopped.
+ * @param cursor  moved past the character that stopped the line.
  * @return `cursor`.
  */
 char** zxstr_api_getLine3(char* buf, int32_t size, char** cursor);
 
 /**
- * Takes one word: skips blanks, tabs, carriage returns and line feeds, stops at any
- * zxstr_api_isSpace() or at the end. A form feed or vertical tab in front is not skipped: it gives
- * an empty word without moving. Otherwise as zxstr_api_getLine().
+ * Takes one word: skips blanks, tabs, carriage returns and line feeds, and stops at any
+ * zxstr_api_isSpace() or at the end. A form feed or vertical tab at the front is not skipped: it
+ * gives an empty word without moving. Otherwise works as zxstr_api_getLine().
  *
- * @param buf     gets the piece, `size` bytes.
+ * @param buf     receives the word, `size` bytes.
  * @param size    bytes in `buf`.
- * @param cursor  left on the character that stopped.
+ * @param cursor  left on the character that stopped the word.
  * @return `cursor`.
  */
 char** zxstr_api_getWord(char* buf, int32_t size, char** cursor);
 
 /**
+ * Tells whether a character is white space.
  * @param c  the character.
- * @return 1 for blank, tab, line feed, vertical tab, form feed, carriage return; otherwise 0.
+ * @return 1 for blank, tab, line feed, vertical tab, form feed and carriage return; otherwise 0.
  */
 int32_t zxstr_api_isSpace(char c);
 
 /* -------------------------------------------------------------- search -- */
 
 /**
- * Tells whether a text contains another, letter case respected, as the logging library's
- * zxlog_api_strCasestrNum() counts it.
- * @param haystack  searched.
- * @param needle    looked for.
+ * Tells whether a text contains another, in the same letter case, with zxlog_api_strCasestrNum().
+ * @param haystack  the text to search.
+ * @param needle    the text to look for.
  * @return 1 or 0; 0 for an empty `needle`.
  */
 int32_t zxstr_api_isCasestr(const char* haystack, const char* needle);
 
 /**
- * As zxstr_api_isCasestr(), but ASCII letters match in either case.
- * @param haystack  searched.
- * @param needle    looked for.
+ * Does the same as zxstr_api_isCasestr(), but ASCII letters match in either case.
+ * @param haystack  the text to search.
+ * @param needle    the text to look for.
  * @return 1 or 0; 0 for an empty `needle`.
  */
 int32_t zxstr_api_isCasestr_IgnoreLetterCase(const char* haystack, const char* needle);
 
 /**
- * Copies a text and replaces all occurrences of another in it, from left to right and without
- * looking at the replacement again.
+ * Copies a text and replaces all occurrences of another text in it, from left to right.
+ * Replacements are not searched again.
  *
  * @param src   the text.
- * @param old   replaced; empty: nothing is.
- * @param with  put in its place.
- * @param dst   strlen(src) + 1 bytes, and for each occurrence what `with` is longer than `old`.
+ * @param old   the text to replace; empty: nothing is replaced.
+ * @param with  the replacement.
+ * @param dst   strlen(src) + 1 bytes, and for each occurrence the bytes by which `with` is longer
+ *              than `old`.
  * @return `dst`.
  */
 char* zxstr_api_replace(const char* src, const char* old, const char* with, char* dst);
@@ -168,19 +168,19 @@ char* zxstr_api_replace(const char* src, const char* old, const char* with, char
  * Splits a text at any of some characters. Empty fields are skipped.
  * @param s       cut into its fields.
  * @param delims  the characters.
- * @param out     gets the fields: (strlen(s) + 1) / 2 entries at most.
- * @return the number of fields; 0 when an argument is missing.
+ * @param out     receives the fields: at most (strlen(s) + 1) / 2 entries.
+ * @return the number of fields; 0 when an argument is NULL.
  */
 int32_t zxstr_api_split(char* s, const char* delims, char** out);
 
 /**
- * Splits a text at a separator. Empty fields are kept, but for the last one: a field at the end
- * that is shorter than the separator is dropped, so that "a::b" at "::" gives "a" alone.
+ * Splits a text at a separator. Empty fields are kept, except the last one: a last field that is
+ * shorter than the separator is dropped, so "a::b" at "::" gives only "a".
  *
  * @param s    cut into its fields.
  * @param sep  the separator.
- * @param out  gets the fields: strlen(s) / strlen(sep) entries at most.
- * @return the number of fields; 0 when an argument is missing or empty, or `s` is shorter than
+ * @param out  receives the fields: at most strlen(s) / strlen(sep) entries.
+ * @return the number of fields; 0 when an argument is NULL or empty, or when `s` is shorter than
  *         `sep`.
  */
 int32_t zxstr_api_split2(char* s, const char* sep, char** out);
@@ -190,20 +190,20 @@ int32_t zxstr_api_split2(char* s, const char* sep, char** out);
 /**
  * Splits "proto://auth@host:port/path?query". A URL without ":" is all path.
  *
- * The authority ends at the first "/"; only when there is none does a "?" end it. Its first "@"
- * ends `auth`. Without slashes, the text before the first ":" is still taken for the scheme:
- * "host:80" gives proto "host" and host "80".
+ * The authority ends at the first "/"; only if there is no "/", a "?" ends it. Its first "@" ends
+ * `auth`. Without slashes, the text before the first ":" still counts as the scheme: "host:80"
+ * gives proto "host" and host "80".
+ *
+ * Sizes are in bytes; each text is cut to its size. An output that is NULL is omitted.
  *
  * @param proto, protoSize  the scheme without "://".
  * @param auth, authSize    the text before "@".
  * @param host, hostSize    the name or address, without the brackets of an IPv6 address.
  * @param port              the port as atoi() reads it; -1 when there is none.
  * @param path, pathSize    the rest with its leading "/" or "?".
- * @param isBracketHost     1 for a host in brackets, otherwise 0; untouched when the URL has no ":"
- *                          or nothing between the scheme and the path.
+ * @param isBracketHost     1 for a host in brackets, otherwise 0; not written when the URL has no
+ *                          ":" or nothing between the scheme and the path.
  * @param url               the URL; NULL gives empty parts.
- *
- * Sizes are in bytes; each text is cut to them. An output that is NULL is left out.
  */
 void zxstr_api_urlSplit(char* proto, int protoSize, char* auth, int authSize, char* host,
                         int hostSize, int* port, char* path, int pathSize, uint8_t* isBracketHost,
@@ -212,12 +212,12 @@ void zxstr_api_urlSplit(char* proto, int protoSize, char* auth, int authSize, ch
 /**
  * Copies a URL without its query: the text before the first "?".
  *
- * A "?" in front is skipped when another one follows, "?a=1?b" gives "a=1", and stays otherwise,
- * "?a=1" gives "?a=1". Only the first 1024 bytes of a URL are looked at.
+ * A "?" at the front is skipped if another one follows: "?a=1?b" gives "a=1". Otherwise it stays:
+ * "?a=1" gives "?a=1". Only the first 1024 bytes of a URL are used.
  *
  * @param url  the URL.
- * @param out  #ZXSTR_URL_SIZE bytes; strlen(url) + 1 are enough for a shorter URL, but 8 are zeroed
- *             at least. May be `url`.
+ * @param out  #ZXSTR_URL_SIZE bytes; may be `url`. For a shorter URL strlen(url) + 1 bytes are
+ *             enough, but at least 8 bytes are zeroed.
  * @return `out`.
  *
  * Logs: warning for a URL of 1024 bytes or more.
@@ -227,45 +227,50 @@ char* zxstr_api_getUrlRealPath(const char* url, char* out);
 /**
  * Builds the URLs of the numbered pieces of a stream.
  *
- * Each is proto "://", "@" auth "@", host, and then ":" port + i when there is no `path`.
- * Otherwise ":" port follows (when it is above 0) and "/" path "_007" (the index, in three digits
- * at least). A `path` with "m3u8" in it is appended as it is, without a "/", and "_007.m3u8" is
- * written strlen(path) - 5 characters from the beginning of the whole entry: that replaces ".m3u8"
- * when the path stands alone, and cuts the URL short when something stands before it.
+ * Each URL is proto "://", "@" auth "@", host. Without a `path`, ":" and port + i follow. With a
+ * `path`, ":" and port follow (if port is above 0), then "/" path "_007" (the index, with at least
+ * three digits). A `path` that contains "m3u8" is appended as it is, without a "/", and "_007.m3u8"
+ * is written strlen(path) - 5 characters from the beginning of the whole entry. That replaces
+ * ".m3u8" if the path stands alone, and cuts the URL short if something stands before it.
  *
- * @param proto, auth, host, path  NULL or empty: left out. Each is cut to what 1023 bytes hold
- *                                 together with its punctuation.
- * @param port    the port.
- * @param count   number of entries.
- * @param stride  bytes in an entry; a longer URL is cut. 0 or less: nothing is done.
- * @param base    the first entry. URLs are appended: zero the entries before.
+ * @param proto, auth, host, path  NULL or empty: omitted. Each is cut so that it fits 1023 bytes
+ *                                 with its punctuation.
+ * @param port                     the port.
+ * @param count                    number of entries.
+ * @param stride                   bytes in an entry; a longer URL is cut. 0 or less: nothing is
+ *                                 done.
+ * @param base                     the first entry. URLs are appended: zero the entries first.
  *
+ * Signal handlers: unsafe.
  * Logs: information, each entry.
  */
 void zxstr_api_buildListurl(const char* proto, const char* auth, const char* host, int port,
                             const char* path, int count, int stride, char* base);
 
 /**
- * Builds one URL for a range of numbered pieces, "[5000:5002]" or "_[000:002]" in the place where
- * zxstr_api_buildListurl() has the number.
+ * Builds one URL for a range of numbered pieces: "[5000:5002]" or "_[000:002]" stands where
+ * zxstr_api_buildListurl() puts the number.
  *
  * @param proto, auth, host, port, path  as for zxstr_api_buildListurl().
- * @param count  number of pieces.
- * @param out    a text, to which the URL is appended. The index of a "m3u8" `path` is written
- *               strlen(path) - 5 characters from its beginning. 64 bytes more than all texts
- *               together are enough.
+ * @param count                          number of pieces.
+ * @param out                            a text, to which the URL is appended. The index of a "m3u8"
+ *                                       `path` is written strlen(path) - 5 characters from the
+ *                                       beginning of `out`. The length of all texts and 64 bytes
+ *                                       are enough.
+ *
+ * Signal handlers: unsafe.
  */
 void zxstr_api_buildListurl2(const char* proto, const char* auth, const char* host, int port,
                              const char* path, int count, char* out);
 
 /**
- * Looks a key up in "a=1&b=2". The first pair with the key counts; one leading "?" is skipped.
+ * Looks up a key in "a=1&b=2". The first pair with the key counts; one leading "?" is skipped.
  *
- * Keys are compared by their first 127 characters, letter case respected.
+ * Only the first 127 characters of keys are compared, in the same letter case.
  *
- * @param value      gets the value, with a blank for each "+" and "%xx" as it is; empty for a key
- *                   without "=". When the key is not found, it holds the last pair's value. NULL:
- *                   not wanted.
+ * @param value      receives the value, with a blank for each "+" and "%xx" unchanged; empty for a
+ *                   key without "=". If the key is not found, it receives the value of the last
+ *                   pair. NULL: not wanted.
  * @param valueSize  bytes in `value`; a longer value is cut.
  * @param name       the key.
  * @param query      the text.
@@ -276,7 +281,7 @@ int32_t zxstr_api_findTag(char* value, uint32_t valueSize, const char* name, con
 /* --------------------------------------------------------------- letters -- */
 
 /**
- * Copies a text with 'a' to 'x' turned into capitals; 'y' and 'z' stay as they are.
+ * Copies a text and changes 'a' to 'x' into capitals; 'y' and 'z' stay as they are.
  * @param src  the text.
  * @param dst  strlen(src) bytes: no NUL is written. May be `src`.
  * @return strlen(src).
@@ -284,7 +289,9 @@ int32_t zxstr_api_findTag(char* value, uint32_t valueSize, const char* name, con
 uint32_t zxstr_api_outULetters(const char* src, char* dst);
 
 /**
- * As zxstr_api_outULetters(), with 'A' to 'X' turned into small letters; 'Y' and 'Z' stay.
+ * Does the same as zxstr_api_outULetters(), but changes 'A' to 'X' into small letters; 'Y' and 'Z'
+ * stay as they are.
+ *
  * @param src  the text.
  * @param dst  strlen(src) bytes: no NUL is written. May be `src`.
  * @return strlen(src).

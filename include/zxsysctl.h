@@ -2,7 +2,12 @@
  * @file zxsysctl.h
  * Tunables of the kernel's IPv4 stack. Changing them needs administrator rights.
  *
- * Threads: safe. Signal handlers: no. Log tag: SYSCTL.
+ * Log tag: SYSCTL.
+ *
+ * Threads: safe.
+ * Signal handlers: unsafe.
+ * Cancellation: safe; a cancelled call kills the shell that it runs and closes the file that it
+ * reads.
  */
 #ifndef ZXSYSCTL_H
 #define ZXSYSCTL_H
@@ -16,35 +21,41 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /**
- * Switches the reverse-path filter of an interface off, with "sysctl".
+ * Switches off the reverse-path filter of an interface, with "sysctl".
  *
- * The name goes into the command as it stands. To sysctl a dot separates names: write "v/7" for the
- * interface v.7. The name must not be a stranger's: a "=" in it ends the name of the tunable, and
- * another one is set.
+ * The name is put into the command as it is. In sysctl a dot separates names: write "v/7" for the
+ * interface v.7. Never pass a name from outside: a "=" in it ends the name of the tunable, and
+ * another tunable is set.
  *
  * @param name   the interface, "all" or "default".
  * @param value  not used: the filter is always switched off.
- * @return what system() returned; -1 when nothing was run: `name` is missing, empty or too long for
- *         a command of 255 characters, or has what a shell would interpret: control characters,
- *         blanks and any of | & ; < > ( ) $ ` \ " ' * ? [ {
- * Logs: the command as information; error when nothing was run.
+ * @return the result of system(); -1 when no command was run. That is when `name` is NULL, empty,
+ *         too long for a command of 255 characters, or contains a character that a shell
+ *         interprets: control characters, blanks and any of | & ; < > ( ) $ ` \ " ' * ? [ {
+ *
+ * Logs: the command as information; error when no command was run.
  */
 int32_t zxsysctl_api_setEth_rpfilter(const char* name, uint8_t value);
 
 /**
- * Switches the reverse-path filter off for "all", then for "default".
+ * Switches off the reverse-path filter for "all", then for "default".
  * @param value  not used.
- * @return what the second system() returned.
+ * @return the result of the second system().
+ * Logs: as zxsysctl_api_setEth_rpfilter().
  */
 int32_t zxsysctl_api_setGw_rpfilter(uint8_t value);
 
-/** @return the IGMP version that all interfaces are held to; 0 for none, or when it is unknown. */
+/**
+ * Reads the IGMP version that all interfaces are forced to.
+ * @return the version; 0 when none is forced or it cannot be read.
+ * Logs: error when it cannot be read.
+ */
 int32_t zxsysctl_api_getIgmpVersion(void);
 
 /**
- * Holds all interfaces to an IGMP version.
+ * Forces all interfaces to an IGMP version.
  * @param version  1, 2 or 3; 0: none.
- * @return what system() returned: 0 for success.
+ * @return the result of system(): 0 for success.
  * Logs: debug.
  */
 int32_t zxsysctl_api_setIgmpVersion(uint8_t version);
