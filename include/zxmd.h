@@ -1,14 +1,16 @@
 /**
  * @file zxmd.h
- * System helpers: files, pseudo-random bytes, Base64, daemons and watchdogs,
- * limits, housekeeping, facts about the host.
+ * System helpers: files, pseudo-random bytes, Base64, daemons and watchdogs, limits, housekeeping,
+ * facts about the host.
  *
- * Nothing is kept open or allocated between calls, nor by a thread that is cancelled in one. A
- * signal does not end a call. Lengths and counts are in bytes. Log tag: ZXMD.
+ * Nothing stays open or allocated after a call. A signal does not end a call. Lengths and counts
+ * are in bytes. Log tag: ZXMD.
  *
- * A missing (NULL) argument is refused with an error line and the result of a failure.
+ * A NULL argument is refused with an error line and the result of a failure.
  *
- * Threads: safe for different files and outputs, unless said otherwise. Signal handlers: no.
+ * Threads: safe; for different files and outputs.
+ * Signal handlers: unsafe.
+ * Cancellation: none.
  */
 #ifndef ZXMD_H
 #define ZXMD_H
@@ -23,91 +25,101 @@ extern "C" {
 
 /* --------------------------------------------------------------- files -- */
 /*
- * Some operations run shell commands with the path in them. Such a path consists of letters,
+ * Some operations run shell commands that contain the path. Such a path consists of letters,
  * digits, ". : _ % - / + , = @ ~ ^" and bytes from 0x80 on, begins with neither "-" nor "~", and
- * fits the command; with any other path the command is not run.
+ * fits the command. With any other path the command is not run.
  *
- * Lengths of reads and writes above 2147483646 are lowered to that value, with a warning. A FIFO is
- * waited for until its other end is open.
+ * Reads and writes of more than 2147483646 bytes are reduced to this length, with a warning.
+ * Opening a FIFO waits until its other end is open.
  */
 
-#define ZXMD_MSG_FILE_LIMIT 10485760 /**< bytes above which zxmd_api_newMsgFile() rotates */
+#define ZXMD_MSG_FILE_LIMIT 10485760 /**< zxmd_api_newMsgFile() rotates above these bytes */
 
 /**
  * Reads the beginning of a file, until `len` bytes, its end or an error.
- *
- * @param path  of the file.
- * @param buf   `len` bytes; a NUL is put behind the data when they are fewer than `len`.
+ * @param path  the file.
+ * @param buf   `len` bytes; a NUL follows the data if there are fewer than `len` bytes.
  * @param len   bytes.
  * @return the number of bytes, also when reading fails; -1 when the file cannot be opened.
- * Threads: safe.
+ * Cancellation: safe; the file is closed.
  * Logs: error when the file cannot be opened.
  */
 int32_t zxmd_api_read(const char* path, void* buf, uint32_t len);
 
 /**
- * The same as zxmd_api_read().
+ * Does the same as zxmd_api_read().
  * @copydetails zxmd_api_read
  */
 int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len);
 
 /**
- * As zxmd_api_read(), but the data are never terminated, and a read that failed after some bytes
- * is tried again.
- * @param path  of the file.
+ * Does the same as zxmd_api_read(), but never adds a NUL, and tries a read again that failed after
+ * some bytes.
+ *
+ * @param path  the file.
  * @param buf   `len` bytes; never terminated.
  * @param len   bytes.
  * @return as zxmd_api_read().
+ *
+ * Cancellation: safe; the file is closed.
+ * Logs: error when the file cannot be opened.
  */
 int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len);
 
 /**
- * Writes a file with one write.
+ * Writes a buffer to a file.
  *
- * When the file cannot be opened it is created with the touch command, and the call still fails.
- * On a full disk fewer bytes are written, and what "w" emptied is lost: zxmd_api_writeProtect()
- * keeps it. At a limit of the size of files and on a pipe without a reader the kernel sends
- * SIGXFSZ and SIGPIPE, which are the program's to handle or to ignore.
+ * If the file cannot be opened, the touch command creates it, and the call still fails. On a full
+ * disk fewer bytes are written, and content that "w" removed is lost: zxmd_api_writeProtect() keeps
+ * it. When the file reaches the limit of its size, and on a pipe without a reader, the kernel sends
+ * SIGXFSZ or SIGPIPE, which the program must handle or ignore.
  *
- * @param path  of the file; fit for a command (see above) if it is to be created.
- * @param buf   `len` bytes. Writable: after a short write a NUL is stored in it, behind the bytes
- *              that were written.
+ * @param path  the file; fit for a command (see above) if it is to be created.
+ * @param buf   `len` bytes. It must be writable: after a short write, a NUL is stored in it after
+ *              the bytes that were written.
  * @param len   bytes.
- * @param mode  as fopen() takes it: "w" truncates, "a+" appends, "r+" wants a file that is there.
- * @return the number of bytes that reached the file; -1 when it cannot be opened.
- * Threads: safe.
+ * @param mode  as for fopen(): "w" truncates, "a+" appends, "r+" needs an existing file.
+ * @return the number of bytes written; -1 when the file cannot be opened.
+ *
+ * Cancellation: safe; the file is closed, with a part of the bytes written.
  * Logs: error when the file cannot be opened.
  */
 int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, const char* mode);
 
 /**
- * zxmd_api_write() to the end of a file, which is created when it is missing.
+ * Appends a buffer to a file with zxmd_api_write(); a missing file is created.
  * @param path  as for zxmd_api_write().
  * @param buf   `len` bytes, writable.
  * @param len   bytes.
  * @return as zxmd_api_write().
+ * Cancellation: safe; as zxmd_api_write().
+ * Logs: as zxmd_api_write().
  */
 int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len);
 
 /**
- * Replaces a file by a complete copy of a buffer.
+ * Replaces the content of a file by a complete copy of a buffer.
  *
- * The bytes are written to the side file "<path>_tmp", which is then copied over `path` with the
- * cp command and removed. Both files have reached the disk by then. For a moment both take up room.
+ * The bytes are written to the side file "<path>_tmp". The cp command copies the side file over
+ * `path`, and then the side file is removed. By then both files have reached the disk. For a moment
+ * both need space on it.
  *
- * After the call `path` holds the old content or the new one, whole. While cp runs, a reader may
- * see a part; a machine or a program that goes down then leaves the whole content in the side file.
- * It is left alone, and the side file is removed, when there is no room for the side file or for
- * the copy. A copy that breaks off in spite of that leaves the side file in the place of `path`,
- * with its owner and its permissions as far as they can be given; one that did not begin leaves the
- * side file where it is. A link stays, unless a copy breaks off on another disk than the link's.
+ * After the call `path` has either the whole old content or the whole new content. While cp runs, a
+ * reader may see a part of it. If the machine or the program stops then, the side file has the
+ * whole new content.
+ *
+ * If there is no space for the side file or for the copy, `path` is left alone and the side file is
+ * removed. If the copy fails before it begins, the side file stays. If the copy breaks off, the
+ * side file replaces `path`, with its owner and its permissions where that is possible. A link
+ * stays a link, unless a copy breaks off on another disk than the link's.
  *
  * @param path  fit for a command (see above), at most 247 characters.
  * @param buf   `len` bytes, writable as for zxmd_api_write().
  * @param len   bytes.
- * @return the number of bytes in the side file: below `len` (or 0), `path` is as it was; -1 on
- *         failure.
- * Threads: not safe for the same path. It is no cancellation point.
+ * @return the number of bytes in the side file; if it is below `len`, or 0, `path` is unchanged. -1
+ *         on failure.
+ *
+ * Threads: safe; for different paths.
  * Logs: error on failure.
  */
 int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t len);
@@ -116,36 +128,38 @@ int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t len);
  * Tells the size of a file.
  * @param path  a path of up to 1023 characters, or "file://" and a path.
  * @return bytes; 0 when the file cannot be examined.
- * Threads: safe.
  * Logs: error on failure; warning for a longer path, of which 1024 characters are used.
  */
 uint64_t zxmd_api_getFileSize(const char* path);
 
 /**
- * Names the type of a file; a symbolic link is not followed.
- * @param path  of the file.
+ * Names the type of a file. It does not follow symbolic links.
+ * @param path  the file.
  * @return a constant text: "regular", "diretory" (spelled so in the interface), "block special",
  *         "character special", "fifo", "symbolic link", "socket", "unknown", or "error" when the
  *         file cannot be examined.
- * Threads: safe.
  * Logs: error on failure.
  */
 const char* zxmd_api_getFileType(const char* path);
 
 /**
- * Tells whether a file exists, at the end of a link, too (the name is spelled so in the interface).
- * @param path  of the file.
- * @return 1 or 0. Threads: safe.
+ * Tells whether a file exists (the name is spelled so in the interface). It follows symbolic links.
+ * @param path  the file.
+ * @return 1 or 0.
+ * Signal handlers: safe.
+ * Logs: error for a NULL `path`.
  */
 int32_t zxmd_api_isFileExsit(const char* path);
 
 /**
- * Moves a message file that exceeds #ZXMD_MSG_FILE_LIMIT to "<path>_YYYYMMDDhhmmss.txt", local
- * time, with the mv command; whoever writes then creates a new one. A file of that name, which an
- * earlier call in the same second made, is not replaced: the next call moves it.
+ * Moves a message file larger than #ZXMD_MSG_FILE_LIMIT to "<path>_YYYYMMDDhhmmss.txt" (local time)
+ * with the mv command. The next writer then creates a new file. A file that already has the new
+ * name, made by a call in the same second, is not replaced: the next call moves the message file.
  *
  * @param path  fit for a command (see above), at most 114 characters.
- * Threads: not safe for the same path.
+ *
+ * Threads: safe; for different paths.
+ * Cancellation: safe; a cancelled call kills the shell that it runs.
  * Logs: error when the file cannot be examined, its path is refused or the new name is taken.
  */
 void zxmd_api_newMsgFile(const char* path);
@@ -153,254 +167,305 @@ void zxmd_api_newMsgFile(const char* path);
 /**
  * Tells whether a name is that of a media file.
  * @param name  with or without a path.
- * @return 1 when it ends in ".ts", ".mp3" or ".mp4", in lower case; 0 otherwise.
- * Threads: safe.
+ * @return 1 when it ends in ".ts", ".mp3" or ".mp4", in lower case; otherwise 0.
+ * Signal handlers: safe.
+ * Logs: error for a NULL `name`.
  */
 int32_t zxmd_api_fileFormatFilter(const char* name);
 
 /* -------------------------------------------------- pseudo-random bytes -- */
 /*
- * Not for secrets. Every call seeds the C library's generator, which it shares with the whole
- * process, with the current second: calls within a second give the same values. Threads: not safe.
+ * Not for secrets. Every call seeds the C library's generator with the current second: calls within
+ * one second give the same values. The whole process shares this generator.
+ *
+ * Threads: unsafe.
  */
 
 /**
- * @param min  lowest value.
- * @param max  highest value; what is more than 2147483647 above `min` never comes.
- * @return a value in [`min`, `max`], with `min` not above `max`.
+ * Makes a pseudo-random number.
+ * @param min  the lowest value.
+ * @param max  the highest value, not below `min`; values that are more than 2147483647 above `min`
+ *             never occur.
+ * @return a value in [`min`, `max`].
  */
 uint32_t zxmd_api_randomU32(uint32_t min, uint32_t max);
 
 /**
- * Overwrites a run of random place and length with one random byte value.
+ * Overwrites a range of random position and length with one random byte value.
  * @param buf        `len` bytes.
  * @param len        bytes.
- * @param minOffset  bytes at the beginning that are left alone; nothing is done without a byte
- *                   behind them.
+ * @param minOffset  bytes at the beginning that are left alone; nothing is done if there is no byte
+ *                   after them.
+ * Logs: error for a NULL `buf`.
  */
 void zxmd_api_randomInsert(uint8_t* buf, uint32_t len, uint32_t minOffset);
 
 /**
  * Fills a buffer with bytes other than 0, without a terminator.
- * @param buf  takes `len` bytes.
+ * @param buf  receives `len` bytes.
  * @param len  bytes.
  * @return `len`; 0 for a NULL `buf`.
+ * Logs: error for a NULL `buf`.
  */
 uint32_t zxmd_api_randomStr(uint8_t* buf, uint32_t len);
 
 /* -------------------------------------------------------------- Base64 -- */
 
-#define ZXMD_BASE64_MAX_INPUT 3221225469U /**< bytes of input whose output still can be counted */
+#define ZXMD_BASE64_MAX_INPUT 3221225469U /**< bytes of the longest input that can be encoded */
 
-/** Bytes that the output of zxmd_api_ascii2Base64() needs, the NUL included. */
+/** Bytes that the output of zxmd_api_ascii2Base64() needs, including the NUL. */
 #define ZXMD_BASE64_SIZE(len) (((len) + UINT64_C(2)) / 3 * 4 + 1)
 
 /**
- * Encodes bytes as RFC 4648 does, over an alphabet of the caller's.
- *
+ * Encodes bytes as RFC 4648 does, with an alphabet of the caller.
  * @param alphabet  64 characters.
  * @param in        `len` bytes.
  * @param len       bytes, at most #ZXMD_BASE64_MAX_INPUT.
- * @param out       #ZXMD_BASE64_SIZE bytes, none of them in `in` or `alphabet`; takes the text,
- *                  padded with "=" and terminated.
+ * @param out       #ZXMD_BASE64_SIZE bytes outside `in` and `alphabet`; receives the text, padded
+ *                  with "=" and terminated.
  * @return the number of characters; 0 for a refused argument.
- * Threads: safe.
  * Logs: error for a refused argument.
  */
 uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* in, uint32_t len, char* out);
 
 /**
- * Decodes what zxmd_api_ascii2Base64() wrote with the same alphabet.
+ * Decodes a text that zxmd_api_ascii2Base64() wrote with the same alphabet.
  *
- * Characters go in groups of four. A "=" in the third or fourth place of one is padding and ends
- * the text, the NUL too: padding may be missing, and a single character that is left over is
- * dropped. Other characters that are not in the alphabet are no error but give garbage.
+ * Characters are decoded in groups of four. A "=" in the third or fourth place of a group is
+ * padding and ends the text. The NUL also ends it: padding may be missing, and a single character
+ * that is left over is dropped. Other characters outside the alphabet are not an error, but decode
+ * to garbage.
  *
- * @param alphabet  64 characters; the first counts where one stands twice.
+ * @param alphabet  64 characters; if one occurs twice, the first place counts.
  * @param in        a NUL-terminated text.
- * @param out       3 bytes for every 4 characters begun; not terminated. It may be `in`, or begin
- *                  before it; it may not begin after it and overlap it.
- * @return the number of bytes; 0 for a missing argument.
- * Threads: safe.
- * Logs: error for a missing argument.
+ * @param out       3 bytes for every group of 4 characters, including the last, incomplete one; not
+ *                  terminated. It may be `in`, or begin before it; it must not begin after it and
+ *                  overlap it.
+ * @return the number of bytes; 0 for a NULL argument.
+ *
+ * Logs: error for a NULL argument.
  */
 uint32_t zxmd_api_base642Ascii(const char* alphabet, const char* in, uint8_t* out);
 
 /* ------------------------------------------------- daemons and watchdogs -- */
 
 /*
- * These fork: call them while the process has a single thread, the daemon first, then the
- * watchdog. Standard streams are flushed before. Functions that exit() run what atexit() holds.
+ * The first two functions fork: call them while the process has a single thread, first the daemon,
+ * then the watchdog. They flush the standard streams before a fork. Where they call exit(),
+ * atexit() handlers run.
  */
 
 /**
- * Makes the process a daemon: forks twice, into a session of its own, with umask 022, and closes
+ * Makes the process a daemon: forks twice, creates a session of its own, sets umask 022, and closes
  * the descriptors 0, 1 and 2. The calling process ends with exit(0).
  *
- * Whatever is opened first afterwards gets the numbers 0 to 2: open /dev/null three times before
- * anything else, or an echo of log lines may land in a data file. libzxlog keeps its file.
+ * The next files that the program opens get the numbers 0 to 2. Open /dev/null three times before
+ * anything else, or an echo of log lines may end up in a data file. libzxlog keeps its file.
  *
  * @param logdir  becomes the current directory.
- * @return 0, in the daemon; -1 when `logdir` is missing, in the caller.
+ * @return 0 in the daemon; -1 in the caller when `logdir` is NULL.
  *
- * Logs: error when it is missing, when a fork fails and when the directory cannot be entered; the
- * process that sees these two ends with exit(-1).
+ * Threads: unsafe; call it while the process has a single thread.
+ * Cancellation: unsafe; the process may be a daemon already, with some descriptors closed.
+ * Logs: error when `logdir` is NULL, when a fork fails and when the directory cannot be entered. In
+ * the last two cases the process ends with exit(-1).
  */
 int32_t zxmd_api_startDaemon(const char* logdir);
 
 /**
- * Keeps a worker alive: forks it, waits for its end, forks the next one, for ever. The end is
- * noticed within a second. The supervising process never returns; it has the signals of
- * zxsignal_api_catch(), as has the worker at first, and exits with exit(1) when it cannot fork.
+ * Keeps a worker alive: forks it, waits for its end, and forks the next one, for ever. It notices
+ * the end within a second. The supervising process never returns. It has the signal handling of
+ * zxsignal_api_catch(), which the worker inherits, and ends with exit(1) when it cannot fork.
  *
- * The first child of the process group that ends counts, whatever it was: have no others.
+ * Any child of the process group that ends counts as the worker: have no other children.
  *
- * @param childfunc  what the worker does.
- * @param arg        handed to it.
- * @return in each worker what `childfunc` returned; -1 when it is missing.
+ * @param childfunc  the function that the worker runs.
+ * @param arg        passed to it.
+ * @return in each worker the result of `childfunc`; -1 when it is NULL.
  *
- * Logs: error when a worker was ended by a signal, when a fork or a wait fails, and for a missing
- * argument; information for every start and every other end.
+ * Threads: unsafe; call it while the process has a single thread.
+ * Cancellation: unsafe; the worker continues without supervision.
+ * Logs: error when a signal ended a worker, when a fork or a wait fails, and for a NULL argument;
+ * information for every start and every other end.
  */
 int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
 
 /**
  * Gives up administrator rights: takes the primary and the supplementary groups of a user, then its
- * identity, real, effective and saved, and drops all capabilities (not for "root"). A process that
- * may not change groups keeps its supplementary ones if it has no capabilities or is that user
- * already.
- * @param name  of the user.
- * @return 0; -1 for a user that is missing or unknown, -2 when the groups are refused, -3 when the
- *         identity is, or when a capability would remain.
- * Threads: groups and identity change for the whole process. Capabilities that are ambient or to be
- * kept belong to a thread: with such, call it while there is one. Logs: error on failure, otherwise
- * information.
+ * identity (real, effective and saved), and drops all capabilities (except for "root"). A process
+ * that must not change groups keeps its supplementary groups if it has no capabilities or already
+ * is that user.
+ *
+ * @param name  the user.
+ * @return 0; -1 for a user that is NULL or unknown, -2 when the groups are refused, -3 when the
+ *         identity is refused or a capability would remain.
+ *
+ * Threads: unsafe; groups and identity change for the whole process, but capabilities that are
+ * ambient or to be kept belong to one thread. Call it while there is one thread.
+ * Logs: error on failure, otherwise information.
  */
 int32_t zxmd_api_changeUser(const char* name);
 
 /* -------------------------------------------------------------- limits -- */
 
 /**
- * Raises a resource limit of the process to the most that it may have. For open files (7,
- * RLIMIT_NOFILE) the kernel's number of inotify watches is set to the same with a shell command.
- * @param resource  as setrlimit() takes it.
- * @param name      of the resource, in messages; may be NULL.
- * @return `resource`; for 7 what system() returned; -1 on failure.
+ * Raises a resource limit of the process to its maximum. For open files (7, RLIMIT_NOFILE) a shell
+ * command also sets the kernel's number of inotify watches to this maximum.
+ *
+ * @param resource  as for setrlimit().
+ * @param name      the resource in messages; may be NULL.
+ * @return `resource`; for 7 the result of system(); -1 on failure.
+ *
+ * Cancellation: safe; a cancelled call kills the shell that it runs.
  * Logs: information; error on failure.
  */
 int32_t zxmd_api_setRlimit(uint32_t resource, const char* name);
 
 /**
- * zxmd_api_setRlimit() for open files.
- * @return what system() returned; -1 on failure.
+ * Calls zxmd_api_setRlimit() for open files.
+ * @return the result of system(); -1 on failure.
+ * Cancellation: safe; as zxmd_api_setRlimit().
+ * Logs: as zxmd_api_setRlimit().
  */
 int32_t zxmd_api_setUlimit(void);
 
 /* -------------------------------------------------------- housekeeping -- */
 
 /*
- * The first four run shell commands that change the machine, as administrator. The result is that
- * of the last system(): 0 for success.
+ * The first four functions run shell commands that change the machine and need administrator
+ * rights.
  */
 
 /**
- * Has the kernel drop clean caches.
+ * Makes the kernel drop clean caches.
  * @param level  1: pages; 2: directory entries; 3: both.
- * @return what system() returned.
+ * @return the result of system(): 0 for success.
+ * Cancellation: safe; a cancelled call kills the shell that it runs.
  */
 int32_t zxmd_api_clearCache(uint32_t level);
 
 /**
  * Removes the log files of the system below /var/log.
- * @return what the last system() returned.
+ * @return the result of the last system(): 0 for success.
+ * Cancellation: safe; a cancelled call kills the shell that it runs.
  */
 int32_t zxmd_api_clearSysLog(void);
 
 /**
  * Removes the log files of the servers.
- * @return what the last system() returned.
+ * @return the result of the last system(): 0 for success.
+ * Cancellation: safe; a cancelled call kills the shell that it runs.
  */
 int32_t zxmd_api_clearAppLog(void);
 
 /**
- * Removes packages that no other needs any more.
- * @return what the last system() returned.
+ * Removes packages that no other package needs any more.
+ * @return the result of system(): 0 for success.
+ * Cancellation: safe; a cancelled call kills the shell that it runs.
  */
 int32_t zxmd_api_cleanKernelUpgradeFile(void);
 
 /**
- * Tells whether it is time to save, once a minute. A clock that was set back counts as a minute.
- * @param last  microseconds of the last 1, kept by the caller; 0 at first.
- * @return 1 or 0; 0 for a missing argument.
+ * Tells once a minute that it is time to save. A clock that was set back counts as a minute.
+ * @param last  microseconds of the last 1, kept by the caller; start with 0.
+ * @return 1 or 0; 0 for a NULL argument.
+ * Signal handlers: safe.
+ * Logs: error for a NULL argument.
  */
 int32_t zxmd_api_timeToSave(uint64_t* last);
 
 /* ---------------------------------------------------------------- host -- */
+/*
+ * Cancellation: safe; a cancelled call kills the shell that it runs and closes what it opened.
+ */
 
 /**
- * @return the number of processors that are configured, at most 256; -1 when it is unknown.
- * Logs: warning when there are more.
+ * Counts the processors that are configured.
+ * @return the number, at most 256; -1 when it is unknown.
+ * Cancellation: none.
+ * Logs: warning when there are more than 256.
  */
 int32_t zxmd_api_getCpuNum(void);
 
 /**
- * Switches a processor to its "performance" governor, by cpufreq-set where the package cpufrequtils
+ * Switches a processor to its "performance" governor, with cpufreq-set if the package cpufrequtils
  * is installed, otherwise through the kernel's file.
- * @param cpu  number of the processor, from 0 on.
- * @return what system() returned.
+ *
+ * @param cpu  number of the processor; counts from 0.
+ * @return the result of system().
  */
 int32_t zxmd_api_setCpuFreq(uint32_t cpu);
 
 /**
+ * Tells whether a Debian package has its documentation on the machine.
  * @param package  name of the package.
- * @return 1 when a Debian package has its documentation on the machine, otherwise 0.
+ * @return 1 or 0.
+ * Cancellation: none.
+ * Logs: error for a NULL `package`.
  */
 int32_t zxmd_api_isInstall(const char* package);
 
 /**
+ * Tells whether a program is in /bin, /usr/bin, /usr/local/bin, or one of the sbin directories
+ * beside them.
+ *
  * @param program  name of the program, without a path.
- * @return 1 when a program stands in /bin, /usr/bin, /sbin or the like, otherwise 0.
+ * @return 1 or 0.
+ *
+ * Cancellation: none.
+ * Logs: error for a NULL `program`.
  */
 int32_t zxmd_api_isInstallByBin(const char* program);
 
 /**
- * Draws the tree of a process with the pstree command, with its threads but on Ubuntu 16.04.
- * @param pid   of the process.
+ * Draws the tree of a process with the pstree command. It includes threads, except on Ubuntu 16.04.
+ * @param pid   the process.
  * @param out   `size` bytes; not terminated when the text fills them.
  * @param size  bytes.
  * @return as zxt_innerapi_cmdReadByPipe(): the length of the text, cut to `size`; 0 when there is
- *         no such process or no pstree; -1 for a missing `out` or when no command can be started.
+ *         no such process or no pstree; -1 for a NULL `out` or when no command can be started.
+ * Cancellation: safe; as zxt_innerapi_cmdReadByPipe().
+ * Logs: error for a NULL `out`, and when /etc/issue cannot be opened.
  */
 int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size);
 
 /**
  * Looks for a graphics processor that can decode and encode.
- * @return 1 when there is one, 0 when it is to be done in software.
+ * @return 1 when there is one; 0 when software must decode and encode.
+ * Cancellation: safe; as zxt_innerapi_cmdReadByPipe().
  * Logs: information with the answer.
  */
 int32_t zxmd_api_getDecEncMode(void);
 
 /**
  * Prints the options of a command line, as getopt() finds them, to standard output.
- * @param argc       arguments, the program's name included.
+ * @param argc       number of arguments, including the program's name.
  * @param argv       the arguments, which getopt() may reorder.
- * @param optstring  as getopt() takes it.
- * @return the number of options; 0 when an argument is missing.
- * Threads: not safe: getopt() keeps its state for the process, which starts anew.
+ * @param optstring  as for getopt().
+ * @return the number of options; 0 when an argument is NULL.
+ * Threads: unsafe; the process shares the state of getopt(), which the call resets.
+ * Cancellation: safe; only while it prints.
+ * Logs: error for a NULL argument.
  */
 int32_t zxmd_api_parseOpt(int argc, char** argv, const char* optstring);
 
-/** Prints the sizes of the integer types and their value of -1 to standard output. */
+/**
+ * Prints the sizes of the integer types, and -1 in each of them, to standard output.
+ * Cancellation: safe; only while it prints.
+ */
 void zxmd_api_checkVarTypeLen(void);
 
 /**
- * Tells whether a shared library, NAME-RELEASE.so.VERSION or NAME.so.VERSION, stands in more than
- * one of the system's library directories.
+ * Tells whether a shared library, NAME-RELEASE.so.VERSION or NAME.so.VERSION, is in more than one
+ * of the system's library directories.
+ *
  * @param name     with its "lib".
- * @param release  second part of the first form.
- * @param version  behind ".so.".
- * @return 1 when it does, otherwise 0.
- * Logs: warning with each place then.
+ * @param release  RELEASE in the first form.
+ * @param version  the text after ".so.".
+ * @return 1 or 0.
+ *
+ * Cancellation: none.
+ * Logs: warning with each place when the result is 1; error for a NULL argument.
  */
 int32_t zxmd_api_isConflictLib(const char* name, const char* release, const char* version);
 
