@@ -1,12 +1,12 @@
 /**
  * @file zxcommon.hpp
- * The C interface for C++20 callers: owners that free what they made, guards
- * that give back what they took, spans where lengths matter.
+ * The C interface for C++20 callers: owners that free what they make, guards that release what they
+ * take, spans in place of pointers with lengths.
  *
- * Everything here is one call of the C interface, inline. Results, logging and
- * thread safety are those of the function that a member names; the caller's
- * function, file and line are filled in. What could not be made is reported as
- * the C interface does it and leaves an object that is false.
+ * Everything here is one inline call of the C interface. Results, logging and safety (threads,
+ * signal handlers, cancellation) are those of the function that a member names. The caller's
+ * function, file and line are passed on. When an object cannot be made, the C interface logs it,
+ * and the object is false.
  */
 #ifndef ZXCOMMON_HPP
 #define ZXCOMMON_HPP
@@ -32,15 +32,16 @@
 
 namespace zxcommon {
 
-/** Who calls the function that has Caller::current() as a default argument. */
+/** The caller of a function that has Caller::current() as a default argument. */
 struct Caller {
     const char* function; /**< name of the function */
     const char* file;     /**< its source file, a literal */
     int line;             /**< source line of the call */
 
     /**
+     * Names the place of a call.
      * @param function, file, line  filled in by the compiler.
-     * @return the place where it is a default argument.
+     * @return the place of the call of the function that has it as a default argument.
      */
     [[nodiscard]] static constexpr Caller current(const char* function = __builtin_FUNCTION(),
                                                   const char* file = __builtin_FILE(),
@@ -50,10 +51,11 @@ struct Caller {
 };
 
 /**
- * Text of a fixed name field, such as zxlock_ctt::name.
+ * Gives the text of a fixed name field, such as zxlock_ctt::name.
  *
  * @param field  where the text is; it is not copied.
- * @return the text in front of the first NUL, or the whole field: a name that was cut has none.
+ * @return the text before the first NUL; the whole field when it has none, as for a name that was
+ *         cut.
  */
 template <std::size_t Size>
 [[nodiscard]] constexpr std::string_view text(const char (&field)[Size]) noexcept {
@@ -64,20 +66,23 @@ template <std::size_t Size>
 /** Owns a named lock: zxlock_api_init(), zxlock_api_deinit(). */
 class Lock {
 public:
-    /** @param name  copied; what the lock is for. */
+    /**
+     * Makes the lock.
+     * @param name  copied; what the lock is for.
+     */
     explicit Lock(const char* name) noexcept { zxlock_api_init(&record_, name); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
     ~Lock() { zxlock_api_deinit(&record_); }
 
-    /** @return whether it was made. */
+    /** Tells whether it was made. @return true when it was. */
     [[nodiscard]] explicit operator bool() const noexcept { return record_.initialised == 1; }
-    /** @return the record, which stays the owner's. */
+    /** Gives access to the record. @return the record, which stays the owner's. */
     [[nodiscard]] zxlock_ctt* get() noexcept { return &record_; }
     /**
-     * A look into the record, which changes with the holder. Copy it, and expect a torn text where
-     * others take the lock meanwhile.
-     * @return who holds it now, as "function,line", or "nolock".
+     * Tells who holds the lock. The text is in the record and changes with the holder: copy it. The
+     * copy may be mixed from two holders if another thread takes the lock meanwhile.
+     * @return the holder as "function,line", or "nolock".
      */
     [[nodiscard]] std::string_view holder() const noexcept { return text(record_.holder); }
 
@@ -85,11 +90,12 @@ private:
     zxlock_ctt record_{};
 };
 
-/** Holds a lock to the end of the block: zxlock_api_obtain(), zxlock_api_release(). */
+/** Holds a lock until the end of the block: zxlock_api_obtain(), zxlock_api_release(). */
 class [[nodiscard]] LockGuard {
 public:
     /**
-     * @param lock    outlives the guard.
+     * Takes the lock.
+     * @param lock    must outlive the guard.
      * @param caller  recorded as holder.
      */
     explicit LockGuard(zxlock_ctt* lock, Caller caller = Caller::current()) noexcept
@@ -97,7 +103,8 @@ public:
         is_held_ = zxlock_api_obtain(lock_, caller_.function, caller_.line) == 0;
     }
     /**
-     * @param lock    outlives the guard.
+     * Takes the lock.
+     * @param lock    must outlive the guard.
      * @param caller  recorded as holder.
      */
     explicit LockGuard(Lock& lock, Caller caller = Caller::current()) noexcept
@@ -110,7 +117,7 @@ public:
         }
     }
 
-    /** @return false when the lock cannot be used: then nothing is held. */
+    /** Tells whether the lock is held. @return false when the lock cannot be used. */
     [[nodiscard]] explicit operator bool() const noexcept { return is_held_; }
 
 private:
@@ -119,9 +126,9 @@ private:
     bool is_held_ = false;
 };
 
-/** Frees what the tracked allocator gave: zxmem_api_free(). */
+/** Frees a buffer of the tracked allocator: zxmem_api_free(). */
 struct TrackedDeleter {
-    /** @param buffer  what zxmem_api_malloc() returned. */
+    /** Frees the buffer. @param buffer  from zxmem_api_malloc(). */
     void operator()(void* buffer) const noexcept { zxmem_api_free(&buffer); }
 };
 
@@ -134,9 +141,9 @@ using Tracked = std::unique_ptr<T[], TrackedDeleter>;
  *
  * @param count   objects.
  * @param name    copied; what the buffer is for.
- * @param caller  whose file and line the buffer's node shows.
- * @return the buffer; null when memory is short, and, without a log line, when its size in bytes
- *         does not fit 32 bits.
+ * @param caller  its file and line are stored in the buffer's node.
+ * @return the buffer; null when memory is short, and when its size in bytes does not fit 32 bits,
+ *         which is not logged.
  */
 template <typename T>
 [[nodiscard]] Tracked<T> make_tracked(std::uint32_t count, const char* name,
@@ -155,41 +162,42 @@ template <typename T>
 /**
  * Owns a block FIFO: zxfifo_api_blockInit(), zxfifo_api_blockDeinit().
  *
- * Spans may be empty. One of more than INT32_MAX bytes cannot be stored or taken: nothing is moved.
+ * Spans may be empty. With a span of more than INT32_MAX bytes nothing is stored or taken.
  */
 class Fifo {
 public:
     /**
-     * @param capacity  bytes; a message needs #ZXFIFO_PREFIX_SIZE beside its payload.
+     * Makes the FIFO.
+     * @param capacity  bytes; a message needs #ZXFIFO_PREFIX_SIZE besides its payload.
      * @param name      copied.
      */
     Fifo(std::uint32_t capacity, const char* name) noexcept
         : fifo_(zxfifo_api_blockInit(capacity, name)) {}
 
-    /** @return whether it was made. */
+    /** Tells whether it was made. @return true when it was. */
     [[nodiscard]] explicit operator bool() const noexcept { return fifo_ != nullptr; }
-    /** @return the FIFO, which stays the owner's. */
+    /** Gives access to the FIFO. @return the FIFO, which stays the owner's. */
     [[nodiscard]] zxfifoblock_ctt* get() const noexcept { return fifo_.get(); }
 
-    /** @return bytes held: zxfifo_api_blockSizeUsed(). */
+    /** Calls zxfifo_api_blockSizeUsed(). @return bytes held. */
     [[nodiscard]] std::int32_t used() const noexcept { return zxfifo_api_blockSizeUsed(get()); }
-    /** @return bytes free: zxfifo_api_blockSizeLeft(). Ask before storing. */
+    /** Calls zxfifo_api_blockSizeLeft(); do so before storing. @return bytes free. */
     [[nodiscard]] std::int32_t left() const noexcept { return zxfifo_api_blockSizeLeft(get()); }
-    /** Forgets the content: zxfifo_api_blockReset(). @return its result. */
+    /** Drops the content: zxfifo_api_blockReset(). @return its result. */
     std::int32_t reset() noexcept { return zxfifo_api_blockReset(get()); }
 
     /**
      * Stores bytes: zxfifo_api_blockIn().
      * @param bytes  copied.
-     * @return bytes stored, to be compared with what there was to store; -1 without a FIFO.
+     * @return bytes stored, perhaps fewer than there are in `bytes`; -1 without a FIFO.
      */
     std::int32_t in(std::span<const std::uint8_t> bytes) noexcept {
         return zxfifo_api_blockIn(get(), data_of(bytes), length_of(bytes), nullptr);
     }
     /**
      * Takes bytes: zxfifo_api_blockOut().
-     * @param room  to be filled.
-     * @return bytes taken, to be compared with what was asked for; -1 without a FIFO.
+     * @param room  the span to fill.
+     * @return bytes taken, perhaps fewer than there are in `room`; -1 without a FIFO.
      */
     std::int32_t out(std::span<std::uint8_t> room) noexcept {
         return zxfifo_api_blockOut(get(), data_of(room), length_of(room), nullptr);
@@ -197,16 +205,16 @@ public:
     /**
      * Stores a message: zxfifo_api_blockLenIn().
      * @param payload  copied.
-     * @return payload bytes stored; -1 for one that is too long, or without a FIFO.
+     * @return payload bytes stored; -1 for a payload that is too long, or without a FIFO.
      */
     std::int32_t message_in(std::span<const std::uint8_t> payload) noexcept {
         return zxfifo_api_blockLenIn(get(), data_of(payload), length_of(payload));
     }
     /**
-     * Takes a message: zxfifo_api_blockLenOut1(). Ask used() before: none is not recognised. Call
-     * reset() behind -1 for a message that is larger than `room`.
-     * @param room    for the payload.
-     * @param caller  named when the payload is too large.
+     * Takes a message: zxfifo_api_blockLenOut1(). Call used() first, because an empty FIFO is not
+     * detected. If a message is larger than `room`, call reset() afterwards.
+     * @param room    receives the payload.
+     * @param caller  named in the log when the payload is too large.
      * @return payload bytes taken; -1 when they do not fit or there is no FIFO.
      */
     std::int32_t message_out(std::span<std::uint8_t> room,
@@ -217,8 +225,8 @@ public:
     }
 
 private:
-    // The C interface refuses a missing buffer, which an empty span may have, but takes a negative
-    // length: nothing is moved then, and a message of that length is refused.
+    // The C interface refuses a NULL buffer, which an empty span may have. It accepts a negative
+    // length and moves nothing, and it refuses a message of that length.
     static inline std::uint8_t no_bytes_{};
 
     static const std::uint8_t* data_of(std::span<const std::uint8_t> bytes) noexcept {
@@ -237,10 +245,13 @@ private:
     std::unique_ptr<zxfifoblock_ctt, Deleter> fifo_;
 };
 
-/** Holds the mutex of a worker's record to the end of the block: zxthread_api_lock(). */
+/** Holds the mutex of a worker's record until the end of the block: zxthread_api_lock(). */
 class [[nodiscard]] StateGuard {
 public:
-    /** @param thread  outlives the guard. */
+    /**
+     * Takes the mutex.
+     * @param thread  must outlive the guard.
+     */
     explicit StateGuard(zxthread_ctt* thread) noexcept
         : thread_(zxthread_api_lock(thread) == 0 ? thread : nullptr) {}
     StateGuard(const StateGuard&) = delete;
@@ -251,33 +262,35 @@ public:
         }
     }
 
-    /** @return false when the record cannot be used: then nothing is held. */
+    /** Tells whether the mutex is held. @return false when the record cannot be used. */
     [[nodiscard]] explicit operator bool() const noexcept { return thread_ != nullptr; }
 
 private:
     zxthread_ctt* thread_;
 };
 
-/** How long to wait for the other side, in milliseconds, and how often to look. */
+/** How long to wait for the other side and how often to check, in milliseconds. */
 struct Wait {
-    std::uint32_t timeout_ms; /**< in all */
-    std::uint32_t step_ms;    /**< between two looks */
+    std::uint32_t timeout_ms; /**< in total */
+    std::uint32_t step_ms;    /**< between two checks */
 };
 
 /**
  * Owns a worker thread: zxthread_api_create(), zxthread_api_destroy().
  *
- * Stop the worker before its owner goes (see zxthread.h): one that still runs is
- * cancelled wherever it is, which ends the program when that is in a noexcept
- * function. A member of a class that the worker uses comes last in it: the worker
- * may run before the members behind are made, and it goes before those in front.
+ * Stop the worker before its owner is destroyed (see zxthread.h). A worker that still runs is
+ * cancelled wherever it is. If that is in a noexcept function, the program ends.
+ *
+ * If the worker uses an object that has its Thread as a member, declare this member last. Then the
+ * worker starts after the other members are made, and ends before they are destroyed.
  */
 class Thread {
 public:
     /**
+     * Starts the worker.
      * @param name      copied.
-     * @param func      what the thread runs.
-     * @param argument  handed to `func`, which often is what embeds this record.
+     * @param func      the function that the thread runs.
+     * @param argument  passed to `func`; often the object that contains this record.
      */
     Thread(const char* name, zxthread_func_cb func, void* argument) noexcept {
         zxthread_api_create(&record_, name, func, argument);
@@ -287,30 +300,30 @@ public:
     ~Thread() {
         if (*this) {
             int state = 0;
-            // Joining is a cancellation point, and nothing may leave a destructor.
+            // Joining is a cancellation point, but a destructor must not be left by one.
             pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
             zxthread_api_destroy(&record_);
             pthread_setcancelstate(state, nullptr);
         }
     }
 
-    /** @return whether it was created. */
+    /** Tells whether it was created. @return true when it was. */
     [[nodiscard]] explicit operator bool() const noexcept { return record_.created == 1; }
-    /** @return the record, which stays the owner's. */
+    /** Gives access to the record. @return the record, which stays the owner's. */
     [[nodiscard]] zxthread_ctt* get() noexcept { return &record_; }
 
     /**
      * For the controller: tells a worker that waits in zxthread_api_waitCmdStarting() to start.
      * Waiting is a cancellation point, here and in stop().
-     * @param wait  for its answer.
-     * @return whether it answered in time.
+     * @param wait  how long to wait for its answer.
+     * @return true when it answered in time.
      */
     [[nodiscard]] bool start(Wait wait) {
         return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_START,
                                              ZXTHREAD_STATE_STARTING, wait.timeout_ms,
                                              wait.step_ms) == 1;
     }
-    /** For the controller, behind start(): keep running. */
+    /** For the controller, after start(): tells the worker to keep running. */
     void run() noexcept {
         if (const StateGuard guard(&record_); guard) {
             record_.state = ZXTHREAD_STATE_RUN;
@@ -318,8 +331,8 @@ public:
     }
     /**
      * For the controller: tells the worker to stop, which it sees in zxthread_api_isStop().
-     * @param wait  for its answer.
-     * @return whether it answered in time.
+     * @param wait  how long to wait for its answer.
+     * @return true when it answered in time.
      */
     [[nodiscard]] bool stop(Wait wait) {
         return zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED,

@@ -292,7 +292,7 @@ int32_t zxfifo_innerapi_blockReset(zxfifoblock_ctt* fifo);
 typedef struct zxfifolist_ctt {
     uint32_t count;              /**< nodes in the queue, the same in each of them */
     uint32_t size;               /**< bytes of the buffer */
-    uint8_t* data;               /**< the buffer, zeroed at first */
+    uint8_t* data;               /**< the buffer, zeroed when it is made */
     uint64_t reserved;           /**< the caller's */
     struct zxfifolist_ctt* next; /**< towards the tail, NULL at the tail */
 } zxfifolist_ctt;
@@ -363,7 +363,7 @@ void zxfifo_api_listReset(zxfifolist_ctt** head);
 typedef struct IdList_ctt {
     uint32_t reserved;       /**< 0 */
     uint32_t size;           /**< bytes of the buffer */
-    uint8_t* data;           /**< the buffer, zeroed at first */
+    uint8_t* data;           /**< the buffer, zeroed when it is made */
     uint64_t time;           /**< microseconds of zxtime_api_us() when it was added */
     struct IdList_ctt* next; /**< the next newer one, NULL at the tail */
 } IdList_ctt;
@@ -483,8 +483,7 @@ uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list);
  * Frees every node.
  * @param list  the list.
  * Threads: unsafe; safe only beside a thread that adds, not beside readers.
- * Logs: error for a NULL `list`. ---* the buffer, zeroed at first +++ the buffer, zeroed when it is
- * made
+ * Logs: error for a NULL `list`.
  */
 void zxfifo_api_shareListReset(zxsharelist_ctt* list);
 
