@@ -2,15 +2,15 @@
 """docs_filter.py FILE: prepares a header or a page for Doxygen, and keeps its line numbers.
 
 The bars that divide a header, and the comments after them, become groups. The remarks on threads, signal
-handlers and the log at the end of a comment become paragraphs with titles. Function names in a page get
-parentheses, so that Doxygen links them.
+handlers, cancellation and the log become paragraphs with titles. Function names in a page get parentheses,
+so that Doxygen links them.
 """
 import pathlib
 import re
 import sys
 
 BAR = re.compile(r"/\* -{3,} (.+) -- \*/$")
-TITLED = re.compile(r"^( *\* )(Threads|Signal handlers|Threads and signal handlers|Logs): ")
+TITLED = re.compile(r"^( *\* )(Threads|Signal handlers|Cancellation|Logs): ")
 FUNCTION = re.compile(r"`((?:zx\w+?|sha1)_(?:api|innerapi|appapi)_\w+|zxepoll_\w+|zx_api_\w+|SHA1(?!Context)[A-Z]\w+)`")
 
 

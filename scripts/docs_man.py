@@ -6,7 +6,12 @@ one page, with an alias for each name. Section 7 gets docs/zxcommon.7. Doxygen's
 used: it makes only one page for a header, and one for every member of a record, so that members
 called "time" and "free" would hide the pages of the system.
 
-Fails if a name in the headers or in the version scripts has no page.
+The page of a function says whether threads, signal handlers and cancellation are safe. It takes this from
+the comment of the function, of its group or of its header.
+
+Fails if a name in the headers or in the version scripts has no page or no summary, if a header does not
+state all three facts in the fixed form, or if no scenario of the fault injection calls a function that
+has cancellation points.
 """
 import itertools
 import pathlib
@@ -16,10 +21,32 @@ import textwrap
 import xml.etree.ElementTree as ET
 
 LISTS = {"itemizedlist", "orderedlist"}
-ORDER = ("NAME", "SYNOPSIS", "DESCRIPTION", "PARAMETERS", "RETURN VALUE")  # then as they come
+ORDER = ("NAME", "SYNOPSIS", "DESCRIPTION", "PARAMETERS", "RETURN VALUE", "SAFETY")  # then as they come
+SAFETY = {"Threads": ("safe", "unsafe"), "Signal handlers": ("safe", "unsafe"),
+          "Cancellation": ("none", "safe", "unsafe")}
+PRINTS = "prints to standard output, whose calls do not fail in the scenarios"
+CALLBACK = "has a cancellation point only in the caller's function"
+NOT_IN_SCENARIOS = {
+    "zx_api_forceReboot": "restarts the machine",
+    "zxaes_innerapi_cryptCFB128": PRINTS,
+    "zxaes_innerapi_cryptECB": PRINTS,
+    "zxaes_innerapi_setDecKey": PRINTS,
+    "zxaes_innerapi_setEncKey": PRINTS,
+    "zxfifo_api_blockIn": CALLBACK,
+    "zxfifo_api_blockOut": CALLBACK,
+    "zxfifo_innerapi_blockIOin": CALLBACK,
+    "zxfifo_innerapi_blockIOout": CALLBACK,
+    "zxmd_api_checkVarTypeLen": PRINTS,
+    "zxmd_api_parseOpt": PRINTS,
+}
 BLOCKS = {"simplesect", "parameterlist", "verbatim", "programlisting"} | LISTS
 HEADERS = sorted([*pathlib.Path("include").glob("*.h*"), *pathlib.Path("zxlog/include").glob("*.h")])
+SCENARIOS = pathlib.Path("tests/faults").glob("scenarios_*.cpp")
+CALLED = set(re.findall(r"\w+", "".join(path.read_text() for path in SCENARIOS)))
 MAPS = (pathlib.Path("src/zxcommon.map"), pathlib.Path("zxlog/zxlog.map"))
+
+
+wrong = []  # lines about what is missing
 
 
 def escape(text):
@@ -82,6 +109,7 @@ class Page:
         self.names = names
         self.header = header
         self.sections = {}
+        self.safety = {}
         self.section("NAME", [f"{', '.join(names)} \\- {summary}"])
         self.section("SYNOPSIS", [".nf", f"#include <{escape(header)}>"])
         self.section("SYNOPSIS", ["", escape(code), ".fi"] if code else [".fi"])
@@ -105,6 +133,8 @@ class Page:
         if block.tag == "parameterlist":
             for names, text in parameters(block):
                 self.entry("PARAMETERS", names, text)
+        elif block.tag == "simplesect" and block.findtext("title") in SAFETY:
+            self.safety.setdefault(block.findtext("title"), text_of(block))
         elif block.tag == "simplesect":
             heading = "RETURN VALUE" if block.get("kind") == "return" else inline(block.find("title"))
             self.section(heading.upper(), [".PP", text_of(block)])
@@ -114,6 +144,17 @@ class Page:
         elif block.tag in ("verbatim", "programlisting"):
             code = textwrap.dedent("".join(block.itertext())).strip("\n")
             self.section(title, [".PP", ".nf", escape(code), ".fi"])
+
+    def describe_safety(self, inherited):
+        """Shows what the page says of it, and otherwise what it inherits: its header must say all."""
+        for title, first_words in SAFETY.items():
+            text = self.safety.get(title, inherited.get(title, ""))
+            is_own = title in self.safety or self.header in self.names
+            if is_own and not re.fullmatch(rf"({'|'.join(first_words)})(; .+)?\.", text):
+                wrong.append(f'{self.header}: "{title}: {text}" of {self.names[0]} does not begin with '
+                             f"one of: {', '.join(first_words)}")
+            self.section("SAFETY", [".TP 18", bold(title), text])
+        self.safety = {**inherited, **self.safety}
 
     def write(self, folder, version):
         see = [bold(self.header) + "(3)"] if self.header not in self.names else []
@@ -129,8 +170,7 @@ class Page:
 def first_sentence(member):
     text = " ".join(inline(para) for para in member.iterfind("briefdescription/para"))
     if not text:
-        result = member.find(".//simplesect[@kind='return']")
-        text = "returns " + text_of(result) if result is not None else ""
+        wrong.append(f"no summary for {member.findtext('name') or member.findtext('compoundname')}")
     return re.split(r"(?<=[a-z0-9)])[.;] ", text + " ")[0].rstrip(". ")
 
 
@@ -143,12 +183,14 @@ def prototype(member):
     return re.sub(r"(?<=\w) *(\*+) *(?=\w)", r"\1 ", text) + ";"
 
 
-def member_page(name, member, header, notes=None):
+def member_page(name, member, header, notes=None, safety=None):
     page = Page([name], first_sentence(member), header, prototype(member))
     page.describe(member.find("briefdescription"))
     page.describe(member.find("detaileddescription"))
     if notes is not None:
         page.describe(notes, "NOTES")
+    if safety is not None:
+        page.describe_safety(safety)
     return page
 
 
@@ -218,6 +260,9 @@ def header_pages(xml, path):
     summary = inline(compound.find("briefdescription")).rstrip(".")
     whole = Page([header], summary, header)
     whole.describe(compound.find("detaileddescription"))
+    safety = whole.safety
+    if path.suffix == ".h":
+        whole.describe_safety({})
     yield whole
     macros = compound.findall(".//memberdef[@kind='define']")
     for member in macros:
@@ -246,7 +291,19 @@ def header_pages(xml, path):
             elif member.get("kind") in ("function", "variable"):
                 title = "FUNCTIONS" if member.get("kind") == "function" else "DATA"
                 whole.entry(title, bold(name), first_sentence(member))
-                yield member_page(name, member, header, section.find("description"))
+                page = member_page(name, member, header, section.find("description"),
+                                   safety if member.get("kind") == "function" else None)
+                check_scenarios(name, page.safety.get("Cancellation", "none"))
+                yield page
+
+
+def check_scenarios(name, cancellation):
+    """What can be cancelled is cancelled: tests/faults does that in every function that its scenarios call."""
+    has_points = not cancellation.startswith("none")
+    if has_points and name not in CALLED and name not in NOT_IN_SCENARIOS:
+        wrong.append(f"{name} has cancellation points, but no scenario of tests/faults calls it")
+    if name in NOT_IN_SCENARIOS and (name in CALLED or not has_points):
+        wrong.append(f"{name} need not be an exception of {sys.argv[0]}")
 
 
 def parse(path):
@@ -289,9 +346,10 @@ def main():
     (man / "man7" / "zxcommon.7").write_text(overview(modules, version))
     names = {name for found in wanted_names() for name in ([found] if isinstance(found, str) else found) if name}
     missing = sorted(name for name in names if not (man / "man3" / f"{name}.3").exists())
-    for name in missing:
-        print(f"no manual page for {name}", file=sys.stderr)
-    return 1 if missing else 0
+    wrong.extend(f"no manual page for {name}" for name in missing)
+    for line in dict.fromkeys(wrong):
+        print(line, file=sys.stderr)
+    return 1 if wrong else 0
 
 
 sys.exit(main())
