@@ -300,7 +300,7 @@ public:
     ~Thread() {
         if (*this) {
             int state = 0;
-            // Joining is a cancellation point, but a destructor must not be left by one.
+            // Joining is a cancellation point, and a cancellation must not leave a destructor.
             pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
             zxthread_api_destroy(&record_);
             pthread_setcancelstate(state, nullptr);

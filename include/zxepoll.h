@@ -152,9 +152,9 @@ int32_t zxepoll_waitfd_timeout(int epfd, int fd, uint8_t mode, uint32_t ms);
  * @param count    `cb` is called for the indices from 0 to `count` - 1; below 2147483647.
  * @param context  passed to `cb`.
  * @param mask     the events to watch for.
- * @param cb       returns the descriptors. It may be cancelled. One that cannot be registered is
- *                 skipped.
+ * @param cb       returns the descriptors. One that cannot be registered is skipped.
  * @return the instance, which zxepoll_appapi_deinit() closes; -1 on failure.
+ * Cancellation: safe; also in `cb`. The instance is closed.
  * Logs: error when the instance cannot be opened, for each failed registration, and for a NULL
  * `cb`.
  */
