@@ -3,8 +3,8 @@
 #include <optional>
 #include <vector>
 
-#include "packetizer.hpp"
-#include "request.hpp"
+#include "stream/packetizer.hpp"
+#include "stream/request.hpp"
 #include "support.hpp"
 
 namespace {

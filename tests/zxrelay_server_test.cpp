@@ -11,12 +11,12 @@
 #include <sstream>
 #include <thread>
 
-#include "channel.hpp"
 #include "internal/guard.hpp"
 #include "loopback.hpp"
-#include "net.hpp"
 #include "packets.hpp"
 #include "process.hpp"
+#include "stream/channel.hpp"
+#include "stream/net.hpp"
 
 namespace {
 

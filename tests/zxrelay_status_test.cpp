@@ -12,7 +12,7 @@
 #include "common/failure.hpp"
 #include "loopback.hpp"
 #include "process.hpp"
-#include "status.hpp"
+#include "status/service.hpp"
 #include "zxjson.h"
 #include "zxlog.h"
 #include "zxmem.h"

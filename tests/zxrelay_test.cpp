@@ -6,17 +6,17 @@
 #include <atomic>
 #include <cstdio>
 
-#include "channel.hpp"
 #include "internal/guard.hpp"
 #include "log_capture.hpp"
 #include "loopback.hpp"
-#include "net.hpp"
 #include "packets.hpp"
 #include "process.hpp"
-#include "source.hpp"
-#include "stats.hpp"
-#include "store.hpp"
-#include "worker.hpp"
+#include "stream/channel.hpp"
+#include "stream/net.hpp"
+#include "stream/source.hpp"
+#include "stream/stats.hpp"
+#include "stream/store.hpp"
+#include "stream/worker.hpp"
 #include "zxlog.h"
 
 namespace {

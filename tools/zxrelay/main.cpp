@@ -8,7 +8,7 @@
 #include "common/failure.hpp"
 #include "options.hpp"
 #include "relay.hpp"
-#include "service.hpp"
+#include "server/service.hpp"
 #include "zxlog.h"
 #include "zxmem.h"
 #include "zxthread.h"

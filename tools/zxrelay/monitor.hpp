@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "channel.hpp"
-#include "stats.hpp"
+#include "stream/channel.hpp"
+#include "stream/stats.hpp"
 
 namespace relay {
 

@@ -6,8 +6,8 @@
 #include <functional>
 
 #include "internal/guard.hpp"
-#include "net.hpp"
 #include "options.hpp"
+#include "stream/net.hpp"
 
 namespace relay {
 

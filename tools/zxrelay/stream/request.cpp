@@ -1,4 +1,4 @@
-#include "request.hpp"
+#include "stream/request.hpp"
 
 #include <charconv>
 

@@ -1,4 +1,4 @@
-#include "status_report.hpp"
+#include "status/report.hpp"
 
 #include <charconv>
 #include <memory>

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "internal/guard.hpp"
-#include "request.hpp"
-#include "store.hpp"
+#include "stream/request.hpp"
+#include "stream/store.hpp"
 #include "zxfifo.h"
 
 namespace relay {

@@ -1,4 +1,4 @@
-#include "client.hpp"
+#include "stream/client.hpp"
 
 #include <sys/socket.h>
 
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "channel.hpp"
+#include "stream/channel.hpp"
 #include "zxtime.h"
 
 namespace relay {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "snapshot.hpp"
-#include "stats.hpp"
+#include "stream/snapshot.hpp"
+#include "stream/stats.hpp"
 
 namespace relay {
 

@@ -1,4 +1,4 @@
-#include "status.hpp"
+#include "status/service.hpp"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "common/failure.hpp"
-#include "status_files.hpp"
+#include "status/page.hpp"
 #include "zxtime.h"
 
 namespace relay {

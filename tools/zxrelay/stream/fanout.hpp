@@ -9,12 +9,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "channel.hpp"
-#include "client.hpp"
-#include "snapshot.hpp"
-#include "stats.hpp"
-#include "store.hpp"
-#include "worker.hpp"
+#include "stream/channel.hpp"
+#include "stream/client.hpp"
+#include "stream/snapshot.hpp"
+#include "stream/stats.hpp"
+#include "stream/store.hpp"
+#include "stream/worker.hpp"
 
 namespace relay {
 

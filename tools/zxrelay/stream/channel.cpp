@@ -1,4 +1,4 @@
-#include "channel.hpp"
+#include "stream/channel.hpp"
 
 #include <sys/eventfd.h>
 #include <unistd.h>

@@ -5,14 +5,14 @@
 #include <deque>
 #include <string>
 
-#include "channel.hpp"
 #include "internal/guard.hpp"
-#include "net.hpp"
-#include "snapshot.hpp"
-#include "stats.hpp"
-#include "status_http.hpp"
-#include "status_report.hpp"
-#include "worker.hpp"
+#include "status/http.hpp"
+#include "status/report.hpp"
+#include "stream/channel.hpp"
+#include "stream/net.hpp"
+#include "stream/snapshot.hpp"
+#include "stream/stats.hpp"
+#include "stream/worker.hpp"
 
 namespace relay {
 

@@ -1,4 +1,4 @@
-#include "service.hpp"
+#include "server/service.hpp"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -13,8 +13,8 @@
 
 #include "common/failure.hpp"
 #include "internal/log.hpp"
-#include "pid_file.hpp"
-#include "watchdog.hpp"
+#include "server/pid_file.hpp"
+#include "server/watchdog.hpp"
 #include "zxmd.h"
 
 namespace relay {

@@ -1,4 +1,4 @@
-#include "packetizer.hpp"
+#include "stream/packetizer.hpp"
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "status_http.hpp"
+#include "status/http.hpp"
 
 #include <microhttpd.h>
 #include <netinet/in.h>

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "snapshot.hpp"
+#include "stream/snapshot.hpp"
 
 namespace relay {
 

@@ -1,4 +1,4 @@
-#include "lock_table.hpp"
+#include "stream/lock_table.hpp"
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-#include "source.hpp"
+#include "stream/source.hpp"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -11,7 +11,7 @@
 
 #include "common/failure.hpp"
 #include "internal/log.hpp"
-#include "net.hpp"
+#include "stream/net.hpp"
 #include "zxepoll.h"
 #include "zxnet.h"
 #include "zxtime.h"

@@ -1,4 +1,4 @@
-#include "net.hpp"
+#include "stream/net.hpp"
 
 #include <net/if.h>
 #include <netdb.h>

@@ -1,10 +1,10 @@
-#include "store.hpp"
+#include "stream/store.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-#include "channel.hpp"
 #include "common/failure.hpp"
+#include "stream/channel.hpp"
 #include "zxtime.h"
 
 namespace relay {

@@ -5,11 +5,11 @@
 #include <mutex>
 #include <vector>
 
-#include "channel.hpp"
 #include "internal/guard.hpp"
-#include "packetizer.hpp"
-#include "stats.hpp"
-#include "worker.hpp"
+#include "stream/channel.hpp"
+#include "stream/packetizer.hpp"
+#include "stream/stats.hpp"
+#include "stream/worker.hpp"
 
 namespace relay {
 

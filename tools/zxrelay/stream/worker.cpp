@@ -1,4 +1,4 @@
-#include "worker.hpp"
+#include "stream/worker.hpp"
 
 #include <pthread.h>
 #include <unistd.h>

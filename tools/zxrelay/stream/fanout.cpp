@@ -1,4 +1,4 @@
-#include "fanout.hpp"
+#include "stream/fanout.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -7,8 +7,8 @@
 
 #include "common/failure.hpp"
 #include "internal/log.hpp"
-#include "lock_table.hpp"
-#include "net.hpp"
+#include "stream/lock_table.hpp"
+#include "stream/net.hpp"
 #include "zxepoll.h"
 #include "zxtime.h"
 

@@ -1,4 +1,4 @@
-#include "pid_file.hpp"
+#include "server/pid_file.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -7,7 +7,7 @@
 #include <functional>
 #include <span>
 
-#include "channel.hpp"
+#include "stream/channel.hpp"
 
 namespace relay {
 

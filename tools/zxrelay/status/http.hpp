@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "internal/guard.hpp"
-#include "net.hpp"
+#include "stream/net.hpp"
 
 struct MHD_Connection;
 struct MHD_Daemon;

@@ -1,4 +1,4 @@
-#include "watchdog.hpp"
+#include "server/watchdog.hpp"
 
 #include <pthread.h>
 #include <signal.h>
