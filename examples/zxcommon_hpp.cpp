@@ -24,8 +24,11 @@ struct Printer {
 bool print(Printer& printer, std::string_view text) {
     const auto size = static_cast<int>(text.size());
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    return printer.fifo.left() >= size + ZXFIFO_PREFIX_SIZE &&
-           printer.fifo.message_in({bytes, text.size()}) == size;
+    if (printer.fifo.left() < size + ZXFIFO_PREFIX_SIZE) {
+        zxcommon::log({zxcommon::Level::warning, "PRINTER"}, "no room for %d bytes", size);
+        return false;
+    }
+    return printer.fifo.message_in({bytes, text.size()}) == size;
 }
 
 void print_waiting(Printer& printer) {
@@ -42,25 +45,15 @@ void print_waiting(Printer& printer) {
     }
 }
 
-// Tests for "starting" instead of "run", because a stop may come before this thread sees "run".
-bool is_starting(zxthread_ctt* thread) {
-    const zxcommon::StateGuard guard(thread);
-    return thread->state == ZXTHREAD_STATE_STARTING;
-}
-
 void* Printer::work(void* argument) {
     auto& self = *static_cast<Printer*>(argument);
-    if (zxthread_api_waitCmdStarting(self.worker.get(), 5000, 1) != 1) {
-        return nullptr;
-    }
-    while (is_starting(self.worker.get())) {
-        std::this_thread::sleep_for(1ms);
-    }
-    while (zxthread_api_isStop(self.worker.get()) == 0) {
+    zxcommon::run_worker(self.worker.get(), {5000, 1}, [&](zxcommon::StopRequest& stop) {
+        while (!stop.seen()) {
+            print_waiting(self);
+            std::this_thread::sleep_for(1ms);
+        }
         print_waiting(self);
-        std::this_thread::sleep_for(1ms);
-    }
-    print_waiting(self);
+    });
     return nullptr;
 }
 

@@ -12,17 +12,26 @@
 #define ZXCOMMON_HPP
 
 #include <pthread.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
+#include "zxepoll.h"
 #include "zxfifo.h"
 #include "zxlock.h"
+#include "zxlog.h"
 #include "zxmem.h"
 #include "zxthread.h"
 
@@ -342,6 +351,202 @@ public:
 private:
     zxthread_ctt record_{};
 };
+
+/**
+ * The worker's side of Thread::stop(). It calls zxthread_api_isStop() until that returns 1, so that
+ * the stop is answered and logged once.
+ */
+class StopRequest {
+public:
+    /** @param thread  outlives this object. */
+    explicit StopRequest(zxthread_ctt* thread) noexcept : thread_(thread) {}
+
+    /** @return whether the controller has asked the worker to stop. The controller is answered. */
+    [[nodiscard]] bool seen() noexcept {
+        is_seen_ = is_seen_ || zxthread_api_isStop(thread_) != 0;
+        return is_seen_;
+    }
+
+private:
+    zxthread_ctt* thread_;
+    bool is_seen_ = false;
+};
+
+/**
+ * The worker's side of the whole handshake, for the function that a thread runs: it answers
+ * Thread::start(), waits for Thread::run(), calls `body`, and answers Thread::stop(). It returns
+ * after the stop, also when `body` returns earlier.
+ *
+ * @param thread  the worker's record.
+ * @param wait    for the start.
+ * @param body    is called with a #StopRequest and returns soon after that was seen. A stop that
+ *                follows the start at once may already be there. It is not called if the controller
+ *                does not start the worker in time.
+ */
+template <typename Body>
+void run_worker(zxthread_ctt* thread, Wait wait, const Body& body) {
+    const timespec step{wait.step_ms / 1000, static_cast<long>(wait.step_ms % 1000) * 1000000};
+    const auto is_starting = [thread] {
+        const StateGuard guard(thread);
+        return guard && thread->state == ZXTHREAD_STATE_STARTING;
+    };
+    StopRequest stop(thread);
+    if (zxthread_api_waitCmdStarting(thread, wait.timeout_ms, wait.step_ms) == 1) {
+        while (is_starting()) {
+            nanosleep(&step, nullptr);
+        }
+        body(stop);
+    }
+    while (!stop.seen()) {
+        nanosleep(&step, nullptr);
+    }
+}
+
+/** Owns an open descriptor. */
+class Descriptor {
+public:
+    Descriptor() noexcept = default;
+    /** @param fd  is owned from now on; below 0: none. */
+    explicit Descriptor(int fd) noexcept : fd_(fd) {}
+    /** @param other  has none afterwards. */
+    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    /** @param other  has none afterwards. @return this object; what it owned is closed. */
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        reset(std::exchange(other.fd_, -1));
+        return *this;
+    }
+    ~Descriptor() { reset(); }
+
+    /** @return whether it has one. */
+    [[nodiscard]] explicit operator bool() const noexcept { return fd_ >= 0; }
+    /** @return the descriptor, which stays the owner's; below 0: none. */
+    [[nodiscard]] int get() const noexcept { return fd_; }
+    /** Closes what it owns. @param fd  is owned from now on; below 0: none. */
+    void reset(int fd = -1) noexcept {
+        const int old = std::exchange(fd_, fd);
+        if (old >= 0) {
+            int state = 0;
+            // close() is a cancellation point, and nothing may leave a destructor.
+            pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+            close(old);
+            pthread_setcancelstate(state, nullptr);
+        }
+    }
+
+private:
+    int fd_ = -1;
+};
+
+/** Owns an epoll instance: zxepoll_innerapi_open(), zxepoll_close(). */
+class Epoll {
+public:
+    /** @param caller  named when no instance can be opened. */
+    explicit Epoll(Caller caller = Caller::current()) noexcept
+        : instance_(zxepoll_innerapi_open(1, caller.function, caller.line)) {}
+
+    /** @return whether it was opened. */
+    [[nodiscard]] explicit operator bool() const noexcept { return static_cast<bool>(instance_); }
+    /** @return the instance, which stays the owner's. */
+    [[nodiscard]] int get() const noexcept { return instance_.get(); }
+
+    /**
+     * Watches a descriptor: zxepoll_add().
+     * @param fd      the descriptor.
+     * @param events  EPOLLIN and others of epoll_ctl().
+     * @return whether it is watched.
+     */
+    bool add(int fd, std::uint32_t events) noexcept { return zxepoll_add(get(), fd, events) == 0; }
+    /**
+     * Changes the events of a watched descriptor: zxepoll_mod().
+     * @param fd      the descriptor.
+     * @param events  EPOLLIN and others of epoll_ctl().
+     * @return whether they were changed.
+     */
+    bool mod(int fd, std::uint32_t events) noexcept { return zxepoll_mod(get(), fd, events) == 0; }
+    /** Stops watching: zxepoll_del(). @param fd  the descriptor. @return whether it stopped. */
+    bool del(int fd) noexcept { return zxepoll_del(get(), fd, 0) == 0; }
+    /**
+     * Waits for events: zxepoll_wait_timeout().
+     * @param events      receives them.
+     * @param timeout_ms  milliseconds; below 0: no timeout.
+     * @return the events that came: none after the timeout or after a signal handler.
+     */
+    [[nodiscard]] std::span<epoll_event> wait(std::span<epoll_event> events,
+                                              int timeout_ms = -1) noexcept {
+        const int count =
+            zxepoll_wait_timeout(get(), events.data(), static_cast<int>(events.size()), timeout_ms);
+        return events.first(count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+
+private:
+    Descriptor instance_;
+};
+
+/** The level of a log line. */
+enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
+
+/** What a log line says about its origin. */
+struct LogLine {
+    /**
+     * @param its_level   of the line.
+     * @param its_tag     of the module, such as "RELAY"; outlives the call.
+     * @param its_caller  is named if #flag_printLineFunc is set.
+     */
+    LogLine(Level its_level, const char* its_tag, Caller its_caller = Caller::current()) noexcept
+        : level(its_level), tag(its_tag), caller(its_caller) {}
+
+    Level level;     /**< is compared with the level of the log */
+    const char* tag; /**< is searched for in #strfilterTags */
+    Caller caller;   /**< the function and line that log */
+};
+
+/**
+ * Logs a line in the format of the library, and prints it in colour if #flag_stdPrint is set:
+ * `zxcommon::log({zxcommon::Level::notice, "RELAY"}, "client %s has left", name)`.
+ *
+ * Does nothing if the level or the tag is filtered out. Control characters in the message are
+ * escaped.
+ *
+ * Signal handlers: unsafe; it allocates memory for a message of 1024 bytes and more.
+ *
+ * @param line    level, tag and caller.
+ * @param format  of the message, as printf() takes it; without a line end.
+ */
+[[gnu::format(printf, 2, 3)]] inline void log(LogLine line, const char* format, ...) {
+    const auto level = static_cast<std::uint32_t>(line.level);
+    if (zxlog_api_getLoglevel() < level ||
+        zxlog_api_strCasestrNum(strfilterTags, line.tag, 1, 1) != 0) {
+        return;
+    }
+    char place[256] = "";
+    if (std::atomic_ref(flag_printLineFunc).load(std::memory_order_relaxed) != 0) {
+        std::snprintf(place, sizeof place, "[%s %d]", line.caller.function, line.caller.line);
+    }
+    char room[1024];
+    std::string longer;
+    const char* message = room;
+    std::va_list args;
+    std::va_list again;
+    va_start(args, format);
+    va_copy(again, args);
+    const int length = std::vsnprintf(room, sizeof room, format, args);
+    if (length >= static_cast<int>(sizeof room)) {
+        longer.resize(static_cast<std::size_t>(length));
+        std::vsnprintf(longer.data(), longer.size() + 1, format, again);
+        message = longer.c_str();
+    }
+    va_end(again);
+    va_end(args);
+    const char* const name = strLoglevel_simple[level];
+    zxlog_innerapi_file("%s[%s][%s]%s%s\r\n", zxlog_innerapi_logTime(), name, line.tag, place,
+                        message);
+    if (std::atomic_ref(flag_stdPrint).load(std::memory_order_relaxed) != 0) {
+        constexpr const char* kColours[] = {"", "1;31", "1;33", "1;36", "0", "0;32"};
+        std::printf("\033[%sm %s[%s][%s]%s%s\033[0m\r\n", kColours[level], zxlog_innerapi_logTime(),
+                    name, line.tag, place, message);
+        std::fflush(stdout);
+    }
+}
 
 }  // namespace zxcommon
 

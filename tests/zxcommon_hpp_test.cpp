@@ -85,4 +85,75 @@ TEST(ZxcommonHpp, WaitingThreadsCanBeCancelled) {
     EXPECT_FALSE(zxcommon::StateGuard(nullptr));
 }
 
+TEST(ZxcommonHpp, WorkersAnswerEveryCommand) {
+    zx::test::LogCapture log;
+    struct Told {
+        zxthread_ctt record{};
+        int rounds = 0;
+    };
+    const auto work = [](void* argument) -> void* {
+        auto& told = *static_cast<Told*>(argument);
+        zxcommon::run_worker(&told.record, {5000, 1}, [&](zxcommon::StopRequest& stop) {
+            for (; !stop.seen(); usleep(100)) {
+                ++told.rounds;
+            }
+        });
+        return nullptr;
+    };
+    for (const bool is_started : {true, false}) {
+        Told told;
+        ASSERT_EQ(zxthread_api_create(&told.record, "worker", work, &told), 0);
+        const auto tell = [&](std::uint32_t command, std::uint32_t answer) {
+            return zxthread_api_waitStateTimeout(&told.record, command, answer, 5000, 1);
+        };
+        if (is_started) {
+            EXPECT_EQ(tell(ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING), 1);
+            EXPECT_EQ(tell(ZXTHREAD_STATE_RUN, ZXTHREAD_STATE_RUN), 1);
+            usleep(2000);
+        } else {
+            EXPECT_EQ(tell(ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING), 1);
+        }
+        EXPECT_EQ(tell(ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED), 1);
+        zxthread_api_destroy(&told.record);
+        EXPECT_EQ(told.rounds > 0, is_started);
+    }
+}
+
+TEST(ZxcommonHpp, DescriptorsAreClosedOnce) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    zxcommon::Descriptor reading(ends[0]);
+    zxcommon::Descriptor writing(ends[1]);
+    zxcommon::Epoll epoll;
+    ASSERT_TRUE(epoll && epoll.add(reading.get(), EPOLLIN));
+    epoll_event room[2];
+    EXPECT_TRUE(epoll.wait(room, 0).empty());
+    ASSERT_EQ(write(writing.get(), "x", 1), 1);
+    ASSERT_EQ(epoll.wait(room).size(), 1U);
+    EXPECT_EQ(room[0].data.fd, reading.get());
+    EXPECT_TRUE(epoll.mod(reading.get(), EPOLLET) && epoll.del(reading.get()));
+    writing = std::move(reading);
+    EXPECT_FALSE(reading);
+    EXPECT_EQ(writing.get(), ends[0]);
+    EXPECT_EQ(close(ends[1]), -1) << "it was closed by the one that took its place";
+}
+
+TEST(ZxcommonHpp, LinesHaveTheFormOfTheLibrarys) {
+    using zxcommon::Level;
+    zx::test::LogCapture log(4);
+    zxcommon::log({Level::notice, "TAG"}, "%d of %s", 1, "two");
+    zxcommon::log({Level::debug, "TAG"}, "above the level");
+    const std::string longer(3000, 'x');
+    zxcommon::log({Level::error, "TAG"}, "%s", longer.c_str());
+    zxlog_api_setPrintLineFunc(1);
+    zxcommon::log({Level::info, "TAG"}, "here");
+    const std::string place = "[TestBody " + std::to_string(__LINE__ - 1) + "]";
+    zxlog_api_setPrintLineFunc(0);
+    zxlog_api_setFilterTags("OTHER,TAG");
+    zxcommon::log({Level::error, "TAG"}, "filtered");
+    zxlog_api_setFilterTags("");
+    EXPECT_THAT(log.take(), ElementsAre("[NOTICE][TAG]1 of two", "[ERROR][TAG]" + longer,
+                                        "[INFO][TAG]" + place + "here"));
+}
+
 }  // namespace

@@ -11,12 +11,12 @@
 #include <sstream>
 #include <thread>
 
-#include "internal/guard.hpp"
 #include "loopback.hpp"
 #include "packets.hpp"
 #include "process.hpp"
 #include "stream/channel.hpp"
 #include "stream/net.hpp"
+#include "zxcommon.hpp"
 
 namespace {
 
@@ -96,8 +96,8 @@ protected:
     }
 
     // A client that the relay knows of.
-    [[nodiscard]] zx::UniqueFd join() const {
-        zx::UniqueFd fd(connected(SOCK_STREAM, out_port));
+    [[nodiscard]] zxcommon::Descriptor join() const {
+        zxcommon::Descriptor fd(connected(SOCK_STREAM, out_port));
         const std::string port = std::to_string(port_of(fd.get()));
         EXPECT_TRUE(logs("client 127.0.0.1:" + port + " has connected"));
         return fd;
@@ -125,7 +125,7 @@ protected:
 
     // True when a client can connect and receives so much.
     [[nodiscard]] bool serves(std::size_t size = kPacketSize) const {
-        const zx::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const zxcommon::Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_in address = loopback(out_port);
         const timeval limit{0, 500000};
         setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -137,8 +137,8 @@ protected:
     // Sends a good many packets, for so long at least, which a client that keeps up gets at once.
     // Returns their number. Much longer, and the kernel gives up a client that takes nothing.
     [[nodiscard]] std::uint64_t stream_beside_quick_client(std::chrono::milliseconds least) const {
-        const zx::UniqueFd quick = join();
-        const zx::UniqueFd source(connected(SOCK_STREAM, in_port));
+        const zxcommon::Descriptor quick = join();
+        const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
         const auto end = Clock::now() + least;
         std::uint64_t sent = 0;
         for (bool is_whole = true; is_whole && (sent < 88200 || Clock::now() < end); sent += 350) {
@@ -167,8 +167,8 @@ protected:
 
 TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
     start("udp");
-    const zx::UniqueFd client = join();
-    const zx::UniqueFd source(connected(SOCK_DGRAM, in_port));
+    const zxcommon::Descriptor client = join();
+    const zxcommon::Descriptor source(connected(SOCK_DGRAM, in_port));
     send_all(source.get(), Bytes(100, 'x'));
     for (std::uint64_t first = 0; first < 140; first += 7) {
         send_all(source.get(), packets(first, 7));
@@ -181,13 +181,13 @@ TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
 
 TEST_F(RelayServer, TakesSourcesOneAfterTheOtherAndEndsOnASignal) {
     start("tcp");
-    const zx::UniqueFd clients[] = {join(), join()};
+    const zxcommon::Descriptor clients[] = {join(), join()};
     for (std::uint64_t first = 0; first < 66; first += 22) {
         Bytes part = packets(first, 22);
         part.resize(part.size() + 5, 0x47);  // ends within a packet
-        send_all(zx::UniqueFd(connected(SOCK_STREAM, in_port)).get(), part);
+        send_all(zxcommon::Descriptor(connected(SOCK_STREAM, in_port)).get(), part);
     }
-    for (const zx::UniqueFd& client : clients) {
+    for (const zxcommon::Descriptor& client : clients) {
         EXPECT_EQ(receive_all(client.get(), 66 * kPacketSize), packets(0, 66));
     }
     relay->signal(SIGINT);
@@ -196,8 +196,8 @@ TEST_F(RelayServer, TakesSourcesOneAfterTheOtherAndEndsOnASignal) {
 
 TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
     start("tcp", "--once --stall 1 --client-buffer 128k");
-    const zx::UniqueFd slow = join();
-    const zx::UniqueFd vanishing = join();
+    const zxcommon::Descriptor slow = join();
+    const zxcommon::Descriptor vanishing = join();
     shutdown(vanishing.get(), SHUT_RDWR);
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(0));
     EXPECT_EQ(relay->wait(), 0);
@@ -209,7 +209,7 @@ TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
 
 TEST_F(RelayServer, ASlowShiftedClientLosesOnlyItsOwnPlace) {
     start("tcp", "--once --keep 2");
-    const zx::UniqueFd slow = join();
+    const zxcommon::Descriptor slow = join();
     send_all(slow.get(), {'l', 'a', 's', 't', ' ', '1', '\n'});
     ASSERT_TRUE(logs("from 1 s ago"));
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(4500));
@@ -224,7 +224,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     expect_complaint(ZX_RELAY, "--bogus", "--input is required");
     expect_complaint(ZX_RELAY, "--config /nonexistent/file", "/nonexistent/file");
     expect_complaint(ZX_RELAY, "-i tcp://[::1]:1 -o [::1]:2 --daemon", "--daemon requires --log");
-    const zx::UniqueFd listener = relay::open_listener({"127.0.0.1", "0"}, 1);
+    const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
     const std::string taken = "127.0.0.1:" + std::to_string(port_of(listener.get()));
     const std::string text = dir / "text";
     std::ofstream(text) << "somebody's own words\n";
@@ -291,7 +291,7 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
     std::ofstream(dir / "log").close();
     fs::resize_file(dir / "log", 10485761);
     start_daemon("--watchdog");
-    const zx::UniqueFd source(connected(SOCK_DGRAM, in_port));
+    const zxcommon::Descriptor source(connected(SOCK_DGRAM, in_port));
     std::jthread stream([&](const std::stop_token& stop) {
         for (std::uint64_t first = 0; !stop.stop_requested(); first += 7, usleep(2000)) {
             const Bytes message = packets(first, 7);
@@ -316,8 +316,8 @@ TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
     start("tcp", "--watchdog --once --keep 60");
     const Bytes stream = packets(0, 70000);
     const std::size_t half = 35000 * kPacketSize;
-    const zx::UniqueFd watcher(connected(SOCK_STREAM, out_port));
-    zx::UniqueFd source(connected(SOCK_STREAM, in_port));
+    const zxcommon::Descriptor watcher(connected(SOCK_STREAM, out_port));
+    zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
     std::jthread feeder([&] {
         for (std::uint64_t first = 0; first < 70000; first += 100, usleep(500)) {
             send_all(source.get(), packets(first, 100));
@@ -327,7 +327,7 @@ TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
     receive_all(watcher.get(), half);
     std::jthread drain([&] { receive_all(watcher.get()); });
 
-    const zx::UniqueFd client(connected(SOCK_STREAM, out_port));
+    const zxcommon::Descriptor client(connected(SOCK_STREAM, out_port));
     const std::string said = "what is this\nlast 99999999999999999999999999\nlast 30\r\n";
     send_all(client.get(), Bytes(said.begin(), said.end()));
     const Bytes got = receive_all(client.get());

@@ -43,8 +43,8 @@ protected:
     }
     void SetUp() override { server.emplace(endpoint, facts, stats, channel, board); }
 
-    [[nodiscard]] zx::UniqueFd say(const std::string& request) const {
-        zx::UniqueFd fd(zx::test::connected(SOCK_STREAM, server->port()));
+    [[nodiscard]] zxcommon::Descriptor say(const std::string& request) const {
+        zxcommon::Descriptor fd(zx::test::connected(SOCK_STREAM, server->port()));
         zx::test::send_all(fd.get(), {request.begin(), request.end()});
         return fd;
     }
@@ -132,7 +132,7 @@ TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
         {"GET / HTTP/1.1\r\n\r\n", "400"},
         {"\x16\x03\x01 no HTTP\r\n\r\n", "400"},
     };
-    const zx::UniqueFd slow = say("GET / HT");
+    const zxcommon::Descriptor slow = say("GET / HT");
     for (const auto& [request, status] : refused) {
         EXPECT_THAT(ask(request), StartsWith("HTTP/1.1 " + status)) << request.substr(0, 40);
         EXPECT_THAT(get("/live.json"), StartsWith("HTTP/1.1 200"));

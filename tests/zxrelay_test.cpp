@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdio>
 
-#include "internal/guard.hpp"
 #include "log_capture.hpp"
 #include "loopback.hpp"
 #include "packets.hpp"
@@ -17,6 +16,7 @@
 #include "stream/stats.hpp"
 #include "stream/store.hpp"
 #include "stream/worker.hpp"
+#include "zxcommon.hpp"
 #include "zxlog.h"
 
 namespace {
@@ -42,9 +42,9 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
     relay::Channel channel(20 * (relay::kMessageSize + 4));  // and nobody empties it
     relay::Source source(relay::open_listener({"127.0.0.1", std::to_string(port)}, 1), false, true,
                          channel, stats);
-    relay::Worker receiver("receiver", [&](relay::Worker& worker) { source.run(worker); });
+    relay::Worker receiver("receiver", [&](zxcommon::StopRequest& stop) { source.run(stop); });
     receiver.start();
-    send_all(zx::UniqueFd(connected(SOCK_STREAM, port)).get(), packets(0, 50 * 7));
+    send_all(zxcommon::Descriptor(connected(SOCK_STREAM, port)).get(), packets(0, 50 * 7));
     EXPECT_TRUE(comes_true([&] { return source.finished(); }));
     receiver.stop();
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "channel.hpp"
+#include "stream/channel.hpp"
 
 namespace zx::test {
 

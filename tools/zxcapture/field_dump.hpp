@@ -5,7 +5,7 @@
 
 #include "decoder.hpp"
 #include "frame.hpp"
-#include "internal/guard.hpp"
+#include "zxcommon.hpp"
 
 namespace capture {
 
@@ -20,7 +20,7 @@ public:
 private:
     std::string take_log();
 
-    zx::UniqueFd memory_;
+    zxcommon::Descriptor memory_;
 };
 
 }  // namespace capture

@@ -13,10 +13,10 @@
 #include <cstring>
 #include <vector>
 
+#include "common/big_endian.hpp"
 #include "common/failure.hpp"
-#include "internal/bytes.hpp"
-#include "internal/guard.hpp"
 #include "source.hpp"
+#include "zxcommon.hpp"
 #include "zxframe.h"
 
 namespace capture {
@@ -53,7 +53,7 @@ private:
 
     const std::string name_;
     const int index_;
-    zx::UniqueFd socket_;
+    zxcommon::Descriptor socket_;
     std::vector<std::uint8_t> buffer_;  // room for a VLAN tag, and a frame
     bool is_told_ = false;              // the caller knows that nothing is there yet
     std::uint64_t drops_ = 0;
@@ -68,8 +68,8 @@ int index_of(const std::string& name) {
 }
 
 // Protocol 0: nothing is received, least of all from other interfaces, before bind().
-zx::UniqueFd open_socket(const std::string& name) {
-    zx::UniqueFd fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+zxcommon::Descriptor open_socket(const std::string& name) {
+    zxcommon::Descriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd.get() < 0 && errno == EPERM) {
         throw Failure("capturing from " + name + " needs root or the capability CAP_NET_RAW");
     }
@@ -190,9 +190,9 @@ std::size_t InterfaceSource::put_vlan_tag_back(const tpacket_auxdata& data, std:
     }
     const bool has_type = (data.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
     std::memmove(buffer_.data(), buffer_.data() + kVlanTagSize, kMacsSize);
-    zx::store_be16(buffer_.data() + kMacsSize,
-                   has_type ? data.tp_vlan_tpid : std::uint16_t{ETH_P_8021Q});
-    zx::store_be16(buffer_.data() + kMacsSize + 2, data.tp_vlan_tci);
+    tools::store_be16(buffer_.data() + kMacsSize,
+                      has_type ? data.tp_vlan_tpid : std::uint16_t{ETH_P_8021Q});
+    tools::store_be16(buffer_.data() + kMacsSize + 2, data.tp_vlan_tci);
     return kVlanTagSize;
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "internal/bytes.hpp"
+#include "common/big_endian.hpp"
 #include "zxframe.h"
 
 namespace capture {
@@ -31,7 +31,7 @@ void add_transport(const Frame& frame, std::size_t end, Layers& layers) {
     layers.depth = Depth::transport;
     const std::uint8_t* const header = frame.bytes.data() + at;
     const std::size_t size = is_tcp ? std::size_t{4} * (header[12] / 16) : fixed;
-    const std::size_t udp_size = is_tcp ? size : zx::load_be16(header + 4);
+    const std::size_t udp_size = is_tcp ? size : tools::load_be16(header + 4);
     const bool udp_ends_outside = at + udp_size > end && !layers.first_fragment;
     layers.flaw = size < fixed || udp_size < fixed || udp_ends_outside || end > frame.length
                       ? Flaw::malformed
@@ -63,7 +63,7 @@ void add_ipv4(const Frame& frame, Layers& layers) {
     }
     const std::uint8_t* const header = frame.bytes.data() + kNetworkAt;
     const std::size_t size = std::size_t{4} * (header[0] % 16);
-    const std::uint16_t fragment = zx::load_be16(header + 6);
+    const std::uint16_t fragment = tools::load_be16(header + 6);
     layers.depth = Depth::network;
     layers.protocol = header[9];
     layers.later_fragment = (fragment & 0x1FFFU) != 0;
@@ -72,7 +72,7 @@ void add_ipv4(const Frame& frame, Layers& layers) {
     if (header[0] / 16U != 4 || size < kIpv4HeaderSize) {
         layers.flaw = Flaw::malformed;
     } else if (!layers.later_fragment) {
-        add_protocol(frame, end_of_packet(frame, zx::load_be16(header + 2)), layers);
+        add_protocol(frame, end_of_packet(frame, tools::load_be16(header + 2)), layers);
     }
 }
 
@@ -83,7 +83,7 @@ void add_ipv6(const Frame& frame, Layers& layers) {
         return;
     }
     const std::uint8_t* const header = frame.bytes.data() + kNetworkAt;
-    const std::size_t payload = zx::load_be16(header + 4);
+    const std::size_t payload = tools::load_be16(header + 4);
     layers.depth = Depth::network;
     layers.protocol = header[6];
     add_protocol(frame, end_of_packet(frame, payload == 0 ? 0 : kIpv6HeaderSize + payload), layers);
@@ -98,7 +98,7 @@ Layers find_layers(const Frame& frame) {
         return layers;
     }
     layers.depth = Depth::ethernet;
-    layers.type = zx::load_be16(frame.bytes.data() + std::size_t{2} * ZXFRAME_MAC_SIZE);
+    layers.type = tools::load_be16(frame.bytes.data() + std::size_t{2} * ZXFRAME_MAC_SIZE);
     if (layers.type == kTypeIpv4) {
         add_ipv4(frame, layers);
     } else if (layers.type == kTypeIpv6) {

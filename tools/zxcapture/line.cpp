@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "internal/bytes.hpp"
+#include "common/big_endian.hpp"
 
 namespace capture {
 namespace {
@@ -140,7 +140,8 @@ void add_details(std::string& text, const Frame& frame, const ether_ctt& record,
         add_flags(text, record.tcp);
     } else if (layers.type == kTypeVlan && frame.bytes.size() >= ZXFRAME_ETHERNET_SIZE + 4) {
         const std::uint8_t* const tag = frame.bytes.data() + ZXFRAME_ETHERNET_SIZE;
-        add(text, " vlan %u, type 0x%04x", zx::load_be16(tag) & 0xFFFU, zx::load_be16(tag + 2));
+        add(text, " vlan %u, type 0x%04x", tools::load_be16(tag) & 0xFFFU,
+            tools::load_be16(tag + 2));
     } else if (layers.depth == Depth::ethernet && layers.type <= kLargestLength) {
         add(text, " length %u", layers.type);
     } else if (layers.depth != Depth::none && layers.type != kTypeIpv6) {

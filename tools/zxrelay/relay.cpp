@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "internal/log.hpp"
 #include "monitor.hpp"
 #include "status/service.hpp"
 #include "stream/channel.hpp"
@@ -14,12 +13,15 @@
 #include "stream/stats.hpp"
 #include "stream/store.hpp"
 #include "stream/worker.hpp"
+#include "zxcommon.hpp"
 #include "zxlog.h"
 #include "zxmd.h"
 #include "zxmem.h"
 
 namespace relay {
 namespace {
+
+using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
@@ -66,8 +68,8 @@ Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& is_u
                   {static_cast<std::uint32_t>(options_.client_buffer), options_.stall_sec}, channel,
                   store ? &*store : nullptr, stats, board);
     Monitor monitor(stats, channel);
-    Worker sender("relay-send", [&](Worker& worker) { fanout.run(worker); });
-    Worker receiver("relay-receive", [&](Worker& worker) { source.run(worker); });
+    Worker sender("relay-send", [&](zxcommon::StopRequest& stop) { fanout.run(stop); });
+    Worker receiver("relay-receive", [&](zxcommon::StopRequest& stop) { source.run(stop); });
     std::optional<StatusServer> status;
     if (!options_.status.empty()) {
         status.emplace(parse_output(options_.status),
@@ -76,7 +78,8 @@ Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& is_u
     }
     sender.start();
     receiver.start();
-    ZX_LOG(notice, "relaying %s to clients of %s", options_.input.c_str(), output_.text().c_str());
+    log({Level::notice, kTag}, "relaying %s to clients of %s", options_.input.c_str(),
+        output_.text().c_str());
     is_up();
 
     const auto is_delivered = [&] {
@@ -104,14 +107,14 @@ Relay::End Relay::watch(const sigset_t& signals, const std::function<bool()>& is
         }
         const int number = wait_for_signal(signals, wait_us);
         if (number == SIGINT || number == SIGTERM) {
-            ZX_LOG(notice, "ended by signal %d", number);
+            log({Level::notice, kTag}, "ended by signal %d", number);
             return End::signal;
         }
         if (number == SIGUSR1) {
             show_memory();
         }
         if (is_delivered()) {
-            ZX_LOG(notice, "%s", "the stream is delivered");
+            log({Level::notice, kTag}, "%s", "the stream is delivered");
             return End::delivered;
         }
         if (options_.stats) {

@@ -5,9 +5,9 @@
 
 #include <functional>
 
-#include "internal/guard.hpp"
 #include "options.hpp"
 #include "stream/net.hpp"
+#include "zxcommon.hpp"
 
 namespace relay {
 
@@ -34,8 +34,8 @@ private:
     const Options& options_;
     const Input input_;
     const Endpoint output_;
-    zx::UniqueFd source_;
-    zx::UniqueFd listener_;
+    zxcommon::Descriptor source_;
+    zxcommon::Descriptor listener_;
 };
 
 }  // namespace relay

@@ -12,7 +12,7 @@
 #include <filesystem>
 
 #include "common/failure.hpp"
-#include "internal/guard.hpp"
+#include "zxcommon.hpp"
 
 namespace relay {
 namespace {
@@ -35,8 +35,8 @@ bool is_at_path(int fd) {
     throw tools::system_failure(std::string(what) + " the pid file " + g_path);
 }
 
-zx::UniqueFd open_locked() {
-    zx::UniqueFd fd(open(g_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+zxcommon::Descriptor open_locked() {
+    zxcommon::Descriptor fd(open(g_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
     struct stat st {};
     if (fd.get() < 0 || fstat(fd.get(), &st) != 0) {
         fail("cannot write");

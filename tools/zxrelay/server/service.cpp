@@ -12,13 +12,15 @@
 #include <cstring>
 
 #include "common/failure.hpp"
-#include "internal/log.hpp"
 #include "server/pid_file.hpp"
 #include "server/watchdog.hpp"
+#include "zxcommon.hpp"
 #include "zxmd.h"
 
 namespace relay {
 namespace {
+
+using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr char kUp[] = "up";
@@ -113,7 +115,7 @@ void Service::detach() {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         throw tools::system_failure("cannot become a daemon");
     }
-    zx::UniqueFd daemon(ends[0]);
+    zxcommon::Descriptor daemon(ends[0]);
     starter_.emplace(ends[1]);
     std::fflush(nullptr);
     const pid_t child = fork();
@@ -155,7 +157,7 @@ void Service::report(const std::string& sentence) {
         send(starter_->get(), sentence.data(), sentence.size(), MSG_NOSIGNAL);
     }
     if (is_entered_ && !options_.log_file.empty()) {
-        ZX_LOG(error, "%s", sentence.c_str());
+        log({Level::error, kTag}, "%s", sentence.c_str());
     }
 }
 

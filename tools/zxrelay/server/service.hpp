@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "internal/guard.hpp"
 #include "options.hpp"
+#include "zxcommon.hpp"
 
 namespace relay {
 
@@ -39,7 +39,8 @@ private:
 
     const Options& options_;
     bool is_entered_ = false;
-    std::optional<zx::UniqueFd> starter_;  // the process that was started, as long as it waits
+    std::optional<zxcommon::Descriptor>
+        starter_;  // the process that was started, as long as it waits
 };
 
 }  // namespace relay

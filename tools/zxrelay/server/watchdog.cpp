@@ -14,11 +14,13 @@
 #include <new>
 
 #include "common/failure.hpp"
-#include "internal/log.hpp"
+#include "zxcommon.hpp"
 #include "zxmd.h"
 
 namespace relay::watchdog {
 namespace {
+
+using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr long kStepNs = 5000000;
@@ -57,7 +59,7 @@ void tell_worker(int number) {
 }
 
 void end_by_signal(int number) {
-    ZX_LOG(notice, "the watchdog is ended by signal %d", number);
+    log({Level::notice, kTag}, "the watchdog is ended by signal %d", number);
     const timespec step{0, kStepNs};
     for (int i = 0; has_living_worker() && i < kEndSteps; ++i) {
         tell_worker(SIGTERM);

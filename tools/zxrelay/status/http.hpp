@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "internal/guard.hpp"
 #include "stream/net.hpp"
+#include "zxcommon.hpp"
 
 struct MHD_Connection;
 struct MHD_Daemon;
@@ -61,7 +61,7 @@ private:
     const Answer not_allowed_;
     const Answer too_large_;
     const Answer unavailable_;
-    const zx::UniqueFd listener_;
+    const zxcommon::Descriptor listener_;
     const int port_;
     MHD_Daemon* daemon_;
 };

@@ -42,7 +42,7 @@ StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Stats& s
       sampled_us_(start_us_),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       http_(endpoint),
-      worker_("relay-status", [this](Worker& worker) { run(worker); }) {
+      worker_("relay-status", [this](zxcommon::StopRequest& stop) { run(stop); }) {
     if (wake_.get() < 0) {
         throw tools::Failure("there is no descriptor for the status page");
     }
@@ -68,9 +68,9 @@ void StatusServer::route() {
     http_.add("/status.json", [this] { return json(true); });
 }
 
-void StatusServer::run(Worker& worker) {
+void StatusServer::run(zxcommon::StopRequest& stop) {
     setpriority(PRIO_PROCESS, 0, kPriority);  // of this thread alone
-    while (!worker.stopping()) {
+    while (!stop.seen()) {
         pollfd fds[] = {{http_.fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
         poll(fds, std::size(fds), wait_ms());
         if (zxtime_api_upTimeUs() - sampled_us_ >= kMicro) {

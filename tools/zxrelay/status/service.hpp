@@ -5,7 +5,6 @@
 #include <deque>
 #include <string>
 
-#include "internal/guard.hpp"
 #include "status/http.hpp"
 #include "status/report.hpp"
 #include "stream/channel.hpp"
@@ -13,6 +12,7 @@
 #include "stream/snapshot.hpp"
 #include "stream/stats.hpp"
 #include "stream/worker.hpp"
+#include "zxcommon.hpp"
 
 namespace relay {
 
@@ -31,7 +31,7 @@ public:
 
 private:
     void route();
-    void run(Worker& worker);
+    void run(zxcommon::StopRequest& stop);
     void take_sample();
     [[nodiscard]] int wait_ms() const;
     const std::string& memory();
@@ -58,7 +58,7 @@ private:
     Answer live_json_;
     Answer status_json_;
 
-    zx::UniqueFd wake_;
+    zxcommon::Descriptor wake_;
     HttpServer http_;
     Worker worker_;
 };

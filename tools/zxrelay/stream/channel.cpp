@@ -6,32 +6,19 @@
 #include "common/failure.hpp"
 
 namespace relay {
-namespace {
-
-constexpr std::size_t kLengthPrefix = 4;
-
-}  // namespace
-
 Channel::Channel(std::uint32_t capacity)
-    : fifo_(zxfifo_api_blockInit(capacity, "relay")),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (fifo_ == nullptr || wake_.get() < 0) {
-        zxfifo_api_blockDeinit(&fifo_);
+    : fifo_(capacity, "relay"), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!fifo_ || !wake_) {
         throw tools::Failure("there is no memory for the FIFO");
     }
 }
 
-Channel::~Channel() {
-    zxfifo_api_blockDeinit(&fifo_);
-}
-
 bool Channel::push(std::span<const std::uint8_t> message) {
     // Only the consumer changes the room meanwhile, and it makes more of it.
-    const auto room = static_cast<std::size_t>(zxfifo_api_blockSizeLeft(fifo_));
-    if (room < kLengthPrefix + message.size()) {
+    if (static_cast<std::size_t>(fifo_.left()) < ZXFIFO_PREFIX_SIZE + message.size()) {
         return false;
     }
-    zxfifo_api_blockLenIn(fifo_, message.data(), static_cast<std::int32_t>(message.size()));
+    fifo_.message_in(message);
     wake();
     return true;
 }
@@ -40,13 +27,12 @@ std::span<const std::uint8_t> Channel::pop(std::span<std::uint8_t> buffer) {
     if (empty()) {
         return {};
     }
-    const std::int32_t size = zxfifo_api_blockLenOut1(
-        fifo_, buffer.data(), static_cast<std::uint32_t>(buffer.size()), __func__, __LINE__);
+    const std::int32_t size = fifo_.message_out(buffer);
     return buffer.first(size > 0 ? static_cast<std::size_t>(size) : 0);
 }
 
 double Channel::fill() const {
-    return static_cast<double>(zxfifo_api_blockSizeUsed(fifo_)) / static_cast<double>(fifo_->size);
+    return static_cast<double>(fifo_.used()) / static_cast<double>(fifo_.get()->size);
 }
 
 void Channel::clear_wake() {

@@ -5,8 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "internal/guard.hpp"
-#include "zxfifo.h"
+#include "zxcommon.hpp"
 
 namespace relay {
 
@@ -18,9 +17,6 @@ inline constexpr std::size_t kLargestMessage = 65535;  // what a datagram may ho
 class Channel {
 public:
     explicit Channel(std::uint32_t capacity);
-    ~Channel();
-    Channel(const Channel&) = delete;
-    Channel& operator=(const Channel&) = delete;
 
     // False when there was no room: the message is dropped whole.
     bool push(std::span<const std::uint8_t> message);
@@ -28,7 +24,7 @@ public:
     // The next message, in `buffer`, which holds the largest one. Empty: there is none.
     std::span<const std::uint8_t> pop(std::span<std::uint8_t> buffer);
 
-    [[nodiscard]] bool empty() const { return zxfifo_api_blockSizeUsed(fifo_) == 0; }
+    [[nodiscard]] bool empty() const { return fifo_.used() == 0; }
     [[nodiscard]] double fill() const;
 
     // Readable after a push or a wake(), until clear_wake(); for good after close().
@@ -38,8 +34,8 @@ public:
     void close();
 
 private:
-    zxfifoblock_ctt* fifo_;
-    zx::UniqueFd wake_;
+    zxcommon::Fifo fifo_;
+    zxcommon::Descriptor wake_;
     std::atomic<bool> closed_{false};
 };
 

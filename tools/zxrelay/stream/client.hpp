@@ -3,13 +3,15 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <unordered_map>
 
-#include "internal/guard.hpp"
 #include "stream/request.hpp"
 #include "stream/store.hpp"
+#include "zxcommon.hpp"
 #include "zxfifo.h"
 
 namespace relay {
@@ -64,7 +66,7 @@ private:
     void refill();
     [[nodiscard]] std::size_t held() const;
 
-    zx::UniqueFd fd_;
+    zxcommon::Descriptor fd_;
     std::string peer_;
     std::uint32_t buffer_size_;
     zxfifoblock_ctt* backlog_ = nullptr;
@@ -79,5 +81,8 @@ private:
     std::uint64_t bytes_seen_ = 0;
     std::uint64_t dropped_ = 0;
 };
+
+// By descriptor.
+using Clients = std::unordered_map<int, std::unique_ptr<Client>>;
 
 }  // namespace relay

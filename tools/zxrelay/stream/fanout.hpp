@@ -1,20 +1,16 @@
 // The sending side: takes messages from the channel and gives them to every client.
 #pragma once
 
-#include <sys/epoll.h>
-
 #include <atomic>
 #include <cstdint>
-#include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "stream/channel.hpp"
 #include "stream/client.hpp"
-#include "stream/snapshot.hpp"
+#include "stream/listener.hpp"
+#include "stream/publisher.hpp"
 #include "stream/stats.hpp"
 #include "stream/store.hpp"
-#include "stream/worker.hpp"
 
 namespace relay {
 
@@ -22,18 +18,17 @@ class Fanout {
 public:
     struct Limits {
         std::uint32_t client_buffer;  // bytes that a client may lag behind
-        unsigned stall_sec;           // a client that takes nothing so long is disconnected
+        unsigned stall_sec;           // how long a client may accept no data
     };
 
     // `store`: nullptr when nothing is kept. Throws a Failure.
-    Fanout(zx::UniqueFd listener, const Limits& limits, Channel& channel, Store* store,
+    Fanout(zxcommon::Descriptor listener, const Limits& limits, Channel& channel, Store* store,
            Stats& stats, Board& board);
-    ~Fanout();
     Fanout(const Fanout&) = delete;
     Fanout& operator=(const Fanout&) = delete;
 
     // The body of the sending thread.
-    void run(Worker& worker);
+    void run(zxcommon::StopRequest& stop);
 
     // True when no client waits for anything that has left the channel.
     [[nodiscard]] bool drained() const { return drained_; }
@@ -43,15 +38,13 @@ private:
     void handle_client(Client& client, std::uint32_t events);
     void shift(Client& client, std::uint64_t seconds);
     void watch(Client& client);
-    void accept_clients();
-    void rest_listener();
+    void add_client(int fd, const std::string& peer);
     void deliver();
     void deliver_to_all(std::span<const std::uint8_t> message);
     void serve_shifted();
-    void look_at_drain();
+    void check_drained();
     void do_each_second();
     void end_stalled();
-    void publish();
     void end(Client& client, const char* why);
     void remove_ended();
 
@@ -59,15 +52,13 @@ private:
     Channel& channel_;
     Store* const store_;
     Stats& stats_;
-    Board& board_;
-    zx::UniqueFd listener_;
-    int epfd_;
-    bool listener_rests_ = false;  // no descriptor was left for another client
-    bool missed_store_ = false;    // a client asked for what is not kept
+    zxcommon::Epoll epoll_;
+    Listener listener_;
+    Publisher publisher_;
+    bool missed_store_ = false;  // a client asked for what is not kept
     std::uint64_t last_round_ = 0;
-    std::uint64_t last_publish_us_;
     std::vector<std::uint8_t> message_;
-    std::unordered_map<int, std::unique_ptr<Client>> clients_;
+    Clients clients_;
     std::vector<int> ended_;
     std::atomic<bool> drained_{true};
 };

@@ -86,9 +86,10 @@ void detect_dead_peer(int fd) {
     set_option(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnackedMs);
 }
 
-zx::UniqueFd open_udp_source(const Endpoint& endpoint, const std::string& interface) {
+zxcommon::Descriptor open_udp_source(const Endpoint& endpoint, const std::string& interface) {
     const Addresses addresses = resolve(endpoint, SOCK_DGRAM);
-    zx::UniqueFd fd(socket(addresses->ai_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    zxcommon::Descriptor fd(
+        socket(addresses->ai_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (fd.get() < 0) {
         fail("cannot open a socket for", endpoint);
     }
@@ -158,9 +159,10 @@ Input parse_input(const std::string& url) {
     return input;
 }
 
-zx::UniqueFd open_listener(const Endpoint& endpoint, int backlog) {
+zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog) {
     const Addresses addresses = resolve(endpoint, SOCK_STREAM);
-    zx::UniqueFd fd(socket(addresses->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    zxcommon::Descriptor fd(
+        socket(addresses->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (fd.get() < 0) {
         fail("cannot open a socket for", endpoint);
     }
@@ -172,7 +174,7 @@ zx::UniqueFd open_listener(const Endpoint& endpoint, int backlog) {
     return fd;
 }
 
-zx::UniqueFd open_source(const Input& input, const std::string& interface) {
+zxcommon::Descriptor open_source(const Input& input, const std::string& interface) {
     // A second source waits in the backlog until the first has ended.
     return input.is_udp ? open_udp_source(input.endpoint, interface)
                         : open_listener(input.endpoint, 1);

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "internal/guard.hpp"
+#include "zxcommon.hpp"
 
 namespace relay {
 
@@ -24,8 +24,8 @@ Input parse_input(const std::string& url);
 Endpoint parse_output(const std::string& text);
 
 // Non-blocking and close-on-exec; a Failure says why one cannot be had.
-zx::UniqueFd open_listener(const Endpoint& endpoint, int backlog);
-zx::UniqueFd open_source(const Input& input, const std::string& interface);
+zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);
+zxcommon::Descriptor open_source(const Input& input, const std::string& interface);
 
 // The next connection of a listener, non-blocking, with its peer's address as text; the kernel ends
 // it when the peer is gone without a word. -1: none, with `errno` set.

@@ -10,14 +10,16 @@
 #include <cstring>
 
 #include "common/failure.hpp"
-#include "internal/log.hpp"
 #include "stream/net.hpp"
+#include "zxcommon.hpp"
 #include "zxepoll.h"
 #include "zxnet.h"
 #include "zxtime.h"
 
 namespace relay {
 namespace {
+
+using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr int kWaitMs = 1000;
@@ -28,31 +30,24 @@ constexpr useconds_t kErrorPauseUs = 10000;
 
 }  // namespace
 
-Source::Source(zx::UniqueFd socket, bool is_udp, bool once, Channel& channel, Stats& stats)
+Source::Source(zxcommon::Descriptor socket, bool is_udp, bool once, Channel& channel, Stats& stats)
     : is_udp_(is_udp),
       once_(once),
       channel_(channel),
       stats_(stats),
       socket_(std::move(socket)),
       interrupted_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      epfd_(zxepoll_innerapi_open(1, __func__, __LINE__)),
       buffer_(kLargestMessage) {
-    if (zxepoll_add(epfd_, socket_.get(), EPOLLIN) != 0 ||
-        zxepoll_add(epfd_, interrupted_.get(), EPOLLIN) != 0) {
-        zxepoll_close(&epfd_);
+    if (!epoll_.add(socket_.get(), EPOLLIN) || !epoll_.add(interrupted_.get(), EPOLLIN)) {
         throw tools::system_failure("cannot wait for the source");
     }
 }
 
-Source::~Source() {
-    zxepoll_close(&epfd_);
-}
-
-void Source::run(Worker& worker) {
+void Source::run(zxcommon::StopRequest& stop) {
     if (is_udp_) {
-        receive_datagrams(worker);
+        receive_datagrams(stop);
     } else {
-        serve_connections(worker);
+        serve_connections(stop);
     }
 }
 
@@ -65,8 +60,8 @@ void Source::interrupt() {
     }
 }
 
-void Source::receive_datagrams(Worker& worker) {
-    while (!worker.stopping()) {
+void Source::receive_datagrams(zxcommon::StopRequest& stop) {
+    while (!stop.seen()) {
         if (!await()) {
             continue;
         }
@@ -85,31 +80,31 @@ void Source::receive_datagrams(Worker& worker) {
     report_losses();
 }
 
-void Source::serve_connections(Worker& worker) {
-    while (!worker.stopping() && !finished_) {
+void Source::serve_connections(zxcommon::StopRequest& stop) {
+    while (!stop.seen() && !finished_) {
         if (!await()) {
             continue;
         }
         std::string peer;
-        const zx::UniqueFd fd(accept_connection(socket_.get(), peer));
-        if (fd.get() < 0) {
+        const zxcommon::Descriptor fd(accept_connection(socket_.get(), peer));
+        if (!fd) {
             continue;
         }
-        ZX_LOG(notice, "source %s has connected", peer.c_str());
-        receive_stream(worker, fd.get());
-        ZX_LOG(notice, "source %s has ended", peer.c_str());
+        log({Level::notice, kTag}, "source %s has connected", peer.c_str());
+        receive_stream(stop, fd.get());
+        log({Level::notice, kTag}, "source %s has ended", peer.c_str());
         finished_ = once_;
     }
 }
 
-void Source::receive_stream(Worker& worker, int fd) {
+void Source::receive_stream(zxcommon::StopRequest& stop, int fd) {
     {
         const std::scoped_lock lock(connection_mutex_);
         connection_ = fd;
     }
     Packetizer packetizer([this](std::span<const std::uint8_t> message) { push(message); });
     std::uint64_t skipped = 0;
-    while (!worker.stopping()) {
+    while (!stop.seen()) {
         const std::int32_t size = receive(fd);
         if (size > 0) {
             packetizer.feed({buffer_.data(), static_cast<std::size_t>(size)});
@@ -131,9 +126,9 @@ void Source::receive_stream(Worker& worker, int fd) {
 // True when there is something to take from the socket. A shutdown of the socket would end the
 // wait, too, and the socket: it is a watchdog's as well.
 bool Source::await() {
-    epoll_event events[2];
-    const int count = zxepoll_wait_timeout(epfd_, events, 2, kWaitMs);
-    return std::any_of(events, events + std::max(count, 0),
+    epoll_event room[2];
+    const auto events = epoll_.wait(room, kWaitMs);
+    return std::any_of(events.begin(), events.end(),
                        [this](const epoll_event& event) { return event.data.fd == socket_.get(); });
 }
 
@@ -173,14 +168,15 @@ void Source::count_skipped(std::uint64_t bytes) {
 void Source::report_losses() {
     const std::uint64_t drops = stats_.dropped_fifo_full;
     if (drops != reported_drops_) {
-        ZX_LOG(warning, "the FIFO is full: %llu messages dropped",
-               static_cast<unsigned long long>(drops - reported_drops_));
+        log({Level::warning, kTag}, "the FIFO is full: %llu messages dropped",
+            static_cast<unsigned long long>(drops - reported_drops_));
         reported_drops_ = drops;
     }
     const std::uint64_t skipped = stats_.bytes_no_stream;
     if (skipped != reported_skipped_) {
-        ZX_LOG(warning, "%llu bytes of the source are no transport stream and were left out",
-               static_cast<unsigned long long>(skipped - reported_skipped_));
+        log({Level::warning, kTag},
+            "%llu bytes of the source are no transport stream and were left out",
+            static_cast<unsigned long long>(skipped - reported_skipped_));
         reported_skipped_ = skipped;
     }
 }

@@ -5,24 +5,22 @@
 #include <mutex>
 #include <vector>
 
-#include "internal/guard.hpp"
 #include "stream/channel.hpp"
 #include "stream/packetizer.hpp"
 #include "stream/stats.hpp"
-#include "stream/worker.hpp"
+#include "zxcommon.hpp"
 
 namespace relay {
 
 class Source {
 public:
     // `socket` receives datagrams, or is the listener for TCP sources.
-    Source(zx::UniqueFd socket, bool is_udp, bool once, Channel& channel, Stats& stats);
-    ~Source();
+    Source(zxcommon::Descriptor socket, bool is_udp, bool once, Channel& channel, Stats& stats);
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
 
     // The body of the receiving thread.
-    void run(Worker& worker);
+    void run(zxcommon::StopRequest& stop);
 
     // For another thread: ends a wait for the source at once.
     void interrupt();
@@ -31,9 +29,9 @@ public:
     [[nodiscard]] bool finished() const { return finished_; }
 
 private:
-    void receive_datagrams(Worker& worker);
-    void serve_connections(Worker& worker);
-    void receive_stream(Worker& worker, int fd);
+    void receive_datagrams(zxcommon::StopRequest& stop);
+    void serve_connections(zxcommon::StopRequest& stop);
+    void receive_stream(zxcommon::StopRequest& stop, int fd);
     bool await();
     std::int32_t receive(int fd);
     void push(std::span<const std::uint8_t> message);
@@ -44,9 +42,9 @@ private:
     const bool once_;
     Channel& channel_;
     Stats& stats_;
-    zx::UniqueFd socket_;
-    zx::UniqueFd interrupted_;  // readable for good
-    int epfd_;                  // waits for these two
+    zxcommon::Descriptor socket_;
+    zxcommon::Descriptor interrupted_;  // readable for good
+    zxcommon::Epoll epoll_;             // waits for these two
     std::vector<std::uint8_t> buffer_;
     std::atomic<bool> finished_{false};
 

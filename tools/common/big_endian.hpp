@@ -1,0 +1,17 @@
+// Numbers of two bytes in network order, at any place in a buffer.
+#pragma once
+
+#include <cstdint>
+
+namespace tools {
+
+[[nodiscard]] constexpr std::uint16_t load_be16(const std::uint8_t* at) {
+    return static_cast<std::uint16_t>(at[0] << 8U | at[1]);
+}
+
+constexpr void store_be16(std::uint8_t* at, std::uint16_t value) {
+    at[0] = static_cast<std::uint8_t>(value >> 8U);
+    at[1] = static_cast<std::uint8_t>(value);
+}
+
+}  // namespace tools
