@@ -1,0 +1,41 @@
+// Arguments that must not be NULL.
+//
+//     if (!ZX_ARE_GIVEN({list, "list"}, {out, "out"})) {
+//         return -1;
+//     }
+#pragma once
+
+#include <initializer_list>
+
+#include "internal/log.hpp"
+
+namespace zx {
+
+struct Argument {
+    const void* value;
+    const char* name;
+};
+
+// Its second parameter has the name that the line of the log asks for.
+[[gnu::cold, gnu::noinline]] inline void log_missing(const char* name, const char* kTag,
+                                                     Caller caller) {
+    ZX_LOG_AT(caller, error, "Param error####%s", name);
+}
+
+// True when all are there; otherwise the first one that is missing was logged.
+[[nodiscard]] inline bool are_given(std::initializer_list<Argument> arguments, const char* tag,
+                                    Caller caller) {
+    for (const Argument& argument : arguments) {
+        if (argument.value == nullptr) [[unlikely]] {
+            log_missing(argument.name, tag, caller);
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace zx
+
+// For the function that it stands in. A helper that speaks for its caller hands that to
+// are_given().
+#define ZX_ARE_GIVEN(...) ::zx::are_given({__VA_ARGS__}, kTag, ::zx::Caller(__func__, __LINE__))
