@@ -11,23 +11,34 @@
 
 namespace zx {
 
+// How the message of a missing argument begins. Which of them a function has is a part of its
+// interface.
+inline constexpr char kParamError[] = "Param error####";
+inline constexpr char kParamError3[] = "Param error###";
+inline constexpr char kErrorParam[] = "Error param ###";
+
 struct Argument {
-    const void* value;
+    template <typename T>
+    constexpr Argument(T* value, const char* called, const char* words = kParamError)
+        : is_given(value != nullptr), name(called), complaint(words) {}
+
+    bool is_given;
     const char* name;
+    const char* complaint;
 };
 
-// Its second parameter has the name that the line of the log asks for.
-[[gnu::cold, gnu::noinline]] inline void log_missing(const char* name, const char* kTag,
-                                                     Caller caller) {
-    ZX_LOG_AT(caller, error, "Param error####%s", name);
+// Its third parameter has the name that the line of the log asks for.
+[[gnu::cold, gnu::noinline]] inline void log_missing(const char* complaint, const char* name,
+                                                     const char* kTag, Caller caller) {
+    ZX_LOG_AT(caller, error, "%s%s", complaint, name);
 }
 
 // True when all are there; otherwise the first one that is missing was logged.
 [[nodiscard]] inline bool are_given(std::initializer_list<Argument> arguments, const char* tag,
                                     Caller caller) {
     for (const Argument& argument : arguments) {
-        if (argument.value == nullptr) [[unlikely]] {
-            log_missing(argument.name, tag, caller);
+        if (!argument.is_given) [[unlikely]] {
+            log_missing(argument.complaint, argument.name, tag, caller);
             return false;
         }
     }

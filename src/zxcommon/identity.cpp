@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 
 namespace {
@@ -20,8 +21,7 @@ extern "C" const char* zxcommon_api_version(void) {
 }
 
 extern "C" void zxcommon_api_info(char* str) {
-    if (str == nullptr) {
-        ZX_LOG_PARAM("str");
+    if (!ZX_ARE_GIVEN({str, "str"})) {
         return;
     }
     std::strcat(str, kPlatform);

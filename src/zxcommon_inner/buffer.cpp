@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxmem.h"
 
@@ -19,8 +20,7 @@ extern "C" int32_t zxt_innerapi_bufSwitch(void* buf1, void* buf2, uint32_t len) 
     if (len > ZXT_SWITCH_SIZE) {
         return -2;
     }
-    if (buf1 == nullptr || buf2 == nullptr) {
-        ZX_LOG_PARAM(buf1 == nullptr ? "buf1" : "buf2");
+    if (!ZX_ARE_GIVEN({buf1, "buf1"}, {buf2, "buf2"})) {
         return -1;
     }
     char scratch[ZXT_SWITCH_SIZE];
@@ -31,8 +31,7 @@ extern "C" int32_t zxt_innerapi_bufSwitch(void* buf1, void* buf2, uint32_t len) 
 }
 
 extern "C" int32_t zxt_innerapi_bufOffset(uint8_t* buf, int32_t offset, int32_t len) {
-    if (buf == nullptr) {
-        ZX_LOG_PARAM("buf");
+    if (!ZX_ARE_GIVEN({buf, "buf"})) {
         return -1;
     }
     const std::int64_t distance = std::abs(std::int64_t{offset});

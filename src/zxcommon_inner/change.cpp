@@ -1,7 +1,6 @@
 #include "zxt.h"
 
-#include <utility>
-
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 
 namespace {
@@ -14,15 +13,9 @@ constexpr std::uint8_t kTolerated = 5;  // changes in a row
 extern "C" int32_t zxt_api_isDatatypeChange(const int8_t* cur, int8_t* last, uint8_t* counter,
                                             const char* tag, const char* fromText,
                                             const char* toText) {
-    const std::pair<const void*, const char*> arguments[] = {
-        {cur, "cur"}, {last, "last"},         {counter, "counter"},
-        {tag, "tag"}, {fromText, "fromText"}, {toText, "toText"},
-    };
-    for (const auto& [argument, name] : arguments) {
-        if (argument == nullptr) {
-            ZX_LOG_PARAM(name);
-            return 0;
-        }
+    if (!ZX_ARE_GIVEN({cur, "cur"}, {last, "last"}, {counter, "counter"}, {tag, "tag"},
+                      {fromText, "fromText"}, {toText, "toText"})) {
+        return 0;
     }
     if (*cur == *last) {
         *counter = 0;

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <utility>
 
+#include "internal/args.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
@@ -44,20 +45,10 @@ int make_output() {
     return fd;
 }
 
-// True when both arguments are there; otherwise the missing one was logged.
-bool has_arguments(const char* cmd, const char* info, zx::Caller caller = {}) {
-    if (cmd != nullptr && info != nullptr) {
-        return true;
-    }
-    ZX_LOG_AT(caller, error, "Param error####%s", cmd == nullptr ? "cmd" : "info");
-    return false;
-}
-
 }  // namespace
 
 extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
-    if (cmd == nullptr) {
-        ZX_LOG(error, "Error param ###cmd");
+    if (!ZX_ARE_GIVEN({cmd, "cmd", zx::kErrorParam})) {
         return -1;
     }
     std::memcpy(cmd + std::strlen(cmd), kSilently, sizeof kSilently);
@@ -65,7 +56,7 @@ extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size) {
-    if (!has_arguments(cmd, info)) {
+    if (!ZX_ARE_GIVEN({cmd, "cmd"}, {info, "info"})) {
         return -1;
     }
     std::memset(info, 0, size);
@@ -83,7 +74,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint3
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32_t size) {
-    if (!has_arguments(cmd, info)) {
+    if (!ZX_ARE_GIVEN({cmd, "cmd"}, {info, "info"})) {
         return -1;
     }
     char command[kCommandSize]{};
@@ -106,8 +97,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
 }
 
 extern "C" int32_t zxt_innerapi_cmdIsGrep(const char* cmd) {
-    if (cmd == nullptr) {
-        ZX_LOG_PARAM("cmd");
+    if (!ZX_ARE_GIVEN({cmd, "cmd"})) {
         return -1;
     }
     char output[kGrepSize]{};
@@ -115,8 +105,7 @@ extern "C" int32_t zxt_innerapi_cmdIsGrep(const char* cmd) {
 }
 
 extern "C" int32_t zxt_innerapi_kill(const char* cmd) {
-    if (cmd == nullptr) {
-        ZX_LOG_PARAM("cmd");
+    if (!ZX_ARE_GIVEN({cmd, "cmd"})) {
         return -1;
     }
     char command[kCommandSize]{};

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
 
@@ -14,18 +15,6 @@ namespace {
 constexpr char kTag[] = "ZXCOMMON_INNER";
 constexpr std::size_t kEndingSize = 5;  // ".m3u8"
 constexpr std::size_t kCommandSize = 512;
-
-// True when all arguments are there; otherwise the first missing one was logged.
-bool has_arguments(const char* url, const char* vodpath, const char* out, const char* out_name,
-                   zx::Caller caller = {}) {
-    if (url != nullptr && vodpath != nullptr && out != nullptr) {
-        return true;
-    }
-    const char* const missing =
-        url == nullptr ? "hls_url" : (vodpath == nullptr ? "vodpath" : out_name);
-    ZX_LOG_AT(caller, error, "Param error####%s", missing);
-    return false;
-}
 
 bool is_to_expand(std::string_view url, std::string_view vodpath) {
     return url.size() > kEndingSize && !url.starts_with(vodpath);
@@ -60,7 +49,7 @@ void replace(char* out, std::string_view text) {
 
 extern "C" void zxt_innerapi_getHlsName(const char* hls_url, const char* vodpath,
                                         char* programname) {
-    if (has_arguments(hls_url, vodpath, programname, "programname") &&
+    if (ZX_ARE_GIVEN({hls_url, "hls_url"}, {vodpath, "vodpath"}, {programname, "programname"}) &&
         is_to_expand(hls_url, vodpath)) {
         replace(programname, name_of(hls_url));
     }
@@ -68,7 +57,8 @@ extern "C" void zxt_innerapi_getHlsName(const char* hls_url, const char* vodpath
 
 extern "C" int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodpath,
                                            char* hls_path) {
-    if (!has_arguments(hls_url, vodpath, hls_path, "hls_path") || !is_to_expand(hls_url, vodpath)) {
+    if (!ZX_ARE_GIVEN({hls_url, "hls_url"}, {vodpath, "vodpath"}, {hls_path, "hls_path"}) ||
+        !is_to_expand(hls_url, vodpath)) {
         return 0;
     }
     const std::string_view name = name_of(hls_url);

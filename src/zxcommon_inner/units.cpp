@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 
 static_assert(ZXT_UNIT_SIZE == ZXLOG_SCRATCH_SIZE);
@@ -39,8 +40,7 @@ Amount<T> split(T value, bool bits) {
 template <typename T>
 char* print(char* out, T value, bool bits, char* (*text_of)(char*, T, T, const char*),
             zx::Caller caller = {}) {
-    if (out == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error####%s", "outstr");
+    if (!zx::are_given({{out, "outstr"}}, kTag, caller)) {
         return nullptr;
     }
     const Amount<T> amount = split(value, bits);

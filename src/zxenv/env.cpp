@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 
 namespace {
@@ -12,8 +13,7 @@ constexpr char kTag[] = "ENV";
 }  // namespace
 
 extern "C" const char* zxenv_api_get(const char* name, const char* defaultValue) {
-    if (name == nullptr) {
-        ZX_LOG_PARAM("name");
+    if (!ZX_ARE_GIVEN({name, "name"})) {
         return defaultValue;
     }
     const char* const value = std::getenv(name);
@@ -21,8 +21,7 @@ extern "C" const char* zxenv_api_get(const char* name, const char* defaultValue)
 }
 
 extern "C" int32_t zxenv_api_set(const char* name, const char* str_value, int8_t overwrite) {
-    if (name == nullptr || str_value == nullptr) {
-        ZX_LOG_PARAM(name == nullptr ? "name" : "str_value");
+    if (!ZX_ARE_GIVEN({name, "name"}, {str_value, "str_value"})) {
         return 0;
     }
     if (setenv(name, str_value, overwrite) != 0) {
@@ -41,8 +40,7 @@ extern "C" int32_t zxenv_api_unset(const char* name) {
 }
 
 extern "C" int32_t zxenv_api_put(char* name_val) {
-    if (name_val == nullptr) {
-        ZX_LOG_PARAM("name_val");
+    if (!ZX_ARE_GIVEN({name_val, "name_val"})) {
         return 0;
     }
     if (putenv(name_val) != 0) {

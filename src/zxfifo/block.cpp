@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
@@ -29,23 +29,19 @@ static_assert(offsetof(zxfifoblockstat_ctt, fifo) == 16 && sizeof(zxfifoblocksta
 namespace {
 
 using zx::fifo::allocate;
+using zx::fifo::join;
 using zx::fifo::kTag;
 using zx::fifo::kTextSize;
 
-[[gnu::cold, gnu::noinline]] void report_missing(const char* name, zx::Caller caller) {
-    ZX_LOG_AT(caller, error, "Error param ###%s", name);
+// The arguments by the names that they have in messages.
+constexpr zx::Argument named(const zxfifoblock_ctt* fifo) {
+    return {fifo, "pzxfifoblock_ctt", zx::kErrorParam};
 }
-
-// True when an argument is there; otherwise its absence was logged.
-inline bool is_given(const void* argument, const char* name, zx::Caller caller = {}) {
-    if (argument == nullptr) [[unlikely]] {
-        report_missing(name, caller);
-    }
-    return argument != nullptr;
+constexpr zx::Argument named(const zxfifoblockstat_ctt* stat) {
+    return {stat, "stat", zx::kErrorParam};
 }
-
-inline bool is_given(const zxfifoblock_ctt* fifo, zx::Caller caller = {}) {
-    return is_given(fifo, "pzxfifoblock_ctt", caller);
+constexpr zx::Argument named(const void* bytes) {
+    return {bytes, "pbuf", zx::kErrorParam};
 }
 
 std::uint32_t space_total(const zxfifoblock_ctt& fifo) {
@@ -183,18 +179,17 @@ void free_all(zxfifoblock_ctt* fifo) {
 }  // namespace
 
 extern "C" zxfifoblock_ctt* zxfifo_api_blockInit(uint32_t capacity, const char* name) {
-    if (name == nullptr) {
-        ZX_LOG_PARAM("name");
+    if (!ZX_ARE_GIVEN({name, "name"})) {
         return nullptr;
     }
     char text[kTextSize];
-    std::snprintf(text, sizeof text, "%s_zxfifoblock", name);
+    join(text, name, "_zxfifoblock");
     void* memory = allocate(sizeof(zxfifoblock_ctt), text);
     if (memory == nullptr) {
         return nullptr;
     }
     auto* const fifo = static_cast<zxfifoblock_ctt*>(memory);
-    std::snprintf(text, sizeof text, "%s_buf", name);
+    join(text, name, "_buf");
     fifo->start = static_cast<std::uint8_t*>(allocate(capacity, text));
     if (fifo->start == nullptr) {
         zxmem_api_free(&memory);
@@ -203,7 +198,7 @@ extern "C" zxfifoblock_ctt* zxfifo_api_blockInit(uint32_t capacity, const char* 
     ZX_FILL_FIELD(fifo->name, name);
     fifo->size = capacity;
     fifo->end = fifo->start + capacity;
-    std::snprintf(text, sizeof text, "zxfifo_lock_%s", name);
+    join(text, "zxfifo_lock_", name);
     if (zxlock_api_init(&fifo->lock, text) != 0) {
         free_all(fifo);
         return nullptr;
@@ -223,7 +218,7 @@ extern "C" void zxfifo_api_blockDeinit(zxfifoblock_ctt** pfifo) {
 
 extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source, int32_t length,
                                       zxfifo_transfer_cb transfer) {
-    if (!is_given(fifo) || !is_given(source, "pbuf")) {
+    if (!ZX_ARE_GIVEN(named(fifo), named(source))) {
         return -1;
     }
     if (transfer == nullptr) {
@@ -235,7 +230,7 @@ extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source,
 
 extern "C" int32_t zxfifo_api_blockOut(zxfifoblock_ctt* fifo, void* dest, int32_t length,
                                        zxfifo_transfer_cb transfer) {
-    if (!is_given(fifo) || !is_given(dest, "pbuf")) {
+    if (!ZX_ARE_GIVEN(named(fifo), named(dest))) {
         return -1;
     }
     if (transfer == nullptr) {
@@ -247,7 +242,7 @@ extern "C" int32_t zxfifo_api_blockOut(zxfifoblock_ctt* fifo, void* dest, int32_
 
 extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payload,
                                          int32_t length) {
-    if (!is_given(fifo) || !is_given(payload, "pbuf")) {
+    if (!ZX_ARE_GIVEN(named(fifo), named(payload))) {
         return -1;
     }
     if (length < 0) {
@@ -263,7 +258,7 @@ extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payl
 
 extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size,
                                            const char* func, int line) {
-    if (!is_given(fifo) || !is_given(dest, "pbuf")) {
+    if (!ZX_ARE_GIVEN(named(fifo), named(dest))) {
         return -1;
     }
     std::uint8_t prefix[ZXFIFO_PREFIX_SIZE] = {};
@@ -287,7 +282,7 @@ extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, ui
 }
 
 extern "C" int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -295,7 +290,7 @@ extern "C" int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -303,7 +298,7 @@ extern "C" int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -311,7 +306,7 @@ extern "C" int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
     const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
@@ -321,7 +316,7 @@ extern "C" int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo) {
 }
 
 extern "C" int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat) {
-    if (!is_given(stat, "stat") || !is_given(stat->fifo)) {
+    if (!ZX_ARE_GIVEN(named(stat)) || !ZX_ARE_GIVEN(named(stat->fifo))) {
         return -1;
     }
     zxfifoblock_ctt& fifo = *stat->fifo;
@@ -336,7 +331,7 @@ extern "C" int32_t zxfifo_api_blockReset2(zxfifoblockstat_ctt* stat) {
 }
 
 extern "C" int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t n) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
     drain_in(*fifo, n);
@@ -344,7 +339,7 @@ extern "C" int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t 
 }
 
 extern "C" int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t n) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
     drain_out(*fifo, n);
@@ -352,30 +347,33 @@ extern "C" int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t
 }
 
 extern "C" int32_t zxfifo_innerapi_blockSpaceTotal(const zxfifoblock_ctt* fifo) {
-    return is_given(fifo) ? static_cast<std::int32_t>(space_total(*fifo)) : -1;
+    return ZX_ARE_GIVEN(named(fifo)) ? static_cast<std::int32_t>(space_total(*fifo)) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockSpaceUsed(const zxfifoblock_ctt* fifo) {
-    return is_given(fifo) ? static_cast<std::int32_t>(space_used(*fifo)) : -1;
+    return ZX_ARE_GIVEN(named(fifo)) ? static_cast<std::int32_t>(space_used(*fifo)) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockSpaceFree(const zxfifoblock_ctt* fifo) {
-    return is_given(fifo) ? static_cast<std::int32_t>(space_total(*fifo) - space_used(*fifo)) : -1;
+    return ZX_ARE_GIVEN(named(fifo))
+               ? static_cast<std::int32_t>(space_total(*fifo) - space_used(*fifo))
+               : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockIOin(zxfifoblock_ctt* fifo, const void* source,
                                              int32_t length, zxfifo_transfer_cb transfer) {
-    return is_given(fifo) ? move_pieces(*fifo, Way::in, const_cast<void*>(source), length, transfer)
-                          : -1;
+    return ZX_ARE_GIVEN(named(fifo))
+               ? move_pieces(*fifo, Way::in, const_cast<void*>(source), length, transfer)
+               : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockIOout(zxfifoblock_ctt* fifo, void* dest, int32_t length,
                                               zxfifo_transfer_cb transfer) {
-    return is_given(fifo) ? move_pieces(*fifo, Way::out, dest, length, transfer) : -1;
+    return ZX_ARE_GIVEN(named(fifo)) ? move_pieces(*fifo, Way::out, dest, length, transfer) : -1;
 }
 
 extern "C" int32_t zxfifo_innerapi_blockReset(zxfifoblock_ctt* fifo) {
-    if (!is_given(fifo)) {
+    if (!ZX_ARE_GIVEN(named(fifo))) {
         return 0;
     }
     reset(*fifo);

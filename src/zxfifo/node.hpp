@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxmem.h"
 
@@ -42,8 +43,7 @@ void free_node(Node* node) {
 
 template <typename Node>
 Node* make_node(std::uint32_t size, const char* name, Caller caller = {}) {
-    if (name == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error####%s", "name");
+    if (!are_given({{name, "name"}}, kTag, caller)) {
         return nullptr;
     }
     char text[kTextSize];
@@ -66,13 +66,14 @@ Node* make_node(std::uint32_t size, const char* name, Caller caller = {}) {
 // `name` is the argument's, in messages.
 template <typename Node>
 void free_given(Node** node, const char* name, Caller caller = {}) {
-    if (node == nullptr) {
-        ZX_LOG_AT(caller, error, "Error param ###%s", name);
-    } else if (*node == nullptr) {
-        ZX_LOG_AT(caller, error, "Error param ###(*%s)", name);
-    } else {
-        free_node(*node);  // the pointer is left unchanged: the caller drops it
+    if (!are_given({{node, name, kErrorParam}}, kTag, caller)) {
+        return;
     }
+    if (*node == nullptr) {
+        ZX_LOG_AT(caller, error, "%s(*%s)", kErrorParam, name);
+        return;
+    }
+    free_node(*node);  // the pointer is left unchanged: the caller drops it
 }
 
 }  // namespace zx::fifo

@@ -10,8 +10,8 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
 
+#include "internal/args.hpp"
 #include "zxfifo.h"
 #include "zxfifo/gate.hpp"
 #include "zxfifo/node.hpp"
@@ -95,17 +95,10 @@ void drop_while(zxsharelist_ctt& list, Condition is_old) {
     }
 }
 
-bool is_given(const zxsharelist_ctt* list, zx::Caller caller = {}) {
-    if (list == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error####%s", "list");
-    }
-    return list != nullptr;
-}
-
 }  // namespace
 
 extern "C" void zxfifo_innerapi_shareListVarInit(zxsharelist_ctt* list) {
-    if (is_given(list)) {
+    if (ZX_ARE_GIVEN({list, "list"})) {
         publish<IdList_ctt>(list->head, nullptr);
         list->tail = nullptr;
         set_count(*list, 0);
@@ -113,22 +106,18 @@ extern "C" void zxfifo_innerapi_shareListVarInit(zxsharelist_ctt* list) {
 }
 
 extern "C" int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* name) {
-    if (!is_given(list)) {
-        return -1;
-    }
-    if (name == nullptr) {
-        ZX_LOG_PARAM("name");
+    if (!ZX_ARE_GIVEN({list, "list"}, {name, "name"})) {
         return -1;
     }
     watch_forks();
     zxfifo_innerapi_shareListVarInit(list);
     char text[zx::fifo::kTextSize];
-    std::snprintf(text, sizeof text, "zxfifo_lock_%s", name);
+    zx::fifo::join(text, "zxfifo_lock_", name);
     return zxlock_api_init(&list->lock, text);
 }
 
 extern "C" int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list) {
-    if (!is_given(list)) {
+    if (!ZX_ARE_GIVEN({list, "list"})) {
         return -1;
     }
     zxfifo_api_shareListReset(list);
@@ -144,7 +133,7 @@ extern "C" void zxfifo_api_shareListDemalloc(IdList_ctt** ppIdList_ctt) {
 }
 
 extern "C" void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node) {
-    if (node == nullptr || !is_given(list)) {
+    if (node == nullptr || !ZX_ARE_GIVEN({list, "list"})) {
         return;
     }
     node->next = nullptr;
@@ -164,7 +153,7 @@ extern "C" void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node) 
 }
 
 extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
-    if (!is_given(list)) {
+    if (!ZX_ARE_GIVEN({list, "list"})) {
         return;
     }
     // 32 bits with a sign, which long times overflow: such a list keeps its nodes for ever, or for
@@ -176,7 +165,7 @@ extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
 }
 
 extern "C" IdList_ctt* zxfifo_api_shareListRead(zxsharelist_ctt* list, uint64_t sinceUs) {
-    if (!is_given(list)) {
+    if (!ZX_ARE_GIVEN({list, "list"})) {
         return nullptr;
     }
     const zx::fifo::Gate::Reader reader(gate_of(*list));
@@ -195,7 +184,7 @@ extern "C" uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list) {
 }
 
 extern "C" void zxfifo_api_shareListReset(zxsharelist_ctt* list) {
-    if (is_given(list)) {
+    if (ZX_ARE_GIVEN({list, "list"})) {
         const zx::LockGuard guard(list->lock, __func__, __LINE__);
         drop_while(*list, [](const IdList_ctt&) { return true; });
         zxfifo_innerapi_shareListVarInit(list);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "internal/args.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
@@ -70,9 +71,7 @@ void list_remove(const zxlock_ctt* lock) {
 // Logs for `self` why a lock cannot be used; `func` and `line` are whose call it was.
 [[gnu::cold, gnu::noinline]] int32_t refuse(const zxlock_ctt* lock, const char* func, int line,
                                             zx::Caller self = {}) {
-    if (lock == nullptr) {
-        ZX_LOG_AT(self, error, "Param error####%s", "pzxlock_ctt");
-    } else if (lock->report_misuse == 1) {
+    if (zx::are_given({{lock, "pzxlock_ctt"}}, kTag, self) && lock->report_misuse == 1) {
         ZX_LOG_AT(self, error, "[%s %d]%.128s:must be call zxthread_api_create first",
                   func != nullptr ? func : kNoText, line, lock->name);
     }
@@ -82,8 +81,7 @@ void list_remove(const zxlock_ctt* lock) {
 }  // namespace
 
 extern "C" int32_t zxlock_api_init(zxlock_ctt* lock, const char* name) {
-    if (lock == nullptr) {
-        ZX_LOG_PARAM("pzxlock_ctt");
+    if (!ZX_ARE_GIVEN({lock, "pzxlock_ctt"})) {
         return -1;
     }
     if (lock->initialised == 1) {
@@ -104,8 +102,7 @@ extern "C" int32_t zxlock_api_init(zxlock_ctt* lock, const char* name) {
 }
 
 extern "C" int32_t zxlock_api_deinit(zxlock_ctt* lock) {
-    if (lock == nullptr) {
-        ZX_LOG_PARAM("pzxlock_ctt");
+    if (!ZX_ARE_GIVEN({lock, "pzxlock_ctt"})) {
         return -1;
     }
     if (lock->initialised != 1) {
@@ -141,8 +138,7 @@ extern "C" int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state
     if (!is_usable(lock)) {
         return refuse(lock, __func__, __LINE__);
     }
-    if (state == nullptr) {
-        ZX_LOG_PARAM("state");
+    if (!ZX_ARE_GIVEN({state, "state"})) {
         return -1;
     }
 
@@ -168,8 +164,7 @@ extern "C" int32_t zxlock_api_waitCmdStarting(zxlock_ctt* lock, uint32_t* cmd, u
     if (!is_usable(lock)) {
         return refuse(lock, __func__, __LINE__);
     }
-    if (cmd == nullptr) {
-        ZX_LOG_PARAM("cmd");
+    if (!ZX_ARE_GIVEN({cmd, "cmd"})) {
         return -1;
     }
 

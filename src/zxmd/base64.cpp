@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/cpu.hpp"
 #include "internal/log.hpp"
@@ -142,8 +143,7 @@ std::uint32_t decode(const Values& values, const char* in, std::uint8_t* out) {
 
 extern "C" uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* in, uint32_t len,
                                           char* out) {
-    if (alphabet == nullptr || in == nullptr || out == nullptr) {
-        ZX_LOG_PARAM(alphabet == nullptr ? "alphabet" : in == nullptr ? "in" : "out");
+    if (!ZX_ARE_GIVEN({alphabet, "alphabet"}, {in, "in"}, {out, "out"})) {
         return 0;
     }
     if (len > ZXMD_BASE64_MAX_INPUT) {
@@ -162,8 +162,7 @@ extern "C" uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* i
 }
 
 extern "C" uint32_t zxmd_api_base642Ascii(const char* alphabet, const char* in, uint8_t* out) {
-    if (alphabet == nullptr || in == nullptr || out == nullptr) {
-        ZX_LOG_PARAM(alphabet == nullptr ? "alphabet" : in == nullptr ? "in" : "out");
+    if (!ZX_ARE_GIVEN({alphabet, "alphabet"}, {in, "in"}, {out, "out"})) {
         return 0;
     }
     if (std::memcmp(alphabet, kStandard, kLetters) == 0) {

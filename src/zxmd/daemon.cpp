@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "zxmd.h"
@@ -103,8 +104,7 @@ const char* signal_text(int number) {
 }  // namespace
 
 extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
-    if (logdir == nullptr) {
-        ZX_LOG_PARAM("logdir");
+    if (!ZX_ARE_GIVEN({logdir, "logdir"})) {
         return -1;
     }
     leave_parent();
@@ -127,8 +127,7 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
 }
 
 extern "C" int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg) {
-    if (childfunc == nullptr) {
-        ZX_LOG_PARAM("childfunc");
+    if (!ZX_ARE_GIVEN({childfunc, "childfunc"})) {
         return -1;
     }
     zxsignal_api_catch();
@@ -154,8 +153,7 @@ extern "C" int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg)
 }
 
 extern "C" int32_t zxmd_api_changeUser(const char* name) {
-    if (name == nullptr) {
-        ZX_LOG(error, "Param error###username");
+    if (!ZX_ARE_GIVEN({name, "username", zx::kParamError3})) {
         return -1;
     }
     const zx::CancelHeld held;

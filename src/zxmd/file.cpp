@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "internal/args.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
@@ -30,18 +31,6 @@ std::uint32_t lower_read(std::uint32_t len, zx::Caller caller = {}) {
     ZX_LOG_AT(caller, warning, "Read len(%d) is out of range(0~%d),set to %d",
               static_cast<int>(len), kLimit, kLimit);
     return kLimit;
-}
-
-bool has_target(const char* path, const void* buf, zx::Caller caller = {}) {
-    if (path == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error###filename");
-        return false;
-    }
-    if (buf == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error###buf");
-        return false;
-    }
-    return true;
 }
 
 // The flags that fopen() would take from a mode, and close-on-exec. What is no mode opens nothing.
@@ -106,6 +95,10 @@ void touch(const char* path) {
 
 }  // namespace
 
+bool zx::md::has_target(const char* path, const void* buf, Caller caller) {
+    return are_given({{path, "filename", kParamError3}, {buf, "buf", kParamError3}}, kTag, caller);
+}
+
 std::size_t zx::md::read_whole(int fd, void* buf, std::size_t size) {
     return move_whole(size, [=](std::size_t total) {
         return read(fd, static_cast<char*>(buf) + total, size - total);
@@ -128,7 +121,7 @@ std::int32_t zx::md::read_once(CancelHeld& held, const char* path, UniqueFd file
 }
 
 extern "C" int32_t zxmd_api_read(const char* path, void* buf, uint32_t len) {
-    if (!has_target(path, buf)) {
+    if (!zx::md::has_target(path, buf)) {
         return -1;
     }
     zx::CancelHeld held;
@@ -136,11 +129,11 @@ extern "C" int32_t zxmd_api_read(const char* path, void* buf, uint32_t len) {
 }
 
 extern "C" int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len) {
-    return has_target(path, buf) ? zxmd_api_read(path, buf, len) : -1;
+    return zx::md::has_target(path, buf) ? zxmd_api_read(path, buf, len) : -1;
 }
 
 extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
-    if (!has_target(path, buf)) {
+    if (!zx::md::has_target(path, buf)) {
         return -1;
     }
     const std::uint32_t size = lower_read(len);
@@ -203,8 +196,7 @@ extern "C" int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len) {
 }
 
 extern "C" uint64_t zxmd_api_getFileSize(const char* path) {
-    if (path == nullptr) {
-        ZX_LOG_PARAM("path");
+    if (!ZX_ARE_GIVEN({path, "path"})) {
         return 0;
     }
     char cut[kPathSize + 1];
@@ -226,8 +218,7 @@ extern "C" uint64_t zxmd_api_getFileSize(const char* path) {
 }
 
 extern "C" const char* zxmd_api_getFileType(const char* path) {
-    if (path == nullptr) {
-        ZX_LOG_PARAM("path");
+    if (!ZX_ARE_GIVEN({path, "path"})) {
         return "error";
     }
     struct stat status {};
@@ -256,16 +247,14 @@ extern "C" const char* zxmd_api_getFileType(const char* path) {
 }
 
 extern "C" int32_t zxmd_api_isFileExsit(const char* path) {
-    if (path == nullptr) {
-        ZX_LOG_PARAM("path");
+    if (!ZX_ARE_GIVEN({path, "path"})) {
         return 0;
     }
     return access(path, F_OK) == 0 ? 1 : 0;
 }
 
 extern "C" int32_t zxmd_api_fileFormatFilter(const char* name) {
-    if (name == nullptr) {
-        ZX_LOG_PARAM("name");
+    if (!ZX_ARE_GIVEN({name, "name"})) {
         return 0;
     }
     const std::string_view text(name);

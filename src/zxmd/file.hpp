@@ -10,6 +10,9 @@ namespace zx::md {
 
 inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // results are signed
 
+// True when both are there; otherwise what is missing was logged.
+[[nodiscard]] bool has_target(const char* path, const void* buf, Caller caller = {});
+
 // Reads until `size` bytes, the end or an error; a signal is none. Returns the bytes.
 std::size_t read_whole(int fd, void* buf, std::size_t size);
 

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "internal/args.hpp"
 #include "internal/format.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
@@ -110,16 +111,14 @@ extern "C" int32_t zxmd_api_setCpuFreq(uint32_t cpu) {
 }
 
 extern "C" int32_t zxmd_api_isInstall(const char* package) {
-    if (package == nullptr) {
-        ZX_LOG_PARAM("package");
+    if (!ZX_ARE_GIVEN({package, "package"})) {
         return 0;
     }
     return is_name(package) && stands_in("/usr/share/doc", package, F_OK) ? 1 : 0;
 }
 
 extern "C" int32_t zxmd_api_isInstallByBin(const char* program) {
-    if (program == nullptr) {
-        ZX_LOG_PARAM("program");
+    if (!ZX_ARE_GIVEN({program, "program"})) {
         return 0;
     }
     const auto has_it = [=](const char* directory) { return stands_in(directory, program, X_OK); };
@@ -127,8 +126,7 @@ extern "C" int32_t zxmd_api_isInstallByBin(const char* program) {
 }
 
 extern "C" int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size) {
-    if (out == nullptr) {
-        ZX_LOG_PARAM("out");
+    if (!ZX_ARE_GIVEN({out, "out"})) {
         return -1;
     }
     char command[kCommandSize];
@@ -149,8 +147,7 @@ extern "C" int32_t zxmd_api_getDecEncMode(void) {
 }
 
 extern "C" int32_t zxmd_api_parseOpt(int argc, char** argv, const char* optstring) {
-    if (argv == nullptr || optstring == nullptr) {
-        ZX_LOG_PARAM(argv == nullptr ? "argv" : "optstring");
+    if (!ZX_ARE_GIVEN({argv, "argv"}, {optstring, "optstring"})) {
         return 0;
     }
     optind = 0;  // the first argument, whatever was read before
@@ -174,8 +171,7 @@ extern "C" void zxmd_api_checkVarTypeLen(void) {
 
 extern "C" int32_t zxmd_api_isConflictLib(const char* name, const char* release,
                                           const char* version) {
-    if (name == nullptr || release == nullptr || version == nullptr) {
-        ZX_LOG_PARAM(name == nullptr ? "name" : release == nullptr ? "release" : "version");
+    if (!ZX_ARE_GIVEN({name, "name"}, {release, "release"}, {version, "version"})) {
         return 0;
     }
     char with_release[kPathSize];

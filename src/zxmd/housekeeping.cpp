@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxmd.h"
 #include "zxtime.h"
@@ -45,8 +46,7 @@ extern "C" int32_t zxmd_api_cleanKernelUpgradeFile(void) {
 }
 
 extern "C" int32_t zxmd_api_timeToSave(uint64_t* last) {
-    if (last == nullptr) {
-        ZX_LOG_PARAM("last");
+    if (!ZX_ARE_GIVEN({last, "last"})) {
         return 0;
     }
     const std::uint64_t now = zxtime_api_us();

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 
 namespace {
@@ -25,8 +26,7 @@ extern "C" uint32_t zxmd_api_randomU32(uint32_t min, uint32_t max) {
 }
 
 extern "C" void zxmd_api_randomInsert(uint8_t* buf, uint32_t len, uint32_t minOffset) {
-    if (buf == nullptr) {
-        ZX_LOG_PARAM("buf");
+    if (!ZX_ARE_GIVEN({buf, "buf"})) {
         return;
     }
     if (len <= minOffset) {
@@ -38,8 +38,7 @@ extern "C" void zxmd_api_randomInsert(uint8_t* buf, uint32_t len, uint32_t minOf
 }
 
 extern "C" uint32_t zxmd_api_randomStr(uint8_t* buf, uint32_t len) {
-    if (buf == nullptr) {
-        ZX_LOG_PARAM("buf");
+    if (!ZX_ARE_GIVEN({buf, "buf"})) {
         return 0;
     }
     seed();

@@ -76,12 +76,7 @@ void rescue(const char* side, const char* path, const struct stat& old) {
 }  // namespace
 
 extern "C" int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t len) {
-    if (path == nullptr) {
-        ZX_LOG(error, "Param error###filename");
-        return -1;
-    }
-    if (buf == nullptr) {
-        ZX_LOG(error, "Param error###buf");
+    if (!zx::md::has_target(path, buf)) {
         return -1;
     }
     char side[kNameSize];

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxcommon_inner/safe_name.hpp"
 #include "zxtime.h"
@@ -14,8 +15,7 @@ constexpr std::size_t kCommandSize = 256;
 }  // namespace
 
 extern "C" void zxmd_api_newMsgFile(const char* path) {
-    if (path == nullptr) {
-        ZX_LOG_PARAM("path");
+    if (!ZX_ARE_GIVEN({path, "path"})) {
         return;
     }
     if (zxmd_api_getFileSize(path) <= ZXMD_MSG_FILE_LIMIT) {

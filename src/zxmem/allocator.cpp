@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "internal/args.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
 #include "zxlock/lock_guard.hpp"
@@ -200,8 +201,7 @@ extern "C" void* zxmem_api_calloc(uint32_t size, const char* name, const char* f
 }
 
 extern "C" void zxmem_api_free(void** pbuf) {
-    if (pbuf == nullptr) {
-        ZX_LOG_PARAM("pbuf");
+    if (!ZX_ARE_GIVEN({pbuf, "pbuf"})) {
         return;
     }
     if (is_tracking()) {

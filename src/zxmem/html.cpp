@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxlock/lock_guard.hpp"
 #include "zxmem/allocator.hpp"
@@ -61,8 +62,7 @@ void append_row(Html& html, int number, const memnode_ctt& node) {
 
 extern "C" void zxmem_api_info(char* html, const char* text) {
     const bool is_tracking = zx::mem::zxmem_enable_dbg == 1;
-    if (html == nullptr || (text == nullptr && !is_tracking)) {
-        ZX_LOG_PARAM(html == nullptr ? "html" : "text");
+    if (!ZX_ARE_GIVEN({html, "html"}) || (!is_tracking && !ZX_ARE_GIVEN({text, "text"}))) {
         return;
     }
     Html out(html);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
@@ -22,8 +23,7 @@ enum class Usable { yes, missing, not_created };
 
 // Tells whether the record has a mutex; that it has none is logged.
 Usable check(zxthread_ctt* thread, zx::Caller caller = {}) {
-    if (thread == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error####%s", "pzxthread_ctt");
+    if (!zx::are_given({{thread, "pzxthread_ctt"}}, kTag, caller)) {
         return Usable::missing;
     }
     if (thread->created == 1) {
@@ -54,8 +54,7 @@ extern "C" void zxthread_api_envInit(void) {
 }
 
 extern "C" int32_t zxthread_api_setName(const char* name) {
-    if (name == nullptr) {
-        ZX_LOG_PARAM("name");
+    if (!ZX_ARE_GIVEN({name, "name"})) {
         return -1;
     }
     if (prctl(PR_SET_NAME, name) != 0) {
@@ -67,10 +66,7 @@ extern "C" int32_t zxthread_api_setName(const char* name) {
 
 extern "C" int32_t zxthread_api_create(zxthread_ctt* thread, const char* name,
                                        zxthread_func_cb func, void* argument) {
-    if (thread == nullptr || name == nullptr || func == nullptr) {
-        ZX_LOG_PARAM(thread == nullptr ? "pzxthread_ctt"
-                     : name == nullptr ? "name"
-                                       : "zxthrad_func");
+    if (!ZX_ARE_GIVEN({thread, "pzxthread_ctt"}, {name, "name"}, {func, "zxthrad_func"})) {
         return -1;
     }
     if (thread->created == 1) {
@@ -97,8 +93,7 @@ extern "C" int32_t zxthread_api_create(zxthread_ctt* thread, const char* name,
 }
 
 extern "C" int32_t zxthread_api_destroy(zxthread_ctt* thread) {
-    if (thread == nullptr) {
-        ZX_LOG_PARAM("pzxthread_ctt");
+    if (!ZX_ARE_GIVEN({thread, "pzxthread_ctt"})) {
         return -1;
     }
     if (thread->created != 1) {

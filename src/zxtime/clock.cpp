@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxlog.h"
 
@@ -56,8 +57,7 @@ extern "C" uint64_t zxtime_api_upTimeSec(void) {
 }
 
 extern "C" int32_t zxtime_api_setDTime(const char* strDateTime) {
-    if (strDateTime == nullptr) {
-        ZX_LOG_PARAM("strDateTime");
+    if (!ZX_ARE_GIVEN({strDateTime, "strDateTime"})) {
         return 0;
     }
     rstime wanted{};

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "internal/args.hpp"
 #include "internal/format.hpp"
 #include "internal/log.hpp"
 #include "zxlog.h"
@@ -19,10 +20,17 @@ using StaticText = char[ZXTIME_STATIC_SIZE];
 // Callers may read this much of an output without looking for its end.
 constexpr std::size_t kClearedSize = 8;
 
-rstime current() {
+// Some fields of the current time, in the printer's own buffer.
+template <typename... Fields>
+char* print_now(StaticText& text, const char* fmt, Fields... fields) {
+    if (fmt == nullptr) {
+        return nullptr;
+    }
     rstime now;
     zxtime_api_rstimeGetCur(&now);
-    return now;
+    std::memset(text, 0, std::strlen(text));
+    zx::print_trusted(text, sizeof text, fmt, now.*fields...);
+    return text;
 }
 
 // What all printers of an instant do first. False when there is nothing to print.
@@ -65,8 +73,7 @@ extern "C" void zxtime_api_rstimePrint(const rstime* t) {
 }
 
 extern "C" char* zxtime_api_rtstime2DTime(const char* fmt, const rstime* t, char* out) {
-    if (out == nullptr) {
-        ZX_LOG_PARAM("outstr");
+    if (!ZX_ARE_GIVEN({out, "outstr"})) {
         return nullptr;
     }
     if (fmt == nullptr || t == nullptr) {
@@ -82,35 +89,17 @@ extern "C" const char* zxtime_api_curDTime(const char* fmt) {
 
 extern "C" char* zxtime_api_curDate(const char* fmt) {
     static StaticText text;
-    if (fmt == nullptr) {
-        return nullptr;
-    }
-    const rstime now = current();
-    std::memset(text, 0, std::strlen(text));
-    zx::print_trusted(text, sizeof text, fmt, now.year, now.month, now.day);
-    return text;
+    return print_now(text, fmt, &rstime::year, &rstime::month, &rstime::day);
 }
 
 extern "C" char* zxtime_api_curYM(const char* fmt) {
     static StaticText text;
-    if (fmt == nullptr) {
-        return nullptr;
-    }
-    const rstime now = current();
-    std::memset(text, 0, std::strlen(text));
-    zx::print_trusted(text, sizeof text, fmt, now.year, now.month);
-    return text;
+    return print_now(text, fmt, &rstime::year, &rstime::month);
 }
 
 extern "C" char* zxtime_api_curTime(const char* fmt) {
     static StaticText text;
-    if (fmt == nullptr) {
-        return nullptr;
-    }
-    const rstime now = current();
-    std::memset(text, 0, std::strlen(text));
-    zx::print_trusted(text, sizeof text, fmt, now.hour, now.min, now.sec);
-    return text;
+    return print_now(text, fmt, &rstime::hour, &rstime::min, &rstime::sec);
 }
 
 extern "C" void zxtime_api_us2DTime(const uint64_t* us, const char* fmt, char* out) {

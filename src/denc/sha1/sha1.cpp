@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "denc/sha1/sha1_blocks.hpp"
+#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/cpu.hpp"
 #include "internal/guard.hpp"
@@ -87,8 +88,7 @@ void append(SHA1Context& ctx, const std::uint8_t* bytes, std::size_t size) {
 }  // namespace
 
 extern "C" void SHA1Reset(SHA1Context* ctx) {
-    if (ctx == nullptr) {
-        ZX_LOG_PARAM("ctx");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"})) {
         return;
     }
     constexpr zx::sha1::Words kInitial = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476,
@@ -105,16 +105,14 @@ extern "C" void SHA1Input(SHA1Context* ctx, const uint8_t* bytes, uint32_t len) 
     if (len == 0) {
         return;
     }
-    if (ctx == nullptr || bytes == nullptr) {
-        ZX_LOG_PARAM(ctx == nullptr ? "ctx" : "bytes");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"}, {bytes, "bytes"})) {
         return;
     }
     append(*ctx, bytes, len);
 }
 
 extern "C" int32_t SHA1Result(SHA1Context* ctx) {
-    if (ctx == nullptr) {
-        ZX_LOG_PARAM("ctx");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"})) {
         return 0;
     }
     if (ctx->Corrupted == 0 && ctx->Computed == 0) {
@@ -126,8 +124,7 @@ extern "C" int32_t SHA1Result(SHA1Context* ctx) {
 }
 
 extern "C" void SHA1PadMessage(SHA1Context* ctx) {
-    if (ctx == nullptr) {
-        ZX_LOG_PARAM("ctx");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"})) {
         return;
     }
     if (!is_index_valid(*ctx)) {
@@ -148,8 +145,7 @@ extern "C" void SHA1PadMessage(SHA1Context* ctx) {
 }
 
 extern "C" void SHA1ProcessMessageBlock(SHA1Context* ctx) {
-    if (ctx == nullptr) {
-        ZX_LOG_PARAM("ctx");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"})) {
         return;
     }
     process(ctx->Intermediate_Hash, ctx->Message_Block, 1);
@@ -157,8 +153,7 @@ extern "C" void SHA1ProcessMessageBlock(SHA1Context* ctx) {
 }
 
 extern "C" char* sha1_api_hash(const char* text) {
-    if (text == nullptr) {
-        ZX_LOG_PARAM("text");
+    if (!ZX_ARE_GIVEN({text, "text"})) {
         return nullptr;
     }
     zx::Wiped<SHA1Context> ctx;

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "denc/zxaes/cipher.hpp"
+#include "internal/args.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
 
@@ -86,8 +87,7 @@ void feed_back(const zxaes_ctt& ctx, Way way, std::uint32_t& offset, std::uint8_
 
 extern "C" int32_t zxaes_api_done(uint32_t direction, uint32_t mode, const uint8_t* in,
                                   uint8_t* out, uint32_t len, const uint8_t* key, uint8_t keylen) {
-    if (in == nullptr || out == nullptr || key == nullptr) {
-        ZX_LOG_PARAM(in == nullptr ? "bufin" : out == nullptr ? "bufout" : "key");
+    if (!ZX_ARE_GIVEN({in, "bufin"}, {out, "bufout"}, {key, "key"})) {
         return 0;
     }
     if (keylen != 32 && keylen != 16 && keylen != 24) {
@@ -122,8 +122,7 @@ extern "C" void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uin
         std::printf("%s %d zx_null\n", __func__, __LINE__);
         return;
     }
-    if (in16 == nullptr || out16 == nullptr) {
-        ZX_LOG_PARAM(in16 == nullptr ? "in16" : "out16");
+    if (!ZX_ARE_GIVEN({in16, "in16"}, {out16, "out16"})) {
         return;
     }
     if (has_key(*ctx)) {
@@ -133,11 +132,7 @@ extern "C" void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uin
 
 extern "C" void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t len,
                                         uint8_t iv16[16], const uint8_t* in, uint8_t* out) {
-    if (ctx == nullptr || iv16 == nullptr || in == nullptr || out == nullptr) {
-        ZX_LOG_PARAM(ctx == nullptr    ? "ctx"
-                     : iv16 == nullptr ? "iv16"
-                     : in == nullptr   ? "in"
-                                       : "out");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"}, {iv16, "iv16"}, {in, "in"}, {out, "out"})) {
         return;
     }
     if (has_key(*ctx)) {
@@ -149,13 +144,8 @@ extern "C" void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t 
 extern "C" void zxaes_innerapi_cryptCFB128(zxaes_ctt* ctx, uint32_t mode, uint32_t len,
                                            uint32_t* ivOffset, uint8_t iv16[16], const uint8_t* in,
                                            uint8_t* out) {
-    if (ctx == nullptr || ivOffset == nullptr || iv16 == nullptr || in == nullptr ||
-        out == nullptr) {
-        ZX_LOG_PARAM(ctx == nullptr        ? "ctx"
-                     : ivOffset == nullptr ? "ivOffset"
-                     : iv16 == nullptr     ? "iv16"
-                     : in == nullptr       ? "in"
-                                           : "out");
+    if (!ZX_ARE_GIVEN({ctx, "ctx"}, {ivOffset, "ivOffset"}, {iv16, "iv16"}, {in, "in"},
+                      {out, "out"})) {
         return;
     }
     if (*ivOffset >= kBlockSize) {

@@ -6,6 +6,7 @@
 
 #include "denc/zxaes/cipher.hpp"
 #include "denc/zxaes/tables.hpp"
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "zxaes.h"
 
@@ -59,8 +60,7 @@ extern "C" void zxaes_innerapi_setEncKey(zxaes_ctt* ctx, const uint8_t* key, uin
         std::printf("%s %d zx_null\n", __func__, __LINE__);
         return;
     }
-    if (key == nullptr) {
-        ZX_LOG_PARAM("key");
+    if (!ZX_ARE_GIVEN({key, "key"})) {
         return;
     }
     if (is_key_size(bits)) {
@@ -73,8 +73,7 @@ extern "C" void zxaes_innerapi_setDecKey(zxaes_ctt* ctx, const uint8_t* key, uin
         std::printf("%s %d zx_null\n", __func__, __LINE__);
         return;
     }
-    if (key == nullptr) {
-        ZX_LOG_PARAM("key");
+    if (!ZX_ARE_GIVEN({key, "key"})) {
         return;
     }
     if (!is_key_size(bits)) {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/hex.hpp"
 #include "internal/log.hpp"
@@ -128,8 +129,7 @@ extern "C" uint32_t zxmd5_innerapi_leftrotate(uint32_t x, uint8_t c) {
 }
 
 extern "C" int32_t zxmd5_api_outNum(const uint8_t* data, uint64_t len, uint32_t digest[4]) {
-    if ((data == nullptr && len != 0) || digest == nullptr) {
-        ZX_LOG_PARAM(digest == nullptr ? "digest" : "data");
+    if (!ZX_ARE_GIVEN({digest, "digest"}) || (len != 0 && !ZX_ARE_GIVEN({data, "data"}))) {
         return 0;
     }
     if (zxmd5_innerapi_envCheck(len) == 0) {
@@ -154,8 +154,7 @@ extern "C" int32_t zxmd5_api_outNum(const uint8_t* data, uint64_t len, uint32_t 
 }
 
 extern "C" int32_t zxmd5_api_outStr(const uint8_t* data, uint64_t len, char* out) {
-    if (out == nullptr) {
-        ZX_LOG_PARAM("out");
+    if (!ZX_ARE_GIVEN({out, "out"})) {
         return 0;
     }
     constexpr std::size_t kSize = 16;
