@@ -1,7 +1,19 @@
-// What the running processor offers beyond the portable code.
+// What the running processor offers beyond the portable code, and the choice of a way by that.
+//
+// Where there are several ways to do one thing, they are functions of one signature, or records of
+// functions, and a constexpr table of choices lists them from the fastest to the portable one:
+//
+//     constexpr zx::Choice<Sum*> kSums[] = {
+//     #ifdef __x86_64__
+//         {zx::kAvx2, 0, sum_avx2},
+//     #endif
+//         {zx::kPortable, 0, sum_portable},
+//     };
+//     const auto result = zx::pick(kSums)(data, size);
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -12,41 +24,46 @@
 
 namespace zx {
 
-struct alignas(std::uint64_t) CpuFeatures {
-    bool asked = false;
-    bool avx2 = false;
-    bool aes = false;
-    bool pclmul = false;
-    bool sha = false;
-    bool vpclmul = false;
-    bool vpclmul512 = false;
-};
+using CpuFeatures = std::uint32_t;
+
+inline constexpr CpuFeatures kPortable = 0;
+inline constexpr CpuFeatures kAvx2 = 1U << 0U;
+inline constexpr CpuFeatures kAes = 1U << 1U;
+inline constexpr CpuFeatures kPclmul = 1U << 2U;
+inline constexpr CpuFeatures kSha = 1U << 3U;
+inline constexpr CpuFeatures kVpclmul = 1U << 4U;
+inline constexpr CpuFeatures kVpclmul512 = 1U << 5U;
+inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
 
 // ZX_CPU in the environment makes the processor answer that there is nothing ("portable"), nothing
 // wider than 128 bits ("narrow"), or nothing wider than 256 bits and nothing for SHA ("avx2"): so
 // the tests run all paths on one machine, and a user can compare them.
 [[nodiscard]] inline CpuFeatures ask_cpu() {
-    CpuFeatures found{.asked = true};
+    CpuFeatures found = kCpuAsked;
 #ifdef __x86_64__
     const char* const given = secure_getenv("ZX_CPU");
     const std::string_view wish = given != nullptr ? given : "";
     if (wish == "portable") {
         return found;
     }
+    const auto note = [&found](CpuFeatures feature, bool is_there) {
+        found |= is_there ? feature : 0;
+    };
+    const auto has = [&found](CpuFeatures features) { return (features & ~found) == 0; };
     __builtin_cpu_init();
-    found.avx2 = __builtin_cpu_supports("avx2") != 0 && wish != "narrow";
+    note(kAvx2, __builtin_cpu_supports("avx2") != 0 && wish != "narrow");
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
     // All of these paths shuffle bytes with SSSE3 and SSE4.1, too.
     if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_SSSE3) != 0 &&
         (ecx & bit_SSE4_1) != 0) {
-        found.aes = (ecx & bit_AES) != 0;
-        found.pclmul = (ecx & bit_PCLMUL) != 0;
+        note(kAes, (ecx & bit_AES) != 0);
+        note(kPclmul, (ecx & bit_PCLMUL) != 0);
         if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0) {
-            found.sha = (ebx & bit_SHA) != 0 && wish != "avx2";
-            found.vpclmul = (ecx & bit_VPCLMULQDQ) != 0 && found.avx2 && found.pclmul;
-            found.vpclmul512 = found.vpclmul && wish != "avx2" &&
-                               __builtin_cpu_supports("avx512f") != 0 &&
-                               __builtin_cpu_supports("avx512bw") != 0;
+            note(kSha, (ebx & bit_SHA) != 0 && wish != "avx2");
+            note(kVpclmul, (ecx & bit_VPCLMULQDQ) != 0 && has(kAvx2 | kPclmul));
+            note(kVpclmul512, has(kVpclmul) && wish != "avx2" &&
+                                  __builtin_cpu_supports("avx512f") != 0 &&
+                                  __builtin_cpu_supports("avx512bw") != 0);
         }
     }
 #endif
@@ -55,16 +72,38 @@ struct alignas(std::uint64_t) CpuFeatures {
 
 // A first call may be in a signal handler, or in several threads at once: each that finds nothing
 // asks, and all get the same answer. It is one word, so that no lock is needed.
-inline constinit std::atomic<CpuFeatures> g_cpu_features{};
+inline constinit std::atomic<CpuFeatures> g_cpu_features{0};
 static_assert(std::atomic<CpuFeatures>::is_always_lock_free);
 
 [[nodiscard]] inline CpuFeatures cpu_features() {
     CpuFeatures features = g_cpu_features.load(std::memory_order_relaxed);
-    if (!features.asked) [[unlikely]] {
+    if (features == 0) [[unlikely]] {
         features = ask_cpu();
         g_cpu_features.store(features, std::memory_order_relaxed);
     }
     return features;
+}
+
+// A way for processors that have all of `needed`, and for at least `min_size` of what it works on.
+template <typename Way>
+struct Choice {
+    CpuFeatures needed;
+    std::size_t min_size;
+    Way way;
+};
+
+// The first way of a table that the processor has for as much as `size`. The last one is portable
+// and for any size.
+template <typename Way, std::size_t N>
+[[nodiscard, gnu::always_inline]] inline Way pick(const Choice<Way> (&choices)[N],
+                                                  std::size_t size = SIZE_MAX) {
+    const CpuFeatures features = cpu_features();
+    for (std::size_t i = 0; i + 1 < N; ++i) {
+        if ((choices[i].needed & ~features) == 0 && size >= choices[i].min_size) {
+            return choices[i].way;
+        }
+    }
+    return choices[N - 1].way;
 }
 
 }  // namespace zx

@@ -18,34 +18,36 @@ constexpr std::size_t kLetters = 64;
 constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::size_t kPiece = 4096;  // characters that the cache keeps until they are decoded
 
-using Values = std::array<std::uint8_t, 256>;
+using zx::md::bits_of;
+using zx::md::encode_group;
+using zx::md::Values;
 
 constexpr std::uint8_t byte_of(char c) {
     return static_cast<std::uint8_t>(c);
 }
 
-// The first 24 bits.
-void encode_group(const char* alphabet, std::uint32_t bits, char* out) {
-    out[0] = alphabet[bits >> 26U];
-    out[1] = alphabet[bits >> 20U & 63U];
-    out[2] = alphabet[bits >> 14U & 63U];
-    out[3] = alphabet[bits >> 8U & 63U];
+std::size_t encode_portable(const char* alphabet, const std::uint8_t* in, std::size_t size,
+                            char* out) {
+    return zx::md::encode_rest(alphabet, in, size, out, 0);
 }
 
-// Encodes all groups but the last, whole or not. Returns how many bytes these were.
-std::size_t encode_groups(const char* alphabet, const std::uint8_t* in, std::size_t size,
-                          char* out) {
-    std::size_t done = 0;
-#ifdef __x86_64__
-    if (zx::cpu_features().avx2) {
-        done = zx::md::encode_avx2(alphabet, in, size, out);
-    }
-#endif
-    for (char* to = out + done / 3 * 4; size - done > 3; done += 3, to += 4) {
-        encode_group(alphabet, zx::load_be32(in + done), to);
-    }
-    return done;
+void decode_portable(const Values& values, const char* text, std::size_t size, std::uint8_t* out) {
+    zx::md::decode_rest(values, text, size, out, 0);
 }
+
+constexpr zx::Choice<zx::md::EncodeGroups*> kEncoders[] = {
+#ifdef __x86_64__
+    {zx::kAvx2, 0, zx::md::encode_avx2},
+#endif
+    {zx::kPortable, 0, encode_portable},
+};
+
+constexpr zx::Choice<zx::md::DecodeGroups*> kDecoders[] = {
+#ifdef __x86_64__
+    {zx::kAvx2, 0, zx::md::decode_avx2},
+#endif
+    {zx::kPortable, 0, decode_portable},
+};
 
 // Encodes 1 to 3 bytes.
 void encode_last(const char* alphabet, const std::uint8_t* in, std::size_t size, char* out) {
@@ -83,32 +85,6 @@ std::size_t before_padding(const char* text, std::size_t size) {
     return size - size % 4;
 }
 
-template <std::size_t Size>
-std::uint32_t bits_of(const Values& values, const char* text) {
-    std::uint32_t bits = 0;
-    for (std::size_t i = 0; i < Size; ++i) {
-        bits = bits << 6U | values[byte_of(text[i])];
-    }
-    return bits;
-}
-
-// Decodes whole groups without padding.
-void decode_groups(const Values& values, const char* text, std::size_t size, std::uint8_t* out) {
-    std::size_t done = 0;
-#ifdef __x86_64__
-    if (zx::cpu_features().avx2) {
-        done = zx::md::decode_avx2(values.data(), text, size, out);
-    }
-#endif
-    for (; done != size; done += 4) {
-        const std::uint32_t bits = bits_of<4>(values, text + done);
-        std::uint8_t* const to = out + done / 4 * 3;
-        to[0] = static_cast<std::uint8_t>(bits >> 16U);
-        to[1] = static_cast<std::uint8_t>(bits >> 8U);
-        to[2] = static_cast<std::uint8_t>(bits);
-    }
-}
-
 // A group that is padded or cut: 0, 1 or 2 bytes.
 std::uint32_t decode_last(const Values& values, const char* group, std::size_t size,
                           std::uint8_t* out) {
@@ -129,7 +105,7 @@ std::uint32_t decode(const Values& values, const char* in, std::uint8_t* out) {
     for (;;) {
         const std::size_t size = strnlen(in, kPiece);
         const std::size_t whole = before_padding(in, size);
-        decode_groups(values, in, whole, to);
+        zx::pick(kDecoders)(values, in, whole, to);
         in += whole;
         to += whole / 4 * 3;
         if (whole < kPiece) {
@@ -152,7 +128,7 @@ extern "C" uint32_t zxmd_api_ascii2Base64(const char* alphabet, const uint8_t* i
     }
     char* to = out;
     if (len != 0) {
-        const std::size_t done = encode_groups(alphabet, in, len, out);
+        const std::size_t done = zx::pick(kEncoders)(alphabet, in, len, out);
         to += done / 3 * 4;
         encode_last(alphabet, in + done, len - done, to);
         to += 4;

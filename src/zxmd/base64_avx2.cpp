@@ -65,40 +65,40 @@ struct Row {
     const Row quarter2 = row_at(alphabet, 32);
     const Row quarter3 = row_at(alphabet, 48);
     std::size_t done = 0;
-    for (; size - done >= 28; done += 24, out += 32) {
+    // In steps of 24 bytes, as long as 28 can be read.
+    for (char* to = out; size - done >= 28; done += 24, to += 32) {
         const Vector numbers = split(in + done);
         const Vector text = _mm256_or_si256(
             _mm256_or_si256(look_up(quarter0, numbers), look_up(quarter1, numbers)),
             _mm256_or_si256(look_up(quarter2, numbers), look_up(quarter3, numbers)));
-        _mm256_storeu_si256(reinterpret_cast<Vector*>(out), text);
+        _mm256_storeu_si256(reinterpret_cast<Vector*>(to), text);
     }
-    return done;
+    return encode_rest(alphabet, in, size, out, done);
 }
 
 // The values are turned over, so that those outside of the alphabet are 0, and so that most rows
 // have nothing else and can be left out.
-[[gnu::target("avx2")]] std::size_t zx::md::decode_avx2(const std::uint8_t* values,
-                                                        const char* text, std::size_t size,
-                                                        std::uint8_t* out) {
+[[gnu::target("avx2")]] void zx::md::decode_avx2(const Values& values, const char* text,
+                                                 std::size_t size, std::uint8_t* out) {
     const Vector ones = _mm256_set1_epi8(63);
     Row rows[16];
     std::size_t count = 0;
     for (unsigned first = 0; first < 256; first += 16) {
-        Row row = row_at(values, first);
+        Row row = row_at(values.data(), first);
         row.values = _mm256_xor_si256(row.values, ones);
         if (_mm256_testz_si256(row.values, row.values) == 0) {
             rows[count++] = row;
         }
     }
     std::size_t done = 0;
-    for (; size - done >= 32; done += 32, out += 24) {
+    for (std::uint8_t* to = out; size - done >= 32; done += 32, to += 24) {
         const Vector bytes = load_halves(text + done, text + done + 16);
         Vector numbers = ones;
         for (std::size_t i = 0; i < count; ++i) {
             numbers = _mm256_xor_si256(numbers, look_up(rows[i], bytes));
         }
-        join(numbers, out);
+        join(numbers, to);
     }
-    return done;
+    decode_rest(values, text, size, out, done);
 }
 #endif

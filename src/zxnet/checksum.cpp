@@ -17,13 +17,19 @@ constexpr char kTag[] = "NETWORK";
 constexpr std::size_t kPseudoHeaderSize = 12;
 constexpr std::uint32_t kPiece = 1U << 16U;  // bytes, whose sum is far from 2^32
 
-std::uint32_t sum_blocks(const std::uint8_t* at, std::size_t blocks) {
-#ifdef __x86_64__
-    if (zx::cpu_features().avx2) {
-        return zx::net::sum_blocks_avx2(at, blocks);
-    }
-#endif
+std::uint32_t sum_blocks_portable(const std::uint8_t* at, std::size_t blocks) {
     return zx::net::sum_blocks_inline(at, blocks);
+}
+
+constexpr zx::Choice<zx::net::SumBlocks*> kSums[] = {
+#ifdef __x86_64__
+    {zx::kAvx2, 0, zx::net::sum_blocks_avx2},
+#endif
+    {zx::kPortable, 0, sum_blocks_portable},
+};
+
+std::uint32_t sum_blocks(const std::uint8_t* at, std::size_t blocks) {
+    return zx::pick(kSums)(at, blocks);
 }
 
 template <typename T>

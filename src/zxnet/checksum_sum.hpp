@@ -41,9 +41,10 @@ inline constexpr std::size_t kLanes = sizeof(Lanes) / sizeof(std::uint32_t);
     return pair_sum - (upper_sum << 16U) + upper_sum;
 }
 
+using SumBlocks = std::uint32_t(const std::uint8_t* at, std::size_t blocks);
+
 #ifdef __x86_64__
-// For processors with AVX2 only.
-std::uint32_t sum_blocks_avx2(const std::uint8_t* at, std::size_t blocks);
+SumBlocks sum_blocks_avx2;
 #endif
 
 }  // namespace zx::net

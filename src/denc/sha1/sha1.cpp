@@ -25,18 +25,17 @@ constexpr char kTag[] = "SHA1";
 constexpr std::size_t kLengthAt = SHA1_BLOCK_SIZE - 8;       // in the last block
 constexpr std::uint64_t kTooLong = std::uint64_t{1} << 61U;  // bytes, whose bits overflow
 
-void process(zx::sha1::Words& hash, const std::uint8_t* blocks, std::size_t count) {
+// By the number of blocks: one alone has no rounds to hide its schedule behind.
+constexpr zx::Choice<zx::sha1::Process*> kProcesses[] = {
 #ifdef __x86_64__
-    if (zx::cpu_features().sha) {
-        zx::sha1::process_ni(hash, blocks, count);
-        return;
-    }
-    if (zx::cpu_features().avx2 && count > 1) {  // one block alone has no rounds to hide behind
-        zx::sha1::process_avx2(hash, blocks, count);
-        return;
-    }
+    {zx::kSha, 0, zx::sha1::process_ni},
+    {zx::kAvx2, 2, zx::sha1::process_avx2},
 #endif
-    zx::sha1::process_portable(hash, blocks, count);
+    {zx::kPortable, 0, zx::sha1::process_portable},
+};
+
+void process(zx::sha1::Words& hash, const std::uint8_t* blocks, std::size_t count) {
+    zx::pick(kProcesses, count)(hash, blocks, count);
 }
 
 // False for an index that would lead out of the block.

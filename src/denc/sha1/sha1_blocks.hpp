@@ -10,14 +10,13 @@ namespace zx::sha1 {
 
 using Words = std::uint32_t[SHA1_HASH_WORDS];
 
-void process_portable(Words& hash, const std::uint8_t* blocks, std::size_t count);
+using Process = void(Words& hash, const std::uint8_t* blocks, std::size_t count);
+
+Process process_portable;
 
 #ifdef __x86_64__
-// For processors with AVX2 only, and for at least one block.
-void process_avx2(Words& hash, const std::uint8_t* blocks, std::size_t count);
-
-// For processors with the SHA extensions only.
-void process_ni(Words& hash, const std::uint8_t* blocks, std::size_t count);
+Process process_avx2;  // for at least one block
+Process process_ni;
 #endif
 
 }  // namespace zx::sha1

@@ -110,5 +110,5 @@ ZX_AES_NI void unmix(std::uint32_t* words, std::size_t count) {
 
 }  // namespace
 
-constexpr Cipher zx::aes::kAesNi = {crypt_by<ByInstructions>, substitute, unmix};
+constexpr Cipher zx::aes::kByInstructions = {crypt_by<ByInstructions>, substitute, unmix};
 #endif

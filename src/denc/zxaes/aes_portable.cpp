@@ -109,4 +109,4 @@ void unmix(std::uint32_t* words, std::size_t count) {
 
 }  // namespace
 
-constexpr Cipher zx::aes::kPortable = {crypt_by<ByTables>, substitute, unmix};
+constexpr Cipher zx::aes::kByTables = {crypt_by<ByTables>, substitute, unmix};

@@ -66,20 +66,22 @@ struct Cipher {
 };
 
 // By tables.
-extern const Cipher kPortable;
+extern const Cipher kByTables;
 
 #ifdef __x86_64__
 // By the instructions for AES, which take the same time whatever the bytes are.
-extern const Cipher kAesNi;
+extern const Cipher kByInstructions;
 #endif
 
-[[nodiscard]] inline const Cipher& cipher() {
+inline constexpr Choice<const Cipher*> kCiphers[] = {
 #ifdef __x86_64__
-    if (zx::cpu_features().aes) {
-        return kAesNi;
-    }
+    {kAes, 0, &kByInstructions},
 #endif
-    return kPortable;
+    {kPortable, 0, &kByTables},
+};
+
+[[nodiscard]] inline const Cipher& cipher() {
+    return *pick(kCiphers);
 }
 
 }  // namespace zx::aes

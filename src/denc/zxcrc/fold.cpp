@@ -11,16 +11,11 @@
 #include <immintrin.h>
 #pragma GCC diagnostic pop
 
-#include "internal/cpu.hpp"
-
 // The lanes are to be registers, which an array is only where no index is left.
-#define ZX_UNROLLED      _Pragma("GCC unroll 4")
-#define ZX_TARGET_NARROW [[gnu::target("pclmul,sse4.1,ssse3")]]
-#define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
-#define ZX_TARGET_WIDEST [[gnu::target("avx512f,avx512bw,vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
-#define ZX_NARROW        ZX_TARGET_NARROW [[gnu::always_inline]] inline
-#define ZX_WIDE          ZX_TARGET_WIDE [[gnu::always_inline]] inline
-#define ZX_WIDEST        ZX_TARGET_WIDEST [[gnu::always_inline]] inline
+#define ZX_UNROLLED _Pragma("GCC unroll 4")
+#define ZX_NARROW   ZX_TARGET_NARROW [[gnu::always_inline]] inline
+#define ZX_WIDE     ZX_TARGET_WIDE [[gnu::always_inline]] inline
+#define ZX_WIDEST   ZX_TARGET_WIDEST [[gnu::always_inline]] inline
 
 namespace {
 
@@ -35,8 +30,8 @@ constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
 constexpr std::ptrdiff_t kPair = 2 * kBlock;
 constexpr std::ptrdiff_t kFour = 4 * kBlock;
 constexpr int kLanes = 4;  // independent chains keep the multiplier busy
-constexpr std::ptrdiff_t kWideMin = kLanes * kPair;
-constexpr std::ptrdiff_t kWidestMin = kLanes * kFour;
+static_assert(zx::crc::kFoldMin == kBlock);
+static_assert(zx::crc::kWideMin == kLanes * kPair && zx::crc::kWidestMin == kLanes * kFour);
 
 constexpr std::uint64_t quotient_of_x64(std::uint32_t polynomial) {
     std::uint64_t quotient = 1;
@@ -281,34 +276,27 @@ struct Folder {
 
 }  // namespace
 
-#define ZX_FOLD(name, variant)                                                                     \
-    ZX_TARGET_NARROW static std::uint32_t name##_narrow(const std::uint8_t* at,                    \
-                                                        std::ptrdiff_t size) {                     \
-        return Folder<variant>::run(at, size);                                                     \
-    }                                                                                              \
-    ZX_TARGET_WIDE static std::uint32_t name##_wide(const std::uint8_t* at, std::ptrdiff_t size) { \
-        return Folder<variant>::run_wide(at, size);                                                \
-    }                                                                                              \
-    ZX_TARGET_WIDEST static std::uint32_t name##_widest(const std::uint8_t* at,                    \
-                                                        std::ptrdiff_t size) {                     \
-        return Folder<variant>::run_widest(at, size);                                              \
-    }                                                                                              \
-    std::uint32_t zx::crc::name(const std::uint8_t* at, std::size_t size) {                        \
-        const auto signed_size = static_cast<std::ptrdiff_t>(size);                                \
-        const zx::CpuFeatures cpu = zx::cpu_features();                                            \
-        if (signed_size >= kWidestMin && cpu.vpclmul512) {                                         \
-            return name##_widest(at, signed_size);                                                 \
-        }                                                                                          \
-        return signed_size >= kWideMin && cpu.vpclmul ? name##_wide(at, signed_size)               \
-                                                      : name##_narrow(at, signed_size);            \
-    }
-#else
-#define ZX_FOLD(name, variant)                                      \
-    std::uint32_t zx::crc::name(const std::uint8_t*, std::size_t) { \
-        __builtin_unreachable();                                    \
-    }
-#endif
+template <const Variant& kVariant>
+ZX_TARGET_NARROW std::uint32_t zx::crc::fold_narrow(const std::uint8_t* at, std::size_t size) {
+    return Folder<kVariant>::run(at, static_cast<std::ptrdiff_t>(size));
+}
 
-ZX_FOLD(fold_modbus, kModbus)
-ZX_FOLD(fold_mpeg2, kMpeg2)
-ZX_FOLD(fold_xmodem, kXmodem)
+template <const Variant& kVariant>
+ZX_TARGET_WIDE std::uint32_t zx::crc::fold_wide(const std::uint8_t* at, std::size_t size) {
+    return Folder<kVariant>::run_wide(at, static_cast<std::ptrdiff_t>(size));
+}
+
+template <const Variant& kVariant>
+ZX_TARGET_WIDEST std::uint32_t zx::crc::fold_widest(const std::uint8_t* at, std::size_t size) {
+    return Folder<kVariant>::run_widest(at, static_cast<std::ptrdiff_t>(size));
+}
+
+#define ZX_FOLD(variant)                                                                    \
+    template std::uint32_t zx::crc::fold_narrow<variant>(const std::uint8_t*, std::size_t); \
+    template std::uint32_t zx::crc::fold_wide<variant>(const std::uint8_t*, std::size_t);   \
+    template std::uint32_t zx::crc::fold_widest<variant>(const std::uint8_t*, std::size_t);
+ZX_FOLD(kModbus)
+ZX_FOLD(kMpeg2)
+ZX_FOLD(kXmodem)
+
+#endif

@@ -52,12 +52,25 @@ constexpr std::uint32_t of_byte(const Variant& variant, std::uint8_t byte) {
     return variant.is_reflected ? reflected(crc) : crc;
 }
 
-inline constexpr std::size_t kFoldMin = 16;  // bytes
+// The CRC of a message. Reflected, one of 16 bits stands in the lower half.
+using Crc = std::uint32_t(const std::uint8_t* at, std::size_t size);
 
-// For processors with PCLMULQDQ, and kFoldMin bytes or more. Reflected, a CRC of 16 bits stands in
-// the lower half.
-std::uint32_t fold_modbus(const std::uint8_t* at, std::size_t size);
-std::uint32_t fold_mpeg2(const std::uint8_t* at, std::size_t size);
-std::uint32_t fold_xmodem(const std::uint8_t* at, std::size_t size);
+#ifdef __x86_64__
+#define ZX_TARGET_NARROW [[gnu::target("pclmul,sse4.1,ssse3")]]
+#define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
+#define ZX_TARGET_WIDEST [[gnu::target("avx512f,avx512bw,vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
+
+// One, two or four blocks of 16 bytes to a register, for so many bytes or more.
+inline constexpr std::size_t kFoldMin = 16;
+inline constexpr std::size_t kWideMin = 128;
+inline constexpr std::size_t kWidestMin = 256;
+
+template <const Variant& kVariant>
+ZX_TARGET_NARROW std::uint32_t fold_narrow(const std::uint8_t* at, std::size_t size);
+template <const Variant& kVariant>
+ZX_TARGET_WIDE std::uint32_t fold_wide(const std::uint8_t* at, std::size_t size);
+template <const Variant& kVariant>
+ZX_TARGET_WIDEST std::uint32_t fold_widest(const std::uint8_t* at, std::size_t size);
+#endif
 
 }  // namespace zx::crc
