@@ -5,7 +5,8 @@
 //     }
 #pragma once
 
-#include <initializer_list>
+#include <cstddef>
+#include <utility>
 
 #include "internal/log.hpp"
 
@@ -33,16 +34,23 @@ struct Argument {
     ZX_LOG_AT(caller, error, "%s%s", complaint, name);
 }
 
-// True when all are there; otherwise the first one that is missing was logged.
-[[nodiscard]] inline bool are_given(std::initializer_list<Argument> arguments, const char* tag,
-                                    Caller caller) {
-    for (const Argument& argument : arguments) {
-        if (!argument.is_given) [[unlikely]] {
-            log_missing(argument.complaint, argument.name, tag, caller);
-            return false;
-        }
+// True when it is there; otherwise that it is missing was logged.
+[[nodiscard]] inline bool is_given(const Argument& argument, const char* tag, Caller caller) {
+    if (!argument.is_given) [[unlikely]] {
+        log_missing(argument.complaint, argument.name, tag, caller);
+        return false;
     }
     return true;
+}
+
+// True when all are there; otherwise the first one that is missing was logged. In a loop the
+// compiler would write the whole list to memory first.
+template <std::size_t N>
+[[nodiscard]] bool are_given(const Argument (&arguments)[N], const char* tag, Caller caller) {
+    return [&]<std::size_t... kPlaces>(std::index_sequence<kPlaces...>) {
+        return (is_given(arguments[kPlaces], tag, caller) && ...);
+    }
+    (std::make_index_sequence<N>());
 }
 
 }  // namespace zx

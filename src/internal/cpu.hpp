@@ -38,7 +38,7 @@ inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
 // ZX_CPU in the environment makes the processor answer that there is nothing ("portable"), nothing
 // wider than 128 bits ("narrow"), or nothing wider than 256 bits and nothing for SHA ("avx2"): so
 // the tests run all paths on one machine, and a user can compare them.
-[[nodiscard]] inline CpuFeatures ask_cpu() {
+[[nodiscard, gnu::cold, gnu::noinline]] inline CpuFeatures ask_cpu() {
     CpuFeatures found = kCpuAsked;
 #ifdef __x86_64__
     const char* const given = secure_getenv("ZX_CPU");
