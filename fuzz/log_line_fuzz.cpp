@@ -6,8 +6,8 @@
 #include <cstdarg>
 #include <utility>
 
-#include "controls.hpp"
-#include "plain_format.hpp"
+#include "shared/controls.hpp"
+#include "shared/plain_format.hpp"
 #include "support.hpp"
 
 namespace {
@@ -131,7 +131,7 @@ private:
 int print_plain(char* out, std::size_t size, const char* format, ...) {
     std::va_list args;
     va_start(args, format);
-    const int length = zxlog::PlainFormat(out, size).print(format, args);
+    const int length = zx::PlainFormat(out, size).print(format, args);
     va_end(args);
     return length;
 }
@@ -171,7 +171,7 @@ void check_escape(const std::string& text) {
     for (const bool at_end : {false, true}) {
         const char* const from = in.place(text, at_end);
         char* const to = out.place(expected.size(), at_end);
-        require(zxlog::put_escaped(from, from + text.size(), to) == to + expected.size() &&
+        require(zx::put_escaped(from, from + text.size(), to) == to + expected.size() &&
                     expected.compare(0, expected.size(), to, expected.size()) == 0,
                 "the escaped text");
         out.require_rest_untouched();

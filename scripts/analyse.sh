@@ -19,7 +19,7 @@ configure() {
 
 echo "== exceptions"
 exceptions=$(grep -rnE '[N]OLINT|cppcheck-[s]uppress|-[W]no-analyzer|[#] skipped:' \
-    include src zxlog tools scripts/analyse.sh || true)
+    include shared src zxlog tools scripts/analyse.sh || true)
 count=$(grep -c . <<<"$exceptions" || true)
 printf '%s\n%d of at most 10\n' "$exceptions" "$count"
 [[ $count -le 10 ]]
@@ -40,10 +40,10 @@ echo "== cppcheck"
 copy=build/analyse/cppcheck
 rm -rf "$copy"
 mkdir -p "$copy"
-find include src zxlog tools -type f -print0 | xargs -0 cp --parents -t "$copy"
+find include shared src zxlog tools -type f -print0 | xargs -0 cp --parents -t "$copy"
 grep -rlE '__VA_OPT__|\[\] \{' "$copy" | xargs sed -i \
     -e 's/__VA_OPT__(, ) __VA_ARGS__/, ##__VA_ARGS__/g' -e 's/\[\] {/[]() {/g'
-includes=(include zxlog/include zxlog/internal src tools tools/zxcapture tools/zxrelay)
+includes=(. include zxlog/include src tools tools/zxcapture tools/zxrelay)
 sources | (cd "$copy" && cppcheck --file-list=- -j "$jobs" "${includes[@]/#/-I}" \
     --language=c++ --std=c++20 --enable=warning,performance,portability --inline-suppr \
     --error-exitcode=1 --quiet)

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "plain_format.hpp"
+#include "shared/plain_format.hpp"
 
 namespace zx {
 
@@ -16,7 +16,7 @@ inline constexpr std::size_t kUnsized = static_cast<std::size_t>(-1) / 2;
 inline int print_trusted(char* out, std::size_t size, const char* fmt, ...) {
     std::va_list args;
     va_start(args, fmt);
-    int length = zxlog::PlainFormat(out, size).print(fmt, args);
+    int length = PlainFormat(out, size).print(fmt, args);
     va_end(args);
     if (length < 0) {
         va_start(args, fmt);

@@ -13,9 +13,9 @@
 #include <cstdarg>
 #include <cstdint>
 
-#include "line_buffer.hpp"
-#include "line_writer.hpp"
-#include "write_once.hpp"
+#include "shared/line_buffer.hpp"
+#include "shared/line_writer.hpp"
+#include "shared/write_once.hpp"
 #include "zxlog.h"
 
 namespace zx {
@@ -48,18 +48,18 @@ struct Caller {
     int line;
 };
 
-inline zxlog::LineWriter g_echo;
+inline constinit LineWriter g_echo{zxlog_innerapi_logTime, &strLoglevel_simple[2]};
 
 // One line to standard output, in one write: stdio's lock would not be safe in a signal handler.
 [[gnu::cold, gnu::noinline, gnu::format(printf, 1, 2)]] inline void echo(const char* fmt, ...) {
-    const zxlog::ErrnoKept errno_kept;
-    zxlog::LineBuffer line;
+    const ErrnoKept errno_kept;
+    LineBuffer line;
     std::va_list args;
     va_start(args, fmt);
     line.format(fmt, args);
     va_end(args);
     g_echo.write(line.data(), line.size(), [](const char* text, std::size_t size) {
-        return zxlog::write_once(STDOUT_FILENO, text, size, true);
+        return write_once(STDOUT_FILENO, text, size, true);
     });
 }
 

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "shared/units.hpp"
+
 namespace zx {
 
 // How often a wait may sleep. Wider than the arguments, so that counting below zero always works.
@@ -28,7 +30,7 @@ inline void sleep_ms(std::uint32_t ms) {
 [[nodiscard]] inline std::int64_t steady_us() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * std::int64_t{1000000} + now.tv_nsec / 1000;
+    return now.tv_sec * std::int64_t{kUsPerSec} + now.tv_nsec / 1000;
 }
 
 // What a call on a socket gives when the signals that a handler takes in between are no end of it.
@@ -42,7 +44,7 @@ auto uninterrupted(int fd, int option, const Call& call) {
             timeval timeout{};
             socklen_t size = sizeof timeout;
             getsockopt(fd, SOL_SOCKET, option, &timeout, &size);
-            const std::int64_t us = timeout.tv_sec * std::int64_t{1000000} + timeout.tv_usec;
+            const std::int64_t us = timeout.tv_sec * std::int64_t{kUsPerSec} + timeout.tv_usec;
             end = us > 0 ? steady_us() + us : INT64_MAX;
         } else if (steady_us() >= end) {
             errno = EAGAIN;

@@ -14,8 +14,8 @@
 #include "internal/args.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
-#include "zxcommon_inner/safe_name.hpp"
-#include "zxmd/file.hpp"
+#include "internal/safe_name.hpp"
+#include "internal/whole_file.hpp"
 
 namespace {
 
@@ -66,9 +66,9 @@ extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint3
         return -1;
     }
     // Closing the pipe waits for the command.
-    const std::size_t room = std::min(size, zx::md::kMaxLength);
-    const std::size_t count = held.wait(
-        [=] { return zx::md::read_whole(fileno(pipe), info, room); }, [=] { pclose(pipe); });
+    const std::size_t room = std::min(size, zx::kMaxLength);
+    const std::size_t count =
+        held.wait([=] { return zx::read_whole(fileno(pipe), info, room); }, [=] { pclose(pipe); });
     pclose(pipe);
     return static_cast<int32_t>(count);
 }
@@ -93,7 +93,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
     if (status == -1 && errno != ECHILD) {  // it was not started: an empty file would be an answer
         file.reset();
     }
-    return zx::md::read_once(held, kOutputPath, std::move(file), info, size);
+    return zx::read_once(held, kOutputPath, std::move(file), info, size);
 }
 
 extern "C" int32_t zxt_innerapi_cmdIsGrep(const char* cmd) {

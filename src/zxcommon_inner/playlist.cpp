@@ -8,7 +8,7 @@
 
 #include "internal/args.hpp"
 #include "internal/log.hpp"
-#include "zxcommon_inner/safe_name.hpp"
+#include "internal/safe_name.hpp"
 
 namespace {
 

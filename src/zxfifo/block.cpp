@@ -9,9 +9,9 @@
 #include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/fixed_text.hpp"
+#include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
 #include "zxfifo/node.hpp"
-#include "zxlock/lock_guard.hpp"
 #include "zxmem.h"
 
 static_assert(offsetof(zxfifoblock_ctt, size) == 128 && offsetof(zxfifoblock_ctt, start) == 136);

@@ -12,10 +12,11 @@
 #include <cstddef>
 
 #include "internal/args.hpp"
+#include "internal/lock_guard.hpp"
+#include "shared/units.hpp"
 #include "zxfifo.h"
 #include "zxfifo/gate.hpp"
 #include "zxfifo/node.hpp"
-#include "zxlock/lock_guard.hpp"
 #include "zxtime.h"
 
 static_assert(offsetof(IdList_ctt, size) == 4 && offsetof(IdList_ctt, data) == 8);
@@ -30,8 +31,7 @@ namespace {
 
 using zx::fifo::kTag;
 
-constexpr std::uint64_t kDropIntervalUs = 1000000;
-constexpr std::uint32_t kUsPerSecond = 1000000;
+constexpr std::uint64_t kDropIntervalUs = zx::kUsPerSec;
 
 template <typename T>
 T* load(T* const& link) {
@@ -158,7 +158,8 @@ extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
     }
     // 32 bits with a sign, which long times overflow: such a list keeps its nodes for ever, or for
     // a moment.
-    const auto signed_keep = static_cast<std::int32_t>(list->keep_seconds * kUsPerSecond);
+    const auto signed_keep =
+        static_cast<std::int32_t>(list->keep_seconds * std::uint32_t{zx::kUsPerSec});
     const auto keep = static_cast<std::uint64_t>(std::int64_t{signed_keep});
     const std::uint64_t now = zxtime_api_us();
     drop_while(*list, [=](const IdList_ctt& node) { return now - node.time >= keep; });

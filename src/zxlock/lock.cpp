@@ -1,16 +1,14 @@
 #include "zxlock.h"
 
-#include <charconv>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 
 #include "internal/args.hpp"
 #include "internal/fixed_text.hpp"
+#include "internal/lock_guard.hpp"
+#include "internal/lock_holder.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
-#include "zxlock/holder.hpp"
-#include "zxlock/lock_guard.hpp"
 
 static_assert(sizeof(zxlock_ctt::name) == 128 && offsetof(zxlock_ctt, mutex) == 128);
 static_assert(offsetof(zxlock_ctt, initialised) == 168 &&
@@ -20,17 +18,6 @@ static_assert(sizeof(zxlock_ctt::holder) == 133 && sizeof(zxlock_ctt) == 304);
 static_assert(sizeof(zxlocklist_entry_ctt) == 16 && offsetof(zxlocklist_entry_ctt, used) == 8);
 
 zxlocklist_entry_ctt zxlocklist_ctt[ZXLOCK_LIST_SIZE];
-
-void zx::lock::write_any_holder(Holder& out, const char* func, int line) {
-    char digits[sizeof "-2147483648"];
-    const char* const end = std::to_chars(std::begin(digits), std::end(digits), line).ptr;
-    const auto digit_count = static_cast<std::size_t>(end - digits);
-    const std::size_t length = strnlen(func, sizeof out - 2 - digit_count);
-    std::memset(out, 0, sizeof out);
-    std::memcpy(out, func, length);
-    out[length] = ',';
-    std::memcpy(out + length + 1, digits, digit_count);
-}
 
 namespace {
 

@@ -12,7 +12,8 @@
 #include "internal/args.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
-#include "zxcommon_inner/safe_name.hpp"
+#include "internal/safe_name.hpp"
+#include "internal/whole_file.hpp"
 #include "zxmd/file.hpp"
 
 namespace {
@@ -22,16 +23,6 @@ constexpr std::string_view kFileScheme = "file://";
 constexpr std::size_t kPathSize = 1024;
 constexpr std::size_t kTouchSize = 256;
 constexpr mode_t kCreateMode = 0666;  // less the umask
-
-std::uint32_t lower_read(std::uint32_t len, zx::Caller caller = {}) {
-    if (len <= zx::md::kMaxLength) {
-        return len;
-    }
-    constexpr int kLimit = zx::md::kMaxLength;
-    ZX_LOG_AT(caller, warning, "Read len(%d) is out of range(0~%d),set to %d",
-              static_cast<int>(len), kLimit, kLimit);
-    return kLimit;
-}
 
 // The flags that fopen() would take from a mode, and close-on-exec. What is no mode opens nothing.
 int open_flags(const char* mode) {
@@ -68,22 +59,6 @@ zx::UniqueFd open_file(zx::CancelHeld& held, const char* path, const char* mode)
     return zx::UniqueFd(may_wait ? held.wait(try_open, [] {}) : try_open());
 }
 
-// Moves bytes on in steps, from the count so far, until all are moved, or a step moves none or
-// fails. A signal is no failure.
-template <typename Step>
-std::size_t move_whole(std::size_t size, Step step) {
-    std::size_t total = 0;
-    while (total < size) {
-        const ssize_t count = step(total);
-        if (count > 0) {
-            total += static_cast<std::size_t>(count);
-        } else if (count == 0 || errno != EINTR) {
-            break;
-        }
-    }
-    return total;
-}
-
 // The next call finds the file.
 void touch(const char* path) {
     char command[kTouchSize];
@@ -99,33 +74,12 @@ bool zx::md::has_target(const char* path, const void* buf, Caller caller) {
     return are_given({{path, "filename", kParamError3}, {buf, "buf", kParamError3}}, kTag, caller);
 }
 
-std::size_t zx::md::read_whole(int fd, void* buf, std::size_t size) {
-    return move_whole(size, [=](std::size_t total) {
-        return read(fd, static_cast<char*>(buf) + total, size - total);
-    });
-}
-
-std::int32_t zx::md::read_once(CancelHeld& held, const char* path, UniqueFd file, void* buf,
-                               std::uint32_t len, Caller caller) {
-    const std::uint32_t size = lower_read(len, caller);
-    if (file.get() < 0) {
-        ZX_LOG_AT(caller, error, "Open (%s) failed", path);
-        return -1;
-    }
-    const std::size_t count =
-        held.wait([&] { return read_whole(file.get(), buf, size); }, [&] { file.reset(); });
-    if (count < size) {
-        static_cast<char*>(buf)[count] = '\0';
-    }
-    return static_cast<std::int32_t>(count);
-}
-
 extern "C" int32_t zxmd_api_read(const char* path, void* buf, uint32_t len) {
     if (!zx::md::has_target(path, buf)) {
         return -1;
     }
     zx::CancelHeld held;
-    return zx::md::read_once(held, path, open_file(held, path, "r"), buf, len);
+    return zx::read_once(held, path, open_file(held, path, "r"), buf, len);
 }
 
 extern "C" int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len) {
@@ -136,7 +90,7 @@ extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
     if (!zx::md::has_target(path, buf)) {
         return -1;
     }
-    const std::uint32_t size = lower_read(len);
+    const std::uint32_t size = zx::limited_read(len);
     zx::CancelHeld held;
     zx::UniqueFd file = open_file(held, path, "r");
     if (file.get() < 0) {
@@ -147,7 +101,7 @@ extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
         std::size_t total = 0;
         while (total < size) {
             const std::size_t count =
-                zx::md::read_whole(file.get(), static_cast<char*>(buf) + total, size - total);
+                zx::read_whole(file.get(), static_cast<char*>(buf) + total, size - total);
             if (count == 0) {
                 break;
             }
@@ -168,8 +122,8 @@ extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, con
         return -1;
     }
     std::uint32_t size = len;
-    if (len > zx::md::kMaxLength) {
-        size = zx::md::kMaxLength;
+    if (len > zx::kMaxLength) {
+        size = zx::kMaxLength;
         ZX_LOG(warning, "Write len(%d) is out of range(0~%d),set to %d", static_cast<int>(len),
                static_cast<int>(size), static_cast<int>(size));
     }
@@ -184,7 +138,7 @@ extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, con
         return write(file.get(), static_cast<const char*>(buf) + total, size - total);
     };
     const std::size_t count =
-        held.wait([&] { return move_whole(size, write_on); }, [&] { file.reset(); });
+        held.wait([&] { return zx::move_whole(size, write_on); }, [&] { file.reset(); });
     if (count < size) {
         static_cast<char*>(buf)[count] = '\0';
     }

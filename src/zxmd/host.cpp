@@ -15,7 +15,7 @@
 #include "internal/args.hpp"
 #include "internal/format.hpp"
 #include "internal/log.hpp"
-#include "zxcommon_inner/safe_name.hpp"
+#include "internal/safe_name.hpp"
 #include "zxmd.h"
 #include "zxt.h"
 

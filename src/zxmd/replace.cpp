@@ -13,7 +13,8 @@
 
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
-#include "zxcommon_inner/safe_name.hpp"
+#include "internal/safe_name.hpp"
+#include "internal/whole_file.hpp"
 #include "zxmd/file.hpp"
 #include "zxt.h"
 
@@ -91,7 +92,7 @@ extern "C" int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t l
     const zx::CancelHeld held;  // a copy is not left half-done
     std::remove(side);
     const int32_t count = zxmd_api_write(side, buf, len, "wx");  // x: no link is followed
-    if (count <= 0 || static_cast<std::uint32_t>(count) < std::min(len, zx::md::kMaxLength)) {
+    if (count <= 0 || static_cast<std::uint32_t>(count) < std::min(len, zx::kMaxLength)) {
         std::remove(side);
         if (count >= 0 && len != 0) {
             ZX_LOG(error, "write (%s) failed", side);

@@ -10,8 +10,8 @@
 
 #include "internal/args.hpp"
 #include "internal/fixed_text.hpp"
+#include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
-#include "zxlock/lock_guard.hpp"
 
 static_assert(offsetof(memnode_ctt, size) == 8 && offsetof(memnode_ctt, name) == 12);
 static_assert(offsetof(memnode_ctt, time) == 140 && offsetof(memnode_ctt, line) == 156);

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "internal/args.hpp"
+#include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
-#include "zxlock/lock_guard.hpp"
 #include "zxmem/allocator.hpp"
 #include "zxt.h"
 

@@ -1,8 +1,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
-#include "zxlock/lock_guard.hpp"
 #include "zxmem/allocator.hpp"
 #include "zxt.h"
 

@@ -11,7 +11,7 @@
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
-#include "zxcommon_inner/safe_name.hpp"
+#include "internal/safe_name.hpp"
 #include "zxepoll.h"
 #include "zxnet/addresses.hpp"
 #include "zxt.h"

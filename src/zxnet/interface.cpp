@@ -13,7 +13,7 @@
 #include "internal/fixed_text.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
-#include "zxcommon_inner/safe_name.hpp"
+#include "internal/safe_name.hpp"
 #include "zxmd.h"
 #include "zxnet.h"
 

@@ -104,7 +104,7 @@ const Disposition kAfterPipe[] = {
 }  // namespace
 
 extern "C" void zxsignal_innerapi_handler(int number) {
-    const zxlog::ErrnoKept errno_kept;  // for the code that was interrupted
+    const zx::ErrnoKept errno_kept;  // for the code that was interrupted
     const bool is_known = number >= 0 && static_cast<std::size_t>(number) < ZXSIGNAL_COUNT &&
                           zxsignal_desstring[number] != nullptr;
     ZX_LOG(notice, "Catch a signal(%d):%s\n", number, zxsignal_desstring[is_known ? number : 0]);

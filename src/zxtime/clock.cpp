@@ -8,6 +8,7 @@
 
 #include "internal/args.hpp"
 #include "internal/log.hpp"
+#include "shared/units.hpp"
 #include "zxlog.h"
 
 namespace {
@@ -45,7 +46,8 @@ extern "C" uint64_t zxtime_api_mouth(void) {
 extern "C" uint64_t zxtime_api_upTimeUs(void) {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
+    return static_cast<uint64_t>(now.tv_sec) * zx::kUsPerSec +
+           static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
 extern "C" uint64_t zxtime_api_upTimeMs(void) {

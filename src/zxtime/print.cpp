@@ -8,6 +8,7 @@
 #include "internal/args.hpp"
 #include "internal/format.hpp"
 #include "internal/log.hpp"
+#include "shared/units.hpp"
 #include "zxlog.h"
 
 namespace {
@@ -59,7 +60,7 @@ void print_time(std::time_t sec, const char* fmt, char* out) {
 }
 
 std::time_t whole_seconds(std::uint64_t us) {
-    return static_cast<std::time_t>(us / 1000000);
+    return static_cast<std::time_t>(us / zx::kUsPerSec);
 }
 
 }  // namespace

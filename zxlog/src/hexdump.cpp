@@ -1,6 +1,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "shared/hex.hpp"
 #include "zxlog.h"
 
 namespace {
@@ -10,11 +11,14 @@ constexpr std::size_t kRowSize = 3 * kBytesPerRow + 1 + kBytesPerRow + 1;
 
 // "00 01 02 …  ..text.." for up to 16 bytes.
 void format_row(const std::uint8_t* bytes, std::uint32_t count, char (&row)[kRowSize]) {
-    constexpr char kDigits[] = "0123456789abcdef";
     char* at = row;
     for (std::uint32_t i = 0; i < kBytesPerRow; ++i) {
-        *at++ = i < count ? kDigits[bytes[i] >> 4U] : ' ';
-        *at++ = i < count ? kDigits[bytes[i] & 15U] : ' ';
+        if (i < count) {
+            at = zx::put_hex(at, bytes[i]);
+        } else {
+            *at++ = ' ';
+            *at++ = ' ';
+        }
         *at++ = ' ';
     }
     *at++ = ' ';

@@ -12,9 +12,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "line_writer.hpp"
 #include "ownership.hpp"
-#include "write_once.hpp"
+#include "shared/line_writer.hpp"
+#include "shared/write_once.hpp"
 #include "zxlog.h"
 
 namespace zxlog {
@@ -40,7 +40,7 @@ Path g_paths[2];  // empty: standard error
 std::atomic<unsigned> g_path_turn{0};
 FileId g_id;                            // the file behind g_fd
 std::atomic<bool> g_may_be_pipe{true};  // or a socket
-LineWriter g_writer;
+constinit zx::LineWriter g_writer{zxlog_innerapi_logTime, &strLoglevel_simple[2]};
 
 const char* current_path() {
     return g_paths[g_path_turn.load(std::memory_order_relaxed) % 2];
@@ -155,8 +155,8 @@ std::int64_t coarse_sec() {
 long write_part(const char* text, std::size_t size) {
     const auto write_now = [&] {
         const int ours = g_fd.load(std::memory_order_acquire);
-        return write_once(ours != kNone ? ours : STDERR_FILENO, text, size,
-                          g_may_be_pipe.load(std::memory_order_relaxed));
+        return zx::write_once(ours != kNone ? ours : STDERR_FILENO, text, size,
+                              g_may_be_pipe.load(std::memory_order_relaxed));
     };
     const long written = write_now();
     if (written >= 0 || errno != EBADF) {

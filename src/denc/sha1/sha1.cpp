@@ -10,8 +10,8 @@
 #include "internal/bytes.hpp"
 #include "internal/cpu.hpp"
 #include "internal/guard.hpp"
-#include "internal/hex.hpp"
 #include "internal/log.hpp"
+#include "shared/hex.hpp"
 
 static_assert(offsetof(SHA1Context, Length_Low) == 20 && offsetof(SHA1Context, Length_High) == 24);
 static_assert(offsetof(SHA1Context, Message_Block) == 28);

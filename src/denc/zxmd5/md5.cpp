@@ -8,8 +8,8 @@
 
 #include "internal/args.hpp"
 #include "internal/bytes.hpp"
-#include "internal/hex.hpp"
 #include "internal/log.hpp"
+#include "shared/hex.hpp"
 #include "zxmem.h"
 
 namespace {

@@ -10,10 +10,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "controls.hpp"
-#include "plain_format.hpp"
+#include "shared/controls.hpp"
+#include "shared/plain_format.hpp"
 
-namespace zxlog {
+namespace zx {
 
 class LineBuffer {
 public:
@@ -146,4 +146,4 @@ private:
     std::size_t pages_size_ = 0;
 };
 
-}  // namespace zxlog
+}  // namespace zx

@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace zxlog {
+#include "shared/hex.hpp"
+
+namespace zx {
 
 // "\x1b" for one byte.
 inline constexpr std::size_t kEscapedSize = 4;
@@ -59,7 +61,6 @@ inline bool is_control(const char* character, std::size_t size) {
 
 // Writes a text with its control characters as "\x1b", "\xc2\x9b". Returns where it ends.
 inline char* put_escaped(const char* from, const char* end, char* to) {
-    constexpr char kDigits[] = "0123456789abcdef";
     while (from < end) {
         const std::size_t size = character_size(from, static_cast<std::size_t>(end - from));
         const bool escapes = is_control(from, size);
@@ -68,14 +69,12 @@ inline char* put_escaped(const char* from, const char* end, char* to) {
                 *to++ = *from;
                 continue;
             }
-            const auto byte = static_cast<std::uint8_t>(*from);
             *to++ = '\\';
             *to++ = 'x';
-            *to++ = kDigits[byte >> 4U];
-            *to++ = kDigits[byte & 15U];
+            to = put_hex(to, static_cast<std::uint8_t>(*from));
         }
     }
     return to;
 }
 
-}  // namespace zxlog
+}  // namespace zx

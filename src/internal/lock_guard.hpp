@@ -1,8 +1,8 @@
 // A lock record held for the length of a block.
 #pragma once
 
+#include "internal/lock_holder.hpp"
 #include "zxlock.h"
-#include "zxlock/holder.hpp"
 
 namespace zx {
 

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <bit>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "zxlock.h"
 
@@ -17,7 +19,16 @@ inline constexpr std::size_t kUsualSize = 32;  // most holders end within these 
 inline constexpr char kFree[kUsualSize] = "nolock";
 
 // "func,line" for every name and line; the name is cut where they do not fit.
-void write_any_holder(Holder& out, const char* func, int line);
+[[gnu::cold, gnu::noinline]] inline void write_any_holder(Holder& out, const char* func, int line) {
+    char digits[sizeof "-2147483648"];
+    const char* const end = std::to_chars(std::begin(digits), std::end(digits), line).ptr;
+    const auto digit_count = static_cast<std::size_t>(end - digits);
+    const std::size_t length = strnlen(func, sizeof out - 2 - digit_count);
+    std::memset(out, 0, sizeof out);
+    std::memcpy(out, func, length);
+    out[length] = ',';
+    std::memcpy(out + length + 1, digits, digit_count);
+}
 
 // "00" to "99", the first digit in the less significant byte.
 struct DigitPairs {

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <cstring>
 
-namespace zxlog {
+#include "shared/hex.hpp"
+
+namespace zx {
 
 class PlainFormat {
 public:
@@ -117,11 +119,10 @@ private:
 
     template <unsigned kBase>
     bool put_number(std::uint64_t value, std::size_t least_digits = 1) {
-        constexpr char kDigits[] = "0123456789abcdef";
         char digits[20];
         std::size_t first = sizeof digits;
         do {
-            digits[--first] = kDigits[value % kBase];
+            digits[--first] = kLowerDigits[value % kBase];
             value /= kBase;
         } while (value != 0 || sizeof digits - first < least_digits);
         if (sizeof digits - first > static_cast<std::size_t>(end_ - at_)) {
@@ -138,4 +139,4 @@ private:
     char* end_;
 };
 
-}  // namespace zxlog
+}  // namespace zx

@@ -9,12 +9,14 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "zxlog.h"
-
-namespace zxlog {
+namespace zx {
 
 class LineWriter {
 public:
+    // The time and the level that stand before the count of lost lines.
+    constexpr LineWriter(const char* (*time)(), const char* const* level)
+        : time_(time), level_(level) {}
+
     // Hands one line to the kernel, or counts it as lost; the count is written before the next line
     // that can be. `write_part(text, size)` is as write(). Changes errno.
     template <typename WritePart>
@@ -67,10 +69,10 @@ private:
         }
         const std::uint64_t count = taken & kCountMask;
         char line[128];
-        const int size = std::snprintf(
-            line, sizeof line, "%s%s[%s][ZXLOG]%llu lines could not be written\r\n",
-            torn_.load(std::memory_order_relaxed) ? "\r\n" : "", zxlog_innerapi_logTime(),
-            strLoglevel_simple[2], static_cast<unsigned long long>(count));
+        const int size =
+            std::snprintf(line, sizeof line, "%s%s[%s][ZXLOG]%llu lines could not be written\r\n",
+                          torn_.load(std::memory_order_relaxed) ? "\r\n" : "", time_(), *level_,
+                          static_cast<unsigned long long>(count));
         if (!write_whole(line, static_cast<std::size_t>(size), write_part)) {
             add_lost(count);
             return false;
@@ -79,10 +81,12 @@ private:
         return true;
     }
 
+    const char* (*const time_)();
+    const char* const* const level_;
     // The process that lost lines, and how many: a forked child does not report what its parent
     // lost.
     std::atomic<std::uint64_t> lost_{0};
     std::atomic<bool> torn_{false};  // the last thing in the file is a part of a line
 };
 
-}  // namespace zxlog
+}  // namespace zx

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstddef>
 
-namespace zxlog {
+namespace zx {
 
 // Keeps `errno` for the code that logs.
 class ErrnoKept {
@@ -88,4 +88,4 @@ inline long write_once(int fd, const char* text, std::size_t size, bool may_be_p
     return written;
 }
 
-}  // namespace zxlog
+}  // namespace zx

@@ -1,0 +1,14 @@
+// The clock that every text of the log goes by.
+#pragma once
+
+#include <time.h>
+
+namespace zxlog {
+
+inline timespec wall_clock() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now;
+}
+
+}  // namespace zxlog
