@@ -41,7 +41,7 @@ struct DigitPairs {
 };
 inline constexpr DigitPairs kDigitPairs;
 
-// A comma, the digits of a number below 10000 and zeroes, the first byte least significant.
+// A comma, the digits of a number below 10000 and zeros, the first byte least significant.
 constexpr std::uint64_t comma_and_digits(std::uint32_t number) {
     const std::uint32_t digits = kDigitPairs.rows[number / 100] |
                                  static_cast<std::uint32_t>(kDigitPairs.rows[number % 100]) << 16U;
@@ -77,7 +77,7 @@ inline void copy_short(char* out, const char* text, std::size_t length) {
 
 // The same over "nolock" for the usual names and lines. This is on the way of every lock: a
 // formatted print would cost several times the mutex, and each call into the C library a fifth of
-// it. The number and its zeroes reach beyond "nolock" even behind an empty name.
+// it. The number and its zeros reach beyond "nolock" even after an empty name.
 inline void write_holder(Holder& out, const char* func, int line) {
     const std::size_t length = std::strlen(func);
     if (length > kUsualSize || line < 0 || line > 9999) [[unlikely]] {
@@ -89,7 +89,7 @@ inline void write_holder(Holder& out, const char* func, int line) {
     std::memcpy(out + length, &rest, sizeof rest);
 }
 
-// The rest behind the usual bytes is all zeroes unless the last of these is not.
+// The rest after the usual bytes is all zeros unless the last of these is not.
 inline void write_free(Holder& out) {
     const bool is_longer = out[kUsualSize - 1] != '\0';
     std::memcpy(out, kFree, kUsualSize);
@@ -115,7 +115,7 @@ inline void obtain(zxlock_ctt& lock, const char* func, int line) {
 
 // 0: a mutex with default attributes has nothing else to say.
 inline int release(zxlock_ctt& lock) {
-    // All before the unlock: behind it the fields are the next holder's.
+    // All before the unlock: after it the fields are the next holder's.
     lock.locked = 0;
     write_free(lock.holder);
     return pthread_mutex_unlock(&lock.mutex);

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "internal/args.hpp"
-#include "internal/log.hpp"
 
 namespace {
 

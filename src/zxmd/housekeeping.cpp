@@ -4,7 +4,6 @@
 #include <initializer_list>
 
 #include "internal/args.hpp"
-#include "internal/log.hpp"
 #include "zxmd.h"
 #include "zxtime.h"
 

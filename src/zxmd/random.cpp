@@ -5,7 +5,6 @@
 #include <ctime>
 
 #include "internal/args.hpp"
-#include "internal/log.hpp"
 
 namespace {
 

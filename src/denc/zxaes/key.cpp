@@ -7,7 +7,6 @@
 #include "denc/zxaes/cipher.hpp"
 #include "denc/zxaes/tables.hpp"
 #include "internal/args.hpp"
-#include "internal/log.hpp"
 #include "zxaes.h"
 
 static_assert(std::endian::native == std::endian::little);

@@ -19,9 +19,6 @@
 
 namespace {
 
-using zx::crc::kModbus;
-using zx::crc::kMpeg2;
-using zx::crc::kXmodem;
 using zx::crc::reflected;
 using zx::crc::remainder_of_power;
 using zx::crc::Variant;
@@ -295,8 +292,8 @@ ZX_TARGET_WIDEST std::uint32_t zx::crc::fold_widest(const std::uint8_t* at, std:
     template std::uint32_t zx::crc::fold_narrow<variant>(const std::uint8_t*, std::size_t); \
     template std::uint32_t zx::crc::fold_wide<variant>(const std::uint8_t*, std::size_t);   \
     template std::uint32_t zx::crc::fold_widest<variant>(const std::uint8_t*, std::size_t);
-ZX_FOLD(kModbus)
-ZX_FOLD(kMpeg2)
-ZX_FOLD(kXmodem)
+ZX_FOLD(zx::crc::kModbus)
+ZX_FOLD(zx::crc::kMpeg2)
+ZX_FOLD(zx::crc::kXmodem)
 
 #endif
