@@ -4,6 +4,7 @@
 
 #include "internal/bytes.hpp"
 #include "zxframe.h"
+#include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/texts.hpp"
 #include "zxnetframe/wire.hpp"
@@ -51,7 +52,7 @@ const char* operation_line(std::uint16_t operation) {
     }
 }
 
-[[gnu::cold, gnu::noinline]] void dump_packet(const arp_view& arp, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void dump_packet(const arp_view& arp, zx::Caller caller) {
     ZX_LOG_AT(caller, info, "==================== ARP Header Info =====================");
     ZX_LOG_AT(caller, info, "%s", hardware_line(arp.hardware_type));
     ZX_LOG_AT(caller, info, "%s",
@@ -67,28 +68,31 @@ const char* operation_line(std::uint16_t operation) {
 
 }  // namespace
 
-extern "C" void zxframe_innerapi_parseArp(ether_ctt* pether_ctt, const uint8_t* parp) {
-    if (!has_all(pether_ctt, Argument{parp, "parp"})) {
-        return;
+void zx::frame::parse_arp(ether_ctt& record, const std::uint8_t* at) {
+    arp_view& arp = record.arp;
+    arp.hardware_type = zx::load_be16(at + arp_at::hardware_type);
+    arp.protocol_type = zx::load_be16(at + arp_at::protocol_type);
+    arp.hardware_len = at[arp_at::hardware_len];
+    arp.protocol_len = at[arp_at::protocol_len];
+    arp.operation = zx::load_be16(at + arp_at::operation);
+    std::memcpy(arp.sender_mac, at + arp_at::sender_mac, sizeof arp.sender_mac);
+    std::memcpy(&arp.sender_ip, at + arp_at::sender_ip, sizeof arp.sender_ip);
+    std::memcpy(arp.target_mac, at + arp_at::target_mac, sizeof arp.target_mac);
+    std::memcpy(&arp.target_ip, at + arp_at::target_ip, sizeof arp.target_ip);
+    if (record.print_flag != 0) [[unlikely]] {
+        dump_packet(arp, "zxframe_innerapi_parseArp");
     }
-    arp_view& arp = pether_ctt->arp;
-    arp.hardware_type = zx::load_be16(parp + arp_at::hardware_type);
-    arp.protocol_type = zx::load_be16(parp + arp_at::protocol_type);
-    arp.hardware_len = parp[arp_at::hardware_len];
-    arp.protocol_len = parp[arp_at::protocol_len];
-    arp.operation = zx::load_be16(parp + arp_at::operation);
-    std::memcpy(arp.sender_mac, parp + arp_at::sender_mac, sizeof arp.sender_mac);
-    std::memcpy(&arp.sender_ip, parp + arp_at::sender_ip, sizeof arp.sender_ip);
-    std::memcpy(arp.target_mac, parp + arp_at::target_mac, sizeof arp.target_mac);
-    std::memcpy(&arp.target_ip, parp + arp_at::target_ip, sizeof arp.target_ip);
-    if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_packet(arp);
+}
+
+extern "C" void zxframe_innerapi_parseArp(ether_ctt* pether_ctt, const uint8_t* parp) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {parp, "parp"})) {
+        parse_arp(*pether_ctt, parp);
     }
 }
 
 extern "C" void zxframe_innerapi_doArp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_all(pether_ctt, Argument{data, "data"})) {
-        zxframe_innerapi_parseArp(pether_ctt, data);
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {data, "data"})) {
+        parse_arp(*pether_ctt, data);
     }
 }
 
@@ -96,11 +100,11 @@ extern "C" int32_t zxframe_api_buildArp(ether_ctt* pether_ctt, const char* str_s
                                         const char* source_ip, const char* target_ip,
                                         uint8_t* outbuf) {
     constexpr char kBroadcast[] = "FF:FF:FF:FF:FF:FF";
-    if (!has_all(pether_ctt, Argument{str_source_mac, "str_source_mac"},
-                 Argument{outbuf, "outbuf"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {str_source_mac, "str_source_mac"},
+                      {outbuf, "outbuf"})) {
         return 0;
     }
-    zxframe_innerapi_buildEthrt(pether_ctt, kBroadcast, str_source_mac, kEtherTypeArp, outbuf);
+    build_ethernet(*pether_ctt, kBroadcast, str_source_mac, kEtherTypeArp, outbuf);
 
     std::uint8_t* const packet = outbuf + ether_at::payload;
     zx::store_be16(packet + arp_at::hardware_type, kHardwareTypes.front().value);
@@ -113,6 +117,6 @@ extern "C" int32_t zxframe_api_buildArp(ether_ctt* pether_ctt, const char* str_s
     // Broadcast here, too, where most stacks put zeros.
     std::memcpy(packet + arp_at::target_mac, pether_ctt->dest_mac, ZXFRAME_MAC_SIZE);
     zx::store_be32(packet + arp_at::target_ip, address_to_send(target_ip));
-    zxframe_innerapi_parseArp(pether_ctt, packet);
+    parse_arp(*pether_ctt, packet);
     return static_cast<int32_t>(ether_at::payload + arp_at::end);
 }

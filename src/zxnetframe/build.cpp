@@ -1,12 +1,14 @@
-// Whole TCP and UDP frames, and their checksums.
-#include <algorithm>
+// Whole TCP and UDP frames.
+#include <arpa/inet.h>
+
 #include <cstring>
 #include <utility>
 
 #include "internal/bytes.hpp"
 #include "zxframe.h"
+#include "zxnet.h"
+#include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
-#include "zxnetframe/texts.hpp"
 #include "zxnetframe/wire.hpp"
 #include "zxnetframe/write.hpp"
 
@@ -16,18 +18,9 @@ namespace {
 
 constexpr std::uint16_t kIdStep = 300;
 constexpr std::uint16_t kWindow = 65535;
-constexpr std::uint16_t kNoChecksum = 65535;
 constexpr std::uint32_t kMaxPacket = 65535;
 constexpr std::size_t kIpv4Size = kIpv4Words * kWord;
 constexpr std::size_t kTcpSize = kTcpWords * kWord;
-
-const char* missing_text(const zxbuildtcp_ctt& request) {
-    return request.str_dest_mac == nullptr     ? "str_dest_mac"
-           : request.str_source_mac == nullptr ? "str_source_mac"
-           : request.source_ip == nullptr      ? "source_ip"
-           : request.dest_ip == nullptr        ? "dest_ip"
-                                               : nullptr;
-}
 
 bool ends(const char (&text)[ZXFRAME_NAME_SIZE]) {
     return std::memchr(text, '\0', sizeof text) != nullptr;
@@ -39,11 +32,6 @@ const char* endless_text(const ether_pkt& request) {
            : !ends(request.source_ip)      ? "source_ip"
            : !ends(request.dest_ip)        ? "dest_ip"
                                            : nullptr;
-}
-
-// Sums that exceed the record's storage would sum what lies behind it.
-std::uint16_t payload_size(const ether_ctt& record) {
-    return std::min<std::uint16_t>(record.data_len, ZXFRAME_DATA_SIZE);
 }
 
 // What every segment has that the record's owner sends without a request.
@@ -79,33 +67,35 @@ void write_segment(const ether_ctt& record, std::uint8_t* out) {
     write_tcp(record.tcp, tcp);
     tcp[tcp_at::flags] = static_cast<std::uint8_t>(
         tcp[tcp_at::flags] | record.tcp.reserved_flags << tcp_at::reserved_shift);
-    zx::store_be16(tcp + tcp_at::check, zxframe_api_tcpChecksum(&record, tcp));
+    zx::store_be16(tcp + tcp_at::check, tcp_checksum(record, tcp));
 }
 
 }  // namespace
 
 extern "C" int32_t zxframe_api_buildTcp(ether_ctt* pether_ctt, const zxbuildtcp_ctt* pether_pkt,
                                         uint8_t* outbuf) {
-    if (!has_all(pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {pether_pkt, "pether_pkt"}, {outbuf, "outbuf"})) {
         return -1;
     }
-    if (const char* const missing = outbuf == nullptr ? "outbuf" : missing_text(*pether_pkt)) {
-        ZX_LOG_PARAM(missing);
+    const zxbuildtcp_ctt& request = *pether_pkt;
+    if (!ZX_ARE_GIVEN({request.str_dest_mac, "str_dest_mac"},
+                      {request.str_source_mac, "str_source_mac"}, {request.source_ip, "source_ip"},
+                      {request.dest_ip, "dest_ip"})) {
         return -1;
     }
-    zxframe_innerapi_buildEthrt(pether_ctt, pether_pkt->str_dest_mac, pether_pkt->str_source_mac,
-                                kEtherTypeIpv4, outbuf);
-    zxframe_innerapi_buildIpv4(pether_ctt, kProtocolTcp, pether_pkt->source_ip, pether_pkt->dest_ip,
-                               pether_pkt->option_len, outbuf + ether_at::payload);
-    const std::size_t offset = ether_at::payload + kWord * pether_ctt->ipv4.header_len;
-    zxframe_innerapi_buildTcpPayload(pether_ctt, pether_pkt, outbuf + offset);
-    return static_cast<int32_t>(offset + kWord * pether_ctt->tcp.doff + pether_ctt->data_len);
+    ether_ctt& record = *pether_ctt;
+    build_ethernet(record, request.str_dest_mac, request.str_source_mac, kEtherTypeIpv4, outbuf);
+    build_ipv4(record, kProtocolTcp, request.source_ip, request.dest_ip, request.option_len,
+               outbuf + ether_at::payload);
+    const std::size_t offset = ether_at::payload + kWord * record.ipv4.header_len;
+    build_tcp(record, request, outbuf + offset);
+    return static_cast<int32_t>(offset + kWord * record.tcp.doff + record.data_len);
 }
 
 extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
                                          uint32_t payload_len) {
-    if (frame == nullptr || (payload == nullptr && payload_len != 0)) {
-        ZX_LOG_PARAM(frame == nullptr ? "frame" : "payload");
+    if (!ZX_ARE_GIVEN({frame, "frame"}) ||
+        (payload_len != 0 && !ZX_ARE_GIVEN({payload, "payload"}))) {
         return -1;
     }
     std::uint8_t* const ip = frame + ether_at::payload;
@@ -141,27 +131,27 @@ extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
 
 extern "C" int32_t zxframe_api_buildUdp(ether_ctt* pether_ctt, const ether_pkt* pether_pkt,
                                         uint8_t* outbuf) {
-    if (!has_all(pether_ctt, Argument{pether_pkt, "pether_pkt"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {pether_pkt, "pether_pkt"}, {outbuf, "outbuf"})) {
         return -1;
     }
-    if (const char* const bad = outbuf == nullptr ? "outbuf" : endless_text(*pether_pkt)) {
-        ZX_LOG_PARAM(bad);
+    const ether_pkt& request = *pether_pkt;
+    if (const char* const endless = endless_text(request)) {
+        ZX_LOG_PARAM(endless);
         return -1;
     }
-    zxframe_innerapi_buildEthrt(pether_ctt, pether_pkt->str_dest_mac, pether_pkt->str_source_mac,
-                                kEtherTypeIpv4, outbuf);
-    zxframe_innerapi_buildIpv4(pether_ctt, kProtocolUdp, pether_pkt->source_ip, pether_pkt->dest_ip,
-                               0, outbuf + ether_at::payload);
-    const std::size_t offset = ether_at::payload + kWord * pether_ctt->ipv4.header_len;
-    zxframe_innerapi_buildUdpPayload(pether_ctt, pether_pkt, outbuf + offset);
+    ether_ctt& record = *pether_ctt;
+    build_ethernet(record, request.str_dest_mac, request.str_source_mac, kEtherTypeIpv4, outbuf);
+    build_ipv4(record, kProtocolUdp, request.source_ip, request.dest_ip, 0,
+               outbuf + ether_at::payload);
+    const std::size_t offset = ether_at::payload + kWord * record.ipv4.header_len;
+    build_udp(record, request, outbuf + offset);
     // The length of the UDP header, and what a TCP frame in this record had in its place.
     constexpr std::uint32_t kUdpWords = 2;
-    return static_cast<int32_t>(offset + (pether_ctt->tcp.doff + kUdpWords) * kWord +
-                                pether_ctt->data_len);
+    return static_cast<int32_t>(offset + (record.tcp.doff + kUdpWords) * kWord + record.data_len);
 }
 
 extern "C" int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbuf) {
-    if (!has_all(pether_ctt, Argument{outbuf, "pether_pkt"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {outbuf, "pether_pkt"})) {
         return -1;
     }
     const std::uint16_t received = std::exchange(pether_ctt->data_len, std::uint16_t{0});
@@ -179,44 +169,10 @@ extern "C" int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbu
 }
 
 extern "C" int32_t zxframe_api_buildTcpData(ether_ctt* pether_ctt, uint8_t* outbuf) {
-    if (!has_all(pether_ctt, Argument{outbuf, "pether_pkt"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {outbuf, "pether_pkt"})) {
         return -1;
     }
     prepare_segment(*pether_ctt);
     write_segment(*pether_ctt, outbuf);
     return static_cast<int32_t>(ether_at::payload + kIpv4Size + kTcpSize + pether_ctt->data_len);
-}
-
-extern "C" uint16_t zxframe_api_tcpChecksum(const ether_ctt* pether_ctt, const uint8_t* tcph) {
-    if (pether_ctt == nullptr || tcph == nullptr) {
-        return kNoChecksum;
-    }
-    const ipv4_view& ip = pether_ctt->ipv4;
-    return zxnet_api_checksum_ptc(tcph, ip.saddr, ip.daddr, ip.protocol,
-                                  static_cast<std::uint8_t>(kWord * pether_ctt->tcp.doff),
-                                  pether_ctt->data, payload_size(*pether_ctt));
-}
-
-extern "C" uint16_t zxframe_api_udpChecksum(const ether_ctt* pether_ctt, const uint8_t* udph) {
-    if (pether_ctt == nullptr || udph == nullptr) {
-        return kNoChecksum;
-    }
-    const ipv4_view& ip = pether_ctt->ipv4;
-    const udp_view& udp = pether_ctt->udp;
-    const std::uint16_t size = payload_size(*pether_ctt);
-    std::uint8_t header[udp_at::payload];
-    zx::store_be16(header + udp_at::source, udp.source);
-    zx::store_be16(header + udp_at::dest, udp.dest);
-    zx::store_be16(header + udp_at::len, udp.len);
-    zx::store_be16(header + udp_at::check, udp.check);
-    const std::uint16_t checksum =
-        zxnet_api_checksum_ptc(header, ntohl(ip.saddr), ntohl(ip.daddr), ip.protocol, sizeof header,
-                               pether_ctt->data, size);
-    if (size % 2 == 0) {
-        return checksum;
-    }
-    // The byte behind the payload completes its last word.
-    const std::uint32_t sum = std::uint32_t{static_cast<std::uint16_t>(~checksum)} +
-                              std::uint32_t{pether_ctt->data[size]};
-    return static_cast<std::uint16_t>(~((sum >> 16U) + (sum & 0xFFFFU)));
 }

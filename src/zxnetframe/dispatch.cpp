@@ -2,6 +2,7 @@
 #include <cstddef>
 
 #include "zxframe.h"
+#include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/names.hpp"
 #include "zxnetframe/wire.hpp"
@@ -34,17 +35,17 @@ namespace {
 }  // namespace
 
 extern "C" int32_t zxframe_api_doFrame(ether_ctt* pether_ctt, const uint8_t* frame_buf) {
-    if (!has_all(pether_ctt, Argument{frame_buf, "frame_buf"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {frame_buf, "frame_buf"})) {
         return -1;
     }
-    zxframe_innerapi_parseEthrt(pether_ctt, frame_buf);
+    parse_ethernet(*pether_ctt, frame_buf);
     const std::uint8_t* const network = frame_buf + ether_at::payload;
     switch (pether_ctt->ether_type) {
         case kEtherTypeIpv4:
-            zxframe_innerapi_doIpv4(pether_ctt, network);
+            parse_ipv4_packet(*pether_ctt, network);
             break;
         case kEtherTypeArp:
-            zxframe_innerapi_doArp(pether_ctt, network);
+            parse_arp(*pether_ctt, network);
             break;
         case kEtherTypeIpv6:
             break;

@@ -1,6 +1,7 @@
 // The Ethernet header.
 #include "internal/bytes.hpp"
 #include "zxframe.h"
+#include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/names.hpp"
 #include "zxnetframe/texts.hpp"
@@ -11,14 +12,14 @@ using namespace zx::frame;
 
 namespace {
 
-[[gnu::cold, gnu::noinline]] void dump_header(const ether_ctt& record, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void dump_header(const ether_ctt& record, zx::Caller caller) {
     ZX_LOG_AT(caller, notice, "============  FRAME  ============");
     ZX_LOG_AT(caller, info, "============  ether header info  ============");
     ZX_LOG_AT(caller, info, "Destination:%s", record.str_dest_mac);
     ZX_LOG_AT(caller, info, "Source:%s", record.str_source_mac);
 }
 
-[[gnu::cold, gnu::noinline]] void dump_type(std::uint16_t ether_type, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void dump_type(std::uint16_t ether_type, zx::Caller caller) {
     constexpr std::uint16_t kFirstTest = 0x0101;
     constexpr std::uint16_t kLastTest = 0x01FF;
     if (ether_type >= kFirstTest && ether_type <= kLastTest) {
@@ -32,9 +33,12 @@ namespace {
     }
 }
 
-// The name, where there is one, and at least eight bytes of it.
-void store_name(std::uint16_t ether_type, char* out) {
+// Stores the name, where there is one, and at least eight bytes of it.
+void name_type(std::int8_t print_flag, std::uint16_t ether_type, char* out) {
     constexpr std::size_t kCleared = 8;
+    if (print_flag != 0) [[unlikely]] {
+        dump_type(ether_type, "zxframe_innerapi_printEthrtType");
+    }
     if (ether_type <= kMaxLength8023) {
         return;
     }
@@ -49,44 +53,45 @@ void store_name(std::uint16_t ether_type, char* out) {
 
 }  // namespace
 
+void zx::frame::parse_ethernet(ether_ctt& record, const std::uint8_t* at) {
+    print_mac(at + ether_at::dest, record.str_dest_mac);
+    print_mac(at + ether_at::source, record.str_source_mac);
+    std::memcpy(record.dest_mac, at + ether_at::dest, sizeof record.dest_mac);
+    std::memcpy(record.source_mac, at + ether_at::source, sizeof record.source_mac);
+    record.ether_type = zx::load_be16(at + ether_at::type);
+    if (record.print_flag != 0) [[unlikely]] {
+        dump_header(record, "zxframe_innerapi_parseEthrt");
+    }
+    name_type(record.print_flag, record.ether_type, record.ether_type_name);
+}
+
+void zx::frame::build_ethernet(ether_ctt& record, const char* dest_mac, const char* source_mac,
+                               std::uint16_t ether_type, std::uint8_t* out) {
+    zxnet_api_macStr2Byte(dest_mac, record.dest_mac);
+    zxnet_api_macStr2Byte(source_mac, record.source_mac);
+    record.ether_type = ether_type;
+    write_ethernet(record, out);
+    parse_ethernet(record, out);
+}
+
 extern "C" void zxframe_innerapi_parseEthrt(ether_ctt* pether_ctt, const uint8_t* peth) {
-    if (!has_all(pether_ctt, Argument{peth, "peth"})) {
-        return;
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {peth, "peth"})) {
+        parse_ethernet(*pether_ctt, peth);
     }
-    print_mac(peth + ether_at::dest, pether_ctt->str_dest_mac);
-    print_mac(peth + ether_at::source, pether_ctt->str_source_mac);
-    std::memcpy(pether_ctt->dest_mac, peth + ether_at::dest, sizeof pether_ctt->dest_mac);
-    std::memcpy(pether_ctt->source_mac, peth + ether_at::source, sizeof pether_ctt->source_mac);
-    pether_ctt->ether_type = zx::load_be16(peth + ether_at::type);
-    if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_header(*pether_ctt);
-    }
-    zxframe_innerapi_printEthrtType(pether_ctt->print_flag, pether_ctt->ether_type,
-                                    pether_ctt->ether_type_name);
 }
 
 extern "C" void zxframe_innerapi_printEthrtType(int8_t print_flag, uint16_t ether_type,
                                                 char* ether_type_name) {
-    if (ether_type_name == nullptr) {
-        ZX_LOG_PARAM("ether_type_name");
-        return;
+    if (ZX_ARE_GIVEN({ether_type_name, "ether_type_name"})) {
+        name_type(print_flag, ether_type, ether_type_name);
     }
-    if (print_flag != 0) [[unlikely]] {
-        dump_type(ether_type);
-    }
-    store_name(ether_type, ether_type_name);
 }
 
 extern "C" void zxframe_innerapi_buildEthrt(ether_ctt* pether_ctt, const char* str_dest_mac,
                                             const char* str_source_mac, uint16_t ether_type,
                                             uint8_t* outbuf) {
-    if (!has_all(pether_ctt, Argument{str_source_mac, "str_source_mac"},
-                 Argument{outbuf, "outbuf"})) {
-        return;
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {str_source_mac, "str_source_mac"},
+                     {outbuf, "outbuf"})) {
+        build_ethernet(*pether_ctt, str_dest_mac, str_source_mac, ether_type, outbuf);
     }
-    zxnet_api_macStr2Byte(str_dest_mac, pether_ctt->dest_mac);
-    zxnet_api_macStr2Byte(str_source_mac, pether_ctt->source_mac);
-    pether_ctt->ether_type = ether_type;
-    write_ethernet(*pether_ctt, outbuf);
-    zxframe_innerapi_parseEthrt(pether_ctt, outbuf);
 }

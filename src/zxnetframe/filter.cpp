@@ -75,12 +75,36 @@ bool matches_ports(const frame_filter_ctt& filter, const ether_ctt& frame) {
            (filter.has_dest_port == 0 || dest == filter.dest_port);
 }
 
+bool passes_macs(const frame_filter_ctt& filter) {
+    const char* const source = filter.frame.str_source_mac;
+    const char* const dest = filter.frame.str_dest_mac;
+    if (filter.has_mac != 0) {
+        return names(filter.mac, source) || names(filter.mac, dest);
+    }
+    return (filter.has_source_mac == 0 || names(filter.source_mac, source)) &&
+           (filter.has_dest_mac == 0 || names(filter.dest_mac, dest));
+}
+
+bool passes_ipv4(const frame_filter_ctt& filter) {
+    const ether_ctt& frame = filter.frame;
+    if (frame.ether_type != kEtherTypeIpv4) {
+        return false;
+    }
+    if (filter.has_protocol != 0 && frame.ipv4.protocol != filter.protocol_number) {
+        return false;
+    }
+    if (!matches_addresses(filter, frame.ipv4)) {
+        return false;
+    }
+    return (filter.has_port | filter.has_source_port | filter.has_dest_port) == 0 ||
+           matches_ports(filter, frame);
+}
+
 }  // namespace
 
-extern "C" int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_buf,
+extern "C" int32_t zxframe_api_filterFrame(void* /*context*/, const uint8_t* frame_buf,
                                            frame_filter_ctt* filter) {
-    if (filter == nullptr) {
-        ZX_LOG_PARAM("filter");
+    if (!ZX_ARE_GIVEN({filter, "filter"})) {
         return 0;
     }
     if (filter->initialized == 0) {
@@ -90,11 +114,11 @@ extern "C" int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_b
         return 1;
     }
     filter->frame.print_flag = 0;
-    if (zxframe_api_doFrame(&filter->frame, frame_buf) != 0) {
+    if (zxframe_api_doFrame(&filter->frame, frame_buf) != 0) {  // it looks for the frame
         return 0;
     }
     if ((filter->has_mac | filter->has_source_mac | filter->has_dest_mac) != 0 &&
-        zxframe_innerapi_filterFrameByMac(context, filter) == 0) {
+        !passes_macs(*filter)) {
         return 0;
     }
     // Ports alone are not looked at.
@@ -102,44 +126,15 @@ extern "C" int32_t zxframe_api_filterFrame(void* context, const uint8_t* frame_b
         0) {
         return 1;
     }
-    return zxframe_innerapi_filterFrameByIp(context, filter);
+    return passes_ipv4(*filter) ? 1 : 0;
 }
 
 extern "C" int32_t zxframe_innerapi_filterFrameByMac(void* /*context*/,
                                                      const frame_filter_ctt* filter) {
-    if (filter == nullptr) {
-        ZX_LOG_PARAM("filter");
-        return 0;
-    }
-    const char* const source = filter->frame.str_source_mac;
-    const char* const dest = filter->frame.str_dest_mac;
-    if (filter->has_mac != 0) {
-        return names(filter->mac, source) || names(filter->mac, dest) ? 1 : 0;
-    }
-    return (filter->has_source_mac == 0 || names(filter->source_mac, source)) &&
-                   (filter->has_dest_mac == 0 || names(filter->dest_mac, dest))
-               ? 1
-               : 0;
+    return ZX_ARE_GIVEN({filter, "filter"}) && passes_macs(*filter) ? 1 : 0;
 }
 
 extern "C" int32_t zxframe_innerapi_filterFrameByIp(void* /*context*/,
                                                     const frame_filter_ctt* filter) {
-    if (filter == nullptr) {
-        ZX_LOG_PARAM("filter");
-        return 0;
-    }
-    const ether_ctt& frame = filter->frame;
-    if (frame.ether_type != kEtherTypeIpv4) {
-        return 0;
-    }
-    if (filter->has_protocol != 0 && frame.ipv4.protocol != filter->protocol_number) {
-        return 0;
-    }
-    if (!matches_addresses(*filter, frame.ipv4)) {
-        return 0;
-    }
-    if ((filter->has_port | filter->has_source_port | filter->has_dest_port) == 0) {
-        return 1;
-    }
-    return matches_ports(*filter, frame) ? 1 : 0;
+    return ZX_ARE_GIVEN({filter, "filter"}) && passes_ipv4(*filter) ? 1 : 0;
 }

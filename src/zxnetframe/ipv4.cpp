@@ -1,6 +1,7 @@
 // The IPv4 header, and what follows it.
 #include "internal/bytes.hpp"
 #include "zxframe.h"
+#include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/names.hpp"
 #include "zxnetframe/texts.hpp"
@@ -18,7 +19,7 @@ constexpr std::uint8_t kTtl = 64;
 constexpr std::uint8_t kTtlIgmp = 1;
 
 [[gnu::cold, gnu::noinline]] void dump_header(const ipv4_view& ip, std::uint16_t fragment,
-                                              zx::Caller caller = {}) {
+                                              zx::Caller caller) {
     const unsigned words = ip.header_len;
     ZX_LOG_AT(caller, info, "=============== IP header info===============");
     ZX_LOG_AT(caller, info, "Version :%d", static_cast<int>(ip.version));
@@ -39,7 +40,7 @@ constexpr std::uint8_t kTtlIgmp = 1;
     ZX_LOG_AT(caller, info, "Destination: %s", AddressText(ip.daddr).text);
 }
 
-[[gnu::cold, gnu::noinline]] void dump_unsupported(std::uint8_t protocol, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void dump_unsupported(std::uint8_t protocol, zx::Caller caller) {
     if (protocol != 0 && !kIpProtocols[protocol].empty()) {
         ZX_LOG_AT(caller, info, "%s,no support parse", kIpProtocols[protocol].text);
     } else {
@@ -89,82 +90,95 @@ void write_router_alert(const ipv4_view& ip, std::uint8_t* option) {
     zx::store_be16(option + 2, ip.router_alert);
 }
 
-}  // namespace
+[[gnu::cold, gnu::noinline]] void dump_router_alert(const ipv4_view& ip, zx::Caller caller) {
+    ZX_LOG_AT(caller, info, "router_alert_type: %u", ip.router_alert_type);
+    ZX_LOG_AT(caller, info, "router_alert_len: %u", ip.router_alert_len);
+    ZX_LOG_AT(caller, info, "router_alert: %u", ip.router_alert);
+}
 
-extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t* iph) {
-    if (!has_all(pether_ctt, Argument{iph, "iph"})) {
-        return;
-    }
-    ipv4_view& ip = pether_ctt->ipv4;
-    const std::uint16_t fragment = zx::load_be16(iph + ipv4_at::fragment);
-    const std::uint8_t first = iph[ipv4_at::version];
+void parse_header(ether_ctt& record, const std::uint8_t* at) {
+    ipv4_view& ip = record.ipv4;
+    const std::uint16_t fragment = zx::load_be16(at + ipv4_at::fragment);
+    const std::uint8_t first = at[ipv4_at::version];
     ip.version = first >> 4U & kNibble;
     ip.header_len = first & kNibble;
-    ip.tos = iph[ipv4_at::tos];
-    ip.total_len = zx::load_be16(iph + ipv4_at::total_len);
-    ip.id = zx::load_be16(iph + ipv4_at::id);
+    ip.tos = at[ipv4_at::tos];
+    ip.total_len = zx::load_be16(at + ipv4_at::total_len);
+    ip.id = zx::load_be16(at + ipv4_at::id);
     ip.frag_off = fragment & kFragmentOffsetMask;
-    ip.ttl = iph[ipv4_at::ttl];
-    ip.protocol = iph[ipv4_at::protocol];
-    ip.check = zx::load_be16(iph + ipv4_at::check);
-    std::memcpy(&ip.saddr, iph + ipv4_at::saddr, sizeof ip.saddr);
-    std::memcpy(&ip.daddr, iph + ipv4_at::daddr, sizeof ip.daddr);
+    ip.ttl = at[ipv4_at::ttl];
+    ip.protocol = at[ipv4_at::protocol];
+    ip.check = zx::load_be16(at + ipv4_at::check);
+    std::memcpy(&ip.saddr, at + ipv4_at::saddr, sizeof ip.saddr);
+    std::memcpy(&ip.daddr, at + ipv4_at::daddr, sizeof ip.daddr);
     name_protocol(ip);
-    if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_header(ip, fragment);
+    if (record.print_flag != 0) [[unlikely]] {
+        dump_header(ip, fragment, "zxframe_innerapi_parseIpv4");
     }
 }
 
-extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (!has_all(pether_ctt, Argument{data, "data"})) {
-        return;
-    }
-    zxframe_innerapi_parseIpv4(pether_ctt, data);
-    const std::uint8_t* const transport = data + kWord * (data[ipv4_at::version] & kNibble);
-    const std::uint8_t protocol = data[ipv4_at::protocol];
+}  // namespace
+
+void zx::frame::parse_ipv4_packet(ether_ctt& record, const std::uint8_t* at) {
+    parse_header(record, at);
+    const std::uint8_t* const transport = at + kWord * (at[ipv4_at::version] & kNibble);
+    const std::uint8_t protocol = at[ipv4_at::protocol];
     if (protocol == kProtocolTcp) {
-        zxframe_innerapi_doTcp(pether_ctt, transport);
+        parse_tcp(record, transport, true);
     } else if (protocol == kProtocolUdp) {
-        zxframe_innerapi_doUdp(pether_ctt, transport);
-    } else if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_unsupported(protocol);
+        parse_udp(record, transport);
+    } else if (record.print_flag != 0) [[unlikely]] {
+        dump_unsupported(protocol, "zxframe_innerapi_doIpv4");
     }
 }
 
-extern "C" void zxframe_innerapi_doIpv6(ether_ctt* pether_ctt, const uint8_t* data) {
-    static_cast<void>(has_all(pether_ctt, Argument{data, "data"}));
-}
-
-extern "C" void zxframe_innerapi_buildIpv4(ether_ctt* pether_ctt, uint8_t protocol,
-                                           const char* source_ip, const char* dest_ip,
-                                           uint32_t transport_len, uint8_t* outbuf) {
-    if (!has_all(pether_ctt, Argument{source_ip, "source_ip"}, Argument{dest_ip, "dest_ip"},
-                 Argument{outbuf, "outbuf"})) {
-        return;
-    }
-    ipv4_view& ip = pether_ctt->ipv4;
+void zx::frame::build_ipv4(ether_ctt& record, std::uint8_t protocol, const char* source_ip,
+                           const char* dest_ip, std::uint32_t transport_len, std::uint8_t* out) {
+    ipv4_view& ip = record.ipv4;
     ip.version = 4;
     set_protocol_fields(ip, protocol);
     const auto header_size = static_cast<std::uint32_t>(kWord * ip.header_len);
     const std::uint32_t counted = protocol == kProtocolUdp ? udp_at::payload : transport_len;
     ip.tos = 0;
-    ip.total_len = static_cast<std::uint16_t>(header_size + counted + pether_ctt->data_len);
+    ip.total_len = static_cast<std::uint16_t>(header_size + counted + record.data_len);
     ip.id = static_cast<std::uint16_t>(ip.id + kIdStep);
     ip.check = 0;
     ip.protocol = protocol;
     ip.saddr = address_to_send(source_ip);
     ip.daddr = address_to_send(dest_ip);
 
-    write_ipv4(ip, outbuf);
+    write_ipv4(ip, out);
     if (protocol == kProtocolIgmp) {
-        write_router_alert(ip, outbuf + ipv4_at::router_alert);
+        write_router_alert(ip, out + ipv4_at::router_alert);
     }
-    zx::store_be16(outbuf + ipv4_at::check, zxnet_api_checksum(outbuf, header_size));
-    zxframe_innerapi_parseIpv4(pether_ctt, outbuf);
-    if (protocol == kProtocolIgmp) {
-        const std::uint8_t* const option = outbuf + ipv4_at::router_alert;
-        ZX_DUMP(pether_ctt->print_flag, "router_alert_type: %u", option[0]);
-        ZX_DUMP(pether_ctt->print_flag, "router_alert_len: %u", option[1]);
-        ZX_DUMP(pether_ctt->print_flag, "router_alert: %u", ip.router_alert);
+    zx::store_be16(out + ipv4_at::check, zxnet_api_checksum(out, header_size));
+    parse_header(record, out);
+    if (protocol == kProtocolIgmp && record.print_flag != 0) {
+        dump_router_alert(ip, "zxframe_innerapi_buildIpv4");
+    }
+}
+
+extern "C" void zxframe_innerapi_parseIpv4(ether_ctt* pether_ctt, const uint8_t* iph) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {iph, "iph"})) {
+        parse_header(*pether_ctt, iph);
+    }
+}
+
+extern "C" void zxframe_innerapi_doIpv4(ether_ctt* pether_ctt, const uint8_t* data) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {data, "data"})) {
+        parse_ipv4_packet(*pether_ctt, data);
+    }
+}
+
+extern "C" void zxframe_innerapi_doIpv6(ether_ctt* pether_ctt, const uint8_t* data) {
+    static_cast<void>(ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {data, "data"}));
+}
+
+extern "C" void zxframe_innerapi_buildIpv4(ether_ctt* pether_ctt, uint8_t protocol,
+                                           const char* source_ip, const char* dest_ip,
+                                           uint32_t transport_len, uint8_t* outbuf) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {source_ip, "source_ip"}, {dest_ip, "dest_ip"},
+                     {outbuf, "outbuf"})) {
+        build_ipv4(*pether_ctt, protocol, source_ip, dest_ip, transport_len, outbuf);
     }
 }

@@ -20,7 +20,7 @@ bool is_address(std::uint32_t address, const char* text) {
 }  // namespace
 
 extern "C" int32_t zxframe_api_is_ipArp(const ether_ctt* pether_ctt) {
-    if (!has_all(pether_ctt)) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"})) {
         return 0;
     }
     return pether_ctt->ether_type == kEtherTypeIpv4 || pether_ctt->ether_type == kEtherTypeArp ? 1
@@ -29,7 +29,7 @@ extern "C" int32_t zxframe_api_is_ipArp(const ether_ctt* pether_ctt) {
 
 extern "C" int32_t zxframe_api_is_IparpOrIpaddr(const ether_ctt* pether_ctt, const char* source_ip,
                                                 const char* dest_ip) {
-    if (!has_all(pether_ctt)) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"})) {
         return 0;
     }
     std::uint32_t source = 0;
@@ -47,7 +47,7 @@ extern "C" int32_t zxframe_api_is_IparpOrIpaddr(const ether_ctt* pether_ctt, con
 }
 
 extern "C" int32_t zxframe_api_isTcp(const ether_ctt* pether_ctt) {
-    if (!has_all(pether_ctt)) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"})) {
         return 0;
     }
     return is_tcp(*pether_ctt) ? 1 : 0;
@@ -55,7 +55,7 @@ extern "C" int32_t zxframe_api_isTcp(const ether_ctt* pether_ctt) {
 
 extern "C" int32_t zxframe_api_isTcp_dTos_ack(const ether_ctt* pether_ctt,
                                               const char* filter_destip) {
-    if (!has_all(pether_ctt, Argument{filter_destip, "filter_destip"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {filter_destip, "filter_destip"})) {
         return 0;
     }
     const tcp_view& tcp = pether_ctt->tcp;
@@ -68,7 +68,7 @@ extern "C" int32_t zxframe_api_isTcp_dTos_ack(const ether_ctt* pether_ctt,
 
 extern "C" int32_t zxframe_api_isTcp_dTos_close(const ether_ctt* pether_ctt,
                                                 const char* filter_destip) {
-    if (!has_all(pether_ctt, Argument{filter_destip, "filter_destip"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {filter_destip, "filter_destip"})) {
         return 0;
     }
     const tcp_view& tcp = pether_ctt->tcp;
@@ -80,7 +80,7 @@ extern "C" int32_t zxframe_api_isTcp_dTos_close(const ether_ctt* pether_ctt,
 
 extern "C" int32_t zxframe_api_isTcp_sTod_data(const ether_ctt* pether_ctt,
                                                const char* filter_srcip) {
-    if (!has_all(pether_ctt, Argument{filter_srcip, "filter_srcip"})) {
+    if (!ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {filter_srcip, "filter_srcip"})) {
         return 0;
     }
     return is_tcp(*pether_ctt) && is_address(pether_ctt->ipv4.saddr, filter_srcip) &&

@@ -1,6 +1,7 @@
 // The TCP header.
 #include "internal/bytes.hpp"
 #include "zxframe.h"
+#include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/tcp_options.hpp"
 #include "zxnetframe/wire.hpp"
@@ -11,8 +12,9 @@ using namespace zx::frame;
 namespace {
 
 constexpr std::uint16_t kWindow = 64240;
+constexpr char kParse[] = "zxframe_innerapi_parseTcp";
 
-[[gnu::cold, gnu::noinline]] void dump_header(const tcp_view& tcp, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void dump_header(const tcp_view& tcp, zx::Caller caller) {
     ZX_LOG_AT(caller, info, "==================== TCP Header Info =====================");
     ZX_LOG_AT(caller, info, "Source Port: %d", tcp.source);
     ZX_LOG_AT(caller, info, "Destination port:%d", tcp.dest);
@@ -31,16 +33,20 @@ constexpr std::uint16_t kWindow = 64240;
     ZX_LOG_AT(caller, info, "Urgent pointer: %d", tcp.urg_ptr);
 }
 
-[[gnu::cold, gnu::noinline]] void dump_sizes(const ether_ctt& record, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void dump_sizes(const ether_ctt& record, zx::Caller caller) {
     const ipv4_view& ip = record.ipv4;
     ZX_LOG_AT(caller, info, "total_len len,ip_header_len,tcp_header_len: %d,%d,%d", ip.total_len,
               static_cast<int>(ip.header_len), static_cast<int>(record.tcp.doff));
     ZX_LOG_AT(caller, info, "data len: %d", record.data_len);
 }
 
-[[gnu::cold, gnu::noinline]] void report_short(std::uint32_t size, zx::Caller caller = {}) {
+[[gnu::cold, gnu::noinline]] void report_short(std::uint32_t size, zx::Caller caller) {
     ZX_LOG_AT(caller, error, "Header Length(%d) is less than 20,maybe error",
               static_cast<int>(size));
+}
+
+[[gnu::cold, gnu::noinline]] void dump_built_length(std::uint32_t words, zx::Caller caller) {
+    ZX_LOG_AT(caller, info, "-----ptcpheader_ctt->header_len:%d", static_cast<int>(words));
 }
 
 // All in a row: they share a word of the record, which is then written once.
@@ -56,58 +62,36 @@ void store_offset_and_flags(tcp_view& tcp, std::uint8_t offset, std::uint8_t fla
 
 }  // namespace
 
-extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* tcph,
-                                          const uint8_t* opt_source) {
-    if (!has_all(pether_ctt, Argument{tcph, "iph"})) {
-        return;
-    }
-    tcp_view& tcp = pether_ctt->tcp;
-    tcp.source = zx::load_be16(tcph + tcp_at::source);
-    tcp.dest = zx::load_be16(tcph + tcp_at::dest);
-    tcp.seq = zx::load_be32(tcph + tcp_at::seq);
-    tcp.ack_seq = zx::load_be32(tcph + tcp_at::ack_seq);
-    store_offset_and_flags(tcp, tcph[tcp_at::offset], tcph[tcp_at::flags]);
-    tcp.window = zx::load_be16(tcph + tcp_at::window);
-    tcp.check = zx::load_be16(tcph + tcp_at::check);
-    tcp.urg_ptr = zx::load_be16(tcph + tcp_at::urg_ptr);
-    if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_header(tcp);
+void zx::frame::parse_tcp(ether_ctt& record, const std::uint8_t* at, bool with_options) {
+    tcp_view& tcp = record.tcp;
+    tcp.source = zx::load_be16(at + tcp_at::source);
+    tcp.dest = zx::load_be16(at + tcp_at::dest);
+    tcp.seq = zx::load_be32(at + tcp_at::seq);
+    tcp.ack_seq = zx::load_be32(at + tcp_at::ack_seq);
+    store_offset_and_flags(tcp, at[tcp_at::offset], at[tcp_at::flags]);
+    tcp.window = zx::load_be16(at + tcp_at::window);
+    tcp.check = zx::load_be16(at + tcp_at::check);
+    tcp.urg_ptr = zx::load_be16(at + tcp_at::urg_ptr);
+    if (record.print_flag != 0) [[unlikely]] {
+        dump_header(tcp, kParse);
     }
 
-    if (tcp.doff > kTcpWords && opt_source != nullptr) {
-        if (pether_ctt->print_flag != 0) [[unlikely]] {
-            zxframe_innerapi_parseTcpOpt(pether_ctt, tcph, opt_source);
-        } else {
-            const auto size = static_cast<int>((tcp.doff - kTcpWords) * kWord);
-            take_options(tcp, tcph + tcp_at::options, size);
-        }
+    if (tcp.doff > kTcpWords && with_options) {
+        parse_options(record, at);
     } else if (tcp.doff < kTcpWords) {
-        report_short(kWord * tcp.doff);
+        report_short(kWord * tcp.doff, kParse);
     }
 
-    const ipv4_view& ip = pether_ctt->ipv4;
-    pether_ctt->data_len =
+    const ipv4_view& ip = record.ipv4;
+    record.data_len =
         static_cast<std::uint16_t>(ip.total_len - kWord * ip.header_len - kWord * tcp.doff);
-    if (pether_ctt->print_flag != 0) [[unlikely]] {
-        dump_sizes(*pether_ctt);
+    if (record.print_flag != 0) [[unlikely]] {
+        dump_sizes(record, kParse);
     }
 }
 
-extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* data) {
-    if (has_all(pether_ctt, Argument{data, "data"})) {
-        zxframe_innerapi_parseTcp(pether_ctt, data, data);
-    }
-}
-
-extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
-                                                 const zxbuildtcp_ctt* pzxbuildtcp_ctt,
-                                                 uint8_t* tcph) {
-    if (!has_all(pether_ctt, Argument{pzxbuildtcp_ctt, "pzxbuildtcp_ctt"},
-                 Argument{tcph, "tcph"})) {
-        return;
-    }
-    const zxbuildtcp_ctt& request = *pzxbuildtcp_ctt;
-    tcp_view& tcp = pether_ctt->tcp;
+void zx::frame::build_tcp(ether_ctt& record, const zxbuildtcp_ctt& request, std::uint8_t* out) {
+    tcp_view& tcp = record.tcp;
     tcp.source = request.source;
     tcp.dest = request.dest;
     tcp.seq = request.seq;
@@ -116,8 +100,9 @@ extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
     tcp.check = 0;
     tcp.urg_ptr = 0;
     tcp.doff = (request.option_len / kWord + kTcpWords) & kNibble;
-    ZX_DUMP(pether_ctt->print_flag, "-----ptcpheader_ctt->header_len:%d",
-            static_cast<int>(tcp.doff));
+    if (record.print_flag != 0) [[unlikely]] {
+        dump_built_length(tcp.doff, "zxframe_innerapi_buildTcpPayload");
+    }
     tcp.urg = (request.flags & ZXFRAME_TCP_URG) != 0;
     tcp.ack = (request.flags & ZXFRAME_TCP_ACK) != 0;
     tcp.psh = (request.flags & ZXFRAME_TCP_PSH) != 0;
@@ -125,8 +110,30 @@ extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
     tcp.syn = (request.flags & ZXFRAME_TCP_SYN) != 0;
     tcp.fin = (request.flags & ZXFRAME_TCP_FIN) != 0;
 
-    write_tcp(tcp, tcph);
-    zxframe_innerapi_buildTcpOpt(pzxbuildtcp_ctt, tcph + tcp_at::options);
-    zx::store_be16(tcph + tcp_at::check, zxframe_api_tcpChecksum(pether_ctt, tcph));
-    zxframe_innerapi_parseTcp(pether_ctt, tcph, nullptr);
+    write_tcp(tcp, out);
+    write_options(request, out + tcp_at::options);
+    zx::store_be16(out + tcp_at::check, tcp_checksum(record, out));
+    parse_tcp(record, out, false);
+}
+
+extern "C" void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* tcph,
+                                          const uint8_t* opt_source) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {tcph, "iph"})) {
+        parse_tcp(*pether_ctt, tcph, opt_source != nullptr);
+    }
+}
+
+extern "C" void zxframe_innerapi_doTcp(ether_ctt* pether_ctt, const uint8_t* data) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {data, "data"})) {
+        parse_tcp(*pether_ctt, data, true);
+    }
+}
+
+extern "C" void zxframe_innerapi_buildTcpPayload(ether_ctt* pether_ctt,
+                                                 const zxbuildtcp_ctt* pzxbuildtcp_ctt,
+                                                 uint8_t* tcph) {
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {pzxbuildtcp_ctt, "pzxbuildtcp_ctt"},
+                     {tcph, "tcph"})) {
+        build_tcp(*pether_ctt, *pzxbuildtcp_ctt, tcph);
+    }
 }

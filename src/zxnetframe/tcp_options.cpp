@@ -2,6 +2,7 @@
 #include "zxnetframe/tcp_options.hpp"
 
 #include <algorithm>
+#include <span>
 
 #include "internal/bytes.hpp"
 #include "zxframe.h"
@@ -58,49 +59,58 @@ const OptionKind* find_kind(std::uint32_t kind) {
     }
 }
 
+[[gnu::cold, gnu::noinline]] void take_and_dump(tcp_view& tcp, const std::uint8_t* options,
+                                                int size, zx::Caller caller) {
+    ZX_LOG_AT(caller, info, "====TCP Options:(%d bytes)", size);
+    take_options(
+        tcp, options, size,
+        [=](const tcp_option& option) { dump_option(kOptionKinds[option.kind], option, caller); },
+        [=](std::uint8_t kind) { ZX_LOG_AT(caller, info, "unknow kind:%d", kind); });
+}
+
 }  // namespace
+
+void zx::frame::parse_options(ether_ctt& record, const std::uint8_t* tcp) {
+    const int size =
+        (tcp[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
+    const std::uint8_t* const options = tcp + tcp_at::options;
+    if (record.print_flag != 0) [[unlikely]] {
+        take_and_dump(record.tcp, options, size, "zxframe_innerapi_parseTcpOpt");
+    } else {
+        take_options(record.tcp, options, size);
+    }
+}
+
+std::uint32_t zx::frame::write_options(const zxbuildtcp_ctt& request, std::uint8_t* out) {
+    const std::size_t count =
+        std::min<std::size_t>(request.option_count, std::size(request.options));
+    std::uint8_t* at = out;
+    for (const tcp_option& option : std::span(request.options).first(count)) {
+        const OptionKind* const kind = find_kind(option.kind);
+        if (kind == nullptr || (kind->has_length && option.len < kLengthOwn)) {
+            continue;
+        }
+        *at++ = static_cast<std::uint8_t>(option.kind);
+        if (kind->has_length) {
+            *at++ = option.len;
+            std::memcpy(at, option.val, option.len - kLengthOwn);
+            at += option.len - kLengthOwn;
+        }
+    }
+    return static_cast<std::uint32_t>(at - out);
+}
 
 extern "C" void zxframe_innerapi_parseTcpOpt(ether_ctt* pether_ctt, const uint8_t* tcph,
                                              const uint8_t* opt_source) {
-    if (!has_all(pether_ctt, Argument{tcph, "iph"}, Argument{opt_source, "iph"})) {
-        return;
+    if (ZX_ARE_GIVEN({pether_ctt, "pether_ctt"}, {tcph, "iph"}, {opt_source, "iph"})) {
+        parse_options(*pether_ctt, tcph);
     }
-    const int size =
-        (tcph[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
-    const std::uint8_t* const options = tcph + tcp_at::options;
-    if (pether_ctt->print_flag == 0) [[likely]] {
-        take_options(pether_ctt->tcp, options, size);
-        return;
-    }
-    const zx::Caller here;
-    ZX_LOG(info, "====TCP Options:(%d bytes)", size);
-    take_options(
-        pether_ctt->tcp, options, size,
-        [=](const tcp_option& option) { dump_option(kOptionKinds[option.kind], option, here); },
-        [=](std::uint8_t kind) { ZX_LOG_AT(here, info, "unknow kind:%d", kind); });
 }
 
 extern "C" uint32_t zxframe_innerapi_buildTcpOpt(const zxbuildtcp_ctt* pzxbuildtcp_ctt,
                                                  uint8_t* outbuf) {
-    if (pzxbuildtcp_ctt == nullptr || outbuf == nullptr) {
-        ZX_LOG_PARAM(pzxbuildtcp_ctt == nullptr ? "pzxbuildtcp_ctt" : "outbuf");
+    if (!ZX_ARE_GIVEN({pzxbuildtcp_ctt, "pzxbuildtcp_ctt"}, {outbuf, "outbuf"})) {
         return 0;
     }
-    const tcp_option* const options = pzxbuildtcp_ctt->options;
-    const std::size_t count =
-        std::min<std::size_t>(pzxbuildtcp_ctt->option_count, std::size(pzxbuildtcp_ctt->options));
-    std::uint8_t* out = outbuf;
-    for (const tcp_option* option = options; option < options + count; ++option) {
-        const OptionKind* const kind = find_kind(option->kind);
-        if (kind == nullptr || (kind->has_length && option->len < kLengthOwn)) {
-            continue;
-        }
-        *out++ = static_cast<std::uint8_t>(option->kind);
-        if (kind->has_length) {
-            *out++ = option->len;
-            std::memcpy(out, option->val, option->len - kLengthOwn);
-            out += option->len - kLengthOwn;
-        }
-    }
-    return static_cast<std::uint32_t>(out - outbuf);
+    return write_options(*pzxbuildtcp_ctt, outbuf);
 }

@@ -127,4 +127,10 @@ inline void take_options(tcp_view& tcp, const std::uint8_t* at, int size) {
     }
 }
 
+// Takes the options of the header `tcp`, and dumps them where the record allows.
+void parse_options(ether_ctt& record, const std::uint8_t* tcp);
+
+// Returns the bytes that the options of the request take.
+std::uint32_t write_options(const zxbuildtcp_ctt& request, std::uint8_t* out);
+
 }  // namespace zx::frame

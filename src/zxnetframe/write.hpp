@@ -46,4 +46,11 @@ inline void write_tcp(const tcp_view& tcp, std::uint8_t* out) {
     store_be16(out + tcp_at::urg_ptr, tcp.urg_ptr);
 }
 
+inline void write_udp(const udp_view& udp, std::uint8_t* out) {
+    store_be16(out + udp_at::source, udp.source);
+    store_be16(out + udp_at::dest, udp.dest);
+    store_be16(out + udp_at::len, udp.len);
+    store_be16(out + udp_at::check, udp.check);
+}
+
 }  // namespace zx::frame
