@@ -59,26 +59,15 @@ const OptionKind* find_kind(std::uint32_t kind) {
     }
 }
 
-[[gnu::cold, gnu::noinline]] void take_and_dump(tcp_view& tcp, const std::uint8_t* options,
-                                                int size, zx::Caller caller) {
-    ZX_LOG_AT(caller, info, "====TCP Options:(%d bytes)", size);
-    take_options(
-        tcp, options, size,
-        [=](const tcp_option& option) { dump_option(kOptionKinds[option.kind], option, caller); },
-        [=](std::uint8_t kind) { ZX_LOG_AT(caller, info, "unknow kind:%d", kind); });
-}
-
 }  // namespace
 
-void zx::frame::parse_options(ether_ctt& record, const std::uint8_t* tcp) {
-    const int size =
-        (tcp[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
-    const std::uint8_t* const options = tcp + tcp_at::options;
-    if (record.print_flag != 0) [[unlikely]] {
-        take_and_dump(record.tcp, options, size, "zxframe_innerapi_parseTcpOpt");
-    } else {
-        take_options(record.tcp, options, size);
-    }
+void zx::frame::take_and_dump_options(tcp_view& tcp, const std::uint8_t* at, int size) {
+    const zx::Caller caller("zxframe_innerapi_parseTcpOpt");
+    ZX_LOG_AT(caller, info, "====TCP Options:(%d bytes)", size);
+    take_options(
+        tcp, at, size,
+        [=](const tcp_option& option) { dump_option(kOptionKinds[option.kind], option, caller); },
+        [=](std::uint8_t kind) { ZX_LOG_AT(caller, info, "unknow kind:%d", kind); });
 }
 
 std::uint32_t zx::frame::write_options(const zxbuildtcp_ctt& request, std::uint8_t* out) {

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "zxframe.h"
+#include "zxnetframe/wire.hpp"
 
 namespace zx::frame {
 
@@ -127,8 +128,18 @@ inline void take_options(tcp_view& tcp, const std::uint8_t* at, int size) {
     }
 }
 
-// Takes the options of the header `tcp`, and dumps them where the record allows.
-void parse_options(ether_ctt& record, const std::uint8_t* tcp);
+[[gnu::cold]] void take_and_dump_options(tcp_view& tcp, const std::uint8_t* at, int size);
+
+// Those of a whole header.
+inline void parse_options(ether_ctt& record, const std::uint8_t* header) {
+    const int size =
+        (header[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
+    if (record.print_flag != 0) [[unlikely]] {
+        take_and_dump_options(record.tcp, header + tcp_at::options, size);
+    } else {
+        take_options(record.tcp, header + tcp_at::options, size);
+    }
+}
 
 // Returns the bytes that the options of the request take.
 std::uint32_t write_options(const zxbuildtcp_ctt& request, std::uint8_t* out);
