@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "zxtime.h"
@@ -91,8 +92,7 @@ extern "C" int32_t zxepoll_wait_timeout(int epfd, struct epoll_event* ev, int ma
 }
 
 extern "C" int32_t zxepoll_close(int* epfd) {
-    if (epfd == nullptr) {
-        ZX_LOG_PARAM("epfd");
+    if (!ZX_ARE_GIVEN({epfd, "epfd"})) {
         return -1;
     }
     if (*epfd >= 0) {
@@ -143,8 +143,7 @@ extern "C" int32_t zxepoll_waitfd_timeout(int epfd, int fd, uint8_t mode, uint32
 
 extern "C" int32_t zxepoll_appapi_init(uint32_t count, void* context, uint32_t mask,
                                        zxepoll_getfd_cb cb) {
-    if (cb == nullptr) {
-        ZX_LOG_PARAM("cb");
+    if (!ZX_ARE_GIVEN({cb, "cb"})) {
         return -1;
     }
     const int epfd = zxepoll_innerapi_open(static_cast<int>(count + 1), "zxepoll_appapi_init", 127);
@@ -165,8 +164,7 @@ extern "C" int32_t zxepoll_appapi_init(uint32_t count, void* context, uint32_t m
 
 extern "C" int32_t zxepoll_appapi_deinit(int epfd, uint32_t count, void* context,
                                          zxepoll_getfd_cb cb) {
-    if (cb == nullptr) {
-        ZX_LOG_PARAM("cb");
+    if (!ZX_ARE_GIVEN({cb, "cb"})) {
         return -1;
     }
     return zx::with_fd(epfd, [=](int /*closed then*/) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "internal/safe_name.hpp"
 #include "zxmd.h"
@@ -18,8 +19,7 @@ constexpr std::uint32_t kDigits = 2;
 }  // namespace
 
 extern "C" int32_t zxsysctl_api_setEth_rpfilter(const char* name, uint8_t /*value*/) {
-    if (name == nullptr) {
-        ZX_LOG_PARAM("name");
+    if (!ZX_ARE_GIVEN({name, "name"})) {
         return -1;
     }
     char command[kFilterCommandSize];
