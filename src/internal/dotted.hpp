@@ -1,38 +1,18 @@
 // Four numbers with dots between them, the most significant first.
 #pragma once
 
+#include <arpa/inet.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 
-#include "internal/log.hpp"
-
 namespace zx {
 
-// How a function takes its text apart.
-struct DottedForm {
-    const char* name;  // of the text, in messages
-    std::size_t size;  // bytes of the text that count
-    std::int32_t (*split)(char* text, const char* dot, char** fields);
-};
-
-inline constexpr std::size_t kDottedSize = 256;
-
-// Any text: fields wrap modulo 256 and count as 0 without digits; only their number is checked.
-// Speaks for the caller.
-[[nodiscard]] std::optional<std::uint32_t> parse_fields(const DottedForm& form, const char* text,
-                                                        Caller caller);
-
-enum class Fields { any, canonical };
-
-// Four fields of one to three digits and nothing else, which every form takes apart alike: they
-// wrap modulo 256. Canonical fields have no leading zeros and do not exceed 255, as in the one text
-// that a printed address has.
-template <Fields kFields>
-[[nodiscard]] inline std::optional<std::uint32_t> parse_four(const char* at) {
-    constexpr bool kCanonical = kFields == Fields::canonical;
+// Reads the one text that a printed address has: four numbers of at most 255 without leading zeros.
+[[nodiscard]] inline std::optional<std::uint32_t> parse_canonical(const char* at) {
     constexpr auto digit = [](char c) {
         return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0';
     };
@@ -42,27 +22,15 @@ template <Fields kFields>
         if (value > 9) {
             return std::nullopt;
         }
-        const bool may_go_on = !kCanonical || value != 0;
-        for (int more = 2; may_go_on && more > 0 && digit(*at) <= 9; --more) {
+        for (int more = 2; value != 0 && more > 0 && digit(*at) <= 9; --more) {
             value = value * 10 + digit(*at++);
         }
-        if ((kCanonical && value > 0xFF) || *at++ != (left > 0 ? '.' : '\0')) {
+        if (value > 0xFF || *at++ != (left > 0 ? '.' : '\0')) {
             return std::nullopt;
         }
-        ip = ip << 8U | (value & 0xFFU);
+        ip = ip << 8U | value;
     }
     return ip;
-}
-
-[[nodiscard]] inline std::optional<std::uint32_t> parse_canonical(const char* text) {
-    return parse_four<Fields::canonical>(text);
-}
-
-[[nodiscard]] inline std::optional<std::uint32_t> parse_dotted(const DottedForm& form,
-                                                               const char* text,
-                                                               Caller caller = {}) {
-    const std::optional<std::uint32_t> plain = parse_four<Fields::any>(text);
-    return plain ? plain : parse_fields(form, text, caller);
 }
 
 // Byte `index` of an address in the order of its text.
@@ -86,9 +54,9 @@ inline constexpr std::array<OctetText, 256> kOctets = [] {
     return octets;
 }();
 
-// Prints an address and returns its length. Never touches more than the text and its NUL: behind
-// each of the first three octets stand four bytes or more, and the last one is stored in two halves
-// that may overlap.
+// Prints an address and returns its length. Never touches more than the text and its NUL: four
+// bytes or more follow the start of each of the first three octets, and the last one is stored in
+// two halves that may overlap.
 inline std::size_t print_dotted(std::uint32_t ip, char* out) {
     char* at = out;
     for (unsigned i = 0; i < 3; ++i) {
@@ -102,5 +70,11 @@ inline std::size_t print_dotted(std::uint32_t ip, char* out) {
     std::memcpy(at + last.length - 1, last.text + last.length - 1, 2);
     return static_cast<std::size_t>(at - out) + last.length;
 }
+
+// The text of an address in network order, with zeros to its end.
+struct AddressText {
+    explicit AddressText(std::uint32_t address) { print_dotted(ntohl(address), text); }
+    char text[INET_ADDRSTRLEN] = "";
+};
 
 }  // namespace zx

@@ -1,18 +1,16 @@
-// What a name resolves to, and how IPv4 addresses are written as IPv6.
+// How addresses are printed.
 #pragma once
 
-#include <netdb.h>
+#include <sys/socket.h>
 
-#include <memory>
-#include <string_view>
+#include <cstdint>
 
-namespace zx {
+namespace zx::net {
 
-inline constexpr std::string_view kMapped{"::ffff:"};
+// Over a text that is there, of which nothing stays. Returns the length.
+std::int32_t print_over(std::uint32_t ip, char* text);
 
-struct AddressesFreer {
-    void operator()(addrinfo* list) const { freeaddrinfo(list); }
-};
-using UniqueAddresses = std::unique_ptr<addrinfo, AddressesFreer>;
+// `out` has ZXNET_ADDRESS_TEXT_SIZE bytes. Every family but AF_INET6 counts as IPv4.
+void print_sockaddr(const sockaddr* sa, char* out);
 
-}  // namespace zx
+}  // namespace zx::net

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/cpu.hpp"
 #include "internal/log.hpp"
@@ -14,6 +15,7 @@ static_assert(std::endian::native == std::endian::little);
 namespace {
 
 constexpr char kTag[] = "NETWORK";
+constexpr std::uint16_t kNoChecksum = 0xFFFF;
 constexpr std::size_t kPseudoHeaderSize = 12;
 constexpr std::uint32_t kPiece = 1U << 16U;  // bytes, whose sum is far from 2^32
 
@@ -92,18 +94,10 @@ constexpr std::uint16_t checksum_of(std::uint32_t sum) {
     return __builtin_bswap16(static_cast<std::uint16_t>(~fold(fold(sum))));
 }
 
-[[gnu::cold, gnu::noinline]] std::uint16_t refuse(const char* name, zx::Caller caller = {}) {
-    ZX_LOG_AT(caller, error, "Param error####%s", name);
-    return 0xFFFF;
-}
-
 }  // namespace
 
 extern "C" uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len) {
-    if (p == nullptr) {
-        return refuse("paddr");
-    }
-    return checksum_of(sum_of(p, len));
+    return ZX_ARE_GIVEN({p, "paddr"}) ? checksum_of(sum_of(p, len)) : kNoChecksum;
 }
 
 extern "C" uint16_t zxnet_api_checksumUdp(const uint16_t* p, uint32_t len) {
@@ -125,8 +119,8 @@ extern "C" uint16_t zxnet_api_checksumUdp(const uint16_t* p, uint32_t len) {
 extern "C" uint16_t zxnet_api_checksum_ptc(const void* header, uint32_t src, uint32_t dst,
                                            uint8_t protocol, uint8_t headerLen, const void* data,
                                            uint16_t dataLen) {
-    if (header == nullptr) {
-        return refuse("pether_pkt");
+    if (!ZX_ARE_GIVEN({header, "pether_pkt"})) {
+        return kNoChecksum;
     }
     std::uint8_t pseudo[kPseudoHeaderSize]{};
     zx::store_be32(pseudo, src);

@@ -1,5 +1,4 @@
-#include "zxnet.h"
-
+// Connecting, and what can be connected to.
 #include <netinet/in.h>
 #include <unistd.h>
 
@@ -8,12 +7,14 @@
 #include <cstring>
 #include <optional>
 
+#include "internal/args.hpp"
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "internal/safe_name.hpp"
 #include "zxepoll.h"
-#include "zxnet/addresses.hpp"
+#include "zxnet.h"
+#include "zxnet/resolve.hpp"
 #include "zxt.h"
 #include "zxtime.h"
 
@@ -24,22 +25,6 @@ constexpr std::uint64_t kMaxPauseUs = 10000;
 constexpr std::uint64_t kReachableUs = 1000000;
 constexpr std::uint16_t kHttpPort = 80;
 constexpr std::size_t kPingSize = 128;
-
-// The first address of a host.
-std::optional<sockaddr_in> resolve_ipv4(const char* host) {
-    const zx::CancelHeld held;  // the resolver has files and memory of its own
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* list = nullptr;
-    if (getaddrinfo(host, nullptr, &hints, &list) != 0 || list == nullptr) {
-        return std::nullopt;
-    }
-    const zx::UniqueAddresses found(list);
-    sockaddr_in address{};
-    std::memcpy(&address, found->ai_addr, sizeof address);
-    return address;
-}
 
 void report_failure(int attempts, std::uint8_t state, std::uint64_t timeout_us, zx::Caller caller) {
     char state_text[ZXNET_TCP_STATE_TEXT_SIZE];
@@ -77,8 +62,7 @@ std::int32_t connect_by(std::uint64_t start, std::uint64_t timeout_us, int fd, c
 
 extern "C" int32_t zxnet_api_socketConnect(int fd, const struct sockaddr* addr, socklen_t len,
                                            uint64_t timeoutUs, uint8_t logFlag) {
-    if (addr == nullptr) {
-        ZX_LOG_PARAM("addr");
+    if (!ZX_ARE_GIVEN({addr, "addr"})) {
         return -1;
     }
     if (timeoutUs != 0 && zxnet_api_socketNonblock(fd, 1) < 0) {
@@ -101,15 +85,14 @@ extern "C" int32_t zxnet_api_socketConnect(int fd, const struct sockaddr* addr, 
 }
 
 extern "C" int32_t zxnet_api_isReachable(const char* host, uint32_t port) {
-    if (host == nullptr) {
-        ZX_LOG_PARAM("pingaddr");
+    if (!ZX_ARE_GIVEN({host, "pingaddr"})) {
         return 0;
     }
     if (port > UINT16_MAX && port != ZXNET_PORT_DEFAULT) {
         ZX_LOG_PARAM("port");
         return 0;
     }
-    std::optional<sockaddr_in> address = resolve_ipv4(host);
+    std::optional<sockaddr_in> address = zx::net::resolve_ipv4(host);
     if (!address) {
         return 0;
     }

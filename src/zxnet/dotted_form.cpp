@@ -1,4 +1,4 @@
-#include "zxnet/dotted.hpp"
+#include "zxnet/dotted_form.hpp"
 
 #include <algorithm>
 #include <cstdlib>

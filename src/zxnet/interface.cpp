@@ -10,6 +10,8 @@
 #include <cstring>
 #include <optional>
 
+#include "internal/args.hpp"
+#include "internal/dotted.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/guard.hpp"
 #include "internal/log.hpp"
@@ -29,6 +31,9 @@ constexpr std::uint32_t kMinMacSize = 18;
 constexpr std::uint32_t kMinMtuSize = 16;
 constexpr std::size_t kCleared = 8;
 
+constexpr std::array<const char*, ZXNET_IPMODE_MAX> kIpModes{"unkonw", "static", "dhcp",
+                                                             "bond-slaver", "bond-master"};
+
 // A socket to ask for interfaces with; its absence was logged for the caller.
 zx::UniqueFd open_socket(zx::Caller caller = {}) {
     zx::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -36,23 +41,6 @@ zx::UniqueFd open_socket(zx::Caller caller = {}) {
         ZX_LOG_AT(caller, error, "Create socket falied");
     }
     return fd;
-}
-
-struct Argument {
-    const void* pointer;
-    const char* name;
-};
-
-// True when all arguments are there; the first that is not was logged for the caller.
-template <std::size_t N>
-bool are_given(const Argument (&arguments)[N], zx::Caller caller = {}) {
-    for (const Argument& argument : arguments) {
-        if (argument.pointer == nullptr) {
-            ZX_LOG_AT(caller, error, "Param error####%s", argument.name);
-            return false;
-        }
-    }
-    return true;
 }
 
 // A name that is too long is nobody's: the kernel would cut it and take another interface.
@@ -83,29 +71,18 @@ in_addr& address_of(ifreq& request) {
     return reinterpret_cast<sockaddr_in&>(request.ifr_addr).sin_addr;
 }
 
-using AddressText = std::array<char, INET_ADDRSTRLEN>;
-static_assert(sizeof(AddressText) == sizeof(netcfg_info::ipaddr));
-
-AddressText text_of(in_addr address) {
-    AddressText text{};
-    inet_ntop(AF_INET, &address, text.data(), text.size());
-    return text;
-}
-
 // Clears the first bytes only: of a longer text before, the end stays behind the new NUL.
 void put_text(char* out, in_addr address) {
-    const AddressText text = text_of(address);
     std::memset(out, 0, kCleared);
-    std::strcpy(out, text.data());
+    std::strcpy(out, zx::AddressText(address.s_addr).text);
 }
 
 // Puts the text of the address that a request brings into a field of its size, or zeros.
-void ask(int fd, unsigned long what, ifreq& request, char (&field)[sizeof(AddressText)]) {
-    AddressText text{};
+void ask(int fd, unsigned long what, ifreq& request, char (&field)[INET_ADDRSTRLEN]) {
+    std::memset(field, 0, sizeof field);
     if (ioctl(fd, what, &request) == 0) {
-        text = text_of(address_of(request));
+        std::memcpy(field, zx::AddressText(address_of(request).s_addr).text, sizeof field);
     }
-    std::memcpy(field, text.data(), sizeof field);
 }
 
 bool set(int fd, unsigned long what, const char* name, ifreq& request, zx::Caller caller = {}) {
@@ -119,7 +96,7 @@ bool set(int fd, unsigned long what, const char* name, ifreq& request, zx::Calle
 }  // namespace
 
 extern "C" int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info) {
-    if (!are_given({{pnetcfg_info, "pnetcfg_info"}})) {
+    if (!ZX_ARE_GIVEN({pnetcfg_info, "pnetcfg_info"})) {
         return -1;
     }
     const zx::UniqueFd fd = open_socket();
@@ -133,7 +110,7 @@ extern "C" int32_t zxnet_api_getIfaceInfo(netcfg_info* pnetcfg_info) {
 }
 
 extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
-    if (!are_given({{pnetcfg_info, "pnetcfg_info"}})) {
+    if (!ZX_ARE_GIVEN({pnetcfg_info, "pnetcfg_info"})) {
         return -1;
     }
     char ipaddr[sizeof pnetcfg_info->ipaddr + 1]{};
@@ -170,7 +147,7 @@ extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
 }
 
 extern "C" int32_t zxnet_api_getIfaceIp(const char* ifname, char* out) {
-    if (!are_given({{ifname, "pifname"}, {out, "pipaddr"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"}, {out, "pipaddr"})) {
         return -1;
     }
     const zx::UniqueFd fd = open_socket();
@@ -184,7 +161,7 @@ extern "C" int32_t zxnet_api_getIfaceIp(const char* ifname, char* out) {
 }
 
 extern "C" int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask) {
-    if (!are_given({{ifname, "pifname"}, {ipaddr, "pipaddr"}, {netmask, "pnetmask"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"}, {ipaddr, "pipaddr"}, {netmask, "pnetmask"})) {
         return -1;
     }
     const zx::UniqueFd fd = open_socket();
@@ -205,7 +182,7 @@ extern "C" int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, ch
 }
 
 extern "C" int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, int32_t size) {
-    if (!are_given({{ifname, "pifname"}, {out, "pmacstr"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"}, {out, "pmacstr"})) {
         return -1;
     }
     if (static_cast<std::uint32_t>(size) < kMinMacSize) {
@@ -221,7 +198,7 @@ extern "C" int32_t zxnet_api_getIfaceMac_string(const char* ifname, char* out, i
 }
 
 extern "C" int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6) {
-    if (!are_given({{ifname, "pifname"}, {out6, "out"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"}, {out6, "out"})) {
         return -1;
     }
     const zx::UniqueFd fd = open_socket();
@@ -239,7 +216,7 @@ extern "C" int32_t zxnet_api_getIfaceMac_byte(const char* ifname, uint8_t* out6)
 }
 
 extern "C" int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t size) {
-    if (!are_given({{ifname, "pifname"}, {out, "out"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"}, {out, "out"})) {
         return -1;
     }
     if (static_cast<std::uint32_t>(size) < kMinMtuSize) {
@@ -260,7 +237,7 @@ extern "C" int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t 
 }
 
 extern "C" int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu) {
-    if (!are_given({{ifname, "pifname"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"})) {
         return -1;
     }
     const std::optional<Path> path = path_of(ifname, "mtu");
@@ -279,7 +256,7 @@ extern "C" int32_t zxnet_api_setIfaceMtu(const char* ifname, uint32_t mtu) {
 }
 
 extern "C" int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t flags) {
-    if (!are_given({{ifname, "pifname"}})) {
+    if (!ZX_ARE_GIVEN({ifname, "pifname"})) {
         return -1;
     }
     ifreq request = request_for(ifname);
@@ -293,4 +270,16 @@ extern "C" int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t 
         return -1;
     }
     return 0;
+}
+
+extern "C" ipmode_e zxnet_api_getIpMode(const char* text) {
+    if (!ZX_ARE_GIVEN({text, "text"})) {
+        return ZXNET_IPMODE_UNKNOWN;
+    }
+    for (std::size_t i = 0; i < kIpModes.size(); ++i) {
+        if (std::strcmp(text, kIpModes[i]) == 0) {
+            return static_cast<ipmode_e>(i);
+        }
+    }
+    return ZXNET_IPMODE_UNKNOWN;
 }

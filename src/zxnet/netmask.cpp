@@ -6,8 +6,11 @@
 #include <cstdio>
 #include <optional>
 
+#include "internal/args.hpp"
+#include "internal/dotted.hpp"
 #include "internal/log.hpp"
-#include "zxnet/dotted.hpp"
+#include "zxnet/address.hpp"
+#include "zxnet/dotted_form.hpp"
 #include "zxstr.h"
 
 namespace {
@@ -15,9 +18,6 @@ namespace {
 constexpr char kTag[] = "NETWORK";
 constexpr zx::DottedForm kNetmask{"netmask", zx::kDottedSize, zxstr_api_split};
 constexpr zx::DottedForm kAddress{"ipaddr", zx::kDottedSize, zxstr_api_split};
-constexpr zx::DottedForm kSharedAddress{"ipaddr", zx::kDottedSize, zxstr_api_split2};
-constexpr std::uint32_t kSharedSpace = 0x64400000;  // 100.64.0.0/10, RFC 6598
-constexpr std::uint32_t kSharedMask = 0xFFC00000;
 
 // Byte for byte; one whose bits are not in a row from the left counts for nothing.
 int count_bits(std::uint32_t netmask) {
@@ -36,8 +36,7 @@ struct Network {
 
 // The network of an address. The mask is looked at first.
 std::optional<Network> parse_network(const char* ip, const char* netmask, zx::Caller caller = {}) {
-    if (ip == nullptr || netmask == nullptr) {
-        ZX_LOG_AT(caller, error, "Param error####%s", ip == nullptr ? "ip" : "netmask");
+    if (!zx::are_given({{ip, "ip"}, {netmask, "netmask"}}, kTag, caller)) {
         return std::nullopt;
     }
     const std::optional<std::uint32_t> mask = zx::parse_dotted(kNetmask, netmask, caller);
@@ -54,8 +53,7 @@ std::optional<Network> parse_network(const char* ip, const char* netmask, zx::Ca
 }  // namespace
 
 extern "C" int32_t zxnet_api_getNetmaskBitNum(const char* netmask) {
-    if (netmask == nullptr) {
-        ZX_LOG_PARAM("netmask");
+    if (!ZX_ARE_GIVEN({netmask, "netmask"})) {
         return 0;
     }
     return count_bits(zx::parse_dotted(kNetmask, netmask).value_or(0));
@@ -84,18 +82,5 @@ extern "C" int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* net
 
 extern "C" int32_t zxnet_api_subnet(const char* ip, const char* netmask, char* out) {
     const std::optional<Network> found = parse_network(ip, netmask);
-    return found && out != nullptr ? zxnet_api_ipByte2Str(found->ip, out) : 0;
-}
-
-extern "C" int32_t zxnet_api_isResIpaddr(const char* text) {
-    if (text == nullptr) {
-        ZX_LOG_PARAM("text");
-        return 0;
-    }
-    if (zxnet_api_isIpv6(text) != 0) {
-        ZX_LOG(info, "no support  ipv6");
-        return 0;
-    }
-    const std::uint32_t ip = zx::parse_dotted(kSharedAddress, text).value_or(0);
-    return (ip & kSharedMask) == kSharedSpace ? 1 : 0;
+    return found && out != nullptr ? zx::net::print_over(found->ip, out) : 0;
 }

@@ -1,23 +1,20 @@
+// Sockets: receiving and sending with a wait, and options.
 #include "zxnet.h"
 
 #include <fcntl.h>
 #include <net/if.h>
-#include <sys/select.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
-#include <span>
 
+#include "internal/args.hpp"
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "zxepoll.h"
 #include "zxtime.h"
 
-static_assert(sizeof(pollfd_ctt) == 8);
-static_assert(offsetof(pollfd_ctt, events) == 4 && offsetof(pollfd_ctt, revents) == 6);
 static_assert(sizeof(ifreq) == 40);
 
 namespace {
@@ -26,65 +23,7 @@ constexpr char kTag[] = "NETWORK";
 constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;
 constexpr std::uint32_t kPieceSize = 1400;
 constexpr std::uint32_t kDefaultTimeoutMs = 1000;
-constexpr std::int32_t kSliceMs = 100;
-constexpr int kFirstSlice = 10;
-constexpr int kLastSlice = 4;
-
-struct FdSets {
-    fd_set read;
-    fd_set write;
-    fd_set except;
-    int limit = 0;  // one above the highest descriptor
-
-    FdSets() {
-        FD_ZERO(&read);
-        FD_ZERO(&write);
-        FD_ZERO(&except);
-    }
-
-    void add(int fd, int events) {
-        if ((events & ZXNET_POLL_READ) != 0) {
-            FD_SET(fd, &read);
-        }
-        if ((events & ZXNET_POLL_WRITE) != 0) {
-            FD_SET(fd, &write);
-        }
-        if ((events & ZXNET_POLL_EXCEPT) != 0) {
-            FD_SET(fd, &except);
-        }
-        limit = std::max(limit, fd + 1);
-    }
-
-    // What select() gives when the signals that a handler takes in between are no end of it. The
-    // time of the handlers counts, too.
-    [[nodiscard]] int wait(timeval timeout) {
-        const std::int64_t end =
-            zx::steady_us() + timeout.tv_sec * std::int64_t{1000000} + timeout.tv_usec;
-        int ready = select(limit, &read, &write, &except, &timeout);
-        for (bool is_over = false; ready < 0 && errno == EINTR;) {
-            if (is_over) {
-                *this = {};
-                return 0;
-            }
-            const std::int64_t left = std::max<std::int64_t>(end - zx::steady_us(), 0);
-            is_over = left == 0;
-            timeout = {left / 1000000, left % 1000000};
-            ready = select(limit, &read, &write, &except, &timeout);  // the sets are as they were
-        }
-        return ready;
-    }
-
-    [[nodiscard]] std::int16_t events_of(int fd) const {
-        return static_cast<std::int16_t>((FD_ISSET(fd, &read) ? ZXNET_POLL_READ : 0) |
-                                         (FD_ISSET(fd, &write) ? ZXNET_POLL_WRITE : 0) |
-                                         (FD_ISSET(fd, &except) ? ZXNET_POLL_EXCEPT : 0));
-    }
-};
-
-pollfd_ctt record_of(int fd, std::uint32_t mode) {
-    const bool write = mode == ZXNET_WAIT_WRITE;
-    return {fd, static_cast<std::int16_t>(write ? ZXNET_POLL_WRITE : ZXNET_POLL_READ), 0};
-}
+constexpr int kLastStandardFd = 2;
 
 std::uint32_t lower_length(std::uint32_t len, zx::Caller caller = {}) {
     if (len <= kMaxLength) {
@@ -131,6 +70,10 @@ extern "C" void zxnet_api_init(void) {}
 
 extern "C" void zxnet_api_deinit(void) {}
 
+extern "C" int32_t zxnet_api_isVaildFd(int fd) {
+    return fd > kLastStandardFd ? 1 : 0;
+}
+
 extern "C" int32_t zxnet_api_socketNonblock(int fd, int8_t on) {
     const int flags = fcntl(fd, F_GETFL);
     if (flags < 0) {
@@ -139,57 +82,8 @@ extern "C" int32_t zxnet_api_socketNonblock(int fd, int8_t on) {
     return fcntl(fd, F_SETFL, on == 1 ? flags | O_NONBLOCK : flags & ~O_NONBLOCK);
 }
 
-extern "C" int32_t zxnet_api_poll(pollfd_ctt* fds, uint32_t count, int32_t timeoutMs) {
-    if (fds == nullptr && count != 0) {
-        ZX_LOG_PARAM("fds");
-        return -1;
-    }
-    const std::span records(fds, count);
-    FdSets sets;
-    for (const pollfd_ctt& record : records) {
-        if (record.fd >= FD_SETSIZE) {
-            ZX_LOG(error, "Poll fd(%d) is out of range(0~%d)", record.fd, FD_SETSIZE - 1);
-            return -1;
-        }
-        if (record.fd >= 0) {
-            sets.add(record.fd, record.events);
-        }
-    }
-    if (sets.limit == 0) {
-        return 0;
-    }
-    const int ready = sets.wait({timeoutMs / 1000, timeoutMs % 1000 * 1000L});
-    if (ready >= 0) {
-        for (pollfd_ctt& record : records) {
-            record.revents = record.fd >= 0 ? sets.events_of(record.fd) : std::int16_t{0};
-        }
-    }
-    return ready;
-}
-
-extern "C" int32_t zxnet_api_waitFd(int fd, uint8_t mode) {
-    pollfd_ctt record = record_of(fd, mode);
-    for (int slice = kFirstSlice; slice >= kLastSlice; --slice) {
-        if (const int32_t ready = zxnet_api_poll(&record, 1, kSliceMs); ready != 0) {
-            return ready;
-        }
-    }
-    return -1;
-}
-
-extern "C" int32_t zxnet_api_waitFdTimeout(int fd, uint32_t mode, uint32_t tries) {
-    pollfd_ctt record = record_of(fd, mode);
-    std::int64_t left = tries;
-    int32_t ready = 0;
-    do {
-        ready = zxnet_api_poll(&record, 1, kSliceMs);
-    } while (ready == 0 && left-- > 0);
-    return left > 0 ? ready : -1;  // the last slice does not count, as the header says
-}
-
 extern "C" int32_t zxnet_api_epollRecv(int fd, void* buf, uint32_t len, uint32_t timeoutMs) {
-    if (buf == nullptr) {
-        ZX_LOG_PARAM("pbuf");
+    if (!ZX_ARE_GIVEN({buf, "pbuf"})) {
         return ZXNET_NO_BUF;
     }
     const std::uint32_t size = lower_length(len);
@@ -218,8 +112,7 @@ extern "C" int32_t zxnet_api_epollRecv3(int fd, void* buf, uint32_t len) {
 }
 
 extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, uint32_t timeoutMs) {
-    if (buf == nullptr) {
-        ZX_LOG_PARAM("pbuf");
+    if (!ZX_ARE_GIVEN({buf, "pbuf"})) {
         return ZXNET_NO_BUF;
     }
     const std::uint32_t size = lower_length(len);
@@ -260,8 +153,7 @@ extern "C" int32_t zxnet_api_epollSend3(int fd, const void* buf, uint32_t len) {
 }
 
 extern "C" int32_t zxnet_api_bindIface(int fd, const char* ifname) {
-    if (ifname == nullptr) {
-        ZX_LOG_PARAM("pifname");
+    if (!ZX_ARE_GIVEN({ifname, "pifname"})) {
         return -1;
     }
     if (ifname[0] == '\0') {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "internal/args.hpp"
 #include "internal/log.hpp"
 
 namespace {
@@ -35,6 +36,13 @@ static_assert(tcpstate_text[5].size() + 1 == ZXNET_TCP_STATE_TEXT_SIZE);
 static_assert(sizeof kUnanswered <= ZXNET_TCP_STATE_TEXT_SIZE);
 static_assert(sizeof(tcp_info) <= ZXNET_TCP_INFO_SIZE);
 
+char* put_text(std::uint32_t state, char* out) {
+    const std::string_view text = tcpstate_text[state < tcpstate_text.size() ? state : 0];
+    std::memset(out, 0, kClearedSize);
+    std::memcpy(out, text.data(), text.size() + 1);
+    return out;
+}
+
 }  // namespace
 
 extern "C" int32_t zxnet_api_isTcpStateOK(int fd, void* info, char* text) {
@@ -54,19 +62,11 @@ extern "C" int32_t zxnet_api_isTcpStateOK(int fd, void* info, char* text) {
     if (state == TCP_ESTABLISHED) {
         return 1;
     }
-    const char* const described =
-        zxnet_api_getTcpStateString(state, text != nullptr ? text : own_text);
+    const char* const described = put_text(state, text != nullptr ? text : own_text);
     ZX_LOG(warning, "The TCP connection is abnormal %s", described);
     return 0;
 }
 
 extern "C" char* zxnet_api_getTcpStateString(uint32_t state, char* out) {
-    if (out == nullptr) {
-        ZX_LOG_PARAM("out");
-        return out;
-    }
-    const std::string_view text = tcpstate_text[state < tcpstate_text.size() ? state : 0];
-    std::memset(out, 0, kClearedSize);
-    std::memcpy(out, text.data(), text.size() + 1);
-    return out;
+    return ZX_ARE_GIVEN({out, "out"}) ? put_text(state, out) : nullptr;
 }

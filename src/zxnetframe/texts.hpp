@@ -8,9 +8,10 @@
 #include <cstring>
 #include <optional>
 
+#include "internal/dotted.hpp"
+#include "internal/hex.hpp"
 #include "zxframe.h"
 #include "zxnet.h"
-#include "zxnet/dotted.hpp"
 
 namespace zx::frame {
 
@@ -18,10 +19,9 @@ namespace zx::frame {
 using HexText = std::array<char, 4>;
 
 inline constexpr std::array<HexText, 256> kHexTexts = [] {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::array<HexText, 256> texts{};
     for (std::size_t value = 0; value < texts.size(); ++value) {
-        texts[value] = {kDigits[value / 16], kDigits[value % 16], ':', '\0'};
+        texts[value] = {kLowerDigits[value / 16], kLowerDigits[value % 16], ':', '\0'};
     }
     return texts;
 }();
@@ -40,24 +40,18 @@ struct MacText {
     char text[ZXFRAME_MAC_TEXT_SIZE];
 };
 
-// The dotted text of an address in network order.
-struct AddressText {
-    explicit AddressText(std::uint32_t address) { print_dotted(ntohl(address), text); }
-    char text[ZXNET_IP_TEXT_SIZE] = "";
-};
+using zx::AddressText;
 
 // An address in network order. inet_aton(), which is slow, judges all but four decimal numbers.
 [[nodiscard]] inline std::optional<std::uint32_t> parse_address(const char* text) {
-    if (text != nullptr) {
-        if (const std::optional<std::uint32_t> ip = parse_canonical(text)) {
-            return htonl(*ip);
-        }
-    }
-    in_addr address{};
-    if (text == nullptr || inet_aton(text, &address) == 0) {
+    if (text == nullptr) {
         return std::nullopt;
     }
-    return address.s_addr;
+    if (const std::optional<std::uint32_t> ip = parse_canonical(text)) {
+        return htonl(*ip);
+    }
+    in_addr address{};
+    return inet_aton(text, &address) != 0 ? std::optional(address.s_addr) : std::nullopt;
 }
 
 // What is sent, in host order: a text that is no address becomes all ones.

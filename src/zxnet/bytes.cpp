@@ -1,0 +1,33 @@
+// Bytes, as they are and as digits.
+#include <cstring>
+
+#include "internal/args.hpp"
+#include "internal/hex.hpp"
+#include "internal/log.hpp"
+#include "zxnet.h"
+
+namespace {
+
+constexpr char kTag[] = "NETWORK";
+
+}  // namespace
+
+extern "C" void zxnet_api_num2str(const void* src, uint32_t len, void* dst) {
+    if (ZX_ARE_GIVEN({src, "src"}, {dst, "dst"})) {
+        std::memmove(dst, src, len);
+    }
+}
+
+extern "C" void zxnet_api_str2num(const void* src, uint32_t len, void* dst) {
+    if (ZX_ARE_GIVEN({src, "src"}, {dst, "dst"})) {
+        std::memmove(dst, src, len);
+    }
+}
+
+extern "C" int32_t zxnet_api_num2str16(const uint8_t* bytes, uint32_t len, char* out) {
+    if (!ZX_ARE_GIVEN({bytes, "bytes"}, {out, "out"})) {
+        return 0;
+    }
+    zx::write_hex(out + std::strlen(out), bytes, len, zx::kLowerDigits);
+    return static_cast<int32_t>(len);
+}
