@@ -71,7 +71,7 @@ in_addr& address_of(ifreq& request) {
     return reinterpret_cast<sockaddr_in&>(request.ifr_addr).sin_addr;
 }
 
-// Clears the first bytes only: of a longer text before, the end stays behind the new NUL.
+// Clears the first bytes only: of a longer text before, the end stays after the new NUL.
 void put_text(char* out, in_addr address) {
     std::memset(out, 0, kCleared);
     std::strcpy(out, zx::AddressText(address.s_addr).text);

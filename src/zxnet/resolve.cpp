@@ -43,7 +43,7 @@ Answer resolve(const char* host, const char* service, int family) {
 }
 
 // A long text runs into the next slot, which the next address overwrites; only what would lie
-// behind the record is not stored.
+// after the record is not stored.
 void add_address(domainaddr_ctt& record, const char* text, bool is_ipv6) {
     const std::size_t index = record.count++;
     const std::size_t at = offsetof(domainaddr_ctt, address) + index * sizeof record.address[0];

@@ -1,4 +1,4 @@
-// From the Ethernet header to the layer behind it; and the records as their users know them.
+// From the Ethernet header to the layer after it; and the records as their users know them.
 #include <cstddef>
 
 #include "zxframe.h"

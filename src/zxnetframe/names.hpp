@@ -10,7 +10,7 @@
 
 namespace zx::frame {
 
-// With zeros behind it, so that it can be copied in one piece.
+// With zeros after it, so that it can be copied in one piece.
 struct Name {
     constexpr Name() = default;
     constexpr Name(const char* literal) {  // NOLINT(google-explicit-constructor): rows of tables

@@ -1,4 +1,4 @@
-// The options behind the TCP header.
+// The options after the TCP header.
 #include "zxnetframe/tcp_options.hpp"
 
 #include <algorithm>
