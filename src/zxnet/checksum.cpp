@@ -97,7 +97,10 @@ constexpr std::uint16_t checksum_of(std::uint32_t sum) {
 }  // namespace
 
 extern "C" uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len) {
-    return ZX_ARE_GIVEN({p, "paddr"}) ? checksum_of(sum_of(p, len)) : kNoChecksum;
+    if (!ZX_ARE_GIVEN({p, "paddr"})) {
+        return kNoChecksum;
+    }
+    return checksum_of(sum_of(p, len));
 }
 
 extern "C" uint16_t zxnet_api_checksumUdp(const uint16_t* p, uint32_t len) {
