@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "internal/args.hpp"
-#include "internal/hex.hpp"
 #include "internal/log.hpp"
+#include "shared/hex.hpp"
 #include "zxnet.h"
 
 namespace {

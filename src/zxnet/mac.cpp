@@ -11,8 +11,8 @@
 
 #include "internal/args.hpp"
 #include "internal/dotted.hpp"
-#include "internal/hex.hpp"
 #include "internal/log.hpp"
+#include "shared/hex.hpp"
 
 namespace {
 

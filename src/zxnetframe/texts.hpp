@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "internal/dotted.hpp"
-#include "internal/hex.hpp"
+#include "shared/hex.hpp"
 #include "zxframe.h"
 #include "zxnet.h"
 
