@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string>
 
 #include "log_capture.hpp"
@@ -89,7 +90,7 @@ TEST(ZxcommonHpp, WorkersAnswerEveryCommand) {
     zx::test::LogCapture log;
     struct Told {
         zxthread_ctt record{};
-        int rounds = 0;
+        std::atomic<int> rounds{0};
     };
     const auto work = [](void* argument) -> void* {
         auto& told = *static_cast<Told*>(argument);
@@ -106,12 +107,12 @@ TEST(ZxcommonHpp, WorkersAnswerEveryCommand) {
         const auto tell = [&](std::uint32_t command, std::uint32_t answer) {
             return zxthread_api_waitStateTimeout(&told.record, command, answer, 5000, 1);
         };
+        EXPECT_EQ(tell(ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING), 1);
         if (is_started) {
-            EXPECT_EQ(tell(ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING), 1);
             EXPECT_EQ(tell(ZXTHREAD_STATE_RUN, ZXTHREAD_STATE_RUN), 1);
-            usleep(2000);
-        } else {
-            EXPECT_EQ(tell(ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING), 1);
+            while (told.rounds == 0) {
+                usleep(1000);
+            }
         }
         EXPECT_EQ(tell(ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED), 1);
         zxthread_api_destroy(&told.record);
