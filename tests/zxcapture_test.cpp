@@ -277,7 +277,7 @@ TEST_F(CaptureProgram, ShowsWhatIsThereOfAFileThatBreaksOff) {
     EXPECT_EQ(run("-r " + path), 1);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
     EXPECT_THAT(err, StartsWith("frames: 2 seen, 2 passed"));
-    EXPECT_THAT(err, HasSubstr("\nzxcapture: " + path + " breaks off: "));
+    EXPECT_THAT(err, HasSubstr("\nzxcapture: " + path + " ends early: "));
 }
 
 TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
@@ -318,13 +318,14 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {reading + " -i lo", "--read excludes --interface"},
         {"-r /nonexistent/file", "cannot read /nonexistent/file: No such file"},
         {"-r " + folder + "text", "text: unknown file format"},
-        {"-r " + folder + "other", "other holds no Ethernet frames: its link type is Raw IP"},
+        {"-r " + folder + "other",
+         "other does not contain Ethernet frames: its link type is Raw IP"},
         {"-i nowhere0", "there is no network interface nowhere0"},
-        {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is no IPv4 address"},
-        {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is no MAC address"},
+        {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IPv4 address"},
+        {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is not a MAC address"},
         {reading + " --port 65536", "--port: Value 65536 not in range"},
         {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
-        {reading + " -w " + file, "while it is read"},
+        {reading + " -w " + file, "while reading from it"},
         {reading + " -w /nonexistent/file", "cannot write /nonexistent/file: No such file"},
     };
     for (const auto& [arguments, sentence] : cases) {

@@ -68,7 +68,7 @@ TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
     std::uint64_t lost = 0;
     const auto add_node = [&](std::uint64_t node) {
         store.add(packets(node * kNode, kNode));
-        EXPECT_TRUE(comes_true([&] { return store.close_when_due(); }));
+        EXPECT_TRUE(comes_true([&] { return store.close_node_when_due(); }));
     };
     const auto expect_nodes = [&](relay::Store::Place& place, std::uint64_t from,
                                   std::uint64_t count) {
@@ -81,7 +81,7 @@ TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
         EXPECT_TRUE(all == packets(from * kNode, count * kNode)) << from;
     };
 
-    relay::Store::Place early = store.back(5);
+    relay::Store::Place early = store.seek_back(5);
     add_node(0);
     add_node(1);  // in the same microsecond
     expect_nodes(early, 0, 2);
@@ -89,14 +89,14 @@ TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
     add_node(2);
     EXPECT_EQ(store.nodes(), 3U);
     EXPECT_EQ(store.bytes(), 3 * kNode * kPacketSize);
-    relay::Store::Place recent = store.back(3);
-    relay::Store::Place oldest = store.back(1000000);
+    relay::Store::Place recent = store.seek_back(3);
+    relay::Store::Place oldest = store.seek_back(1000000);
     expect_nodes(recent, 2, 1);
     expect_nodes(early, 2, 1);
     EXPECT_EQ(lost, 0U);
 
     g_clock_us = start + 11000000;  // the first two are too old now, and the fourth comes
-    relay::Store::Place late = store.back(2);
+    relay::Store::Place late = store.seek_back(2);
     add_node(3);
     EXPECT_EQ(store.nodes(), 2U);
     expect_nodes(late, 3, 1);
@@ -109,7 +109,7 @@ TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
     lost = 0;
     expect_nodes(early, 4, 1);
     EXPECT_EQ(lost, kNode);
-    EXPECT_EQ(store.waiting(early), 0U);
+    EXPECT_EQ(store.bytes_after(early), 0U);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Numbers of two bytes in network order, at any place in a buffer.
+// Reads and writes 16-bit numbers in network byte order, at any address.
 #pragma once
 
 #include <cstdint>

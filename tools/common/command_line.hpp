@@ -1,4 +1,4 @@
-// The command line, as every program of the project takes it.
+// What the command lines of all programs of the project have in common.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -8,28 +8,28 @@
 
 namespace tools {
 
-// Help and version as all programs have them.
+// Defines --help and --version.
 inline void define_common(CLI::App& app, const std::string& version) {
-    app.set_version_flag("--version", app.get_name() + " " + version);
-    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", app.get_name() + " " + version, "Print the version and exit");
+    app.set_help_flag("-h,--help", "Print the options and exit");
 }
 
-// Ends the program with a sentence about its command line.
-[[noreturn]] inline void end_misused(const CLI::App& app, const std::string& sentence) {
+// Ends the program with an error message about its command line.
+[[noreturn]] inline void exit_misused(const CLI::App& app, const std::string& sentence) {
     constexpr int kUsageError = 2;
     std::fprintf(stderr, "%s: %s (try --help)\n", app.get_name().c_str(), sentence.c_str());
     std::exit(kUsageError);
 }
 
-// Prints help or version, or a sentence on what is wrong, and ends the program where these are all
-// there is to do.
+// Parses the command line. Ends the program after --help and --version, and after an error message
+// when the command line is wrong.
 inline void parse(CLI::App& app, int argc, char** argv) {
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& asked_for_text) {
-        std::exit(app.exit(asked_for_text));
+    } catch (const CLI::Success& help_or_version) {
+        std::exit(app.exit(help_or_version));
     } catch (const CLI::ParseError& error) {
-        end_misused(app, error.what());
+        exit_misused(app, error.what());
     }
 }
 

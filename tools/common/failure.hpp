@@ -1,4 +1,4 @@
-// What ends the program: one sentence for the person who started it.
+// The exception that ends a program: an error message for the user.
 #pragma once
 
 #include <cerrno>
@@ -15,12 +15,12 @@ struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// What was not possible, with the reason that the last system call gave.
+// A Failure with the text of `errno` after `what`.
 [[nodiscard]] inline Failure system_failure(const std::string& what) {
     return Failure(what + ": " + std::strerror(errno));
 }
 
-// Runs the program's work and turns what went wrong into a sentence and an exit code.
+// Runs the program's work. Prints an exception as an error message and returns the exit status.
 template <typename Work>
 int run(const char* name, const Work& work) {
     try {

@@ -24,10 +24,10 @@ public:
 
     void run();
     void flush();
-    void tell_counts();
+    void print_counts();
 
 private:
-    void take(const Frame& frame);
+    void handle_passed(const Frame& frame);
 
     const Options& options_;
     std::unique_ptr<Source> source_;
@@ -41,18 +41,18 @@ private:
 
 Session::Session(const Options& options)
     : options_(options),
-      source_(options.interface.empty() ? open_file(options.file, options.write)
+      source_(options.interface.empty() ? open_file(options.input_file, options.output_file)
                                         : open_interface(options.interface, options.promiscuous)),
       decoder_(options.wanted),
       line_(options.time) {
-    if (!options.write.empty()) {
-        file_.emplace(options.write);
+    if (!options.output_file.empty()) {
+        file_.emplace(options.output_file);
     }
     if (options.form == Form::dump) {
         dump_.emplace();
     }
     if (!options.interface.empty()) {
-        std::fprintf(stderr, "capturing from %s, Ctrl-C ends it\n", options.interface.c_str());
+        std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n", options.interface.c_str());
     }
 }
 
@@ -60,7 +60,8 @@ void Session::run() {
     const bool is_screen_free = options_.form == Form::none || isatty(STDOUT_FILENO) == 0;
     Progress progress(is_screen_free && isatty(STDERR_FILENO) == 1);
     Frame frame;
-    while (!stop_requested() && (options_.count == 0 || counts_.passed() < options_.count)) {
+    while (!stop_requested() &&
+           (options_.max_frames == 0 || counts_.passed() < options_.max_frames)) {
         const Got got = source_->next(frame);
         if (got == Got::end) {
             break;
@@ -71,13 +72,13 @@ void Session::run() {
         }
         counts_.add_seen();
         if (decoder_.passes(frame)) {
-            take(frame);
+            handle_passed(frame);
         }
         progress.show_when_due(*source_);
     }
 }
 
-void Session::take(const Frame& frame) {
+void Session::handle_passed(const Frame& frame) {
     counts_.add_passed(frame, protocol_name(decoder_.record(), decoder_.layers()));
     if (file_) {
         file_->add(frame);
@@ -97,13 +98,13 @@ void Session::flush() {
     }
 }
 
-// With nothing else to print, they are the result.
-void Session::tell_counts() {
+// The counts go to standard error, or to standard output if nothing else is printed there.
+void Session::print_counts() {
     std::string text = counts_.text() + "\n";
     if (const auto drops = source_->drops()) {
         text += "frames: " + std::to_string(*drops) + " dropped by the kernel\n";
     }
-    if (options_.form == Form::none && options_.write != "-") {
+    if (options_.form == Form::none && options_.output_file != "-") {
         output_.add(text);
         output_.flush();
     } else {
@@ -114,7 +115,7 @@ void Session::tell_counts() {
 }  // namespace
 
 void run(const Options& options) {
-    listen_for_stop();
+    install_stop_handlers();
     Session session(options);
     std::optional<tools::Failure> failure;
     const auto attempt = [&](void (Session::*step)()) {
@@ -127,7 +128,7 @@ void run(const Options& options) {
     try {
         attempt(&Session::run);
         attempt(&Session::flush);
-        attempt(&Session::tell_counts);
+        attempt(&Session::print_counts);
     } catch (const OutputClosed&) {
         return;
     }

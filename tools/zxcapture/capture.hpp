@@ -1,12 +1,12 @@
-// The work of the program, from the first frame to the counts.
+// Runs the program, from the first frame to the counts.
 #pragma once
 
 #include "options.hpp"
 
 namespace capture {
 
-// Until the source ends, a signal comes or nobody reads on. Throws a Failure, after everything that
-// was there is shown.
+// Returns when the source ends, a signal arrives or the reader of the output closes it. On an
+// error, shows all frames up to it and then throws a Failure.
 void run(const Options& options);
 
 }  // namespace capture

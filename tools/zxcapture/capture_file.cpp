@@ -6,7 +6,7 @@
 namespace capture {
 namespace {
 
-constexpr int kLargestFrame = 256 << 10;  // as libpcap itself announces it
+constexpr int kLargestFrame = 256 << 10;  // the limit that libpcap itself uses
 
 }  // namespace
 
@@ -20,7 +20,8 @@ CaptureFile::CaptureFile(const std::string& path)
 
 void CaptureFile::add(const Frame& frame) {
     pcap_pkthdr header{};
-    header.ts = {frame.time.tv_sec, frame.time.tv_nsec};  // the file counts nanoseconds
+    header.ts = {frame.time.tv_sec,
+                 frame.time.tv_nsec};  // the field takes nanoseconds in this file
     header.caplen = static_cast<bpf_u_int32>(frame.bytes.size());
     header.len = frame.length;
     pcap_dump(reinterpret_cast<u_char*>(dumper_.get()), &header, frame.bytes.data());

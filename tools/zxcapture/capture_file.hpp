@@ -1,4 +1,4 @@
-// The capture file that is written.
+// Writes a capture file.
 #pragma once
 
 #include <pcap/pcap.h>
@@ -12,8 +12,8 @@ namespace capture {
 
 class CaptureFile {
 public:
-    // "-" is standard output. These throw a Failure when the file cannot be written, and
-    // OutputClosed when nobody reads it any more.
+    // The path "-" is standard output. All functions throw a Failure if the file cannot be written,
+    // and OutputClosed if it is a pipe whose reader has closed it.
     explicit CaptureFile(const std::string& path);
     void add(const Frame& frame);
     void flush();
@@ -26,7 +26,7 @@ private:
         void operator()(pcap_dumper_t* dumper) const { pcap_dump_close(dumper); }
     };
 
-    const std::string name_;  // for sentences
+    const std::string name_;  // for error messages
     std::unique_ptr<pcap_t, Closer> pcap_;
     std::unique_ptr<pcap_dumper_t, Closer> dumper_;
 };

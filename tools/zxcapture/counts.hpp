@@ -1,4 +1,4 @@
-// What was seen and what passed.
+// Counts the frames that were seen and those that passed.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ public:
 
     [[nodiscard]] std::uint64_t passed() const { return passed_; }
 
-    // One line, without its end.
+    // One line, without a line end.
     [[nodiscard]] std::string text() const;
 
 private:

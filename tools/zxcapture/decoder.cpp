@@ -36,11 +36,11 @@ Decoder::Decoder(const Wanted& wanted)
     const bool packets =
         !wanted_.protocol.empty() || !texts_[3].empty() || !texts_[4].empty() || !texts_[5].empty();
     const bool ports = wanted_.port > 0 || wanted_.source_port > 0 || wanted_.dest_port > 0;
-    needed_ = ports     ? Depth::transport
-              : packets ? Depth::network
-              : macs    ? Depth::ethernet
-                        : Depth::none;
-    ports_alone_ = ports && !packets;
+    needed_depth_ = ports     ? Depth::transport
+                    : packets ? Depth::network
+                    : macs    ? Depth::ethernet
+                              : Depth::none;
+    filters_ports_only_ = ports && !packets;
 }
 
 bool Decoder::passes(const Frame& frame) {
@@ -48,20 +48,20 @@ bool Decoder::passes(const Frame& frame) {
     std::copy_n(frame.bytes.begin(), size, start_.begin());
     std::fill(start_.begin() + static_cast<std::ptrdiff_t>(size), start_.end(), std::uint8_t{0});
     layers_ = find_layers(frame);
-    if (layers_.depth < needed_) {
+    if (layers_.depth < needed_depth_) {
         return false;
     }
 
     ether_ctt& record = filter_->frame;
     record.tcp.option_count = 0;
-    // The engine keeps the names of an earlier frame when it has none for this one.
+    // If the engine has no name for this frame, it leaves the name of an earlier one.
     record.ether_type_name[0] = '\0';
     record.ipv4.ip_proto_name[0] = '\0';
     if (zxframe_api_filterFrame(nullptr, start_.data(), filter_.get()) == 0) {
         return false;
     }
-    // Ports alone do not count there; this half of it looks at them.
-    if (ports_alone_ && zxframe_innerapi_filterFrameByIp(nullptr, filter_.get()) == 0) {
+    // The engine's filter ignores ports without another condition. This part of it checks them.
+    if (filters_ports_only_ && zxframe_innerapi_filterFrameByIp(nullptr, filter_.get()) == 0) {
         return false;
     }
     if (filter_->active == 0) {
@@ -71,8 +71,9 @@ bool Decoder::passes(const Frame& frame) {
     return has_exact_addresses();
 }
 
-// The filter searches its texts for a frame's address, so "192.168.1.10" passes 192.168.1.1, too:
-// what it lets through must be one of the addresses as a whole. MAC texts are all of one length.
+// The engine searches for a frame's address within its texts, so the filter "192.168.1.10" also
+// passes 192.168.1.1. This checks that the address is one of those in the list. MAC addresses need
+// no check, because all texts have the same length.
 bool Decoder::has_exact_addresses() const {
     const auto is_one_of = [this](const std::vector<std::string>& texts, bool source, bool dest) {
         return texts.empty() || std::ranges::any_of(texts, [&](const std::string& text) {
@@ -84,8 +85,8 @@ bool Decoder::has_exact_addresses() const {
            is_one_of(wanted_.dest_ip, false, true);
 }
 
-// The engine knows no IPv6, but the headers behind it are the same. It takes the length of a TCP
-// payload from the IPv4 view.
+// The engine does not decode IPv6, but the TCP and UDP headers after it are the same. The engine
+// takes the length of a TCP payload from the IPv4 fields, so these are set first.
 void Decoder::decode_ipv6() {
     if (layers_.type != kTypeIpv6 || layers_.depth != Depth::transport) {
         return;
@@ -107,16 +108,16 @@ void Decoder::dump(const Frame& frame) {
     record.print_flag = 1;
     record.tcp.option_count = 0;
     if (layers_.flaw == Flaw::none && !layers_.later_fragment) {
-        provide_payload(frame);
+        copy_payload(frame);
         zxframe_api_doFrame(&record, start_.data());
         decode_ipv6();
     } else {
-        dump_what_is_there();
+        dump_captured_headers();
     }
     record.print_flag = 0;
 }
 
-void Decoder::dump_what_is_there() {
+void Decoder::dump_captured_headers() {
     ether_ctt& record = filter_->frame;
     if (layers_.depth >= Depth::ethernet) {
         zxframe_innerapi_parseEthrt(&record, start_.data());
@@ -129,20 +130,20 @@ void Decoder::dump_what_is_there() {
     }
 }
 
-// The engine dumps the payload of a UDP packet from here, as long as the packet says.
-void Decoder::provide_payload(const Frame& frame) {
+// The engine dumps the payload of a UDP packet from `data`, with the length in the UDP header.
+void Decoder::copy_payload(const Frame& frame) {
     if (layers_.depth == Depth::transport && layers_.protocol == kProtocolUdp) {
         std::uint8_t(&data)[ZXFRAME_DATA_SIZE] = filter_->frame.data;
-        const std::size_t size = std::min(payload_there(frame), sizeof data);
+        const std::size_t size = std::min(captured_payload(frame), sizeof data);
         std::memcpy(data, frame.bytes.data() + layers_.payload_at, size);
         std::memset(data + size, 0, sizeof data - size);
     }
 }
 
-std::size_t Decoder::payload_there(const Frame& frame) const {
-    const std::size_t behind =
+std::size_t Decoder::captured_payload(const Frame& frame) const {
+    const std::size_t captured =
         frame.bytes.size() - std::min(frame.bytes.size(), layers_.payload_at);
-    return std::min<std::size_t>(behind, layers_.payload);
+    return std::min<std::size_t>(captured, layers_.payload);
 }
 
 }  // namespace capture

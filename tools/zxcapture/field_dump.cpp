@@ -14,7 +14,7 @@ constexpr std::uint32_t kLevelOff = 0;
 constexpr std::uint32_t kLevelInformation = 4;
 constexpr std::string_view kIndent = "    ";
 
-// Time, level and tag, each in brackets.
+// Removes time, level and tag, which are each in brackets.
 std::string_view without_front(std::string_view line) {
     for (int i = 0; i < 3 && line.starts_with('['); ++i) {
         line.remove_prefix(std::min(line.find(']'), line.size() - 1) + 1);
@@ -49,7 +49,7 @@ std::string FieldDump::print(Decoder& decoder, const Frame& frame) {
     std::string text = readable(take_log());
     const Layers& layers = decoder.layers();
     const std::size_t dumped = std::min<std::size_t>(decoder.record().data_len, ZXFRAME_DATA_SIZE);
-    const std::size_t there = decoder.payload_there(frame);
+    const std::size_t there = decoder.captured_payload(frame);
     if (layers.depth == Depth::transport && layers.protocol == kProtocolUdp &&
         layers.flaw == Flaw::none && there < dumped) {
         text.append(kIndent).append("Data: only the first ");

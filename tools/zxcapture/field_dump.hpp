@@ -1,4 +1,5 @@
-// The engine's field dump as text: it logs into memory, from where the lines are taken.
+// The field dump as text. The frame engine can only log it, so the log is sent to a file in memory
+// and read back.
 #pragma once
 
 #include <string>
@@ -11,10 +12,10 @@ namespace capture {
 
 class FieldDump {
 public:
-    // Throws a Failure when the log cannot be led into memory.
+    // Throws a Failure if the log cannot be sent to memory.
     FieldDump();
 
-    // The fields of the frame that passed last, indented, without the front of log lines.
+    // The fields of the frame that passed last, indented, without time, level and tag.
     std::string print(Decoder& decoder, const Frame& frame);
 
 private:

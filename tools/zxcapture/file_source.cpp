@@ -1,4 +1,4 @@
-// Capture files, through libpcap.
+// Reads capture files with libpcap.
 #include <pcap/pcap.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -26,11 +26,11 @@ public:
 private:
     [[nodiscard]] bool would_wait();
 
-    const std::string name_;  // for sentences
+    const std::string name_;  // for error messages
     std::unique_ptr<pcap_t, PcapCloser> pcap_;
-    std::FILE* file_;         // of pcap_
-    std::uint64_t size_ = 0;  // of a regular file
-    bool is_told_ = false;    // the caller knows that nothing is there yet
+    std::FILE* file_;                    // of pcap_
+    std::uint64_t size_ = 0;             // of a regular file; 0 for a pipe
+    bool has_reported_nothing_ = false;  // since the last frame
 };
 
 bool is_same_file(const struct stat& st, const std::string& path) {
@@ -45,13 +45,13 @@ FileSource::FileSource(const std::string& path, const std::string& output)
     pcap_.reset(
         pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason));
     if (pcap_ == nullptr) {
-        const std::string named(reason);  // libpcap names the file where it cannot be opened
+        const std::string named(reason);  // libpcap includes the path if it cannot open the file
         throw Failure("cannot read " +
                       (named.starts_with(path + ":") ? named : name_ + ": " + named));
     }
     if (const int type = pcap_datalink(pcap_.get()); type != DLT_EN10MB) {
         const char* const type_name = pcap_datalink_val_to_description_or_dlt(type);
-        throw Failure(name_ + " holds no Ethernet frames: its link type is " + type_name);
+        throw Failure(name_ + " does not contain Ethernet frames: its link type is " + type_name);
     }
     file_ = pcap_file(pcap_.get());
     struct stat st {};
@@ -59,7 +59,7 @@ FileSource::FileSource(const std::string& path, const std::string& output)
     if (S_ISREG(st.st_mode)) {
         size_ = static_cast<std::uint64_t>(st.st_size);
         if (is_same_file(st, output)) {
-            throw Failure("cannot write " + output + " while it is read");
+            throw Failure("cannot write " + output + " while reading from it");
         }
     }
 }
@@ -74,25 +74,26 @@ Got FileSource::next(Frame& frame) {
     if (result == 1) {
         frame.bytes = {bytes, header->caplen};
         frame.length = header->len;
-        frame.time = {header->ts.tv_sec, header->ts.tv_usec};  // nanoseconds, as asked for
+        frame.time = {header->ts.tv_sec,
+                      header->ts.tv_usec};  // nanoseconds, as requested in the constructor
         return Got::frame;
     }
     if (result != PCAP_ERROR_BREAK && !stop_requested()) {
-        throw Failure(name_ + " breaks off: " + pcap_geterr(pcap_.get()));
+        throw Failure(name_ + " ends early: " + pcap_geterr(pcap_.get()));
     }
     return Got::end;
 }
 
-// True once, before next() waits for a pipe. Frames may still be in the buffer then; that is told
-// too often rather than too late.
+// Returns true once before next() may wait for a pipe, so that the caller can flush its output.
+// libpcap may still have frames in its buffer; then the caller flushes more often than necessary.
 bool FileSource::would_wait() {
-    if (size_ != 0 || is_told_) {
-        is_told_ = false;
+    if (size_ != 0 || has_reported_nothing_) {
+        has_reported_nothing_ = false;
         return false;
     }
     pollfd pipe{fileno(file_), POLLIN, 0};
-    is_told_ = poll(&pipe, 1, 0) == 0;
-    return is_told_;
+    has_reported_nothing_ = poll(&pipe, 1, 0) == 0;
+    return has_reported_nothing_;
 }
 
 std::optional<double> FileSource::position() const {

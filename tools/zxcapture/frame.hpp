@@ -1,4 +1,4 @@
-// A frame as its source gives it.
+// A frame from a source.
 #pragma once
 
 #include <time.h>
@@ -9,7 +9,7 @@
 namespace capture {
 
 struct Frame {
-    std::span<const std::uint8_t> bytes;  // what was captured of it
+    std::span<const std::uint8_t> bytes;  // the captured part
     std::uint32_t length = 0;             // bytes on the wire
     timespec time{};
 };

@@ -1,4 +1,4 @@
-// A live interface, through a packet socket.
+// Captures from a live interface through a packet socket.
 #include <arpa/inet.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -25,7 +25,8 @@ namespace {
 using tools::Failure;
 using tools::system_failure;
 
-constexpr std::size_t kLargestFrame = 256U << 10U;  // offloads hand over far more than 64 KiB
+constexpr std::size_t kLargestFrame = 256U
+                                      << 10U;  // with offloads, frames are much larger than 64 KiB
 constexpr std::size_t kVlanTagSize = 4;
 constexpr std::size_t kMacsSize = std::size_t{2} * ZXFRAME_MAC_SIZE;
 constexpr int kKernelBuffer = 16 << 20;
@@ -54,8 +55,8 @@ private:
     const std::string name_;
     const int index_;
     zxcommon::Descriptor socket_;
-    std::vector<std::uint8_t> buffer_;  // room for a VLAN tag, and a frame
-    bool is_told_ = false;              // the caller knows that nothing is there yet
+    std::vector<std::uint8_t> buffer_;   // room for a VLAN tag, and a frame
+    bool has_reported_nothing_ = false;  // since the last frame
     std::uint64_t drops_ = 0;
 };
 
@@ -67,7 +68,8 @@ int index_of(const std::string& name) {
     return static_cast<int>(index);
 }
 
-// Protocol 0: nothing is received, least of all from other interfaces, before bind().
+// With protocol 0 the socket receives nothing, in particular not from other interfaces, before
+// bind().
 zxcommon::Descriptor open_socket(const std::string& name) {
     zxcommon::Descriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd.get() < 0 && errno == EPERM) {
@@ -85,11 +87,11 @@ InterfaceSource::InterfaceSource(const std::string& name, bool promiscuous)
       socket_(open_socket(name)),
       buffer_(kVlanTagSize + kLargestFrame) {
     if (hardware_type() == ARPHRD_LOOPBACK) {
-        set_option(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // what goes out there comes in again
+        set_option(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // each frame arrives there, too
     }
     set_option(SOL_SOCKET, SO_TIMESTAMPNS, 1);
     set_option(SOL_PACKET, PACKET_AUXDATA, 1);
-    // Forced: beyond the limit for everybody, where the process may do that.
+    // SO_RCVBUFFORCE exceeds the system limit, but needs a capability.
     if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kKernelBuffer,
                    sizeof kKernelBuffer) != 0) {
         set_option(SOL_SOCKET, SO_RCVBUF, kKernelBuffer);
@@ -111,7 +113,7 @@ void InterfaceSource::start() {
     if (bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         fail();
     }
-    int code = 0;  // bind() itself does not mind an interface that is down
+    int code = 0;  // bind() succeeds even if the interface is down
     socklen_t size = sizeof code;
     getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &code, &size);
     if (code != 0) {
@@ -135,19 +137,19 @@ int InterfaceSource::hardware_type() const {
     }
     const int type = request.ifr_hwaddr.sa_family;
     if (type != ARPHRD_ETHER && type != ARPHRD_LOOPBACK) {
-        throw Failure("the interface " + name_ + " carries no Ethernet frames (hardware type " +
+        throw Failure("the interface " + name_ + " does not carry Ethernet frames (hardware type " +
                       std::to_string(type) + ")");
     }
     return type;
 }
 
 Got InterfaceSource::next(Frame& frame) {
-    if (is_told_) {
+    if (has_reported_nothing_) {
         pollfd wanted{socket_.get(), POLLIN, 0};
         poll(&wanted, 1, kWaitMs);
     }
-    is_told_ = !receive(frame);
-    return is_told_ ? Got::nothing : Got::frame;
+    has_reported_nothing_ = !receive(frame);
+    return has_reported_nothing_ ? Got::nothing : Got::frame;
 }
 
 bool InterfaceSource::receive(Frame& frame) {
@@ -182,8 +184,9 @@ bool InterfaceSource::receive(Frame& frame) {
     return true;
 }
 
-// The kernel takes the tag out of the frame; on the wire it stands behind the MAC addresses. They
-// are moved into the room before the frame. Returns the bytes that the frame has grown by.
+// The kernel removes the VLAN tag, which follows the MAC addresses on the wire. This moves the MAC
+// addresses to the free bytes before the frame and writes the tag after them. Returns by how many
+// bytes the frame has grown.
 std::size_t InterfaceSource::put_vlan_tag_back(const tpacket_auxdata& data, std::size_t size) {
     if ((data.tp_status & TP_STATUS_VLAN_VALID) == 0 || size < kMacsSize) {
         return 0;
@@ -200,7 +203,7 @@ std::optional<std::uint64_t> InterfaceSource::drops() {
     tpacket_stats stats{};
     socklen_t size = sizeof stats;
     if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
-        drops_ += stats.tp_drops;  // the kernel begins anew with every question
+        drops_ += stats.tp_drops;  // the kernel resets its counter with each call
     }
     return drops_;
 }

@@ -14,7 +14,7 @@ constexpr std::size_t kIpv4HeaderSize = 20;
 constexpr std::size_t kTcpHeaderSize = 20;
 constexpr std::size_t kUdpHeaderSize = 8;
 
-// Reads on into TCP and UDP. `end` is where the packet ends by its IP header.
+// Reads the TCP or UDP header. `end` is where the packet ends according to its IP header.
 void add_transport(const Frame& frame, std::size_t end, Layers& layers) {
     const std::size_t at = layers.transport_at;
     const bool is_tcp = layers.protocol == kProtocolTcp;
@@ -51,7 +51,7 @@ void add_protocol(const Frame& frame, std::size_t end, Layers& layers) {
     }
 }
 
-// Where the packet ends; a length of 0 is that of a packet which the interface is to cut up.
+// Returns where the packet ends. The length is 0 in a packet that the interface will segment.
 std::size_t end_of_packet(const Frame& frame, std::size_t length) {
     return length == 0 ? frame.length : kNetworkAt + length;
 }

@@ -1,8 +1,8 @@
 // How far the headers of a frame can be trusted.
 //
-// The engine decodes whatever it is given: behind the captured bytes it finds zeros, behind a
-// header that lies about its length something else, and its record keeps the fields of earlier
-// frames. So what may be shown of a record is decided here, from the frame alone.
+// The engine decodes any bytes: after the captured bytes it reads zeros, after a header with a
+// wrong length it reads the wrong bytes, and its record keeps fields of earlier frames. So
+// find_layers() decides, from the frame alone, which parts of a record may be shown.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ inline constexpr std::uint16_t kTypeIpv4 = 0x0800;
 inline constexpr std::uint16_t kTypeArp = 0x0806;
 inline constexpr std::uint16_t kTypeVlan = 0x8100;
 inline constexpr std::uint16_t kTypeIpv6 = 0x86DD;
-inline constexpr std::uint16_t kLargestLength = 1500;  // of IEEE 802.3, in place of a type
+inline constexpr std::uint16_t kLargestLength = 1500;  // IEEE 802.3 has a length in place of a type
 inline constexpr std::uint8_t kProtocolTcp = 6;
 inline constexpr std::uint8_t kProtocolUdp = 17;
 inline constexpr std::uint8_t kProtocolIcmpV6 = 58;
@@ -25,20 +25,20 @@ enum class Depth { none, ethernet, network, transport };
 
 enum class Flaw {
     none,
-    truncated,  // a header ends behind the captured bytes
+    truncated,  // a header ends after the captured bytes
     malformed,  // a header contradicts the one around it
 };
 
 struct Layers {
-    Depth depth = Depth::none;     // the innermost header that is there
+    Depth depth = Depth::none;     // the innermost header that is present
     Flaw flaw = Flaw::none;        // of the next one, or of the options of a TCP header
     std::uint16_t type = 0;        // EtherType
-    std::uint8_t protocol = 0;     // of IPv4; of IPv6 the next header
-    bool first_fragment = false;   // of several
+    std::uint8_t protocol = 0;     // of IPv4, or the next header of IPv6
+    bool first_fragment = false;   // of several fragments
     bool later_fragment = false;   // has no transport header
     std::size_t transport_at = 0;  // from the start of the frame
-    std::size_t payload_at = 0;    // likewise
-    std::uint32_t payload = 0;     // bytes behind the transport header, in the packet
+    std::size_t payload_at = 0;    // from the start of the frame
+    std::uint32_t payload = 0;     // bytes of the packet after the transport header
 };
 
 [[nodiscard]] Layers find_layers(const Frame& frame);

@@ -11,7 +11,7 @@
 namespace capture {
 namespace {
 
-constexpr int kNameWidth = 7;  // longer names stand behind the length
+constexpr int kNameWidth = 7;  // longer names are printed after the length
 constexpr std::uint16_t kArpRequest = 1;
 constexpr std::uint16_t kArpReply = 2;
 
@@ -37,11 +37,11 @@ struct MacText {
     char text[ZXFRAME_MAC_TEXT_SIZE];
 };
 
-// An address as the line shows it, with its port where there is one.
-using End = char[INET6_ADDRSTRLEN + 8];
+// An address as the line shows it, with its port if it has one.
+using EndpointText = char[INET6_ADDRSTRLEN + 8];
 
-void print_end(End& end, int family, const void* address, const Layers& layers,
-               std::uint16_t port) {
+void print_endpoint(EndpointText& end, int family, const void* address, const Layers& layers,
+                    std::uint16_t port) {
     const AddressText text(family, address);
     if (layers.depth != Depth::transport) {
         std::snprintf(end, sizeof end, "%s", text.text);
@@ -50,21 +50,21 @@ void print_end(End& end, int family, const void* address, const Layers& layers,
     }
 }
 
-void add_ends(std::string& text, const Frame& frame, const ether_ctt& record,
-              const Layers& layers) {
+void add_endpoints(std::string& text, const Frame& frame, const ether_ctt& record,
+                   const Layers& layers) {
     constexpr std::size_t kIpv6Source = ZXFRAME_ETHERNET_SIZE + 8;
     constexpr std::size_t kIpv6Dest = kIpv6Source + 16;
     const bool is_tcp = layers.protocol == kProtocolTcp;
     const std::uint16_t source_port = is_tcp ? record.tcp.source : record.udp.source;
     const std::uint16_t dest_port = is_tcp ? record.tcp.dest : record.udp.dest;
-    End source = "?";
-    End dest = "?";
+    EndpointText source = "?";
+    EndpointText dest = "?";
     if (layers.depth >= Depth::network && layers.type == kTypeIpv4) {
-        print_end(source, AF_INET, &record.ipv4.saddr, layers, source_port);
-        print_end(dest, AF_INET, &record.ipv4.daddr, layers, dest_port);
+        print_endpoint(source, AF_INET, &record.ipv4.saddr, layers, source_port);
+        print_endpoint(dest, AF_INET, &record.ipv4.daddr, layers, dest_port);
     } else if (layers.depth >= Depth::network && layers.type == kTypeIpv6) {
-        print_end(source, AF_INET6, frame.bytes.data() + kIpv6Source, layers, source_port);
-        print_end(dest, AF_INET6, frame.bytes.data() + kIpv6Dest, layers, dest_port);
+        print_endpoint(source, AF_INET6, frame.bytes.data() + kIpv6Source, layers, source_port);
+        print_endpoint(dest, AF_INET6, frame.bytes.data() + kIpv6Dest, layers, dest_port);
     } else if (layers.depth >= Depth::ethernet) {
         std::snprintf(source, sizeof source, "%s", record.str_source_mac);
         std::snprintf(dest, sizeof dest, "%s", record.str_dest_mac);
@@ -102,7 +102,7 @@ void add_flags(std::string& text, const tcp_view& tcp) {
     add(text, " [%s]", names.empty() ? "none" : names.c_str());
 }
 
-// How much of the packet and of the frame this is.
+// Adds fragment, payload size and flaws.
 void add_extent(std::string& text, const Frame& frame, const ether_ctt& record,
                 const Layers& layers) {
     if (layers.later_fragment) {
@@ -123,7 +123,7 @@ std::string_view trimmed(std::string_view name) {
     return name.substr(0, name.find_last_not_of(' ') + 1);
 }
 
-// What the engine calls the innermost protocol that the frame is known to have; may be empty.
+// The engine's name of the innermost protocol whose header is present; may be empty.
 std::string_view full_name(const ether_ctt& record, const Layers& layers) {
     if (layers.type == kTypeIpv4 && layers.depth >= Depth::network) {
         return trimmed(record.ipv4.ip_proto_name);
@@ -131,7 +131,7 @@ std::string_view full_name(const ether_ctt& record, const Layers& layers) {
     return layers.type > kLargestLength ? trimmed(record.ether_type_name) : "802.3";
 }
 
-// What follows the length.
+// Adds what follows the length.
 void add_details(std::string& text, const Frame& frame, const ether_ctt& record,
                  const Layers& layers) {
     if (layers.type == kTypeArp && layers.depth == Depth::network) {
@@ -182,7 +182,7 @@ std::string protocol_name(const ether_ctt& record, const Layers& layers) {
 std::string_view Line::print(const Frame& frame, const ether_ctt& record, const Layers& layers) {
     text_.clear();
     add_time(frame.time);
-    add_ends(text_, frame, record, layers);
+    add_endpoints(text_, frame, record, layers);
     add(text_, " %-*s %5u", kNameWidth, protocol_name(record, layers).c_str(), frame.length);
     add_details(text_, frame, record, layers);
     text_ += '\n';
@@ -200,7 +200,7 @@ void Line::add_time(const timespec& time) {
         second_ = time.tv_sec;
     }
     text_ += second_text_;
-    // A broken file may hold any number here.
+    // A damaged file may contain any number here.
     if (time.tv_nsec >= 0 && time.tv_nsec < 1000000000) {
         add(text_, ".%06ld ", time.tv_nsec / 1000);
     } else {

@@ -1,4 +1,4 @@
-// One line a frame: time, addresses, protocol, length, and what else the protocol has to say.
+// Prints one line for each frame: time, addresses, protocol, length, and details of the protocol.
 #pragma once
 
 #include <string>
@@ -11,21 +11,21 @@
 
 namespace capture {
 
-// A short name of the innermost protocol that the frame is known to have.
+// A short name of the innermost protocol whose header is present.
 [[nodiscard]] std::string protocol_name(const ether_ctt& record, const Layers& layers);
 
 class Line {
 public:
     explicit Line(const TimeForm& form) : form_(form) {}
 
-    // With its line end; lives until the next call.
+    // Returns the line with its line end; valid until the next call.
     std::string_view print(const Frame& frame, const ether_ctt& record, const Layers& layers);
 
 private:
     void add_time(const timespec& time);
 
     const TimeForm form_;
-    time_t second_ = -1;  // the one that is in second_text_
+    time_t second_ = -1;  // the second that second_text_ shows
     std::string second_text_;
     std::string text_;
 };

@@ -6,7 +6,7 @@
 
 int main(int argc, char** argv) {
     const capture::Options options = capture::parse_options(argc, argv);
-    // The engine logs errors of frames and payloads of UDP packets; only a field dump asks for
+    // The frame engine logs errors in frames and payloads of UDP packets. Only a field dump needs
     // them.
     zxlog_api_setLoglevel(0);
     return tools::run("zxcapture", [&] { capture::run(options); });

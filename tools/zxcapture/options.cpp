@@ -14,10 +14,10 @@ namespace capture {
 namespace {
 
 constexpr char kNotes[] =
-    R"(Filters: all that are given must match. MAC and IP addresses may be lists (--ip 10.0.0.1,10.0.0.2)
-of which one must match. Protocol, address and port filters let nothing but IPv4 pass.
+    R"(Filters: A frame passes if it matches all filters. A MAC or IP address may be a list such as
+10.0.0.1,10.0.0.2, of which one must match. Protocol, IP address and port filters pass only IPv4.
 
-Capture files are read in every format that libpcap knows, and written as pcap with nanoseconds.
+Capture files: zxcapture reads every format that libpcap supports. It writes pcap with nanoseconds.
 
 Examples:
   zxcapture --interface eth0 --protocol tcp --port 80
@@ -25,10 +25,12 @@ Examples:
   zxcapture --interface eth0 --mac 00:11:22:aa:bb:cc --count 100 --write part.pcap
   ssh host tcpdump -w - | zxcapture --read - --quiet
 
-A live capture needs root or the capability CAP_NET_RAW; SIGINT (Ctrl-C) and SIGTERM end it. What was
-counted is told at the end, on standard error.)";
+A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C) and SIGTERM end it.
 
-constexpr char kNoText[] = " ";  // for the help: no list of options that this one excludes
+At the end, zxcapture prints the number of frames to standard error, or to standard output with
+--quiet.)";
+
+constexpr char kNoText[] = " ";  // keeps the excluded options out of the help text
 
 bool is_mac(const std::string& text) {
     bool good = text.size() == ZXFRAME_MAC_TEXT_SIZE - 1;
@@ -39,33 +41,33 @@ bool is_mac(const std::string& text) {
     return good;
 }
 
-// These give the reason why a text is refused, or an empty one. The engine compares texts, so they
-// also bring the text into the form that it prints.
-std::string take_mac(std::string& text) {
+// The validators return an error message, empty if the text is valid. The frame engine compares
+// texts, so normalize_mac() also converts the text to the lower case that the engine prints.
+std::string normalize_mac(std::string& text) {
     if (!is_mac(text)) {
-        return "'" + text + "' is no MAC address such as 00:11:22:aa:bb:cc";
+        return "'" + text + "' is not a MAC address such as 00:11:22:aa:bb:cc";
     }
     std::ranges::transform(text, text.begin(),
                            [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return {};
 }
 
-std::string take_ip(std::string& text) {
+std::string check_ip(std::string& text) {
     in_addr address{};
     if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
-        return "'" + text + "' is no IPv4 address such as 192.168.1.10";
+        return "'" + text + "' is not an IPv4 address such as 192.168.1.10";
     }
     return {};
 }
 
 CLI::Option* add_addresses(CLI::App& app, const char* name, std::vector<std::string>& texts,
-                           const char* help, std::string (*take)(std::string&)) {
+                           const char* help, std::string (*check)(std::string&)) {
     return app.add_option(name, texts, help)
         ->option_text("ADDRESS")
         ->group("Filters")
         ->delimiter(',')
         ->allow_extra_args(false)
-        ->transform(CLI::Validator(take, ""));
+        ->transform(CLI::Validator(check, ""));
 }
 
 CLI::Option* add_port(CLI::App& app, const char* name, std::int32_t& port, const char* help) {
@@ -75,7 +77,7 @@ CLI::Option* add_port(CLI::App& app, const char* name, std::int32_t& port, const
         ->check(CLI::Range(1, 65535));
 }
 
-// The engine lets the first of each three hide the other two.
+// The frame engine ignores --source-X and --dest-X if --X is given.
 void exclude(CLI::Option* either, std::initializer_list<CLI::Option*> others) {
     for (CLI::Option* const other : others) {
         either->excludes(other);
@@ -84,22 +86,24 @@ void exclude(CLI::Option* either, std::initializer_list<CLI::Option*> others) {
 
 void define_filters(CLI::App& app, Wanted& wanted) {
     CLI::Option* either =
-        add_addresses(app, "--mac", wanted.mac, "Source or destination MAC address", take_mac);
-    exclude(
-        either,
-        {add_addresses(app, "--source-mac", wanted.source_mac, "Source MAC address", take_mac),
-         add_addresses(app, "--dest-mac", wanted.dest_mac, "Destination MAC address", take_mac)});
-    app.add_option("--protocol", wanted.protocol, "tcp or udp")
+        add_addresses(app, "--mac", wanted.mac, "Source or destination MAC address", normalize_mac);
+    exclude(either, {add_addresses(app, "--source-mac", wanted.source_mac, "Source MAC address",
+                                   normalize_mac),
+                     add_addresses(app, "--dest-mac", wanted.dest_mac, "Destination MAC address",
+                                   normalize_mac)});
+    app.add_option("--protocol", wanted.protocol, "Transport protocol: tcp or udp")
         ->option_text("NAME")
         ->group("Filters")
         ->transform(CLI::IsMember({"tcp", "udp"}, CLI::ignore_case));
-    either = add_addresses(app, "--ip", wanted.ip, "Source or destination IPv4 address", take_ip);
+    either = add_addresses(app, "--ip", wanted.ip, "Source or destination IPv4 address", check_ip);
+    exclude(
+        either,
+        {add_addresses(app, "--source-ip", wanted.source_ip, "Source IPv4 address", check_ip),
+         add_addresses(app, "--dest-ip", wanted.dest_ip, "Destination IPv4 address", check_ip)});
+    either = add_port(app, "--port", wanted.port, "Source or destination port of TCP or UDP");
     exclude(either,
-            {add_addresses(app, "--source-ip", wanted.source_ip, "Source IPv4 address", take_ip),
-             add_addresses(app, "--dest-ip", wanted.dest_ip, "Destination IPv4 address", take_ip)});
-    either = add_port(app, "--port", wanted.port, "Source or destination port, TCP or UDP");
-    exclude(either, {add_port(app, "--source-port", wanted.source_port, "Source port"),
-                     add_port(app, "--dest-port", wanted.dest_port, "Destination port")});
+            {add_port(app, "--source-port", wanted.source_port, "Source port of TCP or UDP"),
+             add_port(app, "--dest-port", wanted.dest_port, "Destination port of TCP or UDP")});
 }
 
 struct Flags {
@@ -109,30 +113,30 @@ struct Flags {
 
 void define_output(CLI::App& app, Options& options, Flags& flags) {
     CLI::Option* const dump =
-        app.add_flag("-d,--dump", flags.dump, "Print every field of a frame below its line");
-    CLI::Option* const quiet = app.add_flag("-q,--quiet", flags.quiet, "Print the counts only");
+        app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
+    CLI::Option* const quiet = app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
     dump->excludes(quiet);
     dump->option_text(kNoText);
     quiet->option_text(kNoText);
     app.add_flag("--utc", options.time.utc, "Print times in UTC instead of local time");
     app.add_flag("--date", options.time.date, "Print the date before the time");
-    app.add_option("-w,--write", options.write,
-                   "Write what passes to a new capture file; - is standard output")
+    app.add_option("-w,--write", options.output_file,
+                   "Write the frames that pass to a new capture file (-: standard output)")
         ->option_text("FILE");
-    app.add_option("-c,--count", options.count, "End after so many frames that passed")
+    app.add_option("-c,--count", options.max_frames, "End after N frames have passed")
         ->option_text("N")
         ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
 }
 
 void define_sources(CLI::App& app, Options& options) {
-    CLI::Option* const file =
-        app.add_option("-r,--read", options.file, "Capture file to read; - is standard input")
-            ->option_text("FILE");
-    CLI::Option* const interface =
-        app.add_option("-i,--interface", options.interface, "Network interface to capture from")
-            ->option_text("NAME");
+    CLI::Option* const file = app.add_option("-r,--read", options.input_file,
+                                             "Read frames from a capture file (-: standard input)")
+                                  ->option_text("FILE");
+    CLI::Option* const interface = app.add_option("-i,--interface", options.interface,
+                                                  "Capture frames from a network interface")
+                                       ->option_text("NAME");
     CLI::Option* const promiscuous = app.add_flag("--promiscuous", options.promiscuous,
-                                                  "Capture what is for other stations, too");
+                                                  "Also capture frames for other stations");
     file->excludes(interface);
     promiscuous->needs(interface)->option_text(kNoText);
 }
@@ -151,17 +155,17 @@ Options parse_options(int argc, char** argv) {
     app.footer(kNotes);
     tools::parse(app, argc, argv);
 
-    if (options.file.empty() && options.interface.empty()) {
-        tools::end_misused(app,
-                           "give a capture file (--read FILE) or an interface (--interface NAME)");
+    if (options.input_file.empty() && options.interface.empty()) {
+        tools::exit_misused(app,
+                            "give a capture file (--read FILE) or an interface (--interface NAME)");
     }
-    const bool stdout_taken = options.write == "-";
+    const bool stdout_taken = options.output_file == "-";
     if (stdout_taken && flags.dump) {
-        tools::end_misused(app, "--write - leaves no place for --dump");
+        tools::exit_misused(app, "--dump and --write - cannot both use standard output");
     }
     if (stdout_taken && isatty(STDOUT_FILENO) == 1) {
-        tools::end_misused(app,
-                           "a capture file is nothing for a terminal: redirect standard output");
+        tools::exit_misused(app,
+                            "cannot write a capture file to a terminal: redirect standard output");
     }
     options.form = flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
     return options;

@@ -1,4 +1,4 @@
-// What the command line asks for.
+// The options from the command line.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,8 @@
 
 namespace capture {
 
-// Which frames pass. Texts are as the engine compares them; several of one kind are alternatives.
+// The conditions of the filters. A frame passes if it meets all of them. Of several addresses in
+// one list, one must match. Texts have the form that the frame engine compares.
 struct Wanted {
     std::vector<std::string> mac{};
     std::vector<std::string> source_mac{};
@@ -21,6 +22,7 @@ struct Wanted {
     std::int32_t dest_port = 0;
 };
 
+// What is printed for each frame; `dump` is a line and the fields.
 enum class Form { line, dump, none };
 
 struct TimeForm {
@@ -29,18 +31,18 @@ struct TimeForm {
 };
 
 struct Options {
-    std::string file;       // read from, "-" for standard input
-    std::string interface;  // or captured from
+    std::string input_file;  // "-": standard input; empty: capture from the interface
+    std::string interface;
     bool promiscuous = false;
     Wanted wanted;
     Form form = Form::line;
     TimeForm time;
-    std::string write;  // to this capture file, "-" for standard output
-    std::uint64_t count = 0;
+    std::string output_file;       // "-": standard output; empty: no capture file is written
+    std::uint64_t max_frames = 0;  // that pass; 0: no limit
 };
 
-// Prints help or version, or a sentence on what is wrong, and ends the program where these are all
-// there is to do.
+// Parses the command line. Ends the program after --help and --version, and after an error message
+// when the command line is wrong.
 Options parse_options(int argc, char** argv);
 
 }  // namespace capture

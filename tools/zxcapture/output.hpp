@@ -1,4 +1,4 @@
-// Buffered writing to a descriptor.
+// Writes text to a descriptor through a buffer.
 #pragma once
 
 #include <exception>
@@ -7,7 +7,7 @@
 
 namespace capture {
 
-// Nobody reads the output any more, or a signal asked for the end while somebody was slow to.
+// The reader of the output has closed it, or a signal arrived while the output was blocked.
 struct OutputClosed : std::exception {};
 
 class Output {
@@ -16,7 +16,7 @@ public:
 
     void add(std::string_view text);
 
-    // Throws OutputClosed, and a Failure for any other reason.
+    // Throws OutputClosed, and a Failure for any other error.
     void flush();
 
 private:

@@ -1,4 +1,4 @@
-// How far a file is read, for whoever waits at a terminal.
+// Shows on a terminal how much of a file has been read.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@ namespace capture {
 
 class Progress {
 public:
-    // `shown`: a terminal is there, and nothing else is printed on it.
+    // `shown`: standard error is a terminal, and nothing else is printed on it.
     explicit Progress(bool shown);
     ~Progress();
     Progress(const Progress&) = delete;

@@ -1,4 +1,4 @@
-// Where frames come from.
+// A source of frames: a capture file or an interface.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace capture {
 
 enum class Got {
     frame,
-    nothing,  // for now: next() may wait from here on
+    nothing,  // no frame yet; the following call of next() may wait
     end,
 };
 
@@ -20,21 +20,21 @@ class Source {
 public:
     virtual ~Source() = default;
 
-    // The next frame, whose bytes live until the next call. Throws a Failure when the source breaks
-    // off.
+    // Reads the next frame, whose bytes are valid until the next call. Throws a Failure if the
+    // source fails.
     virtual Got next(Frame& frame) = 0;
 
-    // How much of the source is read, from 0 to 1, where that can be known.
+    // How much of the source has been read, from 0 to 1, if that is known.
     [[nodiscard]] virtual std::optional<double> position() const { return std::nullopt; }
 
-    // Frames that the kernel had no room for, where it counts.
+    // Frames that the kernel dropped because its buffer was full, if it counts them.
     [[nodiscard]] virtual std::optional<std::uint64_t> drops() { return std::nullopt; }
 };
 
-// These throw a Failure that says why there are no frames to be had.
+// These functions throw a Failure if they cannot open the source.
 
-// A capture file, "-" for standard input. `output` is the file that is about to be written, or
-// empty: that cannot be the same one.
+// Opens a capture file; "-" is standard input. `output` is the file that will be written, or empty.
+// It must not be the same file.
 std::unique_ptr<Source> open_file(const std::string& path, const std::string& output);
 
 std::unique_ptr<Source> open_interface(const std::string& name, bool promiscuous);

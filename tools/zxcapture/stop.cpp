@@ -15,9 +15,9 @@ void on_signal(int) {
 
 }  // namespace
 
-void listen_for_stop() {
+void install_stop_handlers() {
     struct sigaction action {};
-    action.sa_handler = on_signal;  // without SA_RESTART
+    action.sa_handler = on_signal;  // without SA_RESTART, so that system calls end
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     action.sa_handler = SIG_IGN;

@@ -1,11 +1,11 @@
-// SIGINT and SIGTERM ask for the end.
+// SIGINT and SIGTERM end the program.
 #pragma once
 
 namespace capture {
 
-// From now on these signals interrupt whatever waits, and a closed pipe is only an error of
-// writing.
-void listen_for_stop();
+// From now on these signals interrupt system calls and set stop_requested(). SIGPIPE is ignored: to
+// write to a closed pipe is only an error.
+void install_stop_handlers();
 
 [[nodiscard]] bool stop_requested();
 

@@ -1,4 +1,4 @@
-# What bash completes of the command line of zxcapture: options are those of its --help.
+# Bash completion for zxcapture. It takes the names of the options from zxcapture --help.
 _zxcapture() {
     local word=$2 option=$3
     COMPREPLY=()

@@ -1,6 +1,6 @@
-// zxrelay: takes a transport stream from a TCP client or from UDP and gives it to any number of TCP
-// clients. One thread receives, one sends, a block FIFO is between them; the main thread listens to
-// signals. As a server it is a daemon under a watchdog.
+// zxrelay: receives a transport stream from a TCP client or from UDP and sends it to any number of
+// TCP clients. One thread receives and another one sends; a block FIFO connects them. The main
+// thread waits for signals. As a server, zxrelay runs as a daemon under a watchdog.
 #include <signal.h>
 
 #include <cstdlib>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// Signals are taken one by one in the main thread, so every thread blocks them.
+// Every thread blocks these signals: the main thread waits for them with sigtimedwait().
 sigset_t block_signals() {
     sigset_t set;
     sigemptyset(&set);
@@ -38,7 +38,7 @@ void work(const relay::Options& options, relay::Service& service) {
     open_log(options);
     const sigset_t signals = block_signals();
     relay::Relay relay(options);
-    service.enter();
+    service.start();
 
     zxthread_api_envInit();
     zxmem_api_init(1);
@@ -46,7 +46,7 @@ void work(const relay::Options& options, relay::Service& service) {
     if (end == relay::Relay::End::delivered) {
         service.announce_delivered();
     }
-    zxmem_api_showBlock();  // nothing is held any more
+    zxmem_api_showBlock();  // would log a leak: all buffers are freed by now
 }
 
 }  // namespace

@@ -43,7 +43,8 @@ void Monitor::print() {
         "%s  in %s/s  out %s/s  clients %u  fifo %.0f%%  dropped %llu  slow clients missed %llu\n",
         uptime.chars, bit_rate(in - last_in_, now - last_us_).chars,
         bit_rate(out - last_out_, now - last_us_).chars, stats_.clients.load(),
-        channel_.fill() * 100, static_cast<unsigned long long>(stats_.dropped_fifo_full.load()),
+        channel_.fill_ratio() * 100,
+        static_cast<unsigned long long>(stats_.dropped_fifo_full.load()),
         static_cast<unsigned long long>(stats_.dropped_slow_client.load()));
     std::fflush(stdout);
     last_us_ = now;

@@ -1,4 +1,4 @@
-// The line of statistics, once a second.
+// Prints a line of statistics once a second.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,10 @@ class Monitor {
 public:
     Monitor(const Stats& stats, const Channel& channel);
 
-    // Prints what happened since the last line.
+    // Prints a line; its rates cover the time since the last line.
     void print();
 
-    // Does so when the last line is a second old.
+    // Prints a line if the last one is at least a second old.
     void print_when_due();
 
 private:

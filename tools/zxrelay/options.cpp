@@ -12,85 +12,107 @@ namespace {
 
 constexpr std::uint64_t kSmallestBuffer = 128U << 10U;  // twice the largest message
 constexpr std::uint64_t kLargestBuffer = 1U << 30U;
+constexpr unsigned kLongestKeep = 2147;  // seconds; a shared list holds microseconds in 31 bits
 
-constexpr unsigned kLongestKeep = 2147;  // seconds; the shared list counts microseconds in 31 bits
+constexpr char kNotes[] =
+    R"(Source: With tcp://, zxrelay waits for a client that sends the stream, and takes one such client
+at a time. With udp://, it receives datagrams, and joins the group if ADDRESS is a multicast address.
 
-constexpr char kExamples[] =
-    R"(The input is tcp://ADDRESS:PORT or udp://ADDRESS:PORT; a multicast group is joined. Sizes take k, m
-and g. What lags too far behind loses whole messages of seven packets, which are counted and logged.
+Slow clients: A slow client does not affect the others. If it lags further than --client-buffer, it
+misses whole messages of seven packets, which zxrelay counts. If the sender lags further than
+--fifo-size, all clients miss messages.
+
+Time shift: With --keep, a client that sends the line "last N" receives the stream from N seconds ago
+on. The stream is kept in memory: 30 seconds of 8 Mbit/s take 30 MB.
+
+Log: A log file of more than 10 MiB is renamed within a minute, and a new one is started.
+
+Service: zxrelay opens its sockets and the pid file before it changes to the user of --user. That user
+must be able to write to the directory of the log file. Under --watchdog, a worker that dies for any
+reason is restarted within two seconds. The watchdog ends when the worker has delivered the stream of
+--once.
+
+Signals: SIGINT and SIGTERM end zxrelay. On SIGUSR1, it logs the list of its buffers. With --watchdog,
+send signals to the watchdog: it passes them on to the worker. The pid file contains its process ID.
+
+SIZE is in bytes and may end in k, m or g.
 
 Examples:
   zxrelay --input tcp://0.0.0.0:5000 --output 0.0.0.0:8000
       ffmpeg -re -i film.mp4 -c copy -f mpegts tcp://relay:5000
       ffplay tcp://relay:8000
   zxrelay --input udp://239.1.1.1:1234 --interface eth0 --output '[::]:8000'
-
   zxrelay --config /etc/zxrelay.conf --daemon --watchdog --pid-file /run/zxrelay.pid
-      where the file has lines like  log = "/var/log/zxrelay/log"
+      where the file has lines such as  log = "/var/log/zxrelay/log")";
 
-A client that sends the line "last N" receives, from then on, what came N seconds before and all
-that follows, as far as --keep holds it. The store takes as much memory as comes in so many seconds:
-30 s of 8 Mbit/s are 30 MB.
+void define_stream(CLI::App& app, Options& options) {
+    app.add_option("-i,--input", options.input_url,
+                   "Receive the stream here: tcp://ADDRESS:PORT or udp://ADDRESS:PORT")
+        ->option_text("URL (required)")
+        ->required();
+    app.add_option("-o,--output", options.output_address,
+                   "Accept the clients that receive the stream here")
+        ->option_text("ADDRESS:PORT (required)")
+        ->required();
+    app.add_option("--interface", options.multicast_interface,
+                   "Join a multicast group on this network interface")
+        ->option_text("NAME");
+    app.add_option("--fifo-size", options.fifo_bytes,
+                   "Let the sender lag by up to SIZE bytes (default 4m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+    app.add_option("--client-buffer", options.client_buffer_bytes,
+                   "Let each client lag by up to SIZE bytes (default 1m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+    app.add_option("--stall", options.stall_timeout_seconds,
+                   "Disconnect a client that has accepted no data for this long (default 30)")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, 86400U));
+    app.add_option("--keep", options.keep_seconds,
+                   "Keep the last SECONDS of the stream for clients that ask for it")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, kLongestKeep));
+    app.add_flag("--once", options.end_after_first_source,
+                 "End after the stream of the first TCP source is delivered");
+}
 
-A log file above 10 MiB is renamed within a minute and begun anew. With --user, its directory must
-be writable for that user. Sockets and the pid file are opened before the user is changed.
-
-SIGINT and SIGTERM end the relay, SIGUSR1 logs the memory that it holds. A watchdog, whose number is
-in the pid file, passes them on; it starts a worker again whatever ended it, but for --once when the
-stream is delivered.)";
+void define_reports(CLI::App& app, Options& options) {
+    app.add_option("--status", options.status_address,
+                   "Serve a status page here, as HTML and as JSON")
+        ->option_text("ADDRESS:PORT");
+    app.add_flag("--stats", options.print_stats,
+                 "Print statistics even if standard output is not a terminal");
+    app.add_option("--log", options.log_file, "Write the log to FILE (default: standard error)")
+        ->option_text("FILE");
+    app.add_option("--log-level", options.log_level,
+                   "Log this much: 0 (nothing) to 5 (debug) (default 3, notices)")
+        ->option_text("LEVEL")
+        ->check(CLI::Range(0U, 5U));
+}
 
 void define_service(CLI::App& app, Options& options) {
-    app.add_flag("--daemon", options.daemon, "Work in the background, detached")->needs("--log");
-    app.add_flag("--watchdog", options.watchdog, "Start the relay again within 2 s when it dies");
-    app.add_option("--user", options.user, "Work as this user")->option_text("NAME");
-    app.add_option("--pid-file", options.pid_file, "File for the number of the process")
+    app.add_flag("--daemon", options.daemon, "Run in the background as a daemon (requires --log)")
+        ->needs("--log")
+        ->option_text(" ");
+    app.add_flag("--watchdog", options.watchdog,
+                 "Restart the relay within two seconds if it dies for any reason");
+    app.add_option("--user", options.run_as_user, "Run as this user")->option_text("NAME");
+    app.add_option("--pid-file", options.pid_file, "Write the process ID to FILE")
         ->option_text("FILE");
+    app.set_config("--config", "", "Read options from an INI or TOML file")
+        ->option_text("FILE")
+        ->check(CLI::ExistingFile);
 }
 
 void define(CLI::App& app, Options& options) {
     tools::define_common(app, zxcommon_api_version());
-    app.set_config("--config", "", "Read options from an INI or TOML file")
-        ->option_text("FILE")
-        ->check(CLI::ExistingFile);
-    app.add_option("-i,--input", options.input,
-                   "Source: tcp:// waits for its client, udp:// receives")
-        ->option_text("URL (required)")
-        ->required();
-    app.add_option("-o,--output", options.output, "Where clients connect to receive the stream")
-        ->option_text("ADDRESS:PORT (required)")
-        ->required();
-    app.add_option("--status", options.status, "Serve a status page here, as HTML and JSON")
-        ->option_text("ADDRESS:PORT");
-    app.add_option("--interface", options.interface,
-                   "Network interface that joins a multicast group")
-        ->option_text("NAME");
-    app.add_option("--fifo-size", options.fifo_size,
-                   "Bytes that the sender may lag behind (default 4m)")
-        ->option_text("SIZE")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
-    app.add_option("--client-buffer", options.client_buffer,
-                   "Bytes that a client may lag behind (default 1m)")
-        ->option_text("SIZE")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
-    app.add_option("--stall", options.stall_sec,
-                   "Disconnect a client that takes nothing so long (default 30)")
-        ->option_text("SECONDS")
-        ->check(CLI::Range(1U, 86400U));
-    app.add_flag("--once", options.once, "End when the first TCP source is delivered");
-    app.add_flag("--stats", options.stats, "Print statistics also when the output is no terminal");
-    app.add_option("--log", options.log_file, "Log file (default: standard error)")
-        ->option_text("FILE");
-    app.add_option("--log-level", options.log_level,
-                   "From 0, off, to 5, debug (default 3, notices)")
-        ->option_text("LEVEL")
-        ->check(CLI::Range(0U, 5U));
-    app.add_option("--keep", options.keep_sec, "Keep the stream of so many seconds for clients")
-        ->option_text("SECONDS")
-        ->check(CLI::Range(1U, kLongestKeep));
+    define_stream(app, options);
+    define_reports(app, options);
     define_service(app, options);
-    app.footer(kExamples);
+    app.footer(kNotes);
 }
 
 }  // namespace
@@ -103,7 +125,7 @@ Options parse_options(int argc, char** argv) {
     if (!options.log_file.empty()) {
         options.log_file = std::filesystem::absolute(options.log_file);
     }
-    options.stats = !options.daemon && (options.stats || isatty(STDOUT_FILENO) == 1);
+    options.print_stats = !options.daemon && (options.print_stats || isatty(STDOUT_FILENO) == 1);
     return options;
 }
 

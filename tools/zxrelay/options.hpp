@@ -1,4 +1,4 @@
-// What the command line and the configuration file ask for.
+// The options from the command line and the configuration file.
 #pragma once
 
 #include <cstdint>
@@ -7,26 +7,26 @@
 namespace relay {
 
 struct Options {
-    std::string input;
-    std::string output;
-    std::string interface;
-    std::string status;
-    std::string log_file;
+    std::string input_url;
+    std::string output_address;
+    std::string multicast_interface;  // empty: the kernel chooses
+    std::string status_address;       // empty: no status page
+    std::string log_file;             // empty: standard error
     unsigned log_level = 3;
-    std::uint64_t fifo_size = 4U << 20U;
-    std::uint64_t client_buffer = 1U << 20U;
-    unsigned stall_sec = 30;
-    bool once = false;
-    bool stats = false;
-    unsigned keep_sec = 0;  // 0: no time-shift store
+    std::uint64_t fifo_bytes = 4U << 20U;
+    std::uint64_t client_buffer_bytes = 1U << 20U;
+    unsigned stall_timeout_seconds = 30;
+    unsigned keep_seconds = 0;  // 0: no time-shift store
+    bool end_after_first_source = false;
+    bool print_stats = false;
     bool daemon = false;
     bool watchdog = false;
-    std::string user;      // empty: who started the relay
-    std::string pid_file;  // empty: none
+    std::string run_as_user;  // empty: the user who starts zxrelay
+    std::string pid_file;     // empty: no pid file
 };
 
-// Prints help or version, or a sentence on what is wrong, and ends the program where these are all
-// there is to do.
+// Parses the command line. Ends the program after --help and --version, and after an error message
+// when the command line is wrong.
 Options parse_options(int argc, char** argv);
 
 }  // namespace relay

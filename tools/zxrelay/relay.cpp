@@ -27,7 +27,8 @@ constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
 
-// The listing is information; whoever asks for it by a signal gets it at every level but 0.
+// Logs the list of buffers. Its log level is information; a signal asks for it explicitly, so it is
+// logged at every level but 0.
 void show_memory() {
     const std::uint32_t level = zxlog_api_getLoglevel();
     if (level == 0) {
@@ -38,7 +39,7 @@ void show_memory() {
     zxlog_api_setLoglevel(level);
 }
 
-// The number of the next signal, 0 when `micros` pass without one.
+// Returns the number of the next signal, or 0 if none arrives within `micros`.
 int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
     const timespec wait{static_cast<time_t>(micros / kMicro),
                         static_cast<long>(micros % kMicro * 1000)};
@@ -50,56 +51,58 @@ int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
 
 Relay::Relay(const Options& options)
     : options_(options),
-      input_(parse_input(options.input)),
-      output_(parse_output(options.output)),
-      source_(open_source(input_, options.interface)),
+      input_(parse_input(options.input_url)),
+      output_(parse_output(options.output_address)),
+      source_(open_source(input_, options.multicast_interface)),
       listener_(open_listener(output_, kBacklog)) {}
 
-Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& is_up) {
+Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& on_up) {
     Stats stats;
     Board board;
-    Channel channel(static_cast<std::uint32_t>(options_.fifo_size));
+    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes));
     std::optional<Store> store;
-    if (options_.keep_sec != 0) {
-        store.emplace(options_.keep_sec);
+    if (options_.keep_seconds != 0) {
+        store.emplace(options_.keep_seconds);
     }
-    Source source(std::move(source_), input_.is_udp, options_.once, channel, stats);
-    Fanout fanout(std::move(listener_),
-                  {static_cast<std::uint32_t>(options_.client_buffer), options_.stall_sec}, channel,
-                  store ? &*store : nullptr, stats, board);
+    Source source(std::move(source_), input_.is_udp, options_.end_after_first_source, channel,
+                  stats);
+    Fanout fanout(
+        std::move(listener_),
+        {static_cast<std::uint32_t>(options_.client_buffer_bytes), options_.stall_timeout_seconds},
+        channel, store ? &*store : nullptr, stats, board);
     Monitor monitor(stats, channel);
     Worker sender("relay-send", [&](zxcommon::StopRequest& stop) { fanout.run(stop); });
     Worker receiver("relay-receive", [&](zxcommon::StopRequest& stop) { source.run(stop); });
     std::optional<StatusServer> status;
-    if (!options_.status.empty()) {
-        status.emplace(parse_output(options_.status),
-                       Facts{options_.input, output_.text(), options_.fifo_size}, stats, channel,
-                       board);
+    if (!options_.status_address.empty()) {
+        status.emplace(parse_output(options_.status_address),
+                       Facts{options_.input_url, output_.text(), options_.fifo_bytes}, stats,
+                       channel, board);
     }
     sender.start();
     receiver.start();
-    log({Level::notice, kTag}, "relaying %s to clients of %s", options_.input.c_str(),
+    log({Level::notice, kTag}, "relaying %s to clients of %s", options_.input_url.c_str(),
         output_.text().c_str());
-    is_up();
+    on_up();
 
     const auto is_delivered = [&] {
         return source.finished() && channel.empty() && fanout.drained();
     };
-    const End end = watch(signals, is_delivered, monitor);
+    const End end = run_main_loop(signals, is_delivered, monitor);
 
     source.interrupt();
     receiver.stop();
     channel.close();
     sender.stop();
-    if (options_.stats) {
+    if (options_.print_stats) {
         monitor.print();
     }
     return end;
 }
 
-Relay::End Relay::watch(const sigset_t& signals, const std::function<bool()>& is_delivered,
-                        Monitor& monitor) const {
-    const std::uint64_t wait_us = options_.once ? kMicro / 20 : kMicro;
+Relay::End Relay::run_main_loop(const sigset_t& signals, const std::function<bool()>& is_delivered,
+                                Monitor& monitor) const {
+    const std::uint64_t wait_us = options_.end_after_first_source ? kMicro / 20 : kMicro;
     std::uint64_t last_save = 0;
     for (;;) {
         if (!options_.log_file.empty() && zxmd_api_timeToSave(&last_save) == 1) {
@@ -117,7 +120,7 @@ Relay::End Relay::watch(const sigset_t& signals, const std::function<bool()>& is
             log({Level::notice, kTag}, "%s", "the stream is delivered");
             return End::delivered;
         }
-        if (options_.stats) {
+        if (options_.print_stats) {
             monitor.print_when_due();
         }
     }

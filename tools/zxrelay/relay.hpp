@@ -1,4 +1,4 @@
-// The relay itself: sockets, threads, and what is done beside them.
+// The relay itself: its sockets, its threads and the loop of the main thread.
 #pragma once
 
 #include <signal.h>
@@ -17,19 +17,20 @@ class Source;
 
 class Relay {
 public:
-    // Opens the sockets: here a Failure still reaches the person who starts the relay, and
-    // whoever connects while a watchdog starts it again waits in their queues.
+    // Opens the sockets. They are opened before the watchdog starts, for two reasons: the user who
+    // starts the relay sees a Failure, and clients that connect while a worker is restarted wait
+    // in the queues of the sockets.
     explicit Relay(const Options& options);
 
     enum class End { signal, delivered };
 
-    // Relays until one of `signals`, which are blocked, ends it, or until its only source is
-    // delivered. `is_up` is called when the threads work. Once.
-    End run(const sigset_t& signals, const std::function<void()>& is_up);
+    // Relays until SIGINT or SIGTERM arrives, or until the stream of the only source is delivered.
+    // The caller has blocked `signals`. Calls `on_up` when the threads run. Call run() only once.
+    End run(const sigset_t& signals, const std::function<void()>& on_up);
 
 private:
-    End watch(const sigset_t& signals, const std::function<bool()>& is_delivered,
-              Monitor& monitor) const;
+    End run_main_loop(const sigset_t& signals, const std::function<bool()>& is_delivered,
+                      Monitor& monitor) const;
 
     const Options& options_;
     const Input input_;

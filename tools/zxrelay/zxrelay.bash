@@ -1,4 +1,4 @@
-# What bash completes of the command line of zxrelay: options are those of its --help.
+# Bash completion for zxrelay. It takes the names of the options from zxrelay --help.
 _zxrelay() {
     local word=$2 option=$3
     COMPREPLY=()

@@ -20,10 +20,10 @@ namespace {
 constexpr off_t kLargestPidFile = 16;
 
 std::string g_path;
-int g_fd = -1;      // holds the lock
-pid_t g_owner = 0;  // removes the file; children have it, too, and are somebody else
+int g_fd = -1;      // holds the lock; children inherit it
+pid_t g_owner = 0;  // the process that removes the file
 
-// Tells whether the path still names the file: whoever ended meanwhile has removed it.
+// False if another relay has removed the file since it was opened.
 bool is_at_path(int fd) {
     struct stat opened;
     struct stat named;
@@ -42,11 +42,11 @@ zxcommon::Descriptor open_locked() {
         fail("cannot write");
     }
     if (!S_ISREG(st.st_mode) || st.st_size > kLargestPidFile) {
-        throw tools::Failure(g_path + " is no pid file");
+        throw tools::Failure(g_path + " is not a pid file");
     }
     if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK) {
-            throw tools::Failure("the pid file " + g_path + " belongs to a relay that runs");
+            throw tools::Failure("the pid file " + g_path + " belongs to a running relay");
         }
         fail("cannot lock");
     }
@@ -60,7 +60,7 @@ void claim_pid_file(const std::string& path) {
     do {
         g_fd = fcntl(open_locked().get(), F_DUPFD_CLOEXEC, 0);
         if (g_fd < 0) {
-            fail("cannot keep");
+            fail("cannot open");
         }
         if (!is_at_path(g_fd)) {
             close(g_fd);
@@ -83,11 +83,11 @@ void write_pid_file() {
     }
 }
 
-void inherit_pid_file() {
+void take_over_pid_file() {
     g_owner = getpid();
 }
 
-void leave_pid_file() {
+void give_up_pid_file() {
     g_owner = 0;
 }
 
@@ -96,7 +96,7 @@ void remove_pid_file() {
         return;
     }
     if (unlink(g_path.c_str()) != 0) {
-        // The user that the relay works as may not: what stays names nobody.
+        // The user that the relay runs as may not remove it. An empty file names no process.
         [[maybe_unused]] const int result = ftruncate(g_fd, 0);
     }
 }

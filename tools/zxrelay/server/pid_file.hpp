@@ -1,24 +1,25 @@
-// The file that names the process to send signals to. One a process, as its removal at the end is.
+// The pid file, which names the process to send signals to. One per process, because removal at
+// exit is per process.
 #pragma once
 
 #include <string>
 
 namespace relay {
 
-// Opens and locks it, and has this process remove it when it exits. The lock, which children
-// share, tells a file whose process lives from one that was left behind. Throws a Failure.
+// Opens and locks the file. This process removes it at exit. Child processes share the lock. A file
+// without a lock is left over from a process that has died. Throws a Failure.
 void claim_pid_file(const std::string& path);
 
-// Puts this process into the file; it is the one that removes it now.
+// Writes the ID of this process into the file. From now on this process removes the file at exit.
 void write_pid_file();
 
-// Has this process remove the file in place of one that has died.
-void inherit_pid_file();
+// This process will remove the file in place of its owner, which has died.
+void take_over_pid_file();
 
-// Leaves the file to the process that has written it.
-void leave_pid_file();
+// This process will not remove the file: another one has taken it over.
+void give_up_pid_file();
 
-// Nothing in a process that is not to do it. Safe in signal handlers.
+// Does nothing in a process that does not own the file. Safe in signal handlers.
 void remove_pid_file();
 
 }  // namespace relay

@@ -25,39 +25,40 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr char kUp[] = "up";
 
-void say(const std::string& sentence) {
+void print_error(const std::string& sentence) {
     std::fprintf(stderr, "zxrelay: %s\n", sentence.c_str());
 }
 
-// What the daemon says until it is up or is no more.
-std::string hear(int fd) {
-    std::string said;
+// Reads until the daemon reports that it is up, or closes its end. Returns what it has written.
+std::string read_from_daemon(int fd) {
+    std::string message;
     char chunk[512];
     ssize_t size;
-    while (said != kUp && (size = read(fd, chunk, sizeof chunk)) != 0) {
+    while (message != kUp && (size = read(fd, chunk, sizeof chunk)) != 0) {
         if (size > 0) {
-            said.append(chunk, static_cast<std::size_t>(size));
+            message.append(chunk, static_cast<std::size_t>(size));
         } else if (errno != EINTR) {
             break;
         }
     }
-    return said;
+    return message;
 }
 
-[[noreturn]] void await_daemon(int fd) {
+[[noreturn]] void wait_for_daemon(int fd) {
     sigset_t all;
     sigfillset(&all);
-    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);  // this wait can be broken off
-    const std::string said = hear(fd);
-    if (said == kUp) {
-        leave_pid_file();
+    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);  // so that a signal can end this wait
+    const std::string message = read_from_daemon(fd);
+    if (message == kUp) {
+        give_up_pid_file();
         std::exit(EXIT_SUCCESS);
     }
-    say(said.empty() ? "the daemon has ended before it was up" : said);
+    print_error(message.empty() ? "the daemon ended before it was up" : message);
     std::exit(EXIT_FAILURE);
 }
 
-// A client is a descriptor. zxmd_api_setUlimit() would also change a limit of the whole machine.
+// Each client needs a descriptor. This raises the limit of the process; zxmd_api_setUlimit() would
+// also change a limit of the whole machine.
 void allow_many_clients() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
@@ -82,15 +83,15 @@ Service::Service(const Options& options) : options_(options) {
     }
 }
 
-// A supervisor that was killed could not remove the pid file.
+// A supervisor that was killed could not remove the pid file. Its worker does that instead.
 Service::~Service() {
     if (watchdog::is_orphan()) {
-        inherit_pid_file();
+        take_over_pid_file();
     }
 }
 
-void Service::enter() {
-    is_entered_ = true;
+void Service::start() {
+    is_started_ = true;
     if (!options_.pid_file.empty()) {
         claim_pid_file(options_.pid_file);
     }
@@ -99,17 +100,17 @@ void Service::enter() {
     }
     write_pid_file();
     if (options_.watchdog) {
-        watchdog::enter(remove_pid_file);
+        watchdog::start(remove_pid_file);
     }
     allow_many_clients();
-    if (!options_.user.empty()) {
+    if (!options_.run_as_user.empty()) {
         change_user();
     }
-    watchdog::follow_supervisor();
+    watchdog::end_with_supervisor();
 }
 
-// zxmd_api_startDaemon() lets its caller end at once. With one more process before it, the one that
-// was started can wait and tell what became of the daemon.
+// zxmd_api_startDaemon() ends its caller at once. So a child process calls it; the process that the
+// user started waits until the daemon is up, or prints why it is not.
 void Service::detach() {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
@@ -124,7 +125,7 @@ void Service::detach() {
     }
     if (child > 0) {
         starter_.reset();
-        await_daemon(daemon.get());
+        wait_for_daemon(daemon.get());
     }
     if (zxmd_api_startDaemon("/") != 0) {
         throw tools::Failure("cannot become a daemon");
@@ -133,8 +134,8 @@ void Service::detach() {
 }
 
 void Service::change_user() const {
-    if (const int code = zxmd_api_changeUser(options_.user.c_str()); code != 0) {
-        throw tools::Failure("cannot become the user " + options_.user + " (" +
+    if (const int code = zxmd_api_changeUser(options_.run_as_user.c_str()); code != 0) {
+        throw tools::Failure("cannot become the user " + options_.run_as_user + " (" +
                              std::to_string(code) + ", see the log)");
     }
 }
@@ -152,11 +153,11 @@ void Service::announce_delivered() {
 }
 
 void Service::report(const std::string& sentence) {
-    say(sentence);
+    print_error(sentence);
     if (starter_) {
         send(starter_->get(), sentence.data(), sentence.size(), MSG_NOSIGNAL);
     }
-    if (is_entered_ && !options_.log_file.empty()) {
+    if (is_started_ && !options_.log_file.empty()) {
         log({Level::error, kTag}, "%s", sentence.c_str());
     }
 }

@@ -1,4 +1,4 @@
-// What makes a server of the program: daemon, pid file, watchdog, user.
+// What a server needs: daemon, pid file, watchdog, user.
 #pragma once
 
 #include <optional>
@@ -9,28 +9,29 @@
 
 namespace relay {
 
-// So that nothing that is opened later gets the number of a standard stream.
+// Opens /dev/null for each standard stream that is closed, so that no later descriptor gets its
+// number.
 void fill_standard_descriptors();
 
 class Service {
 public:
-    // A daemon does without what its caller left open.
+    // A daemon closes the descriptors that it has inherited from its caller.
     explicit Service(const Options& options);
     ~Service();
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    // Returns in the process that relays, which may be another one. The process that was started
-    // waits until a daemon is up and ends with its success. Throws a Failure.
-    void enter();
+    // Returns in the process that relays, which may be a new one. With --daemon, the process that
+    // the user started waits until the daemon is up or has failed, and exits. Throws a Failure.
+    void start();
 
-    // The relay is up: whoever started it may go on.
+    // Reports that the relay is up: the process that the user started exits.
     void announce_up();
 
-    // The relay has delivered all there was: a watchdog ends, too.
+    // Reports that the relay has delivered its stream: the watchdog will end, too.
     void announce_delivered();
 
-    // Says why the relay ends: to the person who started it and, once it was entered, in the log.
+    // Reports why the relay ends: to the user who started it and, after start(), to the log.
     void report(const std::string& sentence);
 
 private:
@@ -38,9 +39,9 @@ private:
     void change_user() const;
 
     const Options& options_;
-    bool is_entered_ = false;
-    std::optional<zxcommon::Descriptor>
-        starter_;  // the process that was started, as long as it waits
+    bool is_started_ = false;
+    // Connects a daemon with the process that the user started, while that one waits.
+    std::optional<zxcommon::Descriptor> starter_;
 };
 
 }  // namespace relay

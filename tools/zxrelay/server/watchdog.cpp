@@ -24,29 +24,29 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr long kStepNs = 5000000;
-constexpr int kEndSteps = 2000;  // then a worker that does not end is killed
+constexpr int kTerminateSteps = 2000;  // a worker that has not ended after these is killed
 
-// In a page that the supervisor and its workers share.
+// Lives in a page that the supervisor and its workers share.
 struct Shared {
     std::atomic<pid_t> worker{0};
     std::atomic<Phase> phase{Phase::starting};
 };
 
-Shared* g_shared = nullptr;  // none without a watchdog
+Shared* g_shared = nullptr;  // null without a watchdog
 pid_t g_supervisor = 0;
 bool g_is_supervisor = false;
 bool g_had_worker = false;
 void (*g_at_end)() = nullptr;
 
-// A child that has ended and that nobody has waited for does not count: its number is still taken,
-// but there is nothing to tell it.
+// A worker that has ended does not count, even while its process ID is still in use because the
+// supervisor has not waited for it yet.
 bool has_living_worker() {
     siginfo_t info{};
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
 }
 
-// The number is missing for a moment behind a fork: the worker itself says it.
-void tell_worker(int number) {
+// Just after a fork the process ID is still 0, because the worker itself stores it.
+void signal_worker(int number) {
     const pid_t worker = g_shared->worker;
     if (worker != 0) {
         kill(worker, number);
@@ -59,23 +59,23 @@ void tell_worker(int number) {
 }
 
 void end_by_signal(int number) {
-    log({Level::notice, kTag}, "the watchdog is ended by signal %d", number);
+    log({Level::notice, kTag}, "signal %d ends the watchdog", number);
     const timespec step{0, kStepNs};
-    for (int i = 0; has_living_worker() && i < kEndSteps; ++i) {
-        tell_worker(SIGTERM);
+    for (int i = 0; has_living_worker() && i < kTerminateSteps; ++i) {
+        signal_worker(SIGTERM);
         nanosleep(&step, nullptr);
     }
     while (has_living_worker()) {
-        tell_worker(SIGKILL);
+        signal_worker(SIGKILL);
         nanosleep(&step, nullptr);
     }
     end_supervisor(EXIT_SUCCESS);
 }
 
-void pass_on(int number) {
+void forward_signal(int number) {
     const int code = errno;
     if (has_living_worker()) {
-        tell_worker(number);
+        signal_worker(number);
     }
     errno = code;
 }
@@ -89,7 +89,7 @@ void mask_signals(int how) {
     pthread_sigmask(how, &set, nullptr);
 }
 
-void handle(int number, void (*handler)(int)) {
+void set_handler(int number, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
     sigfillset(&action.sa_mask);
@@ -97,8 +97,8 @@ void handle(int number, void (*handler)(int)) {
     sigaction(number, &action, nullptr);
 }
 
-// The three sides of each fork of the watchdog. The supervisor takes signals only between forks,
-// so that none is lost and no worker is overlooked.
+// These three run before and after each fork of the watchdog. The supervisor handles signals only
+// between forks, so that it loses no signal and misses no worker.
 void before_fork() {
     if (!g_is_supervisor) {
         return;
@@ -112,42 +112,44 @@ void before_fork() {
     g_shared->worker = 0;
 }
 
-void behind_fork_in_supervisor() {
+void after_fork_in_supervisor() {
     if (!g_is_supervisor) {
         return;
     }
-    handle(SIGINT, end_by_signal);
-    handle(SIGTERM, end_by_signal);
-    handle(SIGUSR1, pass_on);
+    set_handler(SIGINT, end_by_signal);
+    set_handler(SIGTERM, end_by_signal);
+    set_handler(SIGUSR1, forward_signal);
     mask_signals(SIG_UNBLOCK);
 }
 
-void behind_fork_in_worker() {
+void after_fork_in_worker() {
     if (g_is_supervisor) {
         g_is_supervisor = false;
         g_shared->worker = getpid();
     }
 }
 
-std::int32_t go_on(void*) {
+// zxmd_api_watchdog() returns its result in the worker, which then continues in start().
+std::int32_t return_to_start(void*) {
     return 0;
 }
 
 }  // namespace
 
-void enter(void (*at_end)()) {
+void start(void (*at_end)()) {
     void* const page =
         mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED ||
-        pthread_atfork(before_fork, behind_fork_in_supervisor, behind_fork_in_worker) != 0) {
-        throw tools::Failure("there is no memory for the watchdog");
+        pthread_atfork(before_fork, after_fork_in_supervisor, after_fork_in_worker) != 0) {
+        throw tools::Failure("no memory for the watchdog");
     }
     g_shared = new (page) Shared;
     g_supervisor = getpid();
     g_is_supervisor = true;
     g_at_end = at_end;
-    zxmd_api_watchdog(go_on, nullptr);
-    // The library only logs these, and a real fault would come again for ever.
+    zxmd_api_watchdog(return_to_start, nullptr);
+    // The library only logs these signals. After a real fault, the faulting instruction would run
+    // again and again.
     for (const int number : {SIGILL, SIGTRAP, SIGABRT, SIGBUS, SIGFPE}) {
         signal(number, SIG_DFL);
     }
@@ -159,13 +161,13 @@ void set_phase(Phase phase) {
     }
 }
 
-void follow_supervisor() {
+void end_with_supervisor() {
     if (g_shared == nullptr) {
         return;
     }
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (is_orphan()) {
-        raise(SIGTERM);  // it died before
+        raise(SIGTERM);  // the supervisor died before prctl()
     }
 }
 

@@ -1,27 +1,28 @@
-// The supervisor of the relay: zxmd_api_watchdog() with an end.
+// The supervisor of the relay: zxmd_api_watchdog(), but it can end.
 //
-// The library's watchdog starts a worker again whatever it died of, and never ends itself. Around
-// each of its forks the supervisor here sees to what is missing: SIGTERM and SIGINT end it together
-// with its worker, and it ends when there is nothing left to do. The other way round, a worker ends
-// when its supervisor is gone.
+// The library's watchdog restarts a worker that ends for any reason, and never ends itself. The
+// handlers that run around each of its forks add what is missing: SIGTERM and SIGINT end the
+// supervisor together with its worker, and the supervisor ends when nothing is left to do. A worker
+// ends when its supervisor has died.
 #pragma once
 
 namespace relay::watchdog {
 
 enum class Phase { starting, up, delivered };
 
-// Returns in each worker; SIGINT, SIGTERM and SIGUSR1 are blocked before. In the supervisor
-// `at_end`, which is safe in signal handlers, is called last.
-void enter(void (*at_end)());
+// Forks the workers and returns in each of them. The caller has blocked SIGINT, SIGTERM and
+// SIGUSR1. The supervisor calls `at_end` before it exits; `at_end` must be safe in signal handlers.
+void start(void (*at_end)());
 
-// For the worker. A relay that has not been up once is not started again, nor is one that has
-// delivered its stream. Nothing without a watchdog.
+// Called by the worker. The supervisor restarts a worker only if its phase is `up`. Does nothing
+// without a watchdog.
 void set_phase(Phase phase);
 
-// For the worker, when it has its user: asks for SIGTERM when the supervisor dies.
-void follow_supervisor();
+// Called by the worker after it has changed its user: the kernel will send it SIGTERM when the
+// supervisor dies.
+void end_with_supervisor();
 
-// For the worker: true when the supervisor has died.
+// Called by the worker. True if the supervisor has died.
 bool is_orphan();
 
 }  // namespace relay::watchdog

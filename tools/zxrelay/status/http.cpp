@@ -18,11 +18,11 @@ constexpr int kBacklog = 128;
 constexpr unsigned kConnections = 64;
 constexpr unsigned kConnectionsPerAddress = 16;
 constexpr unsigned kIdleSec = 5;
-constexpr std::size_t kRequestSize = 8192;  // with its headers, and those of the answer
+constexpr std::size_t kRequestSize = 8192;  // for the request and the headers of the answer
 
 constexpr char kText[] = "text/plain; charset=utf-8";
 
-// Style attributes are allowed for the memory table, which comes with some.
+// Style attributes are allowed because the memory table has some.
 constexpr char kPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self'; style-src-attr 'unsafe-inline'; "
     "connect-src 'self'; img-src data:; base-uri 'none'; form-action 'none'; "
@@ -32,7 +32,7 @@ int local_port(int fd) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-    // The port is at the same place for both families.
+    // IPv4 and IPv6 addresses have the port at the same offset.
     return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
 }
 
@@ -49,7 +49,7 @@ bool has_body(MHD_Connection* connection) {
 }  // namespace
 
 Answer::Answer(std::string_view body, const char* content_type, unsigned status) : status_(status) {
-    // The library copies the body; it only asks for a pointer that could be written to.
+    // The library copies the body and does not write to it, although the parameter is not const.
     MHD_Response* const response = MHD_create_response_from_buffer(
         body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY);
     if (response == nullptr) {
@@ -73,12 +73,12 @@ Answer::Answer(std::string_view body, const char* content_type, unsigned status)
     }
 }
 
-// The way from the library to the server.
+// Passes calls of the library to the server.
 struct Callback {
     static MHD_Result handle(void* self, MHD_Connection* connection, const char* path,
                              const char* method, const char* /*version*/, const char* /*upload*/,
                              std::size_t* /*upload_size*/, void** request) {
-        // The first call comes with the headers; what is answered then ends the connection.
+        // The first call follows the headers. An answer that is queued in it ends the connection.
         const bool is_first_call = *request == nullptr;
         *request = self;
         return static_cast<MHD_Result>(
@@ -87,10 +87,10 @@ struct Callback {
 };
 
 HttpServer::HttpServer(const Endpoint& endpoint)
-    : not_found_("There is no such page.\n", kText, MHD_HTTP_NOT_FOUND),
+    : not_found_("Page not found.\n", kText, MHD_HTTP_NOT_FOUND),
       not_allowed_("Only GET and HEAD are served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED),
-      too_large_("A request has no body here.\n", kText, MHD_HTTP_CONTENT_TOO_LARGE),
-      unavailable_("There is no memory for an answer.\n", kText, MHD_HTTP_SERVICE_UNAVAILABLE),
+      too_large_("Requests must not have a body.\n", kText, MHD_HTTP_CONTENT_TOO_LARGE),
+      unavailable_("No memory for an answer.\n", kText, MHD_HTTP_SERVICE_UNAVAILABLE),
       listener_(open_listener(endpoint, kBacklog)),
       port_(local_port(listener_.get())),
       daemon_(MHD_start_daemon(
@@ -105,7 +105,7 @@ HttpServer::HttpServer(const Endpoint& endpoint)
 }
 
 HttpServer::~HttpServer() {
-    MHD_quiesce_daemon(daemon_);  // gives the listener back
+    MHD_quiesce_daemon(daemon_);  // so that listener_ stays open until its own destructor
     MHD_stop_daemon(daemon_);
 }
 

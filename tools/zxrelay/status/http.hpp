@@ -1,4 +1,5 @@
-// HTTP for the status page: GET and HEAD of a few texts. Whoever asks is a stranger.
+// The HTTP server of the status page. It serves a few texts with GET and HEAD, and trusts no
+// client.
 #pragma once
 
 #include <functional>
@@ -16,7 +17,7 @@ struct MHD_Response;
 
 namespace relay {
 
-// A text that may be sent to any number of connections.
+// A response that can be sent to any number of clients.
 class Answer {
 public:
     Answer() = default;
@@ -29,20 +30,21 @@ private:
     unsigned status_ = 0;
 };
 
-// Has no thread of its own: whoever owns it waits for fd() or wait_ms() and calls serve().
+// The server has no thread: its owner waits until fd() is readable or wait_ms() have passed, and
+// then calls serve().
 //
-// A connection has a few kilobytes for what it asks and a few seconds to do so; anything longer,
-// malformed, with a body or of another method is refused.
+// A request may take a few kilobytes and a few seconds. The server refuses requests that are longer
+// or malformed, that have a body, or that use another method.
 class HttpServer {
 public:
     using Handler = std::function<Answer()>;
 
-    explicit HttpServer(const Endpoint& endpoint);  // a Failure says why it cannot listen
+    explicit HttpServer(const Endpoint& endpoint);  // throws a Failure
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    // What a handler throws is answered with 503. Before the first serve().
+    // Adds a page; called before the first serve(). If the handler throws, the client receives 503.
     void add(std::string path, Handler handler) { routes_[std::move(path)] = std::move(handler); }
 
     [[nodiscard]] int fd() const;

@@ -1,4 +1,4 @@
-// The files of the status page, as they are served.
+// The files of the status page.
 #pragma once
 
 #include <string_view>

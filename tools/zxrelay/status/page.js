@@ -1,12 +1,12 @@
-// Fills the page once a second from live.json. Texts are set as texts; only the allocator's table
-// comes as HTML.
+// Fills the page once a second from live.json. Texts are inserted as plain text; only the table of the
+// allocator is inserted as HTML.
 "use strict";
 
 const kPollMs = 1000;
 const kMemoryMs = 5000;
-const kPatienceMs = 4000;
-const kLargestTable = 4 << 20; // bytes; some ten thousand buffers
-const kSteps = 120; // seconds from the left end of the chart to the right one
+const kTimeoutMs = 4000;
+const kLargestTable = 4 << 20; // bytes, for about ten thousand buffers
+const kSteps = 120; // seconds, the width of the chart
 
 const $ = (id) => document.getElementById(id);
 
@@ -33,7 +33,7 @@ function duration(seconds) {
   return days === 0 ? clock : `${plural(days, "day")} ${clock}`;
 }
 
-// -- texts and tables; what has not changed is not touched
+// -- texts and tables; an element is changed only if its text differs
 
 function put(element, text, kind = null) {
   if (element.textContent !== text) element.textContent = text;
@@ -65,7 +65,7 @@ function shape(name, attributes, text = "") {
   return element;
 }
 
-// The distance of the grid's lines: 1, 2 or 5 with zeros, four lines at most.
+// The distance of the grid lines is 1, 2 or 5 times a power of ten; there are at most four lines.
 function grid_step(highest) {
   const power = 10 ** Math.floor(Math.log10(highest / 4));
   return [1, 2, 5, 10].find((factor) => factor * power * 4 >= highest) * power;
@@ -153,7 +153,7 @@ function show(status) {
     [size(client.bytes_waiting), "number"],
     [count(client.dropped_messages), client.dropped_messages > 0 ? "number alarm" : "number"],
     [client.is_shifted ? "shifted" : "live", client.is_shifted ? "" : "soft"],
-  ]), "Nobody receives the stream now.");
+  ]), "No clients are connected.");
   fill($("locks"), status.locks.map((lock) => [
     [lock.name, ""],
     lock.holder === "nolock" ? ["free", "soft"] : [lock.holder, "code"],
@@ -164,7 +164,7 @@ function show(status) {
 }
 
 async function get(path) {
-  const response = await fetch(path, { signal: AbortSignal.timeout(kPatienceMs) });
+  const response = await fetch(path, { signal: AbortSignal.timeout(kTimeoutMs) });
   if (!response.ok) throw new Error(`${path}: ${response.status}`);
   return response;
 }
@@ -177,7 +177,7 @@ async function refresh_memory() {
   const response = await get("memory");
   const bytes = Number(response.headers.get("content-length"));
   memory_due = Date.now() + Math.max(kMemoryMs, bytes / 50);
-  let text = '<p><a href="memory">The table is long: open it.</a></p>';
+  let text = '<p><a href="memory">The table is long. Open it on its own page.</a></p>';
   if (bytes <= kLargestTable) text = await response.text();
   else await response.body.cancel();
   if (text !== memory_text) $("memory").innerHTML = text;

@@ -11,7 +11,8 @@
 namespace relay {
 namespace {
 
-constexpr std::size_t kRowSize = 580 + 128;  // as zxmem_api_info() asks for it, with a file's name
+constexpr std::size_t kRowSize =
+    580 + 128;  // as zxmem_api_info() requires, and room for a file name
 constexpr std::size_t kTableSize = 1024;
 constexpr std::size_t kSpareRows = 4096;
 
@@ -35,7 +36,7 @@ T* need(T* made) {
 }
 
 void add(cJSON* object, const char* key, std::uint64_t number) {
-    // As a text: a double would round what is longer than 15 digits.
+    // Raw text, because a double would round numbers of more than 15 digits.
     need(cJSON_AddRawToObject(object, key, std::to_string(number).c_str()));
 }
 
@@ -57,7 +58,8 @@ cJSON* append_object(cJSON* array) {
     return object;
 }
 
-// Cuts off what stands between `begin` and `end`; empty when they are not there.
+// Returns what stands between `begin` and `end`, and removes it from the front of `text`. Returns
+// an empty string if `begin` is not found.
 std::string cut(std::string_view& text, std::string_view begin, std::string_view end) {
     const std::size_t from = text.find(begin);
     if (from == std::string_view::npos) {
@@ -76,7 +78,7 @@ std::uint64_t number_of(const std::string& text) {
     return number;
 }
 
-// The allocator gives its list as HTML only.
+// The allocator offers its list only as HTML, so this takes the HTML apart.
 void add_memory(cJSON* root, std::string_view table) {
     cJSON* const memory = add_object(root, "memory");
     cJSON* const rows = add_array(memory, "rows");
@@ -155,11 +157,12 @@ void add_history(cJSON* root, const std::deque<Rates>& history) {
 }  // namespace
 
 std::string memory_table(std::uint64_t tracked_buffers) {
-    // The count may be a second old. Room that is not written to costs no memory.
+    // The count may be a second old, so the buffer is larger than needed. Pages that are never
+    // written cost no memory.
     const std::size_t size = kTableSize + kRowSize * (2 * tracked_buffers + kSpareRows);
     const auto text = std::make_unique_for_overwrite<char[]>(size);
     text[0] = '\0';
-    zxmem_api_info(text.get(), "The allocator keeps no list of its buffers.");
+    zxmem_api_info(text.get(), "The allocator does not keep a list of its buffers.");
     return text.get();
 }
 

@@ -1,4 +1,4 @@
-// The texts behind the status page: the memory table and the JSON.
+// Makes the JSON and the memory table of the status page.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace relay {
 
-// What does not change while the relay runs.
+// Facts that do not change while the relay runs.
 struct Facts {
     std::string source;
     std::string output;
@@ -33,10 +33,11 @@ struct Report {
     std::uint64_t uptime_sec;
 };
 
-// The table of the live buffers, as the allocator writes it; allocations wait meanwhile.
+// Returns the HTML table of the live buffers from the allocator. Allocations wait until it is done.
 std::string memory_table(std::uint64_t tracked_buffers);
 
-// `memory`: null, or the table, whose rows are added. These throw when memory is short.
+// `memory`: the memory table, whose rows are added, or null. Both functions throw if memory is
+// short.
 std::string to_json(const Report& report, const std::string* memory);
 
 }  // namespace relay

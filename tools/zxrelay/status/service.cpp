@@ -16,10 +16,12 @@ namespace relay {
 namespace {
 
 constexpr std::uint64_t kMicro = 1000000;
-constexpr std::size_t kSamples = 121;  // two minutes, from end to end
-constexpr unsigned kMemoryShare = 20;  // the memory table takes a twentieth of the time at most
-constexpr int kPriority = 10;          // the stream comes first
-constexpr unsigned kPauseUs = 1000;    // between two rounds: bounds what strangers can cost
+constexpr std::size_t kSamples = 121;  // two minutes, with both ends
+constexpr unsigned kMemoryShare =
+    20;                        // making the memory table takes at most a twentieth of the time
+constexpr int kPriority = 10;  // the stream comes first
+constexpr unsigned kPauseUs =
+    1000;  // between two rounds: limits the CPU time that clients can cause
 
 constexpr char kHtml[] = "text/html; charset=utf-8";
 constexpr char kCss[] = "text/css; charset=utf-8";
@@ -44,9 +46,9 @@ StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Stats& s
       http_(endpoint),
       worker_("relay-status", [this](zxcommon::StopRequest& stop) { run(stop); }) {
     if (wake_.get() < 0) {
-        throw tools::Failure("there is no descriptor for the status page");
+        throw tools::Failure("no descriptor for the status page");
     }
-    route();
+    add_routes();
     worker_.start();
 }
 
@@ -56,7 +58,7 @@ StatusServer::~StatusServer() {
     worker_.stop();
 }
 
-void StatusServer::route() {
+void StatusServer::add_routes() {
     const auto add_file = [this](const char* path, std::string_view text, const char* type) {
         http_.add(path, [file = Answer(text, type)] { return file; });
     };
@@ -69,7 +71,7 @@ void StatusServer::route() {
 }
 
 void StatusServer::run(zxcommon::StopRequest& stop) {
-    setpriority(PRIO_PROCESS, 0, kPriority);  // of this thread alone
+    setpriority(PRIO_PROCESS, 0, kPriority);  // of this thread only
     while (!stop.seen()) {
         pollfd fds[] = {{http_.fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
         poll(fds, std::size(fds), wait_ms());
@@ -114,7 +116,7 @@ const std::string& StatusServer::memory() {
     return memory_;
 }
 
-// One copy for everybody: a store of many nodes makes a table of megabytes.
+// All clients share one copy: with a store of many nodes, the table has megabytes.
 Answer StatusServer::memory_page() {
     const std::string& table = memory();
     if (!memory_page_) {
@@ -127,9 +129,12 @@ Answer StatusServer::json(bool with_memory) {
     Answer& kept = with_memory ? status_json_ : live_json_;
     if (!kept) {
         const auto snapshot = board_.read();
-        const Report report{facts_,          stats_,
-                            *snapshot,       history_,
-                            channel_.fill(), (zxtime_api_upTimeUs() - start_us_) / kMicro};
+        const Report report{facts_,
+                            stats_,
+                            *snapshot,
+                            history_,
+                            channel_.fill_ratio(),
+                            (zxtime_api_upTimeUs() - start_us_) / kMicro};
         kept = Answer(to_json(report, with_memory ? &memory() : nullptr), kJson);
     }
     return kept;

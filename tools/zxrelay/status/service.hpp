@@ -1,4 +1,4 @@
-// The status page: what the relay does now, for a browser and, as JSON, for programs.
+// The status page: shows the state of the relay in a browser and, as JSON, to programs.
 #pragma once
 
 #include <cstdint>
@@ -16,11 +16,11 @@
 
 namespace relay {
 
-// One thread of low priority serves everybody and takes the samples of the chart. Whatever the
-// number of requests, an answer is made once a second at most.
+// One thread of low priority serves all clients and takes the samples of the chart. An answer is
+// made at most once a second, for any number of requests.
 class StatusServer {
 public:
-    // Serves until the destructor; a Failure says why it cannot.
+    // Serves until the destructor runs. Throws a Failure.
     StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats, const Channel& channel,
                  const Board& board);
     ~StatusServer();
@@ -30,7 +30,7 @@ public:
     [[nodiscard]] int port() const { return http_.port(); }
 
 private:
-    void route();
+    void add_routes();
     void run(zxcommon::StopRequest& stop);
     void take_sample();
     [[nodiscard]] int wait_ms() const;
@@ -50,11 +50,11 @@ private:
     std::uint64_t sampled_out_ = 0;
 
     std::string memory_;
-    std::uint64_t memory_due_us_ = 0;  // not made again before
+    std::uint64_t memory_due_us_ = 0;  // the table is not made again before this time
 
-    Answer memory_page_;  // of the same table
+    Answer memory_page_;  // made from memory_
 
-    // Made for the first who asks, and forgotten with the next sample.
+    // Made for the first request after a sample, and dropped with the next sample.
     Answer live_json_;
     Answer status_json_;
 

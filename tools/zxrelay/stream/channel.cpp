@@ -6,15 +6,16 @@
 #include "common/failure.hpp"
 
 namespace relay {
+
 Channel::Channel(std::uint32_t capacity)
     : fifo_(capacity, "relay"), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!fifo_ || !wake_) {
-        throw tools::Failure("there is no memory for the FIFO");
+        throw tools::Failure("no memory for the FIFO");
     }
 }
 
 bool Channel::push(std::span<const std::uint8_t> message) {
-    // Only the consumer changes the room meanwhile, and it makes more of it.
+    // There is one producer: until message_in(), the room can only grow.
     if (static_cast<std::size_t>(fifo_.left()) < ZXFIFO_PREFIX_SIZE + message.size()) {
         return false;
     }
@@ -31,7 +32,7 @@ std::span<const std::uint8_t> Channel::pop(std::span<std::uint8_t> buffer) {
     return buffer.first(size > 0 ? static_cast<std::size_t>(size) : 0);
 }
 
-double Channel::fill() const {
+double Channel::fill_ratio() const {
     return static_cast<double>(fifo_.used()) / static_cast<double>(fifo_.get()->size);
 }
 

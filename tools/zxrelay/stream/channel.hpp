@@ -1,4 +1,4 @@
-// The way of the messages from the receiver to the sender.
+// Passes messages from the receiving thread to the sending thread.
 #pragma once
 
 #include <atomic>
@@ -11,23 +11,25 @@ namespace relay {
 
 inline constexpr std::size_t kPacketSize = 188;
 inline constexpr std::size_t kMessageSize = 7 * kPacketSize;
-inline constexpr std::size_t kLargestMessage = 65535;  // what a datagram may hold
+inline constexpr std::size_t kLargestMessage = 65535;  // no datagram is larger
 
-// One producer and one consumer.
+// For one producer and one consumer.
 class Channel {
 public:
     explicit Channel(std::uint32_t capacity);
 
-    // False when there was no room: the message is dropped whole.
+    // Returns false if the message does not fit; then none of it is queued.
     bool push(std::span<const std::uint8_t> message);
 
-    // The next message, in `buffer`, which holds the largest one. Empty: there is none.
+    // Reads the next message into `buffer`, which has room for the largest one. Returns an empty
+    // span if there is no message.
     std::span<const std::uint8_t> pop(std::span<std::uint8_t> buffer);
 
     [[nodiscard]] bool empty() const { return fifo_.used() == 0; }
-    [[nodiscard]] double fill() const;
+    [[nodiscard]] double fill_ratio() const;  // from 0 to 1
 
-    // Readable after a push or a wake(), until clear_wake(); for good after close().
+    // This descriptor is readable after push() and wake(), until clear_wake(). After close() it
+    // stays readable.
     [[nodiscard]] int wake_fd() const { return wake_.get(); }
     void clear_wake();
     void wake();

@@ -12,7 +12,7 @@
 namespace relay {
 namespace {
 
-constexpr int kPiecesPerFlush = 32;  // then it is the others' turn
+constexpr int kPiecesPerFlush = 32;  // then the other clients are served
 constexpr std::uint64_t kPacketsPerMessage = kMessageSize / kPacketSize;
 
 }  // namespace
@@ -28,10 +28,10 @@ Client::~Client() {
 }
 
 Client::Outcome Client::offer(std::span<const std::uint8_t> message) {
-    if (is_shifted()) {
+    if (is_time_shifted()) {
         return Outcome::sent;
     }
-    if (!is_behind()) {
+    if (!lags()) {
         const std::int64_t sent = send_now(message);
         if (sent < 0) {
             return Outcome::gone;
@@ -40,17 +40,17 @@ Client::Outcome Client::offer(std::span<const std::uint8_t> message) {
         if (message.empty()) {
             return Outcome::sent;
         }
-        return keep(message) ? Outcome::sent : Outcome::gone;
+        return append_to_backlog(message) ? Outcome::sent : Outcome::gone;
     }
     if (static_cast<std::size_t>(zxfifo_api_blockSizeLeft(backlog_)) < message.size()) {
         ++dropped_;
         return Outcome::dropped;
     }
-    return keep(message) ? Outcome::sent : Outcome::gone;
+    return append_to_backlog(message) ? Outcome::sent : Outcome::gone;
 }
 
 bool Client::flush() {
-    for (int piece = 0; piece < kPiecesPerFlush && is_behind(); ++piece) {
+    for (int piece = 0; piece < kPiecesPerFlush && lags(); ++piece) {
         if (unsent_.empty()) {
             refill();
         }
@@ -67,15 +67,15 @@ bool Client::flush() {
 }
 
 bool Client::read_input(std::optional<std::uint64_t>& seconds) {
-    char said[4096];
-    const ssize_t got = recv(fd(), said, sizeof said, MSG_DONTWAIT);
+    char received[4096];
+    const ssize_t got = recv(fd(), received, sizeof received, MSG_DONTWAIT);
     if (got > 0) {
-        seconds = requests_.feed({said, static_cast<std::size_t>(got)});
+        seconds = requests_.feed({received, static_cast<std::size_t>(got)});
     }
     return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
 }
 
-void Client::shift(const Store& store, const Store::Place& place) {
+void Client::start_time_shift(const Store& store, const Store::Place& place) {
     store_ = &store;
     place_ = place;
 }
@@ -91,7 +91,8 @@ std::uint64_t Client::take_progress() {
     return bytes_sent_ - std::exchange(bytes_seen_, bytes_sent_);
 }
 
-// Bytes that the socket took, 0 when it is full, -1 when the client is gone.
+// Returns the number of bytes that the socket accepted, 0 if it is full, -1 if the connection
+// failed.
 std::int64_t Client::send_now(std::span<const std::uint8_t> bytes) {
     const ssize_t sent = send(fd(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0) {
@@ -102,8 +103,8 @@ std::int64_t Client::send_now(std::span<const std::uint8_t> bytes) {
     return sent;
 }
 
-// The caller has seen that there is room; a backlog that is made here has it.
-bool Client::keep(std::span<const std::uint8_t> bytes) {
+// The caller has checked that the bytes fit. A new backlog has room for every message.
+bool Client::append_to_backlog(std::span<const std::uint8_t> bytes) {
     if (backlog_ == nullptr) {
         backlog_ = zxfifo_api_blockInit(buffer_size_, peer_.c_str());
         if (backlog_ == nullptr) {
@@ -115,7 +116,7 @@ bool Client::keep(std::span<const std::uint8_t> bytes) {
 }
 
 void Client::refill() {
-    const std::size_t size = std::min(held(), chunk_.size());
+    const std::size_t size = std::min(backlog_bytes(), chunk_.size());
     if (size == 0) {
         std::uint64_t lost = 0;
         unsent_ = store_->read(place_, chunk_, lost);
@@ -126,13 +127,12 @@ void Client::refill() {
     unsent_ = std::span(chunk_).first(size);
 }
 
-// Bytes in the backlog.
-std::size_t Client::held() const {
+std::size_t Client::backlog_bytes() const {
     return backlog_ != nullptr ? static_cast<std::size_t>(zxfifo_api_blockSizeUsed(backlog_)) : 0;
 }
 
-std::uint64_t Client::waiting() const {
-    return held() + unsent_.size() + (store_ != nullptr ? store_->waiting(place_) : 0);
+std::uint64_t Client::bytes_waiting() const {
+    return backlog_bytes() + unsent_.size() + (store_ != nullptr ? store_->bytes_after(place_) : 0);
 }
 
 }  // namespace relay

@@ -1,4 +1,4 @@
-// One receiver of the stream.
+// A client: receives the stream.
 #pragma once
 
 #include <array>
@@ -16,10 +16,10 @@
 
 namespace relay {
 
-// A message goes straight to the socket. What the socket does not take waits in a FIFO of the
-// client's own, which is only made for a client that falls behind; when that is full, whole
-// messages are dropped for this client alone. A shifted client is given no messages: it takes what
-// it sends from the store, as fast as the socket allows.
+// A live client sends each message to its socket directly. Bytes that the socket does not accept
+// wait in the backlog, a FIFO that is allocated when the client first needs it. While the backlog
+// is full, the client misses whole messages; other clients do not. A time-shifted client ignores
+// messages: it reads from the store, as fast as its socket accepts data.
 class Client {
 public:
     Client(int fd, std::string peer, std::uint32_t buffer_size);
@@ -30,22 +30,25 @@ public:
     enum class Outcome { sent, dropped, gone };
     Outcome offer(std::span<const std::uint8_t> message);
 
-    // Sends of what waits as much as the socket takes, or a good part of it. False: the client is
-    // gone.
+    // Sends waiting bytes until the socket is full or a limit is reached, so that other clients get
+    // their turn. Returns false if the connection failed.
     bool flush();
 
-    // Reads what the client says, and sets the seconds when it asks for what has passed. False: it
-    // has closed or is gone.
+    // Reads what the client has sent. Sets `seconds` if it asks for the last seconds of the stream.
+    // Returns false if the client has closed the connection or the connection failed.
     bool read_input(std::optional<std::uint64_t>& seconds);
 
-    // From now on it receives what came behind a place in the store, after what waits already.
-    void shift(const Store& store, const Store::Place& place);
-    [[nodiscard]] bool is_shifted() const { return store_ != nullptr; }
+    // From now on the client reads from the store, from `place` on. Bytes that wait in the backlog
+    // are sent first.
+    void start_time_shift(const Store& store, const Store::Place& place);
+    [[nodiscard]] bool is_time_shifted() const { return store_ != nullptr; }
 
-    [[nodiscard]] bool is_behind() const { return waiting() != 0; }
-    [[nodiscard]] std::uint64_t waiting() const;  // bytes
+    // True while bytes wait to be sent.
+    [[nodiscard]] bool lags() const { return bytes_waiting() != 0; }
+    [[nodiscard]] std::uint64_t bytes_waiting() const;
 
-    // Whether somebody waits for its socket to take more, since it fell behind.
+    // Whether the epoll set waits until the socket accepts more data. The owner sets it when the
+    // client starts or stops to lag.
     [[nodiscard]] bool is_watched() const { return is_watched_; }
     void set_watched(bool is_watched);
 
@@ -57,21 +60,21 @@ public:
     // Bytes sent since the last call.
     std::uint64_t take_progress();
 
-    // Uptime in microseconds at which it last took a byte or began to fall behind.
+    // Uptime in microseconds at which the client last accepted data or began to lag.
     [[nodiscard]] std::uint64_t last_progress_us() const { return last_progress_us_; }
 
 private:
     std::int64_t send_now(std::span<const std::uint8_t> bytes);
-    bool keep(std::span<const std::uint8_t> bytes);
+    bool append_to_backlog(std::span<const std::uint8_t> bytes);
     void refill();
-    [[nodiscard]] std::size_t held() const;
+    [[nodiscard]] std::size_t backlog_bytes() const;
 
     zxcommon::Descriptor fd_;
     std::string peer_;
     std::uint32_t buffer_size_;
     zxfifoblock_ctt* backlog_ = nullptr;
-    std::array<std::uint8_t, 16384> chunk_;  // taken from what waits, not all sent yet
-    std::span<const std::uint8_t> unsent_;
+    std::array<std::uint8_t, 16384> chunk_;  // holds unsent_
+    std::span<const std::uint8_t> unsent_;   // out of the backlog or the store, sent next
     const Store* store_ = nullptr;
     Store::Place place_;
     RequestReader requests_;

@@ -14,7 +14,7 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr int kEventsPerRound = 64;
-constexpr int kMessagesPerRound = 256;  // then the sockets are looked at again
+constexpr int kMessagesPerRound = 256;  // then the sockets are served again
 constexpr int kWaitMs = 500;
 constexpr std::uint64_t kMicro = 1000000;
 
@@ -42,10 +42,10 @@ void Fanout::run(zxcommon::StopRequest& stop) {
             handle(event);
         }
         deliver();
-        serve_shifted();
-        check_drained();
-        do_each_second();
-        remove_ended();
+        resume_time_shifted();
+        update_drained();
+        do_once_a_second();
+        remove_disconnected();
     }
 }
 
@@ -61,50 +61,50 @@ void Fanout::handle(const epoll_event& event) {
 
 void Fanout::handle_client(Client& client, std::uint32_t events) {
     if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
-        end(client, "is gone");
+        disconnect(client, "has lost its connection");
         return;
     }
     std::optional<std::uint64_t> seconds;
     if ((events & EPOLLIN) != 0 && !client.read_input(seconds)) {
-        end(client, "has left");
+        disconnect(client, "has disconnected");
     } else if (seconds) {
-        shift(client, *seconds);
+        start_time_shift(client, *seconds);
     } else if ((events & EPOLLOUT) != 0) {
         const std::uint64_t before = client.bytes_sent();
         const std::uint64_t dropped_before = client.dropped();
         if (!client.flush()) {
-            end(client, "is gone");
+            disconnect(client, "has lost its connection");
         }
         stats_.dropped_slow_client += client.dropped() - dropped_before;
         stats_.bytes_out += client.bytes_sent() - before;
-        watch(client);
+        update_watch(client);
     }
 }
 
-void Fanout::shift(Client& client, std::uint64_t seconds) {
+void Fanout::start_time_shift(Client& client, std::uint64_t seconds) {
     if (store_ != nullptr) {
-        log({Level::notice, kTag}, "client %s receives from %llu s ago on", client.peer().c_str(),
-            static_cast<unsigned long long>(seconds));
-        client.shift(*store_, store_->back(seconds));
-        watch(client);
-    } else if (!missed_store_) {
-        log({Level::info, kTag}, "client %s asks for what is past, which is not kept",
+        log({Level::notice, kTag}, "client %s receives the stream from %llu s ago on",
+            client.peer().c_str(), static_cast<unsigned long long>(seconds));
+        client.start_time_shift(*store_, store_->seek_back(seconds));
+        update_watch(client);
+    } else if (!has_logged_missing_store_) {
+        log({Level::info, kTag}, "client %s asks for the past stream, but --keep is not set",
             client.peer().c_str());
-        missed_store_ = true;
+        has_logged_missing_store_ = true;
     }
 }
 
-// Has its socket watched for room exactly while it is behind.
-void Fanout::watch(Client& client) {
-    const bool is_behind = client.is_behind();
-    if (is_behind != client.is_watched()) {
-        client.set_watched(is_behind);
-        epoll_.mod(client.fd(), is_behind ? EPOLLIN | EPOLLOUT : EPOLLIN);
+// Lets epoll wait for room in the socket exactly while the client lags.
+void Fanout::update_watch(Client& client) {
+    const bool lags = client.lags();
+    if (lags != client.is_watched()) {
+        client.set_watched(lags);
+        epoll_.mod(client.fd(), lags ? EPOLLIN | EPOLLOUT : EPOLLIN);
     }
 }
 
 void Fanout::add_client(int fd, const std::string& peer) {
-    auto client = std::make_unique<Client>(fd, peer, limits_.client_buffer);
+    auto client = std::make_unique<Client>(fd, peer, limits_.client_buffer_bytes);
     if (epoll_.add(fd, EPOLLIN)) {
         log({Level::notice, kTag}, "client %s has connected", peer.c_str());
         clients_.emplace(fd, std::move(client));
@@ -114,7 +114,9 @@ void Fanout::add_client(int fd, const std::string& peer) {
 
 void Fanout::deliver() {
     if (!channel_.empty()) {
-        drained_ = false;  // before anything leaves the channel: drained() is asked after empty()
+        // Cleared before a message leaves the channel: the main thread checks empty() before
+        // drained().
+        drained_ = false;
     }
     for (int i = 0; i < kMessagesPerRound; ++i) {
         const auto message = channel_.pop(message_);
@@ -128,33 +130,33 @@ void Fanout::deliver() {
     }
 }
 
-// Shifted clients that had all go on when there is more.
-void Fanout::serve_shifted() {
-    if (store_ == nullptr || !store_->close_when_due()) {
+// Time-shifted clients that had read the whole store continue when it has a new node.
+void Fanout::resume_time_shifted() {
+    if (store_ == nullptr || !store_->close_node_when_due()) {
         return;
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_shifted()) {
-            watch(*client);
+        if (client->is_time_shifted()) {
+            update_watch(*client);
         }
     }
 }
 
-void Fanout::check_drained() {
+void Fanout::update_drained() {
     if (!channel_.empty() || (store_ != nullptr && store_->due_ms() >= 0)) {
         return;
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_behind()) {
+        if (client->lags()) {
             return;
         }
     }
     drained_ = true;
 }
 
-void Fanout::do_each_second() {
-    if (zxtime_api_counterAsyncUs(&last_round_, kMicro) == 1) {
-        end_stalled();
+void Fanout::do_once_a_second() {
+    if (zxtime_api_counterAsyncUs(&last_second_us_, kMicro) == 1) {
+        disconnect_stalled();
         listener_.resume();
         publisher_.publish(clients_, store_);
     }
@@ -173,43 +175,44 @@ void Fanout::deliver_to_all(std::span<const std::uint8_t> message) {
                 ++stats_.dropped_slow_client;
                 break;
             case Client::Outcome::gone:
-                end(*client, "is gone");
+                disconnect(*client, "has lost its connection");
                 break;
         }
         stats_.bytes_out += client->bytes_sent() - before;
-        if (!client->is_shifted()) {
-            watch(*client);
+        if (!client->is_time_shifted()) {
+            update_watch(*client);
         }
     }
 }
 
-void Fanout::end_stalled() {
+void Fanout::disconnect_stalled() {
     const std::uint64_t now = zxtime_api_upTimeUs();
     for (const auto& [fd, client] : clients_) {
-        if (client->is_watched() && now - client->last_progress_us() > limits_.stall_sec * kMicro) {
-            end(*client, "takes nothing any more");
+        if (client->is_watched() &&
+            now - client->last_progress_us() > limits_.stall_timeout_seconds * kMicro) {
+            disconnect(*client, "has accepted no data for too long");
         }
     }
 }
 
-void Fanout::end(Client& client, const char* why) {
-    if (std::find(ended_.begin(), ended_.end(), client.fd()) != ended_.end()) {
+void Fanout::disconnect(Client& client, const char* why) {
+    if (std::find(disconnected_.begin(), disconnected_.end(), client.fd()) != disconnected_.end()) {
         return;
     }
     log({Level::notice, kTag}, "client %s %s: %llu bytes sent, %llu messages dropped",
         client.peer().c_str(), why, static_cast<unsigned long long>(client.bytes_sent()),
         static_cast<unsigned long long>(client.dropped()));
-    ended_.push_back(client.fd());
+    disconnected_.push_back(client.fd());
 }
 
-// Last in a round, so that no event of the round meets a client that is no more.
-void Fanout::remove_ended() {
-    for (const int fd : ended_) {
+// Runs at the end of a round: earlier events of the round may still refer to these clients.
+void Fanout::remove_disconnected() {
+    for (const int fd : disconnected_) {
         if (clients_.erase(fd) == 1) {
             --stats_.clients;
         }
     }
-    ended_.clear();
+    disconnected_.clear();
 }
 
 }  // namespace relay

@@ -1,4 +1,4 @@
-// The sending side: takes messages from the channel and gives them to every client.
+// The sending side: reads messages from the channel and sends them to every client.
 #pragma once
 
 #include <atomic>
@@ -17,11 +17,11 @@ namespace relay {
 class Fanout {
 public:
     struct Limits {
-        std::uint32_t client_buffer;  // bytes that a client may lag behind
-        unsigned stall_sec;           // how long a client may accept no data
+        std::uint32_t client_buffer_bytes;  // how far a client may lag
+        unsigned stall_timeout_seconds;     // how long a client may accept no data
     };
 
-    // `store`: nullptr when nothing is kept. Throws a Failure.
+    // `store`: nullptr without --keep. Throws a Failure.
     Fanout(zxcommon::Descriptor listener, const Limits& limits, Channel& channel, Store* store,
            Stats& stats, Board& board);
     Fanout(const Fanout&) = delete;
@@ -30,23 +30,23 @@ public:
     // The body of the sending thread.
     void run(zxcommon::StopRequest& stop);
 
-    // True when no client waits for anything that has left the channel.
+    // True if everything that has left the channel is sent.
     [[nodiscard]] bool drained() const { return drained_; }
 
 private:
     void handle(const epoll_event& event);
     void handle_client(Client& client, std::uint32_t events);
-    void shift(Client& client, std::uint64_t seconds);
-    void watch(Client& client);
+    void start_time_shift(Client& client, std::uint64_t seconds);
+    void update_watch(Client& client);
     void add_client(int fd, const std::string& peer);
     void deliver();
     void deliver_to_all(std::span<const std::uint8_t> message);
-    void serve_shifted();
-    void check_drained();
-    void do_each_second();
-    void end_stalled();
-    void end(Client& client, const char* why);
-    void remove_ended();
+    void resume_time_shifted();
+    void update_drained();
+    void do_once_a_second();
+    void disconnect_stalled();
+    void disconnect(Client& client, const char* why);
+    void remove_disconnected();
 
     const Limits limits_;
     Channel& channel_;
@@ -55,11 +55,11 @@ private:
     zxcommon::Epoll epoll_;
     Listener listener_;
     Publisher publisher_;
-    bool missed_store_ = false;  // a client asked for what is not kept
-    std::uint64_t last_round_ = 0;
+    bool has_logged_missing_store_ = false;
+    std::uint64_t last_second_us_ = 0;
     std::vector<std::uint8_t> message_;
     Clients clients_;
-    std::vector<int> ended_;
+    std::vector<int> disconnected_;
     std::atomic<bool> drained_{true};
 };
 

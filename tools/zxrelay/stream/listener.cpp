@@ -30,7 +30,7 @@ void Listener::accept_all(const std::function<void(int fd, const std::string& pe
         take(connection, peer);
     }
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-        log({Level::error, kTag}, "no further client can be taken: %s", std::strerror(errno));
+        log({Level::error, kTag}, "cannot accept another client: %s", std::strerror(errno));
         pause();
     }
 }

@@ -10,16 +10,16 @@ namespace relay {
 
 class Listener {
 public:
-    // Has the socket watched by `epoll`, which outlives the listener. Throws a Failure.
+    // Adds the socket to `epoll`, which must outlive the listener. Throws a Failure.
     Listener(zxcommon::Descriptor socket, zxcommon::Epoll& epoll);
 
     [[nodiscard]] int fd() const { return socket_.get(); }
 
-    // Accepts every connection that waits. `take` owns the descriptor. When the process has no
-    // descriptor left, the listener pauses.
+    // Accepts every waiting connection. `take` becomes the owner of the descriptor. The listener
+    // pauses when the process has no descriptor or memory left.
     void accept_all(const std::function<void(int fd, const std::string& peer)>& take);
 
-    // Ends a pause. To be called once a second.
+    // Ends a pause. The owner calls it once a second.
     void resume();
 
 private:

@@ -1,4 +1,4 @@
-// The library's table of locks as the status page shows it.
+// The library's table of locks, for the status page.
 #pragma once
 
 #include <vector>
@@ -7,7 +7,7 @@
 
 namespace relay {
 
-// For the only thread that makes and destroys locks meanwhile.
+// No other thread may make or destroy locks during the call.
 std::vector<LockView> view_locks();
 
 }  // namespace relay

@@ -77,7 +77,7 @@ void join(int fd, const addrinfo& group, const Endpoint& endpoint, const std::st
     }
 }
 
-// Has the kernel end a connection whose peer is gone without a word.
+// Lets the kernel end a connection whose peer has vanished without closing it.
 void detect_dead_peer(int fd) {
     set_option(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
     set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSec);
@@ -96,7 +96,7 @@ zxcommon::Descriptor open_udp_source(const Endpoint& endpoint, const std::string
     set_option(fd.get(), SOL_SOCKET, SO_RCVBUF, kUdpReceiveBuffer);
     const bool multicast = is_multicast(addresses->ai_addr);
     if (multicast) {
-        set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, 1);  // several receivers of one group
+        set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, 1);  // allows several receivers of one group
     }
     if (bind(fd.get(), addresses->ai_addr, addresses->ai_addrlen) != 0) {
         fail("cannot receive on", endpoint);
@@ -112,7 +112,7 @@ Endpoint checked(const Endpoint& endpoint, const std::string& given) {
                         endpoint.port.find_first_not_of("0123456789") == std::string::npos;
     if (endpoint.host.empty() || !digits || endpoint.port.size() > 5 ||
         std::stoul(endpoint.port) - 1 > 65534) {
-        throw Failure("'" + given + "' is no address with a port from 1 to 65535");
+        throw Failure("'" + given + "' is not an address with a port from 1 to 65535");
     }
     return endpoint;
 }
@@ -152,9 +152,9 @@ Input parse_input(const std::string& url) {
                           (input.is_udp || std::strcmp(scheme, "tcp") == 0);
     if (!complete) {
         throw Failure("'" + url +
-                      "' is no input: it must be tcp://ADDRESS:PORT or udp://ADDRESS:PORT");
+                      "' is not an input: use tcp://ADDRESS:PORT or udp://ADDRESS:PORT");
     }
-    // udp://@239.1.1.1:1234, as some players write it, has an empty user.
+    // The user is ignored: some players write udp://@239.1.1.1:1234, with an empty user.
     input.endpoint = checked({host, std::to_string(port)}, url);
     return input;
 }
@@ -175,7 +175,7 @@ zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog) {
 }
 
 zxcommon::Descriptor open_source(const Input& input, const std::string& interface) {
-    // A second source waits in the backlog until the first has ended.
+    // A second source waits in the backlog until the first one has ended.
     return input.is_udp ? open_udp_source(input.endpoint, interface)
                         : open_listener(input.endpoint, 1);
 }

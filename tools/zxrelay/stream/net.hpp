@@ -7,7 +7,7 @@
 
 namespace relay {
 
-// "host:port" or "[host]:port", the host a name or an address.
+// "host:port" or "[host]:port"; the host is a name or an address.
 struct Endpoint {
     std::string host;
     std::string port;
@@ -19,16 +19,17 @@ struct Input {
     Endpoint endpoint;
 };
 
-// These throw a Failure that says what is wrong with the text.
+// These functions throw a Failure that says what is wrong with the text.
 Input parse_input(const std::string& url);
 Endpoint parse_output(const std::string& text);
 
-// Non-blocking and close-on-exec; a Failure says why one cannot be had.
+// These functions return non-blocking close-on-exec sockets. Throw a Failure that says why not.
 zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);
 zxcommon::Descriptor open_source(const Input& input, const std::string& interface);
 
-// The next connection of a listener, non-blocking, with its peer's address as text; the kernel ends
-// it when the peer is gone without a word. -1: none, with `errno` set.
+// Accepts the next connection and writes its peer's address to `peer`. The returned descriptor is
+// non-blocking; the kernel ends the connection if the peer vanishes without closing it. Returns -1
+// and sets `errno` if no connection waits.
 int accept_connection(int listener, std::string& peer);
 
 }  // namespace relay

@@ -21,14 +21,14 @@ bool is_transport_stream(std::span<const std::uint8_t> bytes) {
 
 void Packetizer::feed(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        const std::size_t taken = std::min(bytes.size(), held_.size() - size_);
-        std::memcpy(held_.data() + size_, bytes.data(), taken);
+        const std::size_t taken = std::min(bytes.size(), buffer_.size() - size_);
+        std::memcpy(buffer_.data() + size_, bytes.data(), taken);
         size_ += taken;
         bytes = bytes.subspan(taken);
-        if (size_ == held_.size()) {
+        if (size_ == buffer_.size()) {
             flush();
         }
-        if (size_ == held_.size()) {
+        if (size_ == buffer_.size()) {
             skip(next_sync());
         }
     }
@@ -36,15 +36,15 @@ void Packetizer::feed(std::span<const std::uint8_t> bytes) {
 
 void Packetizer::flush() {
     std::size_t whole = 0;
-    while (whole + kPacketSize <= size_ && held_[whole] == kSyncByte) {
+    while (whole + kPacketSize <= size_ && buffer_[whole] == kSyncByte) {
         whole += kPacketSize;
     }
     if (whole == 0) {
         return;
     }
-    emit_(std::span(held_).first(whole));
+    emit_(std::span(buffer_).first(whole));
     size_ -= whole;
-    std::memmove(held_.data(), held_.data() + whole, size_);
+    std::memmove(buffer_.data(), buffer_.data() + whole, size_);
 }
 
 void Packetizer::finish() {
@@ -54,15 +54,16 @@ void Packetizer::finish() {
 
 void Packetizer::skip(std::size_t count) {
     size_ -= count;
-    std::memmove(held_.data(), held_.data() + count, size_);
+    std::memmove(buffer_.data(), buffer_.data() + count, size_);
     skipped_ += count;
 }
 
-// Where packets begin again: at a sync byte with others at every packet's distance behind it.
+// Finds the next packet: a sync byte that is followed by further ones, each a packet apart, to the
+// end of the buffer.
 std::size_t Packetizer::next_sync() const {
     for (std::size_t start = 1; start < size_; ++start) {
         std::size_t at = start;
-        while (at < size_ && held_[at] == kSyncByte) {
+        while (at < size_ && buffer_[at] == kSyncByte) {
             at += kPacketSize;
         }
         if (at >= size_) {

@@ -11,7 +11,7 @@
 
 namespace relay {
 
-// True when these are whole packets, each with its sync byte.
+// True if the bytes are whole packets that all begin with the sync byte.
 bool is_transport_stream(std::span<const std::uint8_t> bytes);
 
 class Packetizer {
@@ -19,17 +19,18 @@ public:
     using Emit = std::function<void(std::span<const std::uint8_t>)>;
     explicit Packetizer(Emit emit) : emit_(std::move(emit)) {}
 
-    // Emits every message of seven packets that these bytes complete, and what is whole before a
-    // place where the packets are torn.
+    // Emits every message of seven packets that these bytes complete. Where packets are damaged, it
+    // emits the whole packets in front and skips to the next packet.
     void feed(std::span<const std::uint8_t> bytes);
 
-    // Emits the whole packets that wait for more, so that a pause holds nothing back.
+    // Emits the whole packets of an incomplete message. Called when the source pauses, so that
+    // clients receive them without delay.
     void flush();
 
-    // As flush(), and forgets the torn packet at the end of a source.
+    // Like flush(), and skips an incomplete packet. Called at the end of a source.
     void finish();
 
-    // Bytes left out so far because they were no transport stream.
+    // Bytes skipped so far because they are not part of a transport stream.
     [[nodiscard]] std::uint64_t skipped() const { return skipped_; }
 
 private:
@@ -37,7 +38,7 @@ private:
     [[nodiscard]] std::size_t next_sync() const;
 
     Emit emit_;
-    std::array<std::uint8_t, kMessageSize> held_{};
+    std::array<std::uint8_t, kMessageSize> buffer_{};
     std::size_t size_ = 0;
     std::uint64_t skipped_ = 0;
 };

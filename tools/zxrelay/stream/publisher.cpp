@@ -10,7 +10,7 @@ namespace relay {
 namespace {
 
 constexpr std::uint64_t kMicro = 1000000;
-constexpr std::uint64_t kBuffersToCome = 4096;  // before somebody looks at them
+constexpr std::uint64_t kSpareBuffers = 4096;  // may be added before the status page is served
 
 }  // namespace
 
@@ -23,16 +23,16 @@ void Publisher::publish(const Clients& clients, const Store* store) {
     for (const auto& [fd, client] : clients) {
         snapshot.clients.push_back({client->peer(), client->bytes_sent(),
                                     client->take_progress() * kMicro / passed, client->dropped(),
-                                    client->waiting(), client->is_shifted()});
+                                    client->bytes_waiting(), client->is_time_shifted()});
     }
     snapshot.locks = view_locks();
     if (store != nullptr) {
         snapshot.stored_bytes = store->bytes();
         snapshot.stored_nodes = store->nodes();
     }
-    // The FIFO, backlogs and nodes have two buffers each.
+    // The FIFO, each backlog and each node take two buffers.
     snapshot.tracked_buffers =
-        2 * (1 + snapshot.clients.size() + snapshot.stored_nodes) + kBuffersToCome;
+        2 * (1 + snapshot.clients.size() + snapshot.stored_nodes) + kSpareBuffers;
     board_.publish(std::move(snapshot));
 }
 

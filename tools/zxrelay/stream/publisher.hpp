@@ -1,4 +1,4 @@
-// Writes down what the status page shows of the sending thread.
+// Publishes what the status page shows of the sending thread.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ class Publisher {
 public:
     explicit Publisher(Board& board);
 
-    // Rates are those since the last call. `store`: nullptr when nothing is kept.
+    // Rates cover the time since the last call. `store`: nullptr without --keep.
     void publish(const Clients& clients, const Store* store);
 
 private:

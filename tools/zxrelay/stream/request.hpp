@@ -1,4 +1,4 @@
-// What a client may say: a line "last N" asks for the last N seconds of the stream.
+// Reads the requests of a client: the line "last N" asks for the last N seconds of the stream.
 #pragma once
 
 #include <cstdint>
@@ -10,11 +10,11 @@ namespace relay {
 
 class RequestReader {
 public:
-    // The seconds of the last such line that these bytes end. All other lines are ignored.
+    // Returns N of the last request that these bytes complete. All other lines are ignored.
     std::optional<std::uint64_t> feed(std::string_view bytes);
 
 private:
-    std::string line_;  // so far, but for what makes it too long
+    std::string line_;  // the start of the current line, as long as the longest request
 };
 
 }  // namespace relay

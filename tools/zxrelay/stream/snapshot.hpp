@@ -1,5 +1,5 @@
-// What the status page shows of the sending thread's things: that thread writes it down once a
-// second, so that nobody else touches its clients and locks.
+// What the status page shows of the sending thread. That thread publishes a snapshot once a second,
+// so that no other thread reads its clients and locks.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct ClientView {
     std::uint64_t bytes_per_sec;
     std::uint64_t dropped;  // messages
     std::uint64_t waiting;  // bytes
-    bool is_shifted;        // receives from the store, not live
+    bool is_shifted;        // reads from the store
 };
 
 struct LockView {
@@ -30,9 +30,10 @@ struct Snapshot {
     std::vector<LockView> locks;
     std::uint64_t stored_bytes = 0;  // in the time-shift store
     std::uint32_t stored_nodes = 0;
-    std::uint64_t tracked_buffers = 0;  // at most, for the size of the memory table
+    std::uint64_t tracked_buffers = 0;  // upper limit, for the size of the memory table
 };
 
+// Holds the latest snapshot. Any thread may call it.
 class Board {
 public:
     void publish(Snapshot snapshot) {

@@ -62,7 +62,7 @@ void Source::interrupt() {
 
 void Source::receive_datagrams(zxcommon::StopRequest& stop) {
     while (!stop.seen()) {
-        if (!await()) {
+        if (!wait_for_socket()) {
             continue;
         }
         const std::int32_t size = receive(socket_.get());
@@ -82,7 +82,7 @@ void Source::receive_datagrams(zxcommon::StopRequest& stop) {
 
 void Source::serve_connections(zxcommon::StopRequest& stop) {
     while (!stop.seen() && !finished_) {
-        if (!await()) {
+        if (!wait_for_socket()) {
             continue;
         }
         std::string peer;
@@ -123,17 +123,18 @@ void Source::receive_stream(zxcommon::StopRequest& stop, int fd) {
     connection_ = -1;
 }
 
-// True when there is something to take from the socket. A shutdown of the socket would end the
-// wait, too, and the socket: it is a watchdog's as well.
-bool Source::await() {
+// Returns true if the socket is readable. interrupt() ends the wait through a descriptor of its
+// own: shutdown() of the socket would also close it for the watchdog, which shares it.
+bool Source::wait_for_socket() {
     epoll_event room[2];
     const auto events = epoll_.wait(room, kWaitMs);
     return std::any_of(events.begin(), events.end(),
                        [this](const epoll_event& event) { return event.data.fd == socket_.get(); });
 }
 
-// Bytes; 0: the end; kTimedOut; or what zxnet_api_epollRecv says of a failure. It does not wait
-// itself: after a wait of its own it takes every end of a connection for a fault, and warns.
+// Returns the number of bytes received, 0 at the end of the connection, kTimedOut, or an error code
+// of zxnet_api_epollRecv(). poll() does the waiting: after a wait of its own, zxnet_api_epollRecv()
+// logs a warning for every connection that ends.
 std::int32_t Source::receive(int fd) {
     pollfd waiting{fd, POLLIN, 0};
     if (poll(&waiting, 1, kWaitMs) <= 0) {
@@ -175,7 +176,7 @@ void Source::report_losses() {
     const std::uint64_t skipped = stats_.bytes_no_stream;
     if (skipped != reported_skipped_) {
         log({Level::warning, kTag},
-            "%llu bytes of the source are no transport stream and were left out",
+            "skipped %llu bytes of the source that are not transport stream packets",
             static_cast<unsigned long long>(skipped - reported_skipped_));
         reported_skipped_ = skipped;
     }

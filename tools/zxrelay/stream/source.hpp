@@ -1,4 +1,4 @@
-// The receiving side: takes the stream from its source and puts messages into the channel.
+// The receiving side: receives the stream from its source and pushes messages into the channel.
 #pragma once
 
 #include <atomic>
@@ -14,7 +14,7 @@ namespace relay {
 
 class Source {
 public:
-    // `socket` receives datagrams, or is the listener for TCP sources.
+    // `socket`: a UDP socket, or the listener for TCP sources.
     Source(zxcommon::Descriptor socket, bool is_udp, bool once, Channel& channel, Stats& stats);
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
@@ -22,17 +22,17 @@ public:
     // The body of the receiving thread.
     void run(zxcommon::StopRequest& stop);
 
-    // For another thread: ends a wait for the source at once.
+    // Ends a wait for the source at once. Called by another thread.
     void interrupt();
 
-    // True once the only source that was asked for has ended.
+    // True after the first source has ended, with --once.
     [[nodiscard]] bool finished() const { return finished_; }
 
 private:
     void receive_datagrams(zxcommon::StopRequest& stop);
     void serve_connections(zxcommon::StopRequest& stop);
     void receive_stream(zxcommon::StopRequest& stop, int fd);
-    bool await();
+    bool wait_for_socket();
     std::int32_t receive(int fd);
     void push(std::span<const std::uint8_t> message);
     void count_skipped(std::uint64_t bytes);
@@ -43,13 +43,13 @@ private:
     Channel& channel_;
     Stats& stats_;
     zxcommon::Descriptor socket_;
-    zxcommon::Descriptor interrupted_;  // readable for good
-    zxcommon::Epoll epoll_;             // waits for these two
+    zxcommon::Descriptor interrupted_;  // stays readable after interrupt()
+    zxcommon::Epoll epoll_;             // waits for socket_ and interrupted_
     std::vector<std::uint8_t> buffer_;
     std::atomic<bool> finished_{false};
 
     std::mutex connection_mutex_;
-    int connection_ = -1;  // guarded: interrupt() may come while it is being closed
+    int connection_ = -1;  // guarded: interrupt() may run while the connection is closed
 
     std::uint64_t last_report_ = 0;
     std::uint64_t reported_drops_ = 0;

@@ -1,4 +1,4 @@
-// What the threads count and the main thread shows.
+// Counters that the threads share.
 #pragma once
 
 #include <atomic>
@@ -9,10 +9,10 @@ namespace relay {
 struct Stats {
     std::atomic<std::uint64_t> bytes_in{0};
     std::atomic<std::uint64_t> messages_in{0};
-    std::atomic<std::uint64_t> dropped_fifo_full{0};  // messages that the FIFO had no room for
-    std::atomic<std::uint64_t> bytes_no_stream{0};    // bytes that are no transport stream
+    std::atomic<std::uint64_t> dropped_fifo_full{0};  // messages that did not fit into the FIFO
+    std::atomic<std::uint64_t> bytes_no_stream{0};    // bytes that are not transport stream packets
     std::atomic<std::uint64_t> bytes_out{0};
-    std::atomic<std::uint64_t> dropped_slow_client{0};  // messages, counted for every client
+    std::atomic<std::uint64_t> dropped_slow_client{0};  // messages, counted once for every client
     std::atomic<unsigned> clients{0};
 };
 

@@ -13,13 +13,13 @@ namespace {
 constexpr char kName[] = "store";
 constexpr std::uint64_t kMicro = 1000000;
 
-// A node holds a quarter of a second, or less when that is much: it ends with the first message
-// beyond the size. However fast the stream is, there are no more than 50 a second of them.
+// A node holds a quarter of a second. It is closed earlier when it has reached kNodeSize, but not
+// before kShortestUs. So even a very fast stream makes at most 50 nodes a second.
 constexpr std::uint64_t kLongestUs = 250000;
 constexpr std::uint64_t kShortestUs = 20000;
 constexpr std::size_t kNodeSize = 256U << 10U;
 
-// A node's buffer begins with the number of its first packet.
+// The buffer of a node begins with the number of its first packet.
 constexpr std::size_t kHeadSize = sizeof(std::uint64_t);
 
 std::uint64_t first_of(const IdList_ctt& node) {
@@ -34,12 +34,12 @@ std::uint64_t end_of(const IdList_ctt& node) {
 
 }  // namespace
 
-Store::Store(unsigned keep_sec) {
-    list_.keep_seconds = keep_sec;
+Store::Store(unsigned keep_seconds) {
+    list_.keep_seconds = keep_seconds;
     if (zxfifo_api_shareListInit(&list_, kName) != 0) {
-        throw tools::Failure("there is no memory for the store");
+        throw tools::Failure("no memory for the store");
     }
-    bundle_.reserve(kNodeSize + kLargestMessage);
+    open_node_.reserve(kNodeSize + kLargestMessage);
 }
 
 Store::~Store() {
@@ -47,52 +47,53 @@ Store::~Store() {
 }
 
 void Store::add(std::span<const std::uint8_t> message) {
-    if (bundle_.empty()) {
-        bundle_start_us_ = zxtime_api_upTimeUs();
+    if (open_node_.empty()) {
+        open_node_start_us_ = zxtime_api_upTimeUs();
     }
-    bundle_.insert(bundle_.end(), message.begin(), message.end());
+    open_node_.insert(open_node_.end(), message.begin(), message.end());
 }
 
 int Store::due_ms() const {
-    if (bundle_.empty()) {
+    if (open_node_.empty()) {
         return -1;
     }
-    const std::uint64_t limit = bundle_.size() < kNodeSize ? kLongestUs : kShortestUs;
-    const std::uint64_t age = zxtime_api_upTimeUs() - bundle_start_us_;
+    const std::uint64_t limit = open_node_.size() < kNodeSize ? kLongestUs : kShortestUs;
+    const std::uint64_t age = zxtime_api_upTimeUs() - open_node_start_us_;
     return age >= limit ? 0 : static_cast<int>((limit - age + 999) / 1000);
 }
 
-bool Store::close_when_due() {
+bool Store::close_node_when_due() {
     const bool is_due = due_ms() == 0;
     if (is_due) {
-        close();
+        close_node();
     }
     return is_due;
 }
 
-void Store::close() {
-    const auto size = static_cast<std::uint32_t>(kHeadSize + bundle_.size());
-    // Without memory the node is missing, which readers see by the numbers.
+void Store::close_node() {
+    const auto size = static_cast<std::uint32_t>(kHeadSize + open_node_.size());
+    // If there is no memory, the node is missing. Readers notice the gap in the packet numbers.
     if (IdList_ctt* const node = zxfifo_api_shareListMalloc(size, kName); node != nullptr) {
         std::memcpy(node->data, &end_, kHeadSize);
-        std::memcpy(node->data + kHeadSize, bundle_.data(), bundle_.size());
+        std::memcpy(node->data + kHeadSize, open_node_.data(), open_node_.size());
         zxfifo_api_shareListIn(&list_, node);
     }
-    end_ += bundle_.size() / kPacketSize;
-    bundle_.clear();
+    end_ += open_node_.size() / kPacketSize;
+    open_node_.clear();
 }
 
-Store::Place Store::back(std::uint64_t seconds) {
+Store::Place Store::seek_back(std::uint64_t seconds) {
     const std::uint64_t since =
         zxtime_api_us() - std::min<std::uint64_t>(seconds, list_.keep_seconds) * kMicro;
     const IdList_ctt* const node = zxfifo_api_shareListRead(&list_, since);
     if (node == nullptr || node->time < since) {
-        return {end_};  // all is older; what is being bundled is not
+        return {end_};  // all nodes are older; only the open node is recent enough
     }
     return {first_of(*node), node, first_of(*node)};
 }
 
-// The node that holds the place, or the next one behind it; nullptr when there is none yet.
+// Returns the node that holds the place or, if it was dropped, the next one. Returns nullptr if
+// there is no such node yet.
 const IdList_ctt* Store::locate(Place& place) const {
     const IdList_ctt* node = list_.head;
     if (node == nullptr) {
@@ -128,7 +129,7 @@ std::span<const std::uint8_t> Store::read(Place& place, std::span<std::uint8_t> 
     return out.first(size);
 }
 
-std::uint64_t Store::waiting(const Place& place) const {
+std::uint64_t Store::bytes_after(const Place& place) const {
     const std::uint64_t end = list_.head != nullptr ? end_of(*list_.tail) : 0;
     return end > place.packet ? (end - place.packet) * kPacketSize : 0;
 }

@@ -1,4 +1,4 @@
-// The last seconds of the stream, for clients that ask for what has passed.
+// Keeps the last seconds of the stream for clients that ask for it.
 #pragma once
 
 #include <cstdint>
@@ -9,53 +9,53 @@
 
 namespace relay {
 
-// A shared list whose nodes hold a quarter of a second each. The sending thread writes and reads
-// it, so a node that a place names is there as long as the head is not behind it.
+// A shared list whose nodes hold a quarter of a second each. Only the sending thread uses it, so
+// the node that a Place names exists until the head of the list has moved past it.
 class Store {
 public:
-    explicit Store(unsigned keep_sec);
+    explicit Store(unsigned keep_seconds);
     ~Store();
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    // A message is whole packets.
+    // Adds a message, which consists of whole packets, to the open node.
     void add(std::span<const std::uint8_t> message);
 
-    // Makes what was added readable when it is time to. True when it did.
-    bool close_when_due();
+    // Closes the open node if it is due; then readers can see it. Returns true if it did.
+    bool close_node_when_due();
 
-    // Milliseconds until then; negative when nothing waits for it.
+    // Milliseconds until the open node is due; negative if it is empty.
     [[nodiscard]] int due_ms() const;
 
-    // Where a client goes on to read. Packets are counted from the start of the relay.
+    // Where a client continues to read. Packets are counted from the start of the relay.
     struct Place {
         std::uint64_t packet = 0;
-        const IdList_ctt* node = nullptr;  // it is in, or before, unless that was dropped
-        std::uint64_t node_first = 0;      // that node's first packet
+        const IdList_ctt* node = nullptr;  // at or before the packet; may have been dropped
+        std::uint64_t node_first = 0;      // the first packet of `node`
     };
 
-    // The place of so many seconds ago, or of the oldest packet that is held.
-    [[nodiscard]] Place back(std::uint64_t seconds);
+    // Returns the place of `seconds` ago, or the oldest one in the store.
+    [[nodiscard]] Place seek_back(std::uint64_t seconds);
 
-    // Copies whole packets and moves the place behind them. `lost` is increased by those that were
-    // dropped before they were read.
+    // Copies whole packets to `out` and moves the place past them. Adds the number of packets that
+    // were dropped before the client could read them to `lost`.
     std::span<const std::uint8_t> read(Place& place, std::span<std::uint8_t> out,
                                        std::uint64_t& lost) const;
 
-    // Bytes that can be read from a place.
-    [[nodiscard]] std::uint64_t waiting(const Place& place) const;
+    // Bytes that a client can read from `place` on.
+    [[nodiscard]] std::uint64_t bytes_after(const Place& place) const;
 
     [[nodiscard]] std::uint64_t bytes() const;
     [[nodiscard]] std::uint32_t nodes() const { return zxfifo_api_shareListTotalNum(&list_); }
 
 private:
-    void close();
+    void close_node();
     [[nodiscard]] const IdList_ctt* locate(Place& place) const;
 
     zxsharelist_ctt list_{};
-    std::vector<std::uint8_t> bundle_;  // the next node
-    std::uint64_t bundle_start_us_ = 0;
-    std::uint64_t end_ = 0;  // the first packet that is in no node yet
+    std::vector<std::uint8_t> open_node_;  // not in the list yet
+    std::uint64_t open_node_start_us_ = 0;
+    std::uint64_t end_ = 0;  // the number of the first packet of the open node
 };
 
 }  // namespace relay

@@ -23,7 +23,7 @@ void Worker::start() {
     is_started_ = true;
     if (zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_START, ZXTHREAD_STATE_STARTING,
                                       kHandshake.timeout_ms, kHandshake.step_ms) != 1) {
-        throw Failure("the thread " + name_ + " does not answer");
+        throw Failure("the thread " + name_ + " does not start in time");
     }
     zxthread_api_waitStateTimeout(&record_, ZXTHREAD_STATE_RUN, ZXTHREAD_STATE_RUN, 0, 0);
 }
@@ -39,8 +39,7 @@ void Worker::stop() {
 }
 
 void* Worker::run(void* self) {
-    // The end is agreed on through the record. A thread that is cancelled in the middle of a socket
-    // call would lose what it holds.
+    // The handshake ends the thread. Cancellation in a socket call would leak what the thread owns.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     auto& worker = *static_cast<Worker*>(self);
     zxthread_api_setName(worker.name_.c_str());

@@ -1,4 +1,4 @@
-// A thread of the relay with the start and stop handshake of its record.
+// A thread of the relay, with the handshake of zxthread for its start and its stop.
 #pragma once
 
 #include <functional>
@@ -10,14 +10,14 @@ namespace relay {
 
 class Worker {
 public:
-    // `body` runs on the thread. It returns soon after the request is seen, or earlier when there
-    // is nothing left to do.
+    // `body` runs in the thread. It must return soon after it sees the stop request; it may return
+    // earlier.
     Worker(std::string name, std::function<void(zxcommon::StopRequest&)> body);
     ~Worker() { stop(); }
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    // start() throws a Failure when the thread does not come up.
+    // Throws a Failure if the thread does not start.
     void start();
     void stop();
 
