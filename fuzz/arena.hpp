@@ -1,5 +1,5 @@
-// Where a shortcut is compared with the plain algorithm: the same call and the same bytes, once in
-// memory whose ends cannot be crossed unseen, once in ordinary memory.
+// Compares a shortcut with the plain algorithm: the same call on the same bytes, once in guarded
+// memory, where an access outside crashes, and once in ordinary memory.
 #pragma once
 
 #include <sanitizer/asan_interface.h>
@@ -13,8 +13,8 @@
 
 namespace zx::fuzz {
 
-// Where what a call is given lies: against the page in front, against the page after, or `shift`
-// bytes after the page in front.
+// Where the buffers of a call lie in the arena: against the guard page in front, against the one
+// after, or `shift` bytes after the one in front.
 struct Edge {
     bool is_last = false;
     std::size_t shift = 0;
@@ -22,19 +22,19 @@ struct Edge {
 inline constexpr Edge kFront{};
 inline constexpr Edge kBack{true};
 
-// Some bytes that a call may touch; `at` counts from the first byte of the arena.
+// Bytes that a call may access; `at` counts from the first byte of the arena.
 struct Range {
     std::size_t at;
     std::size_t size;
 };
 
-// What a call reads and what it writes.
+// The bytes that a call reads and those that it writes.
 struct Pair {
     Range in;
     Range out;
 };
 
-// Memory between two pages that cannot be read or written, beside its copy.
+// Memory between two inaccessible pages, and an ordinary copy of it.
 class Arena {
 public:
     explicit Arena(std::size_t least) {
@@ -56,10 +56,10 @@ public:
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
 
-    // What stands in the arena before the calls of compare().
+    // The bytes that compare() copies into the arena before each call.
     [[nodiscard]] std::uint8_t* content() { return content_.data(); }
 
-    // `distance`: from the first byte that is read to the first that is written.
+    // `distance`: from the first byte that is read to the first one that is written.
     [[nodiscard]] Pair place(std::size_t in_size, std::size_t out_size, std::ptrdiff_t distance,
                              Edge edge) const {
         const std::size_t before = distance < 0 ? static_cast<std::size_t>(-distance) : 0;
@@ -70,7 +70,7 @@ public:
         return {{first + before, in_size}, {first + after, out_size}};
     }
 
-    // A message that cannot be crossed, for calls that only read.
+    // Places a message in the guarded memory, for calls that only read.
     [[nodiscard]] const std::uint8_t* put(Bytes message, Edge edge) {
         const Pair at = place(message.size(), 0, 0, edge);
         ASAN_UNPOISON_MEMORY_REGION(real_, size_);
@@ -80,8 +80,8 @@ public:
         return real_ + at.in.at;
     }
 
-    // `call(in, out, plainly)` does its work twice: in the guarded memory, and plainly in the copy.
-    // What it returns and all bytes of the arena must be the same.
+    // Runs `call(in, out, plainly)` twice: in the guarded memory, and with `plainly` set in the
+    // copy. Both results and all bytes of the arena must be the same.
     template <typename Call>
     void compare(const Pair& at, const char* what, const Call& call) {
         ASAN_UNPOISON_MEMORY_REGION(real_, size_);
@@ -103,7 +103,7 @@ private:
     std::vector<std::uint8_t> content_;
 };
 
-// Beyond this, in bytes, no group of blocks that goes together reaches another one.
+// In bytes. Further apart, blocks that are processed together no longer overlap with others.
 inline constexpr std::ptrdiff_t kFarthest = 300;
 
 }  // namespace zx::fuzz

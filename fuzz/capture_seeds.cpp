@@ -1,6 +1,6 @@
-// capture_seeds OUT FROM...: makes inputs for the frame targets of the first frames of every
-// capture below FROM and the directory that ZX_CAPTURES names, where they are there. In front of
-// each frame go the bytes that tell the target what to do.
+// capture_seeds OUT FROM...: makes inputs for the frame targets from the first frames of every
+// capture file below FROM and below the directory in ZX_CAPTURES, if these directories exist. The
+// bytes that tell the target what to do precede each frame.
 #include <pcap/pcap.h>
 
 #include <array>
@@ -20,7 +20,7 @@ constexpr std::size_t kMaxFrame = 1514;
 
 using Capture = std::unique_ptr<pcap_t, decltype([](pcap_t* capture) { pcap_close(capture); })>;
 
-// FNV-1a, which also names the input.
+// FNV-1a. The hash is also the name of the input.
 std::uint64_t hash(zx::fuzz::Bytes bytes) {
     std::uint64_t value = 0xCBF29CE484222325U;
     for (const std::uint8_t byte : bytes) {

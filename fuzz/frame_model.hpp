@@ -1,5 +1,5 @@
-// The decoder as its header tells it, one field after the other: what becomes of a record, and what
-// is said of it.
+// A model of the decoder, written from its header: what it writes to each field of a record, and
+// what it logs.
 #pragma once
 
 #include <arpa/inet.h>

@@ -1,6 +1,6 @@
-// Writes lines of any format and any texts to a file in memory and reads them back, against the C
-// library's formatting and a plain escape of control characters; and runs the parts that make a
-// line between pages that cannot be touched.
+// Writes log lines with any format and any texts to a file in memory, reads them back, and compares
+// them with the formatting of the C library and a plain escape of control characters. Also runs the
+// parts that make a line in memory between inaccessible pages.
 #include <sys/stat.h>
 
 #include <cstdarg>
@@ -16,7 +16,8 @@ using zx::fuzz::Bytes;
 using zx::fuzz::Input;
 using zx::fuzz::require;
 
-// Bytes of the character that begins at `at`, found by writing what its bits say anew.
+// Returns the size of the character that begins at `at`. To check it, this encodes its code point
+// again.
 std::size_t character_at(const std::string& text, std::size_t at) {
     for (std::size_t size = 2; size <= 4 && at + size <= text.size(); ++size) {
         std::uint32_t code = static_cast<std::uint8_t>(text[at]) & (0x7FU >> size);
@@ -54,10 +55,10 @@ std::string escaped(const std::string& text) {
     return out;
 }
 
-// A format that is put together, and what is to come of it.
+// A format under construction, and the line that is expected from it.
 class Line {
 public:
-    // As it stands in the log: nothing in it is escaped.
+    // Adds a text of the format itself, which appears in the log without escapes.
     Line& own(std::string text) {
         if (!text.empty()) {
             flush();
@@ -91,11 +92,11 @@ private:
 
     std::string format_;
     std::string expected_;
-    std::string brought_;  // by arguments, since the last text of the format
+    std::string brought_;  // what arguments have added since the last text of the format
     bool is_refused_ = false;
 };
 
-// A page between two that cannot be read or written.
+// A page between two inaccessible pages.
 class Page {
 public:
     Page() : size_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
@@ -105,7 +106,7 @@ public:
         page_ = static_cast<char*>(memory) + size_;
         require(mprotect(page_, size_, PROT_READ | PROT_WRITE) == 0, "there is a page");
     }
-    // `size` bytes at either end; all others hold 0xA5.
+    // Returns `size` bytes at either end of the page; all other bytes are 0xA5.
     char* place(std::size_t size, bool at_end) {
         std::memset(page_, 0xA5, size_);
         used_ = {page_ + (at_end ? size_ - size : 0), size};
@@ -136,7 +137,8 @@ int print_plain(char* out, std::size_t size, const char* format, ...) {
     return length;
 }
 
-// The own formatter at every size of the output: what snprintf writes, or -1.
+// Runs the library's own formatter with outputs of every size near the needed one. It must write
+// what snprintf writes, or return -1.
 template <typename... Args>
 void check_plain(bool is_plain, const std::string& format, Args... args) {
     int (*const print)(char*, std::size_t, const char*, ...) = std::snprintf;
@@ -160,7 +162,7 @@ void check_plain(bool is_plain, const std::string& format, Args... args) {
     }
 }
 
-// In and out of exactly the size that is needed, at either end of a page.
+// Input and output have exactly the needed size and lie at either end of a page.
 void check_escape(const std::string& text) {
     static Page in;
     static Page out;
@@ -178,7 +180,7 @@ void check_escape(const std::string& text) {
     }
 }
 
-// A log file that holds what was written since the last look.
+// A log file in memory. take() returns what was written since the last call.
 class Log {
 public:
     Log() : fd_(memfd_create("log", MFD_CLOEXEC)) {
@@ -199,7 +201,7 @@ private:
     int fd_;
 };
 
-// "%", flags, a width, a precision and the letters: all that C knows, and most of it rarely.
+// "%", flags, a width, a precision and the letters: everything that C allows, most of it rarely.
 std::string conversion(Input& control, const char* const (&letters)[8]) {
     const std::size_t form = control.take_below(64);
     std::string text = "%";
@@ -217,7 +219,7 @@ std::string conversion(Input& control, const char* const (&letters)[8]) {
     return text + letters[control.take_below(8)];
 }
 
-// Whatever text stands between conversions.
+// A text between two conversions.
 std::string literal(Input& input) {
     return input.take_line(input.take<std::uint8_t>());
 }

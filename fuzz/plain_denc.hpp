@@ -1,5 +1,5 @@
-// Checks, digests and AES as their standards describe them, a bit, a byte or a block at a time:
-// what the library's quick ways are compared with.
+// Checksums, digests and AES as their standards describe them, a bit, a byte or a block at a time.
+// The fast implementations of the library are compared with these.
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@ namespace zx::plain {
 
 using fuzz::Bytes;
 
-// The register after another byte: most significant bit first, in the upper bits ...
+// The register after one more byte, with the most significant bit first, in the upper bits.
 constexpr std::uint32_t crc_step(std::uint32_t crc, std::uint8_t byte, std::uint32_t polynomial) {
     crc ^= static_cast<std::uint32_t>(byte) << 24U;
     for (int bit = 0; bit < 8; ++bit) {
@@ -25,7 +25,7 @@ constexpr std::uint32_t crc_step(std::uint32_t crc, std::uint8_t byte, std::uint
     return crc;
 }
 
-// ... and least significant bit first, in the lower bits.
+// The same with the least significant bit first, in the lower bits.
 constexpr std::uint32_t crc_step_reflected(std::uint32_t crc, std::uint8_t byte,
                                            std::uint32_t polynomial) {
     crc ^= byte;
@@ -35,7 +35,7 @@ constexpr std::uint32_t crc_step_reflected(std::uint32_t crc, std::uint8_t byte,
     return crc;
 }
 
-// The CRCs of a message as it grows.
+// The CRCs of a message, updated piece by piece.
 struct Crcs {
     std::uint32_t mpeg2 = 0xFFFFFFFF;
     std::uint32_t xmodem = 0;
@@ -93,7 +93,7 @@ inline Md5Words md5(Bytes message) {
     return words;
 }
 
-// RFC 3174, on the library's context, a byte at a time.
+// RFC 3174, on the library's context, one byte at a time.
 inline void sha1_block(SHA1Context& context) {
     constexpr std::uint32_t kConstants[] = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC, 0xCA62C1D6};
     std::uint32_t w[80];
@@ -220,8 +220,8 @@ public:
         }
     }
 
-    // What the feedback mode makes its keystream with: the inverse rounds of 5.3.5, with the keys
-    // of encryption in the order of encryption.
+    // Makes the keystream of the feedback mode: the inverse rounds of 5.3.5, with the encryption
+    // keys in the order of encryption.
     void scramble(Block& state) const {
         add_round_key(state, 0);
         for (std::size_t round = 1; round <= rounds_; ++round) {
@@ -237,7 +237,7 @@ public:
 private:
     using Box = std::array<std::uint8_t, 256>;
     struct Tables {
-        std::array<Box, 16> products{};  // by a factor
+        std::array<Box, 16> products{};  // indexed by the factor
         Box box{};
         Box inverse{};
     };
@@ -285,7 +285,7 @@ private:
         }
     }
 
-    // Row r by r times `places` columns to the left.
+    // Rotates row r to the left by r times `places` columns.
     static void shift_rows(Block& state, std::size_t places) {
         const Block before = state;
         for (std::size_t i = 0; i < 16; ++i) {

@@ -1,5 +1,5 @@
-// Feeds the relay's packet synchroniser and its reader of requests any stream in any pieces. The
-// model is fed the same bytes one at a time.
+// Feeds any stream, in any pieces, to the relay's packetizer and its request reader. A model
+// receives the same bytes one at a time.
 #include <optional>
 #include <vector>
 
@@ -29,7 +29,7 @@ struct Model {
             return;
         }
         flush();
-        if (held.size() == kMessageSize) {  // no packet in front
+        if (held.size() == kMessageSize) {  // it does not begin with a packet
             std::size_t start = 1;
             while (!is_in_step(start)) {
                 ++start;
@@ -60,7 +60,7 @@ struct Model {
     }
 };
 
-// A stream of the input: packets of one byte value each, and anything between them.
+// Makes a stream from the input: packets, each of a single byte value, with any bytes between them.
 std::vector<std::uint8_t> stream_of(Input& input) {
     std::vector<std::uint8_t> stream;
     while (!input.empty() && stream.size() < 6 * kMessageSize) {
@@ -111,7 +111,7 @@ void check_packets(Input& control, const std::vector<std::uint8_t>& stream) {
             "packets in step are never skipped");
 }
 
-// "last N" with at most 16 characters: N has eleven digits at most.
+// A request is "last N" with at most 16 characters, so N has at most eleven digits.
 std::optional<std::uint64_t> asked_by(std::string line) {
     if (line.ends_with('\r')) {
         line.pop_back();

@@ -1,4 +1,4 @@
-// Runs a fuzz target over files, and over those in directories, where there is no libFuzzer.
+// Runs a fuzz target over files and over the files in directories, without libFuzzer.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -8,7 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-// What a target does beyond its seeds, if anything.
+// A target may define this function to run more than its seeds.
 [[gnu::weak]] void zx_fuzz_sweep();
 
 namespace {

@@ -1,5 +1,5 @@
-// What the library writes to its log, for targets that compare it: the dynamic linker prefers these
-// functions to those of libzxlog.
+// Collects what the library logs, for targets that compare it. The dynamic linker prefers the
+// functions below to those of libzxlog.
 #pragma once
 
 #include <cstdarg>
@@ -23,7 +23,7 @@ inline void append(std::string& to, const char* fmt, std::va_list args) {
     to += text;
 }
 
-// What a module is expected to say at a log level.
+// The lines that a module is expected to log at a log level.
 struct Lines {
     const char* tag;
     std::uint32_t level;

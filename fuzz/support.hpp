@@ -1,5 +1,5 @@
-// What the fuzz targets share: buffers of an exact size, the input taken apart, and the word that
-// ends a run when something does not hold.
+// What the fuzz targets share: buffers of an exact size, a reader of the input, and require(),
+// which ends a run if a condition does not hold.
 #pragma once
 
 #include <sanitizer/asan_interface.h>
@@ -27,15 +27,15 @@ inline void require(bool holds, const char* what) {
     }
 }
 
-// Everything is formatted, and written to where it costs least.
+// Log lines are still formatted, but written to /dev/null.
 inline void log_to_nowhere(std::uint32_t level) {
     static const std::int32_t set = zxlog_api_setFile("/dev/null");
     require(set == 0, "there is a null device");
     zxlog_api_setLoglevel(level % 6);
 }
 
-// Memory in front of a page that cannot be read or written. The address sanitizer watches the bytes
-// in front of what is in use, too.
+// Memory before an inaccessible page, the guard. The address sanitizer also detects accesses to the
+// bytes before the part in use.
 class GuardedMemory {
 public:
     explicit GuardedMemory(std::size_t capacity) {
@@ -50,7 +50,7 @@ public:
     GuardedMemory(const GuardedMemory&) = delete;
     GuardedMemory& operator=(const GuardedMemory&) = delete;
 
-    // `size` bytes of `fill` that end at the guard. What was handed out before is gone.
+    // Returns `size` bytes of `fill` that end at the guard. Earlier results become invalid.
     [[nodiscard, gnu::noinline]] std::uint8_t* fill(std::size_t size, std::uint8_t fill) {
         require(size <= capacity_, "the buffer fits");
         std::uint8_t* const at = begin_ + capacity_ - size;
@@ -60,21 +60,21 @@ public:
         return at;
     }
 
-    // A copy, with zeros behind it up to `least` bytes.
+    // A copy of `bytes`, followed by zeros up to `least` bytes.
     [[nodiscard]] std::uint8_t* copy(Bytes bytes, std::size_t least = 0) {
         std::uint8_t* const at = fill(std::max(bytes.size(), least), 0);
         std::copy(bytes.begin(), bytes.end(), at);
         return at;
     }
 
-    // A text, with zeros behind it for `room` bytes more.
+    // A text with its NUL, followed by `room` zeros.
     [[nodiscard]] char* text(const std::string& text, std::size_t room = 0) {
         return reinterpret_cast<char*>(
             copy({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()},
                  text.size() + 1 + room));
     }
 
-    // `size` bytes for a text. Untouched, they are a text of all that fits.
+    // Returns `size` bytes for a text. They hold the longest text that fits.
     [[nodiscard]] char* old_text(std::size_t size) {
         char* const text = reinterpret_cast<char*>(fill(size, 'x'));
         if (size > 0) {
@@ -95,7 +95,7 @@ private:
     std::size_t capacity_ = 0;
 };
 
-// Takes values off the front of the input; zeros when it is used up.
+// Reads values from the front of the input. Returns zeros after its end.
 class Input {
 public:
     explicit Input(Bytes bytes) : bytes_(bytes) {}
@@ -114,16 +114,17 @@ public:
         return taken;
     }
 
-    // Below `limit`, of one byte.
+    // A number below `limit`, from one byte.
     [[nodiscard]] std::size_t take_below(std::size_t limit) { return take<std::uint8_t>() % limit; }
 
-    // Up to a NUL or `size` bytes.
+    // Takes `size` bytes and returns them up to the first NUL.
     [[nodiscard]] std::string take_text(std::size_t size) {
         const Bytes taken = take_bytes(size);
         return {taken.begin(), std::find(taken.begin(), taken.end(), std::uint8_t{0})};
     }
 
-    // Up to the next NUL, which is taken too.
+    // Takes at most `size` bytes up to the next NUL, and one byte more, which is the NUL if it was
+    // reached.
     [[nodiscard]] std::string take_line(std::size_t size) {
         const auto end = std::find(bytes_.begin(), bytes_.end(), std::uint8_t{0});
         const std::string line =
@@ -139,12 +140,12 @@ private:
     Bytes bytes_;
 };
 
-// What of a text there is in `size` bytes with a NUL.
+// The part of a text that fits in `size` bytes with its NUL.
 inline std::string cut(const std::string& text, std::size_t size) {
     return text.substr(0, size - 1);
 }
 
-// The inputs of the frame targets: what to do, in as many bytes as this, and then a frame.
+// The inputs of the frame targets begin with this many bytes that say what to do; a frame follows.
 inline constexpr std::size_t kControlSize = 96;
 
 }  // namespace zx::fuzz
