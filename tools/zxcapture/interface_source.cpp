@@ -87,7 +87,7 @@ InterfaceSource::InterfaceSource(const std::string& name, bool promiscuous)
       socket_(open_socket(name)),
       buffer_(kVlanTagSize + kLargestFrame) {
     if (hardware_type() == ARPHRD_LOOPBACK) {
-        set_option(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // each frame arrives there, too
+        set_option(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // each of these also arrives
     }
     set_option(SOL_SOCKET, SO_TIMESTAMPNS, 1);
     set_option(SOL_PACKET, PACKET_AUXDATA, 1);

@@ -23,13 +23,13 @@ struct Input {
 Input parse_input(const std::string& url);
 Endpoint parse_output(const std::string& text);
 
-// These functions return non-blocking close-on-exec sockets. Throw a Failure that says why not.
+// These functions return a non-blocking close-on-exec socket, or throw a Failure.
 zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);
 zxcommon::Descriptor open_source(const Input& input, const std::string& interface);
 
 // Accepts the next connection and writes its peer's address to `peer`. The returned descriptor is
 // non-blocking; the kernel ends the connection if the peer vanishes without closing it. Returns -1
-// and sets `errno` if no connection waits.
+// and sets `errno` if it accepts none.
 int accept_connection(int listener, std::string& peer);
 
 }  // namespace relay
