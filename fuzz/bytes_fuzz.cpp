@@ -1,6 +1,7 @@
 // Byte tools of any content, beside their plain algorithms: buffers apart, side by side and one
 // over the other, amounts, values that change.
 #include "arena.hpp"
+#include "said.hpp"
 #include "zxt.h"
 
 namespace {
@@ -56,6 +57,21 @@ void check_offset(Arena& arena, std::ptrdiff_t offset, std::size_t len, Edge edg
                   });
 }
 
+// What would move over the end of any buffer.
+void check_refused() {
+    zxlog_api_setLoglevel(1);
+    for (const auto& [offset, len] : {std::pair{2, -1}, {INT32_MIN, 4}, {1, INT32_MAX}}) {
+        std::uint8_t buf[] = "abcdefgh";
+        zx::fuzz::Lines lines{"ZXCOMMON_INNER", 1};
+        lines.say(1, "Content of %d bytes cannot move by %d", len, offset);
+        zx::fuzz::take_said();
+        require(zxt_innerapi_bufOffset(buf, offset, len) == -1 &&
+                    std::memcmp(buf, "abcdefgh", sizeof buf) == 0 &&
+                    zx::fuzz::take_said() == lines.said,
+                "content that does not move");
+    }
+}
+
 // The table of thresholds.
 std::string plain_amount(std::uint64_t value, bool bits) {
     std::uint64_t whole = value;
@@ -83,8 +99,8 @@ std::string plain_amount(std::uint64_t value, bool bits) {
 
 void check_amount(std::uint64_t value) {
     static GuardedMemory out(ZXT_UNIT_SIZE);
-    for (const bool bits : {false, true}) {
-        const std::uint8_t flag = bits ? 2 : 0;
+    for (const std::uint8_t flag : {std::uint8_t{0}, std::uint8_t{1}, std::uint8_t{2}}) {
+        const bool bits = flag != 0;
         require(zxt_innerapi_bit2str_64(out.old_text(ZXT_UNIT_SIZE), value, flag) ==
                     plain_amount(value, bits),
                 "an amount");
@@ -99,6 +115,7 @@ void check_amount(std::uint64_t value) {
 struct Watched {
     std::int8_t last = 0;
     std::uint8_t counter = 0;
+    zx::fuzz::Lines lines{"ZXCOMMON_INNER", zxlog_api_getLoglevel()};
 
     std::int32_t sees(std::int8_t value) {
         if (value == last) {
@@ -106,6 +123,7 @@ struct Watched {
             return 0;
         }
         if (++counter > 5) {
+            lines.say(2, "[a] data change(%d->%d)  from  b to c ", value, last);
             counter = 0;
             return 1;
         }
@@ -136,6 +154,7 @@ void zx_fuzz_sweep() {
         }
     }
     check_amount(UINT64_MAX);
+    check_refused();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -150,6 +169,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_offset(arena, distance, length, edge);
     check_amount(input.take<std::uint64_t>() >> input.take_below(64));
 
+    zx::fuzz::take_said();
     Watched ours, plain;
     ours.counter = plain.counter = input.take<std::uint8_t>();
     for (const std::uint8_t byte : input.rest()) {
@@ -159,5 +179,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                     ours.last == plain.last && ours.counter == plain.counter,
                 "a value that changes");
     }
+    require(zx::fuzz::take_said() == plain.lines.said, "the lines of a value that flaps");
     return 0;
 }

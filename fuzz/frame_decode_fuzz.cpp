@@ -2,8 +2,10 @@
 // asks for, and nothing can be written after the record. The record, to its last byte, and the log,
 // to its last line, are compared with those of a plain model.
 #include <arpa/inet.h>
+#include <dlfcn.h>
 
 #include <array>
+#include <set>
 #include <string>
 
 #include "frame_model.hpp"
@@ -16,6 +18,9 @@ using zx::fuzz::Bytes;
 using zx::fuzz::Input;
 using zx::fuzz::ip_text;
 using zx::fuzz::require;
+
+// What the next searches answer; below 0: what the logging library's do.
+int g_matches = -1;
 
 // Decodes into two records that are the same.
 void check_decode(ether_ctt& record, ether_ctt& expected, const std::uint8_t* wire,
@@ -88,24 +93,41 @@ void check_predicates(const ether_ctt& record, const std::string& stranger) {
     const bool acks_alone = tcp.ack == 1 && (tcp.urg | tcp.psh | tcp.rst | tcp.syn) == 0;
     require(zxframe_api_is_ipArp(&record) == (is_ip || is_arp), "IPv4 or ARP");
     require(zxframe_api_isTcp(&record) == is_tcp, "TCP");
-    require(zxframe_api_is_IparpOrIpaddr(&record, source.c_str(), nullptr) == (is_ip || is_arp),
-            "from the address");
-    require(zxframe_api_is_IparpOrIpaddr(&record, nullptr, dest.c_str()) == (is_ip || is_arp),
+    for (const std::string& text : {source, dest, stranger}) {
+        in_addr address{};
+        const bool is_address = inet_aton(text.c_str(), &address) != 0;
+        const bool is_source = is_address && source == ip_text(address.s_addr);
+        const bool is_dest = is_address && dest == ip_text(address.s_addr);
+        const char* const asked = text.c_str();
+        require(zxframe_api_is_IparpOrIpaddr(&record, asked, nullptr) ==
+                    ((is_ip || is_arp) && is_source),
+                "from the address");
+        require(
+            zxframe_api_is_IparpOrIpaddr(&record, nullptr, asked) == ((is_ip || is_arp) && is_dest),
             "to the address");
-    require(zxframe_api_isTcp_dTos_ack(&record, dest.c_str()) ==
-                (is_tcp && acks_alone && tcp.fin == 0 && record.data_len == 0),
-            "an acknowledgment");
-    require(zxframe_api_isTcp_dTos_close(&record, dest.c_str()) ==
-                (is_tcp && acks_alone && tcp.fin == 1),
-            "a close");
-    require(
-        zxframe_api_isTcp_sTod_data(&record, source.c_str()) == (is_tcp && record.data_len != 0),
-        "data");
-    in_addr address{};
-    const bool is_source = inet_aton(stranger.c_str(), &address) != 0 && (is_ip || is_arp) &&
-                           source == ip_text(address.s_addr);
-    require(zxframe_api_is_IparpOrIpaddr(&record, stranger.c_str(), nullptr) == is_source,
-            "from any text");
+        require(zxframe_api_isTcp_dTos_ack(&record, asked) ==
+                    (is_tcp && acks_alone && tcp.fin == 0 && record.data_len == 0 && is_dest),
+                "an acknowledgment");
+        require(zxframe_api_isTcp_dTos_close(&record, asked) ==
+                    (is_tcp && acks_alone && tcp.fin == 1 && is_dest),
+                "a close");
+        require(zxframe_api_isTcp_sTod_data(&record, asked) ==
+                    (is_tcp && record.data_len != 0 && is_source),
+                "data");
+    }
+}
+
+// What the C library makes of no address is one, too.
+bool check_broadcast() {
+    static ether_ctt record;
+    record.ether_type = 0x0800;
+    record.ipv4.protocol = 6;
+    record.ipv4.saddr = record.ipv4.daddr = INADDR_NONE;
+    record.tcp.ack = 1;
+    for (const char* const stranger : {"nobody", "1.2.3.256", "255.255.255.25"}) {
+        check_predicates(record, stranger);
+    }
+    return true;
 }
 
 // One of the texts that a filter compares, none, or one that the input brings.
@@ -125,8 +147,9 @@ public:
     [[nodiscard]] const char* get() const { return is_null_ ? nullptr : text_.c_str(); }
     [[nodiscard]] bool is_set() const { return !is_null_ && !text_.empty(); }
     [[nodiscard]] bool names(const std::string& own) const {
-        return text_.find(own) != std::string::npos;
+        return g_matches >= 0 ? g_matches != 0 : !is_gone && text_.find(own) != std::string::npos;
     }
+    inline static bool is_gone = false;  // all texts were, after the filter was computed
 
 private:
     std::string text_;
@@ -182,6 +205,27 @@ struct Conditions {
                std::any_of(ports.begin(), ports.end(), [](std::int32_t port) { return port > 0; });
     }
 
+    // What is computed from a filter.
+    [[nodiscard]] std::array<std::uint8_t, 13> flags() const {
+        const auto of = [](bool is_set) { return static_cast<std::uint8_t>(is_set ? 1 : 0); };
+        const bool has_protocol = protocol == 1 || protocol == 2;
+        return {1,
+                of(any()),
+                of(macs[0].is_set()),
+                of(macs[1].is_set()),
+                of(macs[2].is_set()),
+                of(has_protocol),
+                of(ips[0].is_set()),
+                of(ips[1].is_set()),
+                of(ips[2].is_set()),
+                of(ports[0] > 0),
+                of(ports[1] > 0),
+                of(ports[2] > 0),
+                static_cast<std::uint8_t>(protocol == 1   ? 6
+                                          : protocol == 2 ? 17
+                                                          : 0)};
+    }
+
     [[nodiscard]] bool let_pass(const ether_ctt& record) const {
         if (!either(macs, source_mac, dest_mac)) {
             return false;
@@ -226,39 +270,89 @@ private:
 };
 
 // A part of the decoder, for which its own number of bytes is enough.
-void run_layer(std::uint8_t which, ether_ctt& record, Bytes frame) {
+void check_layer(std::uint8_t which, ether_ctt& record, ether_ctt& expected, Bytes frame) {
     using Parse = void (*)(ether_ctt*, const std::uint8_t*);
+    using Model = zx::fuzz::FrameModel;
     constexpr struct {
         std::size_t frame_at, readable;
         Parse parse;
+        void (Model::*model)(const std::uint8_t*);
     } kLayers[] = {
-        {0, 14, zxframe_innerapi_parseEthrt},
-        {14, 20, zxframe_innerapi_parseIpv4},
-        {14, 374, zxframe_innerapi_doIpv4},
-        {14, 0, zxframe_innerapi_doIpv6},
-        {14, 28, zxframe_innerapi_parseArp},
-        {14, 28, zxframe_innerapi_doArp},
-        {34, 314, zxframe_innerapi_doTcp},
-        {34, 8, zxframe_innerapi_doUdp},
+        {0, 14, zxframe_innerapi_parseEthrt, &Model::ethernet},
+        {14, 20, zxframe_innerapi_parseIpv4, &Model::ipv4},
+        {14, 374, zxframe_innerapi_doIpv4, &Model::packet},
+        {14, 0, zxframe_innerapi_doIpv6, &Model::nothing},
+        {14, 28, zxframe_innerapi_parseArp, &Model::arp},
+        {14, 28, zxframe_innerapi_doArp, &Model::arp},
+        {34, 314, zxframe_innerapi_doTcp, &Model::tcp},
+        {34, 8, zxframe_innerapi_doUdp, &Model::udp},
         {34, 8,
-         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseUdp(to, at, at); }},
+         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseUdp(to, at, at); },
+         &Model::udp},
         {34, 20,
-         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseTcp(to, at, nullptr); }},
+         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseTcp(to, at, nullptr); },
+         &Model::tcp_without_options},
         {34, 314,
-         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseTcpOpt(to, at, at); }},
+         [](ether_ctt* to, const std::uint8_t* at) { zxframe_innerapi_parseTcpOpt(to, at, at); },
+         &Model::options},
     };
     static zx::fuzz::GuardedMemory memory(ZXFRAME_READABLE);
     const auto& layer = kLayers[which % std::size(kLayers)];
     const Bytes bytes = frame.subspan(std::min(layer.frame_at, frame.size()));
-    layer.parse(&record,
-                memory.copy(bytes.first(std::min(bytes.size(), layer.readable)), layer.readable));
+    const std::uint8_t* const wire =
+        memory.copy(bytes.first(std::min(bytes.size(), layer.readable)), layer.readable);
+    Model model(expected, zxlog_api_getLoglevel());
+    (model.*layer.model)(wire);
+    zx::fuzz::take_said();
+    layer.parse(&record, wire);
+    require(std::memcmp(&record, &expected, sizeof record) == 0, "the record of a layer");
+    require(zx::fuzz::take_said() == model.said(), "the lines of a layer");
+}
+
+// A line stands for the call in the function that it names, whatever helper wrote it.
+bool check_places() {
+    static ether_ctt record;
+    std::uint8_t arp[ZXFRAME_READABLE]{};
+    arp[12] = 8;
+    arp[13] = 6;
+    flag_printLineFunc = 1;
+    zxlog_api_setLoglevel(5);
+    record.print_flag = 1;
+    require(zxframe_api_isTcp(nullptr) + zxframe_api_is_ipArp(nullptr) == 0 &&
+                zxframe_api_doFrame(&record, arp) == 0,
+            "some calls");
+    flag_printLineFunc = 0;
+    const std::string said = zx::fuzz::take_said();
+    std::map<std::string, std::set<std::string>> places;  // the lines of each function
+    for (std::size_t at = 0, end = 0; (end = said.find('\n', at)) != std::string::npos;
+         at = end + 1) {
+        const std::size_t begin = said.find("][", said.find("][", at) + 2) + 2;
+        const std::size_t blank = said.find(' ', begin);
+        places[said.substr(begin, blank - begin)].insert(
+            said.substr(blank + 1, said.find(']', blank) - blank - 1));
+    }
+    require(places.size() == 5 && places["zxframe_innerapi_parseEthrt"].size() == 1 &&
+                places["zxframe_innerapi_printEthrtType"].size() == 1 &&
+                places["zxframe_innerapi_parseArp"].size() == 1 &&
+                places["zxframe_api_isTcp"].size() == 1 &&
+                places["zxframe_api_isTcp"] != places["zxframe_api_is_ipArp"],
+            "the places of the lines");
+    return true;
 }
 
 }  // namespace
 
+// In front of the logging library's, whose rule decides what a filter names.
+extern "C" std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part,
+                                                std::int32_t max, std::int32_t match_case) {
+    static const auto kReal = reinterpret_cast<decltype(&zxlog_api_strCasestrNum)>(
+        dlsym(RTLD_NEXT, "zxlog_api_strCasestrNum"));
+    return g_matches >= 0 ? g_matches : kReal(text, part, max, match_case);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const bool names_are_checked = check_names();
-    require(names_are_checked, "the names");
+    static const bool is_checked_once = check_places() && check_names() && check_broadcast();
+    require(is_checked_once, "what no input changes");
     static zx::fuzz::GuardedMemory wires(1U << 16U);
     static zx::fuzz::GuardedMemory short_wires(ZXFRAME_READABLE);
     static zx::fuzz::GuardedMemory records(sizeof(ether_ctt));
@@ -297,8 +391,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         record.print_flag = 0;
         require(std::memcmp(&filter.frame, &record, sizeof record) == 0, "the same record");
     }
+    require(std::memcmp(&filter.initialized, conditions.flags().data(), 13) == 0, "the flags");
 
-    record.print_flag = print_flag;
-    run_layer(layer, record, frame);
+    // What was computed is remembered, and each match is a question to the logging library.
+    filter.mac = filter.source_mac = filter.dest_mac = filter.protocol = nullptr;
+    filter.ip = filter.source_ip = filter.dest_ip = nullptr;
+    Wanted::is_gone = true;
+    for (g_matches = 1; g_matches >= -1; --g_matches) {
+        filter.frame.tcp.option_count = option_count;
+        require(
+            zxframe_api_filterFrame(nullptr, short_wires.copy({wire, ZXFRAME_READABLE}), &filter) ==
+                (!conditions.any() || conditions.let_pass(record)),
+            "what passes by another rule");
+    }
+    g_matches = -1;
+    Wanted::is_gone = false;
+
+    record.print_flag = expected.print_flag = print_flag;
+    check_layer(layer, record, expected, frame);
     return 0;
 }

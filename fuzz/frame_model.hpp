@@ -124,18 +124,7 @@ public:
         ethernet(wire);
         const std::uint32_t type = be16(wire + 12);
         if (type == 0x0800) {
-            ipv4(wire + 14);
-            const std::uint8_t* const transport = wire + 14 + 4U * (wire[14] & 15U);
-            const unsigned protocol = wire[14 + 9];
-            if (protocol == 6) {
-                tcp(transport);
-            } else if (protocol == 17) {
-                udp(transport);
-            } else if (protocol != 0 && kIpNames.count(protocol) != 0) {
-                dump("%s,no support parse", kIpNames.at(protocol));
-            } else {
-                dump("No supprt protocol(code:0x%02x(%d)),please fix me", protocol, protocol);
-            }
+            packet(wire + 14);
         } else if (type == 0x0806) {
             arp(wire + 14);
         } else if (type != 0x86DD && kEtherNames.count(type) != 0) {
@@ -146,7 +135,22 @@ public:
 
     [[nodiscard]] const std::string& said() const { return lines_.said; }
 
-private:
+    // The layers alone.
+    void packet(const std::uint8_t* at) {
+        ipv4(at);
+        const std::uint8_t* const transport = at + 4U * (at[0] & 15U);
+        const unsigned protocol = at[9];
+        if (protocol == 6) {
+            tcp(transport);
+        } else if (protocol == 17) {
+            udp(transport);
+        } else if (protocol != 0 && kIpNames.count(protocol) != 0) {
+            dump("%s,no support parse", kIpNames.at(protocol));
+        } else {
+            dump("No supprt protocol(code:0x%02x(%d)),please fix me", protocol, protocol);
+        }
+    }
+
     void ethernet(const std::uint8_t* wire) {
         std::strcpy(record_.str_dest_mac, mac_text(wire).c_str());
         std::strcpy(record_.str_source_mac, mac_text(wire + 6).c_str());
@@ -204,7 +208,12 @@ private:
         dump("Destination: %s", ip_text(ip.daddr).c_str());
     }
 
-    void tcp(const std::uint8_t* at) {
+    void tcp(const std::uint8_t* at) { tcp(at, true); }
+    void tcp_without_options(const std::uint8_t* at) { tcp(at, false); }
+    void options(const std::uint8_t* at) { options(at + 20, 4 * (at[12] >> 4) - 20); }
+    void nothing(const std::uint8_t*) {}
+
+    void tcp(const std::uint8_t* at, bool with_options) {
         tcp_view& tcp = record_.tcp;
         const auto words = at[12] >> 4;
         const auto flag = [at](unsigned bit) { return at[13] >> bit & 1U; };
@@ -238,7 +247,7 @@ private:
         dump("Window size: %d", be16(at + 14));
         dump("Checksum: %d", be16(at + 16));
         dump("Urgent pointer: %d", be16(at + 18));
-        if (words > 5) {
+        if (words > 5 && with_options) {
             options(at + 20, 4 * (words - 5));
         } else if (words < 5) {
             lines_.say(1, "Header Length(%d) is less than 20,maybe error", 4 * words);
@@ -350,6 +359,7 @@ private:
         dump("target ipaddr:%s", ip_text(arp.target_ip).c_str());
     }
 
+private:
     // A line of a field dump.
     [[gnu::format(printf, 2, 3)]] void dump(const char* fmt, ...) {
         if (record_.print_flag != 0) {

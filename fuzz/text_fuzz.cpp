@@ -1,4 +1,6 @@
 // Copies, cuts, splits and searches any texts, against std::string.
+#include <dlfcn.h>
+
 #include <vector>
 
 #include "support.hpp"
@@ -86,13 +88,17 @@ std::size_t count_of(const std::string& text, const std::string& part) {
     return count;
 }
 
+std::string g_search;  // what the logging library was asked for
+
 void check_search(const std::string& text, const char* placed, const std::string& part) {
     const std::size_t same = count_of(text, part);
     const std::size_t alike = count_of(lower(text), lower(part));
     const auto found = [](std::size_t count) { return count > 0 ? 1 : 0; };
+    g_search.clear();
     require(zxstr_api_isCasestr(placed, part.c_str()) == found(same), "a part");
     require(zxstr_api_isCasestr_IgnoreLetterCase(placed, part.c_str()) == found(alike),
             "a part in either case");
+    require(g_search == "1 1 " + text + part + "1 0 " + text + part, "the rule of the log");
     for (const int limit : {0, 1, 2}) {
         const auto limited = [limit](std::size_t count) {
             return limit > 0 ? std::min(static_cast<int>(count), limit) : static_cast<int>(count);
@@ -165,6 +171,15 @@ void check_letters(GuardedMemory& out, const std::string& text, const char* plac
 }
 
 }  // namespace
+
+// In front of the logging library's, whose rule decides what matches.
+extern "C" std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part,
+                                                std::int32_t max, std::int32_t match_case) {
+    static const auto kReal = reinterpret_cast<decltype(&zxlog_api_strCasestrNum)>(
+        dlsym(RTLD_NEXT, "zxlog_api_strCasestrNum"));
+    g_search += std::to_string(max) + " " + std::to_string(match_case) + " " + text + part;
+    return kReal(text, part, max, match_case);
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static GuardedMemory texts(kMaxText + 1);

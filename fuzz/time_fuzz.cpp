@@ -1,10 +1,13 @@
-// Reads any text as dates and times, and prints any instant and duration, against the fixed places
-// of the layouts and plain arithmetic.
+// Reads any text as dates and times, prints any instant and duration, and asks at any time what is
+// due, against the fixed places of the layouts and plain arithmetic.
+#include <sys/time.h>
+
 #include <array>
 #include <cinttypes>
 #include <ctime>
 #include <tuple>
 
+#include "said.hpp"
 #include "support.hpp"
 #include "zxtime.h"
 
@@ -17,6 +20,12 @@ using zx::fuzz::require;
 constexpr char kFormat[] = "%04d-%02d-%02d %02d:%02d:%02d";
 constexpr std::int64_t kDaySec = 86400;
 constexpr std::int64_t kWestOfGreenwichSec = 12600;
+
+std::time_t g_now = 0;       // on the library's clock
+std::uint64_t g_now_us = 0;  // on that of the logging library
+std::int32_t g_timer_result = 0;
+int g_clock_result = 0;
+std::string g_machine;  // what would have been done to this machine
 
 // Where year, month, day, hour, minute and second stand; -1: not in this layout.
 struct Layout {
@@ -55,6 +64,10 @@ std::string printed(const char* fmt, Args... args) {
     return {text, static_cast<std::size_t>(print(text, sizeof text, fmt, args...))};
 }
 
+std::string plain(const rstime& t) {
+    return printed(kFormat, t.year, t.month, t.day, t.hour, t.min, t.sec);
+}
+
 std::string compact(const rstime& t) {
     return printed("%04d%02d%02d%02d%02d%02d", t.year, t.month, t.day, t.hour, t.min, t.sec);
 }
@@ -62,11 +75,18 @@ std::string compact(const rstime& t) {
 void check_parsers(const std::string& text, const char* placed, const rstime& old) {
     static GuardedMemory records(sizeof(rstime));
     static GuardedMemory range(ZXTIME_RANGE_SIZE);
+    zx::fuzz::Lines lines{"TIME", zxlog_api_getLoglevel()};
+    zx::fuzz::take_said();
     for (const Layout& layout : kLayouts) {
         auto& t = records.record<rstime>(0);
         t = old;
         layout.parse(placed, &t);
         require(same(t, parsed(text, layout.at, old)), "the fields of a layout");
+        if (layout.parse == zxtime_innerapi_parseDateTime) {
+            zxtime_api_rstimePrint(&t);
+            lines.say(5, "%s", plain(t).c_str());
+            lines.say(5, "%s", plain(t).c_str());
+        }
     }
     rstime begin = old;
     rstime end = old;
@@ -76,6 +96,19 @@ void check_parsers(const std::string& text, const char* placed, const rstime& ol
             "the fields of a range");
     require(out == zx::fuzz::cut(compact(begin) + "-" + compact(end), ZXTIME_RANGE_SIZE),
             "the text of a range");
+    lines.say(5, "\n\t\t\t\t\t%s   \n\t\t\t\t\t%s", plain(begin).c_str(), plain(end).c_str());
+
+    rstime wanted = parsed(text, kLayouts[2].at, {});
+    g_machine.clear();
+    require(zxtime_api_setDTime(placed) == (g_clock_result == 0 ? 1 : 0), "the clock is set");
+    require(g_machine == std::to_string(zxtime_api_rstimeMktime(&wanted)) + ".0" +
+                             (g_clock_result == 0 ? " hwclock --systohc" : ""),
+            "what it is set to");
+    lines.say(5, "%s", plain(wanted).c_str());
+    if (g_clock_result != 0) {
+        lines.say(1, "set system datatime to  %s   error", placed);
+    }
+    require(zx::fuzz::take_said() == lines.said, "the lines");
 }
 
 // The Gregorian calendar, in which March begins the year. Wide enough for any record.
@@ -103,6 +136,31 @@ std::int64_t expected_mktime(const rstime& t) {
     return is_far || gmtime_r(&local, &out) == nullptr ? -1 : static_cast<std::int64_t>(sec);
 }
 
+std::uint32_t second_of_day(const rstime& t) {
+    return static_cast<std::uint32_t>(t.hour) * 3600U + static_cast<std::uint32_t>(t.min) * 60U +
+           static_cast<std::uint32_t>(t.sec);
+}
+
+// From the date or time that the text begins with to the one after it.
+void check_ranges(const rstime& t, const std::string& text, const char* placed) {
+    const auto date = [](const rstime& at) { return std::tuple(at.year, at.month, at.day); };
+    const auto field = [&text](std::size_t skipped, const Layout& layout) {
+        return parsed(text.substr(skipped), layout.at, {});
+    };
+    std::size_t next = std::min<std::size_t>(11, text.size());
+    require(
+        zxtime_api_isVaildDate(&t, placed, placed + next) ==
+            (date(field(0, kLayouts[0])) <= date(t) && date(t) <= date(field(next, kLayouts[0]))),
+        "a range of days");
+    next = std::min<std::size_t>(9, text.size());
+    const std::uint32_t sec = second_of_day(t);
+    require(zxtime_api_rstimeGetSec(&t) == sec, "the second of a day");
+    require(zxtime_api_isVaildTime(&t, placed, placed + next) ==
+                (second_of_day(field(0, kLayouts[1])) <= sec &&
+                 sec <= second_of_day(field(next, kLayouts[1]))),
+            "a range of times");
+}
+
 void check_records(const rstime& a, const rstime& b, std::uint64_t limit, const std::string& text,
                    const char* placed) {
     constexpr std::int32_t kLeast = INT32_MIN;
@@ -110,15 +168,13 @@ void check_records(const rstime& a, const rstime& b, std::uint64_t limit, const 
     const std::int64_t of_b = expected_mktime(b);
     const bool fits = a.month != kLeast && a.year >= kLeast + 1900;
     require(zxtime_api_rstimeMktime(&a) == (fits ? of_a : -1), "the seconds of a record");
+    require(zxtime_api_isPass(&a) == (g_now >= (fits ? of_a : -1) ? 1 : 0), "an instant gone by");
     if (fits && b.month != kLeast && b.year >= kLeast + 1900) {
         require(zxtime_api_moreThan(&a, &b) == (of_a > of_b ? 1 : 0), "the order of records");
         const auto passed = static_cast<std::uint64_t>(of_b) - static_cast<std::uint64_t>(of_a);
         require(zxtime_api_timeout(&a, &b, limit) == (passed > limit ? 1 : 0), "the time between");
     }
-    const auto date = [](const rstime& t) { return std::tuple(t.year, t.month, t.day); };
-    require(zxtime_api_isVaildDate(&a, placed, placed) ==
-                (date(parsed(text, kLayouts[0].at, a)) == date(a) ? 1 : 0),
-            "a range of one day");
+    check_ranges(a, text, placed);
     require(zxtime_api_isVaildWDay(&a, static_cast<std::uint32_t>(limit)) ==
                 static_cast<std::int32_t>(limit >> (a.wday & 31) & 1U),
             "a set of weekdays");
@@ -138,6 +194,23 @@ void check_printers(GuardedMemory& out, std::int64_t sec) {
         rstime again{};
         zxtime_api_parsetimestr2(text, &again);
         require(zxtime_api_rstimeMktime(&again) == sec, "the instant of its text");
+    }
+    for (const bool is_us : {false, true}) {
+        if (is_us ? sec < 0 || sec > INT64_MAX / 2000000 : !has_year) {
+            continue;
+        }
+        const auto us = static_cast<std::uint64_t>(sec) * 1000000 + 999999;
+        char* const raw = reinterpret_cast<char*>(out.fill(24, 'x'));
+        is_us ? zxtime_api_us2str(&us, "%d.%d.%d", raw) : zxtime_api_sec2str(&sec, "%d.%d.%d", raw);
+        std::string clock = printed("%d.%d.%d", t.tm_hour, t.tm_min, t.tm_sec) + '\0';
+        clock.resize(std::max<std::size_t>(clock.size(), 8));  // so many are cleared
+        clock.resize(24, 'x');
+        require(std::string(raw, 24) == clock, "the time of an instant");
+        if (is_us) {
+            char* const again = out.old_text(std::max<std::size_t>(8, expected.size() + 1));
+            zxtime_api_us2DTime(&us, kFormat, again);
+            require(again == expected, "the text of microseconds");
+        }
     }
 }
 
@@ -159,18 +232,87 @@ void check_format(GuardedMemory& out, const std::string& fmt, const rstime& t) {
             "a record in any format");
 }
 
-// In 64 bytes, whatever the format asks for.
-void check_static(std::size_t length) {
-    const std::string fmt = std::string(length, 'x') + "%04d|%d";
-    rstime before{};
-    rstime after{};
-    zxtime_api_rstimeGetCur(&before);
-    const std::string text = zxtime_api_curYM(fmt.c_str());
-    zxtime_api_rstimeGetCur(&after);
-    require(before.month != after.month ||
-                text == zx::fuzz::cut(printed(fmt.c_str(), after.year, after.month),
-                                      ZXTIME_STATIC_SIZE),
-            "the month in any format");
+// The three printers of the current time, each in 64 bytes of its own.
+void check_static(std::size_t length, const rstime& now) {
+    const std::string fmt = std::string(length, 'x') + "%04d|%d|%d";
+    const std::string short_fmt = std::string(length, 'x') + "%04d|%d";
+    const char* const texts[] = {zxtime_api_curDate(fmt.c_str()),
+                                 zxtime_api_curYM(short_fmt.c_str()),
+                                 zxtime_api_curTime(fmt.c_str())};
+    const std::string expected[] = {printed(fmt.c_str(), now.year, now.month, now.day),
+                                    printed(short_fmt.c_str(), now.year, now.month),
+                                    printed(fmt.c_str(), now.hour, now.min, now.sec)};
+    for (std::size_t i = 0; i < std::size(texts); ++i) {
+        std::string whole = zx::fuzz::cut(expected[i], ZXTIME_STATIC_SIZE);
+        whole.resize(ZXTIME_STATIC_SIZE);
+        require(std::string(texts[i], whole.size()) == whole, "the current time in any format");
+    }
+}
+
+void check_clocks(std::size_t length) {
+    const std::time_t local = g_now - kWestOfGreenwichSec;
+    std::tm t{};
+    gmtime_r(&local, &t);
+    const rstime expected{t.tm_sec,     t.tm_min,         t.tm_hour, t.tm_mday,
+                          t.tm_mon + 1, t.tm_year + 1900, t.tm_wday};
+    rstime now{};
+    zxtime_api_rstimeGetCur(&now);
+    require(same(now, expected), "the record of now");
+    const auto sec = static_cast<std::uint64_t>(g_now);
+    require(zxtime_api_us() == g_now_us && zxtime_api_ms() == g_now_us / 1000 &&
+                zxtime_api_sec() == sec && zxtime_api_minute() == sec / 60 &&
+                zxtime_api_hour() == sec / 3600 &&
+                zxtime_api_mouth() == static_cast<std::uint64_t>(now.month),
+            "the clocks");
+    timespec up{};
+    clock_gettime(CLOCK_MONOTONIC, &up);
+    const auto up_sec = static_cast<std::uint64_t>(up.tv_sec);
+    require(zxtime_api_upTimeUs() / 1000000 - up_sec <= 60 &&
+                zxtime_api_upTimeMs() / 1000 - up_sec <= 60 &&
+                zxtime_api_upTimeSec() - up_sec <= 60,
+            "the time since the start");
+    check_static(length, now);
+}
+
+// What happens once a day and every half hour, first at the full ones.
+void check_due(std::time_t last) {
+    const std::int64_t of_day = ((g_now - kWestOfGreenwichSec) % kDaySec + kDaySec) % kDaySec;
+    const auto fires = [last](std::int32_t (*is_due)(std::time_t*), bool expected) {
+        std::time_t kept = last;
+        require(is_due(&kept) == (expected ? 1 : 0) && kept == (expected ? g_now : last),
+                "what is due");
+    };
+    fires(zxtime_api_isNewDay, last != 0 ? g_now - last >= kDaySec : of_day < 60);
+    fires(zxtime_api_isWholeClock, last != 0 ? g_now - last >= 1800 : of_day % 1800 < 60);
+}
+
+// A daily window that may end after midnight; then its evening does not belong to it.
+void check_window(const std::string& text, const char* placed, std::uint32_t duration,
+                  std::int8_t before) {
+    rstime now{};
+    zxtime_api_rstimeGetCur(&now);
+    const std::uint32_t begin = second_of_day(parsed(text, kLayouts[4].at, {}));
+    const std::uint32_t end = begin + duration;
+    const std::uint32_t sec = second_of_day(now) + (end > kDaySec ? 86400U : 0U);
+    const std::int8_t is_inside = begin <= sec && sec <= end ? 1 : 0;
+    std::int8_t state = -1, last = before;
+    require(zxtime_api_isNewLoop(placed, duration, &state, &last) ==
+                    (is_inside != before ? is_inside : 0) &&
+                state == is_inside && last == is_inside,
+            "the begin of a window");
+}
+
+void check_counters(std::uint64_t last, std::uint64_t interval) {
+    std::uint64_t kept = last;
+    const bool is_over = last > g_now_us || g_now_us > last + interval;  // the sum may overflow
+    require(zxtime_api_counterAsyncUs(&kept, interval) == (is_over ? 1 : 0) &&
+                kept == (is_over ? g_now_us : last),
+            "an interval");
+    require(zxtime_api_counterAsyncSec(&kept, 1) == static_cast<std::int8_t>(g_timer_result),
+            "an answer of one byte");
+    const std::uint64_t a = last / 2, b = interval / 2, c = g_now_us / 2;
+    require(zxtime_api_timeout2(a, b, c) == (std::max(a, b) - std::min(a, b) > c ? 1 : 0),
+            "the distance of two times");
 }
 
 void check_durations(GuardedMemory& out, std::uint64_t n) {
@@ -194,7 +336,77 @@ void check_durations(GuardedMemory& out, std::uint64_t n) {
             "seconds");
 }
 
+// A zone with summer time, in which a record's day is carried over.
+void check_summer_time() {
+    constexpr std::time_t kSummer = 1714545000;
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    g_now = kSummer;
+    rstime now;
+    zxtime_api_rstimeGetCur(&now);
+    require(plain(now) == "2024-05-01 08:30:00" && now.wday == 3, "summer time");
+    const rstime winter{0, 30, 8, 32, 12, 2023, 99};
+    require(
+        zxtime_api_rstimeMktime(&now) == kSummer && zxtime_api_rstimeMktime(&winter) == 1704094200,
+        "the seconds in summer and in winter");
+    for (const std::string text :
+         {"2023-12-31 2025-01-01", "2024-05-02 2025-01-01", "2023-01-01 2024-04-30",
+          "08:30:00 08:30:00", "08:30:01 23:59:59", "00:00:00 08:29:59", "22:00:00 09:00:00"}) {
+        check_ranges(now, text, text.c_str());
+    }
+    setenv("TZ", "ZXT+3:30", 1);
+    tzset();
+}
+
 }  // namespace
+
+// In place of the C library's and the logging library's.
+extern "C" {
+
+[[gnu::visibility("default")]] std::time_t time(std::time_t*) noexcept {
+    return g_now;
+}
+
+[[gnu::visibility("default")]] int settimeofday(const timeval* tv,
+                                                const struct timezone*) noexcept {
+    g_machine += std::to_string(tv->tv_sec) + "." + std::to_string(tv->tv_usec);
+    return g_clock_result;
+}
+
+[[gnu::visibility("default")]] int system(const char* command) {
+    g_machine.append(" ").append(command);
+    return -1;
+}
+
+std::uint64_t zxlog_api_us(void) {
+    return g_now_us;
+}
+
+std::int32_t zxlog_api_timerAsyncSec(std::uint64_t*, std::uint32_t) {
+    return g_timer_result;
+}
+
+}  // extern "C"
+
+// Every minute of two days, with windows that seeds would not meet.
+void zx_fuzz_sweep() {
+    for (g_now = 1714545000; g_now < 1714545000 + 2 * kDaySec; g_now += g_now % 60 == 0 ? 59 : 1) {
+        for (const std::time_t passed : {1799, 1800, 86399, 86400, -9000, -90000}) {
+            check_due(g_now - passed);
+        }
+        check_due(0);
+        for (const std::string start :
+             {"20240501 08:00:00", "20240501 08:30:00", "20240501 23:00:00"}) {
+            for (const std::uint32_t duration : {0U, 1799U, 1800U, 3600U, 7200U, 86400U}) {
+                check_window(start, start.c_str(), duration, 0);
+                check_window(start, start.c_str(), duration, 1);
+            }
+        }
+    }
+    g_timer_result = 255;
+    check_counters(0, UINT64_MAX);
+    check_summer_time();
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const int zone = setenv("TZ", "ZXT+3:30", 1);
@@ -208,10 +420,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t shift = input.take_below(64);
     const auto a = input.take<rstime>();
     const auto b = input.take<rstime>();
-    zx::fuzz::log_to_nowhere(input.take<std::uint8_t>());
+    zxlog_api_setLoglevel(input.take<std::uint8_t>() % 6);
     Input pieces(input.rest());
     const std::string text = input.take_text(size);
     const char* const placed = texts.text(text);
+    g_now = static_cast<std::int32_t>(number >> shift);
+    g_now_us = number << shift / 2;
+    g_timer_result = static_cast<std::int32_t>(number);
+    g_clock_result = a.day % 2;
 
     check_parsers(text, placed, a);
     check_records(a, b, number >> shift, text, placed);
@@ -219,6 +435,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_printers(out, static_cast<std::int64_t>(number) >> shift);
     check_durations(out, number >> shift);
     check_format(out, some_format(pieces), a);
-    check_static(shift);
+    check_clocks(shift);
+    check_due(a.sec);
+    check_window(text, placed, static_cast<std::uint32_t>(number), static_cast<std::int8_t>(a.min));
+    check_counters(g_now_us - number % 1024, number >> shift);
+    check_counters(number >> shift, UINT64_MAX);
     return 0;
 }
