@@ -9,6 +9,7 @@
 #include "zxcrc.h"
 #include "zxdes.h"
 #include "zxmd5.h"
+#include "zxmem.h"
 
 namespace {
 
@@ -22,6 +23,8 @@ using zx::fuzz::require;
 using zx::plain::Aes;
 
 constexpr std::size_t kMaxSize = 4 * 2048;
+
+std::vector<std::uint32_t> g_sizes;  // of the buffers that live
 
 std::uint32_t u32(std::size_t size) {
     return static_cast<std::uint32_t>(size);
@@ -380,11 +383,135 @@ void sweep_cipher_states() {
     }
 }
 
+/* ------------------------------------------------- what is published -- */
+
+std::uint64_t des_block(std::uint8_t way, std::uint64_t block, std::uint64_t key) {
+    block = __builtin_bswap64(block);
+    key = __builtin_bswap64(key);
+    std::uint8_t in[8], out[8], keys[8];
+    std::memcpy(in, &block, sizeof in);
+    std::memcpy(keys, &key, sizeof keys);
+    require(zxdes_api_done(way, in, out, sizeof in, keys, sizeof keys) == 1, "DES");
+    std::memcpy(&block, out, sizeof out);
+    return __builtin_bswap64(block);
+}
+
+void check_published() {
+    std::uint8_t key[32], block[16], out[16];
+    for (unsigned i = 0; i < sizeof key; ++i) {
+        key[i] = static_cast<std::uint8_t>(i);
+        block[i % 16] = static_cast<std::uint8_t>(17 * (i % 16));
+    }
+    constexpr std::pair<std::uint8_t, const char*> kAes[] = {
+        {16, "69c4e0d86a7b0430d8cdb78070b4c55a"},
+        {24, "dda97ca4864cdfe06eaf70a0ec0d7191"},
+        {32, "8ea2b7ca516745bfeafc49904b496089"}};
+    for (const auto& [size, coded] : kAes) {
+        std::string text;
+        zxaes_api_done(0, ZXAES_ECB, block, out, sizeof block, key, size);
+        for (const std::uint8_t byte : out) {
+            text += "0123456789abcdef"[byte >> 4U];
+            text += "0123456789abcdef"[byte & 15U];
+        }
+        require(text == coded, "FIPS 197, C");
+    }
+    require(des_block(0, 0x4E6F772069732074, 0x0123456789ABCDEF) == 0x3FA40E8A984D4815,
+            "FIPS 81, B");
+    // Rivest's chain finds any wrong entry of a table.
+    std::uint64_t chain = 0x9474B8E8C73BCA7D;
+    for (std::uint8_t round = 0; round < 16; ++round) {
+        chain = des_block(round % 2, chain, chain);
+    }
+    require(chain == 0x1B1A2DDB4C642438, "Testing Implementations of DES");
+
+    constexpr char kDigits[] = "123456789";
+    const auto* const digits = reinterpret_cast<const std::uint8_t*>(kDigits);
+    char md5[ZXMD5_TEXT_SIZE];
+    zxmd5_api_outStr(digits, 9, md5);
+    require(std::string(md5) == "25f9e794323b453885f5181f1b624d0b", "MD5");
+    char* const sha1 = sha1_api_hash(kDigits);
+    std::string whole = "F7C3BC1D808E04732ADF679965CCC34CA7AE3441";
+    whole.resize(128);
+    require(std::string(sha1, 128) == whole, "SHA-1 as a text");
+    std::free(sha1);
+    require(zxcrc_api_CRC16(digits, 9) == 0x4B37 && zxcrc_api_CRC32(digits, 9) == 0x0376E6E7 &&
+                zxcrc_api_CRC(digits, 9) == 0x31C3,
+            "the CRCs");
+    require(zxmd5_innerapi_getPadLen(ZXMD5_MAX_INPUT) == 0xFFFFFFC0 &&
+                zxmd5_innerapi_getPadLen(UINT64_MAX - 72) == UINT64_MAX - 63 &&
+                zxmd5_innerapi_leftrotate(0x80000001, 32) == 0x80000001 &&
+                zxmd5_innerapi_leftrotate(0x80000001, 33) == 3,
+            "the steps of MD5");
+}
+
+/* ----------------------------------- what would lead out of its bounds -- */
+
+void check_bounds() {
+    std::uint8_t bits[13]{}, bytes[4]{}, letters[] = "abcde";
+    std::memset(bits, 0xEE, 12);
+    std::memset(bytes, 0xEE, 3);
+    constexpr std::uint8_t kBytes[] = {0xA5, 0};
+    zxdes_api_byte2bit(kBytes, bits, 10);
+    require(std::memcmp(bits, "\1\0\1\0\0\1\0\1\0\0\xEE\xEE", 12) == 0, "bits");
+    zxdes_api_bit2byte(bits, bytes, 11);  // of 0xEE the lowest bit counts, which is 0
+    require(std::memcmp(bytes, "\xA5\0\xEE", 3) == 0, "bytes");
+    zxdes_api_rotatel(letters, 5, 5 * 7 + 2);
+    zxdes_api_rotatel(letters, 0, 1);
+    require(std::memcmp(letters, "cdeab", 5) == 0, "a rotation");
+    constexpr std::uint8_t kTable[] = {5, 3, 1, 1}, kLong[65] = {1};
+    zxdes_api_transform(letters, letters, kTable, 4);
+    zxdes_api_transform(letters, letters, kLong, 65);
+    require(std::memcmp(letters, "beccb", 5) == 0, "a permutation");
+
+    zxaes_ctt unset{};
+    std::uint8_t out[32] = "kept", iv[16] = "kept";
+    std::uint32_t offset = 0;
+    zxaes_innerapi_setEncKey(&unset, bits, 100);
+    zxaes_innerapi_setDecKey(&unset, bits, 0);
+    zxaes_innerapi_cryptECB(&unset, 0, kLong, out);
+    zxaes_innerapi_cryptCBC(&unset, 0, 32, iv, kLong, out);
+    for (const std::uint32_t at : {0U, 16U}) {
+        offset = at;
+        zxaes_innerapi_cryptCFB128(&unset, 0, 32, &offset, iv, kLong, out);
+    }
+    require(std::string(out, out + 5) == std::string("kept", 5) && std::memcmp(iv, out, 16) == 0,
+            "no key");
+
+    for (const int index : {-1, 64, INT32_MAX, INT32_MIN}) {
+        for (const std::uint32_t size : {0U, 200U}) {
+            SHA1Context context;
+            SHA1Reset(&context);
+            context.Message_Block_Index = index;
+            SHA1Input(&context, std::vector<std::uint8_t>(200).data(), size);
+            require(context.Corrupted == (size == 0 ? 0 : 1) && SHA1Result(&context) == 0,
+                    "no context");
+        }
+    }
+}
+
 }  // namespace
+
+// In place of the library's allocator: of a message, no copy is given back.
+extern "C" void* zxmem_api_malloc(std::uint32_t size, const char* name, const char* file,
+                                  std::uint32_t) {
+    require(std::strcmp(name, "message") == 0 && std::strcmp(file, "src/denc/zxmd5") == 0,
+            "what the buffer is for");
+    g_sizes.push_back(size);
+    return std::malloc(size);
+}
+extern "C" void zxmem_api_free(void** buffer) {
+    const auto* const at = static_cast<std::uint8_t*>(*buffer);
+    require(std::all_of(at, at + g_sizes.back(), [](std::uint8_t byte) { return byte == 0; }),
+            "the copy is wiped");
+    g_sizes.pop_back();
+    std::free(*buffer);
+}
 
 // What seeds would not reach.
 void zx_fuzz_sweep() {
     zx::fuzz::log_to_nowhere(0);
+    check_published();
+    check_bounds();
     sweep_messages();
     sweep_a_large_message();
     sweep_ciphers();

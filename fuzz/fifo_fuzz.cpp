@@ -1,8 +1,8 @@
 // Sequences of operations on a block FIFO, beside the plain loop over a ring: results, log lines,
 // the whole record, every byte of the ring and of the caller's buffers.
-#include <cstdarg>
 #include <vector>
 
+#include "said.hpp"
 #include "support.hpp"
 #include "zxfifo.h"
 
@@ -15,15 +15,6 @@ using zx::fuzz::require;
 
 constexpr std::size_t kMaxCapacity = 96;
 constexpr std::size_t kMaxLength = kMaxCapacity + 40;
-
-std::vector<std::string> g_lines;  // what the library logged, without time, level and tag
-
-template <typename... Args>
-std::string printed(const char* fmt, Args... args) {
-    char text[256];
-    int (*const print)(char*, std::size_t, const char*, ...) = std::snprintf;
-    return {text, static_cast<std::size_t>(print(text, sizeof text, fmt, args...))};
-}
 
 // The caller's side of a transfer: moves at most `step` bytes a call and fails when `left` are
 // moved. A step of 0 claims more than it was asked for.
@@ -56,7 +47,7 @@ struct Ring {
     std::uint32_t used = 0;
     std::uint32_t free = 0;
     std::uint32_t resets = 0;
-    std::vector<std::string> lines;
+    zx::fuzz::Lines lines{"FIFO_STRU", zxlog_api_getLoglevel()};
 
     explicit Ring(std::size_t capacity) : bytes(capacity) { refresh(); }
 
@@ -107,11 +98,11 @@ struct Ring {
         }
         refresh();
         if (is_stopped) {
-            lines.push_back(printed("fuzz:%s-func error", in ? "recv" : "send"));
+            lines.say(2, "fuzz:%s-func error", in ? "recv" : "send");
         }
         if (remaining >= 1) {
-            lines.push_back(printed("fuzz:maybe has an error,need %s %d,but %d", in ? "in" : "out",
-                                    length, length - remaining));
+            lines.say(2, "fuzz:maybe has an error,need %s %d,but %d", in ? "in" : "out", length,
+                      length - remaining);
         }
         return length < 0 ? 0 : length - remaining;
     }
@@ -123,11 +114,19 @@ public:
     explicit Model(std::size_t capacity)
         : ring_(capacity),
           fifo_(zxfifo_api_blockInit(static_cast<std::uint32_t>(capacity), "fuzz")) {
-        require(fifo_ != nullptr, "there is a FIFO");
+        require(fifo_ != nullptr && std::strcmp(fifo_->lock.name, "zxfifo_lock_fuzz") == 0,
+                "there is a FIFO");
+        std::uint8_t byte = 0;
+        require(zxfifo_api_blockLenIn(fifo_, &byte, -1) == -1, "no message");
+        ring_.lines.say(1, "Error data size:-1");
     }
     Model(const Model&) = delete;
     Model& operator=(const Model&) = delete;
-    ~Model() { zxfifo_api_blockDeinit(&fifo_); }
+    ~Model() {
+        const zxfifoblock_ctt* const before = fifo_;
+        zxfifo_api_blockDeinit(&fifo_);
+        require(fifo_ == before, "the caller clears it");
+    }
 
     void run(Input& input) {
         const std::size_t operation = input.take_below(16);
@@ -185,9 +184,8 @@ public:
                     is(zxfifo_innerapi_blockSpaceFree(fifo_), capacity - held) &&
                     is(zxfifo_innerapi_blockSpaceTotal(fifo_), capacity),
                 "what is held and free");
-        require(g_lines == ring_.lines, "the log lines");
-        g_lines.clear();
-        ring_.lines.clear();
+        require(zx::fuzz::take_said() == ring_.lines.said, "the log lines");
+        ring_.lines.said.clear();
     }
 
 private:
@@ -259,11 +257,12 @@ private:
             zxfifo_api_blockLenOut1(fifo_, dest, static_cast<std::uint32_t>(room), "fuzz", 1);
         if (length > room) {
             require(taken == -1, "a message without room");
-            ring_.lines.push_back(
-                printed("fuzz:buf_size(%d) too small,must be large than(%d),spaceused:%d"
-                        "(func, line:fuzz,1)",
-                        static_cast<int>(room), static_cast<int>(length),
-                        static_cast<int>(ring_.total_in - ring_.total_out)));
+            ring_.lines.said.append("len_buf").append(prefix.begin(), prefix.end());
+            ring_.lines.say(1,
+                            "fuzz:buf_size(%d) too small,must be large than(%d),spaceused:%d"
+                            "(func, line:fuzz,1)",
+                            static_cast<int>(room), static_cast<int>(length),
+                            static_cast<int>(ring_.total_in - ring_.total_out));
         } else {
             require(
                 taken == ring_.move(false, payload, 0, static_cast<std::int32_t>(length), nullptr),
@@ -316,22 +315,23 @@ private:
 
 }  // namespace
 
-// In front of the logging library's.
-extern "C" void zxlog_innerapi_file(const char* fmt, ...) {
-    char line[512];
-    std::va_list args;
-    va_start(args, fmt);
-    std::vsnprintf(line, sizeof line, fmt, args);
-    va_end(args);
-    const std::string text = line;
-    if (const std::size_t begin = text.find("fuzz:"); begin != std::string::npos) {  // no dump
-        g_lines.push_back(text.substr(begin, text.find("\r\n") - begin));
-    }
+// What is no FIFO and no node.
+void zx_fuzz_sweep() {
+    zxlog_api_setLoglevel(4);
+    zx::fuzz::Lines lines{"FIFO_STRU", 4};
+    lines.say(1, "Error param ###(*ppzxfifolist_ctt)");
+    zxfifoblock_ctt* no_fifo = nullptr;
+    zxfifolist_ctt* no_node = nullptr;
+    zx::fuzz::take_said();
+    zxfifo_api_blockDeinit(&no_fifo);
+    zxfifo_api_listDemalloc(&no_node);
+    require(zx::fuzz::take_said() == lines.said, "nothing to give back");
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input({data, size});
-    zx::fuzz::log_to_nowhere(4);
+    zxlog_api_setLoglevel(4);
+    zx::fuzz::take_said();
     Model model(input.take_below(kMaxCapacity + 1));
     while (!input.empty()) {
         model.run(input);

@@ -1,7 +1,8 @@
 // Builds frames from any record and any request into buffers of the size that the header asks for,
-// and completes what is to be valid on the wire. Records, addresses and checksums are compared with
-// those of plain models.
+// and completes what is to be valid on the wire. Frames, byte for byte, records and log lines are
+// compared with those of plain models.
 #include <array>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,7 @@ using zx::fuzz::require;
 constexpr std::size_t kRoom = 1U << 17U;
 constexpr std::uint8_t kUntouched = 0xA5;
 constexpr std::size_t kIpv4At = 14;
-constexpr std::size_t kArpTarget = 38;
+constexpr std::size_t kTcpAt = 34;
 
 GuardedMemory& frames() {
     static GuardedMemory memory(kRoom);
@@ -69,7 +70,8 @@ public:
     }
     [[nodiscard]] const char* get() const { return is_null_ ? nullptr : text_.c_str(); }
     // Into a field, which it may fill without an end.
-    void put(char (&field)[ZXFRAME_NAME_SIZE], bool fills) const {
+    template <std::size_t kSize>
+    void put(char (&field)[kSize], bool fills = false) const {
         std::memset(field, fills ? 'x' : 0, sizeof field);
         std::copy(text_.begin(), text_.end(), field);
     }
@@ -81,8 +83,9 @@ private:
 
 // Everything that a builder takes, from one input.
 struct Job {
-    Job(ether_ctt& to, Input& input, Bytes payload)
+    Job(ether_ctt& to, const ether_ctt& old, Input& input, Bytes payload)
         : record(to),
+          before(old),
           control(input),
           frame(payload),
           variant(control.take<std::uint8_t>()),
@@ -92,93 +95,195 @@ struct Job {
           dest_ip(control) {}
 
     ether_ctt& record;
+    const ether_ctt& before;  // as the record was
     Input& control;
     Bytes frame;
     std::uint8_t variant;
     Text dest_mac, source_mac, source_ip, dest_ip;
 
-    [[nodiscard]] bool has_texts() const {
-        return dest_mac.get() != nullptr && source_mac.get() != nullptr &&
-               source_ip.get() != nullptr && dest_ip.get() != nullptr;
+    // The first text that is missing, or NULL; IGMP has another name for the last one.
+    [[nodiscard]] const char* missing(const char* last = "dest_ip") const {
+        return dest_mac.get() == nullptr     ? "str_dest_mac"
+               : source_mac.get() == nullptr ? "str_source_mac"
+               : source_ip.get() == nullptr  ? "source_ip"
+               : dest_ip.get() == nullptr    ? last
+                                             : nullptr;
     }
 };
+
+// The only line so far, and nothing written.
+[[gnu::format(printf, 3, 4)]] void require_refused(const std::uint8_t* out, std::size_t size,
+                                                   const char* fmt, ...) {
+    zx::fuzz::Lines lines{"NETFRAME", zxlog_api_getLoglevel()};
+    std::va_list args;
+    va_start(args, fmt);
+    lines.add(1, fmt, args);
+    va_end(args);
+    require(zx::fuzz::take_said() == lines.said && is_untouched(out, size), "a refusal");
+}
 
 struct Options {
-    std::size_t written = 0;  // bytes that the options of a request take
-    std::size_t claimed = 0;  // bytes that the header length makes of them
-    [[nodiscard]] std::size_t room() const { return std::max(written, claimed); }
+    std::string bytes;        // of the options of a request
+    std::size_t claimed = 0;  // how many the header length makes of them
+    [[nodiscard]] std::size_t room() const { return std::max(bytes.size(), claimed); }
 };
 
-// The texts that a frame was built from stand in it as the C library reads them.
-void require_addresses(const Job& job, const std::uint8_t* frame, std::size_t source_at,
-                       std::size_t dest_at) {
-    const auto require_mac = [](const char* at, const std::uint8_t* built) {
+// A frame, byte for byte.
+class Plain {
+public:
+    void u8(std::uint32_t value) { bytes_ += static_cast<char>(value & 0xFFU); }
+    void u16(std::uint32_t value) {
+        u8(value >> 8U);
+        u8(value);
+    }
+    void u32(std::uint32_t value) {
+        u16(value >> 16U);
+        u16(value);
+    }
+    void raw(const void* bytes, std::size_t size) {
+        bytes_.append(static_cast<const char*>(bytes), size);
+    }
+    // Texts as the C library reads them.
+    void mac(const char* at) {
         for (int i = 0; i < ZXFRAME_MAC_SIZE; ++i) {
             char* end = nullptr;
-            require(built[i] == (std::strtoul(at, &end, 16) & 0xFFU), "a MAC address");
+            u8(static_cast<std::uint32_t>(std::strtoul(at, &end, 16)));
             at = *end != '\0' ? end + 1 : end;
         }
-    };
-    const auto require_ip = [](const char* text, const std::uint8_t* built) {
-        const in_addr_t address = inet_addr(text);
-        require(std::memcmp(&address, built, sizeof address) == 0, "an address");
-    };
-    if (dest_at != kArpTarget) {
-        require_mac(job.dest_mac.get(), frame);
     }
-    require_mac(job.source_mac.get(), frame + 6);
-    require_ip(job.source_ip.get(), frame + source_at);
-    require_ip(job.dest_ip.get(), frame + dest_at);
+    void ip(const char* text) { u32(text != nullptr ? ntohl(inet_addr(text)) : INADDR_NONE); }
+    void put16(std::size_t at, std::uint32_t value) {
+        bytes_[at] = static_cast<char>(value >> 8U & 0xFFU);
+        bytes_[at + 1] = static_cast<char>(value & 0xFFU);
+    }
+    [[nodiscard]] const std::uint8_t* at(std::size_t offset) const {
+        return reinterpret_cast<const std::uint8_t*>(bytes_.data()) + offset;
+    }
+    [[nodiscard]] std::size_t size() const { return bytes_.size(); }
+
+    // All after it must be untouched.
+    void require_is(const std::uint8_t* out, std::size_t size, const char* what) const {
+        require(std::memcmp(out, bytes_.data(), bytes_.size()) == 0, what);
+        require(is_untouched(out + bytes_.size(), size - bytes_.size()), "nothing after it");
+    }
+
+private:
+    std::string bytes_;
+};
+
+Plain ethernet(const Job& job, std::uint32_t type) {
+    Plain plain;
+    plain.mac(job.dest_mac.get());
+    plain.mac(job.source_mac.get());
+    plain.u16(type);
+    return plain;
+}
+
+// A header of a protocol that is not supported has no length.
+void add_ipv4(Plain& plain, const Job& job, unsigned protocol, std::uint32_t counted) {
+    const ipv4_view& ip = job.before.ipv4;
+    const bool is_known = protocol == 6 || protocol == 17 || protocol == 2;
+    const std::uint32_t words = protocol == 2 ? 6 : is_known ? 5 : 0;
+    const std::uint32_t flags = protocol == 2 ? 0 : is_known ? 2 : ip.flags;
+    const std::size_t begin = plain.size();
+    plain.u8(0x40U | words);
+    plain.u8(0);
+    plain.u16(4 * words + (protocol == 17 ? 8 : counted) + job.before.data_len);
+    plain.u16(ip.id + 0x1361U);
+    plain.u16(flags << 13U | (protocol == 17 ? 0 : ip.frag_off));
+    plain.u8(protocol == 2 ? 1 : is_known ? 64 : ip.ttl);
+    plain.u8(protocol);
+    plain.u16(0);
+    plain.ip(job.source_ip.get());
+    plain.ip(job.dest_ip.get());
+    if (protocol == 2) {
+        plain.u32(0x94040000);  // router alert
+    }
+    plain.put16(begin + 10, checksum(plain.at(begin), std::size_t{4} * words));
 }
 
 // A record that decoding its frame once more does not change. Gives what that says.
-std::string require_decoded(const ether_ctt& record, const std::uint8_t* frame, std::size_t size) {
+using Steps = void (*)(zx::fuzz::FrameModel&, const std::uint8_t*);
+std::string require_decoded(
+    const ether_ctt& record, const std::uint8_t* frame, std::size_t size,
+    Steps steps = [](zx::fuzz::FrameModel& model, const std::uint8_t* wire) {
+        model.frame(wire);
+    }) {
     static GuardedMemory records(sizeof(ether_ctt));
     static GuardedMemory wires(ZXFRAME_READABLE);
     auto& again = records.record<ether_ctt>(0);
     std::memcpy(&again, &record, sizeof again);
     again.tcp.option_count = ZXFRAME_TCP_OPTIONS;  // what was built is not appended
     zx::fuzz::FrameModel model(again, zxlog_api_getLoglevel());
-    model.frame(
-        wires.copy({frame, std::min<std::size_t>(size, ZXFRAME_READABLE)}, ZXFRAME_READABLE));
+    steps(model,
+          wires.copy({frame, std::min<std::size_t>(size, ZXFRAME_READABLE)}, ZXFRAME_READABLE));
     again.tcp.option_count = record.tcp.option_count;
     require(std::memcmp(&again, &record, sizeof again) == 0, "the record of the frame");
     return model.said();
 }
 
 // With the pseudo-header in front, as the header describes it.
-void require_checksums(const ether_ctt& record, const std::uint8_t* tcp) {
+std::uint16_t tcp_sum(const ether_ctt& record, const std::uint8_t* tcp) {
     const ipv4_view& ip = record.ipv4;
     const std::size_t size = std::min<std::size_t>(record.data_len, ZXFRAME_DATA_SIZE);
     const std::size_t header = 4U * record.tcp.doff;
-    std::vector<std::uint8_t> all;
-    const auto put16 = [&all](std::uint32_t value) {
-        all.push_back(static_cast<std::uint8_t>(value >> 8U));
-        all.push_back(static_cast<std::uint8_t>(value));
-    };
-    for (const std::uint32_t half :
-         {ip.saddr >> 16U, ip.saddr, ip.daddr >> 16U, ip.daddr, std::uint32_t{ip.protocol},
-          static_cast<std::uint32_t>(header + size)}) {
-        put16(half);
-    }
-    all.insert(all.end(), tcp, tcp + header);
-    all.insert(all.end(), record.data, record.data + size);
-    require(zxframe_api_tcpChecksum(&record, tcp) == checksum(all.data(), all.size()),
-            "the TCP checksum");
+    Plain all;
+    all.u32(ip.saddr);
+    all.u32(ip.daddr);
+    all.u16(ip.protocol);
+    all.u16(static_cast<std::uint32_t>(header + size));
+    all.raw(tcp, header);
+    all.raw(record.data, size);
+    return checksum(all.at(0), all.size());
+}
 
-    all.clear();
-    const std::uint32_t source = ntohl(ip.saddr);
-    const std::uint32_t dest = ntohl(ip.daddr);
+// The byte after an odd payload is summed, too.
+std::uint16_t udp_sum(const ether_ctt& record) {
+    const ipv4_view& ip = record.ipv4;
     const udp_view& udp = record.udp;
-    for (const std::uint32_t half :
-         {source >> 16U, source, dest >> 16U, dest, std::uint32_t{ip.protocol},
-          static_cast<std::uint32_t>(size + 8), std::uint32_t{udp.source}, std::uint32_t{udp.dest},
-          std::uint32_t{udp.len}, std::uint32_t{udp.check}}) {
-        put16(half);
+    const std::size_t size = std::min<std::size_t>(record.data_len, ZXFRAME_DATA_SIZE);
+    Plain all;
+    all.u32(ntohl(ip.saddr));
+    all.u32(ntohl(ip.daddr));
+    all.u16(ip.protocol);
+    all.u16(static_cast<std::uint32_t>(size + 8));
+    for (const std::uint32_t field : {udp.source, udp.dest, udp.len, udp.check}) {
+        all.u16(field);
     }
-    all.insert(all.end(), record.data, record.data + (size + 1) / 2 * 2);
-    require(zxframe_api_udpChecksum(&record, tcp) == checksum(all.data(), all.size()),
-            "the UDP checksum");
+    all.raw(record.data, (size + 1) / 2 * 2);
+    return checksum(all.at(0), all.size());
+}
+
+void require_checksums(const ether_ctt& record, const std::uint8_t* tcp) {
+    require(zxframe_api_tcpChecksum(&record, tcp) == tcp_sum(record, tcp), "the TCP checksum");
+    require(zxframe_api_udpChecksum(&record, tcp) == udp_sum(record), "the UDP checksum");
+}
+
+// A header, its options, and up to what it claims to have the bytes that were there.
+void add_tcp(Plain& plain, const Job& job, const zxbuildtcp_ctt& request, const Options& options) {
+    constexpr std::uint32_t kFlags[] = {ZXFRAME_TCP_FIN, ZXFRAME_TCP_SYN, ZXFRAME_TCP_RST,
+                                        ZXFRAME_TCP_PSH, ZXFRAME_TCP_ACK, ZXFRAME_TCP_URG};
+    const std::size_t begin = plain.size();
+    plain.u16(request.source);
+    plain.u16(request.dest);
+    plain.u32(request.seq);
+    plain.u32(request.ack_seq);
+    plain.u8((request.option_len / 4 + 5) % 16 << 4U);
+    std::uint32_t flags = 0;
+    for (std::size_t i = 0; i < std::size(kFlags); ++i) {
+        flags |= (request.flags & kFlags[i]) != 0 ? 1U << i : 0;
+    }
+    plain.u8(flags);
+    plain.u16(64240);
+    plain.u32(0);
+    plain.raw(options.bytes.data(), options.bytes.size());
+    for (std::size_t i = options.bytes.size(); i < options.claimed; ++i) {
+        plain.u8(kUntouched);
+    }
+    static ether_ctt summed;
+    summed = job.record;
+    summed.data_len = job.before.data_len;
+    plain.put16(begin + 16, tcp_sum(summed, plain.at(begin)));
 }
 
 // Options of the decoded frame, or any.
@@ -195,10 +300,14 @@ Options set_options(const Job& job, zxbuildtcp_ctt& request) {
         }
         const bool has_length = option.kind > 1;
         if ((option.kind <= 10 || option.kind == 28) && (!has_length || option.len >= 2)) {
-            options.written += has_length ? option.len : 1;
+            options.bytes += static_cast<char>(option.kind);
+            if (has_length) {
+                options.bytes += static_cast<char>(option.len);
+                options.bytes.append(reinterpret_cast<const char*>(option.val), option.len - 2U);
+            }
         }
     }
-    request.option_len = job.variant % 4 < 2 ? static_cast<std::uint32_t>(options.written)
+    request.option_len = job.variant % 4 < 2 ? static_cast<std::uint32_t>(options.bytes.size())
                                              : job.control.take<std::uint32_t>();
     const std::size_t words = (request.option_len / 4 + 5) % 16;
     options.claimed = words > 5 ? 4 * (words - 5) : 0;
@@ -220,43 +329,74 @@ zxbuildtcp_ctt& tcp_request(Job& job) {
     return request;
 }
 
-// Completes a frame of which the headers stand in `headers`.
-void finish(const Job& job, Bytes headers) {
+// Completes a frame of which the headers stand in `headers`, with a payload elsewhere or near its
+// place. `is_whole`: it is one of TCP, with whole headers.
+void finish(const Job& job, Bytes headers, bool is_whole) {
     const auto size = job.variant % 8 == 0 ? job.control.take<std::uint32_t>()
                                            : job.control.take<std::uint16_t>() % 2048U;
     const std::size_t room = size <= 65535 ? size : 0;  // more fits into no packet
+    const std::size_t shift = job.control.take_below(16);
     static GuardedMemory payloads(kRoom);
-    const std::uint8_t* const payload =
-        payloads.copy(job.frame.first(std::min(job.frame.size(), room)), room);
-    std::uint8_t* const frame = frames().copy(headers, headers.size() + room);
+    const Bytes sent = job.frame.first(std::min(job.frame.size(), room));
+    std::uint8_t* const frame = frames().copy(headers, headers.size() + room + shift);
+    const std::uint8_t* payload = payloads.copy(sent, room);
+    const std::string expected(payload, payload + room);
+    if (job.variant % 2 == 0) {
+        std::copy(expected.begin(), expected.end(), frame + headers.size() + shift);
+        payload = frame + headers.size() + shift;
+    }
     const std::string before(frame, frame + headers.size());
+    zx::fuzz::take_said();
     const std::int32_t length = zxframe_api_finishTcp(frame, payload, size);
+    const bool fits = size <= 65535 - (headers.size() - kIpv4At);
+    require((length < 0) == !(is_whole && fits), "what is finished");
     if (length < 0) {
+        zx::fuzz::Lines lines{"NETFRAME", zxlog_api_getLoglevel()};
+        if (is_whole) {
+            lines.say(1, "A payload of %u bytes does not fit into an IPv4 packet", size);
+        } else {
+            lines.say(1, "Param error####frame");
+        }
+        require(zx::fuzz::take_said() == lines.said, "why it is not finished");
         require(before == std::string(frame, frame + headers.size()), "a frame as it was");
         return;
     }
     require(length == static_cast<std::int32_t>(headers.size() + size), "the finished length");
+    require(std::string(frame + headers.size(), frame + length) == expected, "the payload");
     require_valid(frame, static_cast<std::size_t>(length));
 }
 
 void build_tcp(Job& job) {
     zxbuildtcp_ctt& request = tcp_request(job);
-    const std::size_t size = 54 + set_options(job, request).room();
+    const Options options = set_options(job, request);
+    const std::size_t size = 54 + options.room();
     std::uint8_t* const out = frames().fill(size, kUntouched);
     const std::int32_t length = zxframe_api_buildTcp(&job.record, &request, out);
-    require((length == -1) == !job.has_texts(), "what is needed for TCP");
+    require((length == -1) == (job.missing() != nullptr), "what is needed for TCP");
     if (length == -1) {
-        require(is_untouched(out, size), "nothing written");
+        require_refused(out, size, "Param error####%s", job.missing());
         return;
     }
     require(length == static_cast<std::int32_t>(34 + 4 * job.record.tcp.doff + job.record.data_len),
             "the length of a segment");
-    require_addresses(job, out, 26, 30);
-    require_decoded(job.record, out, 54);
+    Plain plain = ethernet(job, 0x0800);
+    add_ipv4(plain, job, 6, request.option_len);
+    add_tcp(plain, job, request, options);
+    plain.require_is(out, size, "a segment");
+    require(zx::fuzz::take_said() ==
+                require_decoded(job.record, out, size,
+                                [](zx::fuzz::FrameModel& model, const std::uint8_t* wire) {
+                                    model.ethernet(wire);
+                                    model.ipv4(wire + kIpv4At);
+                                    model.dump("-----ptcpheader_ctt->header_len:%d",
+                                               wire[kTcpAt + 12] >> 4U);
+                                    model.tcp_without_options(wire + kTcpAt);
+                                }),
+            "the lines of a segment");
     const std::size_t headers = 34 + 4U * (out[46] >> 4U);
     if (headers >= 54) {
         const std::string built(out, out + headers);
-        finish(job, {reinterpret_cast<const std::uint8_t*>(built.data()), headers});
+        finish(job, {reinterpret_cast<const std::uint8_t*>(built.data()), headers}, true);
     }
 }
 
@@ -271,31 +411,48 @@ void finish_any(Job& job) {
                              : ip_size < 20  ? kIpv4At + 20
                              : tcp_size < 20 ? kIpv4At + ip_size + 20
                                              : kIpv4At + ip_size + tcp_size;
-    finish(job, {headers, size});
+    finish(job, {headers, size},
+           is_tcp && headers[kIpv4At] >> 4U == 4 && ip_size >= 20 && tcp_size >= 20);
 }
 
 void build_udp(Job& job) {
     static GuardedMemory memory(sizeof(ether_pkt));
     auto& request = memory.record<ether_pkt>(0);
-    const bool is_endless = job.variant % 8 == 7;
-    job.dest_mac.put(request.str_dest_mac, is_endless);
-    job.source_mac.put(request.str_source_mac, false);
-    job.source_ip.put(request.source_ip, false);
-    job.dest_ip.put(request.dest_ip, false);
+    // By the bits of a byte, texts without an end.
+    const unsigned endless = job.variant % 8 == 7 ? job.control.take<std::uint8_t>() : 0;
+    job.dest_mac.put(request.str_dest_mac, (endless & 1U) != 0);
+    job.source_mac.put(request.str_source_mac, (endless & 2U) != 0);
+    job.source_ip.put(request.source_ip, (endless & 4U) != 0);
+    job.dest_ip.put(request.dest_ip, (endless & 8U) != 0);
     request.source = job.control.take<std::uint16_t>();
     request.dest = job.control.take<std::uint16_t>();
     const std::size_t payload = job.record.data_len;
     std::uint8_t* const out = frames().fill(42, kUntouched);
-    if (zxframe_api_buildUdp(&job.record, &request, out) == -1) {
-        require(is_endless && is_untouched(out, 42), "nothing written");
-        return;
+    const std::int32_t length = zxframe_api_buildUdp(&job.record, &request, out);
+    constexpr const char* kNames[] = {"str_dest_mac", "str_source_mac", "source_ip", "dest_ip"};
+    for (unsigned i = 0; i < std::size(kNames); ++i) {
+        if ((endless >> i & 1U) != 0) {
+            require(length == -1, "what is needed for UDP");
+            return require_refused(out, 42, "Param error####%s", kNames[i]);
+        }
     }
+    // What a TCP frame left in the record counts in the length.
+    require(length == static_cast<std::int32_t>(42U + 4U * job.before.tcp.doff + payload),
+            "the length of a datagram");
+    Plain plain;
+    plain.mac(request.str_dest_mac);
+    plain.mac(request.str_source_mac);
+    plain.u16(0x0800);
+    add_ipv4(plain, job, 17, 0);
+    plain.u16(request.source);
+    plain.u16(request.dest);
+    plain.u16(static_cast<std::uint32_t>(payload + 8));
+    static ether_ctt summed;
+    summed = job.record;
+    summed.udp.check = 0;
+    plain.u16(udp_sum(summed));
+    plain.require_is(out, 42, "a datagram");
     require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
-    if (payload % 2 == 0 && payload <= ZXFRAME_DATA_SIZE) {
-        std::string frame(out, out + 42);
-        frame.append(job.record.data, job.record.data + payload);
-        require_valid(reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size());
-    }
 }
 
 void build_arp(Job& job) {
@@ -304,19 +461,67 @@ void build_arp(Job& job) {
                                                      job.source_ip.get(), job.dest_ip.get(), out);
     require(length == (job.source_mac.get() != nullptr ? 42 : 0), "the length of an ARP request");
     if (length == 0) {
-        require(is_untouched(out, 42), "nothing written");
-        return;
+        return require_refused(out, 42, "Param error####str_source_mac");
     }
+    Plain plain;
+    plain.mac("ff:ff:ff:ff:ff:ff");
+    plain.mac(job.source_mac.get());
+    plain.u16(0x0806);
+    plain.u32(0x00010800);  // Ethernet and IPv4
+    plain.u32(0x06040001);  // the sizes of their addresses, a request
+    plain.mac(job.source_mac.get());
+    plain.ip(job.source_ip.get());
+    plain.mac("ff:ff:ff:ff:ff:ff");
+    plain.ip(job.dest_ip.get());
+    plain.require_is(out, 42, "an ARP request");
     require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
-    if (job.has_texts()) {
-        require_addresses(job, out, 28, kArpTarget);
-    }
+}
+
+// What goes out after a decoded segment: an answer, or more data.
+void require_segment(const Job& job, const std::uint8_t* out, bool is_answer) {
+    const ether_ctt& old = job.before;
+    Plain plain;
+    plain.raw(is_answer ? old.source_mac : old.dest_mac, 6);
+    plain.raw(is_answer ? old.dest_mac : old.source_mac, 6);
+    plain.u32(0x08004500);
+    plain.u16(40U + (is_answer ? 0U : old.data_len));
+    plain.u16(old.ipv4.id + 300U);
+    plain.u16(0x4000U | old.ipv4.frag_off);
+    plain.u8(old.ipv4.ttl);
+    plain.u8(6);
+    plain.u16(0);
+    plain.raw(is_answer ? &old.ipv4.daddr : &old.ipv4.saddr, 4);
+    plain.raw(is_answer ? &old.ipv4.saddr : &old.ipv4.daddr, 4);
+    plain.put16(24, checksum(plain.at(kIpv4At), 20));
+    const tcp_view& tcp = old.tcp;
+    plain.u16(is_answer ? tcp.dest : tcp.source);
+    plain.u16(is_answer ? tcp.source : tcp.dest);
+    plain.u32(is_answer ? tcp.ack_seq : tcp.seq);
+    plain.u32(is_answer ? tcp.seq + old.data_len : tcp.ack_seq);
+    plain.u8(0x50);
+    const std::uint32_t flags = is_answer ? 16U
+                                          : tcp.urg << 5U | tcp.ack << 4U | tcp.psh << 3U |
+                                                tcp.rst << 2U | tcp.syn << 1U | tcp.fin;
+    plain.u8(tcp.reserved_flags << 6U | flags);
+    plain.u16(65535);
+    plain.u32(0);
+    plain.put16(kTcpAt + 16, tcp_sum(job.record, plain.at(kTcpAt)));
+    plain.require_is(out, 54, "a segment");
+    // The record has the addresses in host order now, and the texts of the frame that it was.
+    const ipv4_view& ip = job.record.ipv4;
+    require(ip.saddr == ntohl(is_answer ? old.ipv4.daddr : old.ipv4.saddr) &&
+                ip.daddr == ntohl(is_answer ? old.ipv4.saddr : old.ipv4.daddr) &&
+                job.record.data_len == (is_answer ? 0 : old.data_len) &&
+                std::memcmp(job.record.str_source_mac, old.str_source_mac, ZXFRAME_MAC_TEXT_SIZE) ==
+                    0 &&
+                zx::fuzz::take_said().empty(),
+            "the record of a segment");
 }
 
 void build_ack(Job& job) {
     std::uint8_t* const out = frames().fill(54, kUntouched);
-    job.record.ipv4.frag_off = 0;
     require(zxframe_api_buildTcpAck(&job.record, out) == 54, "an acknowledgment");
+    require_segment(job, out, true);
     require_valid(out, 54);
 }
 
@@ -324,12 +529,77 @@ void build_data(Job& job) {
     const std::size_t payload = job.record.data_len;
     std::uint8_t* const out = frames().fill(54, kUntouched);
     require(zxframe_api_buildTcpData(&job.record, out) == static_cast<std::int32_t>(54 + payload),
-            "a segment");
+            "the length of a segment");
+    require_segment(job, out, false);
     if (payload <= ZXFRAME_DATA_SIZE) {
         std::string frame(out, out + 54);
         frame.append(job.record.data, job.record.data + payload);
         require_valid(reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size());
     }
+}
+
+// The type of a message and that of its record, by version and action.
+std::uint32_t igmp_type(const igmp_req& request) {
+    constexpr std::uint32_t kTypes[][2] = {{0, 0}, {0x12, 0}, {0x16, 0x17}, {0x22, 0x22}, {0, 0}};
+    return request.action == ZXFRAME_IGMP_QUERY ? 0x11
+           : request.action == ZXFRAME_IGMP_JOIN || request.action == ZXFRAME_IGMP_LEAVE
+               ? kTypes[request.version][request.action - ZXFRAME_IGMP_JOIN]
+               : 0;
+}
+std::uint32_t igmp_record_type(const igmp_req& request) {
+    return request.version != 3                   ? 0
+           : request.action == ZXFRAME_IGMP_JOIN  ? (request.mode == 1 ? 5 : 4)
+           : request.action == ZXFRAME_IGMP_LEAVE ? (request.mode == 1 ? 6 : 3)
+                                                  : 0;
+}
+
+// Returns its lines, too.
+std::string add_igmp(Plain& plain, const Job& job, const igmp_req& request) {
+    static ether_ctt unused;
+    unused.print_flag = job.record.print_flag;
+    zx::fuzz::FrameModel lines(unused, zxlog_api_getLoglevel());
+    const std::uint32_t type = igmp_type(request);
+    const std::uint32_t record_type = igmp_record_type(request);
+    const std::size_t begin = plain.size();
+    const bool is_report = record_type != 0;
+    const bool is_query = request.action == ZXFRAME_IGMP_QUERY;
+    const bool is_listed =
+        request.action == ZXFRAME_IGMP_JOIN || request.action == ZXFRAME_IGMP_LEAVE;
+    if (!is_report && !is_query && !(is_listed && request.version >= 1 && request.version <= 2)) {
+        return "";
+    }
+    plain.u8(type);
+    plain.u8(0);
+    plain.u16(0);
+    if (is_report) {
+        plain.u32(1);
+        plain.u8(record_type);
+        plain.u8(0);
+        plain.u16(request.source_count);
+    }
+    plain.ip(request.group);
+    for (std::size_t i = 0; is_report && i < request.source_count; ++i) {
+        plain.ip(request.sources[i]);
+    }
+    const std::size_t size = plain.size() - begin;
+    const std::uint32_t sum = checksum(plain.at(begin), size);
+    plain.put16(begin + 2, sum);
+    lines.dump("=============== IGMP data info(datalen:%zu)===============", size);
+    lines.dump("type :0x%02x", type);
+    if (is_report) {
+        lines.dump("Reserved :00000");
+        lines.dump("Checksum:0x%04x", sum);
+        lines.dump("Reserved :0000");
+        lines.dump("Num Group Records :1");
+        lines.dump("Record Type:%u sec", record_type);
+        lines.dump("Rux Data:0 sec");
+        lines.dump("Num Src:%d sec", request.source_count);
+    } else {
+        lines.dump("Max Resp Time:0 sec");
+        lines.dump("Checksum:0x%04x", sum);
+    }
+    lines.dump("Multicast Addr:%s", zx::fuzz::ip_text(inet_addr(request.group)).c_str());
+    return lines.said();
 }
 
 void build_igmp(Job& job) {
@@ -347,21 +617,43 @@ void build_igmp(Job& job) {
         job.control.take<std::uint16_t>() % (has_many ? 65536U : ZXFRAME_IGMP_SOURCES + 1U));
     const bool has_too_many = request.source_count > ZXFRAME_IGMP_SOURCES;
     for (std::size_t i = 0; !has_too_many && i < request.source_count; ++i) {
-        (i % 2 == 0 ? job.source_ip : job.dest_ip).put(request.sources[i], false);
+        (i % 2 == 0 ? job.source_ip : job.dest_ip).put(request.sources[i]);
     }
-    const std::size_t sources = has_too_many ? 0 : request.source_count;
-    const std::size_t size = 54 + 4 * sources;
+    const bool is_endless = job.variant % 8 == 6 && request.source_count > 0;
+    if (is_endless) {
+        char* const last = request.sources[request.source_count - 1];
+        std::fill_n(last, sizeof request.sources[0], '1');
+    }
+    const std::size_t size = 54 + 4 * std::size_t{has_too_many ? 0U : request.source_count};
     std::uint8_t* const out = frames().fill(size, kUntouched);
     const std::int32_t length = zxframe_api_buildIgmp(&job.record, &request, out);
-    require((length == -1) == (has_too_many || !job.has_texts()), "what is needed for IGMP");
-    if (length == -1) {
-        require(is_untouched(out, size), "nothing written");
-        return;
+    if (job.missing() != nullptr || has_too_many || is_endless) {
+        require(length == -1, "what is needed for IGMP");
+        return job.missing() != nullptr
+                   ? require_refused(out, size, "Param error####%s", job.missing("group"))
+               : has_too_many ? require_refused(out, size, "There are %u IGMP sources,more than %d",
+                                                request.source_count, ZXFRAME_IGMP_SOURCES)
+                              : require_refused(out, size, "Param error####sources");
     }
-    require(checksum(out + kIpv4At, 24) == 0, "the checksum of the IPv4 header");
-    const auto message = static_cast<std::size_t>(length) - 38;
-    require(message == 0 || message == 8 || message == 16 + 4 * sources, "the message's length");
-    require(message == 0 || checksum(out + 38, message) == 0, "the checksum of the message");
+    Plain plain = ethernet(job, 0x0800);
+    // By the version alone: neither the sources nor the short form of a query count.
+    add_ipv4(plain, job, 2, request.version == 3 ? 16 : 8);
+    const std::string lines = add_igmp(plain, job, request);
+    plain.require_is(out, size, "an IGMP message");
+    require(length == static_cast<std::int32_t>(plain.size()), "the length of an IGMP message");
+    require(zxframe_innerapi_getIgmpType(&request) == igmp_type(request) &&
+                zxframe_innerapi_getIgmpRecordType(&request) == igmp_record_type(request),
+            "the types of an IGMP message");
+    const auto headers = [](zx::fuzz::FrameModel& model, const std::uint8_t* wire) {
+        model.ethernet(wire);
+        model.ipv4(wire + kIpv4At);
+        model.dump("router_alert_type: 148");
+        model.dump("router_alert_len: 4");
+        model.dump("router_alert: 0");
+    };
+    require(
+        zx::fuzz::take_said() == require_decoded(job.record, out, plain.size(), headers) + lines,
+        "the lines of an IGMP message");
 }
 
 // The parts of the builders, each with the room that it asks for.
@@ -370,8 +662,15 @@ void build_parts(Job& job) {
     const auto put = [](std::size_t size) { return frames().fill(size, kUntouched); };
     zxframe_innerapi_buildEthrt(&record, job.dest_mac.get(), job.source_mac.get(),
                                 job.control.take<std::uint16_t>(), put(14));
+    const auto counted = job.control.take<std::uint32_t>();
+    std::uint8_t* const ip = put(job.variant == 2 ? 24 : 20);
     zxframe_innerapi_buildIpv4(&record, job.variant, job.source_ip.get(), job.dest_ip.get(),
-                               job.control.take<std::uint32_t>(), put(job.variant == 2 ? 24 : 20));
+                               counted, ip);
+    if (job.source_ip.get() != nullptr && job.dest_ip.get() != nullptr) {
+        Plain plain;
+        add_ipv4(plain, job, job.variant, counted);
+        plain.require_is(ip, plain.size(), "an IPv4 header");
+    }
     igmp_view view = record.igmp;
     zxframe_innerapi_getIgmpData1(&record, &view, put(8));
     const std::size_t sources = std::min<std::size_t>(view.source_count, ZXFRAME_IGMP_SOURCES);
@@ -381,7 +680,9 @@ void build_parts(Job& job) {
 
     zxbuildtcp_ctt& request = tcp_request(job);
     const Options options = set_options(job, request);
-    require(zxframe_innerapi_buildTcpOpt(&request, put(options.written)) == options.written,
+    std::uint8_t* const written = put(options.bytes.size());
+    require(zxframe_innerapi_buildTcpOpt(&request, written) == options.bytes.size() &&
+                std::memcmp(written, options.bytes.data(), options.bytes.size()) == 0,
             "the options");
     zxframe_innerapi_buildTcpPayload(&record, &request, put(20 + options.room()));
     require_checksums(record, put(4 * record.tcp.doff));
@@ -391,6 +692,29 @@ void build_parts(Job& job) {
 }
 
 }  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+// Requests that no seed has: thousands for each builder, after a segment or after noise.
+void zx_fuzz_sweep() {
+    std::minstd_rand engine;
+    std::vector<std::uint8_t> input(zx::fuzz::kControlSize + 200);
+    for (unsigned turn = 0; turn < 16000; ++turn) {
+        for (std::uint8_t& byte : input) {
+            byte = static_cast<std::uint8_t>(engine() >> 8U);
+        }
+        input[0] = 5;  // all is said
+        input[1] = static_cast<std::uint8_t>(turn % 8);
+        if (turn / 8 % 4 != 0) {
+            std::uint8_t* const frame = &input[zx::fuzz::kControlSize];
+            frame[12] = 8;
+            frame[13] = 0;
+            frame[kIpv4At] = 0x45;
+            frame[kIpv4At + 9] = 6;
+        }
+        LLVMFuzzerTestOneInput(input.data(), input.size());
+    }
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static GuardedMemory records(sizeof(ether_ctt));
@@ -417,7 +741,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::copy(frame.begin(), frame.end(), record.data);
 
-    Job job(record, control, frame);
+    static ether_ctt before;
+    before = record;
+    Job job(record, before, control, frame);
     zx::fuzz::take_said();
     constexpr void (*kBuilders[])(Job&) = {build_tcp,  build_udp,  build_arp,  build_ack,
                                            build_data, build_igmp, finish_any, build_parts};

@@ -359,7 +359,6 @@ public:
         dump("target ipaddr:%s", ip_text(arp.target_ip).c_str());
     }
 
-private:
     // A line of a field dump.
     [[gnu::format(printf, 2, 3)]] void dump(const char* fmt, ...) {
         if (record_.print_flag != 0) {
@@ -370,6 +369,7 @@ private:
         }
     }
 
+private:
     ether_ctt& record_;
     Lines lines_;
 };

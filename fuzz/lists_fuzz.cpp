@@ -90,7 +90,9 @@ class Shared {
 public:
     explicit Shared(std::uint32_t keep_seconds) {
         list_.keep_seconds = keep_seconds;
-        require(zxfifo_api_shareListInit(&list_, "fuzz") == 0, "a list");
+        require(zxfifo_api_shareListInit(&list_, "fuzz") == 0 &&
+                    std::strcmp(list_.lock.name, "zxfifo_lock_fuzz") == 0,
+                "a list");
     }
     Shared(const Shared&) = delete;
     Shared& operator=(const Shared&) = delete;
@@ -127,6 +129,16 @@ public:
         }
         require(at == nullptr && list_.tail == (nodes_.empty() ? nullptr : nodes_.back().at),
                 "the end of a list");
+    }
+
+    // A node that becomes so old, and whether it is kept.
+    void age(std::uint64_t by) {
+        in(8);
+        require(list_.newest == g_now, "when the newest node came");
+        g_now += by;
+        zxfifo_api_shareListDropTimeout(&list_);
+        drop();
+        check();
     }
 
 private:
@@ -171,10 +183,13 @@ private:
         node.at->time = node.time;
         zxlock_api_release(&list_.lock, __func__, __LINE__);
     }
-    // A node that looks as if it came from the future is old, too.
+    // A node that looks as if it came from the future is old, too. In 32 bits with a sign, long
+    // times overflow.
     void drop() {
-        while (!nodes_.empty() && (g_now < nodes_.front().time ||
-                                   g_now - nodes_.front().time >= list_.keep_seconds * kSecond)) {
+        const auto keep = static_cast<std::uint64_t>(
+            static_cast<std::int32_t>(list_.keep_seconds * std::uint32_t{kSecond}));
+        while (!nodes_.empty() &&
+               (g_now < nodes_.front().time || g_now - nodes_.front().time >= keep)) {
             nodes_.pop_front();
         }
     }
@@ -201,6 +216,18 @@ private:
 // In front of the logging library's, on which the library's clock stands.
 extern "C" std::uint64_t zxlog_api_us(void) {
     return g_now;
+}
+
+// Times that are longer than seeds have patience.
+void zx_fuzz_sweep() {
+    for (const std::uint32_t seconds : {2147U, 2148U, 4294U, 4295U, 8590U}) {
+        for (const std::uint64_t age :
+             {std::uint64_t{32703}, std::uint64_t{32704}, 2147 * kSecond, 2148 * kSecond,
+              std::uint64_t{UINT32_MAX}, 5000 * kSecond}) {
+            g_now = kStart;
+            Shared(seconds).age(age);
+        }
+    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

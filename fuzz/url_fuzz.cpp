@@ -179,16 +179,23 @@ void check_real_path(GuardedMemory& out, const std::string& url, char* placed) {
     require(zx::fuzz::take_said() == lines.said, "the lines of a URL that is cut");
 }
 
-// The old name goes, and after the new one as much as its ending had.
+// The old name becomes zeros, and so does what the ending had after the new one.
 void check_stream(GuardedMemory& out, const std::string& url, const char* placed,
                   const std::string& folder) {
-    const bool acts = url.size() > 5 && !url.starts_with(folder);
-    char* const stream = out.text("old", url.size() + 9);
-    stream[url.size() + 12] = 'x';
-    std::string expected = acts ? url.substr(0, url.size() - 5) : "old";
-    expected.resize(url.size() + 12);
-    zxt_innerapi_getHlsName(placed, folder.c_str(), stream);
-    require(std::string(stream, url.size() + 13) == expected + 'x', "the name of a stream");
+    const std::size_t size = url.size() + 8;
+    for (const std::string& old : {std::string("old"), std::string(url.size() + 4, 'o')}) {
+        std::string expected(size, 'x');
+        expected.replace(0, old.size() + 1, old + '\0');
+        char* const stream = reinterpret_cast<char*>(out.fill(size, 'x'));
+        std::copy(expected.begin(), expected.end(), stream);
+        if (url.size() > 5 && !url.starts_with(folder)) {
+            const std::string name = url.substr(0, url.size() - 5) + std::string(6, '\0');
+            expected.replace(0, old.size(), old.size(), '\0');
+            expected.replace(0, name.size(), name);
+        }
+        zxt_innerapi_getHlsName(placed, folder.c_str(), stream);
+        require(std::string(stream, size) == expected, "the name of a stream");
+    }
 }
 
 }  // namespace

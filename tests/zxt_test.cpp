@@ -50,35 +50,6 @@ protected:
     zx::test::LogCapture log;
 };
 
-TEST_F(InnerTest, MovesNothingFarther) {
-    std::string text = "abcdefgh";
-    auto* const buf = reinterpret_cast<uint8_t*>(text.data());
-    for (const auto& [offset, len] : {std::pair{2, -1}, {INT32_MIN, 4}, {1, INT32_MAX}}) {
-        EXPECT_EQ(zxt_innerapi_bufOffset(buf, offset, len), -1);
-        EXPECT_THAT(log.take(),
-                    ElementsAre("[ERROR][ZXCOMMON_INNER]Content of " + std::to_string(len) +
-                                " bytes cannot move by " + std::to_string(offset)));
-    }
-    EXPECT_EQ(text, "abcdefgh");
-}
-
-TEST_F(InnerTest, ReportsAValueThatFlaps) {
-    const int8_t cur = 1;
-    int8_t last = 0;
-    uint8_t counter = 5;
-    EXPECT_EQ(zxt_api_isDatatypeChange(&cur, &last, &counter, "video", "on", "off"), 1);
-    EXPECT_THAT(log.take(), ElementsAre("[WARN][ZXCOMMON_INNER][video] data change(1->0)  from  on "
-                                        "to off "));
-}
-
-TEST_F(InnerTest, ClearsTheOldNameAndTheEnding) {
-    std::string name("old\0xxxxxxxxxxxxxx", 18);
-    zxt_innerapi_getHlsName("live/chan1.m3u8", "/vod", name.data());
-    EXPECT_EQ(dotted(name), "live/chan1......xx");
-    zxt_innerapi_getHlsName("a.m3u8", "/vod", name.data());
-    EXPECT_EQ(dotted(name), "a...............xx");
-}
-
 TEST_F(InnerTest, MakesADirectoryAnewBelowThePath) {
     g_hold_commands = true;
     const auto expand = [this](const std::string& name, int result) {
