@@ -332,8 +332,12 @@ zxbuildtcp_ctt& tcp_request(Job& job) {
 // Completes a frame of which the headers stand in `headers`, with a payload elsewhere or near its
 // place. `is_whole`: it is one of TCP, with whole headers.
 void finish(const Job& job, Bytes headers, bool is_whole) {
-    const auto size = job.variant % 8 == 0 ? job.control.take<std::uint32_t>()
-                                           : job.control.take<std::uint16_t>() % 2048U;
+    // Any size, one around the largest that fits, or a usual one.
+    const auto most = static_cast<std::uint32_t>(65535 - (headers.size() - kIpv4At));
+    const std::uint32_t size = job.variant % 16 == 0 ? job.control.take<std::uint32_t>()
+                               : job.variant % 16 == 8
+                                   ? most - 2 + job.control.take<std::uint8_t>() % 4U
+                                   : job.control.take<std::uint16_t>() % 2048U;
     const std::size_t room = size <= 65535 ? size : 0;  // more fits into no packet
     const std::size_t shift = job.control.take_below(16);
     static GuardedMemory payloads(kRoom);
@@ -348,7 +352,7 @@ void finish(const Job& job, Bytes headers, bool is_whole) {
     const std::string before(frame, frame + headers.size());
     zx::fuzz::take_said();
     const std::int32_t length = zxframe_api_finishTcp(frame, payload, size);
-    const bool fits = size <= 65535 - (headers.size() - kIpv4At);
+    const bool fits = size <= most;
     require((length < 0) == !(is_whole && fits), "what is finished");
     if (length < 0) {
         zx::fuzz::Lines lines{"NETFRAME", zxlog_api_getLoglevel()};
