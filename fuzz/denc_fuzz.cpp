@@ -64,6 +64,7 @@ void check_md5(Arena& arena, const Pair& at) {
                       }
                       return 16;
                   });
+    require(g_sizes.empty(), "MD5 gives its copies back");
 }
 
 auto state_of(const SHA1Context& context) {

@@ -503,10 +503,12 @@ void require_segment(const Job& job, const std::uint8_t* out, bool is_answer) {
     plain.u32(is_answer ? tcp.ack_seq : tcp.seq);
     plain.u32(is_answer ? tcp.seq + old.data_len : tcp.ack_seq);
     plain.u8(0x50);
-    const std::uint32_t flags = is_answer ? 16U
-                                          : tcp.urg << 5U | tcp.ack << 4U | tcp.psh << 3U |
-                                                tcp.rst << 2U | tcp.syn << 1U | tcp.fin;
-    plain.u8(tcp.reserved_flags << 6U | flags);
+    const std::uint32_t bits[] = {tcp.fin, tcp.syn, tcp.rst, tcp.psh, tcp.ack, tcp.urg};
+    std::uint32_t flags = std::uint32_t{tcp.reserved_flags} << 6U;
+    for (unsigned i = 0; i < std::size(bits); ++i) {
+        flags |= is_answer ? 16U : bits[i] << i;
+    }
+    plain.u8(flags);
     plain.u16(65535);
     plain.u32(0);
     plain.put16(kTcpAt + 16, tcp_sum(job.record, plain.at(kTcpAt)));
