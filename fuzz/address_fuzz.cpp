@@ -376,7 +376,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static GuardedMemory masks(kMaxText);
     static GuardedMemory out(kMaxText);
 
-    // Two texts with a NUL between them, behind the log level.
+    // The log level, and two texts with a NUL between them.
     Input input({data, std::min<std::size_t>(size, kMaxText / 2)});
     zxlog_api_setLoglevel(input.take<std::uint8_t>() % 6);
     const Bytes both = input.rest();

@@ -83,6 +83,8 @@ public:
         check();
         zxmem_api_deinit();
         zxmem_api_init(0);
+        is_on_ = is_ready_ = false;
+        check();
     }
 
     void run(Input& input) {
