@@ -16,7 +16,7 @@ find "$folder" -name '*.pcap*' -print0 | sort -z |
 cut -f1 "$work/files" | tr '\n' '\0' | xargs -0 mergecap -a -F pcapng -w "$work/merged"
 tshark -r "$work/merged" -Y frame.encap_type -w "$work/packets" 2>/dev/null
 editcap -F pcap -T ether "$work/packets" "$work/frames"
-# tshark shows what lies behind the snapshot length of the file's header, libpcap cuts it off.
+# tshark shows what lies after the snapshot length of the file's header, libpcap cuts it off.
 printf '\xff\xff\x03\x00' | dd of="$work/frames" bs=1 seek=16 conv=notrunc status=none
 
 names=(frame.number frame.cap_len eth.dst eth.src eth.type

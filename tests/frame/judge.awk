@@ -11,7 +11,7 @@ function end_of_file() {
     number = 0
 }
 
-# Kinds and lengths of the options up to the end of the list, which the decoder reads on behind; and
+# Kinds and lengths of the options up to the end of the list, although the decoder reads on; and
 # up to the first kind that it does not know, which ends its list.
 function options(kinds, lengths, from_decoder,    kind, length_of, n, i, used, list) {
     n = split(kinds, kind, ",")
@@ -45,7 +45,7 @@ FNR == 1 {
     tcp_size = tshark["tcp.hdr_len"] + 0
     udp_size = tshark["udp.length"] + 0  # with the payload
 
-    # Which headers are there: those that lie behind each other without anything between.
+    # Which headers are there: those that follow each other without anything between.
     split("", good)
     good["frame"] = 1
     good["eth"] = captured >= 0
