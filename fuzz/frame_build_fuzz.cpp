@@ -635,6 +635,11 @@ void build_igmp(Job& job) {
     const std::int32_t length = zxframe_api_buildIgmp(&job.record, &request, out);
     if (job.missing() != nullptr || has_too_many || is_endless) {
         require(length == -1, "what is needed for IGMP");
+        const std::string said = zx::fuzz::g_said;
+        require(!(has_too_many || is_endless) ||
+                    zxframe_innerapi_buildIgmp(&job.record, &request, out) == 0,
+                "what is needed for its message");
+        zx::fuzz::g_said = said;
         return job.missing() != nullptr
                    ? require_refused(out, size, "Param error####%s", job.missing("group"))
                : has_too_many ? require_refused(out, size, "There are %u IGMP sources,more than %d",

@@ -76,8 +76,10 @@ bool check_names() {
     for (unsigned kind = 0; kind < 40; ++kind) {
         for (unsigned len = 0; len < 256; len += len < 20 ? 1 : 47) {
             put(54, kind << 8U | len);
-            put(56, kind << 8U | len);
-            check();
+            for (const unsigned first : {kind, 1U}) {
+                put(56, first << 8U | len);
+                check();
+            }
         }
     }
     return true;
@@ -406,6 +408,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     g_matches = -1;
     Wanted::is_gone = false;
+    zx::fuzz::Lines lines{"NETFRAME", level};
+    if (conditions.any()) {
+        lines.say(1, "Param error####frame_buf");
+    }
+    zx::fuzz::take_said();
+    require(zxframe_api_filterFrame(nullptr, nullptr, &filter) == (conditions.any() ? 0 : 1) &&
+                zx::fuzz::take_said() == lines.said,
+            "no frame");
 
     record.print_flag = expected.print_flag = print_flag;
     check_layer(layer, record, expected, frame);

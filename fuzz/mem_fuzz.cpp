@@ -85,6 +85,10 @@ public:
         zxmem_api_init(0);
         is_on_ = is_ready_ = false;
         check();
+        char page[] = "<p>";
+        zxmem_api_info(page, nullptr);
+        lines_.say(1, "Param error####text");
+        require(zx::fuzz::take_said() == lines_.said && page == std::string("<p>"), "no text");
     }
 
     void run(Input& input) {
