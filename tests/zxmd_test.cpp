@@ -3,22 +3,22 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
+#include <linux/capability.h>
 #include <signal.h>
-#include <sys/resource.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
 #include "child.hpp"
 #include "log_capture.hpp"
-#include "zxt.h"
 
 namespace {
 
@@ -42,7 +42,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class FileTest : public testing::Test {
 protected:
@@ -91,22 +90,6 @@ TEST_F(FileTest, ReadsAndTerminatesWhereThereIsRoom) {
     }
 }
 
-TEST_F(FileTest, WritesAppendsAndCounts) {
-    const std::string path = dir + "/out", missing = dir + "/missing", unsafe = dir + "/a;b";
-    EXPECT_EQ(zxmd_api_write(path.c_str(), data, 9, "w"), 9);
-    EXPECT_EQ(zxmd_api_write(path.c_str(), data, 4, "w"), 4);
-    EXPECT_EQ(zxmd_api_writea(path.c_str(), data, 2), 2);
-    EXPECT_EQ(content(path), "012301");
-    EXPECT_EQ(zxmd_api_write(missing.c_str(), data, 3, "r+"), -1);
-    EXPECT_EQ(zxmd_api_write(missing.c_str(), data, 3, "r+"), 3) << "the next call finds it";
-    EXPECT_EQ(zxmd_api_write(unsafe.c_str(), data, 3, "r+"), -1);
-    EXPECT_THAT(g_commands, ElementsAre("touch " + missing + " "));
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]Open (" + missing + ") failed",
-                                        "[ERROR][ZXMD]Open (" + unsafe + ") failed"));
-    EXPECT_EQ(zxmd_api_write("/dev/full", data, 4, "w"), 0);
-    EXPECT_EQ(data[0], '\0') << "marks where the write stopped";
-}
-
 TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     const std::string path = put("file", "old"), side = path + "_tmp";
     const std::string copy = "cp  -fr    " + side + "  " + path + "  > /dev/null";
@@ -126,64 +109,6 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read);
     EXPECT_TRUE(fs::is_symlink(path));
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
-
-    g_commands.clear();
-    for (const std::string& refused : {dir + "/a b", dir + "/$(id)", std::string("-f"),
-                                       std::string("~root/x"), "/" + std::string(247, 'x')}) {
-        EXPECT_EQ(zxmd_api_writeProtect(refused.c_str(), data, 5), -1);
-        EXPECT_THAT(log.take(),
-                    ElementsAre("[ERROR][ZXMD]Path(" + refused + ") is not fit for a command"));
-    }
-    EXPECT_THAT(g_commands, IsEmpty());
-}
-
-// Of a disk of 1024 KiB and of a limit of the size of files.
-TEST_F(FileTest, LosesNothingWhereTheNewContentDoesNotFit) {
-    const struct {
-        std::size_t old_size, size, limit, written;  // KiB
-        const char* line;
-    } cases[] = {
-        {400, 500, 1024, 500, ""},  // cp empties the old file first
-        {300, 900, 1024, 724, "write (x_tmp) failed"},
-        {1024, 1, 1024, 0, "write (x_tmp) failed"},
-        {100, 300, 200, 200, "write (x_tmp) failed"},
-        {100, 600, 1024, 0, "inner error:cmd [cp  -fr    x_tmp  x] failed"},
-        {0, 600, 1024, 0, "inner error:cmd [cp  -fr    x_tmp  x] failed"},
-    };
-    signal(SIGXFSZ, SIG_IGN);
-    for (const auto& [old_size, size, limit, written, line] : cases) {
-        const std::string told = zx::test::in_child([&, was = old_size, is = size, most = limit] {
-            if (!zx::test::own_disk(dir, "size=1m") || chdir(dir.c_str()) != 0) {
-                return std::string("skip");
-            }
-            const std::string old(was << 10U, 'o');
-            std::string text(is << 10U, 'n');
-            if (was != 0) {
-                put("x", old);
-            }
-            const rlimit files{most << 10U, most << 10U};
-            setrlimit(RLIMIT_FSIZE, &files);
-            const int32_t result =
-                zxmd_api_writeProtect("x", text.data(), static_cast<uint32_t>(text.size()));
-            const std::string now = content("x");
-            std::string all = std::to_string(result < 0 ? result : result / 1024) +
-                              (now == old    ? " old"
-                               : now == text ? " new"
-                                             : " lost") +
-                              (zxmd_api_isFileExsit("x_tmp") != 0 ? " side" : "");
-            for (const std::string& said : log.take()) {
-                all += " " + said;
-            }
-            return all;
-        });
-        if (told == "skip") {
-            GTEST_SKIP() << "only an administrator has a disk of its own";
-        }
-        const std::string_view says(line);
-        EXPECT_EQ(told, std::to_string(says.starts_with("inner") ? -1 : static_cast<int>(written)) +
-                            (says.empty() ? " new" : " old [ERROR][ZXMD]" + std::string(says)));
-    }
-    signal(SIGXFSZ, SIG_DFL);
 }
 
 // Calls that wait for the other end of a FIFO, until they moved four bytes.
@@ -199,10 +124,6 @@ public:
             default:
                 return zxmd_api_write(fifo.c_str(), out, 4, "w");
         }
-    }
-    static auto open_files() {
-        const fs::directory_iterator files("/proc/self/fd");
-        return std::distance(begin(files), end(files));
     }
 
     const std::string fifo = dir + "/fifo";
@@ -229,61 +150,7 @@ TEST_P(WaitingTest, GoesOnOverSignals) {
               "4");
 }
 
-TEST_P(WaitingTest, LeavesNothingWhenItsThreadIsCancelled) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
-#endif
-    const auto worker = [](void* test) -> void* {
-        static_cast<WaitingTest*>(test)->wait();
-        return nullptr;
-    };
-    const auto before = open_files();
-    for (const bool is_open : {false, true}) {
-        const int other_end = is_open ? open(fifo.c_str(), O_RDWR | O_CLOEXEC) : -1;
-        pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, nullptr, worker, this), 0);
-        usleep(50000);
-        pthread_cancel(thread);
-        pthread_join(thread, nullptr);
-        close(other_end);
-        EXPECT_EQ(open_files(), before);
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(All, WaitingTest, testing::Range(0, 3));
-
-TEST_F(FileTest, TellsSizeTypeAndName) {
-    const std::string path = put("five", "abcde"), longer(1024, 'x');
-    EXPECT_EQ(zxmd_api_getFileSize(("file://" + path).c_str()), 5U);
-    EXPECT_EQ(zxmd_api_getFileSize(longer.c_str()), 0U);
-    EXPECT_THAT(log.take(),
-                ElementsAre("[WARN][ZXMD]There is a bug that buf1 (1024 < 1025)(" + longer +
-                                "),please fix!!",
-                            "[ERROR][ZXMD]stat " + longer + " failed(36,File name too long)"));
-    EXPECT_STREQ(zxmd_api_getFileType(dir.c_str()), "diretory");
-    EXPECT_STREQ(zxmd_api_getFileType("/proc/self/exe"), "symbolic link");
-    EXPECT_STREQ(zxmd_api_getFileType("/nowhere/x"), "error");
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]lstat /nowhere/x error"));
-    std::string fit;
-    for (const char* name : {"a.ts", ".ts", "a.mp3", "b.mp4", "ts", "a.TS", "a.ts.gz", ""}) {
-        fit += std::to_string(zxmd_api_fileFormatFilter(name));
-    }
-    EXPECT_EQ(fit, "11110000");
-}
-
-TEST_F(FileTest, RotatesAMessageFileAboveItsLimit) {
-    const std::string path = put("run.log", ""), unsafe = put("a&b", "");
-    fs::resize_file(unsafe, ZXMD_MSG_FILE_LIMIT + 1);
-    zxmd_api_newMsgFile(unsafe.c_str());
-    for (const uint64_t over : {0U, 1U}) {
-        EXPECT_THAT(g_commands, IsEmpty());
-        fs::resize_file(path, ZXMD_MSG_FILE_LIMIT + over);
-        zxmd_api_newMsgFile(path.c_str());
-    }
-    EXPECT_THAT(g_commands, ElementsAre(testing::MatchesRegex("  mv  " + path + "  " + path +
-                                                              "_20[0-9]{12}\\.txt")));
-    EXPECT_EQ(zxmd_api_isFileExsit(path.c_str()), 0);
-}
 
 TEST_F(FileTest, RandomValuesStayInsideTheirBounds) {
     for (uint32_t len = 0; len < 40; ++len) {
@@ -298,18 +165,90 @@ TEST_F(FileTest, RandomValuesStayInsideTheirBounds) {
     }
 }
 
-TEST(Base64Test, CodesThePublishedTexts) {
-    constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::vector<uint8_t> plain;  // RFC 4648, section 10: no letter of "foobar", one, and so on
-    for (const char* coded : {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"}) {
-        const auto size = static_cast<uint32_t>(plain.size());
-        char text[ZXMD_BASE64_SIZE(6)] = "";  // without bytes nothing is written
-        EXPECT_EQ(zxmd_api_ascii2Base64(kStandard, plain.data(), size, text), std::strlen(coded));
-        EXPECT_STREQ(text, coded);
-        std::vector<uint8_t> back(6);
-        back.resize(zxmd_api_base642Ascii(kStandard, coded, back.data()));
-        EXPECT_EQ(back, plain);
-        plain.push_back(static_cast<uint8_t>("foobar"[size]));
+void set_capabilities(std::uint32_t wanted) {
+    __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct sets[2] = {{wanted, wanted, wanted}};
+    EXPECT_EQ(syscall(SYS_capset, &head, sets), 0);
+    for (unsigned i = 0; i < 32; ++i) {
+        if ((wanted & 1U << i) != 0) {
+            EXPECT_EQ(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, i, 0, 0), 0);
+        }
+    }
+}
+
+bool has_capabilities() {
+    __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[2]{};
+    syscall(SYS_capget, &head, sets);
+    return (sets[0].permitted | sets[0].inheritable | sets[1].permitted) != 0;
+}
+
+TEST(UserTest, IsChangedForGood) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only an administrator may change the user";
+    }
+    constexpr uid_t kNobody = 65534;
+    const struct {
+        uid_t user, saved;
+        bool keeps_capabilities;
+        std::uint32_t capabilities;
+    } starts[] = {
+        {0, 0, false, 0},    // an administrator
+#ifndef __SANITIZE_THREAD__  // whose own thread would have to have the capabilities, too
+        {0, 0, true, 0},
+        {1000, 1000, true, 1U << CAP_SETUID | 1U << CAP_SETGID},
+        {kNobody, 0, true, 0},                        // who could go back to root
+        {kNobody, kNobody, true, 1U << CAP_NET_RAW},  // which is of no use here
+#endif
+    };
+    for (const auto& start : starts) {
+        const std::string result = zx::test::in_child([&] {
+            zx::test::LogCapture log;
+            const std::size_t count = start.user == kNobody ? 0 : 1;
+            gid_t groups[8] = {0};
+            EXPECT_EQ(setgroups(count, groups), 0);
+            EXPECT_EQ(setresgid(start.user, start.user, start.saved), 0);
+            prctl(PR_SET_KEEPCAPS, start.keeps_capabilities ? 1 : 0);
+            EXPECT_EQ(setresuid(start.user, start.user, start.saved), 0);
+            if (start.user != 0) {
+                set_capabilities(start.capabilities);
+            }
+            EXPECT_EQ(zxmd_api_changeUser("nobody"), 0);
+            EXPECT_EQ(getgroups(8, groups), count) << "without those of the administrator";
+            EXPECT_EQ(count == 0 || groups[0] == kNobody, true);
+            EXPECT_EQ(getgid(), kNobody);
+            EXPECT_EQ(has_capabilities(), false);
+            EXPECT_EQ(setuid(0) + setgid(0), -2) << "there is no way back";
+            EXPECT_EQ(zxmd_api_changeUser("root"), -2);
+            EXPECT_THAT(log.take(),
+                        ElementsAre("[INFO][ZXMD]Changed process user id to 'nobody'",
+                                    "[ERROR][ZXMD]ERROR: can't change group id: setgid"));
+            return std::string(testing::Test::HasFailure() ? "failed" : "changed");
+        });
+        EXPECT_EQ(result, "changed") << &start - starts;
+    }
+}
+
+TEST(HostTest, ADirectoryIsNoProgram) {
+    EXPECT_NE(zx::test::in_child([] {
+                  const bool has_one = zx::test::own_disk("/usr/local/bin", "") &&
+                                       fs::create_directory("/usr/local/bin/directory");
+                  return std::to_string(has_one && zxmd_api_isInstallByBin("directory") != 0);
+              }),
+              "1");
+}
+
+TEST(OptionTest, PrintsOptionsEveryTimeAnew) {
+    char texts[][8] = {"program", "-a", "-bvalue", "-c", "rest"};
+    char* argv[] = {texts[0], texts[1], texts[2], texts[3], texts[4], nullptr};
+    opterr = 0;
+    for (int turn = 0; turn < 2; ++turn) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(zxmd_api_parseOpt(5, argv, "ab:"), 3);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "optopt=a, optarg=\nresult =a,\n"
+                  "optopt=b, optarg=value\nresult =b,\n"
+                  "optopt=c, optarg=\nresult =?,\n");
     }
 }
 

@@ -9,9 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <functional>
-#include <tuple>
 #include <vector>
 
 #include "log_capture.hpp"
@@ -20,24 +18,9 @@
 
 namespace {
 
-std::string g_command;
-int g_status = 0;
-
-}  // namespace
-
-// In place of the C library's, also for the library under test.
-extern "C" [[gnu::visibility("default")]] int system(const char* command) {
-    g_command = command;
-    return g_status;
-}
-
-namespace {
-
-using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 
 // A socket on the loopback interface, bound to a free port.
 struct Socket {
@@ -93,98 +76,6 @@ TEST_F(NetTest, TriesARefusedConnectionUntilTheDeadline) {
     EXPECT_EQ(last_line(0, 1),
               "[WARN][NETWORK]tryconnect num(1),socketconnect failed,"
               "tcpi_state:0-tcpstate (?):unkonw,timeout:0");
-}
-
-TEST_F(NetTest, PollsSeveralDescriptors) {
-    ASSERT_EQ(send(theirs, "xy", 2, MSG_OOB), 2);
-    ASSERT_EQ(zxnet_api_waitFd(ours, ZXNET_WAIT_READ), 1);
-    pollfd_ctt fds[] = {{ours, 7, 99}, {-1, 1, 99}, {theirs, 1, 99}};
-    EXPECT_EQ(zxnet_api_poll(fds, 3, 1000), 3);
-    EXPECT_EQ(fds[0].revents, 7);
-    EXPECT_EQ(fds[1].revents + fds[2].revents, 0);
-
-    EXPECT_EQ(zxnet_api_poll(fds + 2, 1, 1), 0);
-    EXPECT_EQ(zxnet_api_poll(fds + 1, 1, 10000), 0) << "at once";
-    fds[2].fd = 1024;
-    EXPECT_EQ(zxnet_api_poll(fds, 3, 0), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Poll fd(1024) is out of range(0~1023)"));
-}
-
-TEST_F(NetTest, WaitsForADescriptorInSlices) {
-    const auto start = Clock::now();
-    EXPECT_EQ(zxnet_api_waitFd(ours, 0), -1);
-    EXPECT_EQ(zxnet_api_waitFdTimeout(ours, 2, 1), -1);
-    EXPECT_GE(Clock::now() - start, milliseconds(890)) << "seven slices and two";
-    ASSERT_EQ(write(theirs, "x", 1), 1);
-    EXPECT_EQ(zxnet_api_waitFd(ours, 0), 1);
-    EXPECT_EQ(zxnet_api_waitFdTimeout(ours, ZXNET_WAIT_WRITE, UINT32_MAX), 1);
-    EXPECT_EQ(zxnet_api_waitFdTimeout(ours, 0, 0), -1) << "the last slice does not count";
-    EXPECT_EQ(zxnet_api_waitFdTimeout(1024, 0, 5), -1);
-}
-
-TEST_F(NetTest, ReceivesWhatIsThere) {
-    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 16, ZXNET_NO_WAIT), ZXNET_IO_ERROR) << "nothing yet";
-    ASSERT_EQ(write(theirs, "abc", 3), 3);
-    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 2, 100), 2);
-    EXPECT_EQ(zxnet_api_epollRecv3(ours, buf + 2, 14), 1);
-    EXPECT_STREQ(buf, "abc");
-    shutdown(theirs, SHUT_WR);
-    ASSERT_EQ(zxnet_api_waitFd(ours, ZXNET_WAIT_READ), 1);
-    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 16, ZXNET_NO_WAIT), 0);
-    EXPECT_EQ(zxnet_api_epollRecv(ours, buf, 3000000000U, 1000), ZXNET_HANGUP);
-    const std::string abnormal = "The TCP connection is abnormal tcpstate (8-close_wait):";
-    EXPECT_THAT(
-        log.take(),
-        ElementsAre("[ERROR][NETWORK]recv error(" + std::to_string(ours) +
-                        "): 11 Resource temporarily unavailable\n",
-                    "[WARN][NETWORK]Recv len(-1294967296) is out of range(0~2147483646),set to "
-                    "2147483646",
-                    "[WARN][NETWORK]" + abnormal,
-                    "[WARN][NETWORK]Epoll returns data quickly, but cannot read it. " + abnormal));
-}
-
-TEST_F(NetTest, SendsInPiecesOfAnEthernetPayload) {
-    int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
-    std::string data(3000, 'd');
-    EXPECT_EQ(zxnet_api_epollSend3(pair[0], data.data(), 3000), 3000);
-    EXPECT_EQ(zxnet_api_epollSend(pair[0], data.data(), 3000, ZXNET_NO_WAIT), 3000);
-    for (const ssize_t piece : {1400, 1400, 200, 3000}) {
-        EXPECT_EQ(recv(pair[1], data.data(), data.size(), 0), piece);
-    }
-    EXPECT_EQ(zxnet_api_epollSend2(pair[0], nullptr, 0, 100), 0);
-    close(pair[1]);
-    EXPECT_EQ(zxnet_api_epollSend2(pair[0], data.data(), 3000, 100), ZXNET_HANGUP);
-    EXPECT_EQ(zxnet_api_epollSend(pair[0], "x", 1, ZXNET_NO_WAIT), ZXNET_IO_ERROR) << "no SIGPIPE";
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][NETWORK]Send info data error",
-                                        "[ERROR][NETWORK]send error(" + std::to_string(pair[0]) +
-                                            "): 32 Broken pipe\n"));
-    close(pair[0]);
-}
-
-TEST_F(NetTest, DescribesTcpStates) {
-    char text[ZXNET_TCP_STATE_TEXT_SIZE] = "kept";
-    uint8_t info[ZXNET_TCP_INFO_SIZE];
-    EXPECT_EQ(zxnet_api_isTcpStateOK(ours, info, text), 1);
-    EXPECT_EQ(info[0], 1);
-    EXPECT_STREQ(text, "kept");
-    EXPECT_EQ(zxnet_api_isTcpStateOK(server.fd, nullptr, text), 0);
-    EXPECT_STREQ(text, "tcpstate (10-listen):");
-    EXPECT_EQ(zxnet_api_isTcpStateOK(-1, nullptr, text), 0);
-    EXPECT_STREQ(text, "getsockopt TCP_INFO failed");
-    EXPECT_STREQ(zxnet_api_getTcpStateString(12, text), "tcpstate (?):unkonw");
-}
-
-TEST_F(NetTest, BindsToADevice) {
-    const Socket fresh(SOCK_DGRAM);
-    EXPECT_EQ(zxnet_api_bindIface(-1, ""), 0);
-    if (zxnet_api_bindIface(fresh.fd, "lo") != 0) {
-        GTEST_SKIP() << "binding to a device is not permitted here";
-    }
-    EXPECT_THAT(log.take(), ElementsAre("[DEBUG][NETWORK]--------------pifname----lo"));
-    socklen_t size = sizeof buf;
-    getsockopt(fresh.fd, SOL_SOCKET, SO_BINDTODEVICE, buf, &size);
-    EXPECT_STREQ(buf, "lo");
 }
 
 // A timer whose signal, which restarts no call, comes every few milliseconds; the fifth one calls
@@ -309,29 +200,6 @@ TEST_F(NetTest, CancelledWaitRemovesItsDescriptor) {
     waiting.join();
     EXPECT_EQ(zxepoll_add(epfd, ours, EPOLLIN), 0);
     zxepoll_close(&epfd);
-}
-
-TEST_F(NetTest, ProbesHosts) {
-    const uint16_t port = ntohs(server.address.sin_port);
-    EXPECT_EQ(zxnet_api_isReachable("localhost", port), 1);
-    EXPECT_EQ(zxnet_api_isReachable("no such host", port), 0);
-    EXPECT_EQ(zxnet_api_isReachable("localhost", 65536U + port), 0);
-
-    const std::string longest(103, 'h');
-    const std::vector<std::tuple<std::string, int, std::string>> cases{
-        {longest, 1, "ping -c 1  -s 16  -W 2 " + longest + "   > /dev/null"},
-        {"fe80::1%eth0", 0, "ping -c 1  -s 16  -W 2 fe80::1%eth0   > /dev/null"},
-        {longest + "h", 0, ""},
-        {"", 0, ""},
-        {"-f", 0, ""},
-        {"a;reboot", 0, ""},
-    };
-    for (const auto& [host, result, command] : cases) {
-        g_command.clear();
-        g_status = host == longest ? 0 : 256;
-        EXPECT_EQ(zxnet_api_ping(host.c_str()), result) << host;
-        EXPECT_EQ(g_command, command);
-    }
 }
 
 }  // namespace

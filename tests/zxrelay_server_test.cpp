@@ -306,8 +306,13 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
         kill(before, i < 10 ? SIGKILL : SIGTERM);  // which ends the worker alone
         EXPECT_TRUE(comes_true([&] { return worker() != before && serves(); }));
     }
-    EXPECT_THAT(contents(dir / "log"),
-                testing::AllOf(testing::StartsWith("["), HasSubstr("by signal:Kill, unblockable")));
+    EXPECT_THAT(
+        contents(dir / "log"),
+        testing::AllOf(
+            testing::StartsWith("["), HasSubstr("[INFO][ZXMD]I am father\r\n"),
+            testing::ContainsRegex(
+                "\\[ERROR\\]\\[ZXMD\\]child\\[[0-9]+\\] is end by signal:Kill, unblockable\r\n"),
+            testing::ContainsRegex("\\[INFO\\]\\[ZXMD\\]child\\[[0-9]+\\] has exited\r\n")));
     signal_supervisor(SIGKILL);
     expect_nothing_left();
 }

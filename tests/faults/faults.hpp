@@ -38,12 +38,15 @@ struct Fallible {
 extern std::string g_directory;
 
 // Replaces the imports once. Commands and paths are kept within the directory, the clock is fast,
-// and nothing of the machine is set. Returns imports that are neither fallible by the table nor
-// known to need no test.
+// and nothing of the machine is set; what would have been done is logged after a "$". Returns
+// imports that are neither fallible by the table nor known to need no test.
 std::vector<std::string> take_over_calls();
 
 // Counts calls from now on, also those of child processes, and lets those of the fault fail.
 void arm(const Fault& fault);
+
+// The libraries' clock, which is fast.
+std::uint64_t fast_us();
 
 // Whether calls count, as the preparation of a scenario does not. Returns what was so before.
 bool count_calls(bool on);

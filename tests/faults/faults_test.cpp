@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -18,6 +19,7 @@
 #include <fstream>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "child.hpp"
 #include "log_capture.hpp"
@@ -30,6 +32,7 @@ namespace zx::test {
 namespace {
 
 LogCapture* g_log;
+std::vector<std::string> g_said;  // all that was logged in this process, and its commands
 
 }  // namespace
 
@@ -37,6 +40,7 @@ std::string complaints() {
     std::string text;
     for (const std::string& line : g_log->take()) {
         text += line.starts_with("[ERROR]") || line.starts_with("[WARN]") ? line + ";" : "";
+        g_said.push_back(line);
     }
     return text;
 }
@@ -49,7 +53,8 @@ constexpr char kSeparator = '\x1f';
 struct Story {
     std::string result, log;
     std::string again;  // the result of a second run, without the fault
-    std::string left;   // what the libraries hold behind that
+    std::string left;   // what the libraries hold after that
+    std::string said;   // all lines of the log and all commands, each after a "> "
     std::map<std::string_view, Fallible> calls;
 };
 
@@ -170,13 +175,21 @@ Story run_with(const Scenario& scenario, const Fault& fault) {
         count_calls(false);
         unhinder(fault);
         told += kSeparator + complaints();
+        const std::vector<std::string> said = std::exchange(g_said, {});
         next_lines();
         clear_directory();
         told += kSeparator + scenario.run();
-        return told + kSeparator + before + " then " + holdings();
+        told += kSeparator + before + " then " + holdings() + kSeparator;
+        for (std::string line : said) {
+            for (std::size_t at; (at = line.find(g_directory)) != std::string::npos;) {
+                line.replace(at, g_directory.size(), "DIR");
+            }
+            told += "> " + line + (line.ends_with('\n') ? "" : "\n");
+        }
+        return told;
     }));
     Story run;
-    for (std::string* part : {&run.result, &run.log, &run.again, &run.left}) {
+    for (std::string* part : {&run.result, &run.log, &run.again, &run.left, &run.said}) {
         std::getline(told_by_child, *part, kSeparator);
     }
     for (const Fallible& call : hooked_calls()) {
@@ -200,7 +213,7 @@ protected:
 
 class FaultTest : public CallsTest, public testing::WithParamInterface<const Scenario*> {};
 
-// A row of outcomes.txt; the first of a scenario is the untouched one.
+// A row of outcomes.txt; the first of a scenario is the untouched one, whose `log` has all lines.
 struct Outcome {
     std::string calls, result, log;
     bool has_happened = false;
@@ -221,11 +234,30 @@ std::vector<Outcome> outcomes_of(const std::string& scenario) {
     }
     rows.push_back({"", line.substr(std::min(title.size() + 1, line.size())), "", true});
     while (std::getline(file, line) && !line.empty()) {
+        if (line.starts_with("> ")) {
+            rows[0].log += line + "\n";
+            continue;
+        }
         const std::size_t first = line.find('|'), second = line.find('|', first + 1);
         rows.push_back({Said("", line.substr(0, first), ""),
                         line.substr(first + 1, second - first - 1), line.substr(second + 1)});
     }
     return rows;
+}
+
+// Whether lines are like patterns, in which "*" is anything within a line.
+bool are_like(const std::string& said, const std::string& patterns) {
+    std::istringstream lines(said), wanted(patterns);
+    bool are = true;
+    for (std::string line, pattern; are && !(lines.eof() && wanted.eof());) {
+        std::getline(lines, line);
+        std::getline(wanted, pattern);
+        for (std::size_t at = 0; (at = pattern.find('[', at)) != std::string::npos; at += 3) {
+            pattern.replace(at, 1, "[[]");
+        }
+        are = fnmatch(pattern.c_str(), line.c_str(), FNM_NOESCAPE) == 0;
+    }
+    return are;
 }
 
 // Lets one call fail at each of its places; returns how many these were.
@@ -264,6 +296,7 @@ TEST_P(FaultTest, LeadsToWhatIsDocumented) {
     std::vector<Outcome> rows = outcomes_of(scenario.name);
     EXPECT_EQ(untouched.result, rows[0].result);
     EXPECT_EQ(untouched.again, rows[0].result);
+    EXPECT_TRUE(are_like(untouched.said, rows[0].log)) << "said:\n" << untouched.said;
     int faults = 0;
     for (const auto& [name, call] : untouched.calls) {
         if (call.can_fail) {

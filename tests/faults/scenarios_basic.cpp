@@ -2,18 +2,24 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 
 #include "faults.hpp"
+#include "log_capture.hpp"
 #include "sha1.h"
+#include "zxaes.h"
+#include "zxcommon.h"
+#include "zxdes.h"
 #include "zxenv.h"
 #include "zxfifo.h"
 #include "zxlog.h"
@@ -21,6 +27,7 @@
 #include "zxmd5.h"
 #include "zxmem.h"
 #include "zxsignal.h"
+#include "zxstr.h"
 #include "zxt.h"
 #include "zxthread.h"
 
@@ -44,6 +51,54 @@ ZX_SCENARIO(lock_waits) {
                                                                           zxlock_api_deinit);
     return Said{zxlock_api_waitStateTimeout(&record, &word, 1, 2, 2, 1),
                 zxlock_api_waitCmdStarting(&record, &word, 2, 1)};
+}
+
+std::ptrdiff_t times_listed(const zxlock_ctt& lock) {
+    return std::ranges::count(zxlocklist_ctt, &lock, &zxlocklist_entry_ctt::lock);
+}
+
+template <typename Record>
+bool is_zeroed(const Record& record) {
+    const Record zeros{};
+    return std::memcmp(&record, &zeros, sizeof record) == 0;
+}
+
+ZX_SCENARIO(lock_from_init_to_deinit) {
+    count_calls(false);
+    zxlock_ctt lock{};
+    const Said twice{zxlock_api_init(&lock, "first"), zxlock_api_init(&lock, "other"), lock.name,
+                     times_listed(lock)};
+    std::uint32_t state = 0;
+    const Said waits{zxlock_api_waitStateTimeout(&lock, &state, 4, 4, 0, 0),
+                     zxlock_api_waitStateTimeout(&lock, &state, 1, 2, 5, 0),
+                     zxlock_api_waitStateTimeout(&lock, &state, 1, 2, 5, 5), state};
+    state = 2;
+    const Said commands{zxlock_api_waitCmdStarting(&lock, &state, 0, 0), state,
+                        zxlock_api_waitCmdStarting(&lock, &state, 2, 1), lock.holder};
+    const Said end{zxlock_api_deinit(&lock), times_listed(lock), is_zeroed(lock),
+                   zxlock_api_deinit(&lock)};
+    zxlock_api_init(&lock, nullptr);
+    const std::string unnamed = lock.name;
+    zxlock_api_deinit(&lock);
+    return Said{twice, waits, commands, end, unnamed};
+}
+
+// Only the second one wants to hear of it.
+ZX_SCENARIO(lock_misuse) {
+    std::string said;
+    for (const std::uint8_t reports : {std::uint8_t{0}, std::uint8_t{1}}) {
+        std::uint32_t word = 7;
+        zxlock_ctt lock{};
+        lock.report_misuse = reports;
+        std::fill_n(lock.name, sizeof lock.name, 'm');
+        said += Said{zxlock_api_obtain(&lock, "caller", 12),
+                     zxlock_api_release(&lock, "caller", 12),
+                     zxlock_api_waitStateTimeout(&lock, &word, 1, 1, 1, 1),
+                     zxlock_api_waitCmdStarting(&lock, &word, 1, 1),
+                     word,
+                     ""};
+    }
+    return said;
 }
 
 std::atomic<int> g_named;
@@ -82,6 +137,43 @@ ZX_SCENARIO(thread) {
                 zxthread_api_waitStateTimeout(&record, ZXTHREAD_STATE_NONE, ZXTHREAD_STATE_STOPPED,
                                               kLimitMs, 1),
                 zxthread_api_destroy(&record), g_named};
+}
+
+void* idle(void*) {
+    return nullptr;
+}
+
+ZX_SCENARIO(thread_states) {
+    count_calls(false);
+    zxthread_ctt thread{};
+    const Said begun{zxthread_api_create(&thread, "t", idle, nullptr),
+                     zxthread_api_create(&thread, "u", idle, nullptr),
+                     thread.name,
+                     zxthread_api_waitStateTimeout(&thread, 3, 3, 0, 0),
+                     zxthread_api_waitStateTimeout(&thread, 1, 3, 4, 5),
+                     zxthread_api_waitCmdStarting(&thread, 2, 1)};
+    const Said ended{Said{zxthread_api_isStop(&thread), thread.state},
+                     zxthread_api_destroy(&thread), is_zeroed(thread),
+                     zxthread_api_destroy(&thread)};
+    char name[16] = "";
+    zxthread_api_setName("a name of twenty bytes");
+    prctl(PR_GET_NAME, name);
+    zxlock_ctt lock{};
+    zxlock_api_init(&lock, "listed");
+    zxthread_api_envInit();
+    return Said{begun, ended, name, times_listed(lock), zxlock_api_deinit(&lock)};
+}
+
+// Logged once.
+ZX_SCENARIO(thread_misuse) {
+    zxthread_ctt thread{};
+    std::strcpy(thread.name, "early");
+    return Said{zxthread_api_lock(&thread),
+                zxthread_api_unlock(&thread),
+                zxthread_api_isStop(&thread),
+                zxthread_api_waitStateTimeout(&thread, 1, 1, 0, 0),
+                zxthread_api_waitCmdStarting(&thread, 0, 0),
+                thread.state};
 }
 
 // Whether there is a buffer, and whether it is listed.
@@ -169,6 +261,121 @@ ZX_SCENARIO(buffer) {
 
 ZX_SCENARIO(signals) {
     return Said{zxsignal_api_catch() == SIG_ERR ? "refused" : "set"};
+}
+
+// What signals 1 to 31 do: caught, ignored, the default; a capital when they are blocked.
+std::string dispositions() {
+    sigset_t blocked;
+    sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    std::string all;
+    for (int number = 1; number < 32; ++number) {
+        struct sigaction now {};
+        sigaction(number, nullptr, &now);
+        const char letter = now.sa_handler == zxsignal_innerapi_handler ? 'c'
+                            : now.sa_handler == SIG_IGN                 ? 'i'
+                                                                        : 'd';
+        all += sigismember(&blocked, number) == 1 ? static_cast<char>(letter - 32) : letter;
+    }
+    return all;
+}
+
+// Each signal is logged, and the process goes on with its errno.
+ZX_SCENARIO(caught_signals) {
+    count_calls(false);
+    for (int number = 1; number < NSIG; ++number) {
+        signal(number, number == SIGSYS || number == SIGCHLD ? SIG_IGN : SIG_DFL);
+    }
+    const Said before{zxsignal_api_catch() == SIG_IGN,
+                      zxsignal_api_catch() == zxsignal_innerapi_handler};
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    EXPECT_EQ(write(ends[1], "x", 1), -1);
+    for (const int number : {SIGHUP, SIGINT, SIGUSR1, SIGTERM, SIGTTIN}) {
+        kill(getpid(), number);
+    }
+    const int kept = errno;
+    close(ends[1]);
+    return Said{before, dispositions(), kept};
+}
+
+ZX_SCENARIO(signal_names) {
+    const auto is_named = [](const char* name) { return name != nullptr; };
+    for (const int number : {-1, 0, 6, 17, 31, 32, ZXSIGNAL_COUNT, INT32_MAX}) {
+        zxsignal_innerapi_handler(number);
+    }
+    zxsignal_innerapi_sigMask(0);
+    return Said{std::ranges::count_if(zxsignal_desstring, is_named)};
+}
+
+ZX_SCENARIO(power) {
+    return Said{zx_api_reboot(), zx_api_forceReboot(), zx_api_poweroff()};
+}
+
+ZX_SCENARIO(version) {
+    char text[1 + ZXCOMMON_INFO_SIZE] = "x";
+    zxcommon_api_info(text);
+    return Said{zxcommon_api_version(), ZXCOMMON_VERSION, text,
+                std::strlen(text) + 1 - sizeof text};
+}
+
+// How many lines a level and a filter of tags let through, and one with function and line.
+ZX_SCENARIO(log_filter) {
+    std::string said;
+    const std::pair<unsigned, const char*> cases[] = {
+        {0, ""}, {1, ""}, {1, "zxcommon_inner"}, {5, "FIFO_STRU,ZXCOMMON_INNER"}};
+    for (const auto& [level, filter] : cases) {
+        LogCapture log(level);
+        std::strcpy(strfilterTags, filter);
+        zxcommon_api_info(nullptr);
+        said += Said{log.take().size(), ""};
+    }
+    LogCapture().set_level(5);
+    flag_printLineFunc = 1;
+    zxcommon_api_info(nullptr);
+    flag_printLineFunc = 0;
+    return said;
+}
+
+ZX_SCENARIO(environment_values) {
+    count_calls(false);
+    static char text[] = "ZX_TEST=three";
+    const auto value = [] { return std::string(zxenv_api_get("ZX_TEST", "none")); };
+    const Said sets{zxenv_api_set("ZX_TEST", "", 0), value() + "<empty>",
+                    zxenv_api_set("ZX_TEST", "one", 1), zxenv_api_set("ZX_TEST", "two", 0),
+                    value()};
+    std::strcpy(text, "ZX_TEST=three");
+    zxenv_api_put(text);
+    text[8] = 'T';  // it is the text itself
+    return Said{sets,
+                value(),
+                zxenv_api_unset("ZX_TEST"),
+                value(),
+                zxenv_api_unset("a=b"),
+                zxenv_api_set("a=b", "c", 1)};
+}
+
+// Impossible arguments, which are refused or do nothing.
+ZX_SCENARIO(refusals) {
+    char text[64] = "kept", digits[ZXMD5_TEXT_SIZE] = "";
+    std::uint32_t words[4]{};
+    std::uint8_t out[32]{};
+    const std::uint8_t in[32]{};
+    zxstr_api_urlSplit(nullptr, 9, nullptr, 9, nullptr, 9, nullptr, nullptr, 9, nullptr,
+                       "s://a@[h]:1/p");
+    zxstr_api_buildListurl("p", "", "h", 1, "", 1, 0, text);
+    const Said digests{zxmd5_api_outStr(in, std::uint64_t{ZXMD5_MAX_INPUT} + 1, digits), digits,
+                       zxmd5_api_outNum(in, 0x1FFFFFFFFFFFFFFF, words),
+                       zxmd5_api_outNum(in, 0x2000000000000000, words), is_zeroed(words)};
+    const Said ciphers{zxaes_api_done(0, 1, in, out, 20, in, 8),
+                       zxaes_api_done(0, 1, in, out, 20, in, 16),
+                       zxaes_api_done(2, 1, in, out, 32, in, 16),
+                       zxdes_api_done(0, in, out, 12, in, 24),
+                       zxdes_api_done(0, in, out, 0, in, 24),
+                       zxdes_api_done(0, in, out, 16, in, 7),
+                       is_zeroed(out)};
+    return Said{digests, ciphers, zxmd_api_write("/nowhere", text, 1, ""),
+                zxstr_api_lcpy(nullptr, "hello", 0), text};
 }
 
 ZX_SCENARIO(environment) {

@@ -1,14 +1,17 @@
 // Waiting for descriptors, sockets, names, interfaces.
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <fstream>
 
 #include "faults.hpp"
 #include "internal/guard.hpp"
+#include "log_capture.hpp"
 #include "loopback.hpp"
 #include "zxepoll.h"
 #include "zxnet.h"
@@ -49,17 +52,81 @@ std::array<UniqueFd, 2> stream_pair() {
 }
 
 ZX_SCENARIO(epoll_one) {
-    const UniqueFd fd(eventfd(1, EFD_CLOEXEC));
+    const UniqueFd fd(eventfd(UINT_MAX, EFD_CLOEXEC));
+    const std::uint64_t full = UINT64_MAX - 1 - UINT_MAX;  // it cannot be written any more
+    EXPECT_EQ(write(fd.get(), &full, sizeof full), 8);
     int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
     const UniqueFd of_cancelled(epfd);
     const auto [near, far] = stream_pair();
+    EXPECT_EQ(write(far.get(), "x", 1), 1);
     shutdown(far.get(), SHUT_RDWR);
-    return Said{zxepoll_waitfd_timeout(epfd, fd.get(), ZXEPOLL_WAIT_READ, 100),
+    return Said{zxepoll_waitfd_timeout(epfd, fd.get(), 2, 100),
                 zxepoll_waitfd_timeout(epfd, near.get(), ZXEPOLL_WAIT_READ, 100),
                 zxepoll_add(epfd, fd.get(), EPOLLIN),
                 zxepoll_waitfd_timeout_noopt(epfd, fd.get(), ZXEPOLL_WAIT_READ, 100),
                 zxepoll_close(&epfd),
                 epfd};
+}
+
+// An instance has room for one at least, and a descriptor of its own.
+ZX_SCENARIO(epoll_edges) {
+    count_calls(false);
+    int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
+    const auto [near, far] = stream_pair();
+    const Said made{zxepoll_innerapi_open(0, __func__, __LINE__), fcntl(epfd, F_GETFD),
+                    zxepoll_appapi_init(UINT32_MAX, nullptr, EPOLLIN, fd_at)};
+    const auto waits = [&](std::uint32_t timeout_ms) {
+        const std::uint64_t start = fast_us();
+        const int result = zxepoll_waitfd_timeout(epfd, near.get(), ZXEPOLL_WAIT_READ, timeout_ms);
+        return Said{result, (fast_us() - start) / 990000};
+    };
+    const int writable = zxepoll_waitfd_timeout(epfd, near.get(), ZXEPOLL_WAIT_WRITE, 100);
+    const std::string whole_pass = waits(0);
+    zxepoll_add(epfd, far.get(), EPOLLOUT);
+    std::string beside_busy;
+    for (int i = 0; i < 1000 && beside_busy != "-1 0"; ++i) {  // a busy machine takes longer
+        beside_busy = waits(20);
+    }
+    zxepoll_close(&epfd);
+    return Said{made, writable, whole_pass, beside_busy, zxepoll_del(epfd, near.get(), 0)};
+}
+
+struct Application {
+    std::array<int, 4> fds;
+    int epfd = -1;
+    std::string asked{}, reads{}, writes{};
+};
+
+// One to read and to write, none, one to write, one whose other end is closed.
+ZX_SCENARIO(epoll_dispatch) {
+    count_calls(false);
+    const auto [near, far] = stream_pair();
+    auto [broken, other] = stream_pair();
+    other.reset();
+    EXPECT_EQ(write(far.get(), "x", 1), 1);
+    Application app{{near.get(), -1, far.get(), broken.get()}};
+    const auto at = [](void* context, std::uint32_t index) {
+        auto& own = *static_cast<Application*>(context);
+        own.asked += std::to_string(index);
+        return own.fds[index];
+    };
+    app.epfd = zxepoll_appapi_init(4, &app, EPOLLIN | EPOLLOUT, at);
+    const auto read = [](void* context, int32_t fd) {
+        auto& own = *static_cast<Application*>(context);
+        own.reads += fd == own.fds[0] ? "near" : "?";
+        return zxepoll_del(own.epfd, fd, 0);
+    };
+    const auto write = [](void* context, int32_t fd) {
+        auto& own = *static_cast<Application*>(context);
+        own.writes = fd == own.fds[2] && own.writes != "?" ? "far" : "?";
+        return -1;
+    };
+    const std::uint64_t start = fast_us();
+    zxepoll_appapi_dataread(app.epfd, 4, &app, read, write);
+    const bool took_a_second = fast_us() - start >= 990000;
+    LogCapture().take();  // says the same in every turn
+    const int ended = zxepoll_appapi_deinit(app.epfd, 4, &app, at);
+    return Said{app.reads, app.writes, app.asked, took_a_second, ended, fcntl(app.epfd, F_GETFD)};
 }
 
 ZX_SCENARIO(polls) {
@@ -109,6 +176,81 @@ ZX_SCENARIO(reachable) {
     return Said{zxnet_api_isReachable("127.0.0.1", ntohs(listener.address.sin_port))};
 }
 
+ZX_SCENARIO(unreachable) {
+    count_calls(false);
+    const Listener listener;
+    const std::uint16_t port = ntohs(listener.address.sin_port);
+    return Said{zxnet_api_isReachable("no such host", port),
+                zxnet_api_isReachable("127.0.0.1", 65536U + port)};
+}
+
+// A TCP connection.
+struct Connection {
+    Listener listener;
+    UniqueFd near{connected(SOCK_STREAM, ntohs(listener.address.sin_port))};
+    UniqueFd far{accept(listener.fd.get(), nullptr, nullptr)};
+};
+
+ZX_SCENARIO(polled_connection) {
+    count_calls(false);
+    const Connection c;
+    const int fd = c.near.get();
+    send(c.far.get(), "xy", 2, MSG_OOB);
+    zxnet_api_waitFd(fd, ZXNET_WAIT_READ);
+    pollfd_ctt fds[] = {{fd, 7, 99}, {-1, 1, 99}, {c.far.get(), 1, 99}};
+    const Said polled{zxnet_api_poll(fds, 3, 1000),
+                      zxnet_api_poll(fds + 2, 1, 1),
+                      zxnet_api_poll(fds + 1, 1, 10000),
+                      fds[0].revents,
+                      fds[1].revents,
+                      fds[2].revents};
+    fds[2].fd = 1024;
+    return Said{polled, zxnet_api_poll(fds, 3, 0), zxnet_api_waitFdTimeout(1024, 0, 5),
+                zxnet_api_waitFdTimeout(fd, ZXNET_WAIT_WRITE, UINT32_MAX)};
+}
+
+// In slices of a tenth of a second, of which the last one does not count.
+ZX_SCENARIO(waits_in_slices) {
+    count_calls(false);
+    const Connection c;
+    const std::uint64_t start = fast_us();
+    const Said waits{zxnet_api_waitFd(c.near.get(), 0),
+                     zxnet_api_waitFdTimeout(c.near.get(), 0, 2)};
+    return Said{waits, fast_us() - start >= 890000 * std::uint64_t{20},
+                zxnet_api_waitFdTimeout(c.near.get(), ZXNET_WAIT_WRITE, 0)};
+}
+
+ZX_SCENARIO(tcp_states) {
+    count_calls(false);
+    const Connection c;
+    char kept[ZXNET_TCP_STATE_TEXT_SIZE] = "kept", listens[ZXNET_TCP_STATE_TEXT_SIZE],
+         fails[ZXNET_TCP_STATE_TEXT_SIZE], unknown[ZXNET_TCP_STATE_TEXT_SIZE];
+    std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
+    return Said{Said{zxnet_api_isTcpStateOK(c.near.get(), info, kept), int{info[0]}, kept},
+                Said{zxnet_api_isTcpStateOK(c.listener.fd.get(), nullptr, listens), listens},
+                Said{zxnet_api_isTcpStateOK(-1, nullptr, fails), fails},
+                zxnet_api_getTcpStateString(12, unknown)};
+}
+
+// Whole pieces, and what the ends of a connection have to say.
+ZX_SCENARIO(pieces) {
+    count_calls(false);
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    const UniqueFd near(ends[0]);
+    UniqueFd far(ends[1]);
+    std::string data(3000, 'd');
+    Said said{zxnet_api_epollSend3(near.get(), data.data(), 3000),
+              zxnet_api_epollSend(near.get(), data.data(), 3000, ZXNET_NO_WAIT)};
+    for (int i = 0; i < 4; ++i) {
+        said += Said{"", recv(far.get(), data.data(), data.size(), 0)};
+    }
+    far.reset();
+    return Said{said, zxnet_api_epollSend2(near.get(), nullptr, 0, 100),
+                zxnet_api_epollSend2(near.get(), data.data(), 3000, 100),
+                zxnet_api_epollSend(near.get(), "x", 1, ZXNET_NO_WAIT)};
+}
+
 // Receives from a connection that the other side has closed.
 ZX_SCENARIO(ended) {
     const Listener listener;
@@ -118,9 +260,28 @@ ZX_SCENARIO(ended) {
     return Said{zxnet_api_epollRecv(near.get(), data, sizeof data, 1000)};
 }
 
+ZX_SCENARIO(received) {
+    count_calls(false);
+    Connection c;
+    const int fd = c.near.get();
+    zxnet_api_socketNonblock(fd, 1);
+    static char data[8];  // far from the end of the address space
+    const Said open{zxnet_api_epollRecv(fd, data, 8, ZXNET_NO_WAIT), send(c.far.get(), "abc", 3, 0),
+                    zxnet_api_epollRecv(fd, data, 2, 100), zxnet_api_epollRecv3(fd, data + 2, 6),
+                    data};
+    c.far.reset();
+    zxnet_api_waitFd(fd, ZXNET_WAIT_READ);
+    return Said{open, zxnet_api_epollRecv(fd, data, 8, ZXNET_NO_WAIT),
+                zxnet_api_epollRecv(fd, data, 3000000000U, 1000)};
+}
+
 ZX_SCENARIO(binding) {
     const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    return Said{zxnet_api_bindIface(fd.get(), "lo")};
+    char name[16] = "";
+    socklen_t size = sizeof name;
+    const Said bound{zxnet_api_bindIface(-1, ""), zxnet_api_bindIface(fd.get(), "lo")};
+    getsockopt(fd.get(), SOL_SOCKET, SO_BINDTODEVICE, name, &size);
+    return Said{bound, name};
 }
 
 ZX_SCENARIO(names) {
@@ -129,7 +290,13 @@ ZX_SCENARIO(names) {
 }
 
 ZX_SCENARIO(ping) {
-    return Said{zxnet_api_ping("127.0.0.1")};
+    const std::string longest(103, 'h');
+    Said said{zxnet_api_ping(longest.c_str()), zxnet_api_ping("fe80::1%eth0")};
+    for (const std::string& refused :
+         {longest + "h", std::string(), std::string("-f"), std::string("a;reboot")}) {
+        said += Said{"", zxnet_api_ping(refused.c_str())};
+    }
+    return said;
 }
 
 ZX_SCENARIO(interface_addresses) {

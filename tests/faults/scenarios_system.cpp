@@ -1,7 +1,9 @@
 // Files, commands, processes, limits, facts about the host, the clock.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -51,11 +53,32 @@ ZX_SCENARIO(replaced_file) {
 ZX_SCENARIO(replaced_large_file) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "old";
-    std::string text(12000, 'n');
-    const int written = zxmd_api_writeProtect(path.c_str(), text.data(), 12000);
+    std::string text(8000, 'n');
+    const int written = zxmd_api_writeProtect(path.c_str(), text.data(), 8000);
     const std::string now = content_of("file");
     return Said{written, now == text ? "new" : now.substr(0, 3),
                 std::filesystem::exists(path + "_tmp") ? "beside it" : "alone"};
+}
+
+ZX_SCENARIO(refused_files) {
+    count_calls(false);
+    char text[] = "new";
+    std::string said;
+    for (const std::string& path : {in_directory("a b"), in_directory("$(id)"), std::string("-f"),
+                                    std::string("~root/x"), "/" + std::string(247, 'x')}) {
+        said += Said{zxmd_api_writeProtect(path.c_str(), text, 3), ""};
+    }
+    return said;
+}
+
+// The first call makes what the second one finds.
+ZX_SCENARIO(touched_file) {
+    count_calls(false);
+    char text[] = "new";
+    const std::string missing = in_directory("missing"), unsafe = in_directory("a;b");
+    return Said{zxmd_api_write(missing.c_str(), text, 3, "r+"),
+                zxmd_api_write(missing.c_str(), text, 3, "r+"),
+                zxmd_api_write(unsafe.c_str(), text, 3, "r+")};
 }
 
 ZX_SCENARIO(appended_file) {
@@ -72,13 +95,34 @@ ZX_SCENARIO(file_facts) {
                 zxmd_api_isFileExsit(path.c_str())};
 }
 
+ZX_SCENARIO(file_names) {
+    count_calls(false);
+    const std::string longer(1024, 'x');
+    std::ofstream(in_directory("five")) << "abcde";
+    std::string fits;
+    for (const char* name : {"a.ts", ".ts", "a.mp3", "b.mp4", "ts", "a.TS", "a.ts.gz", ""}) {
+        fits += std::to_string(zxmd_api_fileFormatFilter(name));
+    }
+    return Said{zxmd_api_getFileSize(("file://" + in_directory("five")).c_str()),
+                zxmd_api_getFileSize(longer.c_str()),
+                zxmd_api_getFileType("/"),
+                zxmd_api_getFileType("/proc/self/exe"),
+                zxmd_api_getFileType("/nowhere/x"),
+                fits};
+}
+
+// Above its limit, and with a name for a command.
 ZX_SCENARIO(rotated_file) {
-    const std::string path = in_directory("file");
-    std::ofstream(path).close();
-    std::error_code none;
-    std::filesystem::resize_file(path, ZXMD_MSG_FILE_LIMIT + 1, none);
-    zxmd_api_newMsgFile(path.c_str());
-    return Said{std::filesystem::exists(path) ? "stays" : "moved"};
+    std::string said;
+    for (const auto& [name, over] : {std::pair{"below", 0U}, {"file", 1U}, {"a&b", 1U}}) {
+        const std::string path = in_directory(name);
+        std::ofstream(path).close();
+        std::error_code none;
+        std::filesystem::resize_file(path, ZXMD_MSG_FILE_LIMIT + over, none);
+        zxmd_api_newMsgFile(path.c_str());
+        said += std::filesystem::exists(path) ? "stays " : "moved ";
+    }
+    return said;
 }
 
 ZX_SCENARIO(playlist) {
@@ -136,7 +180,11 @@ std::string in_noting_child(std::string (*work)()) {
 
 ZX_SCENARIO(daemon_process) {
     return in_noting_child([]() -> std::string {
-        return Said{zxmd_api_startDaemon("/"), std::filesystem::current_path() == "/"};
+        umask(0);
+        const pid_t session = getsid(0);
+        return Said{zxmd_api_startDaemon("/"), std::filesystem::current_path() == "/", umask(0),
+                    fcntl(0, F_GETFD) + fcntl(1, F_GETFD) + fcntl(2, F_GETFD),
+                    getsid(0) != session && getsid(0) != getpid()};
     });
 }
 
@@ -161,7 +209,12 @@ ZX_SCENARIO(user) {
 }
 
 ZX_SCENARIO(limits) {
-    return Said{zxmd_api_setUlimit(), zxmd_api_setRlimit(RLIMIT_CORE, "cores")};
+    for (const auto resource : {RLIMIT_CORE, RLIMIT_NOFILE}) {
+        const rlimit low{100, 200};
+        EXPECT_EQ(setrlimit(resource, &low), 0);
+    }
+    return Said{zxmd_api_setUlimit(), zxmd_api_setRlimit(RLIMIT_CORE, "cores"),
+                sysconf(_SC_OPEN_MAX), zxmd_api_setRlimit(999, nullptr)};
 }
 
 // ------------------------------------------------------------------------ host
@@ -178,9 +231,44 @@ ZX_SCENARIO(host) {
                 zxmd_api_isConflictLib(library, "1", "1")};
 }
 
+// Programs that are found before those of the host, and names that are no programs.
+ZX_SCENARIO(host_programs) {
+    count_calls(false);
+    const auto put = [](const char* name, const char* script) {
+        std::ofstream(in_directory(name)) << "#!/bin/sh\n" << script;
+        std::filesystem::permissions(in_directory(name), std::filesystem::perms::owner_all);
+    };
+    setenv("PATH", (g_directory + ":/usr/bin:/bin").c_str(), 1);
+    char tree[64] = "";
+    put("pstree", "echo \"$@\"");
+    put("inxi", "[ \"$*\" = -SG ] && echo Device: NVIDIA");
+    Said said{zxmd_api_pstree(42, tree, sizeof tree), std::string(tree, 14),
+              zxmd_api_getDecEncMode()};
+    put("inxi", "echo Device: other");
+    said += Said{"", zxmd_api_getDecEncMode(),
+                 zxmd_api_isInstall("libc6") == std::filesystem::exists("/usr/share/doc/libc6")};
+    for (const char* name : {"../bin/sh", "..", ".", "../doc/libc6", ""}) {
+        said += Said{"", zxmd_api_isInstall(name), *name != 0 && zxmd_api_isInstallByBin(name)};
+    }
+    return said;
+}
+
 ZX_SCENARIO(tunables) {
-    return Said{zxmd_api_clearCache(1), zxsysctl_api_setGw_rpfilter(0),
-                zxsysctl_api_setIgmpVersion(0), zxsysctl_api_getIgmpVersion()};
+    return Said{zxmd_api_clearCache(3), zxsysctl_api_setGw_rpfilter(1),
+                zxsysctl_api_setIgmpVersion(2), zxsysctl_api_getIgmpVersion()};
+}
+
+// What a shell takes literally, and what it would interpret.
+ZX_SCENARIO(tunable_names) {
+    count_calls(false);
+    std::string said;
+    for (const std::string& name :
+         {std::string("br+lan"), std::string("v/7"), std::string("eth0.7"), std::string("-a~b#=@^"),
+          std::string("eth0;reboot"), std::string("a b"), std::string(), std::string("a*"),
+          std::string(230, 'x')}) {
+        said += Said{zxsysctl_api_setEth_rpfilter(name.c_str(), 0), ""};
+    }
+    return said;
 }
 
 // How many of them succeed.

@@ -382,12 +382,14 @@ TEST(Texts, OfTheLargestNumber) {
 TEST(Clocks, FireWhenTheIntervalHasPassedOrTimeWentBack) {
     const struct {
         std::int64_t now;
-        int fires;
-    } steps[] = {{5000, 1}, {5000, 0}, {5010, 0}, {5011, 1}, {5010, 1}};
-    std::uint64_t last = 0;
+        int fires, saves;
+    } steps[] = {{5000, 1, 1}, {5000, 0, 0}, {5010, 0, 0}, {5011, 1, 0},
+                 {5010, 1, 0}, {5059, 1, 0}, {5060, 0, 1}, {5059, 0, 1}};
+    std::uint64_t last_fired = 0, last_saved = 0;
     for (const auto& step : steps) {
         g_wall = {step.now, 7000};
-        EXPECT_EQ(zxlog_api_timerAsyncSec(&last, 10), step.fires) << step.now;
+        EXPECT_EQ(zxlog_api_timerAsyncSec(&last_fired, 10), step.fires) << step.now;
+        EXPECT_EQ(zxmd_api_timeToSave(&last_saved), step.saves) << step.now;
         EXPECT_EQ(zxlog_api_us(), static_cast<std::uint64_t>(step.now) * 1000000 + 7);
     }
     g_wall = {};
