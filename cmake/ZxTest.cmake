@@ -5,6 +5,7 @@ include(GoogleTest)
 # in libraries and programs.
 add_library(zx_test_flags INTERFACE)
 target_link_libraries(zx_test_flags INTERFACE zx_flags GTest::gmock)
+target_include_directories(zx_test_flags INTERFACE ${PROJECT_SOURCE_DIR}/tests/support)
 target_compile_options(zx_test_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-O1> -fPIC)
 
 file(WRITE ${PROJECT_BINARY_DIR}/zx_test_header.cpp "")

@@ -1,6 +1,5 @@
 // The capture tool: what it says of frames, what it lets pass, and the program with its files.
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -11,6 +10,7 @@
 
 #include "bytes.hpp"
 #include "decoder.hpp"
+#include "files.hpp"
 #include "internal/bytes.hpp"
 #include "line.hpp"
 #include "log_capture.hpp"
@@ -25,6 +25,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 using zx::test::Bytes;
+using zx::test::content_of;
 using zx::test::from_hex;
 
 constexpr std::uint32_t kNanos = 123456789;
@@ -200,19 +201,9 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
     EXPECT_FALSE(Decoder({.source_port = 43210}).passes(as_frame(kSyn, 40)));
 }
 
-std::string content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 class CaptureProgram : public testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/zxcapture_test.XXXXXX";
-        folder = std::string(mkdtemp(name)) + "/";
-        setenv("TZ", "UTC", 1);
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
+    CaptureProgram() { setenv("TZ", "UTC", 1); }
 
     // A capture file with nanoseconds, written here byte by byte.
     std::string write(const std::string& name, const std::vector<Bytes>& frames) const {
@@ -235,12 +226,14 @@ protected:
         zx::test::Process program("set -o pipefail; { '" ZX_CAPTURE "' " + arguments + "; } " +
                                   behind + " >" + folder + "out");
         const int code = program.wait();
-        out = content(folder + "out");
+        out = content_of(folder + "out");
         err = program.errors();
         return code;
     }
 
-    std::string folder, out, err;
+    const zx::test::Folder own;
+    const std::string folder = own.path() + "/";
+    std::string out, err;
 };
 
 TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
@@ -251,9 +244,9 @@ TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
     EXPECT_EQ(err, "frames: 4 seen, 4 passed, 210 bytes: TCP 2, ARP 1, UDP 1\n");
 
     EXPECT_EQ(run("-r " + all + " --port 80 --count 1 -w " + folder + "part"), 0);
-    EXPECT_EQ(content(folder + "part"), content(write("expected", {kSyn})));
+    EXPECT_EQ(content_of(folder + "part"), content_of(write("expected", {kSyn})));
     EXPECT_EQ(run("-r - -w - <" + all), 0);
-    EXPECT_EQ(out, content(all));
+    EXPECT_EQ(out, content_of(all));
     const std::string mac = " --source-mac 02:00:00:00:00:0A";
     EXPECT_EQ(run("-q -r " + all + mac + " --ip 10.0.0.11,10.0.0.1 --protocol TCP"), 0);
     EXPECT_EQ(out, "frames: 4 seen, 2 passed, 116 bytes: TCP 2\n");
@@ -310,7 +303,7 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
     const std::string file = write("file", {kSyn});
     const std::string reading = "-r " + file;
     std::ofstream(folder + "text") << "this is no capture file, but it is long enough for one";
-    std::string other = content(file);
+    std::string other = content_of(file);
     other[20] = 101;  // raw IP
     std::ofstream(folder + "other") << other;
     const std::pair<std::string, const char*> cases[] = {
@@ -331,7 +324,7 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
     for (const auto& [arguments, sentence] : cases) {
         zx::test::expect_complaint(ZX_CAPTURE, arguments, sentence);
     }
-    EXPECT_EQ(content(file), content(write("same", {kSyn})));
+    EXPECT_EQ(content_of(file), content_of(write("same", {kSyn})));
 }
 
 }  // namespace

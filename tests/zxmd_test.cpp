@@ -16,8 +16,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "child.hpp"
+#include "files.hpp"
 #include "log_capture.hpp"
 
 namespace {
@@ -42,28 +44,20 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
+using zx::test::content_of;
 
 class FileTest : public testing::Test {
 protected:
-    FileTest() {
-        char name[] = "/tmp/zxmd_test_XXXXXX";
-        dir = mkdtemp(name);
-        g_commands.clear();
-    }
-    ~FileTest() override { fs::remove_all(dir); }
+    FileTest() { g_commands.clear(); }
 
     std::string put(const char* name, const std::string& content) {
         std::ofstream(dir + "/" + name) << content;
         return dir + "/" + name;
     }
-    static std::string content(const std::string& path) {
-        std::string line;
-        std::getline(std::ifstream(path), line);
-        return line;
-    }
 
     zx::test::LogCapture log;
-    std::string dir;
+    const zx::test::Folder folder;
+    const std::string dir = folder.path();
     char data[16] = "0123456789";
 };
 
@@ -95,7 +89,7 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     const std::string copy = "cp  -fr    " + side + "  " + path + "  > /dev/null";
     EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), 4);
     EXPECT_THAT(g_commands, ElementsAre(copy, "rm  -fr   " + side + "   "));
-    EXPECT_EQ(content(path), "0123");
+    EXPECT_EQ(content_of(path), "0123");
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
 
     fs::permissions(put("target", "old"), fs::perms::owner_read);
@@ -105,7 +99,7 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), -1);
     EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]inner error:cmd [" + copy + "] failed"));
     g_breaks_copies = false;
-    EXPECT_EQ(content(path), "0123") << "the copy emptied it and broke off";
+    EXPECT_EQ(content_of(path), "0123") << "the copy emptied it and broke off";
     EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read);
     EXPECT_TRUE(fs::is_symlink(path));
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
@@ -148,6 +142,19 @@ TEST_P(WaitingTest, GoesOnOverSignals) {
                   return std::to_string(wait());
               }),
               "4");
+}
+
+// In the midst of waiting for the other end; the fault injection cancels at every other call.
+TEST_P(WaitingTest, CanBeCancelled) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
+#endif
+    const auto before = zx::test::open_descriptors();
+    std::thread waiting([this] { wait(); });
+    usleep(50000);
+    pthread_cancel(waiting.native_handle());
+    waiting.join();
+    EXPECT_EQ(zx::test::open_descriptors(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, WaitingTest, testing::Range(0, 3));

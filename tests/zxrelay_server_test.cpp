@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <thread>
 
+#include "files.hpp"
 #include "loopback.hpp"
 #include "packets.hpp"
 #include "process.hpp"
@@ -26,14 +26,6 @@ using testing::HasSubstr;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// Empty for one that is gone: reading a file of a process that ends can fail at any time.
-std::string contents(const fs::path& path) {
-    const std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 // How often packets are missing in a stream, whose packets are whole and in their order.
 unsigned gaps_in(const Bytes& stream) {
     unsigned gaps = 0;
@@ -47,17 +39,11 @@ unsigned gaps_in(const Bytes& stream) {
 
 class RelayServer : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string name = fs::temp_directory_path() / "zxrelay.XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        dir = name;
-        fs::permissions(dir, fs::perms::all);
-    }
-    void TearDown() override {
+    RelayServer() { fs::permissions(dir, fs::perms::all); }
+    ~RelayServer() override {
         for (const pid_t pid : relays()) {
             kill(pid, SIGKILL);
         }
-        fs::remove_all(dir);
     }
 
     // These arguments, and usual ones for what they leave out.
@@ -84,7 +70,7 @@ protected:
     void start_daemon(const std::string& arguments) {
         relay.emplace("exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));
         ASSERT_EQ(relay->wait(), 0) << relay->errors();
-        supervisor = std::stoi(contents(dir / "pid"));
+        supervisor = std::stoi(content_of(dir / "pid"));
     }
     void signal_supervisor(int number) const {
         ASSERT_GT(supervisor, 0);  // 0 would be all processes around this one
@@ -92,7 +78,7 @@ protected:
     }
 
     [[nodiscard]] bool logs(const std::string& text) const {
-        return comes_true([&] { return contents(dir / "log").find(text) != std::string::npos; });
+        return comes_true([&] { return content_of(dir / "log").find(text) != std::string::npos; });
     }
 
     // A client that the relay knows of.
@@ -109,7 +95,7 @@ protected:
         for (const auto& entry : fs::directory_iterator("/proc")) {
             const std::string pid = entry.path().filename();
             if (pid.find_first_not_of("0123456789") == std::string::npos &&
-                contents(entry.path() / "cmdline").find(dir.string()) != std::string::npos) {
+                content_of(entry.path() / "cmdline").find(dir.string()) != std::string::npos) {
                 pids.push_back(std::stoi(pid));
             }
         }
@@ -158,7 +144,8 @@ protected:
         EXPECT_TRUE(comes_true([this] { return !serves(0); }));
     }
 
-    fs::path dir;
+    const Folder folder;
+    const fs::path dir = folder.path();
     int in_port = 0;
     int out_port = 0;
     std::optional<Process> relay;
@@ -251,12 +238,12 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     for (const auto& c : cases) {
         for (const char* const way : {"", "--daemon ", "--watchdog ", "--daemon --watchdog "}) {
             expect_complaint(ZX_RELAY, with_usual("udp", way + c.arguments), c.sentence);
-            EXPECT_THAT(contents(dir / "log"), HasSubstr(c.logged));
+            EXPECT_THAT(content_of(dir / "log"), HasSubstr(c.logged));
             fs::remove(dir / "log");
             expect_nothing_left();
         }
     }
-    EXPECT_EQ(contents(text), "somebody's own words\n");
+    EXPECT_EQ(content_of(text), "somebody's own words\n");
 }
 
 TEST_F(RelayServer, DetachesWorksAsItsUserAndEndsAsAWhole) {
@@ -273,13 +260,13 @@ TEST_F(RelayServer, DetachesWorksAsItsUserAndEndsAsAWhole) {
                            HasSubstr("Gid:\t65534\t65534\t65534\t65534\n"),
                            testing::ContainsRegex("Groups:\t65534 ?\n"));
         EXPECT_TRUE(comes_true([&] {
-            return is_nobody.Matches(contents("/proc/" + std::to_string(worker()) + "/status"));
+            return is_nobody.Matches(content_of("/proc/" + std::to_string(worker()) + "/status"));
         }));
     }
     const int port = out_port;
     expect_complaint(ZX_RELAY, with_usual("udp", "--daemon"), "belongs to a running relay");
     out_port = port;
-    EXPECT_EQ(std::stoi(contents(dir / "pid")), supervisor);
+    EXPECT_EQ(std::stoi(content_of(dir / "pid")), supervisor);
 
     signal_supervisor(SIGTERM);
     EXPECT_TRUE(comes_true([this] { return !fs::exists(dir / "pid"); }));
@@ -307,7 +294,7 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
         EXPECT_TRUE(comes_true([&] { return worker() != before && serves(); }));
     }
     EXPECT_THAT(
-        contents(dir / "log"),
+        content_of(dir / "log"),
         testing::AllOf(
             testing::StartsWith("["), HasSubstr("[INFO][ZXMD]I am father\r\n"),
             testing::ContainsRegex(
@@ -344,7 +331,7 @@ TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
     EXPECT_LT(start, half);
     EXPECT_EQ(Bytes(got.begin() + static_cast<std::ptrdiff_t>(start), got.end()), stream);
     EXPECT_EQ(relay->wait(), 0);  // the watchdog, too: there is nothing left to do
-    EXPECT_THAT(contents(dir / "log"), testing::Not(HasSubstr("[WARN]")));
+    EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("[WARN]")));
     expect_nothing_left();
 }
 

@@ -6,10 +6,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 
 #include "common/failure.hpp"
+#include "files.hpp"
 #include "loopback.hpp"
 #include "process.hpp"
 #include "status/service.hpp"
@@ -22,11 +22,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::StartsWith;
-
-std::size_t open_descriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
 
 // Memory for cJSON that ends.
 std::atomic<int> allocations_left;
@@ -120,7 +115,7 @@ TEST_F(StatusTest, ListsEveryBuffer) {
 }
 
 TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
-    const std::size_t before = open_descriptors();
+    const auto before = zx::test::open_descriptors();
     const std::string host = " HTTP/1.1\r\nHost: a\r\nConnection: close\r\n";
     const std::pair<std::string, std::string> refused[] = {
         {"GET /../etc/passwd" + host + "\r\n", "404"},
@@ -137,9 +132,10 @@ TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
         EXPECT_THAT(ask(request), StartsWith("HTTP/1.1 " + status)) << request.substr(0, 40);
         EXPECT_THAT(get("/live.json"), StartsWith("HTTP/1.1 200"));
     }
-    EXPECT_LE(open_descriptors(), before + 3);  // both ends of the slow one, and the last asked
+    EXPECT_LE(zx::test::open_descriptors(),
+              before + 3);  // both ends of the slow one, and the last asked
     server.reset();
-    EXPECT_LT(open_descriptors(), before);
+    EXPECT_LT(zx::test::open_descriptors(), before);
 }
 
 TEST_F(StatusTest, ServesThePageForItselfAlone) {

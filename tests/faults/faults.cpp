@@ -27,14 +27,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <map>
 #include <new>
 #include <span>
 #include <tuple>
 #include <type_traits>
 
+#include "files.hpp"
 #include "zxlog.h"
 
 #ifdef __SANITIZE_ADDRESS__
@@ -398,8 +397,7 @@ std::string holdings() {
     for (const auto& count : g_held) {
         text += std::to_string(count) + " ";
     }
-    const std::filesystem::directory_iterator open_files("/proc/self/fd");
-    return text + std::to_string(std::distance(begin(open_files), end(open_files)));
+    return text + std::to_string(open_descriptors());
 }
 
 }  // namespace zx::test

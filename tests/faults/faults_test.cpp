@@ -22,6 +22,7 @@
 #include <utility>
 
 #include "child.hpp"
+#include "files.hpp"
 #include "log_capture.hpp"
 #include "zxlog.h"
 #include "zxmd.h"
@@ -203,12 +204,11 @@ Story run_with(const Scenario& scenario, const Fault& fault) {
 class CallsTest : public testing::Test {
 protected:
     CallsTest() {
-        char name[] = "/tmp/zxfaults_XXXXXX";
-        g_directory = mkdtemp(name);
+        g_directory = folder.path();
         EXPECT_EQ(take_over_calls(), std::vector<std::string>())
             << "neither in the table of faults.cpp nor known to need no fault";
     }
-    ~CallsTest() override { std::filesystem::remove_all(g_directory); }
+    const Folder folder;
 };
 
 class FaultTest : public CallsTest, public testing::WithParamInterface<const Scenario*> {};

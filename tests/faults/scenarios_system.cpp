@@ -13,6 +13,7 @@
 
 #include "child.hpp"
 #include "faults.hpp"
+#include "files.hpp"
 #include "zxmd.h"
 #include "zxnet.h"
 #include "zxsysctl.h"
@@ -23,11 +24,6 @@ namespace zx::test {
 namespace {
 
 // ----------------------------------------------------------------------- files
-
-std::string content_of(const char* name) {
-    std::ifstream file(in_directory(name));
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 ZX_SCENARIO(files) {
     const std::string path = in_directory("file");
@@ -46,7 +42,7 @@ ZX_SCENARIO(replaced_file) {
     std::ofstream(path) << "old";
     std::ofstream(path + "_tmp") << "left over";
     char text[] = "new";
-    return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of("file")};
+    return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of(in_directory("file"))};
 }
 
 // More than the pages that are left: what was there stays, or the new one is whole.
@@ -55,7 +51,7 @@ ZX_SCENARIO(replaced_large_file) {
     std::ofstream(path) << "old";
     std::string text(8000, 'n');
     const int written = zxmd_api_writeProtect(path.c_str(), text.data(), 8000);
-    const std::string now = content_of("file");
+    const std::string now = content_of(in_directory("file"));
     return Said{written, now == text ? "new" : now.substr(0, 3),
                 std::filesystem::exists(path + "_tmp") ? "beside it" : "alone"};
 }
@@ -85,7 +81,8 @@ ZX_SCENARIO(appended_file) {
     const std::string path = in_directory("file");
     std::string text(12000, 'n');
     return Said{zxmd_api_writea(path.c_str(), text.data(), 6000),
-                zxmd_api_writea(path.c_str(), text.data(), 6000), content_of("file").size()};
+                zxmd_api_writea(path.c_str(), text.data(), 6000),
+                content_of(in_directory("file")).size()};
 }
 
 ZX_SCENARIO(file_facts) {
@@ -175,7 +172,8 @@ std::string in_noting_child(std::string (*work)()) {
         const std::string told = work();
         return told + "," + complaints();
     });
-    return result + content_of("worker") + content_of("complaints") + content_of("exit");
+    return result + content_of(in_directory("worker")) + content_of(in_directory("complaints")) +
+           content_of(in_directory("exit"));
 }
 
 ZX_SCENARIO(daemon_process) {
@@ -189,7 +187,7 @@ ZX_SCENARIO(daemon_process) {
 }
 
 int32_t supervised(void*) {
-    if (content_of("worker") == "w") {
+    if (content_of(in_directory("worker")) == "w") {
         write_note("complaints", complaints());  // those of the supervisor, up to here
         kill(getppid(), SIGKILL);
     }

@@ -13,6 +13,7 @@
 #include <map>
 #include <set>
 
+#include "files.hpp"
 #include "scenario.hpp"
 #include "zxlog.h"
 
@@ -148,16 +149,14 @@ protected:
     void log_while(const std::vector<Process::Disturbance>& disturbances) {
         std::uint64_t lines = 0;
         do {
-            char folder[] = "/tmp/log_stress.XXXXXX";
-            ASSERT_NE(mkdtemp(folder), nullptr);
-            run_processes(std::string(folder) + "/log", disturbances);
+            const zx::test::Folder folder;
+            run_processes(folder.path() + "/log", disturbances);
             found.clear();
             files.clear();
-            for (const auto& entry : fs::directory_iterator(folder)) {
+            for (const auto& entry : fs::directory_iterator(folder.path())) {
                 files.insert(entry.path().filename());
                 read(entry.path());
             }
-            fs::remove_all(folder);
             for (const auto& [id, writer] : found) {
                 ASSERT_GT(writer.end, 0) << id;
                 ASSERT_EQ(writer.numbers.size(), static_cast<std::size_t>(writer.end)) << id;

@@ -7,7 +7,6 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -18,10 +17,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 
+#include "child.hpp"
+#include "files.hpp"
 #include "zxlock.h"
 #include "zxmd.h"
 #include "zxsignal.h"
@@ -47,38 +47,24 @@ using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
+using zx::test::content_of;
 
 // Runs the body, which returns 0, in a child process that ends with nothing flushed.
 void run_child(const std::function<int()>& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(30);
-        const rlimit cpu{10, 20};  // for who catches the alarm
-        setrlimit(RLIMIT_CPU, &cpu);
-        _exit(body());
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(zx::test::in_child([&] {
+                  alarm(30);
+                  const rlimit cpu{10, 20};  // where the alarm is caught
+                  setrlimit(RLIMIT_CPU, &cpu);
+                  return std::to_string(body());
+              }),
+              "0");
 }
 
 class LogFile : public testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/zxlog_test.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        folder = name;
-        log = folder + "/log";
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
-    static std::string text_of(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    std::string folder;
-    std::string log;
+    const zx::test::Folder own;
+    const std::string& folder = own.path();
+    const std::string log = folder + "/log";
 };
 
 // The library's descriptor for a file, or -1.
@@ -95,8 +81,6 @@ int descriptor_of(const std::string& path) {
 
 TEST_F(LogFile, OfADaemonGoesToTheFirstStandardErrorAtLevelThree) {
     const std::string data = folder + "/data";
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
     run_child([&] {
         const int file = open(log.c_str(), O_WRONLY | O_CREAT, 0600);
         dup2(file, STDERR_FILENO);
@@ -115,12 +99,8 @@ TEST_F(LogFile, OfADaemonGoesToTheFirstStandardErrorAtLevelThree) {
         zxlog_innerapi_file("lost\r\n");
         return 0;
     });
-    close(ends[1]);
-    char none;
-    EXPECT_EQ(read(ends[0], &none, 1), 0);  // until the daemon has ended
-    close(ends[0]);
-    EXPECT_EQ(text_of(log), "level 3\r\n");
-    EXPECT_EQ(text_of(data), "");
+    EXPECT_EQ(content_of(log), "level 3\r\n");
+    EXPECT_EQ(content_of(data), "");
 }
 
 TEST_F(LogFile, FollowsItsNameWithOneDescriptor) {
@@ -142,8 +122,8 @@ TEST_F(LogFile, FollowsItsNameWithOneDescriptor) {
         zxlog_innerapi_file("new\r\n");
         return zxlog_api_setFile(folder.c_str()) == -1 && errno == EISDIR ? 0 : 3;
     });
-    EXPECT_THAT(text_of(log + ".1"), StartsWith("old\r\n"));
-    EXPECT_EQ(text_of(log), "moved\r\nnew\r\n");
+    EXPECT_THAT(content_of(log + ".1"), StartsWith("old\r\n"));
+    EXPECT_EQ(content_of(log), "moved\r\nnew\r\n");
 }
 
 void limit_files_to(rlim_t size) {
@@ -174,10 +154,11 @@ TEST_F(LogFile, ReportsTornLinesAndLinesOfSeveralThreads) {
         zxlog_innerapi_file("elsewhere\r\n");
         return 0;
     });
-    EXPECT_THAT(text_of(log),
+    EXPECT_THAT(content_of(log),
                 AllOf(HasSubstr("\r\n" + std::string(20, '0') + "\r\n["),
                       EndsWith("][WARN][ZXLOG]398 lines could not be written\r\nafter\r\ntorn")));
-    EXPECT_THAT(text_of(log + ".next"), EndsWith("]1 lines could not be written\r\nelsewhere\r\n"));
+    EXPECT_THAT(content_of(log + ".next"),
+                EndsWith("]1 lines could not be written\r\nelsewhere\r\n"));
 }
 
 // A place that takes no lines, for descriptor 1 or 2.
@@ -282,7 +263,7 @@ TEST_F(LogFile, AndEchoLoseLinesAndReportThemInEveryTrouble) {
                     habit();
                     return lose_lines(trouble, folder, target);
                 });
-                const std::string text = text_of(log);
+                const std::string text = content_of(log);
                 EXPECT_THAT(text, HasSubstr("[WARN][ZXLOG]2 lines could not be written\r\n"));
                 EXPECT_THAT(text, HasSubstr("\r\n" + std::string(target == 1 ? "\033" : "[")));
                 EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
@@ -365,13 +346,13 @@ TEST(LocalTime, FollowsEveryZone) {
     for (const char* zone :
          {"UTC", ":Asia/Kolkata", "Europe/Berlin", "America/New_York", "Australia/Lord_Howe",
           "Africa/Casablanca", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
-        SCOPED_TRACE(zone);
-        run_child([&] {
-            setenv("TZ", zone, 1);
-            return execl(self.c_str(), "zxlog_test", "--gtest_brief=1",
-                         "--gtest_filter=LocalTime.IsThatOfTheCLibrary", nullptr);
-        });
+        setenv("TZ", zone, 1);
+        EXPECT_EQ(std::system(
+                      ("'" + self + "' --gtest_brief=1 --gtest_filter=LocalTime.IsThat*").c_str()),
+                  0)
+            << zone;
     }
+    unsetenv("TZ");
 }
 
 TEST(Texts, OfTheLargestNumber) {
