@@ -19,7 +19,6 @@
 namespace {
 
 using testing::EndsWith;
-using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
 
 // A socket on the loopback interface, bound to a free port.
@@ -38,29 +37,8 @@ struct Socket {
     socklen_t size = sizeof address;
 };
 
-// A TCP connection: `ours` and `theirs`.
-class NetTest : public testing::Test {
-protected:
-    NetTest() {
-        EXPECT_EQ(listen(server.fd, 1), 0);
-        EXPECT_EQ(zxnet_api_socketConnect(ours, server.generic(), server.size, 1000000, 1), 0);
-        EXPECT_THAT(log.take().back(), HasSubstr("[DEBUG][NETWORK]connect sucess,timecast:"));
-        theirs = accept(server.fd, nullptr, nullptr);
-        EXPECT_EQ(theirs, ours + 1) << "a descriptor was left open";
-    }
-    ~NetTest() override {
-        close(theirs);
-        close(ours);
-    }
-
+TEST(NetTest, TriesARefusedConnectionUntilTheDeadline) {
     zx::test::LogCapture log;
-    Socket server;
-    int ours = socket(AF_INET, SOCK_STREAM, 0);
-    int theirs = -1;
-    char buf[16]{};
-};
-
-TEST_F(NetTest, TriesARefusedConnectionUntilTheDeadline) {
     Socket closed;  // bound but not listening
     const auto last_line = [&](uint64_t timeout_us, uint8_t log_flag) {
         const Socket own;
@@ -113,13 +91,17 @@ private:
     inline static volatile int g_left = 0;
 };
 
-TEST_F(NetTest, WaitsOnWhenSignalsComeInBetween) {
+TEST(NetTest, WaitsOnWhenSignalsComeInBetween) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer keeps signals back while a call waits";
 #endif
+    zx::test::LogCapture log;
+    char buf[16];
     int pair[2], full[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, full), 0);
+    Socket server;
+    EXPECT_EQ(listen(server.fd, 1), 0);
     std::vector<Socket> waiting(3);  // more than a backlog of 1 takes
     for (std::size_t i = 0; i < 2; ++i) {
         zxnet_api_socketNonblock(waiting[i].fd, 1);
@@ -188,17 +170,18 @@ TEST_F(NetTest, WaitsOnWhenSignalsComeInBetween) {
     }
 }
 
-TEST_F(NetTest, CancelledWaitRemovesItsDescriptor) {
+TEST(NetTest, CancelledWaitRemovesItsDescriptor) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
 #endif
+    const Socket socket(SOCK_DGRAM);
     int epfd = zxepoll_innerapi_open(1, "test", 1);
     std::thread waiting([&] {
         pthread_cancel(pthread_self());
-        zxepoll_waitfd_timeout(epfd, ours, ZXEPOLL_WAIT_READ, 1000);
+        zxepoll_waitfd_timeout(epfd, socket.fd, ZXEPOLL_WAIT_READ, 1000);
     });
     waiting.join();
-    EXPECT_EQ(zxepoll_add(epfd, ours, EPOLLIN), 0);
+    EXPECT_EQ(zxepoll_add(epfd, socket.fd, EPOLLIN), 0);
     zxepoll_close(&epfd);
 }
 

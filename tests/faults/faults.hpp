@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -91,5 +92,15 @@ struct Said : std::string {
         assign(out.str());
     }
 };
+
+// What a function gives for each text, with a space after each.
+template <typename Function>
+std::string results_of(Function call, std::initializer_list<std::string> texts) {
+    std::string results;
+    for (const std::string& text : texts) {
+        results += Said{call(text.c_str()), ""};
+    }
+    return results;
+}
 
 }  // namespace zx::test

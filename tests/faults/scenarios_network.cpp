@@ -291,12 +291,8 @@ ZX_SCENARIO(names) {
 
 ZX_SCENARIO(ping) {
     const std::string longest(103, 'h');
-    Said said{zxnet_api_ping(longest.c_str()), zxnet_api_ping("fe80::1%eth0")};
-    for (const std::string& refused :
-         {longest + "h", std::string(), std::string("-f"), std::string("a;reboot")}) {
-        said += Said{"", zxnet_api_ping(refused.c_str())};
-    }
-    return said;
+    return results_of(zxnet_api_ping,
+                      {longest, "fe80::1%eth0", longest + "h", "", "-f", "a;reboot"});
 }
 
 ZX_SCENARIO(interface_addresses) {

@@ -59,12 +59,9 @@ ZX_SCENARIO(replaced_large_file) {
 ZX_SCENARIO(refused_files) {
     count_calls(false);
     char text[] = "new";
-    std::string said;
-    for (const std::string& path : {in_directory("a b"), in_directory("$(id)"), std::string("-f"),
-                                    std::string("~root/x"), "/" + std::string(247, 'x')}) {
-        said += Said{zxmd_api_writeProtect(path.c_str(), text, 3), ""};
-    }
-    return said;
+    const auto write = [&](const char* path) { return zxmd_api_writeProtect(path, text, 3); };
+    return results_of(write, {in_directory("a b"), in_directory("$(id)"), "-f", "~root/x",
+                              "/" + std::string(247, 'x')});
 }
 
 // The first call makes what the second one finds.
@@ -94,18 +91,12 @@ ZX_SCENARIO(file_facts) {
 
 ZX_SCENARIO(file_names) {
     count_calls(false);
-    const std::string longer(1024, 'x');
     std::ofstream(in_directory("five")) << "abcde";
-    std::string fits;
-    for (const char* name : {"a.ts", ".ts", "a.mp3", "b.mp4", "ts", "a.TS", "a.ts.gz", ""}) {
-        fits += std::to_string(zxmd_api_fileFormatFilter(name));
-    }
-    return Said{zxmd_api_getFileSize(("file://" + in_directory("five")).c_str()),
-                zxmd_api_getFileSize(longer.c_str()),
-                zxmd_api_getFileType("/"),
-                zxmd_api_getFileType("/proc/self/exe"),
-                zxmd_api_getFileType("/nowhere/x"),
-                fits};
+    return Said{results_of(zxmd_api_getFileSize,
+                           {"file://" + in_directory("five"), std::string(1024, 'x')}),
+                results_of(zxmd_api_getFileType, {"/", "/proc/self/exe", "/nowhere/x"}),
+                results_of(zxmd_api_fileFormatFilter,
+                           {"a.ts", ".ts", "a.mp3", "b.mp4", "ts", "a.TS", "a.ts.gz", ""})};
 }
 
 // Above its limit, and with a name for a command.
@@ -243,12 +234,11 @@ ZX_SCENARIO(host_programs) {
     Said said{zxmd_api_pstree(42, tree, sizeof tree), std::string(tree, 14),
               zxmd_api_getDecEncMode()};
     put("inxi", "echo Device: other");
-    said += Said{"", zxmd_api_getDecEncMode(),
-                 zxmd_api_isInstall("libc6") == std::filesystem::exists("/usr/share/doc/libc6")};
-    for (const char* name : {"../bin/sh", "..", ".", "../doc/libc6", ""}) {
-        said += Said{"", zxmd_api_isInstall(name), *name != 0 && zxmd_api_isInstallByBin(name)};
-    }
-    return said;
+    said +=
+        Said{"", zxmd_api_getDecEncMode(),
+             zxmd_api_isInstall("libc6") == std::filesystem::exists("/usr/share/doc/libc6"), ""};
+    return said + results_of(zxmd_api_isInstall, {"../doc/libc6", "..", ".", ""}) +
+           results_of(zxmd_api_isInstallByBin, {"../bin/sh", "..", "."});
 }
 
 ZX_SCENARIO(tunables) {
@@ -259,14 +249,9 @@ ZX_SCENARIO(tunables) {
 // What a shell takes literally, and what it would interpret.
 ZX_SCENARIO(tunable_names) {
     count_calls(false);
-    std::string said;
-    for (const std::string& name :
-         {std::string("br+lan"), std::string("v/7"), std::string("eth0.7"), std::string("-a~b#=@^"),
-          std::string("eth0;reboot"), std::string("a b"), std::string(), std::string("a*"),
-          std::string(230, 'x')}) {
-        said += Said{zxsysctl_api_setEth_rpfilter(name.c_str(), 0), ""};
-    }
-    return said;
+    const auto set = [](const char* name) { return zxsysctl_api_setEth_rpfilter(name, 0); };
+    return results_of(set, {"br+lan", "v/7", "eth0.7", "-a~b#=@^", "eth0;reboot", "a b", "", "a*",
+                            std::string(230, 'x')});
 }
 
 // How many of them succeed.
