@@ -46,8 +46,8 @@ std::vector<std::string> take_over_calls();
 // Counts calls from now on, also those of child processes, and lets those of the fault fail.
 void arm(const Fault& fault);
 
-// The libraries' clock, which is fast.
-std::uint64_t fast_us();
+// The clock of the libraries, which moves only when they wait.
+std::uint64_t clock_us();
 
 // Whether calls count, as the preparation of a scenario does not. Returns what was so before.
 bool count_calls(bool on);
