@@ -379,7 +379,7 @@ private:
  *
  * @param thread  the worker's record.
  * @param wait    for the start.
- * @param body    is called with a #StopRequest and returns soon after that was seen. A stop that
+ * @param body    is called with a StopRequest and returns soon after that was seen. A stop that
  *                follows the start at once may already be there. It is not called if the controller
  *                does not start the worker in time.
  */
@@ -501,13 +501,12 @@ struct LogLine {
 };
 
 /**
- * Logs a line in the format of the library, and prints it in colour if #flag_stdPrint is set:
- * `zxcommon::log({zxcommon::Level::notice, "RELAY"}, "client %s has left", name)`.
+ * Logs a line in the format of the library, and prints it in colour if #flag_stdPrint is set.
  *
- * Does nothing if the level or the tag is filtered out. Control characters in the message are
- * escaped.
- *
- * Signal handlers: unsafe; it allocates memory for a message of 1024 bytes and more.
+ * A call is `zxcommon::log({zxcommon::Level::notice, "RELAY"}, "client %s has left", name)`. It
+ * does nothing if the level or the tag is filtered out. Control characters in the message are
+ * escaped. Do not call it in a signal handler: it allocates memory for a message of 1024 bytes and
+ * more.
  *
  * @param line    level, tag and caller.
  * @param format  of the message, as printf() takes it; without a line end.

@@ -27,7 +27,6 @@ SAFETY = {"Threads": ("safe", "unsafe"), "Signal handlers": ("safe", "unsafe"),
 PRINTS = "prints to standard output, whose calls do not fail in the scenarios"
 CALLBACK = "has a cancellation point only in the caller's function"
 NOT_IN_SCENARIOS = {
-    "zx_api_forceReboot": "restarts the machine",
     "zxaes_innerapi_cryptCFB128": PRINTS,
     "zxaes_innerapi_cryptECB": PRINTS,
     "zxaes_innerapi_setDecKey": PRINTS,
@@ -176,7 +175,10 @@ def first_sentence(member):
 
 def prototype(member):
     text = member.findtext("definition")
-    if member.get("kind") == "function":
+    if member.get("kind") == "enum":
+        values = (value.findtext("name") for value in member.findall("enumvalue"))
+        text = f"enum class {member.findtext('name')} {{ {', '.join(values)} }}"
+    elif member.get("kind") == "function":
         text += member.findtext("argsstring").replace(",...", ", ...")
     elif member.get("kind") == "variable":
         text = f"extern {text}"
