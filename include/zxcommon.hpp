@@ -107,7 +107,7 @@ public:
      * @param lock    must outlive the guard.
      * @param caller  recorded as holder.
      */
-    explicit LockGuard(zxlock_ctt* lock, Caller caller = Caller::current()) noexcept
+    explicit LockGuard(zxlock_ctt* lock, const Caller& caller = Caller::current()) noexcept
         : lock_(lock), caller_(caller) {
         is_held_ = zxlock_api_obtain(lock_, caller_.function, caller_.line) == 0;
     }
@@ -116,7 +116,7 @@ public:
      * @param lock    must outlive the guard.
      * @param caller  recorded as holder.
      */
-    explicit LockGuard(Lock& lock, Caller caller = Caller::current()) noexcept
+    explicit LockGuard(Lock& lock, const Caller& caller = Caller::current()) noexcept
         : LockGuard(lock.get(), caller) {}
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
@@ -156,7 +156,7 @@ using Tracked = std::unique_ptr<T[], TrackedDeleter>;
  */
 template <typename T>
 [[nodiscard]] Tracked<T> make_tracked(std::uint32_t count, const char* name,
-                                      Caller caller = Caller::current()) noexcept {
+                                      const Caller& caller = Caller::current()) noexcept {
     static_assert(std::is_trivially_default_constructible_v<T> &&
                   std::is_trivially_destructible_v<T>);
     static_assert(alignof(T) <= alignof(std::max_align_t));
@@ -227,7 +227,7 @@ public:
      * @return payload bytes taken; -1 when they do not fit or there is no FIFO.
      */
     std::int32_t message_out(std::span<std::uint8_t> room,
-                             Caller caller = Caller::current()) noexcept {
+                             const Caller& caller = Caller::current()) noexcept {
         const auto size = std::min<std::size_t>(room.size(), UINT32_MAX);
         return zxfifo_api_blockLenOut1(get(), data_of(room), static_cast<std::uint32_t>(size),
                                        caller.function, caller.line);
@@ -441,7 +441,7 @@ private:
 class Epoll {
 public:
     /** @param caller  named when no instance can be opened. */
-    explicit Epoll(Caller caller = Caller::current()) noexcept
+    explicit Epoll(const Caller& caller = Caller::current()) noexcept
         : instance_(zxepoll_innerapi_open(1, caller.function, caller.line)) {}
 
     /** @return whether it was opened. */
@@ -492,7 +492,8 @@ struct LogLine {
      * @param its_tag     of the module, such as "RELAY"; outlives the call.
      * @param its_caller  is named if #flag_printLineFunc is set.
      */
-    LogLine(Level its_level, const char* its_tag, Caller its_caller = Caller::current()) noexcept
+    LogLine(Level its_level, const char* its_tag,
+            const Caller& its_caller = Caller::current()) noexcept
         : level(its_level), tag(its_tag), caller(its_caller) {}
 
     Level level;     /**< is compared with the level of the log */

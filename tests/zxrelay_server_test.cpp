@@ -305,7 +305,7 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
 }
 
 TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
-    start("tcp", "--watchdog --once --keep 60");
+    start("tcp", "--watchdog --once --keep 60 --fifo-size 16m");  // room for all of it
     const Bytes stream = packets(0, 70000);
     const std::size_t half = 35000 * kPacketSize;
     const zxcommon::Descriptor watcher(connected(SOCK_STREAM, out_port));

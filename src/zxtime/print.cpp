@@ -31,7 +31,7 @@ char* print_now(StaticText& text, const char* fmt, Fields... fields) {
     zxtime_api_rstimeGetCur(&now);
     std::memset(text, 0, std::strlen(text));
     zx::print_trusted(text, sizeof text, fmt, now.*fields...);
-    return text;
+    return &text[0];
 }
 
 // What all printers of an instant do first. False when there is nothing to print.
