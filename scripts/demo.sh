@@ -7,10 +7,10 @@ cd "$(dirname "$0")/.."
 source scripts/steps.sh
 [[ $# -eq 0 ]] || misused
 
-# Builds only the relay and its libraries, with the little optimisation that a demonstration needs.
-# Warnings are off, because at this level of optimisation some of them are wrong and would stop the build.
+# Builds only the relay and its libraries, without optimisation: a demonstration needs none, and the build takes
+# half as long.
 build_relay() {
-    cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O1 -DNDEBUG -w' \
+    cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-w \
         -DZX_BUILD_TESTS=OFF -DZX_BUILD_EXAMPLES=OFF >/dev/null
     cmake --build build/demo --target zxrelay | counted
 }
