@@ -4,8 +4,8 @@
  * connection checks, Internet checksums.
  *
  * No state is kept between calls. Sockets belong to their caller: no function closes one, not even
- * after a failure. A signal handler that runs does not end a wait. All texts and records belong to
- * the caller, who makes outputs large enough. Log tag: NETWORK.
+ * after a failure. A wait continues after a signal handler has run. All texts and records belong to
+ * the caller, who must make outputs large enough. Log tag: NETWORK.
  *
  * Threads: safe; for different outputs.
  * Signal handlers: unsafe.
@@ -28,9 +28,9 @@ extern "C" {
 /*
  * Numeric IPv4 addresses are in host order: the first number of the text is the most significant
  * byte. "Dotted text" below is read without checks: each field between dots is read as by atoi()
- * and reduced modulo 256, so "256" and "x" are 0, and several dots in a row count as one. Only the
- * number of fields is checked, which must be 4. Only the first 256 bytes are used
- * (#ZXNET_IP_TEXT_SIZE in zxnet_api_ipStr2Byte()); a longer text is cut with a warning.
+ * and reduced modulo 256, so "256" and "x" are 0, and several dots in a row count as one. The only
+ * check is that there are 4 fields. Only the first 256 bytes are used (#ZXNET_IP_TEXT_SIZE in
+ * zxnet_api_ipStr2Byte()); a longer text is cut with a warning.
  */
 
 #define ZXNET_IP_TEXT_SIZE      16 /**< bytes of a dotted text */
@@ -40,14 +40,14 @@ extern "C" {
 #define ZXNET_MAC_TEXT_SIZE     18 /**< bytes of the text of a MAC address */
 
 #define ZXNET_DOMAIN_SLOTS     128 /**< address texts in a domain address record */
-#define ZXNET_DOMAIN_SLOT_SIZE 32  /**< bytes from one of them to the next */
+#define ZXNET_DOMAIN_SLOT_SIZE 32  /**< bytes from one address text to the next */
 #define ZXNET_DOMAIN_FLAGS     32  /**< family flags in a domain address record */
 
 /** The addresses of a name. */
 typedef struct domainaddr_ctt {
     uint8_t count; /**< addresses found, modulo 256; may exceed the number stored */
-    /** A text of #ZXNET_DOMAIN_SLOT_SIZE bytes or more continues in the next slot, whose text cuts
-     * it. */
+    /** A text of #ZXNET_DOMAIN_SLOT_SIZE bytes or more runs into the next slot, and the text that
+     * is stored there cuts it off. */
     char address[ZXNET_DOMAIN_SLOTS][ZXNET_DOMAIN_SLOT_SIZE];
     uint8_t family[ZXNET_DOMAIN_FLAGS]; /**< 0 IPv4, 1 IPv6 */
 } domainaddr_ctt;
@@ -63,9 +63,9 @@ typedef enum ipmode_e {
 } ipmode_e;
 
 /**
- * Tells whether a text is an IPv6 address: whether it has a colon.
+ * Tells whether a text counts as an IPv6 address: any text with a colon does.
  * @param text  any text.
- * @return 1 when it has one; 0 otherwise and for NULL.
+ * @return 1 when it contains a colon; 0 otherwise and for NULL.
  * Signal handlers: safe.
  * Logs: error for NULL.
  */
@@ -82,8 +82,8 @@ int32_t zxnet_api_isMulticast(const char* text);
 
 /**
  * Rewrites an IPv4 text as IPv4-mapped IPv6, "::ffff:192.0.2.1". An IPv6 text is not changed.
- * @param text  the text, which is not checked to be an address, with room for strlen(text) + 8
- *              bytes.
+ * @param text  the text, in a buffer of at least strlen(text) + 8 bytes. The call does not check
+ *              that it is an address.
  * Signal handlers: safe.
  * Logs: error for NULL.
  */
@@ -101,7 +101,8 @@ uint32_t zxnet_api_ipStr2Byte(const char* text);
 /**
  * Prints an address as dotted text.
  * @param ip   host order.
- * @param out  #ZXNET_IP_TEXT_SIZE bytes that already hold a text, which is cleared.
+ * @param out  #ZXNET_IP_TEXT_SIZE bytes that hold a text, perhaps an empty one; the result replaces
+ *             it.
  * @return the number of characters; 0 for a NULL `out`.
  * Signal handlers: safe.
  * Logs: error for a NULL `out`.
@@ -111,8 +112,8 @@ int32_t zxnet_api_ipByte2Str(uint32_t ip, char* out);
 /**
  * Prints all addresses from `start` to `end` as dotted texts.
  *
- * The list is not bounded, on purpose: an `end` of 255.255.255.255 never ends, and a `start` that
- * cannot be read counts as 0.0.0.0. The caller must check both.
+ * The list is not bounded, on purpose: with an `end` of 255.255.255.255 the call never returns, and
+ * a `start` that cannot be read counts as 0.0.0.0. The caller must check both.
  *
  * @param start   dotted text.
  * @param end     dotted text, below 255.255.255.255.
@@ -127,9 +128,9 @@ uint32_t zxnet_api_getIpList(const char* start, const char* end, char* out, uint
 /**
  * Reads the text of a MAC address.
  *
- * Six times, a hexadecimal number is read as by strtoul(), its lowest byte is stored, and the
- * character after it is skipped, whatever it is. When the text has no more numbers, the remaining
- * bytes are 0.
+ * The call does this six times: it reads a hexadecimal number as strtoul() does, stores its lowest
+ * byte, and skips the next character, whatever it is. When the text has no more numbers, the
+ * remaining bytes are 0.
  *
  * @param text  "00:11:22:aa:bb:cc".
  * @param out6  #ZXNET_MAC_SIZE bytes.
@@ -140,8 +141,8 @@ uint32_t zxnet_api_getIpList(const char* start, const char* end, char* out, uint
 int32_t zxnet_api_macStr2Byte(const char* text, uint8_t* out6);
 
 /**
- * Appends bytes to a text, in hexadecimal without leading zeros and with colons between them: 00 1a
- * 0b are "0:1a:b".
+ * Appends bytes to a text, in hexadecimal without leading zeros and with colons between them: the
+ * bytes 00 1a 0b give "0:1a:b".
  *
  * @param bytes  `len` bytes.
  * @param len    bytes.
@@ -167,7 +168,8 @@ int32_t zxnet_api_isVaildMac(const char* text);
  * The second byte of the group is used whole, on purpose, unlike in RFC 1112, which drops its top
  * bit: 239.255.1.1 gives "01:00:5e:ff:01:01".
  *
- * @param out    #ZXNET_MAC_TEXT_SIZE bytes that already hold a text, which is cleared.
+ * @param out    #ZXNET_MAC_TEXT_SIZE bytes that hold a text, perhaps an empty one; the result
+ *               replaces it.
  * @param group  read as by inet_addr(); a text that inet_addr() refuses counts as 255.255.255.255.
  * @return the number of characters; 0 for a NULL argument.
  *
@@ -177,8 +179,8 @@ int32_t zxnet_api_getMulticastDestMac(char* out, const char* group);
 
 /**
  * Counts the bits of a netmask, byte by byte.
- * @param netmask  dotted text. A byte that is no mask by itself counts as 0. The bits of the whole
- *                 mask need not be in a row: 255.0.255.0 gives 16.
+ * @param netmask  dotted text. A byte whose 1 bits are not all on the left counts as 0. The 1 bits
+ *                 of the whole mask need not be contiguous: 255.0.255.0 gives 16.
  * @return 0 to 32; 0 on error.
  * Logs: warning for a text of 256 characters or more; error when the number of fields is not 4, and
  * for NULL.
@@ -192,8 +194,8 @@ int32_t zxnet_api_getNetmaskBitNum(const char* netmask);
  * @param network  #ZXNET_NETWORK_TEXT_SIZE bytes for "192.0.2.0/24"; NULL: not wanted.
  * @param gateway  #ZXNET_IP_TEXT_SIZE bytes for "192.0.2.1"; NULL: not wanted. There is no carry,
  *                 on purpose: for a network that ends in 255 the gateway ends in 256.
- * @return the number of characters of the gateway; 0 without a `gateway`, and on error with nothing
- *         written.
+ * @return the number of characters of the gateway; 0 for a NULL `gateway`, and on error, when
+ *         nothing is written.
  * Logs: warning for a text of 256 characters or more; error when the number of fields is not 4, and
  * for a NULL `ip` or `netmask`.
  */
@@ -204,9 +206,9 @@ int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* netmask, char*
  * Prints the network of an address.
  * @param ip       dotted text.
  * @param netmask  dotted text.
- * @param out      #ZXNET_IP_TEXT_SIZE bytes that already hold a text, which is cleared; NULL: not
- *                 wanted.
- * @return the number of characters; 0 without an `out`, and on error with nothing written.
+ * @param out      #ZXNET_IP_TEXT_SIZE bytes that hold a text, perhaps an empty one; the result
+ *                 replaces it. NULL: not wanted.
+ * @return the number of characters; 0 for a NULL `out`, and on error, when nothing is written.
  * Logs: as zxnet_api_getGatewayByNetmask().
  */
 int32_t zxnet_api_subnet(const char* ip, const char* netmask, char* out);
@@ -236,9 +238,9 @@ void zxnet_api_getIpaddr(const struct sockaddr* sa, char* out);
  * Resolves a name to addresses of both families, in the order of getaddrinfo().
  *
  * The record receives min(`count`, #ZXNET_DOMAIN_FLAGS) flags and min(`count`, #ZXNET_DOMAIN_SLOTS)
- * texts. One text more overwrites the flags; nothing is stored after the record. The function is
- * meant for names with few addresses. A call takes as long as the lookup takes, and the thread
- * cannot be cancelled meanwhile.
+ * texts. One further text overwrites the flags, but nothing is written beyond the record. The
+ * function is meant for names with few addresses. A call takes as long as the lookup takes, and the
+ * thread cannot be cancelled meanwhile.
  *
  * @param host     name or address.
  * @param service  as for getaddrinfo(); NULL: none.
@@ -252,7 +254,7 @@ int32_t zxnet_api_parseDomainName(const char* host, const char* service, domaina
 
 /**
  * Finds an IP mode by its text.
- * @param text  as in ::ipmode_e, in the same letters.
+ * @param text  as in ::ipmode_e; letters must match in case.
  * @return the mode; #ZXNET_IPMODE_UNKNOWN for another text and for NULL.
  * Signal handlers: safe.
  * Logs: error for NULL.
@@ -269,7 +271,7 @@ int32_t zxnet_api_isVaildFd(int fd);
 
 /**
  * Prints an address that is in network order.
- * @param netorder  any alignment.
+ * @param netorder  the address; needs no alignment.
  * @return the static text of inet_ntoa(), overwritten by its next call; NULL for NULL.
  * Threads: safe; glibc has one text for each thread.
  * Logs: error for NULL.
@@ -308,7 +310,7 @@ int32_t zxnet_api_num2str16(const uint8_t* bytes, uint32_t len, char* out);
  * Cancellation: safe; a cancelled call closes what it opened. The caller's socket stays open.
  */
 
-#define ZXNET_WAIT_READ  0 /**< wait until readable, as any mode except 1 */
+#define ZXNET_WAIT_READ  0 /**< wait until readable; any mode except 1 means this */
 #define ZXNET_WAIT_WRITE 1 /**< wait until writable */
 
 #define ZXNET_NO_WAIT      0xFFFFFFFFU /**< timeout of the receive and send family: do not wait */
@@ -365,10 +367,10 @@ int32_t zxnet_api_socketNonblock(int fd, int8_t on);
  * Connects a socket within a deadline. It tries again until the deadline, even if the peer refuses
  * the connection.
  *
- * With a timeout, the socket is made non-blocking and stays so, and the state of the TCP connection
- * shows when it is complete. Without a timeout, a single connect() decides, in the mode of the
- * socket. The call needs one more descriptor besides the socket, and ends early when the wall clock
- * jumps.
+ * With a timeout, the socket becomes non-blocking and stays so; its TCP state shows when the
+ * connection is established. Without a timeout, the result is that of a single connect(), which
+ * blocks if the socket does. The call needs one more descriptor besides the socket, and ends early
+ * when the wall clock jumps.
  *
  * @param fd         the socket, which stays open; a TCP socket if there is a timeout.
  * @param addr       address, not NULL.
@@ -391,8 +393,8 @@ int32_t zxnet_api_socketConnect(int fd, const struct sockaddr* addr, socklen_t l
  * @param count      records; 0: there is nothing to wait for.
  * @param timeoutMs  milliseconds; a negative timeout is an error.
  * @return the number of conditions that hold (2 for a descriptor that is readable and writable); 0
- *         when none holds in time, and at once when every `fd` is negative; -1 on failure and, with
- *         nothing written, for an `fd` of 1024 or above.
+ *         when none holds in time, and at once when every `fd` is negative. -1 on failure, and for
+ *         an `fd` of 1024 or above, when nothing is written.
  * Signal handlers: safe.
  * Logs: error for such an `fd` and for NULL `fds` with a count.
  */
@@ -435,9 +437,11 @@ int32_t zxnet_api_waitFdTimeout(int fd, uint32_t mode, uint32_t tries);
  * @param fd         the socket.
  * @param buf        receives up to `len` bytes, but never more than 2147483646.
  * @param len        bytes.
- * @param timeoutMs  milliseconds; #ZXNET_NO_WAIT: no wait, the mode of the socket decides.
- * @return the number of bytes; 0 at the end of the stream; #ZXNET_TIMEOUT, #ZXNET_UNWAITED,
- *         #ZXNET_HANGUP, #ZXNET_IO_ERROR (with `errno` set) or #ZXNET_NO_BUF.
+ * @param timeoutMs  milliseconds; #ZXNET_NO_WAIT: no wait; the mode of the socket decides whether
+ *                   the call blocks.
+ * @return the number of bytes; 0 at the end of the stream, unless the socket counts as broken;
+ *         #ZXNET_TIMEOUT, #ZXNET_UNWAITED, #ZXNET_HANGUP, #ZXNET_IO_ERROR (with `errno` set) or
+ *         #ZXNET_NO_BUF.
  *
  * Threads: safe; each call waits on an epoll instance of its own.
  * Logs: error for a NULL buffer, a failed wait or recv; warning for a length that was reduced, a
@@ -460,7 +464,8 @@ int32_t zxnet_api_epollRecv3(int fd, void* buf, uint32_t len);
  * @param fd         the socket.
  * @param buf        `len` bytes, of which at most 2147483646 are sent.
  * @param len        bytes.
- * @param timeoutMs  milliseconds; #ZXNET_NO_WAIT: no wait, the mode of the socket decides.
+ * @param timeoutMs  milliseconds; #ZXNET_NO_WAIT: no wait; the mode of the socket decides whether
+ *                   the call blocks.
  * @return the number of bytes sent, perhaps fewer than `len`; or #ZXNET_TIMEOUT, #ZXNET_UNWAITED,
  *         #ZXNET_HANGUP, #ZXNET_IO_ERROR (with `errno` set) or #ZXNET_NO_BUF.
  * Threads: safe; each call waits on an epoll instance of its own.
@@ -474,8 +479,8 @@ int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, uint32_t time
  * @param buf        `len` bytes.
  * @param len        at most 2147483646; a larger length is reduced. 0 sends nothing.
  * @param timeoutMs  milliseconds for each piece.
- * @return `len`; or the negative result of the first piece that failed, after the pieces before it
- *         were sent.
+ * @return `len`; or the negative result of the first piece that failed; the pieces before it were
+ *         sent.
  * Logs: error for a piece that failed; warning for a length that was reduced.
  */
 int32_t zxnet_api_epollSend2(int fd, const void* buf, uint32_t len, uint32_t timeoutMs);
@@ -529,7 +534,7 @@ char* zxnet_api_getTcpStateString(uint32_t state, char* out);
  * Tells whether a TCP connection to the first IPv4 address of a host can be opened within a second.
  * @param host  name or address; its lookup is not part of this second and can take longer.
  * @param port  1 to 65535, or #ZXNET_PORT_DEFAULT.
- * @return 1 reachable; 0 not reachable, unknown or refused.
+ * @return 1 when it can; 0 when it cannot, the name is unknown or an argument is refused.
  * Cancellation: safe; but not during the lookup. The socket is closed.
  * Logs: error for a NULL host and for a port above 65535; otherwise as zxnet_api_socketConnect().
  */
@@ -538,8 +543,8 @@ int32_t zxnet_api_isReachable(const char* host, uint32_t port);
 /**
  * Sends a host one echo request with the ping command. This takes about two seconds at most.
  * @param host  a name or address of letters, digits and ". : _ % -" that does not begin with "-"
- *              and fits a command of 127 characters. Any other text would reach the shell and is
- *              refused.
+ *              and fits a command of 127 characters. Any other text is refused, because a shell
+ *              runs the command.
  * @return 1 when it answered; 0 when it did not, and for a NULL, empty or refused host.
  * Cancellation: safe; a cancelled call kills the shell that it runs.
  * Logs: error for a host that is refused.
@@ -551,17 +556,17 @@ int32_t zxnet_api_ping(const char* host);
 /*
  * Interfaces are known by their names of at most 15 characters; a longer name matches no interface,
  * except where a function says otherwise. Some functions read or write a file of the kernel. They
- * refuse a name that could lead to another file: one that is empty or longer, ".", ".." and one
- * with a "/". Changing an interface needs administrator rights. Two calls that change one interface
- * at the same time may undo each other.
+ * refuse a name that could lead to another file: an empty name, one of more than 15 characters,
+ * ".", "..", and a name with a "/". Changing an interface needs administrator rights. Two calls
+ * that change one interface at the same time may undo each other.
  */
 
 #define ZXNET_IFNAME_SIZE 16 /**< bytes of an interface name, including the NUL */
 
 /** The IPv4 configuration of an interface. Texts end with a NUL. */
 typedef struct netcfg_info {
-    char ifname[ZXNET_IFNAME_SIZE];   /**< of the interface, such as "eth0" */
-    char reserved[66];                /**< the caller's */
+    char ifname[ZXNET_IFNAME_SIZE];   /**< name of the interface, such as "eth0" */
+    char reserved[66];                /**< free for the caller's use */
     char ipaddr[ZXNET_IP_TEXT_SIZE];  /**< dotted text */
     char netmask[ZXNET_IP_TEXT_SIZE]; /**< dotted text */
 } netcfg_info;
@@ -602,8 +607,8 @@ int32_t zxnet_api_getIfaceIp(const char* ifname, char* out);
  * Asks for the address of an interface. Use zxnet_api_getIfaceInfo() to get its netmask.
  * @param ifname   the interface.
  * @param ipaddr   #ZXNET_IP_TEXT_SIZE bytes.
- * @param netmask  #ZXNET_IP_TEXT_SIZE bytes; not written, unless the kernel has no netmask: then it
- *                 receives the address.
+ * @param netmask  #ZXNET_IP_TEXT_SIZE bytes; not written, except that it receives the address if
+ *                 the kernel has no netmask.
  * @return 0; -2 with nothing written when there is no address; -1 when an argument is NULL or no
  *         socket can be opened.
  * Logs: error for -1.
@@ -613,7 +618,7 @@ int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, char* netmask
 /**
  * Reads the MAC address of an interface as the kernel writes it, "00:11:22:aa:bb:cc\n".
  * @param ifname  the interface.
- * @param out     `size` bytes; not terminated when there are 18, and not written when there is no
+ * @param out     `size` bytes; without a NUL when `size` is 18, and not written when there is no
  *                such interface.
  * @param size    18 or more (negative sizes count as more).
  * @return 0, also when nothing could be read; -2 for a smaller size; -1 when an argument is NULL or
@@ -690,8 +695,8 @@ uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len);
 /**
  * Calculates the Internet checksum of any number of 16-bit words.
  * @param p    `len` bytes: a pseudo-header and the data after it; not NULL, unless `len` is 0.
- * @param len  bytes. It must be even: the function counts down to 0, an odd length never reaches 0,
- *             and the function would read beyond the buffer. Pad with a zero byte.
+ * @param len  bytes; must be even, so pad with a zero byte. The function counts down to 0, which an
+ *             odd length never reaches: it would read beyond the buffer.
  * @return the checksum in the byte order of memory: store it as it is.
  */
 uint16_t zxnet_api_checksumUdp(const uint16_t* p, uint32_t len);

@@ -1,6 +1,6 @@
 /**
  * @file zxsignal.h
- * How a server handles signals, and power control.
+ * Signal handling for servers, and power control.
  *
  * Nothing is allocated. Log tag: SIGNAL.
  *
@@ -35,8 +35,8 @@ extern const char* zxsignal_desstring[ZXSIGNAL_COUNT];
  * Ignored: 1 hang-up, 13 broken pipe (also blocked), 21 and 22 background terminal use, 28 window
  * size. Default: 9 kill, 11 segmentation violation, 17 child. Logged through
  * zxsignal_innerapi_handler(): 2 to 8, 10, 12, 14 to 16, 18, 20, 23 to 27, 29 to 31. Signal 19
- * cannot be caught. The handler returns, so a real illegal instruction, bus error or division by
- * zero is raised again without end. Child processes inherit blocked and ignored signals.
+ * cannot be caught. Because the handler returns, a real illegal instruction, bus error or division
+ * by zero is raised again and again. Child processes inherit blocked and ignored signals.
  *
  * @return the previous handler of signal 31; SIG_ERR when setting it failed.
  *
@@ -46,8 +46,8 @@ extern const char* zxsignal_desstring[ZXSIGNAL_COUNT];
 zxsignal_handler_cb zxsignal_api_catch(void);
 
 /**
- * Logs a signal by its number and name; a number without a name is "Unknow". This is the handler
- * that zxsignal_api_catch() installs.
+ * Logs a signal by its number and name; a number without a name is logged as "Unknow". This is the
+ * handler that zxsignal_api_catch() installs.
  *
  * @param number  the signal.
  *
@@ -57,7 +57,8 @@ zxsignal_handler_cb zxsignal_api_catch(void);
 void zxsignal_innerapi_handler(int number);
 
 /**
- * Installs a handler, which blocks no other signal and does not restart system calls.
+ * Installs a handler. While it runs, no other signal is blocked; system calls that it interrupts
+ * are not restarted.
  * @param number   the signal.
  * @param handler  NULL: the signal is ignored.
  * Threads: safe; it applies to the whole process.
@@ -68,7 +69,7 @@ void zxsignal_innerapi_set(int number, zxsignal_handler_cb handler);
 
 /**
  * Blocks a signal for the calling thread, and for the threads and processes that it starts later.
- * @param number  the signal; a number that is no signal is refused with two lines.
+ * @param number  the signal; a number that is not a signal is refused with two error lines.
  * Signal handlers: safe.
  * Logs: error when the system refuses; the text says SIGPIPE for every number.
  */

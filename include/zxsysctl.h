@@ -24,14 +24,14 @@ extern "C" {
  * Switches off the reverse-path filter of an interface, with "sysctl".
  *
  * The name is put into the command as it is. In sysctl a dot separates names: write "v/7" for the
- * interface v.7. Never pass a name from outside: a "=" in it ends the name of the tunable, and
- * another tunable is set.
+ * interface v.7. Never pass a name from outside: with a "=" in it, the command would set another
+ * tunable.
  *
  * @param name   the interface, "all" or "default".
  * @param value  not used: the filter is always switched off.
- * @return the result of system(); -1 when no command was run. That is when `name` is NULL, empty,
- *         too long for a command of 255 characters, or contains a character that a shell
- *         interprets: control characters, blanks and any of | & ; < > ( ) $ ` \ " ' * ? [ {
+ * @return the result of system(); -1 when no command was run, because `name` is NULL, empty, too
+ *         long for a command of 255 characters, or contains a character that a shell interprets:
+ *         control characters, blanks and any of | & ; < > ( ) $ ` \ " ' * ? [ {
  *
  * Logs: the command as information; error when no command was run.
  */

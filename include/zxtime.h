@@ -5,10 +5,10 @@
  * Every record and buffer belongs to the caller. "Local" means the time zone of the process. Log
  * tag: TIME.
  *
- * A `fmt` is a printf format for ints ("%04d-%02d-%02d"). It is always the caller's own text, never
- * a text from outside: nothing checks it against its arguments.
+ * A `fmt` is a printf format for ints ("%04d-%02d-%02d"). It must be the caller's own text, never
+ * text from outside: nothing checks it against the arguments.
  *
- * A NULL argument is ignored without a log line, except where a function says otherwise: nothing is
+ * Unless a function says otherwise, a NULL argument is ignored without a log line: nothing is
  * changed, and the result is 0 or NULL.
  *
  * Threads: safe; for different records and outputs.
@@ -165,7 +165,8 @@ char* zxtime_api_rtstime2DTime(const char* fmt, const rstime* t, char* out);
 /**
  * Prints the current local date and time, with zxlog_api_curDTime().
  * @param fmt  receives year, month, day, hour, min, sec.
- * @return a text of the calling thread, overwritten by its next call; empty for a NULL `fmt`.
+ * @return a text that belongs to the calling thread, whose next call overwrites it; empty for a
+ *         NULL `fmt`.
  */
 const char* zxtime_api_curDTime(const char* fmt);
 
@@ -237,7 +238,8 @@ void zxtime_api_sec2str(const time_t* sec, const char* fmt, char* out);
  * "unvalid".
  *
  * @param ms   milliseconds.
- * @param out  at least #ZXTIME_DURATION_SIZE bytes; the first 8 are zeroed first.
+ * @param out  at least #ZXTIME_DURATION_SIZE bytes; the first 8 are zeroed before the text is
+ *             written.
  * @return `out`.
  *
  * Signal handlers: safe.
@@ -267,7 +269,7 @@ char* zxtime_api_sec2str2(uint64_t sec, char* out);
 
 /* ------------------------------------------------------------- parsers -- */
 /*
- * Parsers read fixed places: they ignore the separators and check nothing. A field is the number
+ * Parsers read fixed positions: they ignore the separators and check nothing. A field is the number
  * that atoi() reads from its characters: " 5" is 5 and "x1" is 0. Fields beyond the end of a short
  * text are 0. Fields of the record that a parser does not name, such as `wday`, stay as they were.
  */
@@ -351,10 +353,10 @@ int32_t zxtime_api_isVaildTime(const rstime* t, const char* from, const char* to
 int32_t zxtime_api_isVaildWDay(const rstime* t, uint32_t mask);
 
 /**
- * Tells once when a daily window of local time begins.
+ * Tells whether a daily window of local time has begun, once for each window.
  *
- * The window includes both ends. If it runs past midnight, a whole day is added to the current time
- * of day at any hour. So the call finds the part after midnight, but not the part before it.
+ * The window includes both ends. If it runs past midnight, the call always adds a whole day to the
+ * current time of day. It therefore finds the part after midnight, but not the part before it.
  *
  * @param start        a text, read as by zxtime_api_parsetimestr3(); the date is not used.
  * @param durationSec  length in seconds.
@@ -367,20 +369,20 @@ int32_t zxtime_api_isNewLoop(const char* start, uint32_t durationSec, int8_t* st
                              int8_t* lastState);
 
 /**
- * Tells that a day has begun: first in the minute after local midnight, then whenever 86400 seconds
- * have passed since the last hit.
+ * Tells whether a day has begun. A result of 1 is a hit: the first one is in the minute after local
+ * midnight, each later one when 86400 seconds have passed since the one before.
  *
  * @param last  the last hit, kept by the caller; start with 0.
- * @return 1 with now stored in `*last`, or 0.
+ * @return 1 with the current time stored in `*last`; otherwise 0.
  */
 int32_t zxtime_api_isNewDay(time_t* last);
 
 /**
- * Tells that a half hour has begun: first in local minute 0 or 30, then whenever 1800 seconds have
- * passed since the last hit.
+ * Tells whether a half hour has begun. A result of 1 is a hit: the first one is in local minute 0
+ * or 30, each later one when 1800 seconds have passed since the one before.
  *
  * @param last  the last hit, kept by the caller; start with 0.
- * @return 1 with now stored in `*last`, or 0.
+ * @return 1 with the current time stored in `*last`; otherwise 0.
  */
 int32_t zxtime_api_isWholeClock(time_t* last);
 
@@ -399,7 +401,7 @@ int32_t zxtime_api_isPass(const rstime* t);
 int32_t zxtime_api_moreThan(const rstime* a, const rstime* b);
 
 /**
- * Tells whether more than `limitSec` seconds are between two records.
+ * Tells whether more than `limitSec` seconds lie between two records.
  *
  * The difference is unsigned: if `b` is before `a` the result is 1.
  *
@@ -423,7 +425,8 @@ int32_t zxtime_api_timeout(const rstime* a, const rstime* b, uint64_t limitSec);
 int32_t zxtime_api_timeout2(uint64_t a, uint64_t b, uint64_t limit);
 
 /**
- * Tells whether an interval has passed on the wall clock. A clock that was set back is a hit, too.
+ * Tells whether an interval has passed on the wall clock. A result of 1 is a hit. If the clock was
+ * set back, that is a hit, too.
  * @param last        microseconds of the last hit, kept by the caller; 0: the first call is a hit.
  * @param intervalUs  microseconds; the sum with `*last` wraps at 2^64.
  * @return 0 while `*last` <= now <= `*last` + `intervalUs`; otherwise 1, and `*last` becomes now.
@@ -432,8 +435,8 @@ int32_t zxtime_api_timeout2(uint64_t a, uint64_t b, uint64_t limit);
 int32_t zxtime_api_counterAsyncUs(uint64_t* last, uint64_t intervalUs);
 
 /**
- * Does the same as zxtime_api_counterAsyncUs() in seconds, with zxlog_api_timerAsyncSec(), whose
- * result is narrowed to a signed byte.
+ * Does the same as zxtime_api_counterAsyncUs() in seconds. It calls zxlog_api_timerAsyncSec() and
+ * narrows the result to a signed byte.
  *
  * @param last         seconds of the last hit, kept by the caller; 0: the first call is a hit.
  * @param intervalSec  seconds.
