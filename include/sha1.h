@@ -51,7 +51,7 @@ void SHA1Reset(SHA1Context* ctx);
  * Appends bytes to the message.
  *
  * The context becomes Corrupted when the digest was already computed, when the length reaches 2^64
- * bits, and when the index is one that these functions never leave. A Corrupted context takes no
+ * bits, and when the index has a value that these functions never set. A Corrupted context takes no
  * more bytes.
  *
  * @param ctx    after SHA1Reset().

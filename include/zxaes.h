@@ -44,7 +44,7 @@ extern "C" {
  * A key that is ready for use in one direction. It contains the key: wipe it after use.
  *
  * zxaes_innerapi_setEncKey() and zxaes_innerapi_setDecKey() set it. A copy still uses the schedule
- * of its original. The operations do nothing with a context of zero bytes.
+ * of its original. The operations do nothing with a context that is all zeros.
  */
 typedef struct zxaes_ctt {
     int32_t rounds;      /**< 10, 12 or 14; any other value: no key is set */
@@ -56,8 +56,8 @@ typedef struct zxaes_ctt {
  * Encrypts or decrypts a message of whole blocks, without padding.
  *
  * CBC starts with an IV of 16 zero bytes in every call. So does the feedback mode, whose keystream
- * is that of zxaes_innerapi_cryptCFB128() at offset 0: only this function undoes it, no other
- * AES-CFB does.
+ * is that of zxaes_innerapi_cryptCFB128() at offset 0: only this function can decrypt the result,
+ * no other AES-CFB can.
  *
  * @param direction  #ZXAES_ENCRYPT or #ZXAES_DECRYPT; with any other value nothing is done.
  * @param mode       #ZXAES_ECB, #ZXAES_CBC, or any other value for the feedback mode.

@@ -5,8 +5,8 @@
  *
  * Everything here is one inline call of the C interface. Results, logging and safety (threads,
  * signal handlers, cancellation) are those of the function that a member names. The caller's
- * function, file and line are passed on. When an object cannot be made, the C interface logs it,
- * and the object is false.
+ * function, file and line are passed on. When an object cannot be made, the C interface logs the
+ * failure, and the object converts to false.
  */
 #ifndef ZXCOMMON_HPP
 #define ZXCOMMON_HPP
@@ -378,10 +378,10 @@ private:
  * after the stop, also when `body` returns earlier.
  *
  * @param thread  the worker's record.
- * @param wait    for the start.
- * @param body    is called with a StopRequest and returns soon after that was seen. A stop that
- *                follows the start at once may already be there. It is not called if the controller
- *                does not start the worker in time.
+ * @param wait    how long to wait for the start.
+ * @param body    called with a StopRequest; it must return soon after it sees the request. If a
+ *                stop follows the start at once, the request may be there from the beginning. Not
+ *                called if the controller does not start the worker in time.
  */
 template <typename Body>
 void run_worker(zxthread_ctt* thread, Wait wait, const Body& body) {
@@ -406,7 +406,7 @@ void run_worker(zxthread_ctt* thread, Wait wait, const Body& body) {
 class Descriptor {
 public:
     Descriptor() noexcept = default;
-    /** @param fd  is owned from now on; below 0: none. */
+    /** @param fd  owned from now on; below 0: none. */
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
     /** @param other  has none afterwards. */
     Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
@@ -421,7 +421,7 @@ public:
     [[nodiscard]] explicit operator bool() const noexcept { return fd_ >= 0; }
     /** @return the descriptor, which stays the owner's; below 0: none. */
     [[nodiscard]] int get() const noexcept { return fd_; }
-    /** Closes what it owns. @param fd  is owned from now on; below 0: none. */
+    /** Closes what it owns. @param fd  owned from now on; below 0: none. */
     void reset(int fd = -1) noexcept {
         const int old = std::exchange(fd_, fd);
         if (old >= 0) {
@@ -488,16 +488,16 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
 /** What a log line says about its origin. */
 struct LogLine {
     /**
-     * @param its_level   of the line.
-     * @param its_tag     of the module, such as "RELAY"; outlives the call.
-     * @param its_caller  is named if #flag_printLineFunc is set.
+     * @param its_level   level of the line.
+     * @param its_tag     tag of the module, such as "RELAY"; must outlive the call.
+     * @param its_caller  named in the line if #flag_printLineFunc is set.
      */
     LogLine(Level its_level, const char* its_tag,
             const Caller& its_caller = Caller::current()) noexcept
         : level(its_level), tag(its_tag), caller(its_caller) {}
 
-    Level level;     /**< is compared with the level of the log */
-    const char* tag; /**< is searched for in #strfilterTags */
+    Level level;     /**< compared with the level of the log */
+    const char* tag; /**< searched for in #strfilterTags */
     Caller caller;   /**< the function and line that log */
 };
 
@@ -510,7 +510,7 @@ struct LogLine {
  * more.
  *
  * @param line    level, tag and caller.
- * @param format  of the message, as printf() takes it; without a line end.
+ * @param format  a printf() format for the message, without a line end.
  */
 [[gnu::format(printf, 2, 3)]] inline void log(LogLine line, const char* format, ...) {
     const auto level = static_cast<std::uint32_t>(line.level);

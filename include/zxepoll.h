@@ -24,7 +24,7 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-#define ZXEPOLL_WAIT_READ  0 /**< wait until readable, as any mode except 1 */
+#define ZXEPOLL_WAIT_READ  0 /**< wait until readable; any mode except 1 means this */
 #define ZXEPOLL_WAIT_WRITE 1 /**< wait until writable */
 
 #define ZXEPOLL_TIMEOUT (-1) /**< the timeout passed */
@@ -41,7 +41,7 @@ typedef int32_t (*zxepoll_io_cb)(void* context, int32_t fd);
 
 /**
  * Opens an instance, close-on-exec.
- * @param size    a hint without effect, but above 0.
+ * @param size    has no effect, but must be above 0.
  * @param caller  not used.
  * @param line    not used.
  * @return the instance; -1 with `errno` set (EINVAL for a size of 0 or less).
@@ -91,7 +91,7 @@ int32_t zxepoll_del(int epfd, int fd, uint32_t mask);
 int32_t zxepoll_wait(int epfd, struct epoll_event* ev, int max);
 
 /**
- * Waits for events with a timeout of the caller.
+ * Waits for events with the caller's timeout.
  * @param epfd  the instance.
  * @param ev    receives up to `max` events.
  * @param max   events, above 0.

@@ -62,12 +62,12 @@ typedef struct zxfifoblockstat_ctt {
 /**
  * Moves bytes between a source or destination of the caller and the ring, as recv() and send() do.
  *
- * It is called with the FIFO's lock held and must not use the FIFO. Its thread may be cancelled in
- * it: bytes that the cancelled call moved do not count.
+ * It is called with the FIFO's lock held and must not use the FIFO. The thread may be cancelled
+ * inside it: bytes that the cancelled call moved do not count.
  *
  * @param context   the source or destination argument of the transfer.
  * @param position  place in the ring to write to or read from.
- * @param length    most bytes to move, 1 or more.
+ * @param length    the most bytes to move; 1 or more.
  * @return the bytes moved; 0 or less ends the transfer as a failure; more than `length` counts as
  *         `length`.
  */
@@ -152,8 +152,8 @@ int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size
 /**
  * Tells how many bytes are held.
  * @param fifo  the FIFO.
- * @return bytes held after the last transfer or reset; bytes that were only counted since
- *         (zxfifo_innerapi_blockDrainIn() and the like) are not included. -1 when `fifo` is NULL.
+ * @return bytes held after the last transfer or reset, without those that
+ *         zxfifo_innerapi_blockDrainIn() and the like have counted since. -1 when `fifo` is NULL.
  * Logs: error for a NULL `fifo`.
  */
 int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo);
@@ -185,7 +185,7 @@ int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo);
 
 /**
  * Drops the content, sets the reset count to 0 and reports the status.
- * @param stat  receives the status; its `fifo` is set, its `reserved` is not written.
+ * @param stat  receives the status. The caller sets its `fifo`; its `reserved` is not written.
  * @return 0; -1 when `stat` or its `fifo` is NULL.
  * Logs: error when it returns -1.
  */
@@ -293,7 +293,7 @@ typedef struct zxfifolist_ctt {
     uint32_t count;              /**< nodes in the queue, the same in each of them */
     uint32_t size;               /**< bytes of the buffer */
     uint8_t* data;               /**< the buffer, zeroed when it is made */
-    uint64_t reserved;           /**< the caller's */
+    uint64_t reserved;           /**< free for the caller's use */
     struct zxfifolist_ctt* next; /**< towards the tail, NULL at the tail */
 } zxfifolist_ctt;
 
@@ -369,8 +369,7 @@ typedef struct IdList_ctt {
 } IdList_ctt;
 
 /**
- * A shared list. It belongs to its caller and consists of zero bytes before
- * zxfifo_api_shareListInit().
+ * A shared list. It belongs to its caller and must be all zeros before zxfifo_api_shareListInit().
  */
 typedef struct zxsharelist_ctt {
     uint32_t count;        /**< nodes */
@@ -395,8 +394,8 @@ void zxfifo_innerapi_shareListVarInit(zxsharelist_ctt* list);
  * Empties a list with zxfifo_innerapi_shareListVarInit() and creates its lock, "zxfifo_lock_NAME".
  * `keep_seconds` and the two times stay as they are.
  *
- * @param list  zero bytes, with `keep_seconds` set.
- * @param name  of the list, used in the name of its lock.
+ * @param list  all zeros, except that `keep_seconds` is set.
+ * @param name  name of the list, used in the name of its lock.
  * @return 0; -1 when the lock cannot be created or an argument is NULL.
  *
  * Threads: safe; for different lists.
@@ -438,7 +437,7 @@ void zxfifo_api_shareListDemalloc(IdList_ctt** ppIdList_ctt);
  * @param list  the list.
  * @param node  NULL: nothing is done.
  *
- * Threads: safe; also beside readers. The list's lock lets one thread add at a time.
+ * Threads: safe; also while others read. The list's lock lets one thread add at a time.
  * Logs: error for a NULL `list`, unless `node` is NULL.
  */
 void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node);
@@ -449,7 +448,8 @@ void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node);
  *
  * @param list  the list.
  *
- * Threads: unsafe; it takes no lock: no other thread adds, or the caller holds the list's lock.
+ * Threads: unsafe; it takes no lock. Call it while no other thread adds, or with the list's lock
+ * held.
  * Logs: error for a NULL `list`.
  */
 void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
@@ -467,7 +467,7 @@ void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
  * @return the node; the newest one when all are older, so check its `time`; NULL when there is
  *         none.
  *
- * Threads: safe; also beside the thread that adds and drops. It never waits for that thread.
+ * Threads: safe; also while a thread adds and drops. It never waits for that thread.
  * Logs: error for a NULL `list`.
  */
 IdList_ctt* zxfifo_api_shareListRead(zxsharelist_ctt* list, uint64_t sinceUs);
@@ -482,7 +482,7 @@ uint32_t zxfifo_api_shareListTotalNum(const zxsharelist_ctt* list);
 /**
  * Frees every node.
  * @param list  the list.
- * Threads: unsafe; safe only beside a thread that adds, not beside readers.
+ * Threads: unsafe; another thread may add meanwhile, but none may read.
  * Logs: error for a NULL `list`.
  */
 void zxfifo_api_shareListReset(zxsharelist_ctt* list);

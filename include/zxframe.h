@@ -7,13 +7,13 @@
  * keep the values of an earlier frame.
  *
  * The decoder gets a pointer without a length and checks almost nothing: neither checksums nor
- * total lengths, and header lengths decide where it reads on. **The frame buffer must have
+ * total lengths, and header lengths decide where it continues to read. **The frame buffer must have
  * #ZXFRAME_READABLE readable bytes from its start** (put zeros after a shorter frame). Then no
- * content of a frame can make a function read beyond them. VLAN tags are not decoded, and IPv6 is
- * not decoded at all.
+ * content of a frame can make a function read beyond them. The decoder supports neither VLAN tags
+ * nor IPv6.
  *
- * Field dumps are notices and information, and are logged while the record's `print_flag` is set.
- * Errors are always logged. Nothing is allocated, and no state is kept. Log tag: NETFRAME.
+ * Field dumps are logged as notices and information while the record's `print_flag` is set. Errors
+ * are always logged. Nothing is allocated, and no state is kept. Log tag: NETFRAME.
  *
  * Threads: safe; for different records, requests, filters and buffers.
  * Signal handlers: safe.
@@ -61,20 +61,23 @@ typedef struct tcp_option {
     uint8_t val[259]; /**< `len` - 2 bytes of value, as on the wire */
 } tcp_option;
 
-/** IPv4 header (RFC 791). */
+/**
+ * IPv4 header (RFC 791). After zxframe_api_buildTcpAck() and zxframe_api_buildTcpData(), its
+ * addresses are in host order.
+ */
 typedef struct ipv4_view {
     unsigned int version : 4;    /**< as received; 4 in built packets */
     unsigned int header_len : 4; /**< 32-bit words */
     uint8_t tos;                 /**< Differentiated Services field */
     uint16_t total_len;          /**< bytes, including the header */
-    uint16_t id;                 /**< of the packet, the same in its fragments */
+    uint16_t id;                 /**< identifies the packet; the same in its fragments */
     unsigned int flags : 3;      /**< 2: don't fragment; set by builders only, not by decoding */
     unsigned int frag_off : 13;  /**< 8-byte units */
     uint8_t ttl;                 /**< hops left */
     uint8_t protocol;            /**< 6 TCP, 17 UDP, 2 IGMP */
     uint16_t check;              /**< header checksum */
-    uint32_t saddr;              /**< network order; host order after zxframe_api_buildTcpAck() */
-    uint32_t daddr;              /**< and zxframe_api_buildTcpData() */
+    uint32_t saddr;              /**< source, network order */
+    uint32_t daddr;              /**< destination, network order */
     uint8_t router_alert_type;   /**< 0x94; this and the next two: only in built IGMP frames */
     uint8_t router_alert_len;    /**< 4 */
     uint16_t router_alert;       /**< 0 */
@@ -208,7 +211,7 @@ typedef struct igmp_req {
 /**
  * Selects the frames that zxframe_api_filterFrame() lets pass. A frame must match every condition
  * that is set. A text that is NULL or empty is not set; nor is a port of 0 or less, or a protocol
- * other than "tcp" and "udp". A filter of zero bytes lets everything pass.
+ * other than "tcp" and "udp". A filter that is all zeros lets everything pass.
  *
  * A frame's address matches a text that contains it, as zxstr_api_isCasestr() finds it. So
  * "10.0.0.1,10.0.0.2" is a list, but "192.168.1.10" also lets 192.168.1.1 pass, and "192.168.1."

@@ -4,7 +4,8 @@
  * word that a lock guards.
  *
  * A lock record belongs to its caller, who embeds it or declares it statically; this module never
- * allocates one. A record of zero bytes is valid and not initialised. Log tag: THREAD.
+ * allocates one. A record that is all zeros is valid and counts as not initialised. Log tag:
+ * THREAD.
  *
  * Threads: safe.
  * Signal handlers: unsafe.
@@ -26,7 +27,7 @@ extern "C" {
 #define ZXLOCK_HOLDER_SIZE 133  /**< bytes in a lock's holder field */
 #define ZXLOCK_LIST_SIZE   5120 /**< entries of ::zxlocklist_ctt */
 
-/** A named lock. Read its fields only; the holder may change while you read. */
+/** A named lock. Only read its fields; the holder may change while you do. */
 typedef struct zxlock_ctt {
     char name[ZXLOCK_NAME_SIZE];     /**< has no NUL when the name was cut: bound every read */
     pthread_mutex_t mutex;           /**< the lock itself; not recursive */
@@ -76,8 +77,8 @@ int32_t zxlock_api_deinit(zxlock_ctt* lock);
 /**
  * Waits until the lock is free and takes it. The lock is not recursive.
  * @param lock  the lock.
- * @param func  name of the calling function, recorded as holder together with the line; cut where
- *              both do not fit 132 characters. NULL counts as "(null)".
+ * @param func  name of the calling function, recorded as holder together with the line; cut if
+ *              "function,line" exceeds 132 characters. NULL counts as "(null)".
  * @param line  source line of the call.
  * @return 0; -1 with nothing held when `lock` is NULL or not initialised.
  * Logs: error for a NULL record, and for an uninitialised one whose `report_misuse` is 1.
@@ -98,8 +99,8 @@ int32_t zxlock_api_release(zxlock_ctt* lock, const char* func, int line);
 /**
  * Stores a value in a word and waits until another thread changes it to the awaited value.
  *
- * The word is checked every `stepMs` milliseconds, at most `timeoutMs / stepMs` times; a step of 0
- * counts as no steps. The function sleeps once more than it checks: it detects the timeout only
+ * The word is checked every `stepMs` milliseconds, at most `timeoutMs / stepMs` times; with a
+ * `stepMs` of 0, never. The function sleeps once more than it checks: it detects the timeout only
  * after the final sleep. When `setValue` equals `awaited` it returns at once.
  *
  * @param lock       guards the word; the caller does not hold it.
@@ -127,7 +128,7 @@ int32_t zxlock_api_waitStateTimeout(zxlock_ctt* lock, uint32_t* state, uint32_t 
  * @param lock       guards the word; the caller does not hold it.
  * @param cmd        the word, read and written only with the lock held.
  * @param timeoutMs  milliseconds.
- * @param stepMs     milliseconds; 0 counts as no steps.
+ * @param stepMs     milliseconds; 0: no sleeps.
  * @return 1 when the command came; 0 on timeout; -1 when `lock` or `cmd` is NULL or the lock is not
  *         initialised.
  *

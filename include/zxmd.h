@@ -33,7 +33,7 @@ extern "C" {
  * Opening a FIFO waits until its other end is open.
  */
 
-#define ZXMD_MSG_FILE_LIMIT 10485760 /**< zxmd_api_newMsgFile() rotates above these bytes */
+#define ZXMD_MSG_FILE_LIMIT 10485760 /**< zxmd_api_newMsgFile() rotates files of more bytes */
 
 /**
  * Reads the beginning of a file, until `len` bytes, its end or an error.
@@ -53,8 +53,8 @@ int32_t zxmd_api_read(const char* path, void* buf, uint32_t len);
 int32_t zxmd_api_read2(const char* path, void* buf, uint32_t len);
 
 /**
- * Does the same as zxmd_api_read(), but never adds a NUL, and tries a read again that failed after
- * some bytes.
+ * Does the same as zxmd_api_read(), but never adds a NUL, and retries a read that failed after some
+ * bytes.
  *
  * @param path  the file.
  * @param buf   `len` bytes; never terminated.
@@ -366,8 +366,9 @@ int32_t zxmd_api_clearAppLog(void);
 int32_t zxmd_api_cleanKernelUpgradeFile(void);
 
 /**
- * Tells once a minute that it is time to save. A clock that was set back counts as a minute.
- * @param last  microseconds of the last 1, kept by the caller; start with 0.
+ * Tells once a minute that it is time to save. A clock that was set back counts as a minute that
+ * has passed.
+ * @param last  time of the last result of 1, in microseconds, kept by the caller; start with 0.
  * @return 1 or 0; 0 for a NULL argument.
  * Signal handlers: safe.
  * Logs: error for a NULL argument.
@@ -406,8 +407,8 @@ int32_t zxmd_api_setCpuFreq(uint32_t cpu);
 int32_t zxmd_api_isInstall(const char* package);
 
 /**
- * Tells whether a program is in /bin, /usr/bin, /usr/local/bin, or one of the sbin directories
- * beside them.
+ * Tells whether a program is in /bin, /usr/bin, /usr/local/bin, /sbin, /usr/sbin or
+ * /usr/local/sbin.
  *
  * @param program  name of the program, without a path.
  * @return 1 or 0.

@@ -90,8 +90,8 @@ void zxmem_api_free(void** pbuf);
  * @param name  as for zxmem_api_malloc().
  * @param file  as for zxmem_api_malloc().
  * @param line  as for zxmem_api_malloc().
- * Threads: unsafe; only the allocator, which holds the list's lock, may call it beside other
- * threads.
+ * Threads: unsafe; while other threads run, only the allocator may call it, because it holds the
+ * list's lock.
  * Logs: error for a NULL `buf` or `file` and for short memory, warning for a name that was cut.
  */
 void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* name, const char* file,
@@ -100,8 +100,8 @@ void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* name, const ch
 /**
  * Removes the oldest node of a buffer from the list. Does not touch the buffer.
  * @param buf  the buffer; without a node nothing is done.
- * Threads: unsafe; only the allocator, which holds the list's lock, may call it beside other
- * threads.
+ * Threads: unsafe; while other threads run, only the allocator may call it, because it holds the
+ * list's lock.
  * Logs: error for a NULL `buf`.
  */
 void zxmem_innerapi_nodeRm(void* buf);

@@ -7,7 +7,7 @@
  * size argument, the function says how large it must be. Outputs and inputs must not overlap,
  * except where a function allows it. Log tag: STRING.
  *
- * A NULL argument is ignored without a log line, except where a function says otherwise: nothing is
+ * Unless a function says otherwise, a NULL argument is ignored without a log line: nothing is
  * changed, and the result is 0 or the argument that the function returns.
  *
  * Threads: safe; for different texts.
@@ -33,12 +33,12 @@ extern "C" {
 #endif
 
 #define ZXSTR_URL_SIZE 1025 /**< most bytes that zxstr_api_getUrlRealPath() writes */
-#define ZXSTR_KEY_SIZE 128  /**< bytes of a query key that count, including the NUL */
+#define ZXSTR_KEY_SIZE 128  /**< bytes of a query key that are compared, and a NUL */
 
 /* --------------------------------------------------- copying, appending -- */
 
 /**
- * Copies a text, cut to the room that there is, and ends it with a NUL.
+ * Copies a text, cut to the size of the output, and ends it with a NUL.
  * @param dst   `size` bytes; may be NULL when `size` is 0.
  * @param src   the text.
  * @param size  bytes in `dst`; 0: nothing is written.
@@ -47,7 +47,7 @@ extern "C" {
 uint64_t zxstr_api_lcpy(char* dst, const char* src, uint64_t size);
 
 /**
- * Appends a text, cut to the room that there is, and ends it with a NUL.
+ * Appends a text, cut to the size of the output, and ends it with a NUL.
  *
  * If there is no room for a character (`size` is strlen(dst) + 1 or less), nothing is written.
  *
@@ -60,10 +60,10 @@ uint64_t zxstr_api_lcpy(char* dst, const char* src, uint64_t size);
 uint64_t zxstr_api_lcat(char* dst, const char* src, uint64_t size);
 
 /**
- * Appends a printed text, cut to the room that there is.
+ * Appends a printed text, cut to the size of the output.
  * @param dst   a text, in `size` bytes.
  * @param size  bytes in `dst`; with strlen(dst) or less nothing is written.
- * @param fmt   a printf format; always the caller's own text, never a text from outside.
+ * @param fmt   a printf format; the caller's own text, never text from outside.
  * @return the former strlen(dst) + the length of the printed text, cut or not.
  * Signal handlers: unsafe.
  */
@@ -255,8 +255,8 @@ void zxstr_api_buildListurl(const char* proto, const char* auth, const char* hos
  * @param count                          number of pieces.
  * @param out                            a text, to which the URL is appended. The index of a "m3u8"
  *                                       `path` is written strlen(path) - 5 characters from the
- *                                       beginning of `out`. The length of all texts and 64 bytes
- *                                       are enough.
+ *                                       beginning of `out`. Room for all texts and 64 more bytes is
+ *                                       enough.
  *
  * Signal handlers: unsafe.
  */

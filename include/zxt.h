@@ -40,10 +40,11 @@ int32_t zxt_innerapi_bufSwitch(void* buf1, void* buf2, uint32_t len);
  *
  * During the call a copy is in a buffer of zxmem_api_malloc(), named "selfcp_buf".
  *
- * @param buf     NULL is refused. It holds `len` bytes and the bytes by which the content moves:
- *                `len - offset` bytes for an `offset` of 0 and below, `offset + len` bytes above 0.
+ * @param buf     NULL is refused. Its size is that of the content plus the distance that it moves:
+ *                `len - offset` bytes for an `offset` of 0 or below, otherwise `offset + len`
+ *                bytes.
  * @param offset  bytes. Above 0: the content is the `len` bytes at `buf + offset` and moves to the
- *                front. 0 and below: the content is the `len` bytes at `buf` and moves back by
+ *                front. 0 or below: the content is the `len` bytes at `buf` and moves back by
  *                `-offset`.
  * @param len     bytes of content, 0 or more.
  * @return 0; -1 with nothing moved for a NULL `buf`, a negative `len`, more than 2147483647 bytes
@@ -107,9 +108,9 @@ int32_t zxt_api_isDatatypeChange(const int8_t* cur, int8_t* last, uint8_t* count
 
 /* ----------------------------------------------------------- playlists -- */
 /*
- * URLs of playlists, "live/chan1.m3u8". Both functions act only on a URL of more than five
- * characters that does not begin with the path of the recordings: one that does was expanded
- * before. Every URL begins with an empty path.
+ * URLs of playlists, "live/chan1.m3u8". A URL that begins with the path of the recordings is
+ * already expanded: both functions act only on other URLs, of more than five characters. With an
+ * empty path they do nothing, because every URL begins with it.
  */
 
 /**
@@ -183,10 +184,11 @@ int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size);
 /**
  * Runs a command and reads its output through the file "/tmp/zxcmd_info".
  *
- * All callers on the machine share this file. Every call replaces it by a new file of its own in
- * one step, so that it follows no link and never writes or reads another user's file. This relies
- * on the sticky bit of /tmp. The file stays there, readable only for its owner. If `cmd` contains
- * several commands, only the last one writes to the file. On a full disk the output is cut.
+ * All callers on the machine share this file. Every call replaces it in one step by a new file of
+ * its own. The call therefore follows no link, and never writes or reads another user's file. This
+ * relies on the sticky bit of /tmp. The file stays there, readable only for its owner. If `cmd`
+ * contains several commands, only the last one writes to the file. On a full disk the output is
+ * cut.
  *
  * @param cmd   at most 1006 characters; a longer one is not run. NULL is refused.
  * @param info  `size` bytes; terminated when the output is shorter. NULL is refused.
@@ -194,7 +196,8 @@ int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size);
  * @return the number of bytes; -1 for a NULL or refused argument, when the file cannot be made or
  *         opened, or when the command cannot be started.
  *
- * Threads: unsafe; also beside other processes. Use zxt_innerapi_cmdReadByPipe() there.
+ * Threads: unsafe; nor may another process call it at the same time. zxt_innerapi_cmdReadByPipe()
+ * has no such limit.
  * Logs: error for every -1.
  */
 int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32_t size);
@@ -210,8 +213,8 @@ int32_t zxt_innerapi_cmdIsGrep(const char* cmd);
 /**
  * Kills (signal 9) every process whose identifier a command prints.
  *
- * The command runs twice, the first time only to see whether it prints anything. Every number that
- * it prints the second time is killed.
+ * The command runs twice, the first time only to see whether it prints anything. Every process
+ * whose number it prints the second time is killed.
  *
  * @param cmd  at most 1012 characters; a longer one is not run. NULL is refused.
  * @return the status of the kill command as system() returns it; 0 when `cmd` printed nothing; -1

@@ -87,8 +87,8 @@ int32_t zxlog_api_setFile(const char* path);
 
 /**
  * Sets the level.
- * @param level  0 off, 1 errors, 2 and warnings, 3 and notices, 4 and information, 5 (and above)
- *               and debug lines.
+ * @param level  0: nothing is logged; 1: errors; 2: also warnings; 3: also notices; 4: also
+ *               information; 5 and above: also debug lines.
  */
 void zxlog_api_setLoglevel(uint32_t level);
 
@@ -153,7 +153,7 @@ const char* zxlog_innerapi_logTime(void);
  * question mark. If the C library cannot format the line, the format itself is written. At level 0
  * nothing is written.
  *
- * @param fmt  a printf format; always the caller's own text, never a text from outside.
+ * @param fmt  a printf format; the caller's own text, never text from outside.
  *
  * Signal handlers: safe; for conversions of integers, texts and pointers.
  */
@@ -211,11 +211,11 @@ char* zxlog_innerapi_bitByte32(char* scratch, uint32_t whole, uint32_t fraction,
 uint64_t zxlog_api_us(void);
 
 /**
- * Formats the current local time with a format of the caller. A change of TZ takes effect at once.
- * @param fmt  trusted; integer conversions for year, month (1 to 12), day, hour, minute and second,
- *             in this order.
- * @return a 128-byte text of the calling thread, overwritten by its next call; an empty text for a
- *         NULL `fmt`.
+ * Formats the current local time with the caller's format. A change of TZ takes effect at once.
+ * @param fmt  a trusted format: integer conversions for year, month (1 to 12), day, hour, minute
+ *             and second, in this order.
+ * @return a 128-byte text that belongs to the calling thread, whose next call overwrites it; an
+ *         empty text for a NULL `fmt`.
  * Signal handlers: unsafe.
  */
 const char* zxlog_api_curDTime(const char* fmt);
@@ -240,7 +240,7 @@ char* zxlog_api_us2time(uint64_t us, char* out, const char* fmtBelowSecond, cons
 char* zxlog_api_sec2Time(uint64_t sec, char* out);
 
 /**
- * Tells whether an interval has passed, on the wall clock in seconds.
+ * Tells whether an interval has passed, on the wall clock in seconds. A result of 1 is a hit.
  * @param last         the second of the last hit, kept by the caller; 0: the first call is a hit.
  *                     NULL: there is never a hit.
  * @param intervalSec  seconds.
