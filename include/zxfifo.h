@@ -6,11 +6,12 @@
  * length-prefixed messages from one thread to another. List pools are simple queues of buffers
  * without a lock. Shared lists keep buffers for a time: one thread adds, others read.
  *
- * zxfifo_api_blockInit() makes a block FIFO, which belongs to its caller. It never refuses data for
- * lack of space and never waits for data: if more is stored than is free, data that was not read
- * yet is overwritten; if more is taken than is held, the caller gets old bytes and the counts are
- * wrong. Call zxfifo_api_blockSizeLeft() before storing and zxfifo_api_blockSizeUsed() before
- * taking. With one thread on each side the answers stay valid. Log tag: FIFO_STRU.
+ * zxfifo_api_blockInit() makes a block FIFO, which belongs to its caller. A block FIFO never
+ * refuses data for lack of space and never waits for data: if more is stored than is free, data
+ * that was not read yet is overwritten; if more is taken than is held, the caller gets old bytes
+ * and the counts are wrong. Call zxfifo_api_blockSizeLeft() before storing and
+ * zxfifo_api_blockSizeUsed() before taking. With one thread on each side the answers stay valid.
+ * Log tag: FIFO_STRU.
  *
  * Threads: safe.
  * Signal handlers: unsafe.

@@ -395,7 +395,7 @@ int32_t zxframe_api_isTcp_sTod_data(const ether_ctt* pether_ctt, const char* fil
  * bytes too small, and 65,570 for a bare SYN. zxframe_api_finishTcp() makes a valid frame of it.
  * Otherwise send 14 + 4 * header_len + 4 * doff bytes and the payload, not the returned length.
  *
- * @param pether_ctt  the record; its IPv4 `id` increases by 4961, its fragment offset is sent.
+ * @param pether_ctt  the record; its IPv4 `id` increases by 4961; its fragment offset is sent.
  * @param pether_pkt  the request; no text may be NULL.
  * @param outbuf      54 bytes, and the bytes of the request's options, or `option_len` if that is
  *                    more.
@@ -496,7 +496,7 @@ int32_t zxframe_api_buildTcpData(ether_ctt* pether_ctt, uint8_t* outbuf);
  * sources, and accept a version-3 query only if the link pads short frames to 60 bytes, as Ethernet
  * hardware does.
  *
- * @param pether_ctt  the record; its IPv4 `id` increases by 4961, its fragment offset is sent.
+ * @param pether_ctt  the record; its IPv4 `id` increases by 4961; its fragment offset is sent.
  * @param req         the request.
  * @param outbuf      54 bytes, and 4 for each source address.
  * @return the length of the frame; 38, without a message, for an unknown action, and for a join or

@@ -36,7 +36,7 @@ extern "C" {
 #define ZXMD_MSG_FILE_LIMIT 10485760 /**< zxmd_api_newMsgFile() rotates files of more bytes */
 
 /**
- * Reads the beginning of a file, until `len` bytes, its end or an error.
+ * Reads a file from its beginning, up to `len` bytes, its end or an error.
  * @param path  the file.
  * @param buf   `len` bytes; a NUL follows the data if there are fewer than `len` bytes.
  * @param len   bytes.
@@ -111,7 +111,7 @@ int32_t zxmd_api_writea(const char* path, void* buf, uint32_t len);
  * If there is no space for the side file or for the copy, `path` is left alone and the side file is
  * removed. If the copy fails before it begins, the side file stays. If the copy breaks off, the
  * side file replaces `path`, with its owner and its permissions where that is possible. A link
- * stays a link, unless a copy breaks off on another disk than the link's.
+ * stays a link, unless the copy breaks off and the link leads to another disk.
  *
  * @param path  fit for a command (see above), at most 247 characters.
  * @param buf   `len` bytes, writable as for zxmd_api_write().
@@ -293,8 +293,8 @@ int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
 /**
  * Gives up administrator rights: takes the primary and the supplementary groups of a user, then its
  * identity (real, effective and saved), and drops all capabilities (except for "root"). A process
- * that must not change groups keeps its supplementary groups if it has no capabilities or already
- * is that user.
+ * that is not allowed to change groups keeps its supplementary groups if it has no capabilities or
+ * already is that user.
  *
  * @param name  the user.
  * @return 0; -1 for a user that is NULL or unknown, -2 when the groups are refused, -3 when the

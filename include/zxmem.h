@@ -37,7 +37,8 @@ typedef struct memnode_ctt {
 } memnode_ctt;
 
 /**
- * Switches tracking on, once. Does nothing while tracking is on and was not torn down.
+ * Switches tracking on, once. Does nothing while tracking is on, unless zxmem_api_deinit() was
+ * called since.
  * @param enable  1: on. Any other value: off; a later call can still switch it on.
  * Threads: unsafe; call it before other threads allocate.
  * Logs: as zxlock_api_init().
@@ -109,8 +110,8 @@ void zxmem_innerapi_nodeRm(void* buf);
 /**
  * Writes all live buffers to the log, oldest first, and the sum of their sizes.
  *
- * The index in a line counts printed lines. With the echo on, it goes up twice for each buffer:
- * once for the file and once for the echo.
+ * The index in a line counts printed lines. While lines are also printed on standard output
+ * (::flag_stdPrint), it goes up twice for each buffer.
  *
  * Threads: safe; allocations wait during the call.
  * Logs: information; warning when tracking is off, error when it is not initialised.
@@ -125,7 +126,8 @@ void zxmem_api_showBlock(void);
  * Names and source files are not escaped: do not use text from outside as the name of a buffer.
  *
  * @param html  the text, with room for 1,024 bytes, and for each live buffer 580 bytes and the
- *              length of its source file's name. Other threads may add buffers before the call.
+ *              length of its source file's name. Leave room for more buffers, because other threads
+ *              may add some before the call.
  * @param text  shown instead of the table when tracking is off, cut to 1,023 bytes together with
  *              its tags; may be NULL when tracking is on.
  *

@@ -113,8 +113,8 @@ char** zxstr_api_getLine2(char* buf, int32_t size, char** cursor);
 char** zxstr_api_getLine3(char* buf, int32_t size, char** cursor);
 
 /**
- * Takes one word: skips blanks, tabs, carriage returns and line feeds, and stops at any
- * zxstr_api_isSpace() or at the end. A form feed or vertical tab at the front is not skipped: it
+ * Takes one word: skips blanks, tabs, carriage returns and line feeds, and stops at any white space
+ * (zxstr_api_isSpace()) or at the end. A form feed or vertical tab at the front is not skipped: it
  * gives an empty word without moving. Otherwise works as zxstr_api_getLine().
  *
  * @param buf     receives the word, `size` bytes.

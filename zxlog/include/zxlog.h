@@ -66,12 +66,12 @@ extern char strfilterTags[ZXLOG_FILTER_SIZE];
 /**
  * Sends the lines to a file. Lines are always appended. A missing file is created with mode 0644.
  *
- * The library keeps its own descriptor for the file: a high number, close-on-exec, the same number
- * for as long as the log goes to a file. At most once a second, with the next line, it checks
- * whether the path still names this file. When the file was moved away (logrotate) or deleted, it
- * opens the path again. If the program closes the descriptor, the library opens the path again and
- * loses no line, unless another file gets the number at once: that file may get the lines of up to
- * a second.
+ * The library keeps its own descriptor for the file. Its number is high and stays the same for as
+ * long as the log goes to a file; it is close-on-exec. At most once a second, with the next line,
+ * it checks whether the path still names this file. When the file was moved away (logrotate) or
+ * deleted, it opens the path again. If the program closes the descriptor, the library opens the
+ * path again and loses no line, unless another file gets the number at once: that file may get the
+ * lines of up to a second.
  *
  * The path may be a pipe. A pipe that is full, or that nobody reads any more, loses lines but never
  * blocks or ends the process.
