@@ -238,9 +238,9 @@ void zxnet_api_getIpaddr(const struct sockaddr* sa, char* out);
  * Resolves a name to addresses of both families, in the order of getaddrinfo().
  *
  * The record receives min(`count`, #ZXNET_DOMAIN_FLAGS) flags and min(`count`, #ZXNET_DOMAIN_SLOTS)
- * texts. One further text overwrites the flags, but nothing is written beyond the record. The
- * function is meant for names with few addresses. A call takes as long as the lookup takes, and the
- * thread cannot be cancelled meanwhile.
+ * texts. If there are more addresses, the next text overwrites the flags, but nothing is written
+ * beyond the record. The function is meant for names with few addresses. A call takes as long as
+ * the lookup takes, and the thread cannot be cancelled meanwhile.
  *
  * @param host     name or address.
  * @param service  as for getaddrinfo(); NULL: none.
