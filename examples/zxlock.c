@@ -5,7 +5,7 @@
 #include <stdlib.h>
 #include <zxlock.h>
 
-static zxlock_ctt streams; /* must be zero bytes before zxlock_api_init() */
+static zxlock_ctt streams; /* all zeros before zxlock_api_init() */
 static zxlock_ctt users;
 static sem_t taken;
 static sem_t seen;

@@ -38,7 +38,7 @@ static void* count(void* argument) {
 }
 
 int main(void) {
-    static Counter counter; /* static: zero bytes, and it outlives the thread */
+    static Counter counter; /* static: all zeros, and it outlives the thread */
     if (zxthread_api_create(&counter.thread, "counter", count, &counter) != 0) {
         return EXIT_FAILURE; /* the reason is in the log */
     }

@@ -75,7 +75,7 @@ int32_t zxnet_api_isIpv6(const char* text);
  * Tells whether an IPv4 or IPv6 text is a multicast address.
  * @param text  an address without brackets or prefix length.
  * @return 1 for 224.0.0.0 to 239.255.255.255 and for ff00::/8; 0 for other addresses, for a text
- *         that is no address, and for NULL.
+ *         that is not an address, and for NULL.
  * Logs: error for NULL.
  */
 int32_t zxnet_api_isMulticast(const char* text);
