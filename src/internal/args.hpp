@@ -12,8 +12,8 @@
 
 namespace zx {
 
-// How the message of a missing argument begins. Which of them a function has is a part of its
-// interface.
+// The beginnings of the message about a missing argument. Each function has one of them as a part
+// of its interface.
 inline constexpr char kParamError[] = "Param error####";
 inline constexpr char kParamError3[] = "Param error###";
 inline constexpr char kErrorParam[] = "Error param ###";
@@ -28,13 +28,13 @@ struct Argument {
     const char* complaint;
 };
 
-// Its third parameter has the name that the line of the log asks for.
+// The third parameter has the name that ZX_LOG_AT() expects.
 [[gnu::cold, gnu::noinline]] inline void log_missing(const char* complaint, const char* name,
                                                      const char* kTag, Caller caller) {
     ZX_LOG_AT(caller, error, "%s%s", complaint, name);
 }
 
-// True when it is there; otherwise that it is missing was logged.
+// True when the argument is given. Otherwise logs that it is missing.
 [[nodiscard]] inline bool is_given(const Argument& argument, const char* tag, Caller caller) {
     if (!argument.is_given) [[unlikely]] {
         log_missing(argument.complaint, argument.name, tag, caller);
@@ -43,8 +43,8 @@ struct Argument {
     return true;
 }
 
-// True when all are there; otherwise the first one that is missing was logged. In a loop the
-// compiler would write the whole list to memory first.
+// True when all are given. Otherwise logs the first one that is missing. This is no loop, because a
+// loop would make the compiler write the whole list to memory first.
 template <std::size_t N>
 [[nodiscard]] bool are_given(const Argument (&arguments)[N], const char* tag, Caller caller) {
     return [&]<std::size_t... kPlaces>(std::index_sequence<kPlaces...>) {
@@ -55,6 +55,6 @@ template <std::size_t N>
 
 }  // namespace zx
 
-// For the function that it stands in. A helper that speaks for its caller hands that to
-// are_given().
+// For arguments of the function that it stands in. A helper that speaks for its caller calls
+// are_given() with the zx::Caller.
 #define ZX_ARE_GIVEN(...) ::zx::are_given({__VA_ARGS__}, kTag, ::zx::Caller(__func__, __LINE__))

@@ -1,6 +1,6 @@
-// Threads that are cancelled. No destructor runs then: this library is compiled without exceptions.
-// So what a function holds is held only while its thread cannot be cancelled, or while a handler
-// gives it back.
+// Threads that are cancelled. Their destructors do not run, because this library is compiled
+// without exceptions. So a function holds something only while its thread cannot be cancelled, or
+// while a handler would give it back.
 #pragma once
 
 #include <pthread.h>
@@ -10,7 +10,7 @@
 
 namespace zx {
 
-// Gives what `work` gives. When the thread is cancelled inside, `undo` is called.
+// Returns the result of `work`. When the thread is cancelled inside, `undo` is called.
 template <typename Work, typename Undo>
 auto undone_if_cancelled(const Work& work, Undo undo) {
     std::invoke_result_t<Work> result{};
@@ -20,7 +20,8 @@ auto undone_if_cancelled(const Work& work, Undo undo) {
     return result;
 }
 
-// While one lives, the thread is not cancelled; a cancellation takes effect afterwards.
+// The thread is not cancelled as long as an object of this class exists. A cancellation takes
+// effect afterwards.
 class CancelHeld {
 public:
     CancelHeld() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -28,7 +29,7 @@ public:
     CancelHeld& operator=(const CancelHeld&) = delete;
     ~CancelHeld() { pthread_setcancelstate(before_, nullptr); }
 
-    // For a part that may take long: the thread can be cancelled there if it could be before, and
+    // For work that may take long. During it the thread can be cancelled if it could be before;
     // `undo` then gives back what the function holds.
     template <typename Work, typename Undo>
     auto wait(const Work& work, Undo undo) {
@@ -45,13 +46,13 @@ private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// close() looks for a cancellation before it closes.
+// close() is a cancellation point, and a thread that is cancelled there leaves the file open.
 inline void close_uncancelled(int fd) {
     const CancelHeld held;
     close(fd);
 }
 
-// Lets `work` use a descriptor, which is closed afterwards, also when the thread is cancelled.
+// Lets `work` use a descriptor, and closes it afterwards, also when the thread is cancelled.
 template <typename Work>
 auto with_fd(int fd, const Work& work) {
     const auto close_it = [fd] {

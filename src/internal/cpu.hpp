@@ -1,7 +1,7 @@
-// What the running processor offers beyond the portable code, and the choice of a way by that.
+// What the running processor offers beyond the portable code, and the choice among implementations.
 //
-// Where there are several ways to do one thing, they are functions of one signature, or records of
-// functions, and a constexpr table of choices lists them from the fastest to the portable one:
+// Several implementations of one thing are functions with one signature, or records of functions. A
+// constexpr table of choices lists them, the fastest first and the portable one last:
 //
 //     constexpr zx::Choice<Sum*> kSums[] = {
 //     #ifdef __x86_64__
@@ -35,9 +35,9 @@ inline constexpr CpuFeatures kVpclmul = 1U << 4U;
 inline constexpr CpuFeatures kVpclmul512 = 1U << 5U;
 inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
 
-// ZX_CPU in the environment makes the processor answer that there is nothing ("portable"), nothing
-// wider than 128 bits ("narrow"), or nothing wider than 256 bits and nothing for SHA ("avx2"): so
-// the tests run all paths on one machine, and a user can compare them.
+// ZX_CPU in the environment hides features of the processor: all ("portable"), everything wider
+// than 128 bits ("narrow"), or everything wider than 256 bits and the instructions for SHA
+// ("avx2"). So the tests run all paths on one machine, and a user can compare them.
 [[nodiscard, gnu::cold, gnu::noinline]] inline CpuFeatures ask_cpu() {
     CpuFeatures found = kCpuAsked;
 #ifdef __x86_64__
@@ -53,7 +53,7 @@ inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
     __builtin_cpu_init();
     note(kAvx2, __builtin_cpu_supports("avx2") != 0 && wish != "narrow");
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    // All of these paths shuffle bytes with SSSE3 and SSE4.1, too.
+    // All of these paths also need SSSE3 and SSE4.1, to shuffle bytes.
     if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_SSSE3) != 0 &&
         (ecx & bit_SSE4_1) != 0) {
         note(kAes, (ecx & bit_AES) != 0);
@@ -70,8 +70,9 @@ inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
     return found;
 }
 
-// A first call may be in a signal handler, or in several threads at once: each that finds nothing
-// asks, and all get the same answer. It is one word, so that no lock is needed.
+// The first call may come in a signal handler, or in several threads at once. Each caller that
+// finds nothing asks the processor, and all get the same answer. It is one word, so it needs no
+// lock.
 inline constinit std::atomic<CpuFeatures> g_cpu_features{0};
 static_assert(std::atomic<CpuFeatures>::is_always_lock_free);
 
@@ -84,7 +85,7 @@ static_assert(std::atomic<CpuFeatures>::is_always_lock_free);
     return features;
 }
 
-// A way for processors that have all of `needed`, and for at least `min_size` of what it works on.
+// An implementation for processors that have all of `needed`, and for sizes from `min_size` on.
 template <typename Way>
 struct Choice {
     CpuFeatures needed;
@@ -92,8 +93,8 @@ struct Choice {
     Way way;
 };
 
-// The first way of a table that the processor has for as much as `size`. The last one is portable
-// and for any size.
+// Picks the first entry that the processor can run and that suits `size`. The last entry is
+// portable and suits every size.
 template <typename Way, std::size_t N>
 [[nodiscard, gnu::always_inline]] inline Way pick(const Choice<Way> (&choices)[N],
                                                   std::size_t size = SIZE_MAX) {

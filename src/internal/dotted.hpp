@@ -1,4 +1,4 @@
-// Four numbers with dots between them, the most significant first.
+// Four numbers with dots between them, the most significant one first.
 #pragma once
 
 #include <arpa/inet.h>
@@ -11,7 +11,7 @@
 
 namespace zx {
 
-// Reads the one text that a printed address has: four numbers of at most 255 without leading zeros.
+// Reads an address as print_dotted() writes it: four numbers of at most 255 without leading zeros.
 [[nodiscard]] inline std::optional<std::uint32_t> parse_canonical(const char* at) {
     constexpr auto digit = [](char c) {
         return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0';
@@ -54,9 +54,9 @@ inline constexpr std::array<OctetText, 256> kOctets = [] {
     return octets;
 }();
 
-// Prints an address and returns its length. Never touches more than the text and its NUL: four
-// bytes or more follow the start of each of the first three octets, and the last one is stored in
-// two halves that may overlap.
+// Prints an address and returns its length. It writes nothing beyond the text and its NUL. Each of
+// the first three octets is stored as four bytes, because at least that many bytes follow its
+// start. The last one is stored in two halves that may overlap.
 inline std::size_t print_dotted(std::uint32_t ip, char* out) {
     char* at = out;
     for (unsigned i = 0; i < 3; ++i) {
@@ -71,7 +71,7 @@ inline std::size_t print_dotted(std::uint32_t ip, char* out) {
     return static_cast<std::size_t>(at - out) + last.length;
 }
 
-// The text of an address in network order, with zeros to its end.
+// The text of an address in network order, filled up with zeros.
 struct AddressText {
     explicit AddressText(std::uint32_t address) { print_dotted(ntohl(address), text); }
     char text[INET_ADDRSTRLEN] = "";

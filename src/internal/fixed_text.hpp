@@ -8,7 +8,7 @@
 
 namespace zx {
 
-// Copies a text with its NUL, or as much of it as the field holds, without a NUL then. Returns the
+// Copies a text with its NUL. A text that does not fit is cut, and has no NUL then. Returns the
 // bytes that the whole text needs.
 template <std::size_t N>
 std::size_t fill_field(char (&field)[N], const char* text) {
@@ -19,7 +19,7 @@ std::size_t fill_field(char (&field)[N], const char* text) {
 
 }  // namespace zx
 
-// Fills a field and warns, under the tag of the file that asks, when the text was cut.
+// Fills a field. When the text was cut, warns under the tag of the file that uses the macro.
 #define ZX_FILL_FIELD(field, text)                                                              \
     do {                                                                                        \
         if (const std::size_t needed = ::zx::fill_field(field, text); needed > sizeof(field)) { \

@@ -1,4 +1,4 @@
-// Printing through a format that the caller supplied.
+// Printing with a format of the caller.
 #pragma once
 
 #include <cstdarg>
@@ -9,10 +9,10 @@
 
 namespace zx {
 
-// For outputs whose size the interface does not know: the caller sized them for its own format.
+// The size of an output whose size the interface does not tell. The caller made it large enough.
 inline constexpr std::size_t kUnsized = static_cast<std::size_t>(-1) / 2;
 
-// snprintf without the compiler's check of the format, which only the caller knows.
+// Like snprintf(), but the compiler does not check the format, which only the caller knows.
 inline int print_trusted(char* out, std::size_t size, const char* fmt, ...) {
     std::va_list args;
     va_start(args, fmt);

@@ -1,4 +1,4 @@
-// Owners: what they hold is given back at the end of the block, or wiped.
+// Owners, which give back or wipe what they hold at the end of the block.
 #pragma once
 
 #include <cstring>
@@ -28,7 +28,7 @@ private:
     int fd_;
 };
 
-// A secret on the stack, which is not to be found there later.
+// A secret on the stack. It is wiped, so that nobody finds it there later.
 template <typename T>
 class Wiped {
 public:

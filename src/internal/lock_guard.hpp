@@ -1,4 +1,4 @@
-// A lock record held for the length of a block.
+// A lock that is held until the end of a block.
 #pragma once
 
 #include "internal/lock_holder.hpp"
@@ -6,8 +6,8 @@
 
 namespace zx {
 
-// Holds a lock record; `func` and `line` are the holder's. A record that cannot be used is reported
-// and not held.
+// Holds a lock; `func` and `line` are the place that holds it. A lock that cannot be used is
+// reported and not held.
 class LockGuard {
 public:
     LockGuard(zxlock_ctt& lock, const char* func, int line)

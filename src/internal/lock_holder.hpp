@@ -1,5 +1,5 @@
-// Taking a lock with a note of who holds it, inline: where the holder is a constant, so is the
-// note.
+// Taking a lock and noting who holds it. This is inline, so that a constant holder becomes a
+// constant note.
 #pragma once
 
 #include <bit>
@@ -18,7 +18,7 @@ using Holder = char[ZXLOCK_HOLDER_SIZE];
 inline constexpr std::size_t kUsualSize = 32;  // most holders end within these first bytes
 inline constexpr char kFree[kUsualSize] = "nolock";
 
-// "func,line" for every name and line; the name is cut where they do not fit.
+// Writes "func,line" for any name and line. The name is cut when both do not fit.
 [[gnu::cold, gnu::noinline]] inline void write_any_holder(Holder& out, const char* func, int line) {
     char digits[sizeof "-2147483648"];
     const char* const end = std::to_chars(std::begin(digits), std::end(digits), line).ptr;
@@ -53,7 +53,7 @@ static_assert(comma_and_digits(0) == 0x302C && comma_and_digits(40) == 0x30342C)
 static_assert(comma_and_digits(123) == 0x3332312C && comma_and_digits(9870) == 0x303738392C);
 static_assert(std::endian::native == std::endian::little);
 
-// Copies N to 2 * N bytes as two pieces that may overlap.
+// Copies N to 2 * N bytes in two pieces, which may overlap.
 template <std::size_t N>
 void copy_ends(char* out, const char* text, std::size_t length) {
     std::memcpy(out, text, N);
@@ -75,9 +75,9 @@ inline void copy_short(char* out, const char* text, std::size_t length) {
     }
 }
 
-// The same over "nolock" for the usual names and lines. This is on the way of every lock: a
-// formatted print would cost several times the mutex, and each call into the C library a fifth of
-// it. The number and its zeros reach beyond "nolock" even after an empty name.
+// The same for the usual names and lines, over the text "nolock". Every lock takes this path: a
+// formatted print would cost several times as much as the mutex, and each call into the C library a
+// fifth of it. The number and its zeros cover "nolock" even after an empty name.
 inline void write_holder(Holder& out, const char* func, int line) {
     const std::size_t length = std::strlen(func);
     if (length > kUsualSize || line < 0 || line > 9999) [[unlikely]] {
@@ -89,7 +89,7 @@ inline void write_holder(Holder& out, const char* func, int line) {
     std::memcpy(out + length, &rest, sizeof rest);
 }
 
-// The rest after the usual bytes is all zeros unless the last of these is not.
+// When the last of the usual bytes is zero, all bytes after it are zero, too.
 inline void write_free(Holder& out) {
     const bool is_longer = out[kUsualSize - 1] != '\0';
     std::memcpy(out, kFree, kUsualSize);
@@ -113,9 +113,9 @@ inline void obtain(zxlock_ctt& lock, const char* func, int line) {
     write_holder(lock.holder, func, line);
 }
 
-// 0: a mutex with default attributes has nothing else to say.
+// Returns 0: the unlock of a mutex with default attributes cannot fail.
 inline int release(zxlock_ctt& lock) {
-    // All before the unlock: after it the fields are the next holder's.
+    // The fields are set before the unlock: after it they belong to the next holder.
     lock.locked = 0;
     write_free(lock.holder);
     return pthread_mutex_unlock(&lock.mutex);

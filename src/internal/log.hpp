@@ -1,11 +1,11 @@
-// The logging convention: the one place that knows the two line formats.
+// How this library logs. Only this file knows the two formats of a line.
 //
-// A source file that logs defines its tag, `constexpr char kTag[] = "NETWORK";`, and says
+// A source file that logs defines its tag, `constexpr char kTag[] = "NETWORK";`, and writes
 //
 //     ZX_LOG(error, "%s failed : %d", name, code);
 //
-// `body` is a literal and becomes part of the format, so the compiler checks its placeholders.
-// Arguments may be evaluated twice: no side effects in them.
+// `body` is a literal and becomes part of the format, so the compiler checks its placeholders. The
+// arguments may be evaluated twice, so they must have no side effects.
 #pragma once
 
 #include <unistd.h>
@@ -22,7 +22,7 @@ namespace zx {
 
 enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
 
-// True when a message of this level and tag is to be written.
+// True when a message of this level and tag is wanted.
 [[nodiscard]] inline bool log_wanted(Level level, const char* tag) {
     return zxlog_api_getLoglevel() >= static_cast<std::uint32_t>(level) &&
            zxlog_api_strCasestrNum(strfilterTags, tag, 1, 1) == 0;
@@ -32,14 +32,14 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
     return strLoglevel_simple[static_cast<std::uint32_t>(level)];
 }
 
-// The flags may be changed while other threads log.
+// Other threads may change the flags at any time.
 [[nodiscard]] inline bool is_set(const std::int8_t& flag) {
     return __atomic_load_n(&flag, __ATOMIC_RELAXED) != 0;
 }
 
-// The place in an exported function that a helper speaks for. As a helper's last parameter,
-// `Caller caller = {}`, it is the function that calls the helper, and the line of that call. Inside
-// a lambda the function would be the lambda: hand the caller in.
+// The place in an exported function that a helper speaks for. A helper has it as its last
+// parameter, `Caller caller = {}`: that is the function that calls the helper, and the line of the
+// call. In a lambda, hand the caller in, because the default would name the lambda.
 struct Caller {
     constexpr Caller(const char* from = __builtin_FUNCTION(), int at = __builtin_LINE())
         : func(from), line(at) {}
@@ -50,7 +50,8 @@ struct Caller {
 
 inline constinit LineWriter g_echo{zxlog_innerapi_logTime, &strLoglevel_simple[2]};
 
-// One line to standard output, in one write: stdio's lock would not be safe in a signal handler.
+// Writes one line to standard output with one write. stdio takes a lock, which is not safe in a
+// signal handler.
 [[gnu::cold, gnu::noinline, gnu::format(printf, 1, 2)]] inline void echo(const char* fmt, ...) {
     const ErrnoKept errno_kept;
     LineBuffer line;
@@ -87,7 +88,7 @@ inline constinit LineWriter g_echo{zxlog_innerapi_logTime, &strLoglevel_simple[2
         }                                                              \
     } while (0)
 
-// One line to the log file and, when it is switched on, its coloured echo.
+// Writes one line to the log file and, when the echo is switched on, to standard output in colour.
 #define ZX_LOG_LINE(level, rest, ...)                                                  \
     do {                                                                               \
         zxlog_innerapi_file("%s[%s][%s]" rest "\r\n", zxlog_innerapi_logTime(),        \
@@ -100,7 +101,7 @@ inline constinit LineWriter g_echo{zxlog_innerapi_logTime, &strLoglevel_simple[2
         }                                                                              \
     } while (0)
 
-// The bodies that all modules share.
+// Messages that all modules share.
 #define ZX_LOG_PARAM(name)  ZX_LOG(error, "Param error####%s", name)
 #define ZX_LOG_MALLOC(what) ZX_LOG(error, "Malloc %s failed,please check the memory", what)
 

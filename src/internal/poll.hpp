@@ -1,4 +1,4 @@
-// What waits that look, sleep and look again have in common.
+// Helpers of waits that look, sleep and look again.
 #pragma once
 
 #include <sys/socket.h>
@@ -12,12 +12,12 @@
 
 namespace zx {
 
-// How often a wait may sleep. Wider than the arguments, so that counting below zero always works.
+// How often a wait may sleep. The type is wider than the arguments, so counting below zero works.
 [[nodiscard]] constexpr std::int64_t step_count(std::uint32_t timeout_ms, std::uint32_t step_ms) {
     return step_ms == 0 ? 0 : timeout_ms / step_ms;
 }
 
-// Sleeps the whole time, also when signals come in between.
+// Sleeps the whole time, even when signals arrive.
 inline void sleep_ms(std::uint32_t ms) {
     timespec left{};
     left.tv_sec = ms / 1000;
@@ -26,16 +26,16 @@ inline void sleep_ms(std::uint32_t ms) {
     }
 }
 
-// Microseconds that no change of the system's time moves.
+// Microseconds of a clock that changes of the system's time do not affect.
 [[nodiscard]] inline std::int64_t steady_us() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * std::int64_t{kUsPerSec} + now.tv_nsec / 1000;
 }
 
-// What a call on a socket gives when the signals that a handler takes in between are no end of it.
-// `option` is SO_RCVTIMEO or SO_SNDTIMEO: a time-out of the socket itself, which begins again with
-// each call, counts from the first interruption.
+// Repeats a call on a socket that a handled signal interrupts, and returns its result. `option` is
+// SO_RCVTIMEO or SO_SNDTIMEO. The socket's own timeout begins again with each call; here it counts
+// from the first interruption.
 template <typename Call>
 auto uninterrupted(int fd, int option, const Call& call) {
     auto result = call();

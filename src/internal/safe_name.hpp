@@ -1,5 +1,5 @@
-// What may go into a shell command or a path: names that lead nowhere else, commands that were not
-// cut.
+// What may go into a shell command or a path: names that cannot lead elsewhere, and commands that
+// were not cut.
 #pragma once
 
 #include <algorithm>
@@ -21,7 +21,8 @@ namespace safe_name {
            std::string_view("/+,=@~^").find(c) != std::string_view::npos;
 }
 
-// Control characters, which end words or mean something to some shell, and what all shells read.
+// Characters that a shell treats specially, and control characters, which end words or mean
+// something to some shell.
 [[nodiscard]] constexpr bool is_shell_byte(char c) {
     return (c >= 0 && c <= ' ') || c == 0x7F ||
            std::string_view("|&;<>()$`\\\"'*?[{").find(c) != std::string_view::npos;
@@ -41,24 +42,24 @@ namespace safe_name {
            std::all_of(name.begin(), name.end(), safe_name::is_path_byte);
 }
 
-// What stands in the middle of a word of a command, and is taken by the shell as it stands.
+// A part of a word in a command that the shell takes literally.
 [[nodiscard]] constexpr bool is_literal(std::string_view name) {
     return !name.empty() && std::none_of(name.begin(), name.end(), safe_name::is_shell_byte);
 }
 
-// What the kernel may have as the name of an interface, as far as a path is concerned.
+// A name that an interface of the kernel may have and that is safe in a path.
 [[nodiscard]] constexpr bool is_interface(std::string_view name) {
     constexpr std::size_t kMaxSize = 15;
     return !name.empty() && name.size() <= kMaxSize && name != "." && name != ".." &&
            name.find('/') == std::string_view::npos;
 }
 
-// Tells by the result of snprintf whether all of a command fitted `size` bytes.
+// Tells from the result of snprintf() whether a whole command fitted into `size` bytes.
 [[nodiscard]] constexpr bool is_whole(int length, std::size_t size) {
     return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 
-// Runs a command whose failure shows elsewhere, or nowhere.
+// Runs a command without looking at its result: a failure shows elsewhere or not at all.
 inline void run_unasked(const char* command) {
     [[maybe_unused]] const int status = std::system(command);
 }

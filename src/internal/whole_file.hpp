@@ -1,4 +1,4 @@
-// Reading and writing as much of a file as there is, or as is asked for.
+// Reading and writing in full, however many calls it takes.
 #pragma once
 
 #include <unistd.h>
@@ -12,10 +12,10 @@
 
 namespace zx {
 
-inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // results are signed
+inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // the results are signed
 
-// Moves bytes on in steps, from the count so far, until all are moved, or a step moves none or
-// fails. A signal is no failure.
+// Calls `step` with the count so far until all bytes are moved, or a step moves none or fails. An
+// interruption by a signal is no failure.
 template <typename Step>
 std::size_t move_whole(std::size_t size, Step step) {
     std::size_t total = 0;
@@ -30,14 +30,14 @@ std::size_t move_whole(std::size_t size, Step step) {
     return total;
 }
 
-// Reads until `size` bytes, the end or an error; a signal is none. Returns the bytes.
+// Reads `size` bytes, or fewer when the file ends or an error occurs. Returns the number of bytes.
 inline std::size_t read_whole(int fd, void* buf, std::size_t size) {
     return move_whole(size, [=](std::size_t total) {
         return read(fd, static_cast<char*>(buf) + total, size - total);
     });
 }
 
-// How much of `len` is read; less is logged. Files are zxmd's, whoever reads them.
+// Limits `len`, and warns when that makes it smaller. The tag is that of zxmd, whose message it is.
 inline std::uint32_t limited_read(std::uint32_t len, Caller caller = {}) {
     constexpr char kTag[] = "ZXMD";
     constexpr int kLimit = kMaxLength;
@@ -49,8 +49,8 @@ inline std::uint32_t limited_read(std::uint32_t len, Caller caller = {}) {
     return kLimit;
 }
 
-// What zxmd_api_read() does with a file that was opened within `held`; below 0 it could not be.
-// `path` is its name in messages.
+// Reads a file as zxmd_api_read() does. It was opened within `held`; a descriptor below 0 means
+// that this failed. `path` is its name in messages.
 inline std::int32_t read_once(CancelHeld& held, const char* path, UniqueFd file, void* buf,
                               std::uint32_t len, Caller caller = {}) {
     constexpr char kTag[] = "ZXMD";

@@ -56,7 +56,7 @@ extern "C" int32_t zxt_innerapi_bufOffset(uint8_t* buf, int32_t offset, int32_t 
         std::memcpy(buf, copy, content);
     } else {
         std::memcpy(static_cast<std::uint8_t*>(copy) + gap, buf, content);
-        std::memcpy(buf, copy, total);  // what stands in front of the content is zero: it is new
+        std::memcpy(buf, copy, total);  // the copy is zero in front of the content
     }
     zxmem_api_free(&copy);
     return 0;

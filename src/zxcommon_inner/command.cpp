@@ -27,14 +27,14 @@ constexpr std::size_t kGrepSize = 2048;
 
 static_assert(sizeof kSilently - 1 == ZXT_CMD_ROOM);
 
-// Anybody may write to /tmp: a link there would send the output into a file of somebody's choice,
-// and a file of somebody else's could be changed before it is read. So the shell finds an empty
-// file of ours, which takes the place of whatever was there: at no time is the path free, and the
-// sticky bit keeps others from replacing what is ours. The output is read where it was asked for.
+// Anybody may write to /tmp. A link there could send the output into another file, and a file of
+// somebody else could be changed before it is read. So this function makes an empty file of ours
+// and moves it over the path, which is never free in between. The sticky bit keeps others from
+// replacing our file. The caller reads the output through the descriptor, not through the path.
 int make_output() {
     char own[] = "/tmp/zxcmd_info_XXXXXX";
     const int fd = mkostemp(own, O_CLOEXEC);
-    // The shell opens the file by its name, which any umask has to allow.
+    // The shell opens the file by its name, so its permissions must not depend on the umask.
     if (fd >= 0 && (fchmod(fd, 0600) != 0 || rename(own, kOutputPath) != 0)) {
         const int code = errno;
         unlink(own);
@@ -65,7 +65,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint3
     if (pipe == nullptr) {
         return -1;
     }
-    // Closing the pipe waits for the command.
+    // pclose() waits for the command.
     const std::size_t room = std::min(size, zx::kMaxLength);
     const std::size_t count =
         held.wait([=] { return zx::read_whole(fileno(pipe), info, room); }, [=] { pclose(pipe); });
@@ -90,7 +90,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
         return -1;
     }
     const int status = held.wait([&] { return std::system(command); }, [&] { file.reset(); });
-    if (status == -1 && errno != ECHILD) {  // it was not started: an empty file would be an answer
+    if (status == -1 && errno != ECHILD) {  // not started: the empty file is no answer
         file.reset();
     }
     return zx::read_once(held, kOutputPath, std::move(file), info, size);

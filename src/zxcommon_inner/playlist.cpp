@@ -1,4 +1,4 @@
-// Names and directories of streams, after the URLs of their playlists.
+// Names and directories of streams, from the URLs of their playlists.
 #include "zxt.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ std::string_view name_of(std::string_view url) {
     return url.substr(0, url.size() - kEndingSize);
 }
 
-// Whether a relative path leads to something below where it begins, and to nothing outside.
+// True when a relative path leads to something below its start and never outside.
 bool leads_below(std::string_view path) {
     bool is_named = false;
     while (!path.empty()) {
@@ -38,7 +38,7 @@ bool leads_below(std::string_view path) {
     return is_named;
 }
 
-// Replaces a text. The ending, for which the caller left room, becomes zeros.
+// Replaces a text. The caller left room for the ending, which becomes zeros.
 void replace(char* out, std::string_view text) {
     std::memset(out, 0, std::strlen(out));
     std::memcpy(out, text.data(), text.size());

@@ -36,7 +36,7 @@ Amount<T> split(T value, bool bits) {
     return {whole, fraction, (bits ? kBitUnits : kByteUnits)[unit]};
 }
 
-// `text_of` is the logging library's printer for the width of the amount.
+// `text_of` is the printer of the logging library for this width.
 template <typename T>
 char* print(char* out, T value, bool bits, char* (*text_of)(char*, T, T, const char*),
             zx::Caller caller = {}) {

@@ -32,7 +32,7 @@ extern "C" int32_t zxenv_api_set(const char* name, const char* str_value, int8_t
 }
 
 extern "C" int32_t zxenv_api_unset(const char* name) {
-    if (name == nullptr) {  // not the C library's to see: it may count on a name
+    if (name == nullptr) {  // the C library may rely on a name
         errno = EINVAL;
         return -1;
     }

@@ -18,7 +18,7 @@ constexpr int kWaitMs = 500;
 constexpr int kPassMs = 1000;
 constexpr std::uint64_t kPeriodUs = 1000000;
 constexpr unsigned kPauseUs = 1000;
-constexpr std::uint32_t kMaxEvents = 1024;  // of one pass: they stand on the stack
+constexpr std::uint32_t kMaxEvents = 1024;  // in one pass; they are on the stack
 
 int control(int epfd, int operation, int fd, std::uint32_t mask) {
     epoll_event event{};
@@ -104,7 +104,7 @@ extern "C" int32_t zxepoll_close(int* epfd) {
 
 extern "C" int32_t zxepoll_waitfd_timeout_noopt(int epfd, int fd, uint8_t mode, uint32_t ms) {
     const std::uint32_t wanted = wanted_mask(mode);
-    const std::uint32_t budget_us = ms * 1000U;  // 32 bits: a part of the interface
+    const std::uint32_t budget_us = ms * 1000U;  // 32 bits, as the interface says
     const std::uint64_t start = zxtime_api_us();
     while (true) {
         epoll_event events[2]{};

@@ -33,7 +33,7 @@ using zx::fifo::join;
 using zx::fifo::kTag;
 using zx::fifo::kTextSize;
 
-// The arguments by the names that they have in messages.
+// The arguments, with the names that they have in messages.
 constexpr zx::Argument named(const zxfifoblock_ctt* fifo) {
     return {fifo, "pzxfifoblock_ctt", zx::kErrorParam};
 }
@@ -67,7 +67,7 @@ void drain_out(zxfifoblock_ctt& fifo, std::uint32_t n) {
     if (n < fifo.end - fifo.read_pos) {
         fifo.read_pos += n;
     } else if (fifo.end != fifo.start) {
-        // As often as it takes to come back into the ring: more than its size may be asked for.
+        // `n` may be more than the size of the ring: then the position goes round more than once.
         fifo.read_pos = fifo.start + (fifo.read_pos - fifo.start + n) % (fifo.end - fifo.start);
     }
     fifo.total_out += n;
@@ -82,7 +82,7 @@ void reset(zxfifoblock_ctt& fifo) {
 
 enum class Way { in, out };
 
-// Moves bytes in pieces that do not cross the end of the ring.
+// Moves bytes in pieces, none of which crosses the end of the ring.
 std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int32_t length,
                          zxfifo_transfer_cb transfer, zx::Caller caller = {}) {
     const bool in = way == Way::in;
@@ -119,8 +119,7 @@ std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int3
     return length - remaining;
 }
 
-// Most copies end before the ring does: a message through these two costs half of what it costs
-// through the loop.
+// Most copies do not reach the end of the ring. For them these two cost half as much as the loop.
 inline std::int32_t store(zxfifoblock_ctt& fifo, const void* source, std::int32_t length) {
     if (length <= 0 || length >= fifo.end - fifo.write_pos) [[unlikely]] {
         return zxfifo_innerapi_blockIOin(&fifo, source, length, nullptr);
@@ -141,7 +140,7 @@ inline std::int32_t take(zxfifoblock_ctt& fifo, void* dest, std::int32_t length)
     return length;
 }
 
-// A thread that is cancelled inside a transfer function gives the lock back.
+// Gives the lock back when a thread is cancelled inside a transfer function.
 struct Holder {
     zxfifoblock_ctt* fifo;
     zx::Caller caller;
@@ -213,7 +212,7 @@ extern "C" void zxfifo_api_blockDeinit(zxfifoblock_ctt** pfifo) {
         return;
     }
     zxlock_api_deinit(&(*pfifo)->lock);
-    free_all(*pfifo);  // the pointer is left unchanged: the caller clears it
+    free_all(*pfifo);  // the caller clears the pointer
 }
 
 extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source, int32_t length,

@@ -1,4 +1,4 @@
-// Readers that take no lock, and a writer that must not free what they read.
+// Readers that take no lock, and a writer that frees what they read only after they have left.
 #pragma once
 
 #include <pthread.h>
@@ -8,12 +8,12 @@
 
 namespace zx::fifo {
 
-// Readers count themselves in and out, in the phase that they meet; they never wait. A writer
-// begins the other phase and sleeps until those of the earlier one have left: what it took out of
-// their way before, it may free then.
+// There are two phases. Readers count themselves in and out of the current one, and never wait. A
+// writer takes something out of the readers' way, begins the other phase, and sleeps until all
+// readers of the earlier phase have left. Then it may free what it took out.
 //
-// The default memory order is needed: a reader looks at the phase after it has counted itself, a
-// writer at the count after it has begun the next phase. One of the two sees the other.
+// This needs the default memory order. A reader counts itself and then looks at the phase; a writer
+// begins the next phase and then looks at the count. So one of the two sees the other.
 class alignas(64) Gate {
 public:
     class Reader {
@@ -28,7 +28,7 @@ public:
         unsigned phase_;
     };
 
-    // Any number of writers, one after the other. It is no cancellation point.
+    // Writers may call this at any time; they go one after the other. It is no cancellation point.
     void wait_for_earlier_readers() {
         pthread_mutex_lock(&writers_);
         const unsigned earlier = phase_.load();
@@ -40,7 +40,7 @@ public:
         pthread_mutex_unlock(&writers_);
     }
 
-    // In the child of a fork, which has none of the other threads.
+    // For the child of a fork, which has none of the other threads.
     void forget_other_threads() {
         writers_ = PTHREAD_MUTEX_INITIALIZER;
         readers_[0] = 0;
@@ -48,8 +48,8 @@ public:
     }
 
 private:
-    // A reader that the writer has overlooked, having begun the next phase meanwhile, sees that and
-    // counts itself there.
+    // The writer may begin the next phase before it sees this reader. The reader notices that, and
+    // counts itself in the next phase instead.
     unsigned enter() {
         for (;;) {
             const unsigned phase = phase_.load();
@@ -63,7 +63,7 @@ private:
 
     void leave(unsigned phase) {
         if (readers_[phase].fetch_sub(1) == 1) {
-            readers_[phase].notify_all();  // asks the system for nothing while nobody waits
+            readers_[phase].notify_all();  // no system call unless somebody waits
         }
     }
 

@@ -1,4 +1,4 @@
-// Queues of nodes without a lock.
+// Queues of nodes. They have no lock of their own.
 #include <cstddef>
 
 #include "zxfifo.h"

@@ -1,4 +1,4 @@
-// Nodes with a buffer of their own, which list pools and shared lists are made of.
+// Nodes with a buffer of their own. List pools and shared lists consist of them.
 #pragma once
 
 #include <algorithm>
@@ -15,15 +15,15 @@ inline constexpr char kTag[] = "FIFO_STRU";
 inline constexpr char kSource[] = "src/zxfifo";
 inline constexpr std::size_t kTextSize = 1024;  // of the name of an allocation
 
-// The one after the other, cut to the room that there is. A formatted print would cost as much
-// as the allocation.
+// Joins two texts and cuts them to the room. A formatted print would cost as much as the
+// allocation.
 inline void join(char (&out)[kTextSize], std::string_view name, std::string_view rest) {
     name = name.substr(0, sizeof out - 1);
     rest = rest.substr(0, sizeof out - 1 - name.size());
     *std::copy(rest.begin(), rest.end(), std::copy(name.begin(), name.end(), out)) = '\0';
 }
 
-// Memory under the name that `text` holds, for `caller`.
+// Allocates memory on behalf of `caller`, under the name in `text`.
 [[nodiscard]] inline void* allocate(std::uint32_t size, const char* text, Caller caller = {}) {
     void* const memory =
         zxmem_api_malloc(size, text, kSource, static_cast<std::uint32_t>(caller.line));
@@ -63,7 +63,7 @@ Node* make_node(std::uint32_t size, const char* name, Caller caller = {}) {
     return node;
 }
 
-// `name` is the argument's, in messages.
+// `name` is the name of the argument in messages.
 template <typename Node>
 void free_given(Node** node, const char* name, Caller caller = {}) {
     if (!are_given({{node, name, kErrorParam}}, kTag, caller)) {
@@ -73,7 +73,7 @@ void free_given(Node** node, const char* name, Caller caller = {}) {
         ZX_LOG_AT(caller, error, "%s(*%s)", kErrorParam, name);
         return;
     }
-    free_node(*node);  // the pointer is left unchanged: the caller drops it
+    free_node(*node);  // the caller clears the pointer
 }
 
 }  // namespace zx::fifo

@@ -1,11 +1,11 @@
-// Lists that one thread adds to and others read by time.
+// Lists that one thread adds to, and that others read by time.
 //
-// A node is complete before the pointer to it is stored with release order, in the head or in the
-// `next` of the node before it, and readers load these with acquire order; they take no lock and
-// never wait. Each reads from the head: whatever the caller did to the nodes under the list's lock,
-// it finds what is there. Old nodes go in two steps: the head moves on, and when no reader is left
-// that may have met the old one, what was before it is freed. Everything else is the adding
-// thread's, under the list's lock.
+// The adding thread completes a node and then stores the pointer to it, in the head or in the
+// `next` of the node before, with release order. Readers load these pointers with acquire order;
+// they take no lock and never wait. Each read begins at the head, so it finds the list as it is,
+// even after the caller changed the nodes under the list's lock. Old nodes go in two steps: the
+// head moves on, and they are freed once no reader is left that may have seen the old head. The
+// adding thread does everything else, under the list's lock.
 #include <pthread.h>
 
 #include <array>
@@ -49,7 +49,7 @@ std::uint64_t time_of(const IdList_ctt& node) {
     return __atomic_load_n(&node.time, __ATOMIC_RELAXED);  // the caller may change it
 }
 
-// The record of a list has no room for a gate: lists share these by their addresses.
+// The record of a list has no room for a gate. So lists share these gates, by their addresses.
 constexpr unsigned kGateBits = 6;
 constinit std::array<zx::fifo::Gate, 1U << kGateBits> g_gates;
 
@@ -58,7 +58,8 @@ zx::fifo::Gate& gate_of(const zxsharelist_ctt& list) {
     return g_gates[(reinterpret_cast<std::uintptr_t>(&list) * kSpread) >> (64U - kGateBits)];
 }
 
-// In the child of a fork, no reader of the parent is there to leave. Asked for with the first list.
+// In the child of a fork the readers of the parent never leave, so nobody may wait for them. The
+// first list registers this.
 void watch_forks() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] {
@@ -70,7 +71,7 @@ void watch_forks() {
     });
 }
 
-// Drops the nodes at the head for which `is_old` holds.
+// Drops nodes at the head as long as `is_old` holds.
 template <typename Condition>
 void drop_while(zxsharelist_ctt& list, Condition is_old) {
     IdList_ctt* node = list.head;
@@ -156,8 +157,8 @@ extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
     if (!ZX_ARE_GIVEN({list, "list"})) {
         return;
     }
-    // 32 bits with a sign, which long times overflow: such a list keeps its nodes for ever, or for
-    // a moment.
+    // A signed number of 32 bits, which long times overflow. Such a list keeps its nodes for ever,
+    // or only for a moment.
     const auto signed_keep =
         static_cast<std::int32_t>(list->keep_seconds * std::uint32_t{zx::kUsPerSec});
     const auto keep = static_cast<std::uint64_t>(std::int64_t{signed_keep});

@@ -29,7 +29,7 @@ constexpr char kNoText[] = "(null)";
 constexpr std::uint32_t kCmdStart = 2;
 constexpr std::uint32_t kCmdTaken = 3;
 
-// Locks may be made on several threads; readers of the table do without.
+// Several threads may make locks at once. Readers of the table do not take this mutex.
 pthread_mutex_t g_list_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 void list_add(zxlock_ctt* lock) {
@@ -55,7 +55,7 @@ void list_remove(const zxlock_ctt* lock) {
     pthread_mutex_unlock(&g_list_mutex);
 }
 
-// Logs for `self` why a lock cannot be used; `func` and `line` are whose call it was.
+// Logs on behalf of `self` why a lock cannot be used. `func` and `line` are the place of the call.
 [[gnu::cold, gnu::noinline]] int32_t refuse(const zxlock_ctt* lock, const char* func, int line,
                                             zx::Caller self = {}) {
     if (zx::are_given({{lock, "pzxlock_ctt"}}, kTag, self) && lock->report_misuse == 1) {

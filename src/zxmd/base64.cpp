@@ -16,7 +16,7 @@ constexpr char kTag[] = "ZXMD";
 constexpr char kPad = '=';
 constexpr std::size_t kLetters = 64;
 constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr std::size_t kPiece = 4096;  // characters that the cache keeps until they are decoded
+constexpr std::size_t kPiece = 4096;  // characters, which fit into the cache
 
 using zx::md::bits_of;
 using zx::md::encode_group;
@@ -57,7 +57,7 @@ void encode_last(const char* alphabet, const std::uint8_t* in, std::size_t size,
     std::fill(out + 1 + size, out + 4, kPad);
 }
 
-// The value of every character. One that is not in the alphabet counts as all ones.
+// The value of every character. A character outside the alphabet counts as all ones.
 constexpr Values values_of(const char* alphabet) {
     Values values{};
     values.fill(kLetters - 1);
@@ -67,10 +67,10 @@ constexpr Values values_of(const char* alphabet) {
     return values;
 }
 
-// Nearly everybody's alphabet needs no work; a short text would feel it.
+// The values of the usual alphabet are ready: making them would slow down short texts.
 constexpr Values kStandardValues = values_of(kStandard);
 
-// How many characters stand before the group that padding ends; whole groups.
+// How many characters come before the group with padding; always whole groups.
 std::size_t before_padding(const char* text, std::size_t size) {
     const char* at = text;
     const char* const end = text + size;
@@ -85,7 +85,7 @@ std::size_t before_padding(const char* text, std::size_t size) {
     return size - size % 4;
 }
 
-// A group that is padded or cut: 0, 1 or 2 bytes.
+// Decodes a padded or incomplete group to 0, 1 or 2 bytes.
 std::uint32_t decode_last(const Values& values, const char* group, std::size_t size,
                           std::uint8_t* out) {
     if (size < 2) {
@@ -99,7 +99,7 @@ std::uint32_t decode_last(const Values& values, const char* group, std::size_t s
     return 2;
 }
 
-// A whole text.
+// Decodes a whole text.
 std::uint32_t decode(const Values& values, const char* in, std::uint8_t* out) {
     std::uint8_t* to = out;
     for (;;) {

@@ -1,4 +1,4 @@
-// Base64 by groups: three bytes and four characters each.
+// Base64 in groups of three bytes, which are four characters.
 #pragma once
 
 #include <array>
@@ -11,12 +11,12 @@ namespace zx::md {
 
 using Values = std::array<std::uint8_t, 256>;
 
-// Encodes all groups but the last, whole or not. Returns how many bytes these were.
+// Encodes all groups but the last one, which may be incomplete. Returns how many bytes these were.
 using EncodeGroups = std::size_t(const char* alphabet, const std::uint8_t* in, std::size_t size,
                                  char* out);
 
-// Decodes whole groups without padding by the values of all characters, where 63 is the value of
-// those that are not in the alphabet.
+// Decodes whole groups without padding. `values` has the value of every character, which is 63
+// outside the alphabet.
 using DecodeGroups = void(const Values& values, const char* text, std::size_t size,
                           std::uint8_t* out);
 
@@ -25,7 +25,7 @@ EncodeGroups encode_avx2;
 DecodeGroups decode_avx2;
 #endif
 
-// The first 24 bits.
+// Encodes the first 24 bits.
 inline void encode_group(const char* alphabet, std::uint32_t bits, char* out) {
     out[0] = alphabet[bits >> 26U];
     out[1] = alphabet[bits >> 20U & 63U];
@@ -42,8 +42,8 @@ std::uint32_t bits_of(const Values& values, const char* text) {
     return bits;
 }
 
-// Group by group, from where `done` bytes were encoded, or characters decoded, already: all of the
-// portable way, and the rest of the others.
+// Work group by group after the first `done` bytes or characters. The portable way does everything
+// like this, the others only what they leave.
 
 [[gnu::always_inline]] inline std::size_t encode_rest(const char* alphabet, const std::uint8_t* in,
                                                       std::size_t size, char* out,

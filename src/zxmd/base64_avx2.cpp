@@ -13,8 +13,8 @@ using Vector = __m256i;
         _mm_loadu_si128(static_cast<const __m128i*>(high)), 1);
 }
 
-// 24 bytes, 12 in each half, as 32 numbers of 6 bits: the bytes of each group of three go to where
-// two multiplications can move their parts into place.
+// Splits 24 bytes, 12 in each half, into 32 numbers of 6 bits. The bytes of a group are placed so
+// that two multiplications move their parts into place.
 [[gnu::target("avx2")]] inline Vector split(const std::uint8_t* in) {
     const Vector order = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10,  //
                                           1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
@@ -26,13 +26,13 @@ using Vector = __m256i;
     return _mm256_or_si256(down, up);
 }
 
-// The values of 16 bytes that follow each other; 0 for all others.
+// The values of 16 consecutive bytes; all other bytes have the value 0.
 struct Row {
     Vector first;
     Vector values;
 };
 
-// Bytes outside of the row get a set top bit, which the shuffle takes for 0.
+// Bytes outside the row get the top bit, for which the shuffle gives 0.
 [[gnu::target("avx2")]] inline Vector look_up(const Row& row, Vector bytes) {
     const Vector index = _mm256_xor_si256(bytes, row.first);
     return _mm256_shuffle_epi8(row.values, _mm256_adds_epu8(index, _mm256_set1_epi8(0x70)));
@@ -43,7 +43,7 @@ struct Row {
     return {_mm256_set1_epi8(static_cast<char>(first)), load_halves(at, at)};
 }
 
-// 32 numbers of 6 bits as 24 bytes.
+// Joins 32 numbers of 6 bits into 24 bytes.
 [[gnu::target("avx2")]] inline void join(Vector numbers, std::uint8_t* out) {
     const Vector pairs = _mm256_maddubs_epi16(numbers, _mm256_set1_epi32(0x01400140));
     const Vector groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
@@ -65,7 +65,7 @@ struct Row {
     const Row quarter2 = row_at(alphabet, 32);
     const Row quarter3 = row_at(alphabet, 48);
     std::size_t done = 0;
-    // In steps of 24 bytes, as long as 28 can be read.
+    // Each step takes 24 bytes but reads 28.
     for (char* to = out; size - done >= 28; done += 24, to += 32) {
         const Vector numbers = split(in + done);
         const Vector text = _mm256_or_si256(
@@ -76,8 +76,8 @@ struct Row {
     return encode_rest(alphabet, in, size, out, done);
 }
 
-// The values are turned over, so that those outside of the alphabet are 0, and so that most rows
-// have nothing else and can be left out.
+// The values are inverted, so that characters outside the alphabet have 0. Most rows then hold
+// nothing but zeros and are left out.
 [[gnu::target("avx2")]] void zx::md::decode_avx2(const Values& values, const char* text,
                                                  std::size_t size, std::uint8_t* out) {
     const Vector ones = _mm256_set1_epi8(63);

@@ -1,4 +1,4 @@
-// The process itself: daemon, worker of a watchdog, user.
+// The process itself: as a daemon, as the worker of a watchdog, under another user.
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
@@ -25,9 +25,9 @@ namespace {
 constexpr char kTag[] = "ZXMD";
 constexpr mode_t kUmask = 022;
 
-// Goes on in the child; the parent ends.
+// Forks: the child returns and the parent exits.
 void leave_parent(zx::Caller caller = {}) {
-    std::fflush(nullptr);  // otherwise both would write what is buffered
+    std::fflush(nullptr);  // otherwise both would write the buffered text
     const pid_t pid = fork();
     if (pid < 0) {
         ZX_LOG_AT(caller, error, "ERROR: fork");
@@ -38,18 +38,19 @@ void leave_parent(zx::Caller caller = {}) {
     }
 }
 
-// A daemon may be started without a standard error. The log would take for it what is opened next.
+// A daemon may be started without standard error. The log would then use the next file that is
+// opened.
 void occupy_standard_error() {
     int fd = STDIN_FILENO;
     while (fd >= 0 && fd < STDERR_FILENO) {
         fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
     }
-    if (fd > STDERR_FILENO) {  // it was there
+    if (fd > STDERR_FILENO) {  // standard error was open
         close(fd);
     }
 }
 
-// The status of the child that ended, whichever it was.
+// Waits until any child has ended, and gives its status.
 pid_t wait_for_child(int& status, zx::Caller caller = {}) {
     for (;;) {
         const pid_t pid = waitpid(0, &status, WNOHANG);
@@ -63,7 +64,7 @@ pid_t wait_for_child(int& status, zx::Caller caller = {}) {
     }
 }
 
-// True also when it cannot be told.
+// True also when this cannot be found out.
 bool has_capabilities() {
     __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3]{};
@@ -73,8 +74,8 @@ bool has_capabilities() {
            });
 }
 
-// A new user does not lose capabilities that are ambient, or that the program asked to keep. What
-// can be seen afterwards counts.
+// A change of the user keeps capabilities that are ambient, or that the program asked to keep. So
+// the result is checked afterwards.
 bool drop_capabilities() {
     __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
     const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3]{};
@@ -87,8 +88,8 @@ bool is_only(uid_t uid) {
     return getresuid(&uids[0], &uids[1], &uids[2]) == 0 && std::ranges::count(uids, uid) == 3;
 }
 
-// A plain user has no groups to give up, nor has one that is the wanted user already, whatever its
-// capabilities are for.
+// initgroups() may fail for lack of rights. That does no harm when the user is the wanted one
+// already, or has no capabilities and so no groups worth giving up.
 bool take_groups(const char* name, uid_t uid, gid_t gid) {
     return setresgid(gid, gid, gid) == 0 &&
            (initgroups(name, gid) == 0 ||
@@ -112,8 +113,8 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
     leave_parent();
     umask(kUmask);
     occupy_standard_error();
-    // The log without a file keeps standard error: this takes its copy, which a line would do too
-    // late.
+    // A log without a file goes to standard error. This call makes its copy of that now, because
+    // the next line would come too late.
     (void)zxlog_innerapi_logTime();
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         close(fd);
@@ -168,7 +169,7 @@ extern "C" int32_t zxmd_api_changeUser(const char* name) {
         ZX_LOG(error, "ERROR: can't change group id: setgid");
         return -2;
     }
-    // Real, effective and saved: no former identity is kept to go back to.
+    // Real, effective and saved: the process cannot go back to its former user.
     if (setresuid(uid, uid, uid) != 0 || (uid != 0 && !drop_capabilities())) {
         ZX_LOG(error, "ERROR: can't change user id: setuid");
         return -3;

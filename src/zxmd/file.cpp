@@ -24,7 +24,7 @@ constexpr std::size_t kPathSize = 1024;
 constexpr std::size_t kTouchSize = 256;
 constexpr mode_t kCreateMode = 0666;  // less the umask
 
-// The flags that fopen() would take from a mode, and close-on-exec. What is no mode opens nothing.
+// The flags that fopen() would use for a mode, and close-on-exec. -1 for anything that is no mode.
 int open_flags(const char* mode) {
     const bool both = std::strchr(mode, '+') != nullptr;
     const int flags = O_CLOEXEC | (std::strchr(mode, 'x') != nullptr ? O_EXCL : 0);
@@ -53,13 +53,13 @@ zx::UniqueFd open_file(zx::CancelHeld& held, const char* path, const char* mode)
     if (flags < 0) {
         return zx::UniqueFd(-1);
     }
-    // Only a FIFO keeps its opener waiting, for the other end.
+    // Opening waits only for a FIFO, until its other end is opened.
     struct stat status {};
     const bool may_wait = stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
     return zx::UniqueFd(may_wait ? held.wait(try_open, [] {}) : try_open());
 }
 
-// The next call finds the file.
+// Creates the file, so that the next call finds it.
 void touch(const char* path) {
     char command[kTouchSize];
     const int length = std::snprintf(command, sizeof command, "touch %s ", path);

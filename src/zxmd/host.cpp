@@ -31,7 +31,7 @@ constexpr std::array kProgramDirectories{"/bin",  "/usr/bin",  "/usr/local/bin",
 constexpr std::array kLibraryDirectories{"/usr/lib/x86_64-linux-gnu", "/lib/x86_64-linux-gnu",
                                          "/usr/local/lib"};
 
-// A name of something in a directory; a path would lead elsewhere.
+// True for the plain name of a file. A path could lead to another directory.
 bool is_name(const char* text) {
     const std::string_view name(text);
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
@@ -42,7 +42,7 @@ bool is_file(const char* path) {
     return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// What can be executed is a program only when it is no directory.
+// A directory may have execute permission but is no program.
 bool stands_in(const char* directory, const char* name, int mode) {
     char path[kPathSize];
     const int length = std::snprintf(path, sizeof path, "%s/%s", directory, name);
@@ -50,14 +50,14 @@ bool stands_in(const char* directory, const char* name, int mode) {
            (mode != X_OK || is_file(path));
 }
 
-// Whether the release of the system, as it greets its users, begins with a text.
+// True when the greeting of the system, which names its release, begins with `wanted`.
 bool is_release(const char* wanted) {
     char issue[kCommandSize]{};
     zxmd_api_read("/etc/issue", issue, sizeof issue - 1);
     return std::strncmp(issue, wanted, std::strlen(wanted)) == 0;
 }
 
-// The directories may be the same one by a link, which is no conflict.
+// Two directories may be one by a link. That is no conflict.
 bool stands_twice(const char* name, zx::Caller caller = {}) {
     char found[kLibraryDirectories.size()][kPathSize];
     std::size_t count = 0;
@@ -130,7 +130,7 @@ extern "C" int32_t zxmd_api_pstree(int32_t pid, char* out, uint32_t size) {
         return -1;
     }
     char command[kCommandSize];
-    // The pstree of that release does not know threads.
+    // pstree of that release has no option for threads.
     const char* const format =
         is_release("Ubuntu 16.04") ? "pstree -p %d -n -A" : "pstree -p %d -n -A  -t";
     zx::print_trusted(command, sizeof command, format, pid);
@@ -150,10 +150,10 @@ extern "C" int32_t zxmd_api_parseOpt(int argc, char** argv, const char* optstrin
     if (!ZX_ARE_GIVEN({argv, "argv"}, {optstring, "optstring"})) {
         return 0;
     }
-    optind = 0;  // the first argument, whatever was read before
+    optind = 0;  // start over at the first argument
     int32_t count = 0;
     for (int option = 0; (option = getopt(argc, argv, optstring)) != -1; ++count) {
-        // The C library names only an option that it refuses.
+        // optopt is set only for an option that getopt() refuses.
         const int name = option == '?' ? optopt : option;
         std::printf("optopt=%c, optarg=%s\n", name, optarg != nullptr ? optarg : "");
         std::printf("result =%c,\n", option);
@@ -178,7 +178,7 @@ extern "C" int32_t zxmd_api_isConflictLib(const char* name, const char* release,
     char plain[kPathSize];
     const int length =
         std::snprintf(with_release, sizeof with_release, "%s-%s.so.%s", name, release, version);
-    std::snprintf(plain, sizeof plain, "%s.so.%s", name, version);  // shorter
+    std::snprintf(plain, sizeof plain, "%s.so.%s", name, version);  // shorter than with_release
     if (!is_name(name) || !zx::is_whole(length, sizeof with_release)) {
         return 0;
     }

@@ -1,4 +1,4 @@
-// What keeps the disk and the memory of a server free.
+// Freeing the disk and the memory of a server.
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>

@@ -26,7 +26,7 @@ constexpr std::size_t kCommandSize = 512;
 constexpr std::uint64_t kStatBlock = 512;
 constexpr mode_t kPermissions = 0777;
 
-// All zeros for a file that is missing.
+// All zeros when the file is missing.
 struct stat look_at(const char* path) {
     struct stat status {};
     if (stat(path, &status) != 0) {
@@ -35,8 +35,8 @@ struct stat look_at(const char* path) {
     return status;
 }
 
-// cp empties the old file before it writes: whether the new content fits then. What cannot be told
-// is left to the command.
+// True when the new content fits after cp has emptied the old file. True also when that cannot be
+// found out: cp then decides.
 bool has_room(const char* path, const struct stat& old, std::uint64_t size) {
     struct statvfs disk {};
     if (statvfs(path, &disk) != 0 || disk.f_blocks == 0 || disk.f_frsize == 0) {
@@ -49,7 +49,7 @@ bool has_room(const char* path, const struct stat& old, std::uint64_t size) {
     return needed <= blocks * disk.f_frsize + freed;
 }
 
-// False when the content of a file did not reach the disk; true for what has no disk.
+// False when the content of a file did not reach the disk. True for a path that has no disk.
 bool reaches_disk(const char* path) {
     const zx::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     return fd.get() < 0 || fsync(fd.get()) == 0 || errno == EINVAL;
@@ -61,8 +61,9 @@ bool is_same(const struct stat& one, const struct stat& other) {
            one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
 }
 
-// Puts the side file in the place of a file that the copy broke off in, readable for nobody else.
-// It takes the place of a link only where the file itself stands on another disk.
+// Moves the side file to the place of a file whose copy broke off. It gets the owner and the rights
+// of the old file. When the path is a link, the file that it leads to is replaced; the link itself
+// is replaced only when that file is on another disk.
 void rescue(const char* side, const char* path, const struct stat& old) {
     if (old.st_ino != 0) {
         [[maybe_unused]] const int owned = chown(side, old.st_uid, old.st_gid);
@@ -89,9 +90,9 @@ extern "C" int32_t zxmd_api_writeProtect(const char* path, void* buf, uint32_t l
         ZX_LOG(error, "Path(%s) is not fit for a command", path);
         return -1;
     }
-    const zx::CancelHeld held;  // a copy is not left half-done
+    const zx::CancelHeld held;  // a cancellation must not leave half a copy
     std::remove(side);
-    const int32_t count = zxmd_api_write(side, buf, len, "wx");  // x: no link is followed
+    const int32_t count = zxmd_api_write(side, buf, len, "wx");  // x: a link is not followed
     if (count <= 0 || static_cast<std::uint32_t>(count) < std::min(len, zx::kMaxLength)) {
         std::remove(side);
         if (count >= 0 && len != 0) {

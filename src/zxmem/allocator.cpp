@@ -31,7 +31,7 @@ namespace {
 
 using namespace zx::mem;
 
-// A node of the list, which is also linked backwards and into a chain of the index.
+// A node of the list, with links to the node before it and to the next one in its chain.
 struct Node {
     memnode_ctt record;
     Node* prev;
@@ -43,8 +43,8 @@ Node* node_of(memnode_ctt* record) {
     return reinterpret_cast<Node*>(record);
 }
 
-// The index finds a buffer's node: a hash table of chains. The first table is static, so that an
-// index is never missing; it grows with the number of nodes.
+// The index finds the node of a buffer. It is a hash table of chains, which grows with the number
+// of nodes. The first table is static, so there always is an index.
 struct Chain {
     Node* youngest;
 };
@@ -55,8 +55,8 @@ unsigned g_table_bits = kFirstBits;
 std::size_t g_node_count;
 memnode_ctt* g_last;
 
-// Neighbours in memory stay neighbours in the table, which is what the cache likes. Folding takes
-// the remainder for 2^bits - 1, so buffers at distances of a power of two do not meet in one chain.
+// Neighbours in memory are neighbours in the table, too, which suits the cache. Folding gives the
+// remainder modulo 2^bits - 1, so buffers at distances of a power of two do not share a chain.
 Node*& chain_of(const void* buffer) {
     constexpr unsigned kAlignmentBits = 4;
     std::uintptr_t slot = reinterpret_cast<std::uintptr_t>(buffer) >> kAlignmentBits;
@@ -73,7 +73,7 @@ void index_add(Node* node) {
     chain = node;
 }
 
-// Takes the oldest node of a buffer out of its chain.
+// Takes the oldest node of a buffer out of its chain, or returns NULL.
 Node* index_remove(const void* buffer) {
     Node** found = nullptr;
     for (Node** link = &chain_of(buffer); *link != nullptr; link = &(*link)->chain) {
@@ -89,7 +89,7 @@ Node* index_remove(const void* buffer) {
     return node;
 }
 
-// Without memory for a larger table the chains grow longer: slower, nothing else.
+// Without memory for a larger table the chains only get longer, and so slower.
 void index_grow() {
     auto* const table =
         static_cast<Chain*>(std::calloc(std::size_t{1} << (g_table_bits + 1), sizeof(Chain)));
@@ -122,7 +122,7 @@ void list_unlink(Node* node) {
     }
 }
 
-// The local time of day, converted once a second. The time zone's files are read without being a
+// The local time of day, converted once a second. Reading the files of the time zone must be no
 // cancellation point: a thread that is cancelled here would keep the list's lock for ever.
 void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
     static std::time_t text_second;
@@ -141,7 +141,7 @@ void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
     std::memcpy(out, text, sizeof text);
 }
 
-// True when the list can be used; warns when tracking lacks its lock.
+// True when the list can be used. Warns when tracking is on but has no lock.
 bool is_tracking(zx::Caller caller = {}) {
     if (zxmem_enable_dbg != 1) {
         return false;
@@ -236,7 +236,7 @@ extern "C" void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* nam
 
     list_append(node);
     index_add(node);
-    if (2 * ++g_node_count > std::size_t{1} << g_table_bits) {  // short chains: nodes are cold
+    if (2 * ++g_node_count > std::size_t{1} << g_table_bits) {  // short chains
         index_grow();
     }
 }

@@ -1,4 +1,4 @@
-// The live buffers as a table for a status page.
+// The live buffers as a table of a status page.
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -19,12 +19,12 @@ constexpr std::uint32_t kHigh = 512000;
 
 #define ZX_CELL(conversion) "<th align=\"left\">" conversion "</th><th align=\"left\"></th>"
 
-// Appends to a text whose owner made it long enough.
+// Appends to a text. Its owner made it long enough.
 class Html {
 public:
     explicit Html(char* text) : end_(text + std::strlen(text)) {}
 
-    // A piece of up to 1023 characters; more is cut.
+    // Appends up to 1023 characters and cuts the rest.
     [[gnu::format(printf, 2, 3)]] void append(const char* fmt, ...) {
         char piece[kPieceSize];
         std::va_list args;
@@ -78,7 +78,7 @@ extern "C" void zxmem_api_info(char* html, const char* text) {
 
     out.append("<table cellpadding=\"4\" cellspacing=\"0\">");
     out.append("<tbody style=\"color:black;\">");
-    // The last cell stays open.
+    // Deliberate: the last cell is not closed.
     out.append("<tr>" ZX_CELL("NUM") ZX_CELL("ADDR") ZX_CELL("NAME") ZX_CELL("TIME") ZX_CELL("FALG")
                    ZX_CELL("SIZE") ZX_CELL("FILE") ZX_CELL("LINE") "<th align=\"left\"></tr>");
     std::uint64_t total = 0;

@@ -26,7 +26,8 @@ extern "C" void zxmem_api_showBlock(void) {
              node = node->next) {
             char size[ZXT_UNIT_SIZE];
             zxt_innerapi_bit2str_64(size, node->size, 0);
-            // The index counts printed lines: it is meant to go up with the echo, too.
+            // Deliberate: the index counts lines, so it goes up twice for a buffer when the echo is
+            // on.
             ZX_LOG(info, "Memry leak[%08d]:addr ,size :%p   %s ---file,line %s %d", ++index,
                    node->buffer, size, node->file, static_cast<int>(node->line));
             total += node->size;

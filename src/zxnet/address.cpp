@@ -25,13 +25,13 @@ constexpr zx::DottedForm kSharedAddress{"ipaddr", zx::kDottedSize, zxstr_api_spl
 static_assert(kAddress.size <= zx::kDottedSize);
 constexpr std::uint32_t kSharedSpace = 0x64400000;  // 100.64.0.0/10, RFC 6598
 constexpr std::uint32_t kSharedMask = 0xFFC00000;
-constexpr std::string_view kMapped{"::ffff:"};  // before an IPv4 address that is written as IPv6
+constexpr std::string_view kMapped{"::ffff:"};  // the start of an IPv4 address written as IPv6
 
 bool is_ipv6(const char* text) {
     return zxstr_api_isCasestr(text, ":") != 0;
 }
 
-// 0 for a text that is none.
+// 0 when the text is no address.
 std::uint32_t address_of(const char* text) {
     return zx::parse_dotted(kAddress, text, "zxnet_api_ipStr2Byte").value_or(0);
 }
@@ -70,7 +70,7 @@ extern "C" int32_t zxnet_api_isMulticast(const char* text) {
     }
     if (is_ipv6(text)) {
         in6_addr address{};
-        inet_pton(AF_INET6, text, &address);  // leaves what is no address alone
+        inet_pton(AF_INET6, text, &address);  // no address: stays zero
         return address.s6_addr[0] == 0xFF ? 1 : 0;
     }
     return IN_MULTICAST(ntohl(inet_addr(text))) ? 1 : 0;

@@ -7,7 +7,7 @@
 
 namespace zx::net {
 
-// Over a text that is there, of which nothing stays. Returns the length.
+// Writes an address over another text, of which nothing remains. Returns the length.
 std::int32_t print_over(std::uint32_t ip, char* text);
 
 // `out` has ZXNET_ADDRESS_TEXT_SIZE bytes. Every family but AF_INET6 counts as IPv4.

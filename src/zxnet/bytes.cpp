@@ -1,4 +1,4 @@
-// Bytes, as they are and as digits.
+// Bytes as they are, and as hexadecimal digits.
 #include <cstring>
 
 #include "internal/args.hpp"

@@ -17,7 +17,7 @@ namespace {
 constexpr char kTag[] = "NETWORK";
 constexpr std::uint16_t kNoChecksum = 0xFFFF;
 constexpr std::size_t kPseudoHeaderSize = 12;
-constexpr std::uint32_t kPiece = 1U << 16U;  // bytes, whose sum is far from 2^32
+constexpr std::uint32_t kPiece = 1U << 16U;  // bytes; their sum is far below 2^32
 
 std::uint32_t sum_blocks_portable(const std::uint8_t* at, std::size_t blocks) {
     return zx::net::sum_blocks_inline(at, blocks);
@@ -41,7 +41,8 @@ T load(const std::uint8_t* at) {
     return value;
 }
 
-// The sum of less than a block; the words go into two halves of 64 bits, which have room for them.
+// Sums less than a block. The words are added in the two halves of a 64-bit number, which cannot
+// overflow.
 [[gnu::always_inline]] inline std::uint32_t sum_rest(const std::uint8_t* at, std::size_t size) {
     constexpr std::uint64_t kLower = 0x0000FFFF0000FFFF;
     const auto halves = [](std::uint64_t words) {
@@ -75,7 +76,7 @@ T load(const std::uint8_t* at) {
     return static_cast<std::uint32_t>(sum + (sum >> 32U));
 }
 
-// Out of the way of the short buffers, of which there are many.
+// Not inlined, so that the many short buffers take the short way.
 [[gnu::noinline]] std::uint32_t sum_long(const std::uint8_t* at, std::size_t size) {
     const std::size_t rest = size % zx::net::kSumBlock;
     return sum_blocks(at, size / zx::net::kSumBlock) + sum_rest(at + (size - rest), rest);
@@ -89,7 +90,7 @@ constexpr std::uint32_t fold(std::uint32_t sum) {
     return (sum >> 16U) + (sum & 0xFFFFU);
 }
 
-// The checksum in host order, which the words were not in.
+// The checksum in host order. The words that were added were in network order.
 constexpr std::uint16_t checksum_of(std::uint32_t sum) {
     return __builtin_bswap16(static_cast<std::uint16_t>(~fold(fold(sum))));
 }
@@ -135,7 +136,7 @@ extern "C" uint16_t zxnet_api_checksum_ptc(const void* header, uint32_t src, uin
     sum += sum_of(static_cast<const std::uint8_t*>(header), headerLen);
     const auto* rest = static_cast<const std::uint8_t*>(data);
     std::size_t rest_size = dataLen;
-    if (headerLen % 2 != 0 && rest_size != 0) {  // one word of the header's last byte and this one
+    if (headerLen % 2 != 0 && rest_size != 0) {  // this byte completes the header's last word
         sum += std::uint32_t{*rest} << 8U;
         ++rest;
         --rest_size;

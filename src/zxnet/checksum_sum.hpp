@@ -1,5 +1,5 @@
-// The sum under the Internet checksums: the 16-bit words of a buffer, added as they lie in memory,
-// modulo 2^32.
+// The sum for the Internet checksums: the 16-bit words of a buffer in the byte order of the memory,
+// added modulo 2^32.
 #pragma once
 
 #include <cstddef>
@@ -8,16 +8,16 @@
 
 namespace zx::net {
 
-// What the vector unit takes at a time.
+// The bytes that each step adds.
 inline constexpr std::uint32_t kSumBlock = 64;
 
 using Lanes [[gnu::vector_size(kSumBlock / 2)]] = std::uint32_t;
 inline constexpr std::size_t kLanes = sizeof(Lanes) / sizeof(std::uint32_t);
 
-// Inlined into functions for different processors, which is all that these differ by.
+// This is inlined into functions for different processors. They differ in nothing else.
 //
-// Pairs of words are added as they are: with P their sum and U that of their upper words, the lower
-// words add up to P - 2^16 U. That is one step less for each pair than to take it apart.
+// Pairs of words are added without taking them apart, which saves a step for each pair. With P the
+// sum of the pairs and U the sum of their upper words, the lower words add up to P - 2^16 U.
 [[gnu::always_inline]] inline std::uint32_t sum_blocks_inline(const std::uint8_t* at,
                                                               std::size_t blocks) {
     Lanes pairs1{}, pairs2{}, uppers1{}, uppers2{};

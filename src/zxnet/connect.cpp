@@ -1,4 +1,4 @@
-// Connecting, and what can be connected to.
+// Connecting, and finding out whether a host can be reached.
 #include <netinet/in.h>
 #include <unistd.h>
 
@@ -41,7 +41,7 @@ std::int32_t connect_by(std::uint64_t start, std::uint64_t timeout_us, int fd, c
     const auto pause_us = static_cast<unsigned>(std::min(timeout_us / 10, kMaxPauseUs));
     std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
     int attempts = 0;
-    // Linux goes on with a connect() that was interrupted when it is called again.
+    // When an interrupted connect() is called again, Linux continues it.
     while (zx::uninterrupted(fd, SO_SNDTIMEO, [=] { return connect(fd, addr, len); }) != 0) {
         ++attempts;
         if (timeout_us == 0 || timeout_us < zxtime_api_us() - start) {

@@ -1,4 +1,4 @@
-// Dotted texts as the interface reads them: with any fields, as long as there are four.
+// Dotted texts as the interface reads them: any four fields will do.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,17 @@
 
 namespace zx {
 
-// How a function takes its text apart.
+// How a function of the interface splits its text.
 struct DottedForm {
-    const char* name;  // of the text, in messages
-    std::size_t size;  // bytes of the text that count
+    const char* name;  // the name of the text in messages
+    std::size_t size;  // this many bytes of the text are read
     std::int32_t (*split)(char* text, const char* dot, char** fields);
 };
 
 inline constexpr std::size_t kDottedSize = 256;
 
-// Any text: fields wrap modulo 256 and count as 0 without digits; only their number is checked.
-// Speaks for the caller.
+// Reads any text with four fields. Each field counts modulo 256, and as 0 when it has no digits.
+// Logs on behalf of `caller`.
 [[nodiscard]] std::optional<std::uint32_t> parse_fields(const DottedForm& form, const char* text,
                                                         Caller caller);
 

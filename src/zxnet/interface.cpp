@@ -26,7 +26,7 @@ static_assert(sizeof(ifreq) == 40 && ZXNET_IFNAME_SIZE == IFNAMSIZ);
 namespace {
 
 constexpr char kTag[] = "NETWORK";
-constexpr std::uint32_t kMaxText = 64;  // bytes that are read: more than any MAC address or MTU
+constexpr std::uint32_t kMaxText = 64;  // bytes to read: more than any MAC address or MTU has
 constexpr std::uint32_t kMinMacSize = 18;
 constexpr std::uint32_t kMinMtuSize = 16;
 constexpr std::size_t kCleared = 8;
@@ -34,7 +34,7 @@ constexpr std::size_t kCleared = 8;
 constexpr std::array<const char*, ZXNET_IPMODE_MAX> kIpModes{"unkonw", "static", "dhcp",
                                                              "bond-slaver", "bond-master"};
 
-// A socket to ask for interfaces with; its absence was logged for the caller.
+// A socket for questions about interfaces. When there is none, this logs so for the caller.
 zx::UniqueFd open_socket(zx::Caller caller = {}) {
     zx::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (fd.get() < 0) {
@@ -43,7 +43,7 @@ zx::UniqueFd open_socket(zx::Caller caller = {}) {
     return fd;
 }
 
-// A name that is too long is nobody's: the kernel would cut it and take another interface.
+// A name that is too long stays empty: the kernel would cut it and find another interface.
 ifreq request_for(const char* name) {
     ifreq request{};
     const std::size_t length = strnlen(name, sizeof request.ifr_name);
@@ -55,7 +55,7 @@ ifreq request_for(const char* name) {
 
 using Path = std::array<char, sizeof "/sys/class/net//address" + ZXNET_IFNAME_SIZE>;
 
-// The file of an interface; a name that would lead to another place was logged for the caller.
+// The path of an interface's file. Logs for the caller when the name would lead elsewhere.
 std::optional<Path> path_of(const char* name, const char* file, zx::Caller caller = {}) {
     if (!zx::is_interface(name)) {
         ZX_LOG_AT(caller, error, "Name(%s) is not fit for a path", name);
@@ -66,18 +66,18 @@ std::optional<Path> path_of(const char* name, const char* file, zx::Caller calle
     return path;
 }
 
-// The address that a request has brought, or is to bring.
+// The address in a request, as a question or as its answer.
 in_addr& address_of(ifreq& request) {
     return reinterpret_cast<sockaddr_in&>(request.ifr_addr).sin_addr;
 }
 
-// Clears the first bytes only: of a longer text before, the end stays after the new NUL.
+// Clears only the first bytes, so the end of a longer text remains after the new NUL.
 void put_text(char* out, in_addr address) {
     std::memset(out, 0, kCleared);
     std::strcpy(out, zx::AddressText(address.s_addr).text);
 }
 
-// Puts the text of the address that a request brings into a field of its size, or zeros.
+// Asks for an address and writes its text into the field, or zeros when there is none.
 void ask(int fd, unsigned long what, ifreq& request, char (&field)[INET_ADDRSTRLEN]) {
     std::memset(field, 0, sizeof field);
     if (ioctl(fd, what, &request) == 0) {
@@ -131,7 +131,8 @@ extern "C" int32_t zxnet_api_setIfaceInfo(const netcfg_info* pnetcfg_info) {
     if (!set(fd.get(), SIOCSIFADDR, "SIOCSIFADDR", request)) {
         return -1;
     }
-    // All flags are replaced. AF_INET stands where the flags are, and is IFF_BROADCAST as a flag.
+    // This replaces all flags. AF_INET is in the place of the flags, and as a flag it is
+    // IFF_BROADCAST.
     static_assert(AF_INET == IFF_BROADCAST);
     request.ifr_flags = static_cast<short>(IFF_BROADCAST | IFF_UP | IFF_RUNNING);
     if (!set(fd.get(), SIOCSIFFLAGS, "SIOCSIFFLAGS", request)) {
@@ -174,7 +175,8 @@ extern "C" int32_t zxnet_api_getIfaceIpMask(const char* ifname, char* ipaddr, ch
     }
     const in_addr address = address_of(request);
     put_text(ipaddr, address);
-    // Written when there is no netmask, and then with the address.
+    // Deliberate: the netmask is not written. When it cannot be read, the address is written
+    // instead.
     if (ioctl(fd.get(), SIOCGIFNETMASK, &request) != 0) {
         put_text(netmask, address);
     }
@@ -227,7 +229,7 @@ extern "C" int32_t zxnet_api_getIfaceMtu(const char* ifname, char* out, int32_t 
     if (!path) {
         return -1;
     }
-    // Terminated by the reader: a number is shorter than the smallest size.
+    // The number is shorter than any size that gets here, so zxmd_api_read() adds a NUL.
     if (zxmd_api_read(path->data(), out, std::min(static_cast<std::uint32_t>(size), kMaxText)) <
         0) {
         ZX_LOG(error, "Write mtu val failed");

@@ -19,7 +19,7 @@ constexpr char kTag[] = "NETWORK";
 constexpr zx::DottedForm kNetmask{"netmask", zx::kDottedSize, zxstr_api_split};
 constexpr zx::DottedForm kAddress{"ipaddr", zx::kDottedSize, zxstr_api_split};
 
-// Byte for byte; one whose bits are not in a row from the left counts for nothing.
+// Counts the bits of each byte. A byte whose bits are not contiguous from the left counts as 0.
 int count_bits(std::uint32_t netmask) {
     int bits = 0;
     for (unsigned i = 0; i < 4; ++i) {
@@ -34,7 +34,7 @@ struct Network {
     std::uint32_t netmask;
 };
 
-// The network of an address. The mask is looked at first.
+// The network of an address. The mask is checked first.
 std::optional<Network> parse_network(const char* ip, const char* netmask, zx::Caller caller = {}) {
     if (!zx::are_given({{ip, "ip"}, {netmask, "netmask"}}, kTag, caller)) {
         return std::nullopt;
@@ -70,7 +70,7 @@ extern "C" int32_t zxnet_api_getGatewayByNetmask(const char* ip, const char* net
     const std::uint8_t c = zx::octet(found->ip, 2);
     const std::uint8_t d = zx::octet(found->ip, 3);
     if (network != nullptr) {
-        // Never more than 32; with the bound the compiler knows it, too.
+        // There are never more than 32. This tells the compiler so.
         const int bits = std::min(count_bits(found->netmask), 32);
         std::snprintf(network, ZXNET_NETWORK_TEXT_SIZE, "%d.%d.%d.%d/%d", a, b, c, d, bits);
     }

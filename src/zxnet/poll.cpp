@@ -47,8 +47,8 @@ struct FdSets {
         limit = std::max(limit, fd + 1);
     }
 
-    // What select() gives when the signals that a handler takes in between are no end of it. The
-    // time of the handlers counts, too.
+    // Calls select() again when a handled signal interrupts it, and returns its result. The time
+    // that handlers take counts, too.
     [[nodiscard]] int wait(timeval timeout) {
         const std::int64_t end =
             zx::steady_us() + timeout.tv_sec * std::int64_t{1000000} + timeout.tv_usec;
@@ -61,7 +61,7 @@ struct FdSets {
             const std::int64_t left = std::max<std::int64_t>(end - zx::steady_us(), 0);
             is_over = left == 0;
             timeout = {left / 1000000, left % 1000000};
-            ready = select(limit, &read, &write, &except, &timeout);  // the sets are as they were
+            ready = select(limit, &read, &write, &except, &timeout);  // the sets are unchanged
         }
         return ready;
     }
@@ -133,5 +133,5 @@ extern "C" int32_t zxnet_api_waitFdTimeout(int fd, uint32_t mode, uint32_t tries
     do {
         ready = wait_a_slice(record);
     } while (ready == 0 && left-- > 0);
-    return left > 0 ? ready : -1;  // the last slice does not count, as the header says
+    return left > 0 ? ready : -1;  // deliberate: the last slice does not count
 }

@@ -1,4 +1,4 @@
-// What the names of hosts resolve to.
+// Resolving the names of hosts.
 #include "zxnet/resolve.hpp"
 
 #include <netdb.h>
@@ -32,7 +32,7 @@ struct Answer {
     UniqueAddresses list;
 };
 
-// The resolver has files and memory of its own: its caller holds cancellation.
+// The resolver opens files and allocates memory, so the caller must hold cancellation back.
 Answer resolve(const char* host, const char* service, int family) {
     addrinfo hints{};
     hints.ai_family = family;
@@ -42,8 +42,8 @@ Answer resolve(const char* host, const char* service, int family) {
     return {failed, UniqueAddresses(failed ? nullptr : list)};
 }
 
-// A long text runs into the next slot, which the next address overwrites; only what would lie
-// after the record is not stored.
+// A long text continues in the next slot, which the next address overwrites. Nothing is stored
+// after the end of the record.
 void add_address(domainaddr_ctt& record, const char* text, bool is_ipv6) {
     const std::size_t index = record.count++;
     const std::size_t at = offsetof(domainaddr_ctt, address) + index * sizeof record.address[0];

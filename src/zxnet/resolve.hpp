@@ -1,4 +1,4 @@
-// What the names of hosts resolve to.
+// Resolving the names of hosts.
 #pragma once
 
 #include <netinet/in.h>

@@ -34,8 +34,8 @@ std::uint32_t lower_length(std::uint32_t len, zx::Caller caller = {}) {
     return kMaxLength;
 }
 
-// Waits on an instance that is gone before the data is touched. The codes of the wait are those
-// of the family.
+// Waits on an epoll instance that is closed before the data is touched. Returns the code of the
+// wait.
 std::int32_t wait_ready(int fd, std::uint8_t mode, std::uint32_t timeout_ms,
                         zx::Caller caller = {}) {
     return zx::with_fd(zxepoll_innerapi_open(2, caller.func, caller.line), [=](int epfd) {
@@ -43,7 +43,7 @@ std::int32_t wait_ready(int fd, std::uint8_t mode, std::uint32_t timeout_ms,
     });
 }
 
-// What 0 bytes mean after a wait that began at `start`.
+// Decides what 0 received bytes mean after a wait that began at `start`.
 std::int32_t judge_end(int fd, std::uint64_t start, std::uint32_t timeout_ms,
                        zx::Caller caller = {}) {
     const std::uint64_t now = zxtime_api_us();

@@ -16,7 +16,7 @@ constexpr char kTag[] = "NETWORK";
 constexpr char kUnanswered[] = "getsockopt TCP_INFO failed";
 constexpr std::size_t kClearedSize = 8;
 
-// The text of a TCP state; 0 stands for every number that is none.
+// The texts of the TCP states. The first one is for numbers that are no state.
 constexpr std::array<std::string_view, 12> tcpstate_text = {
     "tcpstate (?):unkonw",
     "tcpstate (1-established):all is ok(client-state,server-state )",

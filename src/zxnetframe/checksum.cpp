@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::uint16_t kNoChecksum = 65535;
 
-// Sums that exceed the record's storage would sum what lies after it.
+// Limited to the record's storage, because the sum would otherwise include what lies after it.
 std::uint16_t payload_size(const ether_ctt& record) {
     return std::min<std::uint16_t>(record.data_len, ZXFRAME_DATA_SIZE);
 }
@@ -39,7 +39,7 @@ std::uint16_t zx::frame::udp_checksum(const ether_ctt& record) {
     if (size % 2 == 0) {
         return checksum;
     }
-    // The byte after the payload completes its last word.
+    // Deliberate: the byte after an odd payload completes its last word.
     const std::uint32_t sum =
         std::uint32_t{static_cast<std::uint16_t>(~checksum)} + std::uint32_t{record.data[size]};
     return static_cast<std::uint16_t>(~((sum >> 16U) + (sum & 0xFFFFU)));

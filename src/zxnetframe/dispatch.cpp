@@ -1,4 +1,5 @@
-// From the Ethernet header to the layer after it; and the records as their users know them.
+// Decoding a frame: the Ethernet header, then the layer that it names. Also checks the layout of
+// the records of the interface.
 #include <cstddef>
 
 #include "zxframe.h"

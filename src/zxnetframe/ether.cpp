@@ -33,7 +33,7 @@ namespace {
     }
 }
 
-// Stores the name, where there is one, and at least eight bytes of it.
+// Stores the name, or at least its first eight bytes with zeros. Without a name it stores nothing.
 void name_type(std::int8_t print_flag, std::uint16_t ether_type, char* out) {
     constexpr std::size_t kCleared = 8;
     if (print_flag != 0) [[unlikely]] {

@@ -1,4 +1,4 @@
-// Which frames pass a capture filter.
+// Decides which frames pass a capture filter.
 #include <string_view>
 
 #include "zxframe.h"
@@ -42,7 +42,8 @@ void initialize(frame_filter_ctt& filter) {
     filter.initialized = 1;
 }
 
-// True when the filter's text contains the frame's, by the rule of the logging library.
+// True when the text of the filter contains the text of the frame. The logging library compares
+// them, and case matters.
 bool names(const char* wanted, const char* text) {
     return zxstr_api_isCasestr(wanted, text) != 0;
 }
@@ -114,14 +115,14 @@ extern "C" int32_t zxframe_api_filterFrame(void* /*context*/, const uint8_t* fra
         return 1;
     }
     filter->frame.print_flag = 0;
-    if (zxframe_api_doFrame(&filter->frame, frame_buf) != 0) {  // it looks for the frame
+    if (zxframe_api_doFrame(&filter->frame, frame_buf) != 0) {  // it checks frame_buf
         return 0;
     }
     if ((filter->has_mac | filter->has_source_mac | filter->has_dest_mac) != 0 &&
         !passes_macs(*filter)) {
         return 0;
     }
-    // Ports alone are not looked at.
+    // Deliberate: without a protocol or an address in the filter, its ports do not count.
     if ((filter->has_protocol | filter->has_ip | filter->has_source_ip | filter->has_dest_ip) ==
         0) {
         return 1;

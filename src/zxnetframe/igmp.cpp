@@ -1,4 +1,4 @@
-// IGMP messages (RFC 1112, RFC 2236, RFC 3376), which are only built.
+// IGMP messages (RFC 1112, RFC 2236, RFC 3376). They are only built, never decoded.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -20,7 +20,7 @@ constexpr std::uint32_t kVersion3 = 3;
 constexpr std::uint32_t kModeSources = 1;
 constexpr std::uint8_t kQueryType = 0x11;
 
-// By version, from 1 on.
+// For the versions 1 to 3.
 constexpr std::array<std::uint8_t, 3> kJoinTypes{0x12, 0x16, 0x22};
 constexpr std::array<std::uint8_t, 3> kLeaveTypes{0, 0x17, 0x22};
 
@@ -32,7 +32,7 @@ enum RecordType : std::uint8_t {
     kBlockOldSources = 6,
 };
 
-// Speaks for the caller.
+// Logs on behalf of `caller`.
 bool fits(const igmp_req& req, zx::Caller caller = {}) {
     if (req.source_count > ZXFRAME_IGMP_SOURCES) {
         ZX_LOG_AT(caller, error, "There are %u IGMP sources,more than %d", req.source_count,
@@ -52,7 +52,7 @@ std::uint32_t message_type(const igmp_req& req) {
     if (req.action == ZXFRAME_IGMP_QUERY) {
         return kQueryType;
     }
-    const std::uint32_t index = req.version - 1;  // version 0 leads out of the tables, too
+    const std::uint32_t index = req.version - 1;  // version 0 becomes too large, too
     if (index >= kJoinTypes.size()) {
         return 0;
     }
@@ -115,7 +115,7 @@ void dump_report(const igmp_view& view, std::uint32_t size, zx::Caller caller) {
     ZX_LOG_AT(caller, info, "Multicast Addr:%s", AddressText(htonl(view.group)).text);
 }
 
-// Versions 1 and 2, and queries.
+// Writes a message of version 1 or 2, or a query.
 std::uint32_t write_short(igmp_view& view, bool dumps, std::uint8_t* out) {
     constexpr auto kSize = static_cast<std::uint32_t>(igmp_at::short_end);
     out[igmp_at::type] = view.type;
@@ -129,7 +129,7 @@ std::uint32_t write_short(igmp_view& view, bool dumps, std::uint8_t* out) {
     return kSize;
 }
 
-// Reports of version 3.
+// Writes a report of version 3.
 std::uint32_t write_report(igmp_view& view, bool dumps, std::uint8_t* out) {
     const std::size_t count = std::min<std::size_t>(view.source_count, std::size(view.sources));
     const auto size = static_cast<std::uint32_t>(igmp_at::sources + count * sizeof view.group);
@@ -152,7 +152,7 @@ std::uint32_t write_report(igmp_view& view, bool dumps, std::uint8_t* out) {
     return size;
 }
 
-// The sources of the request fit.
+// The caller has checked with fits().
 std::uint32_t write_message(ether_ctt& record, const igmp_req& req, std::uint8_t* out) {
     igmp_view& view = record.igmp;
     const bool dumps = record.print_flag != 0;
@@ -183,7 +183,8 @@ extern "C" int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* 
     }
     ether_ctt& record = *pether_ctt;
     build_ethernet(record, req->str_dest_mac, req->str_source_mac, kEtherTypeIpv4, outbuf);
-    // By the version alone: neither the sources of a report count nor the short form of a query.
+    // Deliberate: this depends on the version alone. A report's sources do not count, nor does it
+    // matter that a query is short.
     const std::size_t announced = req->version == kVersion3 ? igmp_at::sources : igmp_at::short_end;
     build_ipv4(record, kProtocolIgmp, req->source_ip, req->group,
                static_cast<std::uint32_t>(announced), outbuf + ether_at::payload);

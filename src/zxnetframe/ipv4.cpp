@@ -56,7 +56,7 @@ void name_protocol(ipv4_view& ip) {
     }
 }
 
-// What the protocols differ by. Any other protocol is not supported: its header has no length.
+// Sets what depends on the protocol. An unsupported protocol gets a header of length 0.
 void set_protocol_fields(ipv4_view& ip, std::uint8_t protocol) {
     switch (protocol) {
         case kProtocolTcp:

@@ -1,5 +1,5 @@
-// What the engine says: its tag. A line names the exported function whose work it tells of, even
-// where another one has that done inside.
+// The tag of the messages. A line names the exported function whose work it describes, even when
+// another function called the work inside.
 #pragma once
 
 #include "internal/args.hpp"

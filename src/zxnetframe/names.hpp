@@ -10,7 +10,7 @@
 
 namespace zx::frame {
 
-// With zeros after it, so that it can be copied in one piece.
+// A name, filled up with zeros so that it can be copied in one piece.
 struct Name {
     constexpr Name() = default;
     constexpr Name(const char* literal) {  // NOLINT(google-explicit-constructor): rows of tables
@@ -26,11 +26,11 @@ struct Name {
 struct EtherType {
     std::uint16_t value;
     Name name;
-    const char* unsupported_prefix = "";  // of the name, where the frame is not decoded
+    const char* unsupported_prefix = "";  // before the name when a frame is not decoded
 };
 
 inline constexpr std::array<EtherType, 36> kEtherTypes{{
-    {0x0200, "Xerox PUP", " "},  // this one and the next are lengths when they are named
+    {0x0200, "Xerox PUP", " "},  // this one and the next count as lengths
     {0x0500, "Sprite", " "},
     {0x0600, "XEROX NS IDP"},
     {0x0661, "DLOG"},
@@ -61,7 +61,7 @@ inline constexpr std::array<EtherType, 36> kEtherTypes{{
     {0x8864, "PPPoE <PPP Session Stage>"},
     {0x88BB, "LWAPP"},
     {0x88CC, "LLDP"},
-    {0x8E88, "EAPOL"},  // its registered value has the bytes the other way round
+    {0x8E88, "EAPOL"},  // deliberate: the registered value is 0x888E
     {0x9000, "used to test interfaces"},
     {0x9100, "VLAN Tag Protocol Identifier1"},
     {0x9200, "VLAN Tag Protocol Identifier2"},
@@ -70,7 +70,7 @@ inline constexpr std::array<EtherType, 36> kEtherTypes{{
 static_assert(std::ranges::is_sorted(kEtherTypes, {}, &EtherType::value));
 
 [[nodiscard]] constexpr const EtherType* find_ether_type(std::uint16_t value) {
-    constexpr const EtherType* kIpv4 = &kEtherTypes[4];  // nearly all frames
+    constexpr const EtherType* kIpv4 = &kEtherTypes[4];  // nearly every frame
     static_assert(kIpv4->value == kEtherTypeIpv4);
     if (value == kIpv4->value) {
         return kIpv4;
@@ -79,7 +79,7 @@ static_assert(std::ranges::is_sorted(kEtherTypes, {}, &EtherType::value));
     return row != kEtherTypes.end() && row->value == value ? row : nullptr;
 }
 
-// By number; empty where there is no name.
+// By number; empty when there is no name.
 inline constexpr std::array<Name, 256> kIpProtocols = [] {
     std::array<Name, 256> names{};
     names[0] = "Dummy protocol for TCP";

@@ -49,7 +49,7 @@ constexpr char kParse[] = "zxframe_innerapi_parseTcp";
     ZX_LOG_AT(caller, info, "-----ptcpheader_ctt->header_len:%d", static_cast<int>(words));
 }
 
-// All in a row: they share a word of the record, which is then written once.
+// These fields share a word of the record. Set together, they cost one store.
 void store_offset_and_flags(tcp_view& tcp, std::uint8_t offset, std::uint8_t flags) {
     tcp.doff = offset >> 4U & kNibble;
     tcp.urg = (flags & tcp_at::urg) != 0;

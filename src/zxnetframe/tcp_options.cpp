@@ -48,7 +48,7 @@ const OptionKind* find_kind(std::uint32_t kind) {
         case ValueForm::opaque:
             ZX_LOG_AT(caller, info, "    -val:unsupport parse");
             break;
-        case ValueForm::timeout:  // the unit and the number are taken as a byte each
+        case ValueForm::timeout:  // the unit and the number take a byte each
             ZX_LOG_AT(caller, info, "    -G bit:%d", val[0]);
             if (val[0] == 1) {
                 ZX_LOG_AT(caller, info, "    -UserTimeout:%d(minute)", val[1]);

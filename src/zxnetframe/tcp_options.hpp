@@ -1,5 +1,4 @@
-// What is known of each TCP option (RFC 9293, RFC 7323, RFC 2018, RFC 5482), and how options are
-// taken off a segment.
+// The TCP options (RFC 9293, RFC 7323, RFC 2018, RFC 5482), and how they are read from a segment.
 #pragma once
 
 #include <array>
@@ -25,8 +24,8 @@ enum class ValueForm : std::uint8_t {
 };
 
 struct OptionKind {
-    const char* name = nullptr;  // none: the kind is unknown
-    bool has_length = false;     // the kind is followed by a length and a value
+    const char* name = nullptr;  // null: the kind is unknown
+    bool has_length = false;     // a length and a value follow the kind
     ValueForm form = ValueForm::none;
 };
 
@@ -49,7 +48,7 @@ inline constexpr std::array<OptionKind, kUserTimeout + 1> kOptionKinds = [] {
     return kinds;
 }();
 
-// The same in short for every byte that may stand on the wire.
+// The same in brief, for every kind that a segment may contain.
 enum class Shape : std::uint8_t { unknown, bare, with_length };
 
 inline constexpr std::array<Shape, 256> kShapes = [] {
@@ -62,12 +61,11 @@ inline constexpr std::array<Shape, 256> kShapes = [] {
     return shapes;
 }();
 
-inline constexpr std::uint8_t kLengthOwn =
-    2;  // the kind and the length byte, which a length includes
+inline constexpr std::uint8_t kLengthOwn = 2;  // bytes of the kind and the length
 
-// Appends the options to those of earlier frames: it is the caller who sets the count back. A
-// length may lead beyond the end, but an option begins before it. `on_option` sees each option that
-// was taken, `on_unknown` the kind that ends them.
+// Appends the options to those of earlier frames; the caller resets the count. The length of an
+// option may lead beyond the end, but every option begins before it. `on_option` gets each option
+// that was taken, `on_unknown` an unknown kind, which ends the options.
 template <typename OnOption, typename OnUnknown>
 void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_option,
                   OnUnknown on_unknown) {
@@ -90,7 +88,7 @@ void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_o
         } else {
             const std::size_t len = option->len = at[1];
             if (len < kLengthOwn) {
-                break;  // it would lead backwards
+                break;  // too short to be a length
             }
             std::memcpy(option->val, at + kLengthOwn, len - kLengthOwn);
             at += len;
@@ -100,8 +98,8 @@ void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_o
     tcp.option_count = static_cast<std::uint32_t>(option - tcp.options);
 }
 
-// Two NOPs and time stamps, as RFC 7323 lays them out and nearly every segment carries them. False:
-// these are other options.
+// Takes two NOPs and time stamps, the layout of RFC 7323 that nearly every segment has. False for
+// any other options.
 [[nodiscard]] inline bool take_times(tcp_view& tcp, const std::uint8_t* at, int size) {
     constexpr std::uint8_t kLayout[] = {1, 1, 8, 10};
     constexpr int kSize = 12;
@@ -120,7 +118,7 @@ void take_options(tcp_view& tcp, const std::uint8_t* at, int size, OnOption on_o
     return true;
 }
 
-// Without a dump.
+// Takes the options without a dump.
 inline void take_options(tcp_view& tcp, const std::uint8_t* at, int size) {
     if (!take_times(tcp, at, size)) {
         take_options(
@@ -130,7 +128,7 @@ inline void take_options(tcp_view& tcp, const std::uint8_t* at, int size) {
 
 [[gnu::cold]] void take_and_dump_options(tcp_view& tcp, const std::uint8_t* at, int size);
 
-// Those of a whole header.
+// Takes the options of a whole header.
 inline void parse_options(ether_ctt& record, const std::uint8_t* header) {
     const int size =
         (header[tcp_at::offset] >> 4) * static_cast<int>(kWord) - static_cast<int>(tcp_at::options);
@@ -141,7 +139,7 @@ inline void parse_options(ether_ctt& record, const std::uint8_t* header) {
     }
 }
 
-// Returns the bytes that the options of the request take.
+// Writes the options of the request. Returns how many bytes they take.
 std::uint32_t write_options(const zxbuildtcp_ctt& request, std::uint8_t* out);
 
 }  // namespace zx::frame

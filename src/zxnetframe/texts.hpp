@@ -15,7 +15,7 @@
 
 namespace zx::frame {
 
-// "0a:" and a byte that the next one overwrites: one store each.
+// "0a:" and a fourth byte, which the next text overwrites. So each text takes one store.
 using HexText = std::array<char, 4>;
 
 inline constexpr std::array<HexText, 256> kHexTexts = [] {
@@ -42,7 +42,8 @@ struct MacText {
 
 using zx::AddressText;
 
-// An address in network order. inet_aton(), which is slow, judges all but four decimal numbers.
+// Reads an address into network order. inet_aton() is slow, so it only gets what is not four
+// decimal numbers.
 [[nodiscard]] inline std::optional<std::uint32_t> parse_address(const char* text) {
     if (text == nullptr) {
         return std::nullopt;
@@ -54,7 +55,7 @@ using zx::AddressText;
     return inet_aton(text, &address) != 0 ? std::optional(address.s_addr) : std::nullopt;
 }
 
-// What is sent, in host order: a text that is no address becomes all ones.
+// The address to send, in host order. A text that is no address becomes all ones.
 [[nodiscard]] inline std::uint32_t address_to_send(const char* text) {
     return ntohl(parse_address(text).value_or(INADDR_NONE));
 }

@@ -36,7 +36,8 @@ void zx::frame::parse_udp(ether_ctt& record, const std::uint8_t* at) {
     if (record.print_flag != 0) [[unlikely]] {
         dump_header(record, kParse);
     }
-    // What the record holds, not what the frame brought; a stranger's length may exceed it.
+    // Deliberate: dumps what the record holds, not what the frame brought. The length from the
+    // frame may exceed that.
     const std::uint32_t size = std::min<std::uint32_t>(record.data_len, ZXFRAME_DATA_SIZE);
     zxlog_innerapi_bufHex("Data", record.data, size, kParse, __LINE__);
 }

@@ -1,4 +1,4 @@
-// Where the fields of each header lie on the wire, and the numbers that tell protocols apart.
+// Where each header has its fields, and the numbers of the protocols.
 #pragma once
 
 #include <cstddef>
@@ -52,7 +52,7 @@ inline constexpr std::uint32_t kFragmentOffsetMask = 0x1FFF;
 inline constexpr unsigned kFragmentFlagsShift = 13;
 inline constexpr std::uint32_t kDontFragment = 2;
 
-// Header lengths are counted in words of 32 bits, in four bits.
+// Header lengths count words of 32 bits and have four bits.
 inline constexpr std::size_t kWord = 4;
 inline constexpr std::uint32_t kNibble = 0xF;
 inline constexpr std::uint32_t kIpv4Words = 5;

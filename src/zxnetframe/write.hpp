@@ -1,4 +1,4 @@
-// Headers as bytes.
+// Writing headers as bytes.
 #pragma once
 
 #include <cstring>
@@ -15,7 +15,7 @@ inline void write_ethernet(const ether_ctt& record, std::uint8_t* out) {
     store_be16(out + ether_at::type, record.ether_type);
 }
 
-// Without options. The addresses of the view are in host order here.
+// Writes a header without options. The addresses of the view are in host order here.
 inline void write_ipv4(const ipv4_view& ip, std::uint8_t* out) {
     out[ipv4_at::version] = static_cast<std::uint8_t>(ip.version << 4U | ip.header_len);
     out[ipv4_at::tos] = ip.tos;
@@ -30,7 +30,7 @@ inline void write_ipv4(const ipv4_view& ip, std::uint8_t* out) {
     store_be32(out + ipv4_at::daddr, ip.daddr);
 }
 
-// Without options and without the two reserved flags.
+// Writes a header without options and without the two reserved flags.
 inline void write_tcp(const tcp_view& tcp, std::uint8_t* out) {
     store_be16(out + tcp_at::source, tcp.source);
     store_be16(out + tcp_at::dest, tcp.dest);

@@ -1,4 +1,4 @@
-// What signals do to a server.
+// How a server reacts to signals.
 #include "zxsignal.h"
 
 #include <pthread.h>
@@ -48,7 +48,7 @@ namespace {
 
 constexpr char kTag[] = "SIGNAL";
 
-// The set of one signal. False when there is no such signal.
+// Makes the set of one signal. False when there is no such signal.
 bool make_set(sigset_t& set, int number) {
     return sigemptyset(&set) == 0 && sigaddset(&set, number) == 0;
 }
@@ -65,8 +65,8 @@ struct Disposition {
     zxsignal_handler_cb handler;
 };
 
-// In two steps around the broken pipe, as the system is told. Signals that cannot be caught are
-// refused silently.
+// The signals that are set before SIGPIPE and after it. Signals that cannot be caught are refused
+// silently.
 const Disposition kBeforePipe[] = {
     {SIGHUP, SIG_IGN},
     {SIGINT, zxsignal_innerapi_handler},
@@ -104,7 +104,7 @@ const Disposition kAfterPipe[] = {
 }  // namespace
 
 extern "C" void zxsignal_innerapi_handler(int number) {
-    const zx::ErrnoKept errno_kept;  // for the code that was interrupted
+    const zx::ErrnoKept errno_kept;  // for the interrupted code
     const bool is_known = number >= 0 && static_cast<std::size_t>(number) < ZXSIGNAL_COUNT &&
                           zxsignal_desstring[number] != nullptr;
     ZX_LOG(notice, "Catch a signal(%d):%s\n", number, zxsignal_desstring[is_known ? number : 0]);

@@ -1,11 +1,11 @@
-// Letter case.
+// Upper and lower case.
 #include "zxstr.h"
 
 #include <cstring>
 
 namespace {
 
-// Moves the letters from `first` on by `distance`. Deliberate: the alphabet's last two letters
+// Adds `distance` to each letter from `first` on. Deliberate: the last two letters of the alphabet
 // stay as they are.
 uint32_t move_letters(const char* src, char* dst, char first, int distance) {
     if (src == nullptr || dst == nullptr) {

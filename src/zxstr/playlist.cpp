@@ -13,10 +13,10 @@ namespace {
 
 constexpr char kTag[] = "STRING";
 
-// Printed pieces are cut to this, their NUL included.
+// Bytes of a printed piece with its NUL. Longer pieces are cut.
 constexpr std::size_t kPieceSize = 1024;
 
-// What stands in front of the number; no text is null.
+// The parts of a URL before the number. No text is null.
 struct Address {
     Address(const char* proto_, const char* auth_, const char* host_, int port_, const char* path_)
         : proto(text(proto_)),
@@ -35,7 +35,7 @@ private:
     static const char* text(const char* given) { return given != nullptr ? given : ""; }
 };
 
-// A text of the caller that grows within its size.
+// A text of the caller that is appended to, within its size.
 struct Entry {
     char* text;
     std::size_t size;
@@ -61,7 +61,7 @@ struct Entry {
         }
     }
 
-    // The path, its index, and the port in front of them.
+    // Appends the port, the path and the index.
     void append_path(const Address& address, const char* index) const {
         if (address.port > 0) {
             append(":%d", address.port);
@@ -71,7 +71,8 @@ struct Entry {
             return;
         }
         append("%s", address.path);
-        // Deliberate: counted from the beginning of the entry, whatever stands before the path.
+        // Deliberate: the position is counted from the beginning of the entry, even when other
+        // parts come before the path.
         const std::size_t length = std::strlen(address.path);
         const std::size_t at = length > 5 ? length - 5 : 0;
         if (at < size) {
@@ -110,7 +111,7 @@ extern "C" void zxstr_api_buildListurl(const char* proto, const char* auth, cons
 
 extern "C" void zxstr_api_buildListurl2(const char* proto, const char* auth, const char* host,
                                         int port, const char* path, int count,
-                                        // Written through `entry`, which the check does not see.
+                                        // `entry` writes to it, which the check does not see.
                                         // NOLINTNEXTLINE(readability-non-const-parameter)
                                         char* out) {
     if (out == nullptr) {

@@ -1,4 +1,4 @@
-// One text inside another.
+// Finding one text inside another.
 #include "zxstr.h"
 
 #include <cstring>
@@ -20,7 +20,7 @@ extern "C" char* zxstr_api_replace(const char* src, const char* old, const char*
     const std::size_t old_length = std::strlen(old);
     const std::size_t with_length = std::strlen(with);
     char* to = dst;
-    // An empty text is found everywhere, and nothing would ever be left behind it.
+    // An empty text is found everywhere, so replacing it would never end.
     while (const char* const hit = old_length != 0 ? std::strstr(src, old) : nullptr) {
         const auto before = static_cast<std::size_t>(hit - src);
         std::memcpy(to, src, before);

@@ -1,4 +1,4 @@
-// Texts cut into fields in place.
+// Cutting texts into fields in place.
 #include "zxstr.h"
 
 #include <cstring>
@@ -31,7 +31,7 @@ extern "C" int32_t zxstr_api_split2(char* s, const char* sep, char** out) {
         *hit = '\0';
         s = hit + sep_length;
         if (static_cast<std::size_t>(end - s) < sep_length) {
-            break;  // deliberate: what is shorter than a separator is no field at the end
+            break;  // deliberate: drops a last field that is shorter than the separator
         }
         out[count++] = s;
     }

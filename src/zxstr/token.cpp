@@ -1,4 +1,4 @@
-// Lines and words off the front of a text.
+// Taking lines and words from the front of a text.
 #include "zxstr.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@ namespace {
 constexpr char kLineEnd[] = "\n";
 constexpr char kSpaces[] = " \f\n\r\t\v";
 
-// Copies as much of a piece as fits and ends it.
+// Copies a piece with a NUL, cut to `size`.
 void store(char* buf, int32_t size, const char* piece, std::size_t length) {
     if (buf == nullptr || size <= 0) {
         return;

@@ -12,10 +12,10 @@ namespace {
 constexpr char kTag[] = "STRING";
 constexpr std::size_t kUrlLimit = ZXSTR_URL_SIZE - 1;
 
-// Callers may read this much of an output without looking for its end.
+// Callers may read this many bytes of an output without looking for its end.
 constexpr std::size_t kClearedSize = 8;
 
-// An output, empty at first, or one that is not wanted.
+// An output for a part of the URL. It starts empty; without a buffer it takes nothing.
 class Part {
 public:
     Part(char* text, int size)

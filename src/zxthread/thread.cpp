@@ -21,7 +21,7 @@ constexpr char kTag[] = "THREAD";
 
 enum class Usable { yes, missing, not_created };
 
-// Tells whether the record has a mutex; that it has none is logged.
+// Tells whether the record has a mutex. Logs when it has none.
 Usable check(zxthread_ctt* thread, zx::Caller caller = {}) {
     if (!zx::are_given({{thread, "pzxthread_ctt"}}, kTag, caller)) {
         return Usable::missing;
@@ -35,7 +35,7 @@ Usable check(zxthread_ctt* thread, zx::Caller caller = {}) {
     return Usable::not_created;
 }
 
-// Holds the mutex of a record that is known to have one.
+// Holds the mutex of a record that has one.
 class StateLock {
 public:
     explicit StateLock(zxthread_ctt& thread) : mutex_(thread.mutex) { pthread_mutex_lock(&mutex_); }
@@ -80,7 +80,7 @@ extern "C" int32_t zxthread_api_create(zxthread_ctt* thread, const char* name,
         ZX_LOG(error, "%.128s:pthread_mutex_init failed : %s", thread->name, std::strerror(code));
         return -1;
     }
-    // A quick worker waits in its first operation until the record is complete.
+    // A fast worker has to wait in its first operation until the record is complete.
     const StateLock guard(*thread);
     thread->created = 1;
     if (pthread_create(&thread->handle, nullptr, func, argument) != 0) {

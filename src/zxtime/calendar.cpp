@@ -1,4 +1,4 @@
-// The date-time record and the C library's broken-down time.
+// The date-time record and the broken-down time of the C library.
 #include "zxtime.h"
 
 #include <cstddef>

@@ -69,7 +69,7 @@ extern "C" int32_t zxtime_api_setDTime(const char* strDateTime) {
         ZX_LOG(error, "set system datatime to  %s   error", strDateTime);
         return 0;
     }
-    // Not every machine has a hardware clock: the outcome says nothing about the system's.
+    // Not every machine has a hardware clock, so this result does not count.
     [[maybe_unused]] const int status = std::system("hwclock --systohc");
     return 1;
 }

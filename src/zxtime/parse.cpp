@@ -1,4 +1,4 @@
-// Date and time texts with their fields at fixed places.
+// Parsing dates and times, whose fields are at fixed positions.
 #include "zxtime.h"
 
 #include <cstdio>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kTag[] = "TIME";
 
-// Where a layout has its fields; the year is four characters wide, the others are two.
+// The positions of the fields in a layout. A year has four characters, the other fields have two.
 struct DateAt {
     std::size_t year, month, day;
 };
@@ -19,10 +19,10 @@ struct TimeAt {
     std::size_t hour, min, sec;
 };
 
-// The end of the longest layout: nothing behind it is looked at.
+// The end of the longest layout. Nothing after it is read.
 constexpr std::size_t kLongest = 30;
 
-// A text whose end is known, so that a short one is never read behind it.
+// A text with a known end, so that nothing after the end of a short text is read.
 class Source {
 public:
     explicit Source(const char* text) : text_(text), size_(strnlen(text, kLongest)) {}
@@ -51,7 +51,7 @@ private:
         return value;
     }
 
-    // With something else than digits: a sign, blanks, an early end.
+    // Reads a field that is not all digits: it may have a sign or blanks, or end early.
     [[nodiscard]] int32_t odd_number(std::size_t at, std::size_t width) const {
         char digits[8] = {};
         for (std::size_t i = 0; i < width && at + i < size_; ++i) {

@@ -1,4 +1,4 @@
-// Date, time and duration texts.
+// Printing dates, times and durations.
 #include "zxtime.h"
 
 #include <cinttypes>
@@ -15,13 +15,13 @@ namespace {
 
 constexpr char kTag[] = "TIME";
 
-// The buffer of a printer of the current time.
+// The static buffer of a function that prints the current time.
 using StaticText = char[ZXTIME_STATIC_SIZE];
 
-// Callers may read this much of an output without looking for its end.
+// Callers may read this many bytes of an output without looking for its end.
 constexpr std::size_t kClearedSize = 8;
 
-// Some fields of the current time, in the printer's own buffer.
+// Prints some fields of the current time into the function's static buffer.
 template <typename... Fields>
 char* print_now(StaticText& text, const char* fmt, Fields... fields) {
     if (fmt == nullptr) {
@@ -34,7 +34,7 @@ char* print_now(StaticText& text, const char* fmt, Fields... fields) {
     return &text[0];
 }
 
-// What all printers of an instant do first. False when there is nothing to print.
+// The first step of all functions that print an instant. False when there is nothing to print.
 template <typename Instant>
 bool prepare(const Instant* instant, const char* fmt, char* out) {
     if (instant == nullptr || fmt == nullptr || out == nullptr) {

@@ -1,4 +1,4 @@
-// Tests that tell whether something is due.
+// Telling whether something is due.
 #include "zxtime.h"
 
 #include <ctime>
@@ -15,7 +15,7 @@ std::tuple<int32_t, int32_t, int32_t> date_of(const rstime& t) {
     return {t.year, t.month, t.day};
 }
 
-// Stores the hit for the caller when there is one.
+// Stores the time of a hit for the caller. Returns 1 for a hit.
 int32_t fire(bool due, std::time_t now, std::time_t* last) {
     if (due) {
         *last = now;
@@ -23,7 +23,7 @@ int32_t fire(bool due, std::time_t now, std::time_t* last) {
     return due ? 1 : 0;
 }
 
-// Signed, so that a clock that was set back lets nothing fire.
+// The result is signed: when the clock was set back, it is negative and nothing is due.
 std::time_t elapsed(std::time_t last, std::time_t now) {
     return static_cast<std::time_t>(static_cast<uint64_t>(now) - static_cast<uint64_t>(last));
 }

@@ -23,9 +23,10 @@ namespace {
 
 constexpr char kTag[] = "SHA1";
 constexpr std::size_t kLengthAt = SHA1_BLOCK_SIZE - 8;       // in the last block
-constexpr std::uint64_t kTooLong = std::uint64_t{1} << 61U;  // bytes, whose bits overflow
+constexpr std::uint64_t kTooLong = std::uint64_t{1} << 61U;  // bytes: the count of bits overflows
 
-// By the number of blocks: one alone has no rounds to hide its schedule behind.
+// AVX2 pays from two blocks on, because it prepares the words of a block during the rounds of
+// another.
 constexpr zx::Choice<zx::sha1::Process*> kProcesses[] = {
 #ifdef __x86_64__
     {zx::kSha, 0, zx::sha1::process_ni},
@@ -38,13 +39,13 @@ void process(zx::sha1::Words& hash, const std::uint8_t* blocks, std::size_t coun
     zx::pick(kProcesses, count)(hash, blocks, count);
 }
 
-// False for an index that would lead out of the block.
+// False for an index outside the block.
 bool is_index_valid(const SHA1Context& ctx) {
     return ctx.Message_Block_Index >= 0 && ctx.Message_Block_Index < SHA1_BLOCK_SIZE;
 }
 
-// Counts `size` more bytes and returns how many of them belong to the message: up to the one that
-// makes the count overflow.
+// Counts `size` more bytes. Returns how many of them belong to the message: all, or those up to and
+// including the one that makes the count overflow.
 std::size_t count_bytes(SHA1Context& ctx, std::size_t size) {
     const std::uint64_t bits = std::uint64_t{ctx.Length_High} << 32U | ctx.Length_Low;
     const std::uint64_t room = kTooLong - bits / 8;

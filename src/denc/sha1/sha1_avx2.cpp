@@ -12,7 +12,7 @@
 
 namespace {
 
-// Of one block, with the constants added: to add them in the rounds is a tenth slower.
+// The words of one block, with the constants added. Adding these in the rounds is a tenth slower.
 struct alignas(__m128i) Schedule {
     std::uint32_t words[80];
 
@@ -30,9 +30,10 @@ ZX_AVX2 __m128i rotated(__m128i words) {
     return _mm_or_si128(_mm_slli_epi32(words, kBits), _mm_srli_epi32(words, 32 - kBits));
 }
 
-// Group `kGroup` in place of the one 8 groups before. Word i is the sum of the words i - 3, i - 8,
-// i - 14 and i - 16, rotated by a bit; twice as far back, i - 6, i - 16, i - 28 and i - 32 rotated
-// by two bits give the same, and none of these is in the same group.
+// Makes group `kGroup` in place of the one 8 groups before. Word i is the XOR of the words i-3,
+// i-8, i-14 and i-16, rotated by one bit. From word 32 on the same follows from the words twice as
+// far back, i-6, i-16, i-28 and i-32, rotated by two bits. None of these is in the group that is
+// being made.
 template <std::size_t kGroup>
 ZX_AVX2 void make_group(Groups& groups, const std::uint8_t* block, Schedule& schedule) {
     __m128i next;
@@ -77,7 +78,7 @@ ZX_AVX2 void make_all(const std::uint8_t* block, Schedule& schedule) {
     make_five<15>(groups, block, schedule);
 }
 
-// The rounds of one block and, side by side, the schedule of the next unless there is none.
+// Does the rounds of one block and, if there is a next one, prepares its words at the same time.
 template <bool kHasNext>
 ZX_AVX2 void process_block(zx::sha1::Words& hash, const Schedule& now,
                            const std::uint8_t* next_block, Schedule& next) {

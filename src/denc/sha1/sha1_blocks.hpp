@@ -1,4 +1,4 @@
-// The compression function of SHA-1, for a run of blocks in anybody's memory.
+// The compression function of SHA-1, for blocks that lie one after another in any memory.
 #pragma once
 
 #include <cstddef>

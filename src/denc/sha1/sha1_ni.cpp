@@ -12,13 +12,13 @@ namespace {
 
 using zx::sha1::add;
 
-// The words of the state as the instructions want them: A highest.
+// The words of the state in the order of the instructions: A is the highest one.
 struct State {
     __m128i abcd;
     __m128i e;
 };
 
-// Four rounds, with the next four words of the schedule in place of the oldest ones.
+// Does four rounds. The next four words of the schedule take the place of the oldest ones.
 template <int kFour>
 ZX_TARGET_SHA [[gnu::always_inline]] inline void four_rounds(State& state, __m128i (&words)[4],
                                                              const std::uint8_t* block) {

@@ -10,8 +10,9 @@ struct Source {
     Schedule& words;
     const std::uint8_t* block;
 
-    // In place of the one 16 words before. The compiler is told that it may change any time: so it
-    // stays where it is wiped, and nothing of it is spilled elsewhere.
+    // Each word takes the place of the one 16 words before. The compiler is told that the memory
+    // may change at any time. So it keeps the words there, where they are wiped, and copies none
+    // elsewhere.
     template <std::size_t kRound>
     [[gnu::always_inline]] inline std::uint32_t word() const {
         std::uint32_t word = 0;

@@ -1,4 +1,4 @@
-// The rounds of SHA-1, for implementations that bring their own schedule.
+// The rounds of SHA-1. Each implementation brings its own schedule of words.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace zx::sha1 {
 
-// For the rounds 0 to 19, 20 to 39 and so on.
+// One each for the rounds 0 to 19, 20 to 39 and so on.
 inline constexpr std::array<std::uint32_t, 4> kConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
                                                             0xCA62C1D6};
 
@@ -39,8 +39,8 @@ template <std::size_t kRound, typename Source>
     do_round<kRound + 4>(b, c, d, e, a, source.template word<kRound + 4>());
 }
 
-// The rounds from `kFirst` on that share a constant. The source's word<kRound>() is that of the
-// schedule with the constant added.
+// Does the twenty rounds from `kFirst` on, which share a constant. word<kRound>() of the source
+// includes the constant.
 template <std::size_t kFirst, typename Source>
 [[gnu::always_inline]] inline void do_twenty(Words& state, const Source& source) {
     do_five<kFirst>(state, source);

@@ -1,4 +1,4 @@
-// Four words of SHA-1 in a register.
+// Adding four words of SHA-1 in a register.
 #pragma once
 
 #ifdef __x86_64__

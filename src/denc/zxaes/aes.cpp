@@ -20,7 +20,7 @@ using zx::aes::Way;
 
 constexpr char kTag[] = "zxaes";
 
-// By the numbers of the interface.
+// From the number in the interface.
 Way way_of(std::uint32_t direction) {
     return direction == ZXAES_DECRYPT ? Way::decrypt : Way::encrypt;
 }
@@ -29,17 +29,18 @@ bool has_key(const zxaes_ctt& ctx) {
     return ctx.roundKeys != nullptr && (ctx.rounds == 10 || ctx.rounds == 12 || ctx.rounds == 14);
 }
 
-// What the compiler put aside in the key set-up and the rounds lies where this frame is, too.
+// The key set-up and the rounds leave values on the stack that the compiler stored there. This
+// frame covers the same place.
 [[gnu::noinline]] void wipe_frames_below() {
     zx::Wiped<std::array<std::uint8_t, 512>> frame;
 }
 
-// The place of `out` after `in`; far away for an `out` that begins before `in`.
+// How far `out` is after `in`. When `out` begins before `in`, the result is very large.
 std::size_t ahead(const std::uint8_t* in, const std::uint8_t* out) {
     return reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
 }
 
-// The blocks go together unless one of them is to read what another one writes.
+// Works on several blocks at once, unless one block would read what another one writes.
 void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std::uint8_t* in,
            std::uint8_t* out, std::size_t blocks) {
     const std::size_t distance = ahead(in, out);
@@ -55,8 +56,8 @@ void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std
     wipe_frames_below();
 }
 
-// The feedback mode, byte by byte. Whole blocks go together unless a byte of them is to read what
-// another byte of the same block writes.
+// The feedback mode, byte by byte. Whole blocks are done at once, unless a byte of a block would
+// read what another byte of that block writes.
 void feed_back(const zxaes_ctt& ctx, Way way, std::uint32_t& offset, std::uint8_t* iv,
                const std::uint8_t* in, std::uint8_t* out, std::size_t size) {
     const std::size_t distance = ahead(in, out);

@@ -1,5 +1,5 @@
-// AES by the instructions for it. Eight blocks are on their way at once where one does not need
-// the other: their states and a round key fit into the registers.
+// AES by the processor's own instructions. Where no block needs the result of another, eight are
+// worked on at once: their states and a round key fit into the registers.
 #ifdef __x86_64__
 #include <immintrin.h>
 
@@ -19,7 +19,7 @@ ZX_AES_NI inline void store(void* at, std::size_t index, __m128i block) {
     _mm_storeu_si128(static_cast<__m128i*>(at) + index, block);
 }
 
-// The rounds after the first round key, which the caller has added.
+// Does all rounds. The caller has added the first round key.
 template <Way way, std::size_t N>
 ZX_AES_NI [[gnu::always_inline]] inline void transform(const Work& work, __m128i (&state)[N]) {
     __m128i key;
@@ -37,7 +37,8 @@ ZX_AES_NI [[gnu::always_inline]] inline void transform(const Work& work, __m128i
     }
 }
 
-// The next N blocks. All of them are read before the first is written, as they may be in place.
+// Does the next N blocks. All of them are read before the first is written, because `in` and `out`
+// may be the same.
 template <Mode mode, Way way, std::size_t N>
 ZX_AES_NI [[gnu::always_inline]] inline void group(const Work& work, __m128i& chain) {
     constexpr bool chained = mode != Mode::ecb && way == Way::encrypt;
@@ -51,7 +52,7 @@ ZX_AES_NI [[gnu::always_inline]] inline void group(const Work& work, __m128i& ch
             state[i] = _mm_xor_si128(load(work.in, i), key);
         }
     }
-    if constexpr (mode == Mode::cbc && chained) {  // last, as the chain is what is waited for
+    if constexpr (mode == Mode::cbc && chained) {  // done last, because the chain is ready last
         state[0] = _mm_xor_si128(state[0], chain);
     }
     transform<mode == Mode::cfb ? Way::decrypt : way>(work, state);
@@ -70,7 +71,7 @@ ZX_AES_NI [[gnu::always_inline]] inline void group(const Work& work, __m128i& ch
     }
 }
 
-// Groups of N blocks, then what is left of them in halves.
+// Does groups of N blocks, then what is left in groups of half the size, and so on.
 template <Mode mode, Way way, std::size_t N>
 ZX_AES_NI [[gnu::always_inline]] inline void groups(Work& work, __m128i& chain) {
     for (; work.blocks >= N; work.blocks -= N) {

@@ -30,7 +30,7 @@ Block operator^(const Block& a, const Block& b) {
     return {a.c0 ^ b.c0, a.c1 ^ b.c1, a.c2 ^ b.c2, a.c3 ^ b.c3};
 }
 
-// A column of the next state, from the columns that its rows are shifted in from.
+// Makes a column of the next state from the columns that its rows come from.
 [[gnu::always_inline]] inline std::uint32_t mixed(const RoundTable& table, std::uint32_t row0,
                                                   std::uint32_t row1, std::uint32_t row2,
                                                   std::uint32_t row3) {
@@ -102,7 +102,7 @@ std::uint32_t substitute(std::uint32_t word) {
 
 void unmix(std::uint32_t* words, std::size_t count) {
     for (std::uint32_t* const end = words + count; words != end; ++words) {
-        const std::uint32_t word = substitute(*words);  // which the table takes back
+        const std::uint32_t word = substitute(*words);  // the table undoes this
         *words = mixed(kInverseRound, word, word, word, word);
     }
 }

@@ -1,4 +1,4 @@
-// The cipher under the operations: key schedules and whole blocks, on each kind of processor.
+// The cipher itself: key schedules and whole blocks, on each kind of processor.
 #pragma once
 
 #include <cstddef>
@@ -14,15 +14,17 @@ inline constexpr std::size_t kBlockWords = kBlockSize / sizeof(std::uint32_t);
 enum class Mode { ecb, cbc, cfb };
 enum class Way { encrypt, decrypt };
 
-// At most so many blocks are read before the first of them is written.
+// At most this many blocks are read before the first of them is written.
 inline constexpr std::size_t kTogether = 8;
 
-// `blocks` blocks from `in` to `out`. None of them is changed before it is read: the buffers are
-// the same, `out` begins before `in`, or it begins kTogether blocks or more after it. `keys` are
-// the words of `rounds` + 1 round keys. `iv`, a block that ECB does without, is chained on.
+// Work on `blocks` blocks, from `in` to `out`. No block may be overwritten before it is read. So
+// the buffers are the same, or `out` begins before `in`, or it begins at least kTogether blocks
+// after it. `keys` are the words of `rounds` + 1 round keys. `iv` is one block, updated on the way;
+// ECB needs none.
 //
 // For decryption the round keys are those of the equivalent inverse cipher (FIPS 197, 5.3.5), in
-// the order of their use. CFB decrypts in both ways.
+// the order of their use. CFB runs the rounds of decryption in both directions, on the keys as they
+// are.
 struct Work {
     const std::uint32_t* keys;
     unsigned rounds;
@@ -54,14 +56,14 @@ void crypt_by(Mode mode, Way way, const Work& work) {
     }
 }
 
-// One way to do it.
+// An implementation of the cipher.
 struct Cipher {
     void (*crypt)(Mode mode, Way way, const Work& work);
 
-    // The S-box on each byte of a word.
+    // Applies the S-box to each byte of a word.
     std::uint32_t (*substitute)(std::uint32_t word);
 
-    // InvMixColumns on each of some words, a multiple of 4.
+    // Applies InvMixColumns to each of `count` words, a multiple of 4.
     void (*unmix)(std::uint32_t* words, std::size_t count);
 };
 
@@ -69,7 +71,7 @@ struct Cipher {
 extern const Cipher kByTables;
 
 #ifdef __x86_64__
-// By the instructions for AES, which take the same time whatever the bytes are.
+// By the processor's own instructions. These take the same time for all data.
 extern const Cipher kByInstructions;
 #endif
 

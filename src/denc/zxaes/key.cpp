@@ -1,4 +1,4 @@
-// Key schedules (FIPS 197, 5.2 and 5.3.5), of words as they lie in memory.
+// Key schedules (FIPS 197, 5.2 and 5.3.5), made of words in the byte order of the memory.
 #include <algorithm>
 #include <bit>
 #include <cstdio>
@@ -22,7 +22,7 @@ std::size_t words_of(const zxaes_ctt& ctx) {
     return kBlockWords * (static_cast<std::size_t>(ctx.rounds) + 1);
 }
 
-// Expands a key of `bits` bits, 128, 192 or 256, into the context.
+// Expands a key of 128, 192 or 256 bits into the context.
 void expand(zxaes_ctt& ctx, const std::uint8_t* key, std::uint32_t bits) {
     const std::size_t key_words = bits / kWordBits;
     ctx.rounds = static_cast<std::int32_t>(key_words + 6);

@@ -14,7 +14,7 @@ constexpr std::uint8_t multiply(std::uint8_t a, std::uint8_t b) {
     return product;
 }
 
-// FIPS 197, 5.1.1: the inverse of a byte (a power of 3, as all but 0 are), then an affine map.
+// FIPS 197, 5.1.1: the inverse of a byte, then an affine map. Each byte but 0 is a power of 3.
 consteval Substitution make_substitution() {
     Substitution box{};
     std::uint8_t power = 1;
@@ -37,7 +37,7 @@ consteval Substitution invert(const Substitution& box) {
     return inverse;
 }
 
-// `factors`: what a column's top byte is multiplied by in each row.
+// `factors`: for each row, what the top byte of a column is multiplied by.
 consteval RoundTable make_round(const Substitution& box, std::array<std::uint8_t, 4> factors) {
     RoundTable table{};
     for (std::size_t i = 0; i < box.size(); ++i) {

@@ -1,4 +1,4 @@
-// The S-boxes, and tables that take a byte through the S-box and through its column's mix at once.
+// The S-boxes, and tables that do the S-box and the mix of the columns in one step.
 #pragma once
 
 #include <array>

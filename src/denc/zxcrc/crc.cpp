@@ -22,7 +22,8 @@ consteval std::uint8_t upper_half(std::uint32_t crc) {
 
 }  // namespace
 
-// A C array that others may name cannot be made by a function: every element is.
+// No function can make a C array, and the interface exports these as C arrays. So the macros write
+// out every element.
 #define ZX_EACH_4(make, i) make(i), make((i) + 1), make((i) + 2), make((i) + 3)
 #define ZX_EACH_16(make, i)                                                 \
     ZX_EACH_4(make, i), ZX_EACH_4(make, (i) + 4), ZX_EACH_4(make, (i) + 8), \
@@ -43,7 +44,7 @@ constinit const uint8_t aucCrcTableL[256] = {ZX_EACH_256(ZX_MODBUS_UP)};
 namespace {
 
 std::uint32_t modbus_portable(const std::uint8_t* at, std::size_t size) {
-    // The high register is what is sent first, and the lower half of the number.
+    // The high register is sent first, and is the lower half of the number.
     std::uint8_t high = 0xFF;
     std::uint8_t low = 0xFF;
     for (const std::uint8_t* const end = at + size; at != end; ++at) {

@@ -2,7 +2,7 @@
 
 #ifdef __x86_64__
 
-// gcc warns of its own functions for 512 bits, which begin with registers of any content.
+// gcc warns of its own functions for 512 bits, because these begin with uninitialised registers.
 #pragma GCC diagnostic push
 #ifndef __clang__
 #pragma GCC diagnostic ignored "-Wuninitialized"
@@ -11,7 +11,7 @@
 #include <immintrin.h>
 #pragma GCC diagnostic pop
 
-// The lanes are to be registers, which an array is only where no index is left.
+// The lanes become registers only when the loops over them are unrolled completely.
 #define ZX_UNROLLED _Pragma("GCC unroll 4")
 #define ZX_NARROW   ZX_TARGET_NARROW [[gnu::always_inline]] inline
 #define ZX_WIDE     ZX_TARGET_WIDE [[gnu::always_inline]] inline
@@ -49,7 +49,7 @@ ZX_NARROW __m128i load(const std::uint8_t* at) {
     return _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(at)));
 }
 
-// Byte i becomes what byte i + n was, or 0 where there is none.
+// Byte i becomes the former byte i + n, or 0 when there is no such byte.
 ZX_NARROW __m128i slide(__m128i bytes, std::ptrdiff_t n) {
     constexpr std::uint8_t kNo = 0x80;
     static constexpr std::uint8_t kFrom[3 * kBlock] = {
@@ -76,12 +76,13 @@ ZX_NARROW __m128i reverse_bits(__m128i bits) {
     return reverse_bytes(_mm_or_si128(_mm_slli_epi16(lower, 4), upper));
 }
 
-// The first bit of a message is the highest one of a register; reflected, it is the lowest one.
+// The first bit of a message is the highest one of a register. In a reflected CRC it is the lowest
+// one.
 template <const Variant& kVariant>
 struct Folder {
     static constexpr std::uint32_t kPolynomial = kVariant.polynomial;
     static constexpr bool kIsReflected = kVariant.is_reflected;
-    // Bytes slide this way when more come after them.
+    // Bytes move this way to make room for those that follow.
     static constexpr std::ptrdiff_t kForward = kIsReflected ? 1 : -1;
 
     ZX_NARROW static __m128i load_block(const std::uint8_t* at) {
@@ -95,8 +96,8 @@ struct Folder {
                             : _mm_set_epi64x(as_signed(kBits), 0);
     }
 
-    // What to multiply half a register with to move it by n bits. The product of two reflected
-    // numbers is one place too far already.
+    // Half a register, multiplied by this, moves by n bits. The product of two reflected numbers is
+    // already one place too far.
     static constexpr long long factor(unsigned n) {
         return as_signed(kIsReflected
                              ? reflected(std::uint64_t{remainder_of_power(kPolynomial, n - 1)})
@@ -121,15 +122,15 @@ struct Folder {
         return _mm_xor_si128(move<8 * kBlock>(folded), block);
     }
 
-    // 1 to 15 bytes, which end with `last`.
+    // Appends the last `size` bytes of `last`, 1 to 15 of them.
     ZX_NARROW static __m128i append_rest(__m128i folded, __m128i last, std::ptrdiff_t size) {
         const std::ptrdiff_t away = kForward * (kBlock - size);
         const __m128i rest = slide(slide(last, away), -away);
         return append(slide(folded, -away), _mm_or_si128(slide(folded, kForward * size), rest));
     }
 
-    // The remainder: 128 bits and 32 zeroes become 96 bits, then 64, then a division by
-    // multiplication (Barrett) is left.
+    // The remainder. 128 bits, followed by 32 zeros, become 96 bits and then 64. The last step
+    // divides by multiplying (Barrett).
     ZX_NARROW static std::uint32_t finish(__m128i folded) {
         const __m128i all = kIsReflected ? reverse_bits(folded) : folded;
         constexpr std::uint64_t kPowers[] = {remainder_of_power(kPolynomial, 96),
@@ -148,7 +149,7 @@ struct Folder {
         return kIsReflected ? reflected(remainder) : remainder;
     }
 
-    // What is folded and what follows it.
+    // Continues with blocks of 16 bytes and the rest, from what is folded so far.
     ZX_NARROW static std::uint32_t run_on(__m128i folded, const std::uint8_t* at,
                                           const std::uint8_t* end) {
         for (; end - at >= kBlock; at += kBlock) {
@@ -185,7 +186,7 @@ struct Folder {
         return run_on(lanes[0], at, end);
     }
 
-    // The same, two blocks to a register, for kWideMin bytes or more.
+    // The same with two blocks in a register, for kWideMin bytes or more.
 
     ZX_WIDE static __m256i load_pair(const std::uint8_t* at) {
         const __m256i pair =
@@ -225,7 +226,7 @@ struct Folder {
             end);
     }
 
-    // The same, four blocks to a register, for kWidestMin bytes or more.
+    // The same with four blocks in a register, for kWidestMin bytes or more.
 
     ZX_WIDEST static __m512i load_four(const std::uint8_t* at) {
         const __m512i four = _mm512_loadu_si512(at);

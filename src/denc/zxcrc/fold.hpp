@@ -1,9 +1,9 @@
 // CRCs by carry-less multiplication, 16 bytes at a time.
 //
-// A message is a polynomial over GF(2), its CRC the remainder of a division by another one. Bits
-// that stand n places before the end may be replaced by their product with the remainder of x^n,
-// which is short: so 128 bits at the front are folded onto bits further back until 128 are left.
-// (V. Gopal et al., "Fast CRC Computation for Generic Polynomials Using PCLMULQDQ", Intel, 2009.)
+// A message is a polynomial over GF(2), and its CRC is the remainder of a division by another one.
+// Bits that stand n places before the end may be replaced by their product with the remainder of
+// x^n, which is short. So the first 128 bits are folded onto later bits, until 128 are left. (V.
+// Gopal et al., "Fast CRC Computation for Generic Polynomials Using PCLMULQDQ", Intel, 2009.)
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@
 
 namespace zx::crc {
 
-// A CRC in 32 bits; one of 16 bits has its polynomial and its register in the upper half, as if it
-// was multiplied by x^16.
+// A kind of CRC, always in 32 bits. One of 16 bits has its polynomial and its register in the upper
+// half, as if multiplied by x^16.
 struct Variant {
     std::uint32_t polynomial;  // without x^32
     std::uint32_t initial;
@@ -23,7 +23,7 @@ inline constexpr Variant kModbus{0x80050000, 0xFFFF0000, true};
 inline constexpr Variant kMpeg2{0x04C11DB7, 0xFFFFFFFF, false};
 inline constexpr Variant kXmodem{0x10210000, 0, false};
 
-// The bits in the opposite order: halves change places, then the halves of these, ...
+// The bits in the opposite order: swaps the halves, then the halves of each half, and so on.
 template <typename Word>
 constexpr Word reflected(Word word) {
     auto mask = static_cast<Word>(~Word{0});
@@ -52,7 +52,8 @@ constexpr std::uint32_t of_byte(const Variant& variant, std::uint8_t byte) {
     return variant.is_reflected ? reflected(crc) : crc;
 }
 
-// The CRC of a message. Reflected, one of 16 bits stands in the lower half.
+// The CRC of a message. A CRC of 16 bits is in the lower half if reflected, otherwise in the upper
+// one.
 using Crc = std::uint32_t(const std::uint8_t* at, std::size_t size);
 
 #ifdef __x86_64__
@@ -60,7 +61,7 @@ using Crc = std::uint32_t(const std::uint8_t* at, std::size_t size);
 #define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
 #define ZX_TARGET_WIDEST [[gnu::target("avx512f,avx512bw,vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
 
-// One, two or four blocks of 16 bytes to a register, for so many bytes or more.
+// The fewest bytes for one, two and four blocks of 16 bytes in a register.
 inline constexpr std::size_t kFoldMin = 16;
 inline constexpr std::size_t kWideMin = 128;
 inline constexpr std::size_t kWidestMin = 256;

@@ -18,17 +18,16 @@ using zx::des::kBoxes;
 constexpr std::size_t kBlock = ZXDES_BLOCK_SIZE;
 constexpr std::size_t kMaxKeys = 3;
 
-// Blocks that are worked on at a time: while one waits for its tables, the others go on.
+// Blocks that are worked on at once: while one waits for its tables, the others go on.
 constexpr std::size_t kTogether = 3;
 
-// The round keys of one pass of DES or of three, in the order of their use.
+// The round keys of one pass of DES or of three, in the order in which they are used.
 struct Schedule {
     std::array<std::uint64_t, kMaxKeys * ZXDES_ROUNDS> keys;
     std::size_t rounds;
 };
 
-// A block is one word in memory and in registers: gathered from single bytes, plain text would be
-// left on the stack.
+// A block is loaded as one word. Loaded byte by byte, plain text would be left on the stack.
 std::uint64_t load_block(const std::uint8_t* at) {
     std::uint64_t block;
     std::memcpy(&block, at, sizeof block);
@@ -40,7 +39,7 @@ void store_block(std::uint8_t* at, std::uint64_t block) {
     std::memcpy(at, &block, sizeof block);
 }
 
-// Shifts the two halves of a key, 28 bits each, round to the left.
+// Rotates the two halves of a key, 28 bits each, to the left.
 std::uint64_t rotate_halves(std::uint64_t halves, unsigned places) {
     constexpr std::uint64_t kLowest = 1U << 28U | 1U;
     constexpr std::uint64_t kAll = (std::uint64_t{1} << 56U) - 1;
@@ -56,7 +55,8 @@ void fill_pass(std::uint64_t* pass, const std::uint8_t* key, bool decrypts) {
     }
 }
 
-// One key makes one pass, more make three: the third key is then the first one unless it is there.
+// One key makes one pass, two or three keys make three. With two keys the third pass uses the first
+// one again.
 void fill(Schedule& schedule, bool decrypts, const std::uint8_t* key, std::size_t keys) {
     const std::size_t passes = keys == 1 ? 1 : kMaxKeys;
     schedule.rounds = passes * ZXDES_ROUNDS;
@@ -78,8 +78,7 @@ void fill(Schedule& schedule, bool decrypts, const std::uint8_t* key, std::size_
     return out;
 }
 
-// Encrypts or decrypts kCount blocks. A function of its own, so that the halves have the registers
-// to themselves.
+// Encrypts or decrypts kCount blocks. It is not inlined, so that the halves have all registers.
 template <std::size_t kCount>
 [[gnu::noinline]] void crypt_group(const Schedule& schedule, const std::uint8_t* in,
                                    std::uint8_t* out) {
@@ -128,7 +127,7 @@ extern "C" int32_t zxdes_api_done(uint8_t direction, const uint8_t* in, uint8_t*
     zx::Wiped<Schedule> schedule;
     fill(*schedule, direction != 0, key, std::min(keylen / kBlock, kMaxKeys));
 
-    // Blocks go together unless one of them is to read what another one writes.
+    // Works on several blocks at once, unless one block would read what another one writes.
     const std::size_t ahead =
         reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
     const bool apart = ahead == 0 || ahead >= kTogether * kBlock;

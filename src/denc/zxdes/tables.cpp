@@ -81,7 +81,7 @@ constexpr uint8_t S_Box[8][4][16] = {
 
 namespace {
 
-// The bits of `in`, which has kBits of them, that a table names.
+// Picks the bits that a table names from `in`, which has kBits bits.
 template <unsigned kBits, std::size_t kEntries>
 constexpr std::uint64_t permute(std::uint64_t in, const std::uint8_t (&table)[kEntries]) {
     std::uint64_t out = 0;
@@ -91,13 +91,13 @@ constexpr std::uint64_t permute(std::uint64_t in, const std::uint8_t (&table)[kE
     return out;
 }
 
-// Where the bits for an S-box, counted from 0, stand in an expanded half: its byte, from the
-// lowest.
+// The byte of an expanded half that has the bits for S-box `box`. Boxes count from 0, bytes from
+// the lowest.
 constexpr unsigned byte_of(unsigned box) {
     return (box % 2 == 0 ? 7 : 3) - box / 2;
 }
 
-// 48 bits with a byte for every six.
+// Spreads 48 bits over eight bytes, six to each.
 constexpr std::uint64_t spread(std::uint64_t bits) {
     std::uint64_t out = 0;
     for (unsigned box = 0; box < 8; ++box) {
@@ -123,7 +123,7 @@ constexpr zx::des::Boxes derive_boxes() {
     return boxes;
 }
 
-// That the quick permutations are those of the tables: they are linear, so single bits will do.
+// Proves that the quick permutations match the tables. They are linear, so single bits are enough.
 constexpr bool permutations_agree() {
     for (std::uint64_t bit = 1; bit != 0; bit <<= 1U) {
         const zx::des::Halves halves = zx::des::permute_initially(bit);

@@ -8,7 +8,8 @@
 
 namespace zx::des {
 
-// A permutation or choice of bits, by the part that each nibble of the input has in the output.
+// A permutation or choice of bits. For each nibble of the input it holds the nibble's part in the
+// output.
 template <std::size_t kNibbles>
 class NibbleMap {
 public:
@@ -34,16 +35,18 @@ private:
     std::array<std::array<std::uint64_t, 16>, kNibbles> parts_{};
 };
 
-// The halves of a block between the initial and the final permutation, expanded: the six bits that
-// each S-box takes stand in a byte of their own, below two zeros. A round then neither shifts nor
-// masks, as what its boxes give is kept expanded, too. From the top: boxes 1, 3, 5, 7, 2, 4, 6, 8.
+// The halves of a block between the initial and the final permutation, expanded: the six bits for
+// each S-box are in a byte of their own, below two zeros. So a round needs neither shifts nor
+// masks, because the results of the boxes are kept expanded, too. From the top: boxes 1, 3, 5, 7,
+// 2, 4, 6, 8.
 struct Halves {
     std::uint64_t left;
     std::uint64_t right;
 };
 
-// Half a block, rotated left by one: the six bits of a box are next to each other, those for boxes
-// of even number begin with a byte, those for the others four bits higher.
+// Expands half a block that was rotated left by one. The six bits of a box are next to each other.
+// For boxes of even number they are the lower six bits of a byte, for the others they begin four
+// bits higher.
 constexpr std::uint64_t expand(std::uint32_t half) {
     return (std::uint64_t{std::rotr(half, 4)} << 32U | half) & 0x3F3F3F3F3F3F3F3F;
 }
@@ -53,7 +56,7 @@ constexpr std::uint32_t collapse(std::uint64_t expanded) {
            static_cast<std::uint32_t>(expanded);
 }
 
-// Exchanges the bits `mask` of `low` and those `shift` places above them of `high`.
+// Exchanges the bits `mask` of `low` with those of `high` that are `shift` places higher.
 constexpr void exchange(std::uint32_t& high, std::uint32_t& low, unsigned shift,
                         std::uint32_t mask) {
     const std::uint32_t change = ((high >> shift) ^ low) & mask;
@@ -75,7 +78,7 @@ constexpr Halves permute_initially(std::uint64_t block) {
     return {expand(left), expand(right)};
 }
 
-// Its inverse: the steps backwards.
+// The inverse: the same steps in the opposite order.
 constexpr std::uint64_t permute_finally(const Halves& halves) {
     std::uint32_t left = std::rotr(collapse(halves.left), 1);
     std::uint32_t right = collapse(halves.right);
@@ -88,14 +91,15 @@ constexpr std::uint64_t permute_finally(const Halves& halves) {
     return std::uint64_t{left} << 32U | right;
 }
 
-// S-box, permutation P and expansion in one, for each byte of an expanded half from the lowest on.
+// S-box, permutation P and expansion in one, for each byte of an expanded half from the lowest one
+// on.
 using Boxes = std::array<std::array<std::uint64_t, 64>, 8>;
 extern const Boxes kBoxes;
 
-// From the eight bytes of a key to the two halves of 28 bits that are shifted from round to round.
+// Turns the eight bytes of a key into two halves of 28 bits, which are rotated from round to round.
 extern const NibbleMap<16> kKeyHalves;
 
-// From these to the key of a round, in bytes as an expanded half.
+// Turns these into the key of a round, with six bits to a byte as in an expanded half.
 extern const NibbleMap<14> kRoundKey;
 
 }  // namespace zx::des

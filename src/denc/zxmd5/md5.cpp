@@ -18,7 +18,7 @@ constexpr char kTag[] = "ZXMD5";
 constexpr std::size_t kBlock = 64;
 constexpr std::size_t kLengthSize = 8;
 
-// The integer part of |sin(i + 1)| * 2^32.
+// The integer parts of |sin(i + 1)| * 2^32.
 constexpr std::array<std::uint32_t, 64> kSines = {
     0xD76AA478, 0xE8C7B756, 0x242070DB, 0xC1BDCEEE, 0xF57C0FAF, 0x4787C62A, 0xA8304613, 0xFD469501,
     0x698098D8, 0x8B44F7AF, 0xFFFF5BB1, 0x895CD7BE, 0x6B901122, 0xFD987193, 0xA679438E, 0x49B40821,
@@ -32,21 +32,21 @@ constexpr std::array<std::uint32_t, 64> kSines = {
 
 constexpr int kShifts[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
-// Which word of the block step `i` takes.
+// The word of the block that step `i` takes.
 constexpr std::size_t word_of(std::size_t i) {
     constexpr std::size_t kFactors[] = {1, 5, 3, 7};
     constexpr std::size_t kOffsets[] = {0, 1, 5, 0};
     return (kFactors[i / 16] * i + kOffsets[i / 16]) % 16;
 }
 
-// Has the compiler compute `value` as it stands, rather than regroup it with what follows.
+// Makes the compiler compute `value` here and not combine it with what follows.
 [[gnu::always_inline]] inline void settle(std::uint32_t& value) {
     asm("" : "+r"(value));
 }
 
-// Of the four words `b` comes last, out of the step before, and every step waits for it: MD5 is as
-// fast as the way from `b` to `a` is short. So all that can do without `b` is added up before, and
-// the second round's choice, whose halves have no bit in common, is the sum of both.
+// `b` is the result of the step before, and every step waits for it. So the speed of MD5 depends on
+// how short the way from `b` to `a` is: everything that does not need `b` is added before. The two
+// halves of the second round's choice have no bit in common, so they are added one after the other.
 template <std::size_t kStep>
 [[gnu::always_inline]] inline void step(std::uint32_t& a, std::uint32_t b, std::uint32_t c,
                                         std::uint32_t d, const std::uint8_t* block) {
@@ -87,8 +87,8 @@ template <std::size_t... kFours>
     state.d += d;
 }
 
-// Digests `data` by way of `message`, which is zeros afterwards. Blocks are copied right before and
-// wiped right after they are hashed: the processor does that while it waits for the steps.
+// Digests `data` through `message`, which holds zeros afterwards. Each block is copied just before
+// it is hashed and wiped just after: the processor does both while it waits for the steps.
 State hash(std::uint8_t* message, std::size_t padded, const std::uint8_t* data, std::size_t size) {
     const std::size_t whole = size - size % kBlock;
     std::memset(message + whole, 0, padded - whole);
