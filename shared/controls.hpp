@@ -1,5 +1,5 @@
-// Control characters in the texts of strangers: with a line feed a host name could forge a line,
-// with an escape sequence play with a terminal.
+// Control characters in texts from outside. With a line feed a host name could forge a line, with
+// an escape sequence it could control a terminal.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +9,11 @@
 
 namespace zx {
 
-// "\x1b" for one byte.
+// "\x1b" takes the place of one byte.
 inline constexpr std::size_t kEscapedSize = 4;
 
-// Bytes that are, or may be a part of, a control character. A tab is none here. Without branches:
-// the compiler asks it of many bytes at a time.
+// True for a byte that is, or may be a part of, a control character. A tab does not count. There
+// are no branches, so the compiler checks many bytes at a time.
 inline bool is_doubtful(char c) {
     const auto byte = static_cast<std::uint8_t>(c);
     return ((byte < 0x20) & (byte != '\t')) | (byte >= 0x7f);
@@ -27,7 +27,8 @@ inline std::size_t count_doubtful(const char* text, std::size_t size) {
     return count;
 }
 
-// Bytes of the UTF-8 character that begins here; 1 for ASCII and for a byte that begins none.
+// How many bytes the UTF-8 character here has. 1 for ASCII, and for a byte that begins no
+// character.
 inline std::size_t character_size(const char* text, std::size_t left) {
     const auto at = [text](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
     const std::uint8_t lead = at(0);
@@ -35,7 +36,7 @@ inline std::size_t character_size(const char* text, std::size_t left) {
     if (size == 1 || size > left) {
         return 1;
     }
-    // No second way to write a character, no surrogates, nothing above U+10FFFF.
+    // Rejects overlong forms, surrogates, and everything above U+10FFFF.
     const std::uint8_t low = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
     const std::uint8_t high = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
     if (at(1) < low || at(1) > high) {
@@ -49,8 +50,8 @@ inline std::size_t character_size(const char* text, std::size_t left) {
     return size;
 }
 
-// Bytes 0x80 to 0x9f that are no part of a UTF-8 character are controls for a terminal that knows
-// no UTF-8.
+// The bytes 0x80 to 0x9f count when they are no part of a UTF-8 character: for a terminal without
+// UTF-8 they are control characters.
 inline bool is_control(const char* character, std::size_t size) {
     const auto lead = static_cast<std::uint8_t>(character[0]);
     if (size == 1) {
@@ -59,7 +60,7 @@ inline bool is_control(const char* character, std::size_t size) {
     return lead == 0xc2 && static_cast<std::uint8_t>(character[1]) < 0xa0;
 }
 
-// Writes a text with its control characters as "\x1b", "\xc2\x9b". Returns where it ends.
+// Writes a text with its control characters as "\x1b" or "\xc2\x9b". Returns the end of the result.
 inline char* put_escaped(const char* from, const char* end, char* to) {
     while (from < end) {
         const std::size_t size = character_size(from, static_cast<std::size_t>(end - from));

@@ -1,5 +1,6 @@
-// The text of one line, formatted without the heap: on the stack, or in pages of its own when it is
-// long. Shared by the log file and by the echo of libzxcommon; safe in signal handlers.
+// The text of one line, formatted without the heap. It is on the stack, or in memory pages of its
+// own when it is long. The log file and the echo of libzxcommon share this. It is safe in signal
+// handlers.
 #pragma once
 
 #include <sys/mman.h>
@@ -23,9 +24,10 @@ public:
     LineBuffer& operator=(const LineBuffer&) = delete;
     ~LineBuffer() { unmap(); }
 
-    // Sets the text: that of vsnprintf, with the control characters of the arguments escaped. Those
-    // of the format stay. A line for which no pages can be had is cut to the stack's part and keeps
-    // its line end; a line that the C library refuses to format is shown as its format.
+    // Sets the text to what vsnprintf() gives, with the control characters of the arguments
+    // escaped. Those of the format stay. When there are no pages for a long line, the line is cut
+    // to the part on the stack and keeps its line end. When the C library refuses to format a line,
+    // the text is the format.
     void format(const char* fmt, std::va_list args) {
         std::va_list plain;
         va_copy(plain, args);
@@ -58,7 +60,7 @@ private:
         return needed;
     }
 
-    // In pages where the text needs them.
+    // Formats with the C library, in pages when the text is long.
     int print_long(const char* fmt, std::va_list args) {
         int needed = print(text_, capacity_, fmt, args);
         if (needed < 0) {
@@ -74,8 +76,9 @@ private:
         return needed;
     }
 
-    // Some doubtful bytes came with the arguments. To know which, the line is formatted again with
-    // question marks for those of the format: these are where the two lines differ.
+    // Some doubtful bytes came with the arguments. To find these, the line is formatted again from
+    // a format with question marks in the place of its doubtful bytes. Where the two lines differ,
+    // the byte is the format's own.
     [[gnu::cold, gnu::noinline]] void escape(const char* fmt, std::va_list args) {
         const std::size_t fmt_size = std::strlen(fmt) + 1;
         const std::size_t room = fmt_size + length_ + 1 + kEscapedSize * length_;
@@ -91,7 +94,7 @@ private:
         std::replace_copy_if(fmt, fmt + fmt_size - 1, marking_fmt, is_doubtful, '?');
         marking_fmt[fmt_size - 1] = '\0';
         if (print(marked, length_ + 1, marking_fmt, args) != static_cast<int>(length_)) {
-            std::memcpy(marked, text_, length_);  // somebody changes an argument: escape everything
+            std::memcpy(marked, text_, length_);  // an argument is changing: escape everything
         }
         const char* const end = text_ + length_;
         char* to = out;
@@ -111,7 +114,7 @@ private:
         }
     }
 
-    // What is left where there are no pages.
+    // Without pages for escaping, question marks replace the control characters.
     [[gnu::cold, gnu::noinline]] void blank() {
         const bool keeps_end = length_ >= 2 && std::memcmp(text_ + length_ - 2, "\r\n", 2) == 0;
         std::replace_if(text_, text_ + length_ - (keeps_end ? 2 : 0), is_doubtful, '?');
@@ -123,7 +126,7 @@ private:
         return pages != MAP_FAILED ? static_cast<char*>(pages) : nullptr;
     }
 
-    // `text` lies in `pages`.
+    // Takes over the pages, and `text` inside them.
     void use(char* text, char* pages, std::size_t size) {
         unmap();
         pages_ = pages;

@@ -1,5 +1,5 @@
-// Lines to a descriptor, and the account of those that could not be written. Shared by the log file
-// and by the echo of libzxcommon; safe in signal handlers.
+// Writes lines to a descriptor and counts those that could not be written. The log file and the
+// echo of libzxcommon share this. It is safe in signal handlers.
 #pragma once
 
 #include <unistd.h>
@@ -13,12 +13,12 @@ namespace zx {
 
 class LineWriter {
 public:
-    // The time and the level that stand before the count of lost lines.
+    // `time` and `level` give the start of the line that reports lost lines.
     constexpr LineWriter(const char* (*time)(), const char* const* level)
         : time_(time), level_(level) {}
 
-    // Hands one line to the kernel, or counts it as lost; the count is written before the next line
-    // that can be. `write_part(text, size)` is as write(). Changes errno.
+    // Hands one line to the kernel, or counts it as lost. The count is written before the next line
+    // that succeeds. `write_part(text, size)` works like write(). Changes errno.
     template <typename WritePart>
     void write(const char* line, std::size_t size, WritePart write_part) {
         const bool writable = lost_.load(std::memory_order_relaxed) == 0 || report(write_part);
@@ -27,7 +27,7 @@ public:
         }
     }
 
-    // The lines go to another file from now on.
+    // Call this when the lines go to another file from now on.
     void begin_file() { torn_.store(false, std::memory_order_relaxed); }
 
 private:
@@ -45,7 +45,7 @@ private:
         } while (!lost_.compare_exchange_weak(seen, wanted, std::memory_order_relaxed));
     }
 
-    // One write, unless the kernel takes only a part of the line.
+    // Needs one write, unless the kernel takes only a part of the line.
     template <typename WritePart>
     bool write_whole(const char* text, std::size_t size, WritePart& write_part) {
         std::size_t done = 0;
@@ -60,7 +60,7 @@ private:
         return done == size;
     }
 
-    // True when nothing was lost before, or when that could be reported now.
+    // True when no line was lost before, or when the count is written now.
     template <typename WritePart>
     bool report(WritePart& write_part) {
         const std::uint64_t taken = lost_.exchange(0, std::memory_order_relaxed);
@@ -83,7 +83,7 @@ private:
 
     const char* (*const time_)();
     const char* const* const level_;
-    // The process that lost lines, and how many: a forked child does not report what its parent
+    // The process that lost lines, and how many. A forked child does not report what its parent
     // lost.
     std::atomic<std::uint64_t> lost_{0};
     std::atomic<bool> torn_{false};  // the last thing in the file is a part of a line

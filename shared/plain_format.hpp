@@ -1,6 +1,6 @@
-// vsnprintf for what nearly all lines consist of: "%s", "%.128s", "%.*s", "%c", "%%" and integers
-// ("%d", "%i", "%u", "%x" of any length, "%02d" and "%04d"), without other flags and widths. Three
-// times as fast, and it keeps away from the C library in signal handlers.
+// vsnprintf() for nearly all lines: "%s", "%.128s", "%.*s", "%c", "%%" and integers ("%d", "%i",
+// "%u", "%x" of any length, "%02d" and "%04d"), without other flags and widths. It is three times
+// as fast, and does not call the formatter of the C library in signal handlers.
 #pragma once
 
 #include <cstdarg>
@@ -16,7 +16,8 @@ class PlainFormat {
 public:
     PlainFormat(char* out, std::size_t size) : begin_(out), at_(out), end_(out + size - 1) {}
 
-    // The length of the text; -1 when the format asks for more, or when the text does not fit.
+    // Returns the length of the text, or -1 when the format has anything else or the text does not
+    // fit.
     int print(const char* fmt, std::va_list args) {
         for (; *fmt != '\0'; ++fmt) {
             if (*fmt != '%') {
@@ -69,7 +70,7 @@ private:
 
     struct Conversion {
         int precision = kNone;
-        std::size_t digits = 1;  // of a number at least
+        std::size_t digits = 1;  // the fewest digits of a number
         bool is_long = false;
         char letter = '\0';
 
@@ -89,7 +90,7 @@ private:
             for (; *at == 'l' || *at == 'z'; ++at) {
                 is_long = true;
             }
-            // "%ls" and "%lc" are of another kind, and so is a format that ends here.
+            // "%ls" and "%lc" are not supported. Neither is a format that ends here.
             letter = is_long && (*at == 's' || *at == 'c') ? '\0' : *at;
             return at;
         }

@@ -1,5 +1,5 @@
-// One write to a descriptor, as the kernel's own call: logging is no cancellation point, so a
-// thread that is cancelled cannot leave in the middle of a line with somebody's lock held.
+// One write to a descriptor, straight to the kernel. Logging is no cancellation point: otherwise a
+// cancelled thread could leave in the middle of a line and keep somebody's lock.
 #pragma once
 
 #include <pthread.h>
@@ -25,13 +25,13 @@ private:
     int saved_ = errno;
 };
 
-// Keeps the signals of this thread's writes from the program: SIGPIPE, when nobody reads a pipe any
-// more, and SIGXFSZ, when a file has reached RLIMIT_FSIZE. They are blocked for every write. That a
-// file is far from its limit is no reason to leave it out: another thread or process may lower the
-// limit at any time.
+// Keeps signals that a write of this thread raises away from the program: SIGPIPE when nobody reads
+// a pipe any more, and SIGXFSZ when a file has reached RLIMIT_FSIZE. They are blocked for every
+// write, even when a file is far from its limit: another thread or process may lower the limit at
+// any time.
 class SignalsHeldBack {
 public:
-    // `may_be_pipe`: false spares a call where the program blocks SIGPIPE itself.
+    // `may_be_pipe`: false saves a system call when the program itself blocks SIGPIPE.
     explicit SignalsHeldBack(bool may_be_pipe) {
         sigemptyset(&ours_);
         sigaddset(&ours_, SIGPIPE);
@@ -46,7 +46,7 @@ public:
     SignalsHeldBack(const SignalsHeldBack&) = delete;
     SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
 
-    // Takes back what a write has raised: `number`, unless that was pending before.
+    // Takes back the signal `number` that a write has raised, unless it was pending before.
     void discard(int number) const {
         if (sigismember(&ours_, number) == 1) {
             constexpr timespec kNoWait{};
@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    // What is pending already is the program's and stays so.
+    // A signal that was pending before belongs to the program and stays pending.
     void leave_pending() {
         sigset_t pending;
         sigpending(&pending);
@@ -83,7 +83,7 @@ inline long write_once(int fd, const char* text, std::size_t size, bool may_be_p
     if (written < 0 && errno == EFBIG) {
         signals.discard(SIGXFSZ);
     } else if (written < 0 ? errno == EPIPE : written != static_cast<long>(size) && may_be_pipe) {
-        signals.discard(SIGPIPE);  // also of a pipe whose reader left in the middle of the line
+        signals.discard(SIGPIPE);  // also when the reader left in the middle of the line
     }
     return written;
 }

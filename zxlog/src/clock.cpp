@@ -11,7 +11,7 @@
 
 namespace {
 
-// Formats of the caller: trusted, so the compiler cannot and need not check them.
+// The format comes from the caller and is trusted. The compiler cannot check it.
 void print_trusted(char* out, std::size_t size, const char* fmt, ...) {
     std::va_list args;
     va_start(args, fmt);
@@ -35,7 +35,7 @@ const char* zxlog_api_curDTime(const char* fmt) {
     if (fmt != nullptr) {
         const time_t now = zxlog::wall_clock().tv_sec;
         tm t{};
-        tzset();  // localtime_r need not ask whether TZ has changed
+        tzset();  // localtime_r() may miss a change of TZ
         localtime_r(&now, &t);
         print_trusted(text, sizeof text, fmt, t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour,
                       t.tm_min, t.tm_sec);

@@ -9,7 +9,7 @@ namespace {
 constexpr std::uint32_t kBytesPerRow = 16;
 constexpr std::size_t kRowSize = 3 * kBytesPerRow + 1 + kBytesPerRow + 1;
 
-// "00 01 02 …  ..text.." for up to 16 bytes.
+// Writes "00 01 02 …  ..text.." for up to 16 bytes.
 void format_row(const std::uint8_t* bytes, std::uint32_t count, char (&row)[kRowSize]) {
     char* at = row;
     for (std::uint32_t i = 0; i < kBytesPerRow; ++i) {

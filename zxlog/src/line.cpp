@@ -1,4 +1,4 @@
-// Lines of the log, and the time at their front.
+// Lines of the log, and the time at their start.
 #include <cstdarg>
 #include <cstring>
 
@@ -11,8 +11,8 @@
 
 namespace {
 
-// Several, so that a handler that interrupts a thread does not overwrite the text that the thread
-// is about to print. Initial-exec: reaching them allocates nothing.
+// There are several: a signal handler must not overwrite the text that the interrupted thread is
+// about to print. With the model initial-exec, using them allocates nothing.
 constexpr unsigned kTimeTexts = 16;
 [[gnu::tls_model("initial-exec")]] thread_local char t_time_texts[kTimeTexts][ZXLOG_SCRATCH_SIZE];
 [[gnu::tls_model("initial-exec")]] thread_local unsigned t_next_time_text;

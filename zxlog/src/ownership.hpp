@@ -1,4 +1,4 @@
-// The right to change what lines are written with, without a lock that anybody could wait for.
+// The right to change where lines go, without a lock that a line would have to wait for.
 #pragma once
 
 #include <pthread.h>
@@ -8,8 +8,8 @@
 
 namespace zxlog {
 
-// It is only ever tried for on the way of a line, and it names its process: a child that was forked
-// while a thread of the parent held it takes it over. Its holder cannot be cancelled.
+// Writing a line only tries to get it. It names the process that holds it: when a thread of the
+// parent held it during a fork, the child takes it over. The holder cannot be cancelled.
 class Ownership {
 public:
     using Holder = std::atomic<pid_t>;

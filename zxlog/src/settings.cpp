@@ -1,4 +1,4 @@
-// The level, the flags and the tag filter: all that decides whether a line is wanted.
+// The level, the flags and the tag filter, which decide whether a line is wanted.
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -30,7 +30,8 @@ bool begins_ignoring_case(const char* text, const char* part) {
     return true;
 }
 
-// strcasestr for ASCII: the C library's follows the locale, in which "FIFO" may not match "fifo".
+// strcasestr() for ASCII. That of the C library follows the locale, in which "FIFO" may not match
+// "fifo".
 const char* find_ignoring_case(const char* text, const char* part) {
     const char first[] = {part[0], other_case(part[0]), '\0'};
     for (; *(text += std::strcspn(text, first)) != '\0'; ++text) {
@@ -41,7 +42,7 @@ const char* find_ignoring_case(const char* text, const char* part) {
     return nullptr;
 }
 
-// Apart from what most calls do.
+// Not inlined: most calls do not get here.
 [[gnu::noinline]] std::int32_t count_parts(const char* text, std::string_view part,
                                            std::int32_t max, bool match_case) {
     std::int32_t count = 0;
@@ -90,8 +91,8 @@ std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part, std::in
     if (text == nullptr || part == nullptr || text[0] == '\0' || part[0] == '\0') {
         return 0;
     }
-    // Most texts begin with the part or are no longer than it: an address beside an address. There
-    // is nothing to search then.
+    // Most texts begin with the part or are not longer than it, as when two addresses are compared.
+    // Then there is nothing to search.
     std::size_t size = 0;
     while (part[size] != '\0' && text[size] == part[size]) {
         ++size;

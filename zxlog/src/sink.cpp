@@ -28,17 +28,17 @@ struct FileId {
     bool operator==(const FileId&) const = default;
 };
 
-std::atomic<int> g_fd{kNone};  // our own descriptor; its number stays while it is ours
-std::atomic<std::int64_t> g_checked_sec{0};  // when the path was last looked at
+std::atomic<int> g_fd{kNone};                // our descriptor; the number stays while it is ours
+std::atomic<std::int64_t> g_checked_sec{0};  // when the path was last checked
 
 using Path = char[4096];
 
-// Changed by the holder only. The paths take turns, so that a child that was forked in the middle
-// of a change finds a whole one.
+// Only the holder changes these. The two paths alternate, so that a child that was forked during a
+// change finds a complete one.
 Ownership::Holder g_holder{0};
 Path g_paths[2];  // empty: standard error
 std::atomic<unsigned> g_path_turn{0};
-FileId g_id;                            // the file behind g_fd
+FileId g_id;                            // the file that g_fd is open for
 std::atomic<bool> g_may_be_pipe{true};  // or a socket
 constinit zx::LineWriter g_writer{zxlog_innerapi_logTime, &strLoglevel_simple[2]};
 
@@ -50,8 +50,8 @@ FileId id_of(const struct stat& st) {
     return {st.st_dev, st.st_ino};
 }
 
-// A descriptor of which only an error can be learned, as of a file whose server is gone, is still
-// there: to open another one would leave it behind.
+// A descriptor that only gives errors, such as one for a file whose server is gone, is still open.
+// Opening another one would leak it.
 bool still_ours(int fd) {
     struct stat st;
     if (fd == kNone) {
@@ -60,8 +60,8 @@ bool still_ours(int fd) {
     return fstat(fd, &st) == 0 ? id_of(st) == g_id : errno != EBADF;
 }
 
-// A copy of `fd` out of the way of the program's own descriptors, of select() and of whoever closes
-// the first few.
+// A copy of `fd` with a high number: away from the program's own descriptors, from select(), and
+// from code that closes the first few.
 int high_copy(int fd) {
     for (const int from : {1000, 200, 3}) {
         const int copy = fcntl(fd, F_DUPFD_CLOEXEC, from);
@@ -72,19 +72,20 @@ int high_copy(int fd) {
     return kNone;
 }
 
-// A pipe that nobody empties loses lines rather than stop whoever logs, hence O_NONBLOCK.
+// O_NONBLOCK: a pipe that nobody empties loses lines but does not block the program.
 int open_log(const char* path) {
     return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644);
 }
 
-// Makes our descriptor one for the file behind `fd`. The number stays when it still is ours, so
-// that a line that is being written meets the old file or the new one, nothing else.
+// Makes our descriptor refer to the file that `fd` is open for. The number stays when it is still
+// ours, so a line that is just being written goes to the old file or to the new one, and nowhere
+// else.
 bool adopt(int fd) {
     struct stat st;
     if (fstat(fd, &st) != 0) {
         return false;
     }
-    g_may_be_pipe.store(true, std::memory_order_relaxed);  // until we know better
+    g_may_be_pipe.store(true, std::memory_order_relaxed);  // until the check below
     const int ours = g_fd.load(std::memory_order_relaxed);
     if (still_ours(ours)) {
         if (dup3(fd, ours, O_CLOEXEC) < 0) {
@@ -117,15 +118,15 @@ bool adopt_path(const char* path) {
     return adopted;
 }
 
-// True when descriptor 2 is what the log began with, or when it begins now. Later, a file of the
-// program may have got the number.
+// True when descriptor 2 still is what the log began with, or when the log begins now. Otherwise
+// the program may have opened another file with this number.
 bool standard_error_is_ours() {
     struct stat st;
     return g_fd.load(std::memory_order_relaxed) == kNone ||
            (fstat(STDERR_FILENO, &st) == 0 && id_of(st) == g_id);
 }
 
-// Sees to it that our descriptor is open, is ours, and leads to the file that the path names.
+// Makes sure that our descriptor is open, is ours, and is open for the file that the path names.
 void look_after_descriptor() {
     const Ownership ownership(g_holder);
     if (!ownership.held()) {
@@ -141,7 +142,7 @@ void look_after_descriptor() {
     }
     struct stat st;
     if (!ours || stat(path, &st) != 0 || id_of(st) != g_id) {
-        adopt_path(path);  // when it fails, the old file goes on taking the lines
+        adopt_path(path);  // when this fails, lines still go to the old file
     }
 }
 
@@ -151,7 +152,7 @@ std::int64_t coarse_sec() {
     return now.tv_sec;
 }
 
-// Somebody may have closed our descriptor.
+// Opens our descriptor again when somebody has closed it.
 long write_part(const char* text, std::size_t size) {
     const auto write_now = [&] {
         const int ours = g_fd.load(std::memory_order_acquire);
@@ -189,7 +190,7 @@ namespace {
 
 using zxlog::Path;
 
-// `path` from the root, in `out`.
+// Writes `path` as an absolute path to `out`.
 bool make_absolute(const char* path, Path& out) {
     int needed;
     if (path[0] == '/') {

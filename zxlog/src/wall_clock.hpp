@@ -1,4 +1,4 @@
-// The clock that every text of the log goes by.
+// The clock for all times in the log.
 #pragma once
 
 #include <time.h>

@@ -19,7 +19,7 @@ struct Change {
     std::int32_t offset;  // seconds east of UTC
 };
 
-// The offset in force when the library was loaded, and its changes in the years that follow.
+// The offset at the time when the library was loaded, and its changes in the following years.
 struct Changes {
     std::array<Change, 80> rows;
     std::size_t count;
@@ -31,7 +31,7 @@ std::int32_t offset_at(std::int64_t sec) {
     return localtime_r(&sec, &local) != nullptr ? static_cast<std::int32_t>(local.tm_gmtoff) : 0;
 }
 
-// The first second in (low, high] with the offset of `high`.
+// The first second in (low, high] that has the offset of `high`.
 std::int64_t change_between(std::int64_t low, std::int64_t high) {
     const std::int32_t after = offset_at(high);
     while (high - low > 1) {
@@ -41,8 +41,8 @@ std::int64_t change_between(std::int64_t low, std::int64_t high) {
     return high;
 }
 
-// The one thing that runs before main: later, a signal handler or a forked child could find the C
-// library's time-zone lock taken for ever. No offset is known to last less than a week.
+// This runs before main(). Later a signal handler or a forked child might wait for ever for the C
+// library's lock of the time zone. No known offset lasted less than a week.
 [[gnu::constructor]] void learn_zone() {
     std::int64_t week = time(nullptr) - kDay;
     tzset();
@@ -71,8 +71,8 @@ struct Date {
     std::uint8_t month, day;
 };
 
-// The date of a day since 1970 in the proleptic Gregorian calendar, in eras of 400 years from
-// 1 March.
+// The date of a day since 1970 in the proleptic Gregorian calendar. It counts in eras of 400 years
+// that begin on 1 March.
 Date date_of(std::int64_t days_since_1970) {
     const std::int64_t days = days_since_1970 + 719468;
     const std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;

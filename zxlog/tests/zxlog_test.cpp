@@ -1,5 +1,5 @@
-// Every case logs in a child process of its own, which starts with an untouched library; the parent
-// reads what arrived.
+// Every case logs in a child process of its own, in which the library is still untouched. The
+// parent reads the result.
 #include "zxlog.h"
 
 #include <fcntl.h>
@@ -28,11 +28,11 @@
 
 namespace {
 
-timespec g_wall{};  // what the wall clock shows when it is set
+timespec g_wall{};  // what the wall clock shows, unless it is zero
 
 }  // namespace
 
-// The wall clock of the program and of libzxlog.
+// This is the wall clock of the program and of libzxlog.
 extern "C" int clock_gettime(clockid_t id, timespec* out) noexcept {
     if (id == CLOCK_REALTIME && g_wall.tv_sec != 0) {
         *out = g_wall;
@@ -49,11 +49,11 @@ using testing::HasSubstr;
 using testing::StartsWith;
 using zx::test::content_of;
 
-// Runs the body, which returns 0, in a child process that ends with nothing flushed.
+// Runs the body in a child process, which flushes nothing at its end. The body must return 0.
 void run_child(const std::function<int()>& body) {
     EXPECT_EQ(zx::test::in_child([&] {
                   alarm(30);
-                  const rlimit cpu{10, 20};  // where the alarm is caught
+                  const rlimit cpu{10, 20};  // in case the alarm is caught
                   setrlimit(RLIMIT_CPU, &cpu);
                   return std::to_string(body());
               }),
@@ -87,8 +87,8 @@ TEST_F(LogFile, OfADaemonGoesToTheFirstStandardErrorAtLevelThree) {
         close(file);
         const std::uint32_t level = zxlog_api_getLoglevel();
         zxlog_api_setLoglevel(0);
-        zxmd_api_startDaemon("/");         // without a line
-        for (int fd = 0; fd <= 2; ++fd) {  // files of the program take the numbers
+        zxmd_api_startDaemon("/");         // nothing was logged before
+        for (int fd = 0; fd <= 2; ++fd) {  // files of the program get these numbers
             open(data.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
         }
         zxlog_innerapi_file("never\r\n");
@@ -118,7 +118,7 @@ TEST_F(LogFile, FollowsItsNameWithOneDescriptor) {
         if (descriptor_of(log) != fd || fcntl(fd, F_GETFD) != FD_CLOEXEC) {
             return 2;
         }
-        close(fd);  // as somebody might
+        close(fd);  // as another part of the program might
         zxlog_innerapi_file("new\r\n");
         return zxlog_api_setFile(folder.c_str()) == -1 && errno == EISDIR ? 0 : 3;
     });
@@ -161,7 +161,7 @@ TEST_F(LogFile, ReportsTornLinesAndLinesOfSeveralThreads) {
                 EndsWith("]1 lines could not be written\r\nelsewhere\r\n"));
 }
 
-// A place that takes no lines, for descriptor 1 or 2.
+// A file that takes no lines, for descriptor 1 or 2.
 struct Trouble {
     const char* name;
     std::function<int(const std::string& folder)> open;  // -1: closed
@@ -194,7 +194,7 @@ const Trouble kTroubles[] = {
 
 int g_signals = 0;
 
-// What a program may do with the signals of its writes.
+// What a program may have done with the signals of its writes.
 const std::function<void()> kHabits[] = {
     [] {},
     [] {
@@ -207,11 +207,12 @@ const std::function<void()> kHabits[] = {
     },
     [] {
         zxsignal_api_catch();
-        raise(SIGPIPE);  // as a write to a closed socket does: it stays pending
+        raise(SIGPIPE);  // stays pending, as after a write to a closed socket
     },
 };
 
-// Two lines into the trouble, and one after it is over; 0 when nothing but the lines was lost.
+// Logs two lines into the trouble, and one after it is over. Returns 0 when nothing but the two
+// lines was lost.
 int lose_lines(const Trouble& trouble, const std::string& folder, int target) {
     const bool to_log = target == STDERR_FILENO;
     zxlog_api_setFile(to_log ? nullptr : "/dev/null");
@@ -259,7 +260,7 @@ TEST_F(LogFile, AndEchoLoseLinesAndReportThemInEveryTrouble) {
                              std::to_string(target));
                 std::filesystem::remove(log);
                 run_child([&] {
-                    close(target);  // when there is no file, the log begins with the trouble
+                    close(target);  // without a file, the log begins with the trouble
                     habit();
                     return lose_lines(trouble, folder, target);
                 });
@@ -301,7 +302,7 @@ TEST_F(LogFile, LosesNothingWhenAWriteIsInterrupted) {
     });
 }
 
-// The date and time of the C library and of the library.
+// True when the library and the C library have the same date and time.
 bool is_local_time(std::int64_t sec) {
     g_wall = {sec, 999999999};
     tm t{};
