@@ -1,4 +1,4 @@
-// What the command lines of all programs of the project have in common.
+// What all programs of the project do with their command lines.
 #pragma once
 
 #include <CLI/CLI.hpp>

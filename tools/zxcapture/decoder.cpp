@@ -60,7 +60,7 @@ bool Decoder::passes(const Frame& frame) {
     if (zxframe_api_filterFrame(nullptr, start_.data(), filter_.get()) == 0) {
         return false;
     }
-    // The engine's filter ignores ports without another condition. This part of it checks them.
+    // The engine's filter ignores ports without another condition. This function of it checks them.
     if (filters_ports_only_ && zxframe_innerapi_filterFrameByIp(nullptr, filter_.get()) == 0) {
         return false;
     }

@@ -16,7 +16,7 @@ class Decoder {
 public:
     explicit Decoder(const Wanted& wanted);
 
-    // Whether the frame passes. If so, record() and layers() describe it.
+    // True if the frame passes. Then record() and layers() describe it.
     bool passes(const Frame& frame);
 
     [[nodiscard]] const ether_ctt& record() const { return filter_->frame; }
@@ -39,7 +39,7 @@ private:
     Depth needed_depth_ = Depth::none;  // the innermost header that a filter needs
     bool filters_ports_only_ = false;
     std::unique_ptr<frame_filter_ctt> filter_;            // its record is used for every frame
-    std::array<std::uint8_t, ZXFRAME_READABLE> start_{};  // of the frame, followed by zeros
+    std::array<std::uint8_t, ZXFRAME_READABLE> start_{};  // the start of a frame, then zeros
     Layers layers_;
 };
 

@@ -28,8 +28,8 @@ private:
 
     const std::string name_;  // for error messages
     std::unique_ptr<pcap_t, PcapCloser> pcap_;
-    std::FILE* file_;                    // of pcap_
-    std::uint64_t size_ = 0;             // of a regular file; 0 for a pipe
+    std::FILE* file_;                    // that pcap_ reads
+    std::uint64_t size_ = 0;             // bytes of a regular file; 0: a pipe
     bool has_reported_nothing_ = false;  // since the last frame
 };
 

@@ -55,7 +55,7 @@ private:
     const std::string name_;
     const int index_;
     zxcommon::Descriptor socket_;
-    std::vector<std::uint8_t> buffer_;   // room for a VLAN tag, and a frame
+    std::vector<std::uint8_t> buffer_;   // room for a VLAN tag, then a frame
     bool has_reported_nothing_ = false;  // since the last frame
     std::uint64_t drops_ = 0;
 };

@@ -1,6 +1,6 @@
 // How far the headers of a frame can be trusted.
 //
-// The engine decodes any bytes: after the captured bytes it reads zeros, after a header with a
+// The engine decodes any bytes. After the captured bytes it reads zeros, after a header with a
 // wrong length it reads the wrong bytes, and its record keeps fields of earlier frames. So
 // find_layers() decides, from the frame alone, which parts of a record may be shown.
 #pragma once
@@ -31,7 +31,7 @@ enum class Flaw {
 
 struct Layers {
     Depth depth = Depth::none;     // the innermost header that is present
-    Flaw flaw = Flaw::none;        // of the next one, or of the options of a TCP header
+    Flaw flaw = Flaw::none;        // in the next one, or in the TCP options
     std::uint16_t type = 0;        // EtherType
     std::uint8_t protocol = 0;     // of IPv4, or the next header of IPv6
     bool first_fragment = false;   // of several fragments

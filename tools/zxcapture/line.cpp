@@ -123,7 +123,7 @@ std::string_view trimmed(std::string_view name) {
     return name.substr(0, name.find_last_not_of(' ') + 1);
 }
 
-// The engine's name of the innermost protocol whose header is present; may be empty.
+// The engine's name of the innermost protocol whose header is present. It may be empty.
 std::string_view full_name(const ether_ctt& record, const Layers& layers) {
     if (layers.type == kTypeIpv4 && layers.depth >= Depth::network) {
         return trimmed(record.ipv4.ip_proto_name);

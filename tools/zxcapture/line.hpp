@@ -18,7 +18,7 @@ class Line {
 public:
     explicit Line(const TimeForm& form) : form_(form) {}
 
-    // Returns the line with its line end; valid until the next call.
+    // Returns the line with its line end. The text is valid until the next call.
     std::string_view print(const Frame& frame, const ether_ctt& record, const Layers& layers);
 
 private:

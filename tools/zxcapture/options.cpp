@@ -41,8 +41,8 @@ bool is_mac(const std::string& text) {
     return good;
 }
 
-// The validators return an error message, empty if the text is valid. The frame engine compares
-// texts, so normalize_mac() also converts the text to the lower case that the engine prints.
+// The validators return an error message, which is empty if the text is valid. The frame engine
+// compares texts, so normalize_mac() also converts the text to lower case, which the engine prints.
 std::string normalize_mac(std::string& text) {
     if (!is_mac(text)) {
         return "'" + text + "' is not a MAC address such as 00:11:22:aa:bb:cc";

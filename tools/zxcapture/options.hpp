@@ -7,8 +7,8 @@
 
 namespace capture {
 
-// The conditions of the filters. A frame passes if it meets all of them. Of several addresses in
-// one list, one must match. Texts have the form that the frame engine compares.
+// The conditions of the filters. A frame passes if it meets all of them; of a list of addresses, it
+// must meet one. The texts have the form that the frame engine compares.
 struct Wanted {
     std::vector<std::string> mac{};
     std::vector<std::string> source_mac{};

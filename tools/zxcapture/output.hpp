@@ -16,7 +16,7 @@ public:
 
     void add(std::string_view text);
 
-    // Throws OutputClosed, and a Failure for any other error.
+    // Throws OutputClosed, or a Failure for any other error.
     void flush();
 
 private:

@@ -3,8 +3,8 @@
 
 namespace capture {
 
-// From now on these signals interrupt system calls and set stop_requested(). SIGPIPE is ignored: to
-// write to a closed pipe is only an error.
+// From now on these signals interrupt system calls, and stop_requested() is true after one. SIGPIPE
+// is ignored: writing to a closed pipe is only an error.
 void install_stop_handlers();
 
 [[nodiscard]] bool stop_requested();

@@ -27,8 +27,8 @@ constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
 
-// Logs the list of buffers. Its log level is information; a signal asks for it explicitly, so it is
-// logged at every level but 0.
+// Logs the list of buffers. Its lines have the level of information. A signal asks for it
+// explicitly, so it is logged at every level but 0.
 void show_memory() {
     const std::uint32_t level = zxlog_api_getLoglevel();
     if (level == 0) {

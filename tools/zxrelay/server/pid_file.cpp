@@ -96,7 +96,7 @@ void remove_pid_file() {
         return;
     }
     if (unlink(g_path.c_str()) != 0) {
-        // The user that the relay runs as may not remove it. An empty file names no process.
+        // The relay's user may have no right to remove it. An empty file names no process.
         [[maybe_unused]] const int result = ftruncate(g_fd, 0);
     }
 }

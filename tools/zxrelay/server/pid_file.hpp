@@ -1,5 +1,5 @@
-// The pid file, which names the process to send signals to. One per process, because removal at
-// exit is per process.
+// The pid file, which names the process to send signals to. A process has at most one, because the
+// file is removed when the process exits.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 namespace relay {
 
 // Opens and locks the file. This process removes it at exit. Child processes share the lock. A file
-// without a lock is left over from a process that has died. Throws a Failure.
+// without a lock is left over from a process that died. Throws a Failure.
 void claim_pid_file(const std::string& path);
 
 // Writes the ID of this process into the file. From now on this process removes the file at exit.

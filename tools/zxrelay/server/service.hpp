@@ -1,4 +1,4 @@
-// What a server needs: daemon, pid file, watchdog, user.
+// Runs the relay as a server: daemon, pid file, watchdog, user.
 #pragma once
 
 #include <optional>

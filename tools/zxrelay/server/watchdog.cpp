@@ -26,7 +26,7 @@ constexpr char kTag[] = "RELAY";
 constexpr long kStepNs = 5000000;
 constexpr int kTerminateSteps = 2000;  // a worker that has not ended after these is killed
 
-// Lives in a page that the supervisor and its workers share.
+// In a memory page that the supervisor and its workers share.
 struct Shared {
     std::atomic<pid_t> worker{0};
     std::atomic<Phase> phase{Phase::starting};
@@ -38,8 +38,8 @@ bool g_is_supervisor = false;
 bool g_had_worker = false;
 void (*g_at_end)() = nullptr;
 
-// A worker that has ended does not count, even while its process ID is still in use because the
-// supervisor has not waited for it yet.
+// True while a worker runs. One that has ended does not count, even while its process ID is still
+// in use because the supervisor has not waited for it yet.
 bool has_living_worker() {
     siginfo_t info{};
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
@@ -148,8 +148,8 @@ void start(void (*at_end)()) {
     g_is_supervisor = true;
     g_at_end = at_end;
     zxmd_api_watchdog(return_to_start, nullptr);
-    // The library only logs these signals. After a real fault, the faulting instruction would run
-    // again and again.
+    // The library's handler only logs these signals. After a real fault, the faulting instruction
+    // would run again and again.
     for (const int number : {SIGILL, SIGTRAP, SIGABRT, SIGBUS, SIGFPE}) {
         signal(number, SIG_DFL);
     }

@@ -78,7 +78,8 @@ struct Callback {
     static MHD_Result handle(void* self, MHD_Connection* connection, const char* path,
                              const char* method, const char* /*version*/, const char* /*upload*/,
                              std::size_t* /*upload_size*/, void** request) {
-        // The first call follows the headers. An answer that is queued in it ends the connection.
+        // The first call comes after the headers. An answer that is queued in it ends the
+        // connection.
         const bool is_first_call = *request == nullptr;
         *request = self;
         return static_cast<MHD_Result>(

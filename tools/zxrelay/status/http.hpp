@@ -30,7 +30,7 @@ private:
     unsigned status_ = 0;
 };
 
-// The server has no thread: its owner waits until fd() is readable or wait_ms() have passed, and
+// The server has no thread. Its owner waits until fd() is readable or wait_ms() have passed, and
 // then calls serve().
 //
 // A request may take a few kilobytes and a few seconds. The server refuses requests that are longer
@@ -44,7 +44,8 @@ public:
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    // Adds a page; called before the first serve(). If the handler throws, the client receives 503.
+    // Adds a page. Call this before the first serve(). If the handler throws, the client receives
+    // 503.
     void add(std::string path, Handler handler) { routes_[std::move(path)] = std::move(handler); }
 
     [[nodiscard]] int fd() const;

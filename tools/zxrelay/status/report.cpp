@@ -58,8 +58,8 @@ cJSON* append_object(cJSON* array) {
     return object;
 }
 
-// Returns what stands between `begin` and `end`, and removes it from the front of `text`. Returns
-// an empty string if `begin` is not found.
+// Returns the text between `begin` and `end`, and removes everything up to the end of `end` from
+// `text`. Returns an empty string if `begin` is not found.
 std::string cut(std::string_view& text, std::string_view begin, std::string_view end) {
     const std::size_t from = text.find(begin);
     if (from == std::string_view::npos) {

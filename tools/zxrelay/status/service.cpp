@@ -116,7 +116,7 @@ const std::string& StatusServer::memory() {
     return memory_;
 }
 
-// All clients share one copy: with a store of many nodes, the table has megabytes.
+// All clients share one copy, because the table of a store with many nodes has megabytes.
 Answer StatusServer::memory_page() {
     const std::string& table = memory();
     if (!memory_page_) {

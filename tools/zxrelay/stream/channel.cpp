@@ -15,7 +15,7 @@ Channel::Channel(std::uint32_t capacity)
 }
 
 bool Channel::push(std::span<const std::uint8_t> message) {
-    // There is one producer: until message_in(), the room can only grow.
+    // There is only one producer, so the room cannot shrink before message_in().
     if (static_cast<std::size_t>(fifo_.left()) < ZXFIFO_PREFIX_SIZE + message.size()) {
         return false;
     }

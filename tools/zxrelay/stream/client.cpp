@@ -12,7 +12,7 @@
 namespace relay {
 namespace {
 
-constexpr int kPiecesPerFlush = 32;  // then the other clients are served
+constexpr int kPiecesPerFlush = 32;  // then other clients get their turn
 constexpr std::uint64_t kPacketsPerMessage = kMessageSize / kPacketSize;
 
 }  // namespace
@@ -91,7 +91,7 @@ std::uint64_t Client::take_progress() {
     return bytes_sent_ - std::exchange(bytes_seen_, bytes_sent_);
 }
 
-// Returns the number of bytes that the socket accepted, 0 if it is full, -1 if the connection
+// Returns the number of bytes that the socket accepted, 0 if it is full, or -1 if the connection
 // failed.
 std::int64_t Client::send_now(std::span<const std::uint8_t> bytes) {
     const ssize_t sent = send(fd(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

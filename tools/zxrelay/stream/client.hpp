@@ -47,8 +47,8 @@ public:
     [[nodiscard]] bool lags() const { return bytes_waiting() != 0; }
     [[nodiscard]] std::uint64_t bytes_waiting() const;
 
-    // Whether the epoll set waits until the socket accepts more data. The owner sets it when the
-    // client starts or stops to lag.
+    // True while the epoll set waits for room in the socket. The owner sets it when the client
+    // starts or stops to lag.
     [[nodiscard]] bool is_watched() const { return is_watched_; }
     void set_watched(bool is_watched);
 
@@ -74,7 +74,7 @@ private:
     std::uint32_t buffer_size_;
     zxfifoblock_ctt* backlog_ = nullptr;
     std::array<std::uint8_t, 16384> chunk_;  // holds unsent_
-    std::span<const std::uint8_t> unsent_;   // out of the backlog or the store, sent next
+    std::span<const std::uint8_t> unsent_;   // from the backlog or the store, sent next
     const Store* store_ = nullptr;
     Store::Place place_;
     RequestReader requests_;

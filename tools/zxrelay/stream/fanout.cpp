@@ -14,7 +14,7 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr int kEventsPerRound = 64;
-constexpr int kMessagesPerRound = 256;  // then the sockets are served again
+constexpr int kMessagesPerRound = 256;  // then the sockets get their turn
 constexpr int kWaitMs = 500;
 constexpr std::uint64_t kMicro = 1000000;
 
@@ -114,7 +114,7 @@ void Fanout::add_client(int fd, const std::string& peer) {
 
 void Fanout::deliver() {
     if (!channel_.empty()) {
-        // Cleared before a message leaves the channel: the main thread checks empty() before
+        // Clear this before a message leaves the channel: the main thread checks empty() before
         // drained().
         drained_ = false;
     }

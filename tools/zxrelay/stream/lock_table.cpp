@@ -7,10 +7,10 @@
 namespace relay {
 namespace {
 
-// A thread that takes the lock writes its holder, and nothing protects readers from that: the text
-// may be a mixture of two holders, which is good enough to display. The volatile copy by single
-// bytes keeps the compiler from calling a function of the C library, which the thread sanitizer
-// would check.
+// A thread that takes the lock writes its holder, and nothing protects readers from that. The text
+// may be a mixture of two holders, which is good enough to display. Copying single volatile bytes
+// keeps the compiler from calling a function of the C library, which the thread sanitizer would
+// check.
 template <std::size_t N>
 [[gnu::no_sanitize_thread, gnu::noinline]] std::string text_of(const char (&field)[N]) {
     const volatile char* const from = field;

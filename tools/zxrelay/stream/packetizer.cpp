@@ -58,8 +58,8 @@ void Packetizer::skip(std::size_t count) {
     skipped_ += count;
 }
 
-// Finds the next packet: a sync byte that is followed by further ones, each a packet apart, to the
-// end of the buffer.
+// Finds the next packet. It begins with a sync byte, and as far as the buffer goes there is another
+// one after every packet length.
 std::size_t Packetizer::next_sync() const {
     for (std::size_t start = 1; start < size_; ++start) {
         std::size_t at = start;

@@ -19,15 +19,15 @@ public:
     using Emit = std::function<void(std::span<const std::uint8_t>)>;
     explicit Packetizer(Emit emit) : emit_(std::move(emit)) {}
 
-    // Emits every message of seven packets that these bytes complete. Where packets are damaged, it
-    // emits the whole packets in front and skips to the next packet.
+    // Emits every message of seven packets that these bytes complete. When packets are damaged, it
+    // emits the whole packets before them and skips to the next packet.
     void feed(std::span<const std::uint8_t> bytes);
 
-    // Emits the whole packets of an incomplete message. Called when the source pauses, so that
+    // Emits the whole packets of an incomplete message. Call this when the source pauses, so that
     // clients receive them without delay.
     void flush();
 
-    // Like flush(), and skips an incomplete packet. Called at the end of a source.
+    // Does what flush() does, and skips an incomplete packet. Call this at the end of a source.
     void finish();
 
     // Bytes skipped so far because they are not part of a transport stream.

@@ -10,7 +10,7 @@ namespace relay {
 namespace {
 
 constexpr std::uint64_t kMicro = 1000000;
-constexpr std::uint64_t kSpareBuffers = 4096;  // may be added before the status page is served
+constexpr std::uint64_t kSpareBuffers = 4096;  // for those added before the page is served
 
 }  // namespace
 

@@ -124,7 +124,7 @@ void Source::receive_stream(zxcommon::StopRequest& stop, int fd) {
 }
 
 // Returns true if the socket is readable. interrupt() ends the wait through a descriptor of its
-// own: shutdown() of the socket would also close it for the watchdog, which shares it.
+// own. shutdown() of the socket would also shut it down for the watchdog, which shares it.
 bool Source::wait_for_socket() {
     epoll_event room[2];
     const auto events = epoll_.wait(room, kWaitMs);
@@ -133,8 +133,8 @@ bool Source::wait_for_socket() {
 }
 
 // Returns the number of bytes received, 0 at the end of the connection, kTimedOut, or an error code
-// of zxnet_api_epollRecv(). poll() does the waiting: after a wait of its own, zxnet_api_epollRecv()
-// logs a warning for every connection that ends.
+// of zxnet_api_epollRecv(). poll() does the waiting, because zxnet_api_epollRecv() logs a warning
+// for every connection that ends after a wait of its own.
 std::int32_t Source::receive(int fd) {
     pollfd waiting{fd, POLLIN, 0};
     if (poll(&waiting, 1, kWaitMs) <= 0) {

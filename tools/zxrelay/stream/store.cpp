@@ -13,7 +13,7 @@ namespace {
 constexpr char kName[] = "store";
 constexpr std::uint64_t kMicro = 1000000;
 
-// A node holds a quarter of a second. It is closed earlier when it has reached kNodeSize, but not
+// A node holds a quarter of a second. It is closed earlier when it has kNodeSize bytes, but not
 // before kShortestUs. So even a very fast stream makes at most 50 nodes a second.
 constexpr std::uint64_t kLongestUs = 250000;
 constexpr std::uint64_t kShortestUs = 20000;

@@ -21,7 +21,7 @@ public:
     // Adds a message, which consists of whole packets, to the open node.
     void add(std::span<const std::uint8_t> message);
 
-    // Closes the open node if it is due; then readers can see it. Returns true if it did.
+    // Closes the open node if it is due, so that readers can see it. Returns true if it did.
     bool close_node_when_due();
 
     // Milliseconds until the open node is due; negative if it is empty.
