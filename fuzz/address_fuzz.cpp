@@ -1,6 +1,6 @@
-// Reads any text as an address, a mask, a network, a MAC address or the name of a host that has any
-// addresses. Texts end at the guard; outputs have the size that the header asks for, and what is
-// said is compared, too.
+// Reads any text as an address, a mask, a network, a MAC address or the name of a host, which may
+// have any addresses. Texts end at the guard, and outputs have the size that the header asks for.
+// The log lines are compared, too.
 #include <arpa/inet.h>
 #include <netdb.h>
 
@@ -26,8 +26,8 @@ char* chars(std::uint8_t* bytes) {
     return reinterpret_cast<char*>(bytes);
 }
 
-// How a function takes a dotted text apart: what it calls it, how much of it counts, and whether
-// empty fields do.
+// How a function reads a dotted text: its name for the text, how many bytes it reads, and whether
+// empty fields count.
 struct Form {
     const char* name;
     std::size_t size;
@@ -38,7 +38,7 @@ constexpr Form kNetmask{"netmask", 256};
 constexpr Form kOfNetwork{"ipaddr", 256};
 constexpr Form kShared{"ipaddr", 256, true};
 
-// What the header says of dotted texts, the plain way.
+// Reads a dotted text as the header describes it.
 std::optional<std::uint32_t> read_dotted(std::string text, const Form& form,
                                          zx::fuzz::Lines& lines) {
     if (text.size() >= form.size) {
@@ -58,7 +58,7 @@ std::optional<std::uint32_t> read_dotted(std::string text, const Form& form,
         }
     }
     if (count != 4) {
-        // The text is shown up to where it was cut first.
+        // The line shows the text up to the first cut.
         const std::size_t first = form.counts_empty ? 0 : text.find_first_not_of('.');
         lines.say(1, "Error %s(%s),num is %d", form.name,
                   text.substr(0, text.find('.', first)).c_str(), count);
@@ -78,7 +78,7 @@ std::string dotted(std::uint32_t ip) {
     return inet_ntoa({htonl(ip)});
 }
 
-// All of `size` bytes that held a text.
+// All `size` bytes of a buffer for a text.
 std::string all(const char* out, std::size_t size) {
     return {out, size};
 }
@@ -140,7 +140,7 @@ void check_mac(GuardedMemory& out, const char* placed) {
     require(std::memcmp(mac, expected, sizeof mac) == 0, "the MAC address");
     require(zxnet_api_isVaildMac(placed) == (mac[0] % 2 == 0 ? 1 : 0), "a single station");
 
-    // Both append; what they write ends at the guard.
+    // Both functions append. The result ends at the guard.
     std::string short_digits = "x";
     std::string all_digits = "x";
     for (std::size_t i = 0; i < sizeof mac; ++i) {
@@ -175,7 +175,7 @@ void check_mac(GuardedMemory& out, const char* placed) {
     }
 }
 
-// Byte for byte; one whose bits are not in a row from the left counts for nothing.
+// Counts the bits of each byte. A byte whose bits are not contiguous from the left counts as 0.
 std::int32_t bits_of(std::uint32_t mask) {
     constexpr std::uint8_t kRows[] = {0, 128, 192, 224, 240, 248, 252, 254, 255};
     std::int32_t bits = 0;
@@ -195,7 +195,7 @@ void check_network(GuardedMemory& out, const std::string& ip_text, const char* i
     require(zxnet_api_getNetmaskBitNum(mask) == bits_of(netmask.value_or(0)), "the bits of a mask");
     require(zx::fuzz::take_said() == lines.said, "the lines of a mask");
 
-    // The mask is looked at first.
+    // The mask is checked first.
     const auto address = netmask ? read_dotted(ip_text, kOfNetwork, lines) : std::nullopt;
     const std::string network = dotted(address ? *address & *netmask : 0);
     const std::string first = network.substr(0, network.rfind('.') + 1) +
@@ -229,7 +229,7 @@ void check_list(GuardedMemory& out, const std::string& first_text, const char* f
     zx::fuzz::Lines lines{"NETWORK", 0};
     const std::uint32_t ip = read_dotted(first_text, kAddress, lines).value_or(0);
     if (ip >= UINT32_MAX - kCount) {
-        return;  // an end that is never reached
+        return;  // the list would never end
     }
     char* const list = chars(out.fill(kCount * kStride, 0));
     const std::string last = dotted(ip + kCount - 1);
@@ -238,7 +238,7 @@ void check_list(GuardedMemory& out, const std::string& first_text, const char* f
     require(zxnet_api_getIpList(last.c_str(), first, list, kStride) == 0, "no list");
 }
 
-// The addresses that a name has, for getaddrinfo().
+// The addresses of a name, which getaddrinfo() below returns.
 std::vector<sockaddr_in6> g_addresses;
 std::vector<addrinfo> g_list;
 int g_answer = 0;
@@ -248,7 +248,7 @@ std::string printed(const sockaddr_in6& socket) {
     if (socket.sin6_family == AF_INET6) {
         return inet_ntop(AF_INET6, &socket.sin6_addr, text, sizeof text);
     }
-    return inet_ntop(AF_INET, &socket.sin6_flowinfo, text, sizeof text);  // in its place
+    return inet_ntop(AF_INET, &socket.sin6_flowinfo, text, sizeof text);  // for IPv4
 }
 
 void check_socket(GuardedMemory& out, const sockaddr_in6& socket) {
@@ -269,7 +269,7 @@ void check_socket(GuardedMemory& out, const sockaddr_in6& socket) {
     require(zx::fuzz::take_said() == lines.said, "the line of a socket's address");
 }
 
-// A long text runs into the next slot, but none out of the record.
+// A long text continues in the next slot, but never leaves the record.
 void check_host(const std::string& host, const char* placed) {
     static GuardedMemory records(sizeof(domainaddr_ctt));
     zx::fuzz::Lines lines{"NETWORK", zxlog_api_getLoglevel()};
@@ -308,7 +308,7 @@ void check_host(const std::string& host, const char* placed) {
 
 }  // namespace
 
-// In place of the C library's.
+// This takes the place of the C library's function.
 extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char*, const char* service,
                                                           const addrinfo* hints, addrinfo** list) {
     require(std::strcmp(service, "http") == 0 && hints->ai_family == AF_UNSPEC &&
@@ -328,7 +328,7 @@ extern "C" [[gnu::visibility("default")]] void freeaddrinfo(addrinfo* list) {
     require(list == g_list.data(), "the list is given back");
 }
 
-// What seeds would not meet: every octet at every place, and texts that are no whole addresses.
+// Runs what seeds would miss: every octet at every position, and texts that are no whole addresses.
 void zx_fuzz_sweep() {
     static GuardedMemory out(kMaxText);
     zxlog_api_setLoglevel(5);
@@ -376,7 +376,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static GuardedMemory masks(kMaxText);
     static GuardedMemory out(kMaxText);
 
-    // The log level, and two texts with a NUL between them.
+    // The input: the log level, and two texts with a NUL between them.
     Input input({data, std::min<std::size_t>(size, kMaxText / 2)});
     zxlog_api_setLoglevel(input.take<std::uint8_t>() % 6);
     const Bytes both = input.rest();
@@ -388,7 +388,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_list(out, text, placed);
     check_network(out, text, placed, second, masks.text(second));
 
-    // And as many addresses as their first byte says.
+    // The two texts are also read as addresses; their first byte is the number of these.
     Input sockets(both);
     g_addresses.resize(sockets.take<std::uint8_t>());
     g_answer = g_addresses.size() % 16 == 15 ? EAI_NONAME : 0;

@@ -1,5 +1,5 @@
-// Compares a shortcut with the plain algorithm: the same call on the same bytes, once in guarded
-// memory, where an access outside crashes, and once in ordinary memory.
+// Compares a fast implementation with the plain algorithm. The same call runs on the same bytes
+// twice: in guarded memory, where an access outside crashes, and in ordinary memory.
 #pragma once
 
 #include <sanitizer/asan_interface.h>
@@ -13,8 +13,8 @@
 
 namespace zx::fuzz {
 
-// Where the buffers of a call lie in the arena: against the guard page in front, against the one
-// after, or `shift` bytes after the one in front.
+// Where the buffers of a call are in the arena: right after the guard page in front, right before
+// the one at the end, or `shift` bytes after the one in front.
 struct Edge {
     bool is_last = false;
     std::size_t shift = 0;
@@ -103,7 +103,7 @@ private:
     std::vector<std::uint8_t> content_;
 };
 
-// In bytes. Further apart, blocks that are processed together no longer overlap with others.
+// Bytes. The blocks that are processed together do not overlap with others beyond this distance.
 inline constexpr std::ptrdiff_t kFarthest = 300;
 
 }  // namespace zx::fuzz

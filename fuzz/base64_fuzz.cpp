@@ -1,4 +1,5 @@
-// Base64 both ways over any alphabet, beside the plain algorithm: wherever the buffers lie.
+// Encodes and decodes Base64 with any alphabet, against the plain algorithm, with the buffers at
+// any place.
 #include "arena.hpp"
 #include "zxmd.h"
 
@@ -13,7 +14,7 @@ using zx::fuzz::kFarthest;
 using zx::fuzz::kFront;
 using zx::fuzz::Pair;
 
-constexpr std::size_t kMaxSize = 12288;  // more than two pieces of text that are decoded at once
+constexpr std::size_t kMaxSize = 12288;  // more than two of the pieces that are decoded at once
 constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 std::uint32_t plain_encode(const char* alphabet, Bytes bytes, char* out) {
@@ -31,7 +32,7 @@ std::uint32_t plain_encode(const char* alphabet, Bytes bytes, char* out) {
     return static_cast<std::uint32_t>(to - out);
 }
 
-// By linear search; all ones for a stranger.
+// Searches the alphabet. A character outside it has the value of all ones.
 unsigned value_of(const char* alphabet, char c) {
     unsigned value = 0;
     while (value < 64 && alphabet[value] != c) {
@@ -40,7 +41,7 @@ unsigned value_of(const char* alphabet, char c) {
     return value < 64 ? value : 255;
 }
 
-// In groups of four, up to the NUL.
+// Decodes groups of four characters up to the NUL.
 std::uint32_t plain_decode(const char* alphabet, const char* in, std::uint8_t* out) {
     std::uint8_t* to = out;
     for (; in[0] != '\0' && in[1] != '\0'; in += 4) {
@@ -69,7 +70,7 @@ public:
         letters_ = reinterpret_cast<const char*>(memory().put(bytes, kBack));
     }
 
-    // The bytes lie in the arena's content already.
+    // The arena's content has the bytes already.
     void check_encoding(Arena& arena, const Pair& at) const {
         arena.compare(
             at, "bytes as text", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
@@ -80,7 +81,7 @@ public:
             });
     }
 
-    // `out` begins `distance` bytes after the text, or before it.
+    // `out` begins `distance` bytes after the start of the text. The distance may be negative.
     void check_decoding(Arena& arena, const std::string& text, std::ptrdiff_t distance,
                         Edge edge) const {
         const std::size_t room = (std::strlen(text.c_str()) + 3) / 4 * 3;
@@ -94,7 +95,7 @@ public:
                       });
     }
 
-    // Everywhere that is allowed: apart, in place and up to `farthest` bytes in front.
+    // Decodes at every allowed place: apart, in place and up to `farthest` bytes in front.
     void check_decodings(Arena& arena, const std::string& text, std::ptrdiff_t farthest) const {
         const auto size = static_cast<std::ptrdiff_t>(text.size() + 1);
         check_decoding(arena, text, size, kFront);
@@ -144,7 +145,7 @@ void sweep_sizes(Arena& arena, const Codec& codec) {
     }
 }
 
-// One character that is out of place, at every place.
+// Puts one wrong character at every position.
 void sweep_characters(Arena& arena, const Codec& codec) {
     for (const std::size_t size : {97U, 150U}) {
         const std::string text = codec.encoded({arena.content() + 7, size});
@@ -160,12 +161,12 @@ void sweep_characters(Arena& arena, const Codec& codec) {
 
 }  // namespace
 
-// What seeds would not reach.
+// Runs what seeds would miss.
 void zx_fuzz_sweep() {
     Arena arena(4096);
     std::string own(64, '\0');
     for (std::size_t i = 0; i < own.size(); ++i) {
-        own[i] = static_cast<char>(7 * i + 5);  // "=" is one of them
+        own[i] = static_cast<char>(7 * i + 5);  // "=" is one of the letters
     }
     for (const std::string& alphabet : {std::string(kStandard), own}) {
         const Codec codec(alphabet);
@@ -203,7 +204,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Bytes bytes = input.rest();
     const Edge edge = how % 4 < 2 ? kBack : Edge{false, how / 4U};
 
-    // Side by side, the one first or the other.
+    // The buffers are side by side, in either order.
     const std::size_t room = ZXMD_BASE64_SIZE(bytes.size());
     const std::ptrdiff_t sides[] = {static_cast<std::ptrdiff_t>(bytes.size()),
                                     -static_cast<std::ptrdiff_t>(room)};
@@ -211,7 +212,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::copy(bytes.begin(), bytes.end(), arena.content() + at.in.at);
     codec.check_encoding(arena, at);
 
-    // Back, where each letter means one thing; and the bytes read as a text, whatever they are.
+    // Decodes the text again, and decodes the bytes themselves as if they were a text.
     const std::string text = codec.encoded(bytes);
     for (const std::string& source : {text, input.take_text(kMaxSize)}) {
         const auto apart = static_cast<std::ptrdiff_t>(source.size() + 1);

@@ -1,5 +1,5 @@
-// Byte tools of any content, beside their plain algorithms: buffers apart, side by side and one
-// over the other, amounts, values that change.
+// Compares the byte tools with their plain algorithms, for any content: buffers that are apart,
+// side by side or overlapping, amounts, and values that change.
 #include "arena.hpp"
 #include "said.hpp"
 #include "zxt.h"
@@ -57,7 +57,7 @@ void check_offset(Arena& arena, std::ptrdiff_t offset, std::size_t len, Edge edg
                   });
 }
 
-// What would move over the end of any buffer.
+// Moves that would leave any buffer are refused.
 void check_refused() {
     zxlog_api_setLoglevel(1);
     for (const auto& [offset, len] : {std::pair{2, -1}, {INT32_MIN, 4}, {1, INT32_MAX}}) {
@@ -72,7 +72,7 @@ void check_refused() {
     }
 }
 
-// The table of thresholds.
+// An amount by the table of thresholds.
 std::string plain_amount(std::uint64_t value, bool bits) {
     std::uint64_t whole = value;
     std::uint64_t fraction = 0;
@@ -111,7 +111,7 @@ void check_amount(std::uint64_t value) {
     }
 }
 
-// A value that changes, and what its owner keeps.
+// A value that changes, and what the caller keeps about it.
 struct Watched {
     std::int8_t last = 0;
     std::uint8_t counter = 0;
@@ -134,7 +134,7 @@ struct Watched {
 
 }  // namespace
 
-// What seeds would not reach.
+// Runs what seeds would miss.
 void zx_fuzz_sweep() {
     zx::fuzz::log_to_nowhere(0);
     Arena arena(4096);

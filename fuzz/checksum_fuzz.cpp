@@ -1,4 +1,4 @@
-// Internet checksums of any bytes at any alignment and length, a word at a time.
+// Compares Internet checksums with sums of one word at a time, for any bytes, alignment and length.
 #include "arena.hpp"
 #include "zxnet.h"
 
@@ -14,13 +14,13 @@ using zx::fuzz::require;
 
 constexpr std::size_t kMaxSize = 2048;
 
-// The words of a buffer as they lie in memory, the last byte of an odd number as a word.
+// A word of a buffer in the byte order of the memory. The last byte of an odd number is a word.
 std::uint16_t word_at(Bytes bytes, std::size_t at) {
     const unsigned upper = at + 1 < bytes.size() ? bytes[at + 1] : 0;
     return static_cast<std::uint16_t>(upper << 8U | bytes[at]);
 }
 
-// In 32 bits, folded at the end, in host order.
+// Sums in 32 bits, folds at the end, and returns host order.
 std::uint16_t plain_checksum(Bytes bytes) {
     std::uint32_t sum = 0;
     for (std::size_t at = 0; at < bytes.size(); at += 2) {
@@ -31,7 +31,7 @@ std::uint16_t plain_checksum(Bytes bytes) {
     return static_cast<std::uint16_t>((~sum >> 8U & 0xFFU) | (~sum << 8U & 0xFF00U));
 }
 
-// Folded at every word, in the order of memory.
+// Folds after every word, and returns the byte order of the memory.
 std::uint16_t plain_checksum_udp(Bytes bytes) {
     std::uint32_t sum = 0;
     for (std::size_t at = 0; at < bytes.size(); at += 2) {
@@ -49,7 +49,7 @@ struct Packet {
     Bytes data;
 };
 
-// Over a copy of the pseudo-header, the header and the data, one after the other.
+// Sums a copy of the pseudo-header, the header and the data, one after the other.
 std::uint16_t plain_checksum_ptc(const Packet& packet) {
     std::vector<std::uint8_t> all;
     for (const std::uint32_t address : {packet.source, packet.dest}) {
@@ -88,7 +88,7 @@ void check_packet(Arena& arena, const Packet& packet, Edge edge) {
 
 }  // namespace
 
-// What seeds would not reach.
+// Runs what seeds would miss.
 void zx_fuzz_sweep() {
     constexpr std::uint8_t kPublished[] = {0x00, 0x01, 0xF2, 0x03, 0xF4, 0xF5, 0xF6, 0xF7};
     require(plain_checksum(kPublished) == 0x220D, "RFC 1071, section 3");
@@ -111,8 +111,8 @@ void zx_fuzz_sweep() {
             check_packet(arena, packet, data % 4 < 2 ? kBack : Edge{false, data % 64});
         }
     }
-    // Up to the size above which 32 bits overflow, and beyond; and where the 16 bits of a length
-    // do.
+    // Sizes around the one from which on 32 bits overflow, and the largest sizes, whose 16-bit
+    // length overflows.
     Arena large(200000);
     const std::vector<std::uint8_t> many(200000, 0xFF);
     for (const std::size_t size : {65534U, 65536U, 65600U, 131070U, 131074U, 131076U, 199999U}) {

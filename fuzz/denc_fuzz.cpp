@@ -1,5 +1,5 @@
-// Checks, digests and ciphers of any message and key, beside their plain algorithms: wherever the
-// buffers lie, of any size, in any pieces.
+// Compares checks, digests and ciphers with their plain algorithms: any message and key of any
+// size, in any pieces, with the buffers at any place.
 #include <compare>
 #include <tuple>
 
@@ -24,7 +24,7 @@ using zx::plain::Aes;
 
 constexpr std::size_t kMaxSize = 4 * 2048;
 
-std::vector<std::uint32_t> g_sizes;  // of the buffers that live
+std::vector<std::uint32_t> g_sizes;  // sizes of the buffers in use
 
 std::uint32_t u32(std::size_t size) {
     return static_cast<std::uint32_t>(size);
@@ -38,7 +38,8 @@ void check_crcs(const zx::plain::Crcs& expected, const std::uint8_t* at, std::si
     require(zxcrc_api_CRC16(at, u32(size)) == expected.modbus, "CRC-16/MODBUS");
 }
 
-// `out` may lie in the message: the digest is written at the end, of its text 16 zeros before.
+// `out` may overlap the message. The digest is written at the end; for the text, 16 zeros come
+// first.
 void check_md5(Arena& arena, const Pair& at) {
     arena.compare(at, "MD5", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
         zx::plain::Md5Words words;
@@ -74,10 +75,10 @@ auto state_of(const SHA1Context& context) {
                       std::string(context.Message_Block, context.Message_Block + waiting));
 }
 
-// SHA-1 on its way, beside its twin.
+// SHA-1 piece by piece, next to the plain algorithm.
 class Sha1 {
 public:
-    // `room`: bytes until the length overflows; 0: as many as there are.
+    // `room`: bytes until the length overflows; 0: it starts at zero.
     explicit Sha1(std::uint32_t room = 0) {
         std::memset(&real_, 0xA5, sizeof real_);
         SHA1Reset(&real_);
@@ -167,7 +168,7 @@ struct Chain {
     bool operator==(const Chain&) const = default;
 };
 
-// As far as the whole operation, or one of the inner operations goes.
+// Works through the whole message, or as far as one of the inner operations goes.
 void plain_aes(const Aes& aes, const Job& job, std::size_t size, Chain& chain,
                const std::uint8_t* in, std::uint8_t* out) {
     const std::size_t step = job.mode == ZXAES_ECB || job.mode == ZXAES_CBC ? 16 : 1;
@@ -182,7 +183,7 @@ void plain_aes(const Aes& aes, const Job& job, std::size_t size, Chain& chain,
     }
 }
 
-// `aes`: NULL when the key is of no size for it.
+// `aes`: NULL when no AES key has this size.
 void check_aes_whole(Arena& arena, Bytes key, const Aes* aes, const Job& job) {
     const Pair at = arena.place(job.size, job.size, job.distance, job.edge);
     arena.compare(at, "AES", [&](const std::uint8_t* in, std::uint8_t* out, bool plainly) {
@@ -225,7 +226,7 @@ void check_aes_inner(Arena& arena, Bytes key, const Aes& aes, const Job& job) {
     });
 }
 
-// By the operations on single bits.
+// DES with the operations on single bits.
 std::int32_t plain_des(Bytes key, const Job& job, const std::uint8_t* in, std::uint8_t* out) {
     const std::size_t keys = std::min<std::size_t>(key.size() / 8, 3);
     if (keys == 0 || job.size == 0 || job.size % 8 != 0) {
@@ -304,7 +305,7 @@ void sweep_messages() {
     }
 }
 
-// Many blocks, and some bytes of another one.
+// Takes a message of many blocks and some more bytes.
 void sweep_a_large_message() {
     constexpr std::size_t kSize = 100'003;
     Arena arena(kSize + 64);
@@ -318,7 +319,7 @@ void sweep_a_large_message() {
     check_md5(arena, arena.place(kSize, ZXMD5_TEXT_SIZE, kSize, zx::fuzz::kBack));
 }
 
-// Sizes that are no whole blocks, and all that groups of blocks are made of.
+// Sizes with partial blocks, and sizes that use groups of blocks of every size.
 constexpr std::size_t kSizes[] = {1, 8, 16, 24, 31, 48, 72, 100, 128, 143, 160, 272};
 
 void sweep_ciphers() {
@@ -350,8 +351,8 @@ void sweep_ciphers() {
     }
 }
 
-// The rest of what an operation can be given: alignments, buffers side by side, the limit of a
-// call, the place in the keystream.
+// Varies everything else: alignments, buffers side by side, the limit of a call, and the place in
+// the keystream.
 void sweep_cipher_states() {
     Arena arena(8192);
     const Bytes key{arena.content(), 16};
@@ -418,7 +419,7 @@ void check_published() {
     }
     require(des_block(0, 0x4E6F772069732074, 0x0123456789ABCDEF) == 0x3FA40E8A984D4815,
             "FIPS 81, B");
-    // Rivest's chain finds any wrong entry of a table.
+    // The chain of Rivest's test finds any wrong entry of a table.
     std::uint64_t chain = 0x9474B8E8C73BCA7D;
     for (std::uint8_t round = 0; round < 16; ++round) {
         chain = des_block(round % 2, chain, chain);
@@ -454,7 +455,7 @@ void check_bounds() {
     constexpr std::uint8_t kBytes[] = {0xA5, 0};
     zxdes_api_byte2bit(kBytes, bits, 10);
     require(std::memcmp(bits, "\1\0\1\0\0\1\0\1\0\0\xEE\xEE", 12) == 0, "bits");
-    zxdes_api_bit2byte(bits, bytes, 11);  // of 0xEE the lowest bit counts, which is 0
+    zxdes_api_bit2byte(bits, bytes, 11);  // only the lowest bit of 0xEE counts, which is 0
     require(std::memcmp(bytes, "\xA5\0\xEE", 3) == 0, "bytes");
     zxdes_api_rotatel(letters, 5, 5 * 7 + 2);
     zxdes_api_rotatel(letters, 0, 1);
@@ -492,7 +493,8 @@ void check_bounds() {
 
 }  // namespace
 
-// In place of the library's allocator: of a message, no copy is given back.
+// These take the place of the library's allocator. They check that a copy of the message is wiped
+// before it is freed.
 extern "C" void* zxmem_api_malloc(std::uint32_t size, const char* name, const char* file,
                                   std::uint32_t) {
     require(std::strcmp(name, "message") == 0 && std::strcmp(file, "src/denc/zxmd5") == 0,
@@ -508,7 +510,7 @@ extern "C" void zxmem_api_free(void** buffer) {
     std::free(*buffer);
 }
 
-// What seeds would not reach.
+// Runs what seeds would miss.
 void zx_fuzz_sweep() {
     zx::fuzz::log_to_nowhere(0);
     check_published();
@@ -522,7 +524,8 @@ void zx_fuzz_sweep() {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static Arena arena(kMaxSize + 512);
 
-    // How often the message stands there, how, a key, pieces and places, and the message.
+    // The input: how often the message is repeated, what to do with it, a key, pieces and places,
+    // and the message.
     Input input({data, std::min<std::size_t>(size, 2048)});
     const std::size_t times = 1 + input.take_below(4);
     const auto how = input.take<std::uint8_t>();
@@ -533,10 +536,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 0; i < times; ++i) {
         message.insert(message.end(), input.rest().begin(), input.rest().end());
     }
-    // Seldom of a size that no cipher takes.
+    // A few inputs keep a size that no cipher takes.
     message.resize(how >= 240 ? message.size() : message.size() / 16 * 16);
 
-    // The plain ciphers are slow.
+    // The plain ciphers are slow, so the message is cut for them.
     const std::size_t ciphered = std::min<std::size_t>(message.size(), 496 + how / 240U * 7U);
     Job job{
         ciphered, pieces.take<std::int16_t>() % (kFarthest + 1), {}, how % 2 == 0, how / 2U % 4};

@@ -1,5 +1,5 @@
-// Sequences of operations on a block FIFO, beside the plain loop over a ring: results, log lines,
-// the whole record, every byte of the ring and of the caller's buffers.
+// Runs sequences of operations on a block FIFO, against a plain loop over a ring. Compares results,
+// log lines, the whole record, and every byte of the ring and of the caller's buffers.
 #include <vector>
 
 #include "said.hpp"
@@ -16,8 +16,8 @@ using zx::fuzz::require;
 constexpr std::size_t kMaxCapacity = 96;
 constexpr std::size_t kMaxLength = kMaxCapacity + 40;
 
-// The caller's side of a transfer: moves at most `step` bytes a call and fails when `left` are
-// moved. A step of 0 claims more than it was asked for.
+// The caller's side of a transfer. It moves at most `step` bytes in a call, and fails when `left`
+// bytes are moved. With a step of 0 it claims to have moved more than it was asked for.
 struct Transfer {
     std::uint8_t* at;
     std::size_t step;
@@ -37,7 +37,7 @@ struct Transfer {
     }
 };
 
-// The plain algorithm, piece by piece and byte by byte.
+// The plain algorithm. It moves piece by piece and byte by byte.
 struct Ring {
     std::vector<std::uint8_t> bytes;
     std::size_t write = 0;
@@ -67,7 +67,7 @@ struct Ring {
         read = bytes.empty() ? 0 : (read + n) % bytes.size();
         total_out += static_cast<std::uint32_t>(n);
     }
-    // `memory` holds the caller's bytes, or is the ring itself from `at` on.
+    // `memory` holds the caller's bytes. It may also be the ring itself, from `at` on.
     std::int32_t move(bool in, std::vector<std::uint8_t>& memory, std::size_t at,
                       std::int32_t length, Transfer* transfer) {
         std::int32_t remaining = length;
@@ -189,7 +189,7 @@ public:
     }
 
 private:
-    // The caller's bytes end at a page that cannot be read.
+    // The caller's bytes end at an inaccessible page.
     static std::uint8_t* placed(const std::vector<std::uint8_t>& bytes) {
         static GuardedMemory memory(kMaxLength);
         return memory.copy(bytes);
@@ -244,7 +244,7 @@ private:
                     ring_.move(true, payload, 0, length, nullptr),
                 "a message is stored");
     }
-    // Whatever comes next counts as a length.
+    // The next four bytes count as the length, although they may be anything.
     void message_out(std::size_t room) {
         std::vector<std::uint8_t> prefix(ZXFIFO_PREFIX_SIZE);
         std::vector<std::uint8_t> payload(room);
@@ -271,7 +271,7 @@ private:
         require(std::equal(payload.begin(), payload.end(), dest), "the message");
     }
 
-    // From one place of the ring to another, which may overlap.
+    // Moves from one place of the ring to another; these may overlap.
     void within(bool in, std::size_t size, std::size_t at) {
         at = std::min(at, ring_.bytes.size());
         const auto length = static_cast<std::int32_t>(std::min(size, ring_.bytes.size() - at));
@@ -285,7 +285,7 @@ private:
                 "counted");
         in ? ring_.drain_in(size) : ring_.drain_out(size);
     }
-    // As after many bytes more.
+    // Makes the totals look as if many more bytes had been moved.
     void shift(std::uint32_t by) {
         fifo_->total_in = ring_.total_in += by;
         fifo_->total_out = ring_.total_out += by;
@@ -315,7 +315,7 @@ private:
 
 }  // namespace
 
-// What is no FIFO and no node.
+// Gives back a FIFO and a node that do not exist.
 void zx_fuzz_sweep() {
     zxlog_api_setLoglevel(4);
     zx::fuzz::Lines lines{"FIFO_STRU", 4};

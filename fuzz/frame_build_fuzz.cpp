@@ -1,6 +1,6 @@
-// Builds frames from any record and any request into buffers of the size that the header asks for,
-// and completes what is to be valid on the wire. Frames, byte for byte, records and log lines are
-// compared with those of plain models.
+// Builds frames from any record and any request, into buffers of the size that the header asks for.
+// Then completes the frames that must be valid on the wire. Every byte of the frames, the records
+// and the log lines are compared with those of plain models.
 #include <array>
 #include <random>
 #include <string>
@@ -31,7 +31,7 @@ bool is_untouched(const std::uint8_t* frame, std::size_t size) {
     return std::all_of(frame, frame + size, [](std::uint8_t byte) { return byte == kUntouched; });
 }
 
-// RFC 1071, a word at a time: 0 for bytes that hold their right checksum.
+// RFC 1071, a word at a time. The result is 0 for bytes that include their correct checksum.
 std::uint16_t checksum(const std::uint8_t* at, std::size_t size, std::uint32_t sum = 0) {
     for (std::size_t i = 0; i < size; ++i) {
         sum += i % 2 == 0 ? static_cast<std::uint32_t>(at[i]) << 8U : at[i];
@@ -42,7 +42,7 @@ std::uint16_t checksum(const std::uint8_t* at, std::size_t size, std::uint32_t s
     return static_cast<std::uint16_t>(~sum);
 }
 
-// A frame of IPv4 with TCP or UDP that any receiver takes.
+// Checks a frame of IPv4 with TCP or UDP as any receiver would.
 void require_valid(const std::uint8_t* frame, std::size_t size) {
     const std::uint8_t* const ip = frame + kIpv4At;
     const std::size_t ip_size = 4U * (ip[0] & 15U);
@@ -69,7 +69,7 @@ public:
         text_.shrink_to_fit();
     }
     [[nodiscard]] const char* get() const { return is_null_ ? nullptr : text_.c_str(); }
-    // Into a field, which it may fill without an end.
+    // Writes the text into a field. With `fills` the field has no NUL.
     template <std::size_t kSize>
     void put(char (&field)[kSize], bool fills = false) const {
         std::memset(field, fills ? 'x' : 0, sizeof field);
@@ -81,7 +81,7 @@ private:
     bool is_null_;
 };
 
-// Everything that a builder takes, from one input.
+// Everything that a builder gets, taken from one input.
 struct Job {
     Job(ether_ctt& to, const ether_ctt& old, Input& input, Bytes payload)
         : record(to),
@@ -95,13 +95,13 @@ struct Job {
           dest_ip(control) {}
 
     ether_ctt& record;
-    const ether_ctt& before;  // as the record was
+    const ether_ctt& before;  // the record before the call
     Input& control;
     Bytes frame;
     std::uint8_t variant;
     Text dest_mac, source_mac, source_ip, dest_ip;
 
-    // The first text that is missing, or NULL; IGMP has another name for the last one.
+    // The name of the first missing text, or NULL. IGMP has another name for the last one.
     [[nodiscard]] const char* missing(const char* last = "dest_ip") const {
         return dest_mac.get() == nullptr     ? "str_dest_mac"
                : source_mac.get() == nullptr ? "str_source_mac"
@@ -111,7 +111,7 @@ struct Job {
     }
 };
 
-// The only line so far, and nothing written.
+// Checks that this is the only log line so far, and that nothing was written to `out`.
 [[gnu::format(printf, 3, 4)]] void require_refused(const std::uint8_t* out, std::size_t size,
                                                    const char* fmt, ...) {
     zx::fuzz::Lines lines{"NETFRAME", zxlog_api_getLoglevel()};
@@ -123,12 +123,12 @@ struct Job {
 }
 
 struct Options {
-    std::string bytes;        // of the options of a request
-    std::size_t claimed = 0;  // how many the header length makes of them
+    std::string bytes;        // the options of a request
+    std::size_t claimed = 0;  // bytes of options by the header length
     [[nodiscard]] std::size_t room() const { return std::max(bytes.size(), claimed); }
 };
 
-// A frame, byte for byte.
+// The expected frame, put together byte by byte.
 class Plain {
 public:
     void u8(std::uint32_t value) { bytes_ += static_cast<char>(value & 0xFFU); }
@@ -143,7 +143,7 @@ public:
     void raw(const void* bytes, std::size_t size) {
         bytes_.append(static_cast<const char*>(bytes), size);
     }
-    // Texts as the C library reads them.
+    // Texts are read with the functions of the C library.
     void mac(const char* at) {
         for (int i = 0; i < ZXFRAME_MAC_SIZE; ++i) {
             char* end = nullptr;
@@ -161,7 +161,7 @@ public:
     }
     [[nodiscard]] std::size_t size() const { return bytes_.size(); }
 
-    // All after it must be untouched.
+    // All bytes after the frame must be untouched.
     void require_is(const std::uint8_t* out, std::size_t size, const char* what) const {
         require(std::memcmp(out, bytes_.data(), bytes_.size()) == 0, what);
         require(is_untouched(out + bytes_.size(), size - bytes_.size()), "nothing after it");
@@ -179,7 +179,7 @@ Plain ethernet(const Job& job, std::uint32_t type) {
     return plain;
 }
 
-// A header of a protocol that is not supported has no length.
+// The header of an unsupported protocol has the length 0.
 void add_ipv4(Plain& plain, const Job& job, unsigned protocol, std::uint32_t counted) {
     const ipv4_view& ip = job.before.ipv4;
     const bool is_known = protocol == 6 || protocol == 17 || protocol == 2;
@@ -202,7 +202,8 @@ void add_ipv4(Plain& plain, const Job& job, unsigned protocol, std::uint32_t cou
     plain.put16(begin + 10, checksum(plain.at(begin), std::size_t{4} * words));
 }
 
-// A record that decoding its frame once more does not change. Gives what that says.
+// Checks that decoding the frame again does not change the record. Returns the lines that decoding
+// logs.
 using Steps = void (*)(zx::fuzz::FrameModel&, const std::uint8_t*);
 std::string require_decoded(
     const ether_ctt& record, const std::uint8_t* frame, std::size_t size,
@@ -213,7 +214,7 @@ std::string require_decoded(
     static GuardedMemory wires(ZXFRAME_READABLE);
     auto& again = records.record<ether_ctt>(0);
     std::memcpy(&again, &record, sizeof again);
-    again.tcp.option_count = ZXFRAME_TCP_OPTIONS;  // what was built is not appended
+    again.tcp.option_count = ZXFRAME_TCP_OPTIONS;  // full, so the frame's options are not appended
     zx::fuzz::FrameModel model(again, zxlog_api_getLoglevel());
     steps(model,
           wires.copy({frame, std::min<std::size_t>(size, ZXFRAME_READABLE)}, ZXFRAME_READABLE));
@@ -222,7 +223,7 @@ std::string require_decoded(
     return model.said();
 }
 
-// With the pseudo-header in front, as the header describes it.
+// Sums the pseudo-header first, as the header file describes it.
 std::uint16_t tcp_sum(const ether_ctt& record, const std::uint8_t* tcp) {
     const ipv4_view& ip = record.ipv4;
     const std::size_t size = std::min<std::size_t>(record.data_len, ZXFRAME_DATA_SIZE);
@@ -237,7 +238,7 @@ std::uint16_t tcp_sum(const ether_ctt& record, const std::uint8_t* tcp) {
     return checksum(all.at(0), all.size());
 }
 
-// The byte after an odd payload is summed, too.
+// The byte after an odd payload counts, too.
 std::uint16_t udp_sum(const ether_ctt& record) {
     const ipv4_view& ip = record.ipv4;
     const udp_view& udp = record.udp;
@@ -259,7 +260,8 @@ void require_checksums(const ether_ctt& record, const std::uint8_t* tcp) {
     require(zxframe_api_udpChecksum(&record, tcp) == udp_sum(record), "the UDP checksum");
 }
 
-// A header, its options, and up to what it claims to have the bytes that were there.
+// Adds a header and its options. When the header length claims more bytes of options, those that
+// were in the buffer follow.
 void add_tcp(Plain& plain, const Job& job, const zxbuildtcp_ctt& request, const Options& options) {
     constexpr std::uint32_t kFlags[] = {ZXFRAME_TCP_FIN, ZXFRAME_TCP_SYN, ZXFRAME_TCP_RST,
                                         ZXFRAME_TCP_PSH, ZXFRAME_TCP_ACK, ZXFRAME_TCP_URG};
@@ -286,7 +288,7 @@ void add_tcp(Plain& plain, const Job& job, const zxbuildtcp_ctt& request, const 
     plain.put16(begin + 16, tcp_sum(summed, plain.at(begin)));
 }
 
-// Options of the decoded frame, or any.
+// Takes the options from the decoded frame, or any options from the input.
 Options set_options(const Job& job, zxbuildtcp_ctt& request) {
     Input from(job.frame);
     request.option_count = job.control.take<std::uint8_t>();
@@ -329,16 +331,16 @@ zxbuildtcp_ctt& tcp_request(Job& job) {
     return request;
 }
 
-// Completes a frame of which the headers stand in `headers`, with a payload elsewhere or near its
-// place. `is_whole`: it is one of TCP, with whole headers.
+// Completes a frame that has `headers` and a payload, which is elsewhere or near its place.
+// `is_whole`: it is a TCP frame with complete headers.
 void finish(const Job& job, Bytes headers, bool is_whole) {
-    // Any size, one around the largest that fits, or a usual one.
+    // Any size, a size around the largest that fits, or a usual size.
     const auto most = static_cast<std::uint32_t>(65535 - (headers.size() - kIpv4At));
     const std::uint32_t size = job.variant % 16 == 0 ? job.control.take<std::uint32_t>()
                                : job.variant % 16 == 8
                                    ? most - 2 + job.control.take<std::uint8_t>() % 4U
                                    : job.control.take<std::uint16_t>() % 2048U;
-    const std::size_t room = size <= 65535 ? size : 0;  // more fits into no packet
+    const std::size_t room = size <= 65535 ? size : 0;  // no packet takes more
     const std::size_t shift = job.control.take_below(16);
     static GuardedMemory payloads(kRoom);
     const Bytes sent = job.frame.first(std::min(job.frame.size(), room));
@@ -404,7 +406,7 @@ void build_tcp(Job& job) {
     }
 }
 
-// Any frame of the input, with as many bytes as its header lengths tell.
+// Completes any frame of the input. Its header lengths tell how many bytes are there.
 void finish_any(Job& job) {
     std::uint8_t headers[kIpv4At + 60 + 60]{};
     std::copy_n(job.frame.begin(), std::min(job.frame.size(), sizeof headers), headers);
@@ -422,7 +424,7 @@ void finish_any(Job& job) {
 void build_udp(Job& job) {
     static GuardedMemory memory(sizeof(ether_pkt));
     auto& request = memory.record<ether_pkt>(0);
-    // By the bits of a byte, texts without an end.
+    // Each bit of a byte makes one text endless.
     const unsigned endless = job.variant % 8 == 7 ? job.control.take<std::uint8_t>() : 0;
     job.dest_mac.put(request.str_dest_mac, (endless & 1U) != 0);
     job.source_mac.put(request.str_source_mac, (endless & 2U) != 0);
@@ -440,7 +442,7 @@ void build_udp(Job& job) {
             return require_refused(out, 42, "Param error####%s", kNames[i]);
         }
     }
-    // What a TCP frame left in the record counts in the length.
+    // The length counts the header length that a TCP frame left in the record.
     require(length == static_cast<std::int32_t>(42U + 4U * job.before.tcp.doff + payload),
             "the length of a datagram");
     Plain plain;
@@ -472,7 +474,7 @@ void build_arp(Job& job) {
     plain.mac(job.source_mac.get());
     plain.u16(0x0806);
     plain.u32(0x00010800);  // Ethernet and IPv4
-    plain.u32(0x06040001);  // the sizes of their addresses, a request
+    plain.u32(0x06040001);  // the sizes of the addresses, a request
     plain.mac(job.source_mac.get());
     plain.ip(job.source_ip.get());
     plain.mac("ff:ff:ff:ff:ff:ff");
@@ -481,7 +483,7 @@ void build_arp(Job& job) {
     require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
 }
 
-// What goes out after a decoded segment: an answer, or more data.
+// Checks what is sent after a decoded segment: an answer, or more data.
 void require_segment(const Job& job, const std::uint8_t* out, bool is_answer) {
     const ether_ctt& old = job.before;
     Plain plain;
@@ -513,7 +515,8 @@ void require_segment(const Job& job, const std::uint8_t* out, bool is_answer) {
     plain.u32(0);
     plain.put16(kTcpAt + 16, tcp_sum(job.record, plain.at(kTcpAt)));
     plain.require_is(out, 54, "a segment");
-    // The record has the addresses in host order now, and the texts of the frame that it was.
+    // The record has its addresses in host order now. Its texts are still those of the decoded
+    // frame.
     const ipv4_view& ip = job.record.ipv4;
     require(ip.saddr == ntohl(is_answer ? old.ipv4.daddr : old.ipv4.saddr) &&
                 ip.daddr == ntohl(is_answer ? old.ipv4.saddr : old.ipv4.daddr) &&
@@ -544,7 +547,7 @@ void build_data(Job& job) {
     }
 }
 
-// The type of a message and that of its record, by version and action.
+// The type of a message, and below the type of its group record, by version and action.
 std::uint32_t igmp_type(const igmp_req& request) {
     constexpr std::uint32_t kTypes[][2] = {{0, 0}, {0x12, 0}, {0x16, 0x17}, {0x22, 0x22}, {0, 0}};
     return request.action == ZXFRAME_IGMP_QUERY ? 0x11
@@ -559,7 +562,7 @@ std::uint32_t igmp_record_type(const igmp_req& request) {
                                                   : 0;
 }
 
-// Returns its lines, too.
+// Adds the message, and returns its log lines.
 std::string add_igmp(Plain& plain, const Job& job, const igmp_req& request) {
     static ether_ctt unused;
     unused.print_flag = job.record.print_flag;
@@ -647,7 +650,8 @@ void build_igmp(Job& job) {
                               : require_refused(out, size, "Param error####sources");
     }
     Plain plain = ethernet(job, 0x0800);
-    // By the version alone: neither the sources nor the short form of a query count.
+    // The announced length depends on the version alone. Sources do not count, nor does it matter
+    // that a query is short.
     add_ipv4(plain, job, 2, request.version == 3 ? 16 : 8);
     const std::string lines = add_igmp(plain, job, request);
     plain.require_is(out, size, "an IGMP message");
@@ -667,7 +671,7 @@ void build_igmp(Job& job) {
         "the lines of an IGMP message");
 }
 
-// The parts of the builders, each with the room that it asks for.
+// Calls the parts of the builders, each with the room that it asks for.
 void build_parts(Job& job) {
     ether_ctt& record = job.record;
     const auto put = [](std::size_t size) { return frames().fill(size, kUntouched); };
@@ -706,7 +710,7 @@ void build_parts(Job& job) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-// Requests that no seed has: thousands for each builder, after a segment or after noise.
+// Runs requests that no seed has: thousands for each builder, after a segment or after noise.
 void zx_fuzz_sweep() {
     std::minstd_rand engine;
     std::vector<std::uint8_t> input(zx::fuzz::kControlSize + 200);
@@ -714,7 +718,7 @@ void zx_fuzz_sweep() {
         for (std::uint8_t& byte : input) {
             byte = static_cast<std::uint8_t>(engine() >> 8U);
         }
-        input[0] = 5;  // all is said
+        input[0] = 5;  // the level that logs everything
         input[1] = static_cast<std::uint8_t>(turn % 8);
         if (turn / 8 % 4 != 0) {
             std::uint8_t* const frame = &input[zx::fuzz::kControlSize];

@@ -1,6 +1,6 @@
-// Decodes, dumps and filters any bytes as a frame. No more of them can be read than the contract
-// asks for, and nothing can be written after the record. The record, to its last byte, and the log,
-// to its last line, are compared with those of a plain model.
+// Decodes, dumps and filters any bytes as a frame. Reading more bytes than the contract asks for
+// crashes, and so does writing after the record. The whole record and the whole log are compared
+// with those of a plain model.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 
@@ -19,10 +19,10 @@ using zx::fuzz::Input;
 using zx::fuzz::ip_text;
 using zx::fuzz::require;
 
-// What the next searches answer; below 0: what the logging library's do.
+// The answer of the next searches. Below 0: the logging library answers.
 int g_matches = -1;
 
-// Decodes into two records that are the same.
+// Decodes with the library into one record and with the model into another, equal one.
 void check_decode(ether_ctt& record, ether_ctt& expected, const std::uint8_t* wire,
                   std::uint32_t level) {
     zxlog_api_setLoglevel(level);
@@ -34,7 +34,7 @@ void check_decode(ether_ctt& record, ether_ctt& expected, const std::uint8_t* wi
     require(zx::fuzz::take_said() == model.said(), "the lines");
 }
 
-// All that has a name or none, once.
+// Decodes, once, every number that has a name, and numbers that have none.
 bool check_names() {
     static ether_ctt record;
     static ether_ctt expected;
@@ -119,7 +119,8 @@ void check_predicates(const ether_ctt& record, const std::string& stranger) {
     }
 }
 
-// What the C library makes of no address is one, too.
+// For a text that is no address, inet_addr() gives the broadcast address. Such a text must not
+// match it.
 bool check_broadcast() {
     static ether_ctt record;
     record.ether_type = 0x0800;
@@ -132,7 +133,7 @@ bool check_broadcast() {
     return true;
 }
 
-// One of the texts that a filter compares, none, or one that the input brings.
+// A text that a filter compares: a variant of the frame's own, none, or one from the input.
 class Wanted {
 public:
     Wanted(Input& control, const std::string& own) {
@@ -151,7 +152,7 @@ public:
     [[nodiscard]] bool names(const std::string& own) const {
         return g_matches >= 0 ? g_matches != 0 : !is_gone && text_.find(own) != std::string::npos;
     }
-    inline static bool is_gone = false;  // all texts were, after the filter was computed
+    inline static bool is_gone = false;  // all texts were taken away after the filter was computed
 
 private:
     std::string text_;
@@ -171,7 +172,7 @@ std::int32_t wanted_port(Input& control, const ether_ctt& record) {
     }
 }
 
-// The texts of one frame and the conditions on them.
+// The texts of a frame, and the conditions of a filter on them.
 struct Conditions {
     Conditions(Input& control, const ether_ctt& record)
         : source_mac(record.str_source_mac),
@@ -207,7 +208,7 @@ struct Conditions {
                std::any_of(ports.begin(), ports.end(), [](std::int32_t port) { return port > 0; });
     }
 
-    // What is computed from a filter.
+    // The flags that the library computes from a filter.
     [[nodiscard]] std::array<std::uint8_t, 13> flags() const {
         const auto of = [](bool is_set) { return static_cast<std::uint8_t>(is_set ? 1 : 0); };
         const bool has_protocol = protocol == 1 || protocol == 2;
@@ -240,7 +241,7 @@ struct Conditions {
             (protocol == 2 && number != 17) || !either(ips, source_ip, dest_ip)) {
             return false;
         }
-        const bool has_ports = number == 6 || number == 17;  // at the same place in the record
+        const bool has_ports = number == 6 || number == 17;  // TCP and UDP ports share their place
         const std::int32_t source = has_ports ? record.tcp.source : -1;
         const std::int32_t dest = has_ports ? record.tcp.dest : -1;
         if (ports[0] > 0) {
@@ -271,7 +272,7 @@ private:
     }
 };
 
-// A part of the decoder, for which its own number of bytes is enough.
+// Calls a part of the decoder with the number of bytes that it needs.
 void check_layer(std::uint8_t which, ether_ctt& record, ether_ctt& expected, Bytes frame) {
     using Parse = void (*)(ether_ctt*, const std::uint8_t*);
     using Model = zx::fuzz::FrameModel;
@@ -311,7 +312,7 @@ void check_layer(std::uint8_t which, ether_ctt& record, ether_ctt& expected, Byt
     require(zx::fuzz::take_said() == model.said(), "the lines of a layer");
 }
 
-// A line stands for the call in the function that it names, whatever helper wrote it.
+// A log line names a function and the line of the call in it, even if a helper wrote the line.
 bool check_places() {
     static ether_ctt record;
     std::uint8_t arp[ZXFRAME_READABLE]{};
@@ -344,7 +345,7 @@ bool check_places() {
 
 }  // namespace
 
-// In front of the logging library's, whose rule decides what a filter names.
+// This comes before the logging library's function, which decides what a filter matches.
 extern "C" std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part,
                                                 std::int32_t max, std::int32_t match_case) {
     static const auto kReal = reinterpret_cast<decltype(&zxlog_api_strCasestrNum)>(
@@ -380,7 +381,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_decode(record, expected, wire, level);
     check_predicates(record, control.take_text(8));
 
-    // Once more, through a filter, from a frame that ends where the contract does.
+    // Decodes again through a filter, from a frame that ends where the contract ends.
     const Conditions conditions(control, record);
     auto& filter = filters.record<frame_filter_ctt>(fill);
     filter.frame.print_flag = print_flag;
@@ -395,7 +396,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     require(std::memcmp(&filter.initialized, conditions.flags().data(), 13) == 0, "the flags");
 
-    // What was computed is remembered, and each match is a question to the logging library.
+    // The library remembers the flags, and asks the logging library for each match.
     filter.mac = filter.source_mac = filter.dest_mac = filter.protocol = nullptr;
     filter.ip = filter.source_ip = filter.dest_ip = nullptr;
     Wanted::is_gone = true;

@@ -1,5 +1,5 @@
-// A model of the decoder, written from its header: what it writes to each field of a record, and
-// what it logs.
+// A model of the decoder, written from the header file: what it writes to each field of a record,
+// and what it logs.
 #pragma once
 
 #include <arpa/inet.h>
@@ -135,7 +135,7 @@ public:
 
     [[nodiscard]] const std::string& said() const { return lines_.said; }
 
-    // The layers alone.
+    // The single layers.
     void packet(const std::uint8_t* at) {
         ipv4(at);
         const std::uint8_t* const transport = at + 4U * (at[0] & 15U);

@@ -1,6 +1,6 @@
-// Sequences of operations on list pools and shared lists, against std::deques. The clock is the
-// input's: it stands, goes on, and for a moment goes back. Nodes are taken out and changed as a
-// program may.
+// Runs sequences of operations on list pools and shared lists, against std::deque. The input
+// controls the clock: it stands still, goes on, or goes back for a moment. Nodes are taken out and
+// changed, as a program may do.
 #include <array>
 #include <deque>
 
@@ -20,7 +20,7 @@ bool is_blank(const std::uint8_t* data, std::size_t size) {
     return std::all_of(data, data + size, [](std::uint8_t byte) { return byte == 0; });
 }
 
-// A queue, and the nodes that should be in it.
+// A queue, and the nodes that it should have.
 struct Queue {
     zxfifolist_ctt* head = nullptr;
     std::deque<zxfifolist_ctt*> nodes;
@@ -131,7 +131,7 @@ public:
                 "the end of a list");
     }
 
-    // A node that becomes so old, and whether it is kept.
+    // Makes a node `by` microseconds old, and checks whether the list keeps it.
     void age(std::uint64_t by) {
         in(8);
         require(list_.newest == g_now, "when the newest node came");
@@ -157,7 +157,7 @@ private:
             drop();
         }
     }
-    // What a program may do while it holds the list's lock.
+    // A program may do this while it holds the list's lock.
     void take_out(std::size_t which) {
         if (nodes_.empty()) {
             return;
@@ -183,8 +183,7 @@ private:
         node.at->time = node.time;
         zxlock_api_release(&list_.lock, __func__, __LINE__);
     }
-    // A node that looks as if it came from the future is old, too. In 32 bits with a sign, long
-    // times overflow.
+    // A node from the future counts as old, too. Long times overflow 32 bits with a sign.
     void drop() {
         const auto keep = static_cast<std::uint64_t>(
             static_cast<std::int32_t>(list_.keep_seconds * std::uint32_t{kSecond}));
@@ -213,12 +212,12 @@ private:
 
 }  // namespace
 
-// In front of the logging library's, on which the library's clock stands.
+// This comes before the logging library's function, from which the library takes the time.
 extern "C" std::uint64_t zxlog_api_us(void) {
     return g_now;
 }
 
-// Times that are longer than seeds have patience.
+// Runs longer times than seeds would reach.
 void zx_fuzz_sweep() {
     for (const std::uint32_t seconds : {2147U, 2148U, 4294U, 4295U, 8590U}) {
         for (const std::uint64_t age :

@@ -1,6 +1,6 @@
-// Writes log lines with any format and any texts to a file in memory, reads them back, and compares
-// them with the formatting of the C library and a plain escape of control characters. Also runs the
-// parts that make a line in memory between inaccessible pages.
+// Writes log lines with any format and any texts to a file in memory, and reads them back. They
+// must be what the C library formats, with the control characters escaped in a plain way. Also runs
+// the parts that make a line in memory between inaccessible pages.
 #include <sys/stat.h>
 
 #include <cstdarg>
@@ -16,7 +16,7 @@ using zx::fuzz::Bytes;
 using zx::fuzz::Input;
 using zx::fuzz::require;
 
-// Returns the size of the character that begins at `at`. To check it, this encodes its code point
+// Returns the size of the character at `at`. To check the character, this encodes its code point
 // again.
 std::size_t character_at(const std::string& text, std::size_t at) {
     for (std::size_t size = 2; size <= 4 && at + size <= text.size(); ++size) {
@@ -162,7 +162,7 @@ void check_plain(bool is_plain, const std::string& format, Args... args) {
     }
 }
 
-// Input and output have exactly the needed size and lie at either end of a page.
+// Input and output have exactly the needed size, and are at either end of a page.
 void check_escape(const std::string& text) {
     static Page in;
     static Page out;
@@ -201,7 +201,8 @@ private:
     int fd_;
 };
 
-// "%", flags, a width, a precision and the letters: everything that C allows, most of it rarely.
+// Makes a conversion: "%", flags, a width, a precision and the letters. It is anything that C
+// allows; most of it is rare.
 std::string conversion(Input& control, const char* const (&letters)[8]) {
     const std::size_t form = control.take_below(64);
     std::string text = "%";

@@ -1,5 +1,5 @@
-// Sequences of operations on the tracked allocator, against a list of what it should know. What it
-// knows is read from the table that it makes for a status page, and from its log.
+// Runs sequences of operations on the tracked allocator, against a list of what it should know.
+// What it does know is read from its table for a status page, and from its log.
 #include <cinttypes>
 #include <ctime>
 #include <vector>
@@ -15,7 +15,7 @@ using zx::fuzz::Input;
 using zx::fuzz::require;
 
 constexpr std::size_t kMaxSteps = 64;
-constexpr std::size_t kMaxMany = 600;  // nodes; the index grows some times on the way
+constexpr std::size_t kMaxMany = 600;  // nodes: the index grows a few times
 constexpr const char* kFiles[] = {"a.c", "", "folder/a_longer_name.cpp"};
 
 std::time_t g_now = 1700000000;
@@ -69,7 +69,7 @@ public:
     Model(const Model&) = delete;
     Model& operator=(const Model&) = delete;
 
-    // The allocator is one for the process: the next input finds it as this one did.
+    // There is one allocator in the process. It must be empty again for the next input.
     ~Model() {
         while (!buffers_.empty()) {
             release(0);
@@ -154,7 +154,7 @@ private:
                           static_cast<std::int32_t>(line), g_now});
     }
 
-    // Without its lock, tracking is missed by every call.
+    // Every call warns when tracking is on without its lock.
     [[nodiscard]] bool is_tracking() {
         if (is_on_ && !is_ready_) {
             lines_.say(2, "Must init  zxmem_zxlock_ctt  first");
@@ -162,8 +162,8 @@ private:
         return is_on_ && is_ready_;
     }
 
-    // Nodes at regular distances, which the index would like to see in one chain, and then some of
-    // them gone: the list knows addresses, not memory.
+    // Adds nodes at regular distances, which could all get into one chain of the index, and then
+    // removes some. No memory is needed, because the list only knows addresses.
     void add_many(Input& input) {
         constexpr std::uintptr_t kSteps[] = {0, 1, 16, 4096, 1U << 20U, std::uintptr_t{1} << 32U};
         const std::uintptr_t step = kSteps[input.take_below(std::size(kSteps))];
@@ -202,7 +202,7 @@ private:
         const std::string name(input.take_below(140), static_cast<char>('a' + nodes_.size() % 26));
         const char* const file = kFiles[input.take_below(std::size(kFiles))];
         const auto line = input.take<std::uint32_t>();
-        // No name is one, too.
+        // A missing name is allowed, too.
         const char* const given = name.empty() ? nullptr : name.c_str();
         auto* const at = static_cast<std::uint8_t*>(take(size, given, file, line));
         require(at != nullptr && (size == 0 || *at == 0) &&
@@ -256,7 +256,7 @@ private:
         return page + heading("Toal memory leak:" + amount(total) + " MB") + "</tbody></table>";
     }
 
-    // The number counts what is written, to the echo, too.
+    // The number counts log lines, and the echo is another line.
     void list() {
         std::uint64_t total = 0;
         int number = 1;
@@ -279,7 +279,7 @@ private:
 
 }  // namespace
 
-// In place of the C library's.
+// This takes the place of the C library's function.
 extern "C" [[gnu::visibility("default")]] std::time_t time(std::time_t*) noexcept {
     return g_now;
 }

@@ -29,7 +29,7 @@ struct Model {
             return;
         }
         flush();
-        if (held.size() == kMessageSize) {  // it does not begin with a packet
+        if (held.size() == kMessageSize) {  // there is no packet at the start
             std::size_t start = 1;
             while (!is_in_step(start)) {
                 ++start;

@@ -23,7 +23,7 @@ inline void append(std::string& to, const char* fmt, std::va_list args) {
     to += text;
 }
 
-// The lines that a module is expected to log at a log level.
+// The lines that a module should log at a log level.
 struct Lines {
     const char* tag;
     std::uint32_t level;

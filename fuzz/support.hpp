@@ -27,7 +27,7 @@ inline void require(bool holds, const char* what) {
     }
 }
 
-// Log lines are still formatted, but written to /dev/null.
+// Log lines are still formatted, but go to /dev/null.
 inline void log_to_nowhere(std::uint32_t level) {
     static const std::int32_t set = zxlog_api_setFile("/dev/null");
     require(set == 0, "there is a null device");
@@ -123,7 +123,7 @@ public:
         return {taken.begin(), std::find(taken.begin(), taken.end(), std::uint8_t{0})};
     }
 
-    // Takes at most `size` bytes up to the next NUL, and one byte more, which is the NUL if it was
+    // Takes at most `size` bytes up to the next NUL, and then one byte more: the NUL, if it was
     // reached.
     [[nodiscard]] std::string take_line(std::size_t size) {
         const auto end = std::find(bytes_.begin(), bytes_.end(), std::uint8_t{0});
@@ -145,7 +145,8 @@ inline std::string cut(const std::string& text, std::size_t size) {
     return text.substr(0, size - 1);
 }
 
-// The inputs of the frame targets begin with this many bytes that say what to do; a frame follows.
+// The inputs of the frame targets begin with this many bytes, which say what to do. A frame
+// follows.
 inline constexpr std::size_t kControlSize = 96;
 
 }  // namespace zx::fuzz

@@ -42,7 +42,8 @@ void check_bounded(GuardedMemory& out, const std::string& a, const std::string& 
     require(text == (has_room ? cut(a + b + "=7", size) : a), "both, printed");
 }
 
-// A tokeniser: what it skips, where it stops, whether the piece keeps the character that stopped.
+// A tokeniser: what it skips, where it stops, and whether the piece keeps the character at which it
+// stopped.
 struct Tokeniser {
     char** (*take)(char*, std::int32_t, char**);
     const char* skips;
@@ -74,7 +75,7 @@ void check_tokeniser(GuardedMemory& out, const Tokeniser& tokeniser, const std::
         require(tokeniser.take(buf, size, &cursor) == &cursor, "the cursor is returned");
         require(cursor == placed + end, "where a piece ends");
         require(room == 0 || buf == cut(piece, room), "a piece");
-        at = end > at ? end : end + 1;  // over what stops without moving
+        at = end > at ? end : end + 1;  // past a stop that it does not move over
         cursor = placed + at;
     }
 }
@@ -88,7 +89,7 @@ std::size_t count_of(const std::string& text, const std::string& part) {
     return count;
 }
 
-std::string g_search;  // what the logging library was asked for
+std::string g_search;  // what the logging library was asked
 
 void check_search(const std::string& text, const char* placed, const std::string& part) {
     const std::size_t same = count_of(text, part);
@@ -172,7 +173,7 @@ void check_letters(GuardedMemory& out, const std::string& text, const char* plac
 
 }  // namespace
 
-// In front of the logging library's, whose rule decides what matches.
+// This comes before the logging library's function, which decides what matches.
 extern "C" std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part,
                                                 std::int32_t max, std::int32_t match_case) {
     static const auto kReal = reinterpret_cast<decltype(&zxlog_api_strCasestrNum)>(
@@ -185,7 +186,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static GuardedMemory texts(kMaxText + 1);
     static GuardedMemory out(kMaxText * 24);
 
-    // A size, two short texts and a long one.
+    // The input: a size, two short texts and a long one.
     Input input({data, std::min(size, kMaxText)});
     const auto room = input.take<std::int8_t>();
     const std::string part = input.take_line(16);

@@ -1,5 +1,5 @@
 // Reads any text as dates and times, prints any instant and duration, and asks at any time what is
-// due, against the fixed places of the layouts and plain arithmetic.
+// due. Compares that with the fixed positions of the layouts and with plain arithmetic.
 #include <sys/time.h>
 
 #include <array>
@@ -21,13 +21,13 @@ constexpr char kFormat[] = "%04d-%02d-%02d %02d:%02d:%02d";
 constexpr std::int64_t kDaySec = 86400;
 constexpr std::int64_t kWestOfGreenwichSec = 12600;
 
-std::time_t g_now = 0;       // on the library's clock
-std::uint64_t g_now_us = 0;  // on that of the logging library
+std::time_t g_now = 0;       // the library's clock
+std::uint64_t g_now_us = 0;  // the logging library's clock
 std::int32_t g_timer_result = 0;
 int g_clock_result = 0;
-std::string g_machine;  // what would have been done to this machine
+std::string g_machine;  // what the library tried to do to this machine
 
-// Where year, month, day, hour, minute and second stand; -1: not in this layout.
+// The positions of year, month, day, hour, minute and second; -1: not in this layout.
 struct Layout {
     void (*parse)(const char*, rstime*);
     std::array<int, 6> at;
@@ -111,7 +111,7 @@ void check_parsers(const std::string& text, const char* placed, const rstime& ol
     require(zx::fuzz::take_said() == lines.said, "the lines");
 }
 
-// The Gregorian calendar, in which March begins the year. Wide enough for any record.
+// The Gregorian calendar, with years that begin in March. The type is wide enough for any record.
 __extension__ using Wide = __int128;
 Wide seconds_of(const rstime& t) {
     const std::int64_t months = std::int64_t{t.month} - 3;
@@ -126,7 +126,7 @@ Wide seconds_of(const rstime& t) {
            kWestOfGreenwichSec;
 }
 
-// The C library's clock has a year of 32 bits, and so has the result.
+// A year of the C library has 32 bits, which limits the result.
 std::int64_t expected_mktime(const rstime& t) {
     constexpr std::int64_t kFarthest = 1LL << 57U;
     const Wide sec = seconds_of(t);
@@ -141,7 +141,7 @@ std::uint32_t second_of_day(const rstime& t) {
            static_cast<std::uint32_t>(t.sec);
 }
 
-// From the date or time that the text begins with to the one after it.
+// Checks ranges from the date or time at the start of the text to the one after it.
 void check_ranges(const rstime& t, const std::string& text, const char* placed) {
     const auto date = [](const rstime& at) { return std::tuple(at.year, at.month, at.day); };
     const auto field = [&text](std::size_t skipped, const Layout& layout) {
@@ -203,7 +203,7 @@ void check_printers(GuardedMemory& out, std::int64_t sec) {
         char* const raw = reinterpret_cast<char*>(out.fill(24, 'x'));
         is_us ? zxtime_api_us2str(&us, "%d.%d.%d", raw) : zxtime_api_sec2str(&sec, "%d.%d.%d", raw);
         std::string clock = printed("%d.%d.%d", t.tm_hour, t.tm_min, t.tm_sec) + '\0';
-        clock.resize(std::max<std::size_t>(clock.size(), 8));  // so many are cleared
+        clock.resize(std::max<std::size_t>(clock.size(), 8));  // 8 bytes are always cleared
         clock.resize(24, 'x');
         require(std::string(raw, 24) == clock, "the time of an instant");
         if (is_us) {
@@ -214,7 +214,7 @@ void check_printers(GuardedMemory& out, std::int64_t sec) {
     }
 }
 
-// A format of conversions, for six numbers at most, and other characters.
+// Makes a format with at most six conversions of numbers, and other characters.
 std::string some_format(Input& input) {
     constexpr const char* kPieces[] = {"%04d", "%02d", "%d",  "%09d", "%i", "%x",
                                        "%5d",  "%-4d", "%+d", "%.3d", "-",  "%%"};
@@ -232,7 +232,7 @@ void check_format(GuardedMemory& out, const std::string& fmt, const rstime& t) {
             "a record in any format");
 }
 
-// The three printers of the current time, each in 64 bytes of its own.
+// Calls the three functions that print the current time. Each has 64 bytes of its own.
 void check_static(std::size_t length, const rstime& now) {
     const std::string fmt = std::string(length, 'x') + "%04d|%d|%d";
     const std::string short_fmt = std::string(length, 'x') + "%04d|%d";
@@ -274,7 +274,8 @@ void check_clocks(std::size_t length) {
     check_static(length, now);
 }
 
-// What happens once a day and every half hour, first at the full ones.
+// Checks what is due once a day and every half hour. The first time is at the full day or half
+// hour.
 void check_due(std::time_t last) {
     const std::int64_t of_day = ((g_now - kWestOfGreenwichSec) % kDaySec + kDaySec) % kDaySec;
     const auto fires = [last](std::int32_t (*is_due)(std::time_t*), bool expected) {
@@ -286,7 +287,7 @@ void check_due(std::time_t last) {
     fires(zxtime_api_isWholeClock, last != 0 ? g_now - last >= 1800 : of_day % 1800 < 60);
 }
 
-// A daily window that may end after midnight; then its evening does not belong to it.
+// Checks a daily window that may end after midnight. Then its part before midnight does not count.
 void check_window(const std::string& text, const char* placed, std::uint32_t duration,
                   std::int8_t before) {
     rstime now{};
@@ -336,7 +337,7 @@ void check_durations(GuardedMemory& out, std::uint64_t n) {
             "seconds");
 }
 
-// A zone with summer time, in which a record's day is carried over.
+// Checks a zone with summer time, and a record whose day is carried into the next month.
 void check_summer_time() {
     constexpr std::time_t kSummer = 1714545000;
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
@@ -360,7 +361,7 @@ void check_summer_time() {
 
 }  // namespace
 
-// In place of the C library's and the logging library's.
+// These take the place of functions of the C library and the logging library.
 extern "C" {
 
 [[gnu::visibility("default")]] std::time_t time(std::time_t*) noexcept {
@@ -388,7 +389,7 @@ std::int32_t zxlog_api_timerAsyncSec(std::uint64_t*, std::uint32_t) {
 
 }  // extern "C"
 
-// Every minute of two days, with windows that seeds would not meet.
+// Runs every minute of two days, with windows that seeds would miss.
 void zx_fuzz_sweep() {
     for (g_now = 1714545000; g_now < 1714545000 + 2 * kDaySec; g_now += g_now % 60 == 0 ? 59 : 1) {
         for (const std::time_t passed : {1799, 1800, 86399, 86400, -9000, -90000}) {
@@ -414,7 +415,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static GuardedMemory out(4096);
     require(zone == 0, "a zone without summer time");
 
-    // A number, by how much to shorten it, two records, the log level and a text.
+    // The input: a number, by how much to shift it, two records, the log level and a text.
     Input input({data, std::min<std::size_t>(size, 2048)});
     const auto number = input.take<std::uint64_t>();
     const std::size_t shift = input.take_below(64);

@@ -1,4 +1,4 @@
-// Takes any text apart as a URL, its query and the URL of a playlist, and builds numbered URLs,
+// Splits any text as a URL, as its query and as the URL of a playlist, and builds numbered URLs,
 // against plain models. Outputs have the size that the input says, or that the header asks for.
 #include <array>
 
@@ -163,7 +163,7 @@ void check_list(GuardedMemory& out, Input& control, const std::string& path) {
     require(range == numbered(texts, port, ports, "[000:002]", needed), "the URL of a range");
 }
 
-// In a buffer of its own, and in its own place.
+// Runs with a separate output, and in place.
 void check_real_path(GuardedMemory& out, const std::string& url, char* placed) {
     const std::size_t room = std::clamp<std::size_t>(url.size() + 1, 8, ZXSTR_URL_SIZE);
     zx::fuzz::Lines lines{"STRING", zxlog_api_getLoglevel()};
@@ -179,7 +179,7 @@ void check_real_path(GuardedMemory& out, const std::string& url, char* placed) {
     require(zx::fuzz::take_said() == lines.said, "the lines of a URL that is cut");
 }
 
-// The old name becomes zeros, and so does what the ending had after the new one.
+// The old name becomes zeros, and so does the ending after the new name.
 void check_stream(GuardedMemory& out, const std::string& url, const char* placed,
                   const std::string& folder) {
     const std::size_t size = url.size() + 8;
@@ -200,7 +200,7 @@ void check_stream(GuardedMemory& out, const std::string& url, const char* placed
 
 }  // namespace
 
-// What seeds are too short for.
+// Runs texts that are longer than seeds.
 void zx_fuzz_sweep() {
     static GuardedMemory out(4096);
     zxlog_api_setLoglevel(5);
