@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# curl -> HTTP server on the loopback interface of a network namespace of our own, with zxcapture
-# watching. Exit 77: skipped, namespaces are not allowed here or a program is not installed.
+# curl asks an HTTP server on the loopback interface of a network namespace of our own, while
+# zxcapture watches. Exit 77: skipped, because namespaces are not allowed here or a program is not
+# installed.
 set -euo pipefail
 capture=$1
 for program in ip curl python3; do
@@ -15,7 +16,7 @@ inside=(nsenter --net="/run/netns/$space")
 "${inside[@]}" ip link set lo up
 fail() { echo "$*"; cat "$work"/lines "$work"/counts; exit 1; }
 
-# until_true COMMAND...: waits for it.
+# until_true COMMAND...: waits until the command succeeds.
 until_true() {
     for _ in {1..200}; do "$@" && return; sleep 0.05; done
     fail "waited in vain for: $*"
@@ -32,12 +33,12 @@ pids+=($!)
 until_true grep -qs 'capturing from lo' "$work/counts"
 "${inside[@]}" curl -s -o "$work/answer" http://127.0.0.1:8080/file
 grep -q hello "$work/answer"
-until_true eval '[[ $(grep -c FIN "$work/lines") -ge 2 ]]'  # lines are there while it runs
+until_true eval '[[ $(grep -c FIN "$work/lines") -ge 2 ]]'  # lines appear while it runs
 kill -INT "${pids[1]}"
 wait "${pids[1]}" || fail "the capture ended with code $?"
 pids=("${pids[0]}")
 
-# Each packet of the handshake, the request and both ends once.
+# Each packet of the handshake, the request and both ends must be there once.
 once() { [[ $(grep -Ec "$1" "$work/lines") -eq 1 ]] || fail "not once: $1"; }
 once '127\.0\.0\.1:[0-9]+ > 127\.0\.0\.1:8080 +TCP +[0-9]+ \[SYN\]$'
 once '127\.0\.0\.1:8080 > 127\.0\.0\.1:[0-9]+ +TCP +[0-9]+ \[SYN ACK\]$'

@@ -1,5 +1,5 @@
-// Ciphers, digests and checks: published vectors, and what is left on the stack. The fuzz target
-// compares them with their plain algorithms.
+// Ciphers, digests and checks: published vectors, and that nothing secret is left on the stack. The
+// fuzz target compares them with the plain algorithms.
 #include <gmock/gmock.h>
 
 #include <bit>
@@ -36,7 +36,7 @@ zxaes_ctt keyed(std::uint32_t way, const Bytes& key) {
     return ctx;
 }
 
-// In chains whose next input is the result, or in CBC the one before that.
+// Runs AES `turns` times. The next input is the result, or in CBC the result before that.
 Bytes aes(int turns, std::uint32_t way, const Bytes& key, Bytes iv, Bytes bytes) {
     zxaes_ctt ctx = keyed(way, key);
     Bytes previous = iv;
@@ -59,7 +59,7 @@ Bytes des(std::uint8_t way, const Bytes& in, const Bytes& key) {
     return out;
 }
 
-// Both ways; a chain goes its own.
+// Checks both directions. A chain has only one.
 void check_cipher(const std::string& file, Record& record) {
     const Bytes plain = from_hex(record["PLAINTEXT"]), coded = from_hex(record["CIPHERTEXT"]);
     const std::string same = record["KEYs"];
@@ -113,7 +113,7 @@ TEST(DencTest, MeetsThePublishedVectors) {
          {"md5/rfc-1321.txt", "sha1/SHA1ShortMsg.rsp", "sha1/SHA1LongMsg.rsp"}) {
         for (const auto& record : zx::test::read_records(file)) {
             Bytes message = from_hex(record.at("Msg"));
-            message.resize(std::stoul(record.at("Len")) / 8);  // the empty one is written as "00"
+            message.resize(std::stoul(record.at("Len")) / 8);  // the empty message is "00"
             EXPECT_EQ((file[0] == 'm' ? md5 : sha1)(message), record.at("MD"));
             ++count;
         }
@@ -157,7 +157,7 @@ TEST(DencTest, PrintsThatAPlaceIsOutsideOfTheKeystream) {
                 testing::MatchesRegex("zxaes_innerapi_cryptCFB128 [0-9]+ n:16 too big\n"));
 }
 
-// 48 bits as zxdes_api_done() keeps round keys.
+// Packs 48 bits as zxdes_api_done() keeps round keys.
 Bytes packed(const std::uint8_t* bits48) {
     Bytes bytes;
     for (const unsigned box : {7U, 5U, 3U, 1U, 6U, 4U, 2U, 0U}) {
@@ -168,7 +168,7 @@ Bytes packed(const std::uint8_t* bits48) {
     return bytes;
 }
 
-// No piece of a secret may be left.
+// Checks that no piece of a secret is left on the stack.
 void expect_wiped(const std::function<void()>& work, const Bytes& secret, std::size_t piece) {
     for (std::size_t at = 0; at < secret.size(); at += piece) {
         ASSERT_FALSE(zx::test::is_left_on_stack(work, &secret[at], piece)) << at;

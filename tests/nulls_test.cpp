@@ -1,4 +1,4 @@
-// Every exported function with each of its pointers NULL in turn, and with all of them.
+// Calls every exported function with each of its pointers NULL in turn, and with all of them NULL.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -41,7 +41,7 @@
 
 namespace {
 
-// ------------------------------------------------ arguments that are in order
+// ---------------------------------------------------------- valid arguments
 
 template <typename R, typename... Args>
 R stand_in(Args...) {
@@ -54,7 +54,8 @@ auto stand_in_for(R (*)(Args...)) -> R (*)(Args...) {
 
 alignas(64) std::array<std::array<std::uint8_t, 65536>, 12> g_rooms;
 
-// Zeros, or what makes a record whole; numbers are 16, and texts address, mask and name.
+// A valid argument: zeros, or an initialised record. Numbers are 16. Every text is usable as an
+// address, a mask and a name.
 template <typename T>
 T in_order(std::size_t place) {
     if constexpr (!std::is_pointer_v<T>) {
@@ -98,7 +99,7 @@ T argument(std::size_t place, std::size_t missing) {
     return std::is_pointer_v<T> && (place == missing || missing == kAll) ? T{} : whole;
 }
 
-// The words of a text with a space after each; in place of numbers, `number` if there is one.
+// The words of a text, each with a space after it. Numbers become `number` if there is one.
 std::string words_of(const std::string& text, const char* number = nullptr) {
     std::istringstream in(text);
     std::string words;
@@ -109,8 +110,8 @@ std::string words_of(const std::string& text, const char* number = nullptr) {
     return words;
 }
 
-// What a function that is called in a child process gives, changes, logs and prints. `call` gives
-// its result, once with the arguments made and once called.
+// Calls a function in a child process, and returns what it returns, changes, logs and prints.
+// `call` runs twice: it makes the arguments first, and then calls the function.
 std::string outcome(std::string (*call)(void* function, std::size_t missing, bool is_real),
                     void* function, std::size_t missing) {
     return zx::test::in_child([=] {
@@ -120,7 +121,7 @@ std::string outcome(std::string (*call)(void* function, std::size_t missing, boo
         zx::test::LogCapture log(2);
         const int printed = memfd_create("printed", 0);
         dup2(printed, STDOUT_FILENO);
-        const int opened = dup(printed);  // by the function, when it opens something
+        const int opened = dup(printed);  // the number that the function's next file gets
         close(opened);
         const std::string result = call(function, missing, true);
         const bool is_opened = result == std::to_string(opened) && fcntl(opened, F_GETFD) >= 0;
@@ -139,7 +140,7 @@ std::string outcome(std::string (*call)(void* function, std::size_t missing, boo
 
 // --------------------------------------------------------------------- table
 
-// A function, told apart from its types.
+// A function without its types.
 struct Probe {
     std::vector<bool> is_pointer;
     std::string (*call)(void* function, std::size_t missing, bool is_real);
@@ -182,8 +183,8 @@ Probe probe_of(const void*) {  // a variable
     return {};
 }
 
-// "name|what it gives without its first pointer|without its second|..."; "must not": it must have
-// that one, its header says so; "handed on": to a callback, and it would never return.
+// "name|what it returns without its first pointer|without its second|...". "must not": the header
+// says that it must be there. "handed on": it goes to a callback, and the call would not return.
 std::map<std::string, std::string> rows() {
     std::map<std::string, std::string> all;
     std::ifstream file(ZX_NULLS);
@@ -195,9 +196,9 @@ std::map<std::string, std::string> rows() {
     return all;
 }
 
-// The row of a function as it is; those that are not to be called are as they stand.
+// The actual row of a function. Columns that must not be called stay as they are.
 std::string seen(const std::string& name, const Probe& probe, const std::string& row) {
-    // The capture of this program stands before some functions of libzxlog.
+    // This program's log capture hides some functions of libzxlog, so this looks them up.
     void* const function = dlsym(RTLD_NEXT, name.c_str());
     std::istringstream columns(row);
     std::string expected, text = name;

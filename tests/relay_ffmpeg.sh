@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ffmpeg -> zxrelay -> ffprobe and ffmpeg: a real encoder and real players at both ends, over TCP and
-# over multicast. Exit 77: skipped, ffmpeg is not installed.
+# ffmpeg -> zxrelay -> ffprobe and ffmpeg: a real encoder and real players at both ends, over TCP
+# and over multicast. Exit 77: skipped, because ffmpeg is not installed.
 set -euo pipefail
 relay=$1
 command -v ffmpeg >/dev/null && command -v ffprobe >/dev/null || { echo "skipped: no ffmpeg"; exit 77; }

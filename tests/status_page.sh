@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The status page of a running relay in a real browser: its numbers run, its tables are complete,
+# The status page of a running relay in a real browser: its numbers change, its tables are complete,
 # nothing comes from elsewhere, and it fits a phone and a desk in light and dark.
 #   status_page.sh RELAY SAMPLE [FOLDER [SECONDS]]
-# FOLDER keeps pictures of the page, taken when the relay has run so long.
+# FOLDER keeps pictures of the page, which are taken when the relay has run for SECONDS.
 # (docs/status-page.png is status-page-1280-light.png after 118 seconds, with a palette by ffmpeg.)
-# Exit 77: skipped, there is no browser.
+# Exit 77: skipped, because there is no browser.
 set -euo pipefail
 relay=$1
 sample=$2
@@ -56,7 +56,7 @@ session=http://127.0.0.1:$port/session/$(post "http://127.0.0.1:$port/session" '
 devtools() { post "$session/goog/cdp/execute" "{\"cmd\": \"$1\", \"params\": $2}" >/dev/null; }
 script() { post "$session/execute/sync" "$(jq -n --arg script "return $1" '{$script, args: []}')"; }
 logged() { post "$session/se/log" "{\"type\": \"$1\"}"; }
-# holds WHAT EXPRESSION: waits until the page's script finds it true.
+# holds WHAT EXPRESSION: waits until EXPRESSION is true in the page.
 holds() {
     for _ in {1..300}; do
         [[ $(script "$2" || true) != true ]] || return 0
@@ -69,7 +69,7 @@ holds() {
 text() { echo "document.getElementById('$1').textContent"; }
 
 devtools Emulation.setDeviceMetricsOverride '{"width": 1280, "height": 800, "deviceScaleFactor": 1, "mobile": false}'
-post "$session/url" "{\"url\": \"$page/\"}" >/dev/null || true  # its answer is null
+post "$session/url" "{\"url\": \"$page/\"}" >/dev/null || true  # the answer is null
 holds "the page is alive" "$(text state) === 'Running'"
 holds "the stream flows in" "/^[1-9]/.test($(text in-rate))"
 holds "and out" "/^[1-9]/.test($(text out-rate))"
@@ -104,7 +104,7 @@ done
 
 errors=$(logged browser)
 [[ $(jq length <<<"$errors") == 0 ]] || { echo "the browser complains: $errors" >&2; exit 1; }
-# The browser's own first page asks, too.
+# The browser's own start page makes requests, too.
 asked=$(logged performance | jq -r --arg page "$page" '.[].message | fromjson.message
     | select(.method == "Network.requestWillBeSent").params
     | select(.documentURL | startswith($page)).request.url' | sort -u)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# tool_described.sh PROGRAM FILES: the manual page FILES.1 has the options that the program knows and
-# no others, FILES.bash completes them, and after an option what that one takes.
+# tool_described.sh PROGRAM FILES: the manual page FILES.1 has exactly the options of the program.
+# FILES.bash completes them, and after an option its argument.
 set -euo pipefail
 name=$(basename "$1")
 

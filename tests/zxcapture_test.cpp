@@ -1,4 +1,4 @@
-// The capture tool: what it says of frames, what it lets pass, and the program with its files.
+// The capture tool: what it prints about frames, what it lets pass, and the program with its files.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -30,7 +30,7 @@ using zx::test::from_hex;
 
 constexpr std::uint32_t kNanos = 123456789;
 
-// Between these two; a test names addresses and ports in hexadecimal digits.
+// Frames go between these two. A test gives addresses and ports in hexadecimal digits.
 const std::string kMacA = "02:00:00:00:00:0a";
 const std::string kMacB = "02:00:00:00:00:0b";
 const std::string kMacs = "02000000000b 02000000000a";
@@ -56,7 +56,7 @@ Bytes tcp(const std::string& addresses, const std::string& ports) {
     return ipv4("06", addresses, ports + "00000000 00000000 50100000 00000000");
 }
 
-// `frame` with `bytes` at `at`.
+// A copy of `frame` with `bytes` at the position `at`.
 Bytes with(Bytes frame, std::size_t at, const Bytes& bytes) {
     std::copy(bytes.begin(), bytes.end(), frame.begin() + static_cast<std::ptrdiff_t>(at));
     return frame;
@@ -76,10 +76,10 @@ capture::Frame as_frame(const Bytes& bytes, std::size_t captured = SIZE_MAX) {
             {1700000000, kNanos}};
 }
 
-// Decodes one frame behind another, so that fields of an earlier frame would be seen.
+// Decodes one frame after another, so that a test sees fields that are left from an earlier frame.
 class CaptureLine : public testing::Test {
 protected:
-    // Without the time, blanks in a row as one.
+    // The line without its time, and with single blanks.
     std::string line(const Bytes& bytes, std::size_t captured = SIZE_MAX) {
         const capture::Frame frame = as_frame(bytes, captured);
         EXPECT_TRUE(decoder.passes(frame));
@@ -112,7 +112,7 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {data, "1.2.3.4:1 > 5.6.7.8:2 TCP 59 [PSH ACK] payload 5"},
         {with(data, 47, {0}), "1.2.3.4:1 > 5.6.7.8:2 TCP 59 [none] payload 5"},
         {kQuery, "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 payload 10"},
-        // To be cut up by the interface.
+        // The interface will segment this one.
         {with(kSyn, 16, {0, 0}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"},
         {kArp, to_all + "ARP 42 who has 10.0.0.2? tell 10.0.0.1"},
         {with(kArp, 21, {2}), to_all + "ARP 42 10.0.0.1 is at " + kMacA},
@@ -137,7 +137,7 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {with(kSyn, 46, {0x70}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kQuery, 38, {0, 19}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         {with(kQuery, 38, {0, 7}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
-        // Around the ends of headers.
+        // Captures that end just before or after a header.
         {kSyn, "? > ? ? 58 truncated: 13 of 58 bytes", 13},
         {kSyn, macs + "IPv4 58 truncated: 14 of 58 bytes", 14},
         {kSyn, macs + "IPv4 58 truncated: 33 of 58 bytes", 33},
@@ -195,7 +195,7 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
         }
         EXPECT_EQ(passing, c.passing) << "case " << &c - cases;
     }
-    // Zeros behind the captured bytes are no ports and no addresses.
+    // The zeros after the captured bytes are no ports and no addresses.
     EXPECT_FALSE(Decoder({.ip = {"0.0.0.0"}}).passes(as_frame(kSyn, 20)));
     EXPECT_FALSE(Decoder({.mac = {"00:00:00:00:00:00"}}).passes(as_frame(kSyn, 5)));
     EXPECT_FALSE(Decoder({.source_port = 43210}).passes(as_frame(kSyn, 40)));
@@ -205,7 +205,7 @@ class CaptureProgram : public testing::Test {
 protected:
     CaptureProgram() { setenv("TZ", "UTC", 1); }
 
-    // A capture file with nanoseconds, written here byte by byte.
+    // Writes a capture file with nanoseconds byte by byte.
     std::string write(const std::string& name, const std::vector<Bytes>& frames) const {
         std::ofstream file(folder + name, std::ios::binary);
         const auto put = [&](const auto& items) {
@@ -221,10 +221,11 @@ protected:
         return folder + name;
     }
 
-    // Runs the program; its exit code. `out` and `err` are what it said.
-    int run(const std::string& arguments, const std::string& behind = "") {
+    // Runs the program and returns its exit code. `out` and `err` are its output. `after` follows
+    // the program in the shell command.
+    int run(const std::string& arguments, const std::string& after = "") {
         zx::test::Process program("set -o pipefail; { '" ZX_CAPTURE "' " + arguments + "; } " +
-                                  behind + " >" + folder + "out");
+                                  after + " >" + folder + "out");
         const int code = program.wait();
         out = content_of(folder + "out");
         err = program.errors();
@@ -261,7 +262,7 @@ TEST_F(CaptureProgram, DumpsFieldsWithTheFramesOwnPayload) {
           "\n    Data: 5 bytes\n    00000000: 73 68 6f 72 74   "}) {
         EXPECT_THAT(out, HasSubstr(part));
     }
-    EXPECT_THAT(out, Not(HasSubstr("TCP Header")));  // of the fragment
+    EXPECT_THAT(out, Not(HasSubstr("TCP Header")));  // the fragment has none
 }
 
 TEST_F(CaptureProgram, ShowsWhatIsThereOfAFileThatBreaksOff) {
@@ -284,7 +285,7 @@ TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
     }
 }
 
-// Real files of many kinds, broken ones among them.
+// Real files of many kinds, some of them broken.
 TEST_F(CaptureProgram, DumpsEveryRealFrame) {
     const char* const captures = std::getenv("ZX_CAPTURES");
     if (captures == nullptr) {

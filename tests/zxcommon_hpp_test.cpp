@@ -45,7 +45,7 @@ TEST(ZxcommonHpp, GuardsNameTheCallerAndGiveBack) {
     }
     EXPECT_EQ(std::ranges::count(zxlocklist_ctt, 1, used), before);
     EXPECT_FALSE(zxcommon::LockGuard(nullptr));
-    EXPECT_EQ(log.take().size(), 1U);  // none for a release
+    EXPECT_EQ(log.take().size(), 1U);  // a release logs nothing
 }
 
 TEST(ZxcommonHpp, FifosTakeEmptySpansAndRefuseLongOnes) {
@@ -55,7 +55,7 @@ TEST(ZxcommonHpp, FifosTakeEmptySpansAndRefuseLongOnes) {
     std::uint8_t bytes[4] = {1, 2, 3, 4};
     const std::span<std::uint8_t> too_long(bytes, std::size_t{1} << 32U);
     EXPECT_EQ(fifo.message_in({}) + fifo.message_in(bytes) + fifo.message_out({}), 4);
-    EXPECT_EQ(log.take().size(), 1U);  // for the one without a name
+    EXPECT_EQ(log.take().size(), 1U);  // the FIFO without a name
     EXPECT_EQ(fifo.message_out(std::span(bytes).first(3)), -1);
     const std::string line = std::to_string(__LINE__ - 1);
     EXPECT_THAT(log.take(), ElementsAre(HasSubstr("line:TestBody," + line)));
@@ -66,7 +66,7 @@ TEST(ZxcommonHpp, FifosTakeEmptySpansAndRefuseLongOnes) {
     EXPECT_EQ(fifo.out(bytes) + fifo.message_out(too_long), 4 + 4);
 }
 
-// A controller that is cancelled while it waits for its worker: that must not end the program.
+// A controller is cancelled while it waits for its worker. That must not end the program.
 TEST(ZxcommonHpp, WaitingThreadsCanBeCancelled) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";

@@ -1,4 +1,4 @@
-// What the models of the fuzz targets do not see: threads that are cancelled or held up.
+// What the models of the fuzz targets cannot show: threads that are cancelled or held up.
 #include "zxfifo.h"
 
 #include <gmock/gmock.h>
@@ -38,9 +38,9 @@ TEST(FifoTest, CancelledTransferGivesTheLockBack) {
 
 std::atomic<int> g_stuck{0};  // 1: a signal holds the reader up; 2: it may go on
 
-// A reader that does not get on in the middle of its walk, as when threads of a higher priority
-// keep it from running.
-TEST(SharedListTest, WhoDropsSleepsWhileAReaderIsHeldUp) {
+// A reader is held up in the middle of its walk, as when threads of a higher priority keep it from
+// running.
+TEST(SharedListTest, DroppingNodesSleepsWhileAReaderIsHeldUp) {
     zxsharelist_ctt list{};
     list.keep_seconds = 1000;
     zxfifo_api_shareListInit(&list, "l");

@@ -26,7 +26,7 @@ TEST(LockTest, NotesItsHolder) {
         }
     }
     zxlock_api_obtain(&lock, std::string(60, 'l').c_str(), 1);
-    pthread_mutex_unlock(&lock.mutex);  // behind the record's back
+    pthread_mutex_unlock(&lock.mutex);  // without the record's knowledge
     zxlock_api_obtain(&lock, "short", 2);
     EXPECT_STREQ(lock.holder, "short,2");
     zxlock_api_release(&lock, "short", 3);

@@ -29,7 +29,7 @@ bool g_breaks_copies = false;
 
 }  // namespace
 
-// In place of the C library's, also for the library under test.
+// This takes the place of the C library's function, also for the library under test.
 extern "C" [[gnu::visibility("default")]] int system(const char* command) {
     g_commands.emplace_back(command);
     if (const std::string text = command; g_breaks_copies && text.starts_with("cp ")) {
@@ -66,7 +66,7 @@ TEST_F(FileTest, ReadsAndTerminatesWhereThereIsRoom) {
     const struct {
         int32_t (*read)(const char*, void*, uint32_t);
         uint32_t len;
-        std::string buf;  // of 8 bytes that were "xxxxxxxx"
+        std::string buf;  // the buffer, which was "xxxxxxxx"
         int32_t result;
     } cases[] = {
         {zxmd_api_read, 8, {"abcde\0xx", 8}, 5}, {zxmd_api_read, 5, "abcdexxx", 5},
@@ -105,7 +105,7 @@ TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
     EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
 }
 
-// Calls that wait for the other end of a FIFO, until they moved four bytes.
+// Calls that wait for the other end of a FIFO, and return when four bytes are moved.
 class WaitingTest : public FileTest, public testing::WithParamInterface<int> {
 public:
     int32_t wait() {
@@ -124,7 +124,7 @@ public:
     const int made = mkfifo(fifo.c_str(), 0600);
 };
 
-TEST_P(WaitingTest, GoesOnOverSignals) {
+TEST_P(WaitingTest, KeepsWaitingWhenSignalsArrive) {
     EXPECT_EQ(zx::test::in_child([this] {
                   struct sigaction action {};  // without SA_RESTART
                   action.sa_handler = [](int) {};
@@ -144,7 +144,7 @@ TEST_P(WaitingTest, GoesOnOverSignals) {
               "4");
 }
 
-// In the midst of waiting for the other end; the fault injection cancels at every other call.
+// Cancels a call while it waits for the other end. The fault injection cancels at every other call.
 TEST_P(WaitingTest, CanBeCancelled) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
@@ -201,11 +201,11 @@ TEST(UserTest, IsChangedForGood) {
         std::uint32_t capabilities;
     } starts[] = {
         {0, 0, false, 0},    // an administrator
-#ifndef __SANITIZE_THREAD__  // whose own thread would have to have the capabilities, too
+#ifndef __SANITIZE_THREAD__  // its own thread would need the capabilities, too
         {0, 0, true, 0},
         {1000, 1000, true, 1U << CAP_SETUID | 1U << CAP_SETGID},
-        {kNobody, 0, true, 0},                        // who could go back to root
-        {kNobody, kNobody, true, 1U << CAP_NET_RAW},  // which is of no use here
+        {kNobody, 0, true, 0},                        // could go back to root
+        {kNobody, kNobody, true, 1U << CAP_NET_RAW},  // a capability that does not help here
 #endif
     };
     for (const auto& start : starts) {
@@ -245,7 +245,7 @@ TEST(HostTest, ADirectoryIsNoProgram) {
               "1");
 }
 
-TEST(OptionTest, PrintsOptionsEveryTimeAnew) {
+TEST(OptionTest, StartsOverInEveryCall) {
     char texts[][8] = {"program", "-a", "-bvalue", "-c", "rest"};
     char* argv[] = {texts[0], texts[1], texts[2], texts[3], texts[4], nullptr};
     opterr = 0;

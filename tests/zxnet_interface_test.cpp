@@ -1,4 +1,4 @@
-// Network interfaces, in a network that the test makes for itself.
+// Network interfaces, in a network namespace that the test makes for itself.
 #include <gmock/gmock.h>
 #include <net/if.h>
 #include <sched.h>
@@ -23,7 +23,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr char kTooLong[] = "abcdefghijklmnop";  // the kernel would cut it to one that there is
+constexpr char kTooLong[] = "abcdefghijklmnop";  // cut, it names an existing interface
 constexpr char kNotAllowed[] = "no network namespace with a pair of interfaces is allowed here";
 
 bool enter_network() {
@@ -46,7 +46,7 @@ netcfg_info config(const char* name, const char* ipaddr, const char* netmask) {
 
 class InterfaceTest : public testing::Test {
 protected:
-    // Runs the test where there are the pair zx0 and abcdefghijklmno, which nobody else sees.
+    // Runs the test in a namespace with the pair of interfaces zx0 and abcdefghijklmno.
     void in_network(const std::function<void()>& work) {
         const std::string result = zx::test::in_child([&]() -> std::string {
             if (!enter_network()) {

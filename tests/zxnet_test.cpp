@@ -56,8 +56,8 @@ TEST(NetTest, TriesARefusedConnectionUntilTheDeadline) {
               "tcpi_state:0-tcpstate (?):unkonw,timeout:0");
 }
 
-// A timer whose signal, which restarts no call, comes every few milliseconds; the fifth one calls
-// `work`.
+// A timer whose signal interrupts calls every few milliseconds. Interrupted calls are not
+// restarted. The fifth signal calls `work`.
 class Interruptions {
 public:
     explicit Interruptions(const std::function<void()>& work) {
@@ -91,7 +91,7 @@ private:
     inline static volatile int g_left = 0;
 };
 
-TEST(NetTest, WaitsOnWhenSignalsComeInBetween) {
+TEST(NetTest, KeepsWaitingWhenSignalsArrive) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer keeps signals back while a call waits";
 #endif
@@ -102,7 +102,7 @@ TEST(NetTest, WaitsOnWhenSignalsComeInBetween) {
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, full), 0);
     Socket server;
     EXPECT_EQ(listen(server.fd, 1), 0);
-    std::vector<Socket> waiting(3);  // more than a backlog of 1 takes
+    std::vector<Socket> waiting(3);  // more than fit into a backlog of 1
     for (std::size_t i = 0; i < 2; ++i) {
         zxnet_api_socketNonblock(waiting[i].fd, 1);
         (void)connect(waiting[i].fd, server.generic(), server.size);

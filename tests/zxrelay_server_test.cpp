@@ -1,4 +1,4 @@
-// The relay as its users meet it: processes between sockets that come and go.
+// The relay as its users see it: processes between sockets that come and go.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -26,7 +26,7 @@ using testing::HasSubstr;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// How often packets are missing in a stream, whose packets are whole and in their order.
+// Counts the gaps in a stream. Checks that its packets are complete and in order.
 unsigned gaps_in(const Bytes& stream) {
     unsigned gaps = 0;
     for (std::size_t at = kPacketSize; at + kPacketSize <= stream.size(); at += kPacketSize) {
@@ -46,7 +46,7 @@ protected:
         }
     }
 
-    // These arguments, and usual ones for what they leave out.
+    // Adds usual arguments for everything that `arguments` leaves out.
     std::string with_usual(const std::string& scheme, std::string arguments) {
         in_port = free_port(scheme == "udp" ? SOCK_DGRAM : SOCK_STREAM);
         out_port = free_port(SOCK_STREAM);
@@ -81,7 +81,7 @@ protected:
         return comes_true([&] { return content_of(dir / "log").find(text) != std::string::npos; });
     }
 
-    // A client that the relay knows of.
+    // Connects a client, and waits until the relay knows it.
     [[nodiscard]] zxcommon::Descriptor join() const {
         zxcommon::Descriptor fd(connected(SOCK_STREAM, out_port));
         const std::string port = std::to_string(port_of(fd.get()));
@@ -102,14 +102,14 @@ protected:
         return pids;
     }
 
-    // The worker beside the supervisor; 0: none now.
+    // The worker of the supervisor, or 0 when there is none.
     [[nodiscard]] pid_t worker() const {
         const std::vector<pid_t> all = relays();
         const auto found = std::ranges::find_if(all, [&](pid_t pid) { return pid != supervisor; });
         return found != all.end() ? *found : 0;
     }
 
-    // True when a client can connect and receives so much.
+    // True when a client can connect and receives `size` bytes.
     [[nodiscard]] bool serves(std::size_t size = kPacketSize) const {
         const zxcommon::Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_in address = loopback(out_port);
@@ -120,8 +120,9 @@ protected:
                receive_all(fd.get(), size).size() >= size;
     }
 
-    // Sends a good many packets, for so long at least, which a client that keeps up gets at once.
-    // Returns their number. Much longer, and the kernel gives up a client that takes nothing.
+    // Sends many packets, for at least the time `least`, and checks that a fast client gets them at
+    // once. Returns their number. If this took much longer, the kernel would give up a client that
+    // accepts nothing.
     [[nodiscard]] std::uint64_t stream_beside_quick_client(std::chrono::milliseconds least) const {
         const zxcommon::Descriptor quick = join();
         const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
@@ -136,11 +137,11 @@ protected:
         return sent;
     }
 
-    // Nothing is left behind but the log.
+    // Checks that nothing remains but the log.
     void expect_nothing_left() {
         EXPECT_TRUE(comes_true([this] { return relays().empty(); }));
         EXPECT_FALSE(fs::exists(dir / "pid"));
-        // The kernel closes the sockets of a process when its command line is gone already.
+        // The command line of a process is gone before the kernel closes its sockets.
         EXPECT_TRUE(comes_true([this] { return !serves(0); }));
     }
 
@@ -171,7 +172,7 @@ TEST_F(RelayServer, TakesSourcesOneAfterTheOtherAndEndsOnASignal) {
     const zxcommon::Descriptor clients[] = {join(), join()};
     for (std::uint64_t first = 0; first < 66; first += 22) {
         Bytes part = packets(first, 22);
-        part.resize(part.size() + 5, 0x47);  // ends within a packet
+        part.resize(part.size() + 5, 0x47);  // ends in the middle of a packet
         send_all(zxcommon::Descriptor(connected(SOCK_STREAM, in_port)).get(), part);
     }
     for (const zxcommon::Descriptor& client : clients) {
@@ -191,7 +192,7 @@ TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
     EXPECT_TRUE(logs("has accepted no data for too long"));
     const Bytes part = receive_all(slow.get());
     EXPECT_LT(part.size(), sent * kPacketSize);
-    gaps_in(part);  // whole packets in their order
+    gaps_in(part);  // complete packets in order
 }
 
 TEST_F(RelayServer, ASlowShiftedClientLosesOnlyItsOwnPlace) {
@@ -202,7 +203,7 @@ TEST_F(RelayServer, ASlowShiftedClientLosesOnlyItsOwnPlace) {
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(4500));
     const Bytes got = receive_all(slow.get());
     EXPECT_EQ(got.size() % kPacketSize, 0U);
-    EXPECT_GE(gaps_in(got), 1U);  // a busy machine may make it too slow again
+    EXPECT_GE(gaps_in(got), 1U);  // more than one if the machine is busy
     EXPECT_EQ(number_at(got, got.size() - kPacketSize), sent - 1);
     EXPECT_EQ(relay->wait(), 0);
 }
@@ -254,7 +255,7 @@ TEST_F(RelayServer, DetachesWorksAsItsUserAndEndsAsAWhole) {
     const fs::path proc = "/proc/" + std::to_string(supervisor);
     EXPECT_EQ(fs::read_symlink(proc / "cwd"), "/");
     EXPECT_EQ(fs::read_symlink(proc / "fd" / "1"), "/dev/null");
-    if (is_root) {  // only root may become somebody else
+    if (is_root) {  // only root may become another user
         const testing::Matcher<std::string> is_nobody =
             testing::AllOf(HasSubstr("Uid:\t65534\t65534\t65534\t65534\n"),
                            HasSubstr("Gid:\t65534\t65534\t65534\t65534\n"),
@@ -274,7 +275,7 @@ TEST_F(RelayServer, DetachesWorksAsItsUserAndEndsAsAWhole) {
     expect_nothing_left();
 }
 
-TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
+TEST_F(RelayServer, RestartsEveryDeadWorkerAndReplacesALogThatIsTooLong) {
     std::ofstream(dir / "log").close();
     fs::resize_file(dir / "log", 10485761);
     start_daemon("--watchdog");
@@ -290,7 +291,7 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
         SCOPED_TRACE(i);
         ASSERT_TRUE(comes_true([this] { return worker() > 0; }));
         const pid_t before = worker();
-        kill(before, i < 10 ? SIGKILL : SIGTERM);  // which ends the worker alone
+        kill(before, i < 10 ? SIGKILL : SIGTERM);  // this ends only the worker
         EXPECT_TRUE(comes_true([&] { return worker() != before && serves(); }));
     }
     EXPECT_THAT(
@@ -304,8 +305,8 @@ TEST_F(RelayServer, IsBackAfterEveryDeathOfItsWorkerAndBeginsALongLogAnew) {
     expect_nothing_left();
 }
 
-TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
-    start("tcp", "--watchdog --once --keep 60 --fifo-size 16m");  // room for all of it
+TEST_F(RelayServer, SendsTheStoredPastAndThenTheLiveStreamWithoutAGap) {
+    start("tcp", "--watchdog --once --keep 60 --fifo-size 16m");  // room for the whole stream
     const Bytes stream = packets(0, 70000);
     const std::size_t half = 35000 * kPacketSize;
     const zxcommon::Descriptor watcher(connected(SOCK_STREAM, out_port));
@@ -323,14 +324,14 @@ TEST_F(RelayServer, GivesWhatHasPassedAndGoesOnWithoutASeam) {
     const std::string said = "what is this\nlast 99999999999999999999999999\nlast 30\r\n";
     send_all(client.get(), Bytes(said.begin(), said.end()));
     const Bytes got = receive_all(client.get());
-    // Live packets up to the request, then everything from the first one on.
+    // First live packets up to the request, then everything from the first packet on.
     std::size_t start = 0;
     while (start < got.size() && number_at(got, start) != 0) {
         start += kPacketSize;
     }
     EXPECT_LT(start, half);
     EXPECT_EQ(Bytes(got.begin() + static_cast<std::ptrdiff_t>(start), got.end()), stream);
-    EXPECT_EQ(relay->wait(), 0);  // the watchdog, too: there is nothing left to do
+    EXPECT_EQ(relay->wait(), 0);  // the watchdog ends, too: its work is done
     EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("[WARN]")));
     expect_nothing_left();
 }

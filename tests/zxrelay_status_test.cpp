@@ -1,4 +1,4 @@
-// The status page as a program meets it that asks for it, friendly or not.
+// The status page as programs see it that ask for it, friendly or not.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
@@ -23,7 +23,7 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// Memory for cJSON that ends.
+// Limited memory for cJSON.
 std::atomic<int> allocations_left;
 
 void* allocate(std::size_t size) {
@@ -44,7 +44,7 @@ protected:
         return fd;
     }
 
-    // The whole answer, until the server closes.
+    // The whole answer, up to the end of the connection.
     [[nodiscard]] std::string ask(const std::string& request) const {
         const auto answer = zx::test::receive_all(say(request).get());
         return {answer.begin(), answer.end()};
@@ -64,7 +64,7 @@ protected:
 TEST_F(StatusTest, GivesEveryNumberAsJson) {
     const std::string hostile = "<img src=x onerror=alert(1)>\"\n\\";
     board.publish({{{hostile, 10, 20, 30, 40, true}}, {{"a lock", "func,12"}}, 50, 60, 1000});
-    stats.bytes_in = (1ULL << 53U) - 1;  // the largest that every reader of JSON takes
+    stats.bytes_in = (1ULL << 53U) - 1;  // the largest number that every reader of JSON accepts
     stats.messages_in = 2;
     stats.bytes_no_stream = 3;
     stats.bytes_out = 4;
@@ -133,7 +133,7 @@ TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
         EXPECT_THAT(get("/live.json"), StartsWith("HTTP/1.1 200"));
     }
     EXPECT_LE(zx::test::open_descriptors(),
-              before + 3);  // both ends of the slow one, and the last asked
+              before + 3);  // both ends of the slow connection, and the last request
     server.reset();
     EXPECT_LT(zx::test::open_descriptors(), before);
 }

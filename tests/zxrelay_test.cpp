@@ -1,5 +1,5 @@
-// Two parts of the relay that are worth a closer look: the receiver in front of a full FIFO, and
-// the store of what has passed.
+// Two parts of the relay that need a closer look: the receiver in front of a full FIFO, and the
+// time-shift store.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
@@ -25,7 +25,7 @@ std::atomic<std::uint64_t> g_clock_us{1000000000};
 
 }  // namespace
 
-// The clock of the library, in place of libzxlog's.
+// This takes the place of libzxlog's clock.
 extern "C" uint64_t zxlog_api_us(void) {
     return g_clock_us;
 }
@@ -39,7 +39,7 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
     LogCapture log(2);
     const int port = free_port(SOCK_STREAM);
     relay::Stats stats;
-    relay::Channel channel(20 * (relay::kMessageSize + 4));  // and nobody empties it
+    relay::Channel channel(20 * (relay::kMessageSize + 4));  // nobody empties it
     relay::Source source(relay::open_listener({"127.0.0.1", std::to_string(port)}, 1), false, true,
                          channel, stats);
     relay::Worker receiver("receiver", [&](zxcommon::StopRequest& stop) { source.run(stop); });
@@ -62,7 +62,7 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
 }
 
 TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
-    constexpr std::uint64_t kNode = 1400;  // packets: as large as closes at once
+    constexpr std::uint64_t kNode = 1400;  // packets: so large that the node closes at once
     const std::uint64_t start = g_clock_us;
     relay::Store store(10);
     std::uint64_t lost = 0;
@@ -95,7 +95,7 @@ TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
     expect_nodes(early, 2, 1);
     EXPECT_EQ(lost, 0U);
 
-    g_clock_us = start + 11000000;  // the first two are too old now, and the fourth comes
+    g_clock_us = start + 11000000;  // the first two are too old now; the fourth node follows
     relay::Store::Place late = store.seek_back(2);
     add_node(3);
     EXPECT_EQ(store.nodes(), 2U);
@@ -104,7 +104,7 @@ TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
     expect_nodes(oldest, 2, 2);
     EXPECT_EQ(lost, 2 * kNode);
 
-    g_clock_us = start - 1000000;  // set back: what was kept looks old
+    g_clock_us = start - 1000000;  // set back, so everything in the store looks old
     add_node(4);
     lost = 0;
     expect_nodes(early, 4, 1);

@@ -22,7 +22,7 @@ std::vector<std::string> g_commands;
 
 }  // namespace
 
-// In place of the C library's, also for the library under test.
+// This takes the place of the C library's function, also for the library under test.
 extern "C" [[gnu::visibility("default")]] int system(const char* command) {
     static const auto kReal = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"));
     if (!g_hold_commands) {
@@ -50,7 +50,7 @@ protected:
     zx::test::LogCapture log;
 };
 
-TEST_F(InnerTest, MakesADirectoryAnewBelowThePath) {
+TEST_F(InnerTest, MakesAnEmptyDirectoryBelowThePath) {
     g_hold_commands = true;
     const auto expand = [this](const std::string& name, int result) {
         SCOPED_TRACE(name);
@@ -60,7 +60,7 @@ TEST_F(InnerTest, MakesADirectoryAnewBelowThePath) {
         EXPECT_EQ(hls_path, result == 1 ? "/v/" + name : "old");
         return log.take();
     };
-    // The longest one is in a command of 511 characters.
+    // The longest name makes a command of 511 characters.
     for (const std::string& name :
          {std::string("live/chan1"), std::string("a..b"), std::string(240, 'x')}) {
         const std::string path = "/v/" + name;
@@ -91,7 +91,7 @@ TEST_F(InnerTest, ReadsThroughAPipe) {
     const struct {
         const char* command;
         uint32_t size;
-        const char* info;  // of 8 bytes that were "xxxxxxxx", '.' for NUL
+        const char* info;  // the buffer, which was "xxxxxxxx"; '.' is a NUL
         int32_t result;
     } cases[] = {
         {"echo abc", 8, "abc\n....", 4},
@@ -107,7 +107,7 @@ TEST_F(InnerTest, ReadsThroughAPipe) {
     }
 }
 
-// Somebody else puts a link to a file of ours, or a file of his own, wherever there is room.
+// Another user puts a link to our file, or a file of their own, at the path whenever it is free.
 void plant(const char* victim, const char* path) {
     for (;;) {
         if (symlink(victim, path) == 0) {

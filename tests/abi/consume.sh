@@ -2,8 +2,8 @@
 # consume.sh CMAKE CC CXX [SOURCE...]
 #
 # Builds and runs programs of somebody else against an installed tree: C and C++, shared and static,
-# through find_package and through pkg-config, which find the tree by the environment if it is not
-# the system's. SOURCEs, .c or .cpp, are more such programs.
+# through find_package and through pkg-config. When the tree is not the system's, both find it
+# through the environment. SOURCEs, .c or .cpp, are more such programs.
 set -euo pipefail
 cmake=$1 cc=$2 cxx=$3
 shift 3
@@ -38,7 +38,7 @@ echo "loaded"
 "$cc" "$consumer/loaded.c" -o "$work/program"
 timeout 60 "$work/program"
 
-# Word splitting is wanted below: the flags are words.
+# Word splitting is wanted below: the flags are several words.
 IFS=' ;'
 # shellcheck disable=SC2086
 for module in zxcommon zxcommon-static; do
@@ -51,7 +51,7 @@ for module in zxcommon zxcommon-static; do
         echo "$module $source"
         timeout 60 "$work/program"
         linked=$(readelf -d "$work/program" | grep -c 'NEEDED.*libzxcommon\.so\.1\]' || true)
-        # Shared, the linker leaves a library out of which nothing is called; main.* calls it.
+        # The linker drops a shared library that nothing calls. main.* calls it.
         case $module:$source in
             zxcommon-static:*) [[ $linked == 0 ]] ;;
             zxcommon:*/main.*) [[ $linked == 1 ]] ;;

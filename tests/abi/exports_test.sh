@@ -1,8 +1,8 @@
 #!/bin/sh
 # exports_test.sh LIBRARY MAP HEADER...
 #
-# The library exports exactly what its version script lists, in order and under the script's version
-# node, and every name stands in a public header.
+# The library exports exactly what its version script lists, in the same order and under the
+# script's version node. Every name is in a public header.
 set -eu
 library=$1 map=$2
 shift 2

@@ -1,8 +1,8 @@
 #!/bin/sh
 # guides_test.sh CC BUILD_DIR SOURCE_DIR
 #
-# The program in a guide compiles without a warning, runs and finds what it expects. Every example is
-# shown once, as it is in its file; every header has its guide in the index; links lead to files.
+# The program in a guide compiles without a warning, runs, and succeeds. Every example is shown
+# once, as it is in its file. Every header has its guide in the index, and links lead to files.
 set -eu
 cc=$1 build=$2
 cd "$3"
@@ -15,7 +15,7 @@ wrong() {
 }
 for guide in README.md docs/guides/*.md; do
     program=$work/$(basename "$guide" .md)
-    # Examples, which a line names, are built and run by tests of their own.
+    # Examples, which are named in a line, are built and run by tests of their own.
     awk '/^<!-- ex/ { shown = 1 } /^```c$/ { code = !shown; next } /^```/ { code = shown = 0 } code' "$guide" >"$program.c"
     [ -s "$program.c" ] || continue
     "$cc" -std=gnu11 -Wall -Wextra -Wpedantic -Werror -Iinclude -Izxlog/include \

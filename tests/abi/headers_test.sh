@@ -1,8 +1,8 @@
 #!/bin/sh
 # headers_test.sh HEADER|PROGRAM...
 #
-# Every public header stands on its own, and twice, in each language version that callers may use,
-# under each compiler that is installed; a PROGRAM, .cpp, has templates in use.
+# Every public header can be included alone, and twice, in each language version that callers may
+# use and with each compiler that is installed. A PROGRAM, .cpp, uses the templates.
 set -eu
 root=$(dirname "$0")/../..
 flags="-fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Wundef -Werror -I$root/include -I$root/zxlog/include"

@@ -1,8 +1,8 @@
 #!/bin/sh
 # imports_test.sh LIBRARY ZXLOG_LIBRARY
 #
-# Of libzxlog, the library takes only what any logging library in its place would offer: no name
-# outside the interface, and none of the settings, which belong to the program.
+# The library uses only what any replacement of libzxlog would offer, too: no name outside the
+# interface, and none of the settings, which belong to the program.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -1,8 +1,8 @@
 #!/bin/sh
 # installed_test.sh CMAKE BUILD_DIR LIBDIR CC CXX
 #
-# Installs the build into a folder, moves that folder, and lets programs of somebody else use it. The
-# examples are only built: they run as tests of their own.
+# Installs the build into a folder, moves that folder, and lets programs of somebody else use it.
+# The examples are only built here: they run as tests of their own.
 set -eu
 cmake=$1 build=$2 libdir=$3 cc=$4 cxx=$5
 

@@ -50,7 +50,8 @@ namespace {
 
 // ------------------------------------------------------------------ stand-ins
 
-// Paths outside that the library has names for: one that other tests use, too, and the kernel's.
+// Moves paths that the library uses into the directory: one that other tests use, too, and one of
+// the kernel's.
 std::string within(std::string text) {
     constexpr std::pair<std::string_view, const char*> kOutside[] = {{"/tmp/zxcmd_info", "/info"},
                                                                      {"/sys/class/net/lo", ""}};
@@ -102,7 +103,7 @@ unsigned sleep_briefly(unsigned) {
 
 // The clock of the libraries moves only when they wait, so that a busy machine changes no outcome.
 std::atomic<std::uint64_t> g_clock_us{1'700'000'000'000'000};
-constexpr int kSpeed = 20;  // of the waits themselves
+constexpr int kSpeed = 20;  // the waits are this many times shorter
 
 int wait_briefly(int epfd, epoll_event* events, int max, int ms) {
     const int count = epoll_wait(epfd, events, max, ms / kSpeed);
@@ -128,14 +129,15 @@ int pause_briefly(useconds_t us) {
 
 }  // namespace
 
-// Every question takes a microsecond.
+// The clock moves on by a microsecond each time somebody reads it.
 std::uint64_t clock_us() {
     return ++g_clock_us;
 }
 
 namespace {
 
-// Every look at the coarse clock, with which the log looks after its file, is a second later.
+// The coarse clock moves on by a second each time somebody reads it. The log uses it to check its
+// file.
 int step_clock(clockid_t clock, timespec* out) {
     static std::atomic<long> seconds{0};
     const int result = clock_gettime(clock, out);
@@ -150,13 +152,13 @@ int step_clock(clockid_t clock, timespec* out) {
 enum Held { nothing, memory, threads, pages, address_lists, kinds_held };
 std::array<std::atomic<int>, kinds_held> g_held;
 
-enum class When { instead, behind };  // behind: what was asked for is done, and reported as failed
+enum class When { instead, after };  // after: the work is done, but reported as failed
 
 // How a call fails.
 struct Way {
     long result = -1;
     int code = 0;         // errno
-    Held held = nothing;  // what a success takes (or gives back)
+    Held held = nothing;  // what a success takes or gives back
     int change = 0;
     When when = When::instead;
     int most = 0;
@@ -170,7 +172,7 @@ struct Call {
 };
 const std::vector<Call>& calls();
 
-// In memory that child processes share.
+// This is in memory that child processes share.
 struct Plan {
     std::atomic<int> row{-1};
     std::atomic<int> nth{0};
@@ -189,11 +191,11 @@ bool must_fail(int row) {
     const int count = ++g_plan->seen.at(static_cast<std::size_t>(row));
     if (g_plan->mode == Fails::cancelled) {
         // A cancellation that was held back takes effect in a later call. The sanitizer does not
-        // learn that the frames are left: nothing in them may look poisoned then.
+        // notice that the frames are left, so nothing in them may be poisoned then.
         __asan_handle_no_return();
         if (g_plan->row == row && count == g_plan->nth) {
             pthread_cancel(pthread_self());
-            pthread_testcancel();  // goes on where cancellation is switched off
+            pthread_testcancel();  // returns when cancellation is off
         }
         return false;
     }
@@ -203,7 +205,7 @@ bool must_fail(int row) {
     return count == g_plan->nth || (g_plan->mode == Fails::onwards && count > g_plan->nth);
 }
 
-// Where the C library ends a cancelled thread.
+// The calls in which the C library ends a cancelled thread.
 constexpr char kCancellationPoints[] =
     "@(close|connect|epoll_wait|fclose|fflush|fopen|fread|fwrite|getaddrinfo|fsync|nanosleep|open|"
     "pclose|"
@@ -218,8 +220,8 @@ R as_result(long value) {
     }
 }
 
-// What stands in the table of imports in place of a function. A variadic one is called with three
-// more arguments, which may be whatever was in their registers.
+// Takes the place of a function in the table of imports. A variadic function is called with three
+// more arguments. They have any values when the caller passed fewer.
 template <auto Function>
 struct Hook {
     static inline int row = -1;
@@ -234,7 +236,7 @@ struct Hook {
             const R failure = as_result<R>(way.result);
             const bool fails = must_fail(row);
             R result = failure;
-            if (!fails || way.when == When::behind) {
+            if (!fails || way.when == When::after) {
                 result = Function(args...);
                 const bool is_done = std::is_pointer_v<R> ? result != failure : result == R{};
                 g_held.at(way.held) += is_done ? way.change : 0;
@@ -264,8 +266,8 @@ Call hooked(const char* name) {
 #define ZX_CALL_AS(name, function) hooked<&function>(#name)
 #define ZX_CALL(name)              ZX_CALL_AS(name, ::name)
 
-// malloc counts as calloc, as compilers make the one of the other; syscall writes lines of the log.
-// The error is a general one where the library tells no errors apart.
+// malloc counts as calloc, because compilers turn one into the other. syscall writes lines of the
+// log. Where the library does not distinguish errors, the error is a general one.
 std::vector<Call> make_calls() {
     std::vector<Call> all;
     const auto add = [&](const Way& way, const auto&... same) {
@@ -296,9 +298,9 @@ std::vector<Call> make_calls() {
     add({0, ENOMEM, memory, 1}, ZX_CALL(calloc));
     add({-1, ENOMEM, pages, 1}, ZX_CALL(mmap));
     add({EAGAIN, 0, threads, 1}, ZX_CALL(pthread_create));
-    add({.code = EIO, .when = When::behind}, ZX_CALL(close), ZX_CALL(fflush), ZX_CALL(pclose));
-    add({-1, EINVAL, pages, -1, When::behind}, ZX_CALL(munmap));
-    add({EINVAL, 0, threads, -1, When::behind}, ZX_CALL(pthread_join));
+    add({.code = EIO, .when = When::after}, ZX_CALL(close), ZX_CALL(fflush), ZX_CALL(pclose));
+    add({-1, EINVAL, pages, -1, When::after}, ZX_CALL(munmap));
+    add({EINVAL, 0, threads, -1, When::after}, ZX_CALL(pthread_join));
 
     add({0, 0, address_lists, -1}, ZX_CALL(freeaddrinfo));
     add({0, 0, memory, -1}, ZX_CALL(free));
@@ -308,13 +310,14 @@ std::vector<Call> make_calls() {
     return all;
 }
 
-// Never destroyed, as calls are made until the end.
+// This is never destroyed, because calls are made until the end.
 const std::vector<Call>& calls() {
     static const auto& all = *new std::vector<Call>(make_calls());
     return all;
 }
 
-// Cannot fail, or says no more than no; and what the counting of coverage calls in the libraries.
+// These cannot fail, or their answer is only yes or no. The last names are what coverage calls in
+// the libraries.
 constexpr char kNeedsNoFault[] =
     "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
@@ -324,8 +327,8 @@ constexpr char kNeedsNoFault[] =
     "@(hto|nto)*|vfprintf|fprintf|stderr|sprintf|mkdir|abort|quick_exit|fseek|"
     "pthread_@(mutex_@(lock|unlock|destroy)|once|setcancelstate))";
 
-// The function that is to be called in place of `name`, null for the same; complains of an unknown
-// one. "__NAME_chk" is NAME, with more arguments.
+// The function to call in place of `name`, or NULL to keep it. Adds an unknown name to `unknown`.
+// "__NAME_chk" is NAME, with more arguments.
 void* replacement(std::string name, std::vector<std::string>& unknown) {
     if (name.starts_with("__") && name.ends_with("_chk")) {
         name = name.substr(2, name.size() - 6);
@@ -409,7 +412,7 @@ std::vector<Fallible> hooked_calls() {
     std::vector<Fallible> found;
     for (std::size_t i = 0; i < calls().size(); ++i) {
         const auto& [name, hook, row, way] = calls()[i];
-        found.push_back({name, way.most, g_plan->seen.at(i), way.when == When::behind,
+        found.push_back({name, way.most, g_plan->seen.at(i), way.when == When::after,
                          fnmatch(kCancellationPoints, name, FNM_EXTMATCH) == 0,
                          way.result != 0 || way.code != 0});
     }

@@ -1,7 +1,7 @@
-// What the libraries are put through while their calls fail on demand.
+// Makes calls of the libraries fail on demand.
 //
-// The entries in the libraries' own tables of imports are replaced: what counts and fails are the
-// libraries' calls alone, not the test's and not those that the C library makes inside.
+// The entries in the libraries' own tables of imports are replaced. So only the libraries' calls
+// count and fail, not those of the test, and not those that the C library makes inside.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace zx::test {
 
 enum class Fails { never, once, onwards, cancelled };
 
-// The n-th counted call of a function is to fail: it alone, or it and all after it; or its thread
+// The n-th counted call of a function fails, either alone or with all calls after it. Or its thread
 // is cancelled there.
 struct Fault {
     std::string_view call;
@@ -26,30 +26,30 @@ struct Fault {
 
 struct Fallible {
     std::string_view name;
-    // Faults worth trying where the number of calls is a matter of time; 0: any number; below 0: as
-    // many, but not `onwards`, which would have no end.
+    // How many faults to try when the number of calls depends on time. 0: one for each call. Below
+    // 0: that many, but not `onwards`, which would never end.
     int most;
-    int seen;  // counted calls
+    int seen;  // how many calls were counted
     bool is_release;
     bool is_cancellation_point;
     bool can_fail;
 };
 
-// Where a scenario may write; empty at its start.
+// The directory that a scenario may write to. It is empty at the start.
 extern std::string g_directory;
 
-// Replaces the imports once. Commands and paths are kept within the directory, the clock is fast,
-// and nothing of the machine is set; what would have been done is logged after a "$". Returns
-// imports that are neither fallible by the table nor known to need no test.
+// Replaces the imports; call it once. Commands and paths stay within the directory, the clock is
+// fast, and no setting of the machine is changed. What would have changed it is logged after a "$".
+// Returns imports that the tables do not know.
 std::vector<std::string> take_over_calls();
 
-// Counts calls from now on, also those of child processes, and lets those of the fault fail.
+// Counts calls from now on, also those of child processes, and makes those of the fault fail.
 void arm(const Fault& fault);
 
-// The clock of the libraries, which moves only when they wait.
+// The clock of the libraries. It moves only when they wait.
 std::uint64_t clock_us();
 
-// Whether calls count, as the preparation of a scenario does not. Returns what was so before.
+// Sets whether calls count; those that prepare a scenario do not. Returns the old setting.
 bool count_calls(bool on);
 
 std::vector<Fallible> hooked_calls();
@@ -69,7 +69,7 @@ struct Scenario {
         return scenarios;
     }
     const char* name;
-    std::string (*run)();  // the results of the library's functions, and what they produced
+    std::string (*run)();  // the results of the library and what it made
 };
 
 #define ZX_SCENARIO(name)                 \
@@ -77,12 +77,12 @@ struct Scenario {
     const Scenario g_##name(#name, name); \
     std::string name()
 
-// "path" in the directory.
+// The path of a file in the directory.
 inline std::string in_directory(const char* path) {
     return g_directory + "/" + path;
 }
 
-// Values with spaces between them; what is called for them is called in their order.
+// Values with spaces between them. In braces, the calls that produce them are made in order.
 struct Said : std::string {
     template <typename... Values>
     explicit Said(const Values&... values) {
@@ -93,7 +93,7 @@ struct Said : std::string {
     }
 };
 
-// What a function gives for each text, with a space after each.
+// The result of a function for each text, each with a space after it.
 template <typename Function>
 std::string results_of(Function call, std::initializer_list<std::string> texts) {
     std::string results;

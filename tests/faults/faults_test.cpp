@@ -1,6 +1,7 @@
-// What one thing that goes wrong makes of every scenario. Every call of the libraries that can fail
-// fails, at each of its places: once, and from there on. The thread is cancelled at each of its
-// cancellation points. The disk is full, files may not grow, signals interrupt.
+// Lets one thing go wrong in every scenario, and checks what comes of it. Every call of the
+// libraries that can fail does fail, at each of its places: once, and from there on. The thread is
+// cancelled at each of its cancellation points. The disk is full, files may not grow, signals
+// interrupt.
 #include "faults.hpp"
 
 #include <dlfcn.h>
@@ -33,7 +34,7 @@ namespace zx::test {
 namespace {
 
 LogCapture* g_log;
-std::vector<std::string> g_said;  // all that was logged in this process, and its commands
+std::vector<std::string> g_said;  // all lines and commands of this process
 
 }  // namespace
 
@@ -65,7 +66,7 @@ void clear_directory() {
     }
 }
 
-// Leaves a disk of our own so many pages, from 0 on.
+// Leaves `nth` - 1 pages free on a disk of our own.
 void fill_disk(int nth) {
     constexpr int kPage = 4096;
     unshare(CLONE_NEWNS);
@@ -76,14 +77,14 @@ void fill_disk(int nth) {
     std::ofstream(in_directory("filler")) << std::string(kPage, 'x');
 }
 
-// Lets files have so many half pages, from 0 on.
+// Limits files to `nth` - 1 half pages.
 void limit_files(int nth) {
     const auto most = static_cast<rlim_t>(nth - 1) * 2048;
     const rlimit limit{most, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-// Interrupts what the thread waits for, all the time.
+// Interrupts the thread's waits all the time.
 void storm(bool on) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
@@ -100,7 +101,7 @@ void storm(bool on) {
     timer_settime(timer, 0, &times, nullptr);
 }
 
-// What is in the way beside failing calls.
+// Sets up obstacles other than failing calls.
 void hinder(const Fault& fault) {
     if (fault.call == "disk") {
         fill_disk(fault.nth);
@@ -127,8 +128,8 @@ void unhinder(const Fault& fault) {
     }
 }
 
-// A line of the log, for which this program has a stand-in, and one of the echo: with them go the
-// reports of lines that were lost.
+// Writes a line to the log and one to the echo, so that the reports of lost lines are written, too.
+// This program has a stand-in for the log, so the library's function is called directly.
 void next_lines() {
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
     const int kept[] = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
@@ -147,7 +148,7 @@ void next_lines() {
     }
 }
 
-// The scenario's result; empty when its thread was cancelled.
+// The scenario's result. It is empty when the thread was cancelled.
 std::string run_in_thread(const Scenario& scenario) {
     std::pair<const Scenario&, std::string> work{scenario, ""};
     const auto run = [](void* argument) -> void* {
@@ -213,7 +214,8 @@ protected:
 
 class FaultTest : public CallsTest, public testing::WithParamInterface<const Scenario*> {};
 
-// A row of outcomes.txt; the first of a scenario is the untouched one, whose `log` has all lines.
+// A row of outcomes.txt. The first row of a scenario is the one without a fault. Its `log` has all
+// lines.
 struct Outcome {
     std::string calls, result, log;
     bool has_happened = false;
@@ -245,7 +247,7 @@ std::vector<Outcome> outcomes_of(const std::string& scenario) {
     return rows;
 }
 
-// Whether lines are like patterns, in which "*" is anything within a line.
+// True when the lines match the patterns, in which "*" is anything within a line.
 bool are_like(const std::string& said, const std::string& patterns) {
     std::istringstream lines(said), wanted(patterns);
     bool are = true;
@@ -260,7 +262,7 @@ bool are_like(const std::string& said, const std::string& patterns) {
     return are;
 }
 
-// Lets one call fail at each of its places; returns how many these were.
+// Makes one call fail at each of its places. Returns the number of places.
 int judge(const Scenario& scenario, const Fallible& call, Fails mode, const Story& untouched,
           std::vector<Outcome>& rows) {
     for (int nth = 1; call.most == 0 || nth <= std::abs(call.most); ++nth) {

@@ -83,7 +83,7 @@ ZX_SCENARIO(lock_from_init_to_deinit) {
     return Said{twice, waits, end, unnamed};
 }
 
-// Only the second one wants to hear of it.
+// Only the second lock has report_misuse set.
 ZX_SCENARIO(lock_misuse) {
     std::string said;
     for (const std::uint8_t reports : {std::uint8_t{0}, std::uint8_t{1}}) {
@@ -164,7 +164,7 @@ ZX_SCENARIO(thread_states) {
     return Said{begun, ended, name, times_listed(lock), zxlock_api_deinit(&lock)};
 }
 
-// Logged once.
+// The misuse is logged only once.
 ZX_SCENARIO(thread_misuse) {
     zxthread_ctt thread{};
     std::strcpy(thread.name, "early");
@@ -176,7 +176,7 @@ ZX_SCENARIO(thread_misuse) {
                 thread.state};
 }
 
-// Whether there is a buffer, and whether it is listed.
+// The results: whether there is a buffer, and whether it is listed.
 ZX_SCENARIO(memory) {
     zxmem_api_init(1);
     void* buffer = zxmem_api_malloc(64, "faulty", "source", __LINE__);
@@ -188,7 +188,7 @@ ZX_SCENARIO(memory) {
     return Said{is_there, std::strstr(html, "faulty") != nullptr};
 }
 
-// One buffer more than the first index of the list is for.
+// Allocates one buffer more than the first index of the list is made for.
 ZX_SCENARIO(memory_growth) {
     std::array<void*, 129> buffers{};
     const bool counted = count_calls(false);
@@ -210,7 +210,7 @@ ZX_SCENARIO(digests) {
     char* const text = sha1_api_hash("abc");
     const Said said{is_there, words[0], text != nullptr ? text : "none"};
     void* taken = text;
-    zxmem_api_free(&taken);  // as free(), but seen
+    zxmem_api_free(&taken);  // like free(), but counted
     return said;
 }
 
@@ -263,7 +263,8 @@ ZX_SCENARIO(signals) {
     return Said{zxsignal_api_catch() == SIG_ERR ? "refused" : "set"};
 }
 
-// What signals 1 to 31 do: caught, ignored, the default; a capital when they are blocked.
+// The dispositions of signals 1 to 31: caught, ignored or the default. A capital letter means
+// blocked.
 std::string dispositions() {
     sigset_t blocked;
     sigprocmask(SIG_BLOCK, nullptr, &blocked);
@@ -279,7 +280,7 @@ std::string dispositions() {
     return all;
 }
 
-// Each signal is logged, and the process goes on with its errno.
+// Each signal is logged, and `errno` of the process is kept.
 ZX_SCENARIO(caught_signals) {
     count_calls(false);
     for (int number = 1; number < NSIG; ++number) {
@@ -319,7 +320,7 @@ ZX_SCENARIO(version) {
                 std::strlen(text) + 1 - sizeof text};
 }
 
-// How many lines a level and a filter of tags let through, and one with function and line.
+// How many lines pass a level and a filter of tags; then one line with function and line.
 ZX_SCENARIO(log_filter) {
     std::string said;
     for (const auto& [level, filter] :
@@ -345,7 +346,7 @@ ZX_SCENARIO(environment_values) {
                     value()};
     std::strcpy(text, "ZX_TEST=three");
     zxenv_api_put(text);
-    text[8] = 'T';  // it is the text itself
+    text[8] = 'T';  // putenv() uses the text itself
     return Said{sets,
                 value(),
                 zxenv_api_unset("ZX_TEST"),
@@ -354,7 +355,7 @@ ZX_SCENARIO(environment_values) {
                 zxenv_api_set("a=b", "c", 1)};
 }
 
-// Impossible arguments, which are refused or do nothing.
+// Impossible arguments are refused or do nothing.
 ZX_SCENARIO(refusals) {
     char text[64] = "kept", digits[ZXMD5_TEXT_SIZE] = "";
     std::uint32_t words[4]{};
@@ -384,7 +385,7 @@ ZX_SCENARIO(environment) {
                 std::string(zxenv_api_get("ZX_FAULTY", "none")), zxenv_api_unset("ZX_FAULTY")};
 }
 
-// What was written to a file, line by line, each cut to its beginning and its size.
+// The lines of a file. A long line is cut to its start and its size.
 std::string lines_of(const std::string& path) {
     std::string text;
     std::ifstream file(path);
@@ -405,11 +406,11 @@ void redirect(int fd, const char* path) {
     close(file);
 }
 
-// The capture of this program stands before the library's function.
+// This program's log capture hides the library's function, so this looks up the function.
 ZX_SCENARIO(log_file) {
     const auto write =
         reinterpret_cast<decltype(&zxlog_innerapi_file)>(dlsym(RTLD_NEXT, "zxlog_innerapi_file"));
-    redirect(STDERR_FILENO, "/dev/null");  // gets what the file does not
+    redirect(STDERR_FILENO, "/dev/null");  // takes lines that miss the file
     std::filesystem::current_path(g_directory);
     const int set = zxlog_api_setFile("log");
     write("one\r\n");

@@ -53,7 +53,7 @@ std::array<UniqueFd, 2> stream_pair() {
 
 ZX_SCENARIO(epoll_one) {
     const UniqueFd fd(eventfd(UINT_MAX, EFD_CLOEXEC));
-    const std::uint64_t full = UINT64_MAX - 1 - UINT_MAX;  // it cannot be written any more
+    const std::uint64_t full = UINT64_MAX - 1 - UINT_MAX;  // no more can be written to it
     EXPECT_EQ(write(fd.get(), &full, sizeof full), 8);
     int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
     const UniqueFd of_cancelled(epfd);
@@ -68,7 +68,7 @@ ZX_SCENARIO(epoll_one) {
                 epfd};
 }
 
-// An instance has room for one at least, and a descriptor of its own.
+// An instance must have room for at least one descriptor, and has a descriptor of its own.
 ZX_SCENARIO(epoll_edges) {
     count_calls(false);
     int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
@@ -94,7 +94,7 @@ struct Application {
     std::string asked{}, reads{}, writes{};
 };
 
-// One to read and to write, none, one to write, one whose other end is closed.
+// The descriptors: one to read and write, none, one to write, and one whose other end is closed.
 ZX_SCENARIO(epoll_dispatch) {
     count_calls(false);
     const auto [near, far] = stream_pair();
@@ -121,7 +121,7 @@ ZX_SCENARIO(epoll_dispatch) {
     const std::uint64_t start = clock_us();
     zxepoll_appapi_dataread(app.epfd, 4, &app, read, write);
     const bool took_a_second = clock_us() - start >= 990000;
-    LogCapture().take();  // says the same in every turn
+    LogCapture().take();  // the same line in every turn
     const int ended = zxepoll_appapi_deinit(app.epfd, 4, &app, at);
     return Said{app.reads, app.writes, app.asked, took_a_second, ended, fcntl(app.epfd, F_GETFD)};
 }
@@ -206,7 +206,7 @@ ZX_SCENARIO(polled_connection) {
                 zxnet_api_waitFdTimeout(fd, ZXNET_WAIT_WRITE, UINT32_MAX)};
 }
 
-// Seven slices of a tenth of a second, and three, of which the last one does not count.
+// Waits seven slices of a tenth of a second, and then three, of which the last one does not count.
 ZX_SCENARIO(waits_in_slices) {
     count_calls(false);
     const Connection c;
@@ -229,7 +229,7 @@ ZX_SCENARIO(tcp_states) {
                 zxnet_api_getTcpStateString(12, unknown)};
 }
 
-// Whole pieces, and what the ends of a connection have to say.
+// Sends in pieces; also to an end that is closed.
 ZX_SCENARIO(pieces) {
     count_calls(false);
     int ends[2];
@@ -248,7 +248,7 @@ ZX_SCENARIO(pieces) {
                 zxnet_api_epollSend(near.get(), "x", 1, ZXNET_NO_WAIT)};
 }
 
-// Receives from a connection that the other side has closed.
+// Receives from a connection that the other end has closed.
 ZX_SCENARIO(ended) {
     const Listener listener;
     const UniqueFd near(connected(SOCK_STREAM, ntohs(listener.address.sin_port)));
@@ -262,7 +262,7 @@ ZX_SCENARIO(received) {
     Connection c;
     const int fd = c.near.get();
     zxnet_api_socketNonblock(fd, 1);
-    static char data[8];  // far from the end of the address space
+    static char data[8];  // not on the stack: the claimed size must not leave the address space
     const Said open{zxnet_api_epollRecv(fd, data, 8, ZXNET_NO_WAIT), send(c.far.get(), "abc", 3, 0),
                     zxnet_api_epollRecv(fd, data, 2, 100), zxnet_api_epollRecv3(fd, data + 2, 6),
                     data};
@@ -309,7 +309,7 @@ ZX_SCENARIO(interface_settings) {
                 zxnet_api_getIfaceMac_byte("lo", mac)};
 }
 
-// The directory is the kernel's one of the interface.
+// The directory takes the place of the interface's directory in sysfs.
 ZX_SCENARIO(interface_files) {
     std::ofstream(in_directory("address")) << "00:11:22:aa:bb:cc\n";
     char mac[64] = "?", mtu[64] = "?";

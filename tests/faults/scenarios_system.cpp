@@ -45,7 +45,8 @@ ZX_SCENARIO(replaced_file) {
     return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of(in_directory("file"))};
 }
 
-// More than the pages that are left: what was there stays, or the new one is whole.
+// The text needs more pages than are left. Either the old content stays, or the new one is
+// complete.
 ZX_SCENARIO(replaced_large_file) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "old";
@@ -64,7 +65,7 @@ ZX_SCENARIO(refused_files) {
                               "/" + std::string(247, 'x')});
 }
 
-// The first call makes what the second one finds.
+// The first call creates the file, and the second one finds it.
 ZX_SCENARIO(touched_file) {
     count_calls(false);
     char text[] = "new";
@@ -99,7 +100,7 @@ ZX_SCENARIO(file_names) {
                            {"a.ts", ".ts", "a.mp3", "b.mp4", "ts", "a.TS", "a.ts.gz", ""})};
 }
 
-// Above its limit, and with a name for a command.
+// Files at the limit, above it, and with a name that does not fit a command.
 ZX_SCENARIO(rotated_file) {
     std::string said;
     for (const auto& [name, over] : {std::pair{"below", 0U}, {"file", 1U}, {"a&b", 1U}}) {
@@ -138,14 +139,14 @@ ZX_SCENARIO(filed_command) {
     return Said{zxt_innerapi_cmdReadByTmp("echo -n told", out, sizeof out), out};
 }
 
-// No process has such a number, and the command is not run.
+// No process has this number, and the kill command is not run.
 ZX_SCENARIO(killing_command) {
     return Said{zxt_innerapi_kill("echo 99999999")};
 }
 
 // ------------------------------------------------------------------- processes
 
-// What processes leave behind that end, or are ended.
+// Writes a note that survives the process.
 void write_note(const char* file, const std::string& text) {
     std::ofstream(in_directory(file), std::ios::app) << text;
 }
@@ -179,7 +180,7 @@ ZX_SCENARIO(daemon_process) {
 
 int32_t supervised(void*) {
     if (content_of(in_directory("worker")) == "w") {
-        write_note("complaints", complaints());  // those of the supervisor, up to here
+        write_note("complaints", complaints());  // the supervisor's so far
         kill(getppid(), SIGKILL);
     }
     write_note("worker", "w");
@@ -220,7 +221,7 @@ ZX_SCENARIO(host) {
                 zxmd_api_isConflictLib(library, "1", "1")};
 }
 
-// Programs that are found before those of the host, and names that are no programs.
+// Puts programs in front of those of the host, and asks for names that are no programs.
 ZX_SCENARIO(host_programs) {
     count_calls(false);
     const auto put = [](const char* name, const char* script) {
@@ -246,7 +247,7 @@ ZX_SCENARIO(tunables) {
                 zxsysctl_api_setIgmpVersion(2), zxsysctl_api_getIgmpVersion()};
 }
 
-// What a shell takes literally, and what it would interpret.
+// Names that a shell takes literally, and names that it would interpret.
 ZX_SCENARIO(tunable_names) {
     count_calls(false);
     const auto set = [](const char* name) { return zxsysctl_api_setEth_rpfilter(name, 0); };
@@ -254,7 +255,7 @@ ZX_SCENARIO(tunable_names) {
                             std::string(230, 'x')});
 }
 
-// How many of them succeed.
+// Counts those that succeed.
 ZX_SCENARIO(housekeeping) {
     const int results[] = {zxmd_api_clearSysLog(), zxmd_api_clearAppLog(),
                            zxmd_api_cleanKernelUpgradeFile(),

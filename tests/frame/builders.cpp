@@ -23,7 +23,7 @@ void add(int32_t length) {
     pcap_dump(reinterpret_cast<u_char*>(g_dumper), &header, g_frame);
 }
 
-// A record that has seen no frame, with a payload.
+// A new record with a payload, which has decoded no frame.
 std::unique_ptr<ether_ctt> record_with(std::size_t size) {
     auto record = std::make_unique<ether_ctt>();
     record->data_len = static_cast<uint16_t>(size);
@@ -97,7 +97,7 @@ void add_all() {
         add_udp(size, 0);
     }
     add_udp(100, 0xff);
-    add_udp(101, 0xff);  // the byte after an odd payload is summed, too
+    add_udp(101, 0xff);  // the byte after an odd payload counts, too
     add(zxframe_api_buildArp(record_with(0).get(), kOurMac, kOurIp, kPeerIp, g_frame));
     constexpr std::pair<uint32_t, uint32_t> kIgmp[] = {
         {1, ZXFRAME_IGMP_QUERY}, {1, ZXFRAME_IGMP_JOIN},  {2, ZXFRAME_IGMP_JOIN},

@@ -1,22 +1,24 @@
 #!/usr/bin/env bash
 # captures.sh FRAME_FIELDS FRAMES FIELDS [FOLDER]
 #
-# Decodes every frame of every capture file in FOLDER (or $ZX_CAPTURES), and compares every
-# well-formed header with what tshark shows for it, field by field. Fails when fewer than FRAMES
-# frames were compared down to ARP, TCP or UDP, or fewer than FIELDS fields. Exit 77: skipped, there
-# is nothing to compare with.
+# Decodes every frame of every capture file in FOLDER (or $ZX_CAPTURES). Compares every well-formed
+# header with what tshark shows for it, field by field. Fails when fewer than FRAMES frames were
+# compared down to ARP, TCP or UDP, or fewer than FIELDS fields. Exit 77: skipped, because there is
+# nothing to compare with.
 set -euo pipefail
 program=$1 frames=$2 fields=$3 folder=${4-${ZX_CAPTURES-}}
 [[ -d $folder ]] || { echo "skipped: no captures, ZX_CAPTURES is '$folder'"; exit 77; }
 source "${0%/*}/tshark.sh"
 
-# All that tshark can read in one file, with frames of other link types as bytes for both readers.
+# Puts everything that tshark can read into one file. Frames of other link types are only bytes for
+# both programs.
 find "$folder" -name '*.pcap*' -print0 | sort -z |
     xargs -0 capinfos -Trc >"$work/files" 2>"$work/errors" || sed 's/^capinfos: /not read: /' "$work/errors"
 cut -f1 "$work/files" | tr '\n' '\0' | xargs -0 mergecap -a -F pcapng -w "$work/merged"
 tshark -r "$work/merged" -Y frame.encap_type -w "$work/packets" 2>/dev/null
 editcap -F pcap -T ether "$work/packets" "$work/frames"
-# tshark shows what lies after the snapshot length of the file's header, libpcap cuts it off.
+# tshark shows bytes after the snapshot length of the file's header, which libpcap cuts off. So this
+# raises the snapshot length.
 printf '\xff\xff\x03\x00' | dd of="$work/frames" bs=1 seek=16 conv=notrunc status=none
 
 names=(frame.number frame.cap_len eth.dst eth.src eth.type

@@ -1,5 +1,5 @@
-// frame_fields FILE: what the decoder makes of every frame of a capture file, one line a frame, in
-// the notation of "tshark -T fields" and the order of captures.sh.
+// frame_fields FILE: prints how the decoder reads every frame of a capture file, one line for each
+// frame, in the notation of "tshark -T fields" and in the order of captures.sh.
 #include <arpa/inet.h>
 #include <pcap/pcap.h>
 
@@ -33,7 +33,7 @@ std::string address(uint32_t network_order) {
     return inet_ntoa({network_order});
 }
 
-// The kinds of all options, or the length bytes of those that have one.
+// The kinds of all options, or the lengths of those that have one.
 std::string options(const tcp_view& tcp, bool lengths) {
     std::string list;
     for (uint32_t i = 0; i < tcp.option_count; ++i) {
@@ -54,8 +54,8 @@ struct Columns {
     const Columns& operator<<(unsigned number) const { return *this << std::to_string(number); }
 };
 
-// What does not belong to the frame is left over from earlier ones: the names of the headers that
-// are compared come from the other reader.
+// Fields of headers that the frame does not have are left over from earlier frames. judge.awk
+// decides from tshark's columns which headers to compare.
 void print(const ether_ctt& r) {
     const auto& [arp, ip, tcp, udp] = std::tie(r.arp, r.ipv4, r.tcp, r.udp);
     const Columns line;
@@ -82,13 +82,13 @@ int main(int argc, char** argv) {
     }
     zx::test::LogCapture log;
     const auto record = std::make_unique<ether_ctt>();
-    const auto dumped = std::make_unique<ether_ctt>();  // the same, on the way with the dump
+    const auto dumped = std::make_unique<ether_ctt>();  // the same, decoded with a dump
     pcap_pkthdr* header = nullptr;
     const uint8_t* bytes = nullptr;
     int result = 0;
     for (unsigned number = 1; (result = pcap_next_ex(capture, &header, &bytes)) == 1; ++number) {
-        // On the heap and no larger than promised, so that a sanitizer sees the first byte too
-        // many.
+        // The frame is on the heap and no larger than promised, so that a sanitizer sees an access
+        // beyond.
         std::vector<uint8_t> frame(std::max<std::size_t>(header->caplen, ZXFRAME_READABLE));
         std::copy_n(bytes, header->caplen, frame.begin());
         for (ether_ctt* const r : {record.get(), dumped.get()}) {

@@ -1,5 +1,5 @@
-# Compares the decoder's columns with tshark's, which stand before them in the same line, as far as
-# the headers are well-formed: that, tshark and the lengths say, never the decoder. The first file
+# Compares the decoder's columns with those of tshark, which come first in each line. Only
+# well-formed headers count; tshark and the lengths decide that, never the decoder. The first file
 # lists the captures that the lines come from, with their numbers of frames.
 BEGIN { FS = "\t" }
 
@@ -11,8 +11,8 @@ function end_of_file() {
     number = 0
 }
 
-# Kinds and lengths of the options up to the end of the list, although the decoder reads on; and
-# up to the first kind that it does not know, which ends its list.
+# Lists kinds and lengths of the options up to the end of the list, although the decoder reads on.
+# Stops at the first kind that the decoder does not know, because that ends the decoder's list.
 function options(kinds, lengths, from_decoder,    kind, length_of, n, i, used, list) {
     n = split(kinds, kind, ",")
     split(lengths, length_of, ",")
@@ -25,7 +25,7 @@ function options(kinds, lengths, from_decoder,    kind, length_of, n, i, used, l
 
 FNR == NR { file[++files] = $1; size[files] = $2; next }
 FNR == 1 {
-    for (i = 1; !($i in at); ++i) at[$i] = i  # then the names begin again, the decoder's
+    for (i = 1; !($i in at); ++i) at[$i] = i  # the decoder's names follow
     for (first = i; i <= NF; ++i) column[i] = $i
     columns = NF
     next
@@ -37,20 +37,20 @@ FNR == 1 {
     split("", tshark)
     for (name in at) {
         tshark[name] = $at[name]
-        if (name !~ /^tcp\.option|^_ws/) sub(/,.*/, "", tshark[name])  # the outermost header's
+        if (name !~ /^tcp\.option|^_ws/) sub(/,.*/, "", tshark[name])  # of the outermost header
     }
     captured = tshark["frame.cap_len"] - 14
     total = tshark["ip.len"] + 0
     ip_size = tshark["ip.hdr_len"] + 0
     tcp_size = tshark["tcp.hdr_len"] + 0
-    udp_size = tshark["udp.length"] + 0  # with the payload
+    udp_size = tshark["udp.length"] + 0  # includes the payload
 
-    # Which headers are there: those that follow each other without anything between.
+    # The headers that are present. They must follow each other with nothing in between.
     split("", good)
     good["frame"] = 1
     good["eth"] = captured >= 0
     good["arp"] = tshark["frame.protocols"] ~ /^eth:ethertype:arp/ && captured >= 28 &&
-        tshark["eth.type"] == "0x0806" &&  # the reverse one is not decoded
+        tshark["eth.type"] == "0x0806" &&  # RARP is not decoded
         tshark["arp.hw.type"] " " tshark["arp.proto.type"] == "1 0x0800" &&
         tshark["arp.hw.size"] " " tshark["arp.proto.size"] == "6 4"
     good["ip"] = tshark["frame.protocols"] ~ /^eth:ethertype:ip(:|$)/ && total >= ip_size &&
@@ -61,8 +61,8 @@ FNR == 1 {
     good["udp"] = transport && tshark["frame.protocols"] ~ /^eth:ethertype:ip:udp/ &&
         udp_size >= 8 && total >= ip_size + 8 && captured >= ip_size + 8
 
-    # Where tshark shows something else than the field: the length of IEEE 802.3, the end of a source
-    # route, no payload length for a fragment, and the bytes that are there instead of the whole.
+    # Cases in which tshark shows something other than the field: the length of IEEE 802.3, the end
+    # of a source route, no payload length for a fragment, and only the captured bytes of a payload.
     if (tshark["eth.len"] != "") tshark["eth.type"] = sprintf("0x%04x", tshark["eth.len"])
     if (tshark["ip.cur_rt"] != "") tshark["ip.dst"] = tshark["ip.cur_rt"]
     unless["tcp.len"] = tshark["ip.flags.mf"] != 0 || tshark["frame.len"] - 14 < total

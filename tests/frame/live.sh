@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# live.sh FRAME_LIVE: starts the test between two network namespaces of its own. Exit 77: skipped,
-# they are not allowed here.
+# live.sh FRAME_LIVE: runs the test between two network namespaces of its own. Exit 77: skipped,
+# because they are not allowed here.
 set -euo pipefail
 ours=zxlive-ours-$$ peer=zxlive-peer-$$
 cleanup() {
@@ -22,6 +22,6 @@ ip link add wire netns "$ours" address 02:00:00:00:00:01 type veth \
 ip -n "$peer" addr add 10.99.0.2/24 dev port
 ip -n "$peer" link set port up
 ip -n "$ours" link set wire up
-# On a busy machine an answer may take longer than the 200 ms after which the kernel would repeat itself.
+# On a busy machine an answer may take longer than 200 ms, after which the kernel would send again.
 ip -n "$peer" route change 10.99.0.0/24 dev port src 10.99.0.2 rto_min 5s
 ZX_PEER=$peer ip netns exec "$ours" "$1"

@@ -1,6 +1,6 @@
-// A conversation with a kernel in built frames, whose answers are captured, filtered and decoded.
-// live.sh starts this in a namespace whose device "wire" has no address; the kernel answers at the
-// other end, in the namespace ZX_PEER.
+// A conversation with a kernel in built frames. The kernel's answers are captured, filtered and
+// decoded. live.sh starts this in a namespace whose device "wire" has no address. The kernel
+// answers at the other end, in the namespace ZX_PEER.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -65,14 +65,14 @@ protected:
     }
     ~FrameLive() override { close(wire); }
 
-    // Sends the frame, which ends with the payload.
+    // Sends the frame. The payload goes to its end.
     void send(int32_t length, const std::string& payload = "") {
         ASSERT_GT(length, 0);
         payload.copy(reinterpret_cast<char*>(frame + length) - payload.size(), payload.size());
         EXPECT_EQ(::send(wire, frame, static_cast<std::size_t>(length), 0), length);
     }
 
-    // The next frame that passes the filter stands in its record then.
+    // Waits for a frame that passes the filter. It is then in the filter's record.
     void receive() {
         pollfd readable{wire, POLLIN, 0};
         do {
@@ -101,7 +101,7 @@ protected:
 };
 
 TEST_F(FrameLive, KernelTakesPartInAConversation) {
-    // The peer's kernel learns from the question who we are.
+    // The peer's kernel learns our address from this question.
     send(zxframe_api_buildArp(record.get(), kOurMac, kOurIp, kPeerIp, frame));
     filter->source_mac = kPeerMac;
     filter->dest_mac = kOurMac;
@@ -134,7 +134,7 @@ TEST_F(FrameLive, KernelTakesPartInAConversation) {
     send(zxframe_api_buildTcpAck(record.get(), frame));
     EXPECT_TRUE(zx::test::comes_true([&] { return info_of(connection).tcpi_unacked == 0; }));
 
-    zxframe_api_doFrame(record.get(), frame);  // goes on from the acknowledgment
+    zxframe_api_doFrame(record.get(), frame);  // continues after the acknowledgment
     const std::string data = "from a raw frame!";
     std::copy(data.begin(), data.end(), record->data);
     record->data_len = static_cast<uint16_t>(data.size());

@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# Sourced: Debian's tshark, with the same answers whatever its user has set.
+# For sourcing: Debian's tshark, independent of the user's settings.
 command -v tshark >/dev/null || { echo "skipped: no tshark"; exit 77; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-# Without the protocols that are carried: they cost time, and what is malformed in them says nothing
+# Switches off the protocols inside TCP and UDP. They cost time, and errors in them say nothing
 # about the headers.
 export WIRESHARK_CONFIG_DIR=$work
 tshark -G protocols 2>/dev/null | awk -F'\t' \

@@ -1,5 +1,5 @@
-// The log of several processes with several threads each, while they are disturbed: every line
-// arrives once and whole, and the lines of each writer in their order.
+// The log of several processes with several threads each, while they are disturbed. Every line
+// arrives once and complete, and the lines of each writer arrive in order.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -23,11 +23,10 @@ namespace fs = std::filesystem;
 using zx::test::run_beside;
 using zx::test::run_threads;
 
-constexpr auto kRound =
-    std::chrono::milliseconds(1500);  // the log looks after its file each second
+constexpr auto kRound = std::chrono::milliseconds(1500);  // the log checks its file each second
 constexpr int kProcesses = 2;
 constexpr int kThreads = 3;
-constexpr int kWriters = 2 * kThreads + 1;  // each thread's own, its signals', and forked children
+constexpr int kWriters = 2 * kThreads + 1;  // each thread, its signals, and forked children
 
 const std::string kLetters(5000, 'x');
 
@@ -35,8 +34,8 @@ int length_of(int number) {
     return number % 50 == 0 ? number * 37 % 5000 : number % 97;
 }
 
-// Behind the time, a line has its writer, its number and as many letters as follow from the number.
-// Behind the last one, the writer says so.
+// After the time, a line has its writer, its number, and as many letters as the number demands.
+// After the last line, the writer adds a line that says so.
 struct Writer {
     int id = 0;
     int next = 0;
@@ -56,7 +55,7 @@ void log_signal(int) {
     t_signals.write();
 }
 
-// A process whose threads log for a round, and what disturbs it meanwhile.
+// A process whose threads log for a round while they are disturbed.
 class Process {
 public:
     using Disturbance = void (Process::*)();
@@ -77,7 +76,7 @@ public:
 
     void fork_children() {
         Writer children{first_ + kWriters - 1};
-        const std::string own_file = log_ + ".child";  // a child of many threads allocates nothing
+        const std::string own_file = log_ + ".child";  // forked children must not allocate
         for (; !ended_; ++children.next) {
             const pid_t child = fork();
             if (child == 0) {
@@ -125,7 +124,7 @@ private:
                 }
             }
         }
-        usleep(1000);  // the thread sanitizer delivers late
+        usleep(1000);  // the thread sanitizer delivers signals late
         own.end();
         t_signals.end();
     }
@@ -137,7 +136,7 @@ private:
     std::atomic<int> failures_{0};
 };
 
-// What a writer's lines say when they are read.
+// What was read of a writer's lines.
 struct Found {
     std::set<int> numbers;
     int end = -1;
@@ -145,7 +144,7 @@ struct Found {
 
 class LogStress : public testing::Test {
 protected:
-    // The files of each round are checked and removed.
+    // Checks and removes the files of each round.
     void log_while(const std::vector<Process::Disturbance>& disturbances) {
         std::uint64_t lines = 0;
         do {

@@ -1,4 +1,4 @@
-// What every scenario has: its time, and an alarm for the case that it hangs.
+// What every scenario has: its time, and an alarm in case it hangs.
 #pragma once
 
 #include <unistd.h>
@@ -23,7 +23,7 @@ public:
     // False when the time is up.
     [[nodiscard]] bool goes_on() const { return Clock::now() < end_; }
 
-    // How much was done, for whoever wants to know what a run was worth.
+    // Prints how much was done, so that a reader can judge the run.
     static void tell(std::uint64_t count, const char* what) {
         std::printf("%llu %s\n", static_cast<unsigned long long>(count), what);
     }
@@ -40,7 +40,7 @@ private:
     Clock::time_point end_ = Clock::now() + seconds();
 };
 
-// Runs body(0) to body(count - 1), each on a thread of its own, to their end.
+// Runs body(0) to body(count - 1), each on a thread of its own, and waits for all of them.
 inline void run_threads(std::size_t count, const std::function<void(std::size_t)>& body) {
     std::vector<std::jthread> threads;
     for (std::size_t i = 0; i < count; ++i) {
@@ -48,7 +48,7 @@ inline void run_threads(std::size_t count, const std::function<void(std::size_t)
     }
 }
 
-// The same beside the caller.
+// Does the same while the caller goes on.
 inline std::jthread run_beside(std::size_t count, const std::function<void(std::size_t)>& body) {
     return std::jthread([=] { run_threads(count, body); });
 }

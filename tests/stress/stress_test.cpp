@@ -1,4 +1,4 @@
-// Many threads at once on what the library shares between threads.
+// Many threads use what the library shares between threads.
 #include <gmock/gmock.h>
 #include <malloc.h>
 
@@ -25,7 +25,7 @@ std::atomic<std::uint64_t> g_now{1};
 
 }  // namespace
 
-// Stands in for the library's clock.
+// This takes the place of the library's clock.
 extern "C" uint64_t zxlog_api_us(void) {
     return g_now;
 }
@@ -47,13 +47,13 @@ protected:
     std::atomic<int> wrong{0};
 };
 
-// A number that looks like any other.
+// Mixes a number, so that the result looks random.
 std::uint64_t mixed(std::uint64_t number) {
     number = (number ^ number >> 31U) * 0x9E3779B97F4A7C15U;
     return (number ^ number >> 29U) * 0xBF58476D1CE4E5B9U;
 }
 
-// A message is its producer, its number and bytes that follow from both.
+// A message has its producer, its number, and bytes that follow from both.
 struct Message {
     static constexpr std::size_t kHead = 2 * sizeof(std::uint64_t);
     static constexpr std::size_t kLargest = kHead + 700;
@@ -126,10 +126,10 @@ TEST_F(Stress, MessagesOfManyProducersReachManyConsumersOnce) {
     zxfifo_api_blockDeinit(&fifo);
 }
 
-constexpr std::size_t kBuffers = 500;  // of a thread at most
+constexpr std::size_t kBuffers = 500;  // the most in one thread
 
-// Allocates and frees at random, every buffer full of a number of its own. How often one did not
-// hold what was stored.
+// Allocates and frees at random. Every buffer is filled with a number of its own. Returns how often
+// a buffer did not hold what was stored.
 int play_with_buffers(unsigned seed, const zx::test::Scenario& scenario) {
     using Buffer = std::span<std::uint8_t>;
     int wrong = 0;
@@ -196,16 +196,16 @@ TEST_F(Stress, ReportsOfLiveBuffersAreCompleteWhileThreadsAllocate) {
     scenario.tell(reports, "reports");
 }
 
-// The one that adds goes as fast as its slowest reader allows, and drops every 2500 nodes.
+// The thread that adds waits for its slowest reader, and drops nodes after every 2500.
 TEST_F(Stress, ReadersOfASharedListSeeEveryNodeBesideInsertionAndDrops) {
     constexpr std::uint64_t kSecond = 1000000;
     constexpr std::uint64_t kStep = kSecond / 2500;
-    constexpr std::uint64_t kBehind = 2000 * kStep;  // less than is always kept
+    constexpr std::uint64_t kBehind = 2000 * kStep;  // less than the list always keeps
     zxsharelist_ctt list{};
     list.keep_seconds = 2;
     ASSERT_EQ(zxfifo_api_shareListInit(&list, "l"), 0);
     std::vector<std::atomic<std::uint64_t>> last(10);
-    std::atomic<std::uint64_t> end{UINT64_MAX};  // time of the last node, when it is known
+    std::atomic<std::uint64_t> end{UINT64_MAX};  // the time of the last node, once known
     const std::uint64_t start = g_now;
     std::jthread readers = run_beside(last.size(), [&](std::size_t r) {
         for (std::uint64_t number = 0; last[r] < end;) {
@@ -214,7 +214,7 @@ TEST_F(Stress, ReadersOfASharedListSeeEveryNodeBesideInsertionAndDrops) {
                 std::this_thread::yield();
                 continue;
             }
-            if (number % 32 == 0) {  // goes on from the oldest one, which may be dropped
+            if (number % 32 == 0) {  // reads the oldest node, which may be dropped
                 zxfifo_api_shareListRead(&list, 1);
                 std::this_thread::yield();
             }
@@ -239,7 +239,7 @@ TEST_F(Stress, ReadersOfASharedListSeeEveryNodeBesideInsertionAndDrops) {
     EXPECT_EQ(zxfifo_api_shareListDeinit(&list), 0);
 }
 
-// A list with one node at a time, which stay known by number for a while.
+// A list with one node at a time. The last few nodes are known by their number.
 struct Refilled {
     Refilled() {
         list.keep_seconds = 1;
@@ -250,7 +250,7 @@ struct Refilled {
     Refilled& operator=(const Refilled&) = delete;
 
     void refill() {
-        IdList_ctt* const node = zxfifo_api_shareListMalloc(1, "n");  // not in the old one's place
+        IdList_ctt* const node = zxfifo_api_shareListMalloc(1, "n");  // beside the old one
         g_now += 2000000;
         zxfifo_api_shareListDropTimeout(&list);
         emptied = added.load();
@@ -258,7 +258,7 @@ struct Refilled {
         ++added;
         zxfifo_api_shareListIn(&list, node);
     }
-    // True unless the reader gets a node that was freed before it asked.
+    // False when the reader gets a node that was freed before the call.
     [[nodiscard]] bool is_read_rightly() {
         const std::uint64_t gone = emptied;
         const IdList_ctt* const node = zxfifo_api_shareListRead(&list, 1);
@@ -281,7 +281,7 @@ TEST_F(Stress, AReaderOfASharedListGetsNothingThatWasFreedBefore) {
     Refilled list;
     std::uint64_t turns = 0;
     std::jthread reader([&](const std::stop_token& end) {
-        while (!end.stop_requested()) {  // a clock would take longer than the list
+        while (!end.stop_requested()) {  // checking a clock takes longer than reading the list
             wrong += list.is_read_rightly() ? 0 : 1;
         }
     });
@@ -293,7 +293,7 @@ TEST_F(Stress, AReaderOfASharedListGetsNothingThatWasFreedBefore) {
     scenario.tell(turns, "times filled again");
 }
 
-// Nobody guards a reader of the table: a holder may be a mixture of two.
+// Nothing guards a reader of the table, so a holder may be a mixture of two.
 template <std::size_t N>
 [[gnu::no_sanitize_thread, gnu::noinline]] std::string text_of(const char (&field)[N]) {
     const volatile char* const from = field;
@@ -398,7 +398,7 @@ void* follow_commands(void* argument) {
     while (zxthread_api_isStop(self) == 0) {
         usleep(100);
     }
-    if (++g_stopped % kAtOnce == 0) {  // the last one takes its time: it is to be waited for
+    if (++g_stopped % kAtOnce == 0) {  // the last one is slow, so it must be waited for
         using Clock = std::chrono::steady_clock;
         for (const auto end = Clock::now() + std::chrono::milliseconds(5); Clock::now() < end;) {
         }
@@ -430,7 +430,7 @@ TEST_F(Stress, AThousandThreadsComeAndGoWithTheirHandshakes) {
         const std::filesystem::directory_iterator tasks("/proc/self/task");
         return std::distance(begin(tasks), end(tasks));
     };
-    round();  // what the C library keeps for threads to come, and the thread sanitizer's own one
+    round();  // the C library and the thread sanitizer keep some things
     const auto before = living();
     const std::size_t memory = mallinfo2().uordblks;
     std::uint64_t rounds = 1;
@@ -441,7 +441,7 @@ TEST_F(Stress, AThousandThreadsComeAndGoWithTheirHandshakes) {
     EXPECT_LT(mallinfo2().uordblks, memory + kAtOnce * rounds * sizeof(void*))
         << "no word a thread";
     for (int i = 0; i < 1000 && living() > before; ++i) {
-        usleep(1000);  // a thread that was joined is still on its way out of the kernel
+        usleep(1000);  // a joined thread may still be leaving the kernel
     }
     EXPECT_LE(living(), before);
 }

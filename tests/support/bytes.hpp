@@ -1,4 +1,4 @@
-// Bytes: random ones, and as hexadecimal texts.
+// Random bytes, and bytes as hexadecimal texts.
 #pragma once
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace zx::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Random bytes in storage that ends with its last byte, so that a touch beyond is seen.
+// Random bytes. The storage ends with the last byte, so that a sanitizer sees an access beyond.
 inline Bytes noise(std::size_t size) {
     static std::minstd_rand engine;
     Bytes bytes(size);
@@ -23,7 +23,7 @@ inline Bytes noise(std::size_t size) {
     return bytes;
 }
 
-// "0a 0b0c" as bytes, with zeros behind them up to `size`.
+// "0a 0b0c" as bytes, followed by zeros up to `size`.
 inline Bytes from_hex(const std::string& text, std::size_t size = 0) {
     Bytes bytes;
     std::string digits;

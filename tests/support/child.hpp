@@ -1,4 +1,4 @@
-// A piece of a test in a process of its own, for what a process cannot take back.
+// Runs a part of a test in a process of its own, for changes that a process cannot undo.
 #pragma once
 
 #include <sched.h>
@@ -11,7 +11,7 @@
 
 namespace zx::test {
 
-// What `work` returned in a child process; "<ended by N>" when signal N ended it before.
+// The result of `work` in a child process, or "<ended by N>" when signal N ended that process.
 inline std::string in_child(const std::function<std::string()>& work) {
     int ends[2];
     if (pipe(ends) != 0) {
@@ -35,7 +35,7 @@ inline std::string in_child(const std::function<std::string()>& work) {
     return WIFSIGNALED(status) ? "<ended by " + std::to_string(WTERMSIG(status)) + ">" : result;
 }
 
-// Puts an empty disk over a directory, for this process alone; false where that is not permitted.
+// Mounts an empty disk on a directory, for this process alone. False when that is not permitted.
 inline bool own_disk(const std::string& directory, const char* options) {
     return unshare(CLONE_NEWNS) == 0 &&
            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&

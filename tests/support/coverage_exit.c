@@ -1,5 +1,5 @@
-// Linked into all that the preset "coverage" builds: a process that leaves through _exit(), as the
-// children of tests and daemons do, keeps its counts, too.
+// Linked into everything that the preset "coverage" builds. A process that leaves through _exit(),
+// as the children of tests and daemons do, keeps its counts, too.
 #include <gcov.h>
 #include <stdlib.h>
 #include <unistd.h>

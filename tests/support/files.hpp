@@ -1,4 +1,4 @@
-// Files of a test, and of its process.
+// The files of a test and of its process.
 #pragma once
 
 #include <cstdlib>
@@ -10,7 +10,7 @@
 
 namespace zx::test {
 
-// A directory for one test, which is removed with what it holds.
+// A directory for one test. It is removed with everything in it.
 class Folder {
 public:
     Folder() = default;
@@ -23,7 +23,8 @@ private:
     std::string path_ = mkdtemp(std::string("/tmp/zxtest.XXXXXX").data());
 };
 
-// Empty for a file that is missing, or that stands for a process that ends meanwhile.
+// The content of a file. It is empty when the file is missing, or belongs to a process that ends
+// meanwhile.
 inline std::string content_of(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();

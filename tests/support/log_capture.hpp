@@ -6,7 +6,7 @@
 
 namespace zx::test {
 
-// While one lives, lines are kept as "[ERROR][TAG]body". Any thread may log.
+// Keeps lines as "[ERROR][TAG]body" as long as it exists. Any thread may log.
 class LogCapture {
 public:
     explicit LogCapture(unsigned level = 5);
@@ -14,7 +14,7 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // The lines so far, which are forgotten then.
+    // Returns the lines so far, and forgets them.
     std::vector<std::string> take();
 
     // What zxlog_innerapi_bufHex was asked to dump, as "label:0a0b".

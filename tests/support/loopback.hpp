@@ -13,13 +13,13 @@ using Bytes = std::vector<std::uint8_t>;
 
 sockaddr_in loopback(int port);
 
-// A connected socket whose receiving waits a minute at most.
+// A connected socket. It waits a minute at most when it receives.
 int connected(int type, int port);
 
-// The port that a socket has.
+// The port of a socket.
 int port_of(int fd);
 
-// A port that nobody uses now.
+// A port that is free at the moment.
 int free_port(int type);
 
 void send_all(int fd, const Bytes& bytes);

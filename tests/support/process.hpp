@@ -8,21 +8,21 @@
 
 namespace zx::test {
 
-// Waits until `condition` holds; false when it does not within the limit.
+// Waits until `condition` is true. False when the time is up before.
 bool comes_true(const std::function<bool()>& condition, int limit_ms = 60000);
 
 class Process {
 public:
     // Starts a command of the shell, whose standard error can be read.
     explicit Process(const std::string& command);
-    ~Process();  // kills what still runs
+    ~Process();  // kills it if it still runs
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
     void signal(int number) const;
 
-    // Waits for the end: the exit code, 128 + the signal that ended it, or -1 after a minute
-    // without an end.
+    // Waits for the end. Returns the exit code, 128 + the signal that ended it, or -1 when it still
+    // runs after a minute.
     int wait();
 
     // Standard error so far.
@@ -34,7 +34,7 @@ private:
     std::string errors_;
 };
 
-// A program that is called by mistake fails with one sentence behind its name.
+// Checks that a program with wrong arguments fails with one sentence after its name.
 void expect_complaint(const std::string& program, const std::string& arguments,
                       const std::string& sentence);
 

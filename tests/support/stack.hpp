@@ -1,4 +1,4 @@
-// What a function leaves behind on its stack.
+// Looks for what a function leaves on its stack.
 #pragma once
 
 #include <pthread.h>
@@ -11,15 +11,15 @@
 
 namespace zx::test {
 
-// Sanitizers keep registers and temporaries on the stack, and so does a program as it is written.
+// Sanitizers keep registers and temporaries on the stack. So does a program that is not optimised.
 #if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 inline constexpr bool kStackIsKeptClean = true;
 #else
 inline constexpr bool kStackIsKeptClean = false;
 #endif
 
-// True when the bytes of `secret` can be found on the stack that `work` ran on after it returned.
-// Neither `work` nor its caller may keep them there themselves: give it what lies on the heap.
+// Runs `work`. True when its stack contains the bytes of `secret` afterwards. Neither `work` nor
+// its caller may put them on the stack themselves, so give it data on the heap.
 inline bool is_left_on_stack(std::function<void()> work, const void* secret, std::size_t size) {
     alignas(4096) static std::uint8_t stack[std::size_t{1} << 20U];
     std::memset(stack, 0, sizeof stack);

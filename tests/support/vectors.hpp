@@ -1,4 +1,4 @@
-// Published test vectors, which lie outside of the project.
+// Published test vectors. They are not part of the project.
 #pragma once
 
 #include <cstdlib>
@@ -10,14 +10,15 @@
 
 namespace zx::test {
 
-// Where a file of the vectors is; empty when ZX_VECTORS is not set.
+// The path of a file of the vectors, or an empty path when ZX_VECTORS is not set.
 inline std::string vectors(const std::string& file) {
     const char* const folder = std::getenv("ZX_VECTORS");
     return folder != nullptr ? std::string(folder) + "/" + file : std::string();
 }
 
-// A file in the form of NIST's response files; without the vectors there are no records. Each is
-// the "NAME = value" lines between two empty ones; the "[section]" above them is "section".
+// Reads a file in the form of NIST's response files. Without the vectors there are no records. A
+// record is the "NAME = value" lines between two empty ones. The "[section]" above them is
+// "section".
 inline std::vector<std::map<std::string, std::string>> read_records(const std::string& file) {
     std::vector<std::map<std::string, std::string>> records;
     std::ifstream in(vectors(file));

@@ -1,4 +1,5 @@
-/* A program that is not linked with the library: it loads that, and asks it for what it hands on.
+/* A program that is not linked with the library. It loads the library and looks up the names that
+ * other programs use.
  */
 #include <dlfcn.h>
 #include <stdio.h>

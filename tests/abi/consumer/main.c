@@ -1,4 +1,4 @@
-/* A program of somebody else, compiled as C and as C++: one call into each library. */
+/* A program of somebody else, compiled as C and as C++. It makes one call into each library. */
 #include <stdio.h>
 #include <string.h>
 #include <zxcommon.h>
