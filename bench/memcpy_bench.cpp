@@ -1,4 +1,5 @@
-// The upper limit for reading and writing bytes: a memcpy of the sizes that the other programs use.
+// The upper limit for the speed of reading and writing: a memcpy of the sizes that the other
+// programs use.
 #include <cstring>
 
 #include "support.hpp"

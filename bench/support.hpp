@@ -23,7 +23,7 @@ inline std::vector<std::uint8_t> some_bytes(std::size_t size) {
     return bytes;
 }
 
-// Hides from the compiler what it knows of `value`.
+// Hides the value of `value` from the compiler.
 template <typename Value>
 Value opaque(Value value) {
     benchmark::DoNotOptimize(value);

@@ -1,4 +1,4 @@
-// AES compared with OpenSSL and libavutil. The key is set anew for each message.
+// AES compared with OpenSSL and libavutil. Each call sets its key.
 #include "zxaes.h"
 
 #include <benchmark/benchmark.h>

@@ -1,6 +1,6 @@
-// Length-prefixed messages through the block FIFO, compared with libavutil's AVFifo under a mutex
+// Length-prefixed messages through the block FIFO, compared with libavutil's AVFifo under a mutex,
 // and with the ring buffers of JACK and Boost, which have no lock and allow one reader and one
-// writer; JACK's also under a mutex. Nodes through the list pool, compared with GLib's queues.
+// writer. JACK's also runs under a mutex. Nodes through the list pool, compared with GLib's queues.
 #include "zxfifo.h"
 
 #include <benchmark/benchmark.h>
@@ -195,7 +195,7 @@ void two_threads(benchmark::State& state) {
 ZX_BENCH(two_threads,
          "blockLenIn_blockLenOut1_two_threads", ->Arg(1316)->Arg(65536)->UseRealTime());
 
-// Adds a node to a queue that has some, and takes one out.
+// Adds a node to a queue that has some, and takes another one out.
 class ListPool {
 public:
     void put() { zxfifo_api_listIn(&head_, zxfifo_api_listMalloc(kNode, "bench")); }

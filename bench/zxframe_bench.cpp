@@ -35,7 +35,7 @@ constexpr char kDestIp[] = "203.0.113.99";
 constexpr std::uint16_t kSource = 49152;
 constexpr std::uint16_t kDest = 8080;
 
-// At every other level, decoding a UDP frame writes a dump.
+// Switches the log off. At every other level, decoding a UDP frame writes a dump.
 void log_nothing() {
     zxlog_api_setLoglevel(0);
 }
@@ -64,7 +64,7 @@ Tins::TCP segment_with_times() {
     return tcp;
 }
 
-// A frame as it comes from the network, in a buffer that is large enough for the decoder.
+// A frame as it comes from the network. The buffer is large enough for the decoder.
 struct Frame {
     template <typename Transport>
     Frame(const Transport& transport, std::size_t payload)

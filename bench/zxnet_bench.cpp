@@ -1,6 +1,5 @@
-// Receiving and sending with a wait, compared with the system calls that this needs; checksums
-// compared with DPDK and with the textbook loop; conversion of addresses compared with the C
-// library.
+// Receiving and sending with a wait, compared with the system calls that these need; checksums
+// compared with DPDK and with a textbook loop; conversion of addresses compared with the C library.
 #include <arpa/inet.h>
 #include <netinet/ether.h>
 #include <sys/epoll.h>
@@ -103,7 +102,7 @@ BENCHMARK_CAPTURE(run, send, send_bare, false)->Name("epollSend/system-calls")->
 }
 #endif
 
-// A word at a time.
+// Sums one word at a time.
 [[gnu::noinline, gnu::optimize("no-tree-vectorize")]] std::uint16_t checksum_textbook(
     const std::uint8_t* at, std::uint32_t size) {
     std::uint32_t sum = 0;

@@ -32,7 +32,7 @@ void run_libc() {
     benchmark::DoNotOptimize(std::fread(g_text, 1, sizeof g_text - 1, pipe));
     pclose(pipe);
 }
-// Through the shell, as the other candidates do it.
+// Runs the command through the shell, as the other candidates do.
 void run_glib() {
     gchar* text = nullptr;
     g_spawn_command_line_sync("/bin/sh -c 'echo 12345'", &text, nullptr, nullptr, nullptr);

@@ -1,4 +1,4 @@
-# What every target of the project is compiled and linked with.
+# The flags of every target of the project.
 
 set(ZX_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 option(ZX_COVERAGE "Count which lines and branches run (needs gcc)" OFF)
@@ -22,10 +22,10 @@ target_compile_options(
     zx_flags
     INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
               -Wcast-qual -Werror
-              # Short copies of unknown length: a call into the C library is ten times faster than
-              # the inline "rep movs" that this compiler would choose.
+              # For short copies of unknown length, a call into the C library is ten times faster
+              # than the inline "rep movs" that this compiler would choose.
               $<$<AND:$<CXX_COMPILER_ID:GNU>,$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},x86_64>>:-mstringop-strategy=libcall>
-              # Formats that are handed on with a va_list, of which gcc does not complain.
+              # Clang complains of formats that are passed on with a va_list; gcc does not.
               $<$<CXX_COMPILER_ID:Clang>:-Wno-format-nonliteral>
               $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
 
@@ -45,8 +45,8 @@ if(ZX_COVERAGE)
     target_sources(zx_flags INTERFACE ${PROJECT_SOURCE_DIR}/tests/support/coverage_exit.c)
 endif()
 
-# The libraries neither throw nor ask for run-time types; everything that they define is declared
-# in a header or local to its file.
+# The libraries throw nothing and need no run-time types. Everything that they define is declared in
+# a header or local to its file.
 add_library(zx_library_flags INTERFACE)
 target_link_libraries(zx_library_flags INTERFACE zx_flags)
 target_compile_options(

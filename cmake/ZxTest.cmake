@@ -1,8 +1,8 @@
 include(GoogleTest)
 
-# Test programs are optimised little: what they test is a library of its own, and templates of
-# GoogleTest take most of their build. One header is compiled for all, so all have the same flags,
-# in libraries and programs.
+# Test programs are optimised only a little: what they test is in the libraries, and the templates
+# of GoogleTest take most of the build. All of them use one precompiled header, so libraries and
+# programs of the tests have the same flags.
 add_library(zx_test_flags INTERFACE)
 target_link_libraries(zx_test_flags INTERFACE zx_flags GTest::gmock)
 target_include_directories(zx_test_flags INTERFACE ${PROJECT_SOURCE_DIR}/tests/support)
@@ -20,7 +20,7 @@ function(zx_precompile target)
     target_precompile_headers(${target} REUSE_FROM zx_test_header)
 endfunction()
 
-# What the thread sanitizer is for: the programs of the tests with the label "threads".
+# Builds what the thread sanitizer checks: the programs of the tests with the label "threads".
 add_custom_target(threads_tests)
 
 # zx_add_test(NAME [THREADS] [LONG] [CPU ...] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
