@@ -14,7 +14,7 @@ using zx::fuzz::require;
 
 constexpr std::size_t kMaxSize = 2048;
 
-// A word of a buffer in the byte order of the memory. The last byte of an odd number is a word.
+// A word of a buffer in the byte order of the memory. An odd last byte is a word of its own.
 std::uint16_t word_at(Bytes bytes, std::size_t at) {
     const unsigned upper = at + 1 < bytes.size() ? bytes[at + 1] : 0;
     return static_cast<std::uint16_t>(upper << 8U | bytes[at]);
