@@ -1,9 +1,11 @@
-// Builds frames from any record and any request, into buffers of the size that the header asks for.
-// Then completes the frames that must be valid on the wire. Every byte of the frames, the records
-// and the log lines are compared with those of plain models.
+// Builds frames from any record and any request into buffers of the size that the header asks for,
+// and completes what is to be valid on the wire. Frames, byte for byte, records and log lines are
+// compared with those of plain models. ZX_FRAMES names a capture file, for which the whole frames
+// of the seeds are kept.
 #include <array>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frame_model.hpp"
@@ -54,6 +56,27 @@ void require_valid(const std::uint8_t* frame, std::size_t size) {
         sum += be16(ip + at);
     }
     require(checksum(ip + ip_size, transport, sum) == 0, "the checksum of the transport");
+}
+
+std::FILE* g_frames = [] {
+    const char* const path = std::getenv("ZX_FRAMES");
+    std::FILE* const file = path != nullptr ? std::fopen(path, "w") : nullptr;
+    if (file != nullptr) {
+        constexpr std::uint32_t kHeader[] = {0xA1B2C3D4, 0x00040002, 0, 0, 65535, 1};
+        std::fwrite(kHeader, sizeof kHeader, 1, file);
+    }
+    return file;
+}();
+
+// A frame with its payload, for others to read.
+void keep(const std::uint8_t* frame, std::size_t size, Bytes payload = {}) {
+    if (g_frames != nullptr) {
+        const auto all = static_cast<std::uint32_t>(size + payload.size());
+        const std::uint32_t header[] = {0, 0, all, all};
+        std::fwrite(header, sizeof header, 1, g_frames);
+        std::fwrite(frame, size, 1, g_frames);
+        std::fwrite(payload.data(), payload.size(), 1, g_frames);
+    }
 }
 
 // A text of a request, in memory of exactly its size.
@@ -370,6 +393,7 @@ void finish(const Job& job, Bytes headers, bool is_whole) {
     require(length == static_cast<std::int32_t>(headers.size() + size), "the finished length");
     require(std::string(frame + headers.size(), frame + length) == expected, "the payload");
     require_valid(frame, static_cast<std::size_t>(length));
+    keep(frame, static_cast<std::size_t>(length));
 }
 
 void build_tcp(Job& job) {
@@ -458,6 +482,7 @@ void build_udp(Job& job) {
     summed.udp.check = 0;
     plain.u16(udp_sum(summed));
     plain.require_is(out, 42, "a datagram");
+    keep(out, 42, Bytes(job.record.data).first(std::min<std::size_t>(payload, ZXFRAME_DATA_SIZE)));
     require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
 }
 
@@ -480,6 +505,7 @@ void build_arp(Job& job) {
     plain.mac("ff:ff:ff:ff:ff:ff");
     plain.ip(job.dest_ip.get());
     plain.require_is(out, 42, "an ARP request");
+    keep(out, 42);
     require(zx::fuzz::take_said() == require_decoded(job.record, out, 42), "the lines");
 }
 
@@ -532,6 +558,7 @@ void build_ack(Job& job) {
     require(zxframe_api_buildTcpAck(&job.record, out) == 54, "an acknowledgment");
     require_segment(job, out, true);
     require_valid(out, 54);
+    keep(out, 54);
 }
 
 void build_data(Job& job) {
@@ -544,6 +571,7 @@ void build_data(Job& job) {
         std::string frame(out, out + 54);
         frame.append(job.record.data, job.record.data + payload);
         require_valid(reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size());
+        keep(out, 54, Bytes(job.record.data).first(payload));
     }
 }
 
@@ -655,6 +683,7 @@ void build_igmp(Job& job) {
     add_ipv4(plain, job, 2, request.version == 3 ? 16 : 8);
     const std::string lines = add_igmp(plain, job, request);
     plain.require_is(out, size, "an IGMP message");
+    keep(out, plain.size());
     require(length == static_cast<std::int32_t>(plain.size()), "the length of an IGMP message");
     require(zxframe_innerapi_getIgmpType(&request) == igmp_type(request) &&
                 zxframe_innerapi_getIgmpRecordType(&request) == igmp_record_type(request),
@@ -712,6 +741,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 // Runs requests that no seed has: thousands for each builder, after a segment or after noise.
 void zx_fuzz_sweep() {
+    if (std::FILE* const file = std::exchange(g_frames, nullptr); file != nullptr) {
+        std::fclose(file);
+    }
     std::minstd_rand engine;
     std::vector<std::uint8_t> input(zx::fuzz::kControlSize + 200);
     for (unsigned turn = 0; turn < 16000; ++turn) {
