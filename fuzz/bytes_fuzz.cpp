@@ -2,6 +2,7 @@
 // side by side or overlapping, amounts, and values that change.
 #include "arena.hpp"
 #include "said.hpp"
+#include "zxmd.h"
 #include "zxt.h"
 
 namespace {
@@ -111,7 +112,19 @@ void check_amount(std::uint64_t value) {
     }
 }
 
-// A value that changes, and what the caller keeps about it.
+// Random bytes without a NUL, random ones over a part of them, and a random number.
+void check_random(std::uint32_t len, std::uint32_t kept) {
+    static GuardedMemory out(4096);
+    std::uint8_t* const buf = out.fill(len, 0);
+    require(zxmd_api_randomStr(buf, len) == len, "as many random bytes");
+    require(std::find(buf, buf + len, 0) == buf + len, "no NUL inside");
+    const std::vector<std::uint8_t> before(buf, buf + std::min(len, kept));
+    zxmd_api_randomInsert(buf, len, kept);
+    require(std::equal(before.begin(), before.end(), buf), "the first bytes stay");
+    require(zxmd_api_randomU32(kept, kept + len) - kept <= len, "a random number");
+}
+
+// A value that changes, and what its owner keeps.
 struct Watched {
     std::int8_t last = 0;
     std::uint8_t counter = 0;
@@ -154,6 +167,9 @@ void zx_fuzz_sweep() {
         }
     }
     check_amount(UINT64_MAX);
+    for (std::uint32_t len = 0; len < 40; ++len) {
+        check_random(len, 10);
+    }
     check_refused();
 }
 
@@ -168,6 +184,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_switch(arena, length, distance, edge);
     check_offset(arena, distance, length, edge);
     check_amount(input.take<std::uint64_t>() >> input.take_below(64));
+    check_random(static_cast<std::uint32_t>(length), static_cast<std::uint32_t>(size));
 
     zx::fuzz::take_said();
     Watched ours, plain;

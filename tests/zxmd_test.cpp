@@ -1,6 +1,5 @@
 #include "zxmd.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
@@ -12,10 +11,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
+#include <cstdint>
 #include <filesystem>
-#include <fstream>
+#include <string>
 #include <thread>
 
 #include "child.hpp"
@@ -24,89 +22,11 @@
 
 namespace {
 
-std::vector<std::string> g_commands;
-bool g_breaks_copies = false;
-
-}  // namespace
-
-// This takes the place of the C library's function, also for the library under test.
-extern "C" [[gnu::visibility("default")]] int system(const char* command) {
-    g_commands.emplace_back(command);
-    if (const std::string text = command; g_breaks_copies && text.starts_with("cp ")) {
-        const std::size_t end = text.find("  > "), begin = text.rfind(' ', end - 1) + 1;
-        return truncate(text.substr(begin, end - begin).c_str(), 1) == 0 ? 256 : 0;
-    }
-    static const auto kReal = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"));
-    return kReal(command);
-}
-
-namespace {
-
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using zx::test::content_of;
 
-class FileTest : public testing::Test {
-protected:
-    FileTest() { g_commands.clear(); }
-
-    std::string put(const char* name, const std::string& content) {
-        std::ofstream(dir + "/" + name) << content;
-        return dir + "/" + name;
-    }
-
-    zx::test::LogCapture log;
-    const zx::test::Folder folder;
-    const std::string dir = folder.path();
-    char data[16] = "0123456789";
-};
-
-TEST_F(FileTest, ReadsAndTerminatesWhereThereIsRoom) {
-    const std::string path = put("five", "abcde");
-    const struct {
-        int32_t (*read)(const char*, void*, uint32_t);
-        uint32_t len;
-        std::string buf;  // the buffer, which was "xxxxxxxx"
-        int32_t result;
-    } cases[] = {
-        {zxmd_api_read, 8, {"abcde\0xx", 8}, 5}, {zxmd_api_read, 5, "abcdexxx", 5},
-        {zxmd_api_read2, 2, "abxxxxxx", 2},      {zxmd_api_read3, 8, "abcdexxx", 5},
-        {zxmd_api_read3, 3, "abcxxxxx", 3},
-    };
-    for (const auto& c : cases) {
-        std::string buf(8, 'x');
-        EXPECT_EQ(c.read(path.c_str(), buf.data(), c.len), c.result) << c.buf << " " << c.len;
-        EXPECT_EQ(buf, c.buf);
-        EXPECT_EQ(c.read("/nowhere/x", buf.data(), 3000000000U), -1);
-        EXPECT_THAT(log.take(), ElementsAre("[WARN][ZXMD]Read len(-1294967296) is out of "
-                                            "range(0~2147483646),set to 2147483646",
-                                            "[ERROR][ZXMD]Open (/nowhere/x) failed"));
-    }
-}
-
-TEST_F(FileTest, ReplacesAFileByACompleteCopy) {
-    const std::string path = put("file", "old"), side = path + "_tmp";
-    const std::string copy = "cp  -fr    " + side + "  " + path + "  > /dev/null";
-    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), 4);
-    EXPECT_THAT(g_commands, ElementsAre(copy, "rm  -fr   " + side + "   "));
-    EXPECT_EQ(content_of(path), "0123");
-    EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
-
-    fs::permissions(put("target", "old"), fs::perms::owner_read);
-    fs::remove(path);
-    fs::create_symlink("target", path);
-    g_breaks_copies = true;
-    EXPECT_EQ(zxmd_api_writeProtect(path.c_str(), data, 4), -1);
-    EXPECT_THAT(log.take(), ElementsAre("[ERROR][ZXMD]inner error:cmd [" + copy + "] failed"));
-    g_breaks_copies = false;
-    EXPECT_EQ(content_of(path), "0123") << "the copy emptied it and broke off";
-    EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read);
-    EXPECT_TRUE(fs::is_symlink(path));
-    EXPECT_EQ(zxmd_api_isFileExsit(side.c_str()), 0);
-}
-
-// Calls that wait for the other end of a FIFO, and return when four bytes are moved.
-class WaitingTest : public FileTest, public testing::WithParamInterface<int> {
+// Calls that wait for the other end of a FIFO, until they moved four bytes.
+class WaitingTest : public testing::TestWithParam<int> {
 public:
     int32_t wait() {
         char out[8] = "abcd";
@@ -120,7 +40,9 @@ public:
         }
     }
 
-    const std::string fifo = dir + "/fifo";
+    zx::test::LogCapture log;
+    const zx::test::Folder folder;
+    const std::string fifo = folder.path() + "/fifo";
     const int made = mkfifo(fifo.c_str(), 0600);
 };
 
@@ -158,19 +80,6 @@ TEST_P(WaitingTest, CanBeCancelled) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, WaitingTest, testing::Range(0, 3));
-
-TEST_F(FileTest, RandomValuesStayInsideTheirBounds) {
-    for (uint32_t len = 0; len < 40; ++len) {
-        EXPECT_LE(zxmd_api_randomU32(5, 5 + len) - 5, len);
-        std::vector<uint8_t> buf(len + 8);
-        EXPECT_EQ(zxmd_api_randomStr(buf.data(), len), len);
-        EXPECT_EQ(std::count(buf.begin(), buf.end(), 0), 8) << "no NUL inside, none touched behind";
-        const std::vector<uint8_t> before = buf;
-        zxmd_api_randomInsert(buf.data(), len, 10);
-        EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + std::min(len, 10U), before.begin()));
-        EXPECT_TRUE(std::equal(buf.begin() + len, buf.end(), before.begin() + len));
-    }
-}
 
 void set_capabilities(std::uint32_t wanted) {
     __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};

@@ -45,8 +45,30 @@ ZX_SCENARIO(replaced_file) {
     return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of(in_directory("file"))};
 }
 
-// The text needs more pages than are left. Either the old content stays, or the new one is
-// complete.
+// A program that is found before those of the host.
+void put_program(const char* name, const char* script) {
+    const std::string path = in_directory(name);
+    std::ofstream(path) << "#!/bin/sh\n" << script;
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    setenv("PATH", (g_directory + ":/usr/bin:/bin").c_str(), 1);
+}
+
+// The copy spoils the file and breaks off. The file behind the link gets the new content.
+ZX_SCENARIO(broken_copy) {
+    count_calls(false);
+    namespace fs = std::filesystem;
+    const std::string path = in_directory("file"), target = in_directory("target");
+    std::ofstream(target) << "old";
+    fs::permissions(target, fs::perms::owner_all);
+    fs::create_symlink("target", path);
+    put_program("cp", "echo spoiled >\"$3\"; exit 1");
+    char text[] = "new";
+    return Said{zxmd_api_writeProtect(path.c_str(), text, 3), content_of(target),
+                fs::status(target).permissions() == fs::perms::owner_all, fs::is_symlink(path),
+                fs::exists(path + "_tmp")};
+}
+
+// More than the pages that are left: what was there stays, or the new one is whole.
 ZX_SCENARIO(replaced_large_file) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "old";
@@ -114,6 +136,18 @@ ZX_SCENARIO(rotated_file) {
     return said;
 }
 
+// The longest path is in a command of 511 characters.
+ZX_SCENARIO(playlist_names) {
+    count_calls(false);
+    const auto expand = [](const std::string& name) {
+        char path[700] = "old";
+        const auto made = zxt_innerapi_getHlsPath((name + ".m3u8").c_str(), "/v", path);
+        return std::to_string(made) + (path == "/v/" + name ? "new" : path);
+    };
+    return results_of(expand, {"live/chan1", "a..b", std::string(240, 'x'), std::string(241, 'x'),
+                               std::string(600, 'x'), "../x", "a/..", "/", "./.", "a;id", "/v/a"});
+}
+
 ZX_SCENARIO(playlist) {
     char path[256] = "";
     return Said{zxt_innerapi_getHlsPath("live.m3u8", g_directory.c_str(), path),
@@ -126,6 +160,16 @@ ZX_SCENARIO(command) {
     char text[256] = "echo ";
     in_directory("x").copy(text + 5, 200);
     return Said{zxt_innerapi_cmdRet(text)};
+}
+
+ZX_SCENARIO(command_results) {
+    count_calls(false);
+    const auto run = [](const std::string& text) {
+        std::string command = text + " #" + g_directory;
+        command.resize(command.size() + ZXT_CMD_ROOM);
+        return zxt_innerapi_cmdRet(command.data());
+    };
+    return results_of(run, {"true", "false", "kill -9 $$"});
 }
 
 ZX_SCENARIO(piped_command) {
@@ -142,6 +186,39 @@ ZX_SCENARIO(filed_command) {
 // No process has this number, and the kill command is not run.
 ZX_SCENARIO(killing_command) {
     return Said{zxt_innerapi_kill("echo 99999999")};
+}
+
+ZX_SCENARIO(killing_nothing) {
+    count_calls(false);
+    return results_of(zxt_innerapi_kill, {"true", "echo #" + std::string(1007, 'x')});
+}
+
+// How many bytes are read, and a buffer of 8 that were "x", with a dot for NUL.
+template <typename Read>
+std::string read_to_buffer(Read read, const std::string& from, std::uint32_t size) {
+    std::string buf(8, 'x');
+    const std::int32_t count = read(from.c_str(), buf.data(), size);
+    std::ranges::replace(buf, '\0', '.');
+    return Said{count, buf};
+}
+
+// Zeros stand after what was read where there is room. A command that would be cut is not run.
+ZX_SCENARIO(read_sizes) {
+    count_calls(false);
+    const std::string five = in_directory("five"), endless = "tr '\\0' y </dev/zero";
+    const std::string nowhere = "/nowhere/x", longest = "echo -n " + std::string(998, 'o');
+    std::ofstream(five) << "abcde";
+    const auto by_pipe = zxt_innerapi_cmdReadByPipe;
+    const auto by_file = zxt_innerapi_cmdReadByTmp;
+    return Said{
+        Said{read_to_buffer(zxmd_api_read, five, 8), read_to_buffer(zxmd_api_read, five, 5),
+             read_to_buffer(zxmd_api_read2, five, 2), read_to_buffer(zxmd_api_read3, five, 8),
+             read_to_buffer(zxmd_api_read3, five, 3)},
+        Said{read_to_buffer(zxmd_api_read, nowhere, 3000000000U),
+             read_to_buffer(zxmd_api_read3, nowhere, 3000000000U)},
+        Said{read_to_buffer(by_pipe, "echo -n abc", 8), read_to_buffer(by_pipe, endless, 3),
+             read_to_buffer(by_pipe, "echo abc >&2", 4), zxt_innerapi_cmdIsGrep("echo abc >&2")},
+        Said{read_to_buffer(by_file, longest, 2), read_to_buffer(by_file, longest + "o", 2)}};
 }
 
 // ------------------------------------------------------------------- processes
@@ -221,20 +298,15 @@ ZX_SCENARIO(host) {
                 zxmd_api_isConflictLib(library, "1", "1")};
 }
 
-// Puts programs in front of those of the host, and asks for names that are no programs.
+// Programs of our own, and names that are no programs.
 ZX_SCENARIO(host_programs) {
     count_calls(false);
-    const auto put = [](const char* name, const char* script) {
-        std::ofstream(in_directory(name)) << "#!/bin/sh\n" << script;
-        std::filesystem::permissions(in_directory(name), std::filesystem::perms::owner_all);
-    };
-    setenv("PATH", (g_directory + ":/usr/bin:/bin").c_str(), 1);
     char tree[64] = "";
-    put("pstree", "echo \"$@\"");
-    put("inxi", "[ \"$*\" = -SG ] && echo Device: NVIDIA");
+    put_program("pstree", "echo \"$@\"");
+    put_program("inxi", "[ \"$*\" = -SG ] && echo Device: NVIDIA");
     Said said{zxmd_api_pstree(42, tree, sizeof tree), std::string(tree, 14),
               zxmd_api_getDecEncMode()};
-    put("inxi", "echo Device: other");
+    put_program("inxi", "echo Device: other");
     said +=
         Said{"", zxmd_api_getDecEncMode(),
              zxmd_api_isInstall("libc6") == std::filesystem::exists("/usr/share/doc/libc6"), ""};
