@@ -71,11 +71,12 @@ std::FILE* g_frames = [] {
 // A frame with its payload, for others to read.
 void keep(const std::uint8_t* frame, std::size_t size, Bytes payload = {}) {
     if (g_frames != nullptr) {
-        const auto all = static_cast<std::uint32_t>(size + payload.size());
-        const std::uint32_t header[] = {0, 0, all, all};
+        std::string whole(frame, frame + size);
+        whole.append(payload.begin(), payload.end());
+        const auto length = static_cast<std::uint32_t>(whole.size());
+        const std::uint32_t header[] = {0, 0, length, length};
         std::fwrite(header, sizeof header, 1, g_frames);
-        std::fwrite(frame, size, 1, g_frames);
-        std::fwrite(payload.data(), payload.size(), 1, g_frames);
+        std::fwrite(whole.data(), whole.size(), 1, g_frames);
     }
 }
 
