@@ -124,7 +124,7 @@ void check_random(std::uint32_t len, std::uint32_t kept) {
     require(zxmd_api_randomU32(kept, kept + len) - kept <= len, "a random number");
 }
 
-// A value that changes, and what its owner keeps.
+// A value that changes, and what the caller keeps about it.
 struct Watched {
     std::int8_t last = 0;
     std::uint8_t counter = 0;

@@ -1,7 +1,7 @@
-// Builds frames from any record and any request into buffers of the size that the header asks for,
-// and completes what is to be valid on the wire. Frames, byte for byte, records and log lines are
-// compared with those of plain models. ZX_FRAMES names a capture file, for which the whole frames
-// of the seeds are kept.
+// Builds frames from any record and any request, into buffers of the size that the header asks for.
+// Then completes the frames that must be valid on the wire. Every byte of the frames, the records
+// and the log lines are compared with those of plain models. If ZX_FRAMES names a file, the whole
+// frames of the seeds are written to it as a capture.
 #include <array>
 #include <random>
 #include <string>
@@ -68,7 +68,7 @@ std::FILE* g_frames = [] {
     return file;
 }();
 
-// A frame with its payload, for others to read.
+// Writes a frame with its payload to the capture, for tshark to read.
 void keep(const std::uint8_t* frame, std::size_t size, Bytes payload = {}) {
     if (g_frames != nullptr) {
         std::string whole(frame, frame + size);

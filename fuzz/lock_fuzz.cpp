@@ -1,4 +1,5 @@
-// The note of who holds a lock, for any name and line, beside the plain text: every byte of it.
+// Takes a lock with any name and line, and compares every byte of the holder's note with the plain
+// text.
 #include <pthread.h>
 
 #include "support.hpp"
@@ -32,7 +33,7 @@ void check(const std::string& func, std::int32_t line, bool is_unlocked_bare) {
     const char* const name = names.text(func);
     require(zxlock_api_obtain(&lock, name, line) == 0, "it is obtained");
     require_note(lock, plain_note(func, line), 1);
-    if (is_unlocked_bare) {  // nothing of that note is left under the next one
+    if (is_unlocked_bare) {  // the next note must overwrite all of this one
         pthread_mutex_unlock(&lock.mutex);
         require(zxlock_api_obtain(&lock, "short", 2) == 0, "it is obtained again");
         require_note(lock, plain_note("short", 2), 1);

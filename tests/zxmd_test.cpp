@@ -25,7 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-// Calls that wait for the other end of a FIFO, until they moved four bytes.
+// Calls that wait for the other end of a FIFO, and return when four bytes are moved.
 class WaitingTest : public testing::TestWithParam<int> {
 public:
     int32_t wait() {

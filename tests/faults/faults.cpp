@@ -317,7 +317,7 @@ const std::vector<Call>& calls() {
     return all;
 }
 
-// Cannot fail, or says no more than no.
+// These cannot fail, or their answer is only yes or no.
 constexpr char kNeedsNoFault[] =
     "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
@@ -326,7 +326,7 @@ constexpr char kNeedsNoFault[] =
     "sig@(addset|delset|emptyset|ismember|pending)|umask|exit|usleep|"
     "@(hto|nto)*|pthread_@(mutex_@(lock|unlock|destroy)|once|setcancelstate))";
 
-// What is in the libraries beside their own code when coverage is counted.
+// What coverage calls in the libraries.
 constexpr char kCallsOfCoverage[] =
     "@(f@(open|dopen|close|read|write|seek|printf)|vfprintf|stderr|sprintf|mkdir|abort|quick_exit)";
 

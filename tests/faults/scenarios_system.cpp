@@ -53,7 +53,7 @@ void put_program(const char* name, const char* script) {
     setenv("PATH", (g_directory + ":/usr/bin:/bin").c_str(), 1);
 }
 
-// The copy spoils the file and breaks off. The file behind the link gets the new content.
+// The first copy damages the file and fails. The file that the link names gets the new content.
 ZX_SCENARIO(broken_copy) {
     count_calls(false);
     namespace fs = std::filesystem;
@@ -68,7 +68,8 @@ ZX_SCENARIO(broken_copy) {
                 fs::exists(path + "_tmp")};
 }
 
-// More than the pages that are left: what was there stays, or the new one is whole.
+// The text needs more pages than are left. Either the old content stays, or the new one is
+// complete.
 ZX_SCENARIO(replaced_large_file) {
     const std::string path = in_directory("file");
     std::ofstream(path) << "old";
@@ -298,7 +299,7 @@ ZX_SCENARIO(host) {
                 zxmd_api_isConflictLib(library, "1", "1")};
 }
 
-// Programs of our own, and names that are no programs.
+// Puts programs in front of those of the host, and asks for names that are no programs.
 ZX_SCENARIO(host_programs) {
     count_calls(false);
     char tree[64] = "";

@@ -314,7 +314,7 @@ bool is_local_time(std::int64_t sec) {
     return got == expected;
 }
 
-// Each zone in a process of its own: the log knows the one that was there when it was loaded.
+// Runs once for each zone, each in its own process: the log reads the zone when it is loaded.
 TEST(LocalTime, IsThatOfTheCLibrary) {
     constexpr std::int64_t kHour = 3600;
     const std::int64_t now = time(nullptr) / kHour * kHour;
