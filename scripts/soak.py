@@ -394,6 +394,8 @@ class Soak:
         reported = sum(1 for i in cut if LOST.search(b"".join(lines[i + 1 : i + 2])))
         lost = sum(int(found[1]) for found in map(LOST.search, lines) if found)
         connected = sum(1 for line in lines if b"]client " in line and line.endswith(b" has connected"))
+        unlogged = re.compile(rb"(\d+) more clients have connected in the last minute")
+        connected += sum(int(found[1]) for found in map(unlogged.search, lines) if found)
         missing = max(0, self.counts["connections"] - connected)
         freed = [line for line in lines if b"Toal memry leak:" in line]
         return [

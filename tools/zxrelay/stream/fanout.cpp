@@ -82,15 +82,17 @@ void Fanout::handle_client(Client& client, std::uint32_t events) {
 }
 
 void Fanout::start_time_shift(Client& client, std::uint64_t seconds) {
+    const bool is_logged = asked_.admits();
     if (store_ != nullptr) {
-        log({Level::notice, kTag}, "client %s receives the stream from %llu s ago on",
-            client.peer().c_str(), static_cast<unsigned long long>(seconds));
+        if (is_logged) {
+            log({Level::notice, kTag}, "client %s receives the stream from %llu s ago on",
+                client.peer().c_str(), static_cast<unsigned long long>(seconds));
+        }
         client.start_time_shift(*store_, store_->seek_back(seconds));
         update_watch(client);
-    } else if (!has_logged_missing_store_) {
+    } else if (is_logged) {
         log({Level::info, kTag}, "client %s asks for the past stream, but --keep is not set",
             client.peer().c_str());
-        has_logged_missing_store_ = true;
     }
 }
 
@@ -106,7 +108,10 @@ void Fanout::update_watch(Client& client) {
 void Fanout::add_client(int fd, const std::string& peer) {
     auto client = std::make_unique<Client>(fd, peer, limits_.client_buffer_bytes);
     if (epoll_.add(fd, EPOLLIN)) {
-        log({Level::notice, kTag}, "client %s has connected", peer.c_str());
+        if (connected_.admits()) {
+            log({Level::notice, kTag}, "client %s has connected", peer.c_str());
+        }
+        ++stats_.connections;
         clients_.emplace(fd, std::move(client));
         ++stats_.clients;
     }
@@ -158,6 +163,9 @@ void Fanout::do_once_a_second() {
     if (zxtime_api_counterAsyncUs(&last_second_us_, kMicro) == 1) {
         disconnect_stalled();
         listener_.resume();
+        for (LogLimit* const limit : {&connected_, &gone_, &asked_}) {
+            limit->report_when_due();
+        }
         publisher_.publish(clients_, store_);
     }
 }
@@ -199,9 +207,11 @@ void Fanout::disconnect(Client& client, const char* why) {
     if (std::find(disconnected_.begin(), disconnected_.end(), client.fd()) != disconnected_.end()) {
         return;
     }
-    log({Level::notice, kTag}, "client %s %s: %llu bytes sent, %llu messages dropped",
-        client.peer().c_str(), why, static_cast<unsigned long long>(client.bytes_sent()),
-        static_cast<unsigned long long>(client.dropped()));
+    if (gone_.admits()) {
+        log({Level::notice, kTag}, "client %s %s: %llu bytes sent, %llu messages dropped",
+            client.peer().c_str(), why, static_cast<unsigned long long>(client.bytes_sent()),
+            static_cast<unsigned long long>(client.dropped()));
+    }
     disconnected_.push_back(client.fd());
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "server/log_limit.hpp"
 #include "stream/channel.hpp"
 #include "stream/client.hpp"
 #include "stream/listener.hpp"
@@ -55,7 +56,9 @@ private:
     zxcommon::Epoll epoll_;
     Listener listener_;
     Publisher publisher_;
-    bool has_logged_missing_store_ = false;
+    LogLimit connected_{"clients have connected"};
+    LogLimit gone_{"clients have gone"};
+    LogLimit asked_{"clients have asked for the past stream"};
     std::uint64_t last_second_us_ = 0;
     std::vector<std::uint8_t> message_;
     Clients clients_;

@@ -30,7 +30,9 @@ void Listener::accept_all(const std::function<void(int fd, const std::string& pe
         take(connection, peer);
     }
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-        log({Level::error, kTag}, "cannot accept another client: %s", std::strerror(errno));
+        if (failed_.admits()) {
+            log({Level::error, kTag}, "cannot accept another client: %s", std::strerror(errno));
+        }
         pause();
     }
 }
@@ -41,6 +43,7 @@ void Listener::pause() {
 }
 
 void Listener::resume() {
+    failed_.report_when_due();
     if (is_paused_ && epoll_.add(fd(), EPOLLIN)) {
         is_paused_ = false;
     }

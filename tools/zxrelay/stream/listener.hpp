@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "server/log_limit.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
@@ -28,6 +29,7 @@ private:
     zxcommon::Descriptor socket_;
     zxcommon::Epoll& epoll_;
     bool is_paused_ = false;
+    LogLimit failed_{"attempts to accept a client have failed"};
 };
 
 }  // namespace relay

@@ -82,6 +82,7 @@ void Source::receive_datagrams(zxcommon::StopRequest& stop) {
 
 void Source::serve_connections(zxcommon::StopRequest& stop) {
     while (!stop.seen() && !finished_) {
+        served_.report_when_due();
         if (!wait_for_socket()) {
             continue;
         }
@@ -90,11 +91,18 @@ void Source::serve_connections(zxcommon::StopRequest& stop) {
         if (!fd) {
             continue;
         }
-        log({Level::notice, kTag}, "source %s has connected", peer.c_str());
+        const bool is_logged = served_.admits();
+        if (is_logged) {
+            log({Level::notice, kTag}, "source %s has connected", peer.c_str());
+        }
         receive_stream(stop, fd.get());
-        log({Level::notice, kTag}, "source %s has ended", peer.c_str());
+        if (is_logged) {
+            report_losses();
+            log({Level::notice, kTag}, "source %s has ended", peer.c_str());
+        }
         finished_ = once_;
     }
+    report_losses();
 }
 
 void Source::receive_stream(zxcommon::StopRequest& stop, int fd) {
@@ -118,7 +126,6 @@ void Source::receive_stream(zxcommon::StopRequest& stop, int fd) {
     }
     packetizer.finish();
     count_skipped(packetizer.skipped() - skipped);
-    report_losses();
     const std::scoped_lock lock(connection_mutex_);
     connection_ = -1;
 }

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include "server/log_limit.hpp"
 #include "stream/channel.hpp"
 #include "stream/packetizer.hpp"
 #include "stream/stats.hpp"
@@ -51,6 +52,7 @@ private:
     std::mutex connection_mutex_;
     int connection_ = -1;  // guarded: interrupt() may run while the connection is closed
 
+    LogLimit served_{"sources have come and gone"};
     std::uint64_t last_report_ = 0;
     std::uint64_t reported_drops_ = 0;
     std::uint64_t reported_skipped_ = 0;
