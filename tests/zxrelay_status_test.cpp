@@ -116,7 +116,8 @@ TEST_F(StatusTest, ListsEveryBuffer) {
 
 TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
     const auto before = zx::test::open_descriptors();
-    const std::string host = " HTTP/1.1\r\nHost: a\r\nConnection: close\r\n";
+    const std::string close = "\r\nConnection: close\r\n";
+    const std::string host = " HTTP/1.1\r\nHost: [::1]:80" + close;
     const std::pair<std::string, std::string> refused[] = {
         {"GET /../etc/passwd" + host + "\r\n", "404"},
         {"POST /" + host + "Content-Length: 3\r\n\r\nabc", "405"},
@@ -125,6 +126,8 @@ TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
         {"GET /" + std::string(20000, 'a') + host + "\r\n", "414"},
         {"GET /" + host + "A: " + std::string(20000, 'a') + "\r\n\r\n", "431"},
         {"GET / HTTP/1.1\r\n\r\n", "400"},
+        {"GET / HTTP/1.1\r\nHost: rebound.example" + close + "\r\n", "403"},
+        {"GET / HTTP/1.1\r\nHost: 127.0.0.1.example:80" + close + "\r\n", "403"},
         {"\x16\x03\x01 no HTTP\r\n\r\n", "400"},
     };
     const zxcommon::Descriptor slow = say("GET / HT");
@@ -136,6 +139,38 @@ TEST_F(StatusTest, RefusesWhatIsNoPlainRequestAndGoesOn) {
               before + 3);  // both ends of the slow connection, and the last request
     server.reset();
     EXPECT_LT(zx::test::open_descriptors(), before);
+}
+
+// Each sends a byte of its request now and then, for ever.
+TEST_F(StatusTest, AnswersWhateverOthersHoldOpen) {
+    std::vector<zxcommon::Descriptor> dripping(64);
+    for (int i = 0; i < 3; ++i) {
+        for (zxcommon::Descriptor& one : dripping) {
+            if (!one || send(one.get(), "G", 1, MSG_NOSIGNAL) < 0) {
+                one = say("G");
+            }
+        }
+        EXPECT_THAT(get("/healthz"), testing::EndsWith("\r\n\r\nok\nwaiting for the source\n"));
+        sleep(1);
+    }
+    dripping.resize(1);  // after five seconds its time is over, however few there are
+    dripping[0] = say("G");
+    EXPECT_TRUE(zx::test::comes_true(
+        [&] { return send(dripping[0].get(), "G", 1, MSG_NOSIGNAL) < 0; }, 10000));
+}
+
+TEST_F(StatusTest, TellsPrometheusWhatItUnderstands) {
+    stats.bytes_in = 7;
+    const std::string page = get("/metrics");
+    EXPECT_THAT(page,
+                testing::AllOf(HasSubstr("text/plain; version=0.0.4"),
+                               HasSubstr("\nzxrelay_source_bytes_total{channel=\"stream\"} 7\n")));
+    if (std::system("command -v promtool >/dev/null") != 0) {
+        GTEST_SKIP() << "there is no promtool";
+    }
+    std::unique_ptr<FILE, int (*)(FILE*)> promtool(popen("promtool check metrics", "w"), pclose);
+    std::fputs(&page[page.find("\r\n\r\n") + 4], promtool.get());
+    EXPECT_EQ(pclose(promtool.release()), 0);
 }
 
 TEST_F(StatusTest, ServesThePageForItselfAlone) {

@@ -1,10 +1,12 @@
 #include "status/http.hpp"
 
+#include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -15,8 +17,7 @@ namespace relay {
 namespace {
 
 constexpr int kBacklog = 128;
-constexpr unsigned kConnections = 64;
-constexpr unsigned kConnectionsPerAddress = 16;
+constexpr unsigned kConnections = 64;  // more than Visitors keep
 constexpr unsigned kIdleSec = 5;
 constexpr std::size_t kRequestSize = 8192;  // for the request and the headers of the answer
 
@@ -28,12 +29,43 @@ constexpr char kPolicy[] =
     "connect-src 'self'; img-src data:; base-uri 'none'; form-action 'none'; "
     "frame-ancestors 'none'";
 
-int local_port(int fd) {
-    sockaddr_storage address{};
+sockaddr_in6 local_address(int fd) {
+    sockaddr_in6 address{};
     socklen_t size = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-    // IPv4 and IPv6 addresses have the port at the same offset.
-    return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
+    return address;
+}
+
+int local_port(int fd) {
+    return ntohs(local_address(fd).sin6_port);  // an IPv4 address has it at the same offset
+}
+
+bool is_loopback(in_addr_t address) {
+    return ntohl(address) >> 24U == IN_LOOPBACKNET;
+}
+
+bool is_on_loopback(int fd) {
+    const sockaddr_in6 address = local_address(fd);
+    if (address.sin6_family == AF_INET) {
+        return is_loopback(reinterpret_cast<const sockaddr_in*>(&address)->sin_addr.s_addr);
+    }
+    return IN6_IS_ADDR_LOOPBACK(&address.sin6_addr) != 0;
+}
+
+// What a Host header names, without the port.
+std::string host_of(std::string_view header) {
+    const std::size_t bracket = header.find(']');
+    const std::size_t end = bracket != std::string_view::npos ? bracket + 1 : header.find(':');
+    std::string host(header.substr(0, end));
+    std::ranges::transform(host, host.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return host;
+}
+
+bool is_local_host(const std::string& host) {
+    in_addr address{};
+    return host == "localhost" || host.ends_with(".localhost") || host == "[::1]" ||
+           (inet_pton(AF_INET, host.c_str(), &address) == 1 && is_loopback(address.s_addr));
 }
 
 bool has_body(MHD_Connection* connection) {
@@ -75,6 +107,22 @@ Answer::Answer(std::string_view body, const char* content_type, unsigned status)
 
 // Passes calls of the library to the server.
 struct Callback {
+    static void note_connection(void* self, MHD_Connection* connection, void** /*context*/,
+                                MHD_ConnectionNotificationCode code) {
+        Visitors& visitors = static_cast<HttpServer*>(self)->visitors_;
+        if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+            visitors.remove(connection);
+            return;
+        }
+        visitors.add(
+            connection,
+            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd,
+            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+    }
+    static void note_answer(void* self, MHD_Connection* connection, void** /*request*/,
+                            MHD_RequestTerminationCode /*code*/) {
+        static_cast<HttpServer*>(self)->visitors_.end_answer(connection);
+    }
     static MHD_Result handle(void* self, MHD_Connection* connection, const char* path,
                              const char* method, const char* /*version*/, const char* /*upload*/,
                              std::size_t* /*upload_size*/, void** request) {
@@ -88,18 +136,22 @@ struct Callback {
 };
 
 HttpServer::HttpServer(const Endpoint& endpoint)
-    : not_found_("Page not found.\n", kText, MHD_HTTP_NOT_FOUND),
+    : host_(host_of(endpoint.text())),
+      not_found_("Page not found.\n", kText, MHD_HTTP_NOT_FOUND),
+      foreign_("This page is served to its own host only.\n", kText, MHD_HTTP_FORBIDDEN),
       not_allowed_("Only GET and HEAD are served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED),
       too_large_("Requests must not have a body.\n", kText, MHD_HTTP_CONTENT_TOO_LARGE),
       unavailable_("No memory for an answer.\n", kText, MHD_HTTP_SERVICE_UNAVAILABLE),
       listener_(open_listener(endpoint, kBacklog)),
       port_(local_port(listener_.get())),
+      is_loopback_(is_on_loopback(listener_.get())),
       daemon_(MHD_start_daemon(
           MHD_USE_EPOLL, 0, nullptr, nullptr, Callback::handle, this, MHD_OPTION_LISTEN_SOCKET,
           listener_.get(), MHD_OPTION_CONNECTION_MEMORY_LIMIT, kRequestSize,
-          MHD_OPTION_CONNECTION_LIMIT, kConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
-          kConnectionsPerAddress, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSec,
-          MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END)) {
+          MHD_OPTION_CONNECTION_LIMIT, kConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSec,
+          MHD_OPTION_NOTIFY_CONNECTION, Callback::note_connection, this,
+          MHD_OPTION_NOTIFY_COMPLETED, Callback::note_answer, this, MHD_OPTION_STRICT_FOR_CLIENT, 1,
+          MHD_OPTION_END)) {
     if (daemon_ == nullptr) {
         throw tools::Failure("cannot serve the status page on " + endpoint.text());
     }
@@ -123,6 +175,7 @@ int HttpServer::wait_ms(int limit) const {
 }
 
 void HttpServer::serve() {
+    visitors_.end_overdue();
     MHD_run(daemon_);
 }
 
@@ -131,6 +184,10 @@ int HttpServer::answer(MHD_Connection* connection, std::string_view path, std::s
     const auto queue = [&](const Answer& answer) {
         return MHD_queue_response(connection, answer.status_, answer.response_.get());
     };
+    visitors_.begin_answer(connection);
+    if (is_foreign(connection)) {
+        return queue(foreign_);
+    }
     if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
         return queue(not_allowed_);
     }
@@ -149,6 +206,16 @@ int HttpServer::answer(MHD_Connection* connection, std::string_view path, std::s
     } catch (const std::exception&) {
         return queue(unavailable_);
     }
+}
+
+bool HttpServer::is_foreign(MHD_Connection* connection) const {
+    const char* const header =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
+    if (!is_loopback_ || header == nullptr) {
+        return false;
+    }
+    const std::string host = host_of(header);
+    return host != host_ && !is_local_host(host);
 }
 
 }  // namespace relay

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "status/visitors.hpp"
 #include "stream/net.hpp"
 #include "zxcommon.hpp"
 
@@ -34,7 +35,9 @@ private:
 // then calls serve().
 //
 // A request may take a few kilobytes and a few seconds. The server refuses requests that are longer
-// or malformed, that have a body, or that use another method.
+// or malformed, that have a body, or that use another method. On a loopback address it also refuses
+// requests for other hosts: a page from elsewhere, whose name leads to this machine now, would make
+// the browser of a local user send them.
 class HttpServer {
 public:
     using Handler = std::function<Answer()>;
@@ -58,14 +61,19 @@ private:
     friend struct Callback;
     int answer(MHD_Connection* connection, std::string_view path, std::string_view method,
                bool is_first_call);
+    bool is_foreign(MHD_Connection* connection) const;
 
     std::map<std::string, Handler, std::less<>> routes_;
+    const std::string host_;
+    Visitors visitors_;
     const Answer not_found_;
+    const Answer foreign_;
     const Answer not_allowed_;
     const Answer too_large_;
     const Answer unavailable_;
     const zxcommon::Descriptor listener_;
     const int port_;
+    const bool is_loopback_;
     MHD_Daemon* daemon_;
 };
 

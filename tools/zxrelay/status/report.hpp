@@ -16,6 +16,7 @@ struct Facts {
     std::string source;
     std::string output;
     std::uint64_t fifo_size = 0;
+    std::string channel = "stream";
 };
 
 // Bytes per second.
@@ -32,6 +33,11 @@ struct Report {
     double fifo_fill;
     std::uint64_t uptime_sec;
 };
+
+// True if the source has sent something in the last second or two.
+[[nodiscard]] inline bool is_receiving(const Report& report) {
+    return !report.history.empty() && report.history.back().in != 0;
+}
 
 // Returns the HTML table of the live buffers from the allocator. Allocations wait until it is done.
 std::string memory_table(std::uint64_t tracked_buffers);

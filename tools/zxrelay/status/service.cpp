@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/failure.hpp"
+#include "status/metrics.hpp"
 #include "status/page.hpp"
 #include "zxtime.h"
 
@@ -27,6 +28,7 @@ constexpr char kHtml[] = "text/html; charset=utf-8";
 constexpr char kCss[] = "text/css; charset=utf-8";
 constexpr char kScript[] = "text/javascript; charset=utf-8";
 constexpr char kJson[] = "application/json";
+constexpr char kText[] = "text/plain; charset=utf-8";
 
 std::uint64_t per_second(std::uint64_t bytes, std::uint64_t micros) {
     return bytes * kMicro / std::max<std::uint64_t>(micros, 1);
@@ -66,6 +68,8 @@ void StatusServer::add_routes() {
     add_file("/status.css", kStatusStyle, kCss);
     add_file("/status.js", kStatusScript, kScript);
     http_.add("/memory", [this] { return memory_page(); });
+    http_.add("/healthz", [this] { return health(); });
+    http_.add("/metrics", [this] { return metrics(); });
     http_.add("/live.json", [this] { return json(false); });
     http_.add("/status.json", [this] { return json(true); });
 }
@@ -103,6 +107,7 @@ void StatusServer::take_sample() {
     sampled_out_ = out;
     live_json_ = {};
     status_json_ = {};
+    metrics_ = {};
 }
 
 const std::string& StatusServer::memory() {
@@ -128,16 +133,34 @@ Answer StatusServer::memory_page() {
 Answer StatusServer::json(bool with_memory) {
     Answer& kept = with_memory ? status_json_ : live_json_;
     if (!kept) {
-        const auto snapshot = board_.read();
-        const Report report{facts_,
-                            stats_,
-                            *snapshot,
-                            history_,
-                            channel_.fill_ratio(),
-                            (zxtime_api_upTimeUs() - start_us_) / kMicro};
-        kept = Answer(to_json(report, with_memory ? &memory() : nullptr), kJson);
+        kept = make_from_report([&](const Report& report) {
+            return Answer(to_json(report, with_memory ? &memory() : nullptr), kJson);
+        });
     }
     return kept;
+}
+
+Answer StatusServer::metrics() {
+    if (!metrics_) {
+        metrics_ = make_from_report(
+            [](const Report& report) { return Answer(to_metrics(report), kMetricsType); });
+    }
+    return metrics_;
+}
+
+// A relay that waits for its source is well: the answer is the same, and its text tells the state.
+Answer StatusServer::health() {
+    return make_from_report([](const Report& report) {
+        return Answer(is_receiving(report) ? "ok\nreceiving\n" : "ok\nwaiting for the source\n",
+                      kText);
+    });
+}
+
+template <typename Make>
+Answer StatusServer::make_from_report(const Make& make) {
+    const auto snapshot = board_.read();
+    return make(Report{facts_, stats_, *snapshot, history_, channel_.fill_ratio(),
+                       (zxtime_api_upTimeUs() - start_us_) / kMicro});
 }
 
 }  // namespace relay

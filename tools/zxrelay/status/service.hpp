@@ -37,6 +37,10 @@ private:
     const std::string& memory();
     Answer memory_page();
     Answer json(bool with_memory);
+    Answer metrics();
+    Answer health();
+    template <typename Make>
+    Answer make_from_report(const Make& make);
 
     const Facts facts_;
     const Stats& stats_;
@@ -57,6 +61,7 @@ private:
     // Made for the first request after a sample, and dropped with the next sample.
     Answer live_json_;
     Answer status_json_;
+    Answer metrics_;
 
     zxcommon::Descriptor wake_;
     HttpServer http_;
