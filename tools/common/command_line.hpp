@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tools {
 
@@ -21,6 +23,18 @@ inline void define_common(CLI::App& app, const std::string& version) {
     std::exit(kUsageError);
 }
 
+// What is wrong with the command line. The parser complains about a missing option before it does
+// so about an unknown one, which may well be the missing one, misspelt.
+[[nodiscard]] inline std::string sentence_of(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining();
+    const std::string sentence = error.what();
+    constexpr std::string_view kUnknownKey = "INI was not able to parse ";
+    if (sentence.starts_with(kUnknownKey)) {
+        return "'" + sentence.substr(kUnknownKey.size()) + "' in the file is not an option";
+    }
+    return unknown.empty() ? sentence : "'" + unknown.front() + "' is not an option";
+}
+
 // Parses the command line. Ends the program after --help and --version, and after an error message
 // when the command line is wrong.
 inline void parse(CLI::App& app, int argc, char** argv) {
@@ -29,7 +43,7 @@ inline void parse(CLI::App& app, int argc, char** argv) {
     } catch (const CLI::Success& help_or_version) {
         std::exit(app.exit(help_or_version));
     } catch (const CLI::ParseError& error) {
-        exit_misused(app, error.what());
+        exit_misused(app, sentence_of(app, error));
     }
 }
 

@@ -5,11 +5,11 @@
 
 #include <cstdlib>
 
-#include "common/failure.hpp"
 #include "options.hpp"
 #include "relay.hpp"
+#include "server/log.hpp"
 #include "server/service.hpp"
-#include "zxlog.h"
+#include "server/user.hpp"
 #include "zxmem.h"
 #include "zxthread.h"
 
@@ -19,30 +19,23 @@ namespace {
 sigset_t block_signals() {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM, SIGUSR1}) {
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGUSR1}) {
         sigaddset(&set, number);
     }
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     return set;
 }
 
-void open_log(const relay::Options& options) {
-    zxlog_api_setLoglevel(options.log_level);
-    const char* const path = options.log_file.empty() ? nullptr : options.log_file.c_str();
-    if (zxlog_api_setFile(path) != 0 && path != nullptr) {
-        throw tools::system_failure("cannot write the log " + options.log_file);
-    }
-}
-
 void work(const relay::Options& options, relay::Service& service) {
-    open_log(options);
+    const relay::User user(options.run_as_user);
+    relay::Log log(options, user);
     const sigset_t signals = block_signals();
     relay::Relay relay(options);
-    service.start();
+    service.start(user, log);
 
     zxthread_api_envInit();
     zxmem_api_init(1);
-    const auto end = relay.run(signals, [&] { service.announce_up(); });
+    const auto end = relay.run(signals, log, [&] { service.announce_up(); });
     if (end == relay::Relay::End::delivered) {
         service.announce_delivered();
     }

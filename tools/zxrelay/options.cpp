@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <string>
 
 #include "common/command_line.hpp"
 #include "zxcommon.h"
@@ -13,6 +14,13 @@ namespace {
 constexpr std::uint64_t kSmallestBuffer = 128U << 10U;  // twice the largest message
 constexpr std::uint64_t kLargestBuffer = 1U << 30U;
 constexpr unsigned kLongestKeep = 2147;  // seconds; a shared list holds microseconds in 31 bits
+
+constexpr unsigned kMostLogs = 1000;
+
+// Empty would mean the default, for which one leaves the option out.
+CLI::Validator is_given() {
+    return {[](const std::string& text) { return text.empty() ? "it is empty" : ""; }, ""};
+}
 
 constexpr char kNotes[] =
     R"(Source: With tcp://, zxrelay waits for a client that sends the stream, and takes one such client
@@ -25,15 +33,18 @@ misses whole messages of seven packets, which zxrelay counts. If the sender lags
 Time shift: With --keep, a client that sends the line "last N" receives the stream from N seconds ago
 on. The stream is kept in memory: 30 seconds of 8 Mbit/s take 30 MB.
 
-Log: A log file of more than 10 MiB is renamed within a minute, and a new one is started.
+Log: A log file of more than 10 MiB is renamed to FILE.1 within a minute, the older FILE.1 to FILE.2 and
+so on, and a new one is started. Clients can cause at most 20 lines of each kind in a minute. The others
+are counted, and the log tells their number.
 
-Service: zxrelay opens its sockets and the pid file before it changes to the user of --user. That user
-must be able to write to the directory of the log file. Under --watchdog, a worker that dies for any
-reason is restarted within two seconds. The watchdog ends when the worker has delivered the stream of
---once.
+Service: zxrelay opens its sockets and the pid file before it changes to the user of --user, as does the
+watchdog. That user must be able to write the log file and to its directory. Under --watchdog, a worker
+that dies for any reason is restarted within two seconds. The watchdog ends when the worker has delivered
+the stream of --once.
 
-Signals: SIGINT and SIGTERM end zxrelay. On SIGUSR1, it logs the list of its buffers. With --watchdog,
-send signals to the watchdog: it passes them on to the worker. The pid file contains its process ID.
+Signals: SIGINT and SIGTERM end zxrelay. On SIGHUP, it opens the log file again. On SIGUSR1, it logs the
+list of its buffers. With --watchdog, send signals to the watchdog: it passes them on to the worker. The
+pid file contains its process ID.
 
 SIZE is in bytes and may end in k, m or g.
 
@@ -81,12 +92,17 @@ void define_stream(CLI::App& app, Options& options) {
 
 void define_reports(CLI::App& app, Options& options) {
     app.add_option("--status", options.status_address,
-                   "Serve a status page here, as HTML and as JSON")
-        ->option_text("ADDRESS:PORT");
+                   "Serve a status page here, as HTML, as JSON and for Prometheus")
+        ->option_text("ADDRESS:PORT")
+        ->check(is_given());
     app.add_flag("--stats", options.print_stats,
                  "Print statistics even if standard output is not a terminal");
     app.add_option("--log", options.log_file, "Write the log to FILE (default: standard error)")
-        ->option_text("FILE");
+        ->option_text("FILE")
+        ->check(is_given());
+    app.add_option("--log-keep", options.log_keep, "Keep this many renamed log files (default 5)")
+        ->option_text("NUMBER")
+        ->check(CLI::Range(1U, kMostLogs));
     app.add_option("--log-level", options.log_level,
                    "Log this much: 0 (nothing) to 5 (debug) (default 3, notices)")
         ->option_text("LEVEL")
@@ -99,12 +115,16 @@ void define_service(CLI::App& app, Options& options) {
         ->option_text(" ");
     app.add_flag("--watchdog", options.watchdog,
                  "Restart the relay within two seconds if it dies for any reason");
-    app.add_option("--user", options.run_as_user, "Run as this user")->option_text("NAME");
+    app.add_option("--user", options.run_as_user, "Run as this user")
+        ->option_text("NAME")
+        ->check(is_given());
     app.add_option("--pid-file", options.pid_file, "Write the process ID to FILE")
-        ->option_text("FILE");
+        ->option_text("FILE")
+        ->check(is_given());
     app.set_config("--config", "", "Read options from an INI or TOML file")
         ->option_text("FILE")
         ->check(CLI::ExistingFile);
+    app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
 void define(CLI::App& app, Options& options) {

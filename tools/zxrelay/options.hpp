@@ -12,6 +12,7 @@ struct Options {
     std::string multicast_interface;  // empty: the kernel chooses
     std::string status_address;       // empty: no status page
     std::string log_file;             // empty: standard error
+    unsigned log_keep = 5;            // renamed log files
     unsigned log_level = 3;
     std::uint64_t fifo_bytes = 4U << 20U;
     std::uint64_t client_buffer_bytes = 1U << 20U;

@@ -5,6 +5,8 @@
 #include <optional>
 
 #include "monitor.hpp"
+#include "server/log.hpp"
+#include "server/notify.hpp"
 #include "status/service.hpp"
 #include "stream/channel.hpp"
 #include "stream/fanout.hpp"
@@ -15,7 +17,6 @@
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
 #include "zxlog.h"
-#include "zxmd.h"
 #include "zxmem.h"
 
 namespace relay {
@@ -56,7 +57,7 @@ Relay::Relay(const Options& options)
       source_(open_source(input_, options.multicast_interface)),
       listener_(open_listener(output_, kBacklog)) {}
 
-Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& on_up) {
+Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Stats stats;
     Board board;
     Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes));
@@ -81,14 +82,23 @@ Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& on_u
     }
     sender.start();
     receiver.start();
-    log({Level::notice, kTag}, "relaying %s to clients of %s", options_.input_url.c_str(),
-        output_.text().c_str());
+    const std::string what = options_.input_url + " to clients of " + output_.text();
+    log({Level::notice, kTag}, "relaying %s", what.c_str());
+    Notifier notifier;
+    notifier.announce_up("relaying " + what);
     on_up();
 
-    const auto is_delivered = [&] {
-        return source.finished() && channel.empty() && fanout.drained();
+    const auto goes_on = [&] {
+        notifier.keep_alive(stats.clients);
+        if (options_.print_stats) {
+            monitor.print_when_due();
+        }
+        return !source.finished() || !channel.empty() || !fanout.drained();
     };
-    const End end = run_main_loop(signals, is_delivered, monitor);
+    const End end = run_main_loop(
+        signals, log_file, notifier.wait_us(options_.end_after_first_source ? kMicro / 20 : kMicro),
+        goes_on);
+    Notifier::announce_end();
 
     source.interrupt();
     receiver.stop();
@@ -100,14 +110,10 @@ Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& on_u
     return end;
 }
 
-Relay::End Relay::run_main_loop(const sigset_t& signals, const std::function<bool()>& is_delivered,
-                                Monitor& monitor) const {
-    const std::uint64_t wait_us = options_.end_after_first_source ? kMicro / 20 : kMicro;
-    std::uint64_t last_save = 0;
-    for (;;) {
-        if (!options_.log_file.empty() && zxmd_api_timeToSave(&last_save) == 1) {
-            zxmd_api_newMsgFile(options_.log_file.c_str());
-        }
+Relay::End Relay::run_main_loop(const sigset_t& signals, Log& log_file, std::uint64_t wait_us,
+                                const std::function<bool()>& goes_on) {
+    do {
+        log_file.rotate_when_due();
         const int number = wait_for_signal(signals, wait_us);
         if (number == SIGINT || number == SIGTERM) {
             log({Level::notice, kTag}, "ended by signal %d", number);
@@ -115,15 +121,12 @@ Relay::End Relay::run_main_loop(const sigset_t& signals, const std::function<boo
         }
         if (number == SIGUSR1) {
             show_memory();
+        } else if (number == SIGHUP) {
+            log_file.reopen();
         }
-        if (is_delivered()) {
-            log({Level::notice, kTag}, "%s", "the stream is delivered");
-            return End::delivered;
-        }
-        if (options_.print_stats) {
-            monitor.print_when_due();
-        }
-    }
+    } while (goes_on());
+    log({Level::notice, kTag}, "%s", "the stream is delivered");
+    return End::delivered;
 }
 
 }  // namespace relay

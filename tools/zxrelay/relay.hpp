@@ -3,6 +3,7 @@
 
 #include <signal.h>
 
+#include <cstdint>
 #include <functional>
 
 #include "options.hpp"
@@ -12,7 +13,7 @@
 namespace relay {
 
 class Fanout;
-class Monitor;
+class Log;
 class Source;
 
 class Relay {
@@ -25,12 +26,14 @@ public:
     enum class End { signal, delivered };
 
     // Relays until SIGINT or SIGTERM arrives, or until the stream of the only source is delivered.
-    // The caller has blocked `signals`. Calls `on_up` when the threads run. Call run() only once.
-    End run(const sigset_t& signals, const std::function<void()>& on_up);
+    // SIGHUP opens the log again. The caller has blocked `signals`. Calls `on_up` when the threads
+    // run. Call run() only once.
+    End run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up);
 
 private:
-    End run_main_loop(const sigset_t& signals, const std::function<bool()>& is_delivered,
-                      Monitor& monitor) const;
+    // Waits for signals in steps of `wait_us`, and goes on as long as `goes_on` says so.
+    static End run_main_loop(const sigset_t& signals, Log& log_file, std::uint64_t wait_us,
+                             const std::function<bool()>& goes_on);
 
     const Options& options_;
     const Input input_;

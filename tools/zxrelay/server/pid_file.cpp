@@ -20,8 +20,9 @@ namespace {
 constexpr off_t kLargestPidFile = 16;
 
 std::string g_path;
-int g_fd = -1;      // holds the lock; children inherit it
-pid_t g_owner = 0;  // the process that removes the file
+int g_fd = -1;        // holds the lock; children inherit it
+int g_write_fd = -1;  // for the same file
+pid_t g_owner = 0;    // the process that removes the file
 
 // False if another relay has removed the file since it was opened.
 bool is_at_path(int fd) {
@@ -36,7 +37,8 @@ bool is_at_path(int fd) {
 }
 
 zxcommon::Descriptor open_locked() {
-    zxcommon::Descriptor fd(open(g_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+    zxcommon::Descriptor fd(
+        open(g_path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
     struct stat st {};
     if (fd.get() < 0 || fstat(fd.get(), &st) != 0) {
         fail("cannot write");
@@ -53,6 +55,12 @@ zxcommon::Descriptor open_locked() {
     return fd;
 }
 
+// For the same file, whatever its path names now.
+int open_for_writing(int fd) {
+    const std::string same = "/proc/self/fd/" + std::to_string(fd);
+    return open(same.c_str(), O_WRONLY | O_CLOEXEC);
+}
+
 }  // namespace
 
 void claim_pid_file(const std::string& path) {
@@ -67,6 +75,10 @@ void claim_pid_file(const std::string& path) {
             g_fd = -1;
         }
     } while (g_fd < 0);
+    g_write_fd = open_for_writing(g_fd);
+    if (g_write_fd < 0) {
+        fail("cannot write");
+    }
     g_owner = getpid();
     std::atexit(remove_pid_file);
 }
@@ -77,9 +89,16 @@ void write_pid_file() {
     }
     g_owner = getpid();
     const std::string text = std::to_string(g_owner) + "\n";
-    if (ftruncate(g_fd, 0) != 0 ||
-        pwrite(g_fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+    if (ftruncate(g_write_fd, 0) != 0 ||
+        pwrite(g_write_fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
         fail("cannot write");
+    }
+}
+
+void lock_pid_file_only() {
+    if (g_write_fd >= 0) {
+        close(g_write_fd);
+        g_write_fd = -1;
     }
 }
 
@@ -97,7 +116,7 @@ void remove_pid_file() {
     }
     if (unlink(g_path.c_str()) != 0) {
         // The relay's user may have no right to remove it. An empty file names no process.
-        [[maybe_unused]] const int result = ftruncate(g_fd, 0);
+        [[maybe_unused]] const int result = ftruncate(g_write_fd, 0);
     }
 }
 

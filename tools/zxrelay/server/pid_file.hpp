@@ -13,6 +13,10 @@ void claim_pid_file(const std::string& path);
 // Writes the ID of this process into the file. From now on this process removes the file at exit.
 void write_pid_file();
 
+// This process keeps the lock and can no longer write the file: it serves strangers, and the file
+// tells an administrator which process to signal.
+void lock_pid_file_only();
+
 // This process will remove the file in place of its owner, which has died.
 void take_over_pid_file();
 

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,6 +25,7 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr char kUp[] = "up";
+constexpr mode_t kUmask = 022;
 
 void print_error(const std::string& sentence) {
     std::fprintf(stderr, "zxrelay: %s\n", sentence.c_str());
@@ -78,6 +80,7 @@ void fill_standard_descriptors() {
 }
 
 Service::Service(const Options& options) : options_(options) {
+    umask(umask(0) | kUmask);
     if (options.daemon) {
         close_range(STDERR_FILENO + 1, ~0U, 0);
     }
@@ -90,7 +93,7 @@ Service::~Service() {
     }
 }
 
-void Service::start() {
+void Service::start(const User& user, Log& log) {
     is_started_ = true;
     if (!options_.pid_file.empty()) {
         claim_pid_file(options_.pid_file);
@@ -99,14 +102,17 @@ void Service::start() {
         detach();
     }
     write_pid_file();
+    allow_many_clients();
+    // The supervisor becomes the user, too: from here on, root opens and removes nothing.
+    user.become();
+    log.settle();
     if (options_.watchdog) {
         watchdog::start(remove_pid_file);
+        watchdog::end_with_supervisor();
     }
-    allow_many_clients();
-    if (!options_.run_as_user.empty()) {
-        change_user();
+    if (options_.watchdog || !options_.run_as_user.empty()) {
+        lock_pid_file_only();
     }
-    watchdog::end_with_supervisor();
 }
 
 // zxmd_api_startDaemon() ends its caller at once. So a child process calls it; the process that the
@@ -131,13 +137,6 @@ void Service::detach() {
         throw tools::Failure("cannot become a daemon");
     }
     fill_standard_descriptors();
-}
-
-void Service::change_user() const {
-    if (const int code = zxmd_api_changeUser(options_.run_as_user.c_str()); code != 0) {
-        throw tools::Failure("cannot become the user " + options_.run_as_user + " (" +
-                             std::to_string(code) + ", see the log)");
-    }
 }
 
 void Service::announce_up() {

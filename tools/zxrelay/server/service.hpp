@@ -5,6 +5,8 @@
 #include <string>
 
 #include "options.hpp"
+#include "server/log.hpp"
+#include "server/user.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
@@ -21,9 +23,10 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
+    // Becomes the user, and lets the log follow its path.
     // Returns in the process that relays, which may be a new one. With --daemon, the process that
     // the user started waits until the daemon is up or has failed, and exits. Throws a Failure.
-    void start();
+    void start(const User& user, Log& log);
 
     // Reports that the relay is up: the process that the user started exits.
     void announce_up();
@@ -36,7 +39,6 @@ public:
 
 private:
     void detach();
-    void change_user() const;
 
     const Options& options_;
     bool is_started_ = false;

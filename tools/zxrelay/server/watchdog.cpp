@@ -83,7 +83,7 @@ void forward_signal(int number) {
 void mask_signals(int how) {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM, SIGUSR1}) {
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGUSR1}) {
         sigaddset(&set, number);
     }
     pthread_sigmask(how, &set, nullptr);
@@ -119,6 +119,7 @@ void after_fork_in_supervisor() {
     set_handler(SIGINT, end_by_signal);
     set_handler(SIGTERM, end_by_signal);
     set_handler(SIGUSR1, forward_signal);
+    set_handler(SIGHUP, forward_signal);
     mask_signals(SIG_UNBLOCK);
 }
 
@@ -148,9 +149,9 @@ void start(void (*at_end)()) {
     g_is_supervisor = true;
     g_at_end = at_end;
     zxmd_api_watchdog(return_to_start, nullptr);
-    // The library's handler only logs these signals. After a real fault, the faulting instruction
-    // would run again and again.
-    for (const int number : {SIGILL, SIGTRAP, SIGABRT, SIGBUS, SIGFPE}) {
+    // The library ignores SIGHUP and only logs the others. After a real fault, the faulting
+    // instruction would run again and again.
+    for (const int number : {SIGHUP, SIGILL, SIGTRAP, SIGABRT, SIGBUS, SIGFPE}) {
         signal(number, SIG_DFL);
     }
 }

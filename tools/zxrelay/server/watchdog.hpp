@@ -10,15 +10,16 @@ namespace relay::watchdog {
 
 enum class Phase { starting, up, delivered };
 
-// Forks the workers and returns in each of them. The caller has blocked SIGINT, SIGTERM and
-// SIGUSR1. The supervisor calls `at_end` before it exits; `at_end` must be safe in signal handlers.
+// Forks the workers and returns in each of them. The caller has blocked SIGHUP, SIGINT,
+// SIGTERM and SIGUSR1. The supervisor calls `at_end` before it exits; `at_end` must be safe in
+// signal handlers.
 void start(void (*at_end)());
 
 // Called by the worker. The supervisor restarts a worker only if its phase is `up`. Does nothing
 // without a watchdog.
 void set_phase(Phase phase);
 
-// Called by the worker after it has changed its user: the kernel will send it SIGTERM when the
+// Called by the worker: the kernel will send it SIGTERM when the
 // supervisor dies.
 void end_with_supervisor();
 
