@@ -13,7 +13,7 @@ packages_of() {
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
                     libmicrohttpd-dev libpcap-dev libsystemd-dev ;;
         test) echo abigail-tools libgtest-dev libgmock-dev clang-format chromium \
-                   chromium-driver curl ffmpeg iproute2 jq python3 tshark ;;
+                   chromium-driver curl ffmpeg iproute2 jq prometheus python3 systemd tshark ;;
         bench) echo libavformat-dev libavutil-dev libbenchmark-dev libboost-dev libbsd-dev \
                     libglib2.0-dev libisal-dev libjack-jackd2-dev libnet1-dev libspdlog-dev libssl-dev \
                     libtins-dev nettle-dev python3 zlib1g-dev ;;
@@ -52,8 +52,15 @@ installed() {
     done
 }
 
+# Of prometheus, only its promtool is wanted, never the service.
+without_service() {
+    [[ " ${missing[*]} " == *" prometheus "* && -d /run/systemd/system ]] || return 0
+    "${as_root[@]}" systemctl mask prometheus.service
+}
+
 as_root=(env DEBIAN_FRONTEND=noninteractive)
 [[ $(id -u) -eq 0 ]] || as_root=(sudo "${as_root[@]}")
 echo "installing these packages and their dependencies: ${missing[*]}"
+without_service
 "${as_root[@]}" apt-get update -qq
 "${as_root[@]}" apt-get install -y -q --no-install-recommends -o APT::Status-Fd=1 "${missing[@]}" | installed

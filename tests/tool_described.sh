@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # tool_described.sh PROGRAM FILES: the manual page FILES.1 has exactly the options of the program.
-# FILES.bash completes them, and after an option its argument.
+# FILES.bash completes them, and after an option its argument. The program knows all options in
+# FILES.toml, if there is one, also those that are commented out.
 set -euo pipefail
 name=$(basename "$1")
 
@@ -15,3 +16,7 @@ complete_after "$1" "$name" --
 diff <(echo "$known") <(printf '%s\n' "${COMPREPLY[@]}" | sort)
 complete_after "$1" --interface l
 [[ " ${COMPREPLY[*]} " == *" lo "* ]]
+
+[[ -e $2.toml ]] || exit 0
+said=$("$1" --config <(sed -E 's/^# ([a-z-]+ = )/\1/' "$2.toml") --output nowhere 2>&1 || true)
+[[ $said == *"'nowhere' is not an address with a port"* ]] || { echo "$said" >&2; exit 1; }

@@ -1,6 +1,7 @@
 // The relay as its users see it: processes between sockets that come and go.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -343,6 +344,38 @@ TEST_F(RelayServer, RestartsEveryDeadWorkerAndReplacesALogThatIsTooLong) {
             testing::ContainsRegex("\\[INFO\\]\\[ZXMD\\]child\\[[0-9]+\\] has exited\r\n")));
     signal_supervisor(SIGKILL);
     expect_nothing_left();
+}
+
+TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
+    const zxcommon::Descriptor manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{AF_UNIX, ""};
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "manager").c_str());
+    ASSERT_EQ(bind(manager.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const auto hears = [&](const std::string& wanted) {
+        char text[512] = "";
+        while (std::string(text).find(wanted) == std::string::npos) {
+            const timeval limit{20, 0};
+            setsockopt(manager.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+            std::fill(std::begin(text), std::end(text), '\0');
+            if (recv(manager.get(), text, sizeof text - 1, 0) < 0) {
+                return false;
+            }
+        }
+        return true;
+    };
+    setenv("NOTIFY_SOCKET", address.sun_path, 1);
+    setenv("WATCHDOG_USEC", "300000", 1);
+    start("tcp");
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+    EXPECT_TRUE(hears("READY=1\nSTATUS=relaying tcp://"));
+    const zxcommon::Descriptor client = join();
+    EXPECT_TRUE(hears("STATUS=1 clients"));
+    EXPECT_TRUE(hears("WATCHDOG=1"));
+    EXPECT_TRUE(hears("WATCHDOG=1"));
+    relay->signal(SIGTERM);
+    EXPECT_TRUE(hears("STOPPING=1"));
+    EXPECT_EQ(relay->wait(), 0);
 }
 
 TEST_F(RelayServer, StrangersFillNoLog) {

@@ -53,7 +53,7 @@ Examples:
       ffmpeg -re -i film.mp4 -c copy -f mpegts tcp://relay:5000
       ffplay tcp://relay:8000
   zxrelay --input udp://239.1.1.1:1234 --interface eth0 --output '[::]:8000'
-  zxrelay --config /etc/zxrelay.conf --daemon --watchdog --pid-file /run/zxrelay.pid
+  zxrelay --config /etc/zxrelay.toml --daemon --watchdog --pid-file /run/zxrelay.pid
       where the file has lines such as  log = "/var/log/zxrelay/log")";
 
 void define_stream(CLI::App& app, Options& options) {
