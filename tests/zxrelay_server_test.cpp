@@ -278,6 +278,7 @@ TEST_F(RelayServer, HasNoMoreRightsThanItsUser) {
     fs::create_symlink(prey, dir / "log");
     const std::string arguments = "--watchdog --user nobody";
     expect_complaint(ZX_RELAY, with_usual("udp", arguments), "cannot write the log");
+    EXPECT_FALSE(fs::exists(prey));
     fs::remove(dir / "log");
 
     start_daemon(arguments);

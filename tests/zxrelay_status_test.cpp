@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -150,7 +151,9 @@ TEST_F(StatusTest, AnswersWhateverOthersHoldOpen) {
                 one = say("G");
             }
         }
+        const auto begin = std::chrono::steady_clock::now();
         EXPECT_THAT(get("/healthz"), testing::EndsWith("\r\n\r\nok\nwaiting for the source\n"));
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
         sleep(1);
     }
     dripping.resize(1);  // after five seconds its time is over, however few there are
