@@ -320,7 +320,7 @@ TEST_F(RelayServer, RestartsEveryDeadWorkerAndReplacesALogThatIsTooLong) {
     EXPECT_EQ(content_of(dir / "log.2"), "log.1");
     EXPECT_FALSE(fs::exists(dir / "log.3"));
     signal_supervisor(SIGHUP);
-    EXPECT_TRUE(logs("the log is reopened"));
+    EXPECT_TRUE(logs("signal 1: the log is open again"));
     const zxcommon::Descriptor source(connected(SOCK_DGRAM, in_port));
     std::jthread stream([&](const std::stop_token& stop) {
         for (std::uint64_t first = 0; !stop.stop_requested(); first += 7, usleep(2000)) {
@@ -377,6 +377,24 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     relay->signal(SIGTERM);
     EXPECT_TRUE(hears("STOPPING=1"));
     EXPECT_EQ(relay->wait(), 0);
+}
+
+TEST_F(RelayServer, GivesItsLinesPrioritiesInTheJournal) {
+    const std::string input = "udp://127.0.0.1:" + std::to_string(free_port(SOCK_DGRAM));
+    relay.emplace("export JOURNAL_STREAM=$(stat -L -c %d:%i /dev/stderr); exec '" ZX_RELAY
+                  "' --watchdog --log-level 4 --input " +
+                  input + " --output 127.0.0.1:" + std::to_string(free_port(SOCK_STREAM)) +
+                  " --pid-file " + (dir / "pid").string());
+    EXPECT_TRUE(comes_true([&] { return relay->errors().find("relaying") != std::string::npos; }));
+    relay->signal(SIGTERM);
+    EXPECT_EQ(relay->wait(), 0);
+    EXPECT_TRUE(comes_true([&] { return relay->errors().find(" leak:") != std::string::npos; }));
+    EXPECT_THAT(
+        relay->errors(),
+        testing::AllOf(testing::StartsWith("<6>["), HasSubstr("][INFO][ZXMD]I am father\r\n<5>["),
+                       HasSubstr("][NOTICE][RELAY]relaying udp"), HasSubstr("\r\n<5>["),
+                       testing::EndsWith(" leak:0 byte\r\n")));
+    EXPECT_TRUE(comes_true([this] { return relays().empty(); }));
 }
 
 TEST_F(RelayServer, StrangersFillNoLog) {

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "common/failure.hpp"
+#include "server/journal.hpp"
 #include "zxlog.h"
 #include "zxmd.h"
 #include "zxtime.h"
@@ -49,7 +50,11 @@ Log::Log(const Options& options, const User& user)
 }
 
 void Log::settle() {
-    if (!path_.empty() && zxlog_api_setFile(path_.c_str()) != 0) {
+    if (path_.empty()) {
+        give_lines_priorities();
+        return;
+    }
+    if (zxlog_api_setFile(path_.c_str()) != 0) {
         throw tools::system_failure("cannot write the log " + path_);
     }
     opened_.reset();
@@ -58,10 +63,11 @@ void Log::settle() {
 
 void Log::reopen() {
     if (!path_.empty() && zxlog_api_setFile(path_.c_str()) != 0) {
-        log({Level::error, kTag}, "cannot reopen the log %s: %s", path_.c_str(),
-            std::strerror(errno));
+        log({Level::error, kTag}, "signal 1: cannot open the log again: %s", std::strerror(errno));
+        return;
     }
-    log({Level::notice, kTag}, "%s", "signal 1: the log is reopened");
+    log({Level::notice, kTag}, "signal 1: %s",
+        path_.empty() ? "there is no log file to open again" : "the log is open again");
 }
 
 void Log::rotate_when_due() {
