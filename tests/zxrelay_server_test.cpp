@@ -402,7 +402,9 @@ TEST_F(RelayServer, StrangersFillNoLog) {
     const zxcommon::Descriptor asking = join();
     const std::string words = "last 0\n";
     for (int i = 0; i < 1000; ++i) {
-        zxcommon::Descriptor(connected(SOCK_STREAM, in_port)).reset();
+        if (i % 20 == 0) {  // only one source waits at a time
+            zxcommon::Descriptor(connected(SOCK_STREAM, in_port)).reset();
+        }
         zxcommon::Descriptor(connected(SOCK_STREAM, out_port)).reset();
         send_all(asking.get(), {words.begin(), words.end()});
         usleep(1000);  // so that the relay reads each request by itself

@@ -10,6 +10,7 @@
 #include "loopback.hpp"
 #include "packets.hpp"
 #include "process.hpp"
+#include "server/log_limit.hpp"
 #include "stream/channel.hpp"
 #include "stream/net.hpp"
 #include "stream/source.hpp"
@@ -59,6 +60,25 @@ TEST(RelaySource, CountsAndReportsWhatTheFifoHasNoRoomFor) {
         reported += count;
     }
     EXPECT_EQ(reported, 30U);
+}
+
+TEST(RelayLogLimit, CountsWhatItLeavesOutAndBeginsAnew) {
+    LogCapture log(3);
+    relay::LogLimit limit("clients have connected", 1);
+    for (int round = 0; round < 2; ++round) {
+        int admitted = 0;
+        for (int i = 0; i < 25; ++i) {
+            admitted += limit.admits() ? 1 : 0;
+        }
+        EXPECT_EQ(admitted, 20);
+        limit.report_when_due();  // too early
+        EXPECT_THAT(log.take(), testing::IsEmpty());
+        usleep(1100000);
+        limit.report_when_due();
+        limit.report_when_due();
+        EXPECT_THAT(log.take(), testing::ElementsAre(testing::HasSubstr(
+                                    "[NOTICE][RELAY]5 more clients have connected in the last")));
+    }
 }
 
 TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {

@@ -2,7 +2,9 @@
 
 #include <time.h>
 
+#include <memory>
 #include <optional>
+#include <string>
 
 #include "monitor.hpp"
 #include "server/log.hpp"
@@ -61,16 +63,14 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     Stats stats;
     Board board;
     Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes));
-    std::optional<Store> store;
-    if (options_.keep_seconds != 0) {
-        store.emplace(options_.keep_seconds);
-    }
+    const auto store =
+        options_.keep_seconds != 0 ? std::make_unique<Store>(options_.keep_seconds) : nullptr;
     Source source(std::move(source_), input_.is_udp, options_.end_after_first_source, channel,
                   stats);
     Fanout fanout(
         std::move(listener_),
         {static_cast<std::uint32_t>(options_.client_buffer_bytes), options_.stall_timeout_seconds},
-        channel, store ? &*store : nullptr, stats, board);
+        channel, store.get(), stats, board);
     Monitor monitor(stats, channel);
     Worker sender("relay-send", [&](zxcommon::StopRequest& stop) { fanout.run(stop); });
     Worker receiver("relay-receive", [&](zxcommon::StopRequest& stop) { source.run(stop); });
@@ -82,12 +82,9 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     }
     sender.start();
     receiver.start();
-    const std::string what = options_.input_url + " to clients of " + output_.text();
-    log({Level::notice, kTag}, "relaying %s", what.c_str());
     Notifier notifier;
-    notifier.announce_up("relaying " + what);
+    announce_up(notifier);
     on_up();
-
     const auto goes_on = [&] {
         notifier.keep_alive(stats.clients);
         if (options_.print_stats) {
@@ -95,11 +92,8 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
         }
         return !source.finished() || !channel.empty() || !fanout.drained();
     };
-    const End end = run_main_loop(
-        signals, log_file, notifier.wait_us(options_.end_after_first_source ? kMicro / 20 : kMicro),
-        goes_on);
+    const End end = run_main_loop(signals, log_file, notifier, goes_on);
     Notifier::announce_end();
-
     source.interrupt();
     receiver.stop();
     channel.close();
@@ -110,8 +104,16 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     return end;
 }
 
-Relay::End Relay::run_main_loop(const sigset_t& signals, Log& log_file, std::uint64_t wait_us,
-                                const std::function<bool()>& goes_on) {
+void Relay::announce_up(const Notifier& notifier) const {
+    const std::string what = "relaying " + options_.input_url + " to clients of " + output_.text();
+    log({Level::notice, kTag}, "%s", what.c_str());
+    notifier.announce_up(what);
+}
+
+Relay::End Relay::run_main_loop(const sigset_t& signals, Log& log_file, const Notifier& notifier,
+                                const std::function<bool()>& goes_on) const {
+    const std::uint64_t wait_us =
+        notifier.wait_us(options_.end_after_first_source ? kMicro / 20 : kMicro);
     do {
         log_file.rotate_when_due();
         const int number = wait_for_signal(signals, wait_us);

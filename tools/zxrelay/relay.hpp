@@ -3,7 +3,6 @@
 
 #include <signal.h>
 
-#include <cstdint>
 #include <functional>
 
 #include "options.hpp"
@@ -14,6 +13,7 @@ namespace relay {
 
 class Fanout;
 class Log;
+class Notifier;
 class Source;
 
 class Relay {
@@ -31,9 +31,10 @@ public:
     End run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up);
 
 private:
-    // Waits for signals in steps of `wait_us`, and goes on as long as `goes_on` says so.
-    static End run_main_loop(const sigset_t& signals, Log& log_file, std::uint64_t wait_us,
-                             const std::function<bool()>& goes_on);
+    void announce_up(const Notifier& notifier) const;
+    // Waits for signals, and goes on as long as `goes_on` says so.
+    End run_main_loop(const sigset_t& signals, Log& log_file, const Notifier& notifier,
+                      const std::function<bool()>& goes_on) const;
 
     const Options& options_;
     const Input input_;
