@@ -28,9 +28,11 @@ inline void define_common(CLI::App& app, const std::string& version) {
 [[nodiscard]] inline std::string sentence_of(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> unknown = app.remaining();
     const std::string sentence = error.what();
+    // The name of a section ends in ".++".
     constexpr std::string_view kUnknownKey = "INI was not able to parse ";
     if (sentence.starts_with(kUnknownKey)) {
-        return "'" + sentence.substr(kUnknownKey.size()) + "' in the file is not an option";
+        const std::string key = sentence.substr(kUnknownKey.size());
+        return "'" + key.substr(0, key.find(".++")) + "' in the file is not an option";
     }
     return unknown.empty() ? sentence : "'" + unknown.front() + "' is not an option";
 }
