@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 
+#include "denc/apart.hpp"
 #include "denc/zxaes/cipher.hpp"
 #include "internal/args.hpp"
 #include "internal/guard.hpp"
@@ -35,17 +36,10 @@ bool has_key(const zxaes_ctt& ctx) {
     zx::Wiped<std::array<std::uint8_t, 512>> frame;
 }
 
-// How far `out` is after `in`. When `out` begins before `in`, the result is very large.
-std::size_t ahead(const std::uint8_t* in, const std::uint8_t* out) {
-    return reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
-}
-
 // Works on several blocks at once, unless one block would read what another one writes.
 void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std::uint8_t* in,
            std::uint8_t* out, std::size_t blocks) {
-    const std::size_t distance = ahead(in, out);
-    const bool apart = distance == 0 || distance >= zx::aes::kTogether * kBlockSize;
-    const std::size_t step = apart ? blocks : 1;
+    const std::size_t step = zx::is_apart(in, out, zx::aes::kTogether * kBlockSize) ? blocks : 1;
     const zx::aes::Cipher& cipher = zx::aes::cipher();
     for (std::size_t done = 0; done < blocks; done += step) {
         const std::size_t at = done * kBlockSize;
@@ -60,8 +54,7 @@ void crypt(const zxaes_ctt& ctx, Mode mode, Way way, std::uint8_t* iv, const std
 // read what another byte of that block writes.
 void feed_back(const zxaes_ctt& ctx, Way way, std::uint32_t& offset, std::uint8_t* iv,
                const std::uint8_t* in, std::uint8_t* out, std::size_t size) {
-    const std::size_t distance = ahead(in, out);
-    const bool apart = distance == 0 || distance >= kBlockSize;
+    const bool apart = zx::is_apart(in, out, kBlockSize);
     const std::uint8_t* const end = in + size;
     while (in != end) {
         if (const auto left = static_cast<std::size_t>(end - in);

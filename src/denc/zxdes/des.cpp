@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "denc/apart.hpp"
 #include "denc/zxdes/tables.hpp"
 #include "internal/guard.hpp"
 #include "zxdes.h"
@@ -128,9 +129,7 @@ extern "C" int32_t zxdes_api_done(uint8_t direction, const uint8_t* in, uint8_t*
     fill(*schedule, direction != 0, key, std::min(keylen / kBlock, kMaxKeys));
 
     // Works on several blocks at once, unless one block would read what another one writes.
-    const std::size_t ahead =
-        reinterpret_cast<std::uintptr_t>(out) - reinterpret_cast<std::uintptr_t>(in);
-    const bool apart = ahead == 0 || ahead >= kTogether * kBlock;
+    const bool apart = zx::is_apart(in, out, kTogether * kBlock);
     const std::size_t blocks = len / kBlock;
     const std::size_t grouped = apart ? blocks - blocks % kTogether : 0;
     crypt<kTogether>(*schedule, in, out, grouped);
