@@ -12,8 +12,8 @@
 
 namespace zx {
 
-// The beginnings of the message about a missing argument. Each function has one of them as a part
-// of its interface.
+// The beginnings of the message about an argument that is missing or wrong. Each function has one
+// of them as a part of its interface.
 inline constexpr char kParamError[] = "Param error####";
 inline constexpr char kParamError3[] = "Param error###";
 inline constexpr char kErrorParam[] = "Error param ###";
@@ -29,15 +29,15 @@ struct Argument {
 };
 
 // The third parameter has the name that ZX_LOG_AT() expects.
-[[gnu::cold, gnu::noinline]] inline void log_missing(const char* complaint, const char* name,
-                                                     const char* kTag, Caller caller) {
+[[gnu::cold, gnu::noinline]] inline void log_argument(const char* complaint, const char* name,
+                                                      const char* kTag, Caller caller) {
     ZX_LOG_AT(caller, error, "%s%s", complaint, name);
 }
 
 // True when the argument is given. Otherwise logs that it is missing.
 [[nodiscard]] inline bool is_given(const Argument& argument, const char* tag, Caller caller) {
     if (!argument.is_given) [[unlikely]] {
-        log_missing(argument.complaint, argument.name, tag, caller);
+        log_argument(argument.complaint, argument.name, tag, caller);
         return false;
     }
     return true;
@@ -58,3 +58,8 @@ template <std::size_t N>
 // For arguments of the function that it stands in. A helper that speaks for its caller calls
 // are_given() with the zx::Caller.
 #define ZX_ARE_GIVEN(...) ::zx::are_given({__VA_ARGS__}, kTag, ::zx::Caller(__func__, __LINE__))
+
+// Logs that an argument is given but wrong.
+#define ZX_LOG_PARAM(name) ZX_LOG_PARAM_AT(::zx::Caller(__func__, __LINE__), name)
+
+#define ZX_LOG_PARAM_AT(caller, name) ::zx::log_argument(::zx::kParamError, name, kTag, caller)

@@ -1,6 +1,7 @@
 // How this library logs. Only this file knows the two formats of a line.
 //
-// A source file that logs defines its tag, `constexpr char kTag[] = "NETWORK";`, and writes
+// A source file that logs has a tag, `constexpr char kTag[] = "NETWORK";`, of its own or from a
+// header of its module, and writes
 //
 //     ZX_LOG(error, "%s failed : %d", name, code);
 //
@@ -101,9 +102,11 @@ inline constinit LineWriter g_echo{zxlog_innerapi_logTime, &strLoglevel_simple[2
         }                                                                              \
     } while (0)
 
-// Messages that all modules share.
-#define ZX_LOG_PARAM(name)  ZX_LOG(error, "Param error####%s", name)
-#define ZX_LOG_MALLOC(what) ZX_LOG(error, "Malloc %s failed,please check the memory", what)
+// Messages that all modules share. For arguments see internal/args.hpp.
+#define ZX_LOG_MALLOC(what) ZX_LOG_MALLOC_AT(::zx::Caller(__func__, __LINE__), what)
+
+#define ZX_LOG_MALLOC_AT(caller, what) \
+    ZX_LOG_AT(caller, error, "Malloc %s failed,please check the memory", what)
 
 #define ZX_LOG_CUT(capacity, needed, text) \
     ZX_LOG_CUT_AT(::zx::Caller(__func__, __LINE__), capacity, needed, text)

@@ -28,7 +28,7 @@ inline void join(char (&out)[kTextSize], std::string_view name, std::string_view
     void* const memory =
         zxmem_api_malloc(size, text, kSource, static_cast<std::uint32_t>(caller.line));
     if (memory == nullptr) {
-        ZX_LOG_AT(caller, error, "Malloc %s failed,please check the memory", text);
+        ZX_LOG_MALLOC_AT(caller, text);
     }
     return memory;
 }

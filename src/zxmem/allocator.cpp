@@ -1,7 +1,5 @@
 #include "zxmem/allocator.hpp"
 
-#include <pthread.h>
-
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +7,7 @@
 #include <ctime>
 
 #include "internal/args.hpp"
+#include "internal/cancel.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
@@ -129,11 +128,9 @@ void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
     static char text[ZXMEM_TIME_SIZE];
     const std::time_t now = std::time(nullptr);
     if (now != text_second || text[0] == '\0') {
-        int cancel_state = PTHREAD_CANCEL_ENABLE;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
+        const zx::CancelHeld held;
         std::tm local{};
         localtime_r(&now, &local);
-        pthread_setcancelstate(cancel_state, nullptr);
         std::snprintf(text, sizeof text, "%02d:%02d:%02d", local.tm_hour, local.tm_min,
                       local.tm_sec);
         text_second = now;
@@ -161,7 +158,7 @@ void* allocate(std::uint32_t size, const char* name, const char* file, std::uint
     }
     void* const buffer = std::calloc(1, size);
     if (buffer == nullptr) {
-        ZX_LOG_AT(caller, error, "Malloc %s failed,please check the memory", file);
+        ZX_LOG_MALLOC_AT(caller, file);
         return nullptr;
     }
     if (is_tracking(caller)) {

@@ -41,7 +41,7 @@ bool fits(const igmp_req& req, zx::Caller caller = {}) {
     }
     for (const auto& source : std::span(req.sources).first(req.source_count)) {
         if (std::memchr(source, '\0', sizeof source) == nullptr) {
-            ZX_LOG_AT(caller, error, "Param error####sources");
+            ZX_LOG_PARAM_AT(caller, "sources");
             return false;
         }
     }
