@@ -1,4 +1,4 @@
-// Texts into fields of a fixed size.
+// Texts into fields of a fixed size, and into outputs.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +7,9 @@
 #include "internal/log.hpp"
 
 namespace zx {
+
+// Callers may read this many bytes of an output without looking for its end.
+inline constexpr std::size_t kClearedSize = 8;
 
 // Copies a text with its NUL. A text that does not fit is cut, and has no NUL then. Returns the
 // bytes that the whole text needs.

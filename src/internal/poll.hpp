@@ -33,6 +33,10 @@ inline void sleep_ms(std::uint32_t ms) {
     return now.tv_sec * std::int64_t{kUsPerSec} + now.tv_nsec / 1000;
 }
 
+[[nodiscard]] constexpr std::int64_t us_of(const timeval& time) {
+    return time.tv_sec * std::int64_t{kUsPerSec} + time.tv_usec;
+}
+
 // Repeats a call on a socket that a handled signal interrupts, and returns its result. `option` is
 // SO_RCVTIMEO or SO_SNDTIMEO. The socket's own timeout begins again with each call; here it counts
 // from the first interruption.
@@ -44,7 +48,7 @@ auto uninterrupted(int fd, int option, const Call& call) {
             timeval timeout{};
             socklen_t size = sizeof timeout;
             getsockopt(fd, SOL_SOCKET, option, &timeout, &size);
-            const std::int64_t us = timeout.tv_sec * std::int64_t{kUsPerSec} + timeout.tv_usec;
+            const std::int64_t us = us_of(timeout);
             end = us > 0 ? steady_us() + us : INT64_MAX;
         } else if (steady_us() >= end) {
             errno = EAGAIN;

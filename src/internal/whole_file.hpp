@@ -8,11 +8,10 @@
 #include <cstdint>
 
 #include "internal/guard.hpp"
+#include "internal/length.hpp"
 #include "internal/log.hpp"
 
 namespace zx {
-
-inline constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;  // the results are signed
 
 // Calls `step` with the count so far until all bytes are moved, or a step moves none or fails. An
 // interruption by a signal is no failure.
@@ -37,24 +36,12 @@ inline std::size_t read_whole(int fd, void* buf, std::size_t size) {
     });
 }
 
-// Limits `len`, and warns when that makes it smaller. The tag is that of zxmd, whose message it is.
-inline std::uint32_t limited_read(std::uint32_t len, Caller caller = {}) {
-    constexpr char kTag[] = "ZXMD";
-    constexpr int kLimit = kMaxLength;
-    if (len <= kMaxLength) {
-        return len;
-    }
-    ZX_LOG_AT(caller, warning, "Read len(%d) is out of range(0~%d),set to %d",
-              static_cast<int>(len), kLimit, kLimit);
-    return kLimit;
-}
-
 // Reads a file as zxmd_api_read() does. It was opened within `held`; a descriptor below 0 means
-// that this failed. `path` is its name in messages.
+// that this failed. `path` is its name in messages, which have the tag of zxmd.
 inline std::int32_t read_once(CancelHeld& held, const char* path, UniqueFd file, void* buf,
                               std::uint32_t len, Caller caller = {}) {
     constexpr char kTag[] = "ZXMD";
-    const std::uint32_t size = limited_read(len, caller);
+    const std::uint32_t size = limited(len, "Read", kTag, caller);
     if (file.get() < 0) {
         ZX_LOG_AT(caller, error, "Open (%s) failed", path);
         return -1;

@@ -4,13 +4,11 @@
 #include <cstring>
 #include <limits>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
+#include "zxcommon_inner/messages.hpp"
 #include "zxmem.h"
 
 namespace {
 
-constexpr char kTag[] = "ZXCOMMON_INNER";
 constexpr char kSource[] = "src/zxcommon_inner";
 constexpr char kCopyName[] = "selfcp_buf";
 

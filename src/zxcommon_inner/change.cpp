@@ -1,11 +1,9 @@
 #include "zxt.h"
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
+#include "zxcommon_inner/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "ZXCOMMON_INNER";
 constexpr std::uint8_t kTolerated = 5;  // changes in a row
 
 }  // namespace

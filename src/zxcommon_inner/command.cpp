@@ -11,15 +11,14 @@
 #include <cstring>
 #include <utility>
 
-#include "internal/args.hpp"
 #include "internal/guard.hpp"
-#include "internal/log.hpp"
+#include "internal/length.hpp"
 #include "internal/safe_name.hpp"
 #include "internal/whole_file.hpp"
+#include "zxcommon_inner/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "ZXCOMMON_INNER";
 constexpr char kSilently[] = "  > /dev/null";
 constexpr char kOutputPath[] = "/tmp/zxcmd_info";
 constexpr std::size_t kCommandSize = 1024;

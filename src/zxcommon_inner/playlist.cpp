@@ -6,13 +6,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
 #include "internal/safe_name.hpp"
+#include "zxcommon_inner/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "ZXCOMMON_INNER";
 constexpr std::size_t kEndingSize = 5;  // ".m3u8"
 constexpr std::size_t kCommandSize = 512;
 

@@ -4,14 +4,11 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
+#include "zxcommon_inner/messages.hpp"
 
 static_assert(ZXT_UNIT_SIZE == ZXLOG_SCRATCH_SIZE);
 
 namespace {
-
-constexpr char kTag[] = "ZXCOMMON_INNER";
 
 constexpr unsigned kStep = 10;  // a unit is 2^10 of the one before
 constexpr std::array<const char*, 4> kByteUnits{"B", "KB", "MB", "GB"};

@@ -9,6 +9,7 @@
 #include "internal/args.hpp"
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
+#include "shared/units.hpp"
 #include "zxtime.h"
 
 namespace {
@@ -16,7 +17,7 @@ namespace {
 constexpr char kTag[] = "EPOLL";
 constexpr int kWaitMs = 500;
 constexpr int kPassMs = 1000;
-constexpr std::uint64_t kPeriodUs = 1000000;
+constexpr std::uint64_t kPeriodUs = zx::kUsPerSec;
 constexpr unsigned kPauseUs = 1000;
 constexpr std::uint32_t kMaxEvents = 1024;  // in one pass; they are on the stack
 

@@ -4,15 +4,13 @@
 #include <array>
 #include <cstring>
 
-#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/cpu.hpp"
-#include "internal/log.hpp"
 #include "zxmd/base64.hpp"
+#include "zxmd/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr char kPad = '=';
 constexpr std::size_t kLetters = 64;
 constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

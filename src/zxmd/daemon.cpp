@@ -14,15 +14,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "internal/args.hpp"
 #include "internal/cancel.hpp"
-#include "internal/log.hpp"
 #include "zxmd.h"
+#include "zxmd/messages.hpp"
 #include "zxsignal.h"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr mode_t kUmask = 022;
 
 // Forks: the child returns and the parent exits.

@@ -9,16 +9,15 @@
 #include <cstring>
 #include <string_view>
 
-#include "internal/args.hpp"
 #include "internal/guard.hpp"
-#include "internal/log.hpp"
+#include "internal/length.hpp"
 #include "internal/safe_name.hpp"
 #include "internal/whole_file.hpp"
 #include "zxmd/file.hpp"
+#include "zxmd/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr std::string_view kFileScheme = "file://";
 constexpr std::size_t kPathSize = 1024;
 constexpr std::size_t kTouchSize = 256;
@@ -90,26 +89,20 @@ extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
     if (!zx::md::has_target(path, buf)) {
         return -1;
     }
-    const std::uint32_t size = zx::limited_read(len);
+    const std::uint32_t size = zx::limited(len, "Read", kTag);
     zx::CancelHeld held;
     zx::UniqueFd file = open_file(held, path, "r");
     if (file.get() < 0) {
         ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
-    const auto read_to_end = [&] {
-        std::size_t total = 0;
-        while (total < size) {
-            const std::size_t count =
-                zx::read_whole(file.get(), static_cast<char*>(buf) + total, size - total);
-            if (count == 0) {
-                break;
-            }
-            total += count;
-        }
-        return total;
+    // Reads on after an end, because a FIFO or a terminal may give more then.
+    const auto read_on = [&](std::size_t total) {
+        return static_cast<ssize_t>(
+            zx::read_whole(file.get(), static_cast<char*>(buf) + total, size - total));
     };
-    return static_cast<int32_t>(held.wait(read_to_end, [&] { file.reset(); }));
+    return static_cast<int32_t>(
+        held.wait([&] { return zx::move_whole(size, read_on); }, [&] { file.reset(); }));
 }
 
 extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, const char* mode) {
@@ -121,12 +114,7 @@ extern "C" int32_t zxmd_api_write(const char* path, void* buf, uint32_t len, con
         ZX_LOG_PARAM("mode");
         return -1;
     }
-    std::uint32_t size = len;
-    if (len > zx::kMaxLength) {
-        size = zx::kMaxLength;
-        ZX_LOG(warning, "Write len(%d) is out of range(0~%d),set to %d", static_cast<int>(len),
-               static_cast<int>(size), static_cast<int>(size));
-    }
+    const std::uint32_t size = zx::limited(len, "Write", kTag);
     zx::CancelHeld held;
     zx::UniqueFd file = open_file(held, path, mode);
     if (file.get() < 0) {

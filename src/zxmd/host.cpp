@@ -12,16 +12,14 @@
 #include <iterator>
 #include <string_view>
 
-#include "internal/args.hpp"
-#include "internal/format.hpp"
-#include "internal/log.hpp"
 #include "internal/safe_name.hpp"
+#include "shared/trusted_format.hpp"
 #include "zxmd.h"
+#include "zxmd/messages.hpp"
 #include "zxt.h"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr int kMaxCpus = 256;
 constexpr std::size_t kCommandSize = 128;
 constexpr std::size_t kPathSize = 1024;

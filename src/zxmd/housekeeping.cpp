@@ -3,13 +3,12 @@
 #include <cstdlib>
 #include <initializer_list>
 
-#include "internal/args.hpp"
 #include "zxmd.h"
+#include "zxmd/messages.hpp"
 #include "zxtime.h"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr std::size_t kCommandSize = 64;
 constexpr std::uint64_t kSaveIntervalUs = 60000000;
 

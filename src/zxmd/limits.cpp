@@ -4,14 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "internal/log.hpp"
 #include "zxmd.h"
+#include "zxmd/messages.hpp"
 
 static_assert(RLIMIT_NOFILE == 7);
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr std::size_t kCommandSize = 256;
 
 }  // namespace

@@ -4,11 +4,10 @@
 #include <cstring>
 #include <ctime>
 
-#include "internal/args.hpp"
+#include "zxmd/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr std::uint8_t kInsteadOfZero = 128;
 
 void seed() {

@@ -12,15 +12,14 @@
 #include <cstdlib>
 
 #include "internal/guard.hpp"
-#include "internal/log.hpp"
+#include "internal/length.hpp"
 #include "internal/safe_name.hpp"
-#include "internal/whole_file.hpp"
 #include "zxmd/file.hpp"
+#include "zxmd/messages.hpp"
 #include "zxt.h"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr std::size_t kNameSize = 256;
 constexpr std::size_t kCommandSize = 512;
 constexpr std::uint64_t kStatBlock = 512;

@@ -2,14 +2,12 @@
 
 #include <cstdio>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
 #include "internal/safe_name.hpp"
+#include "zxmd/messages.hpp"
 #include "zxtime.h"
 
 namespace {
 
-constexpr char kTag[] = "ZXMD";
 constexpr std::size_t kCommandSize = 256;
 
 }  // namespace

@@ -8,18 +8,16 @@
 #include <cstring>
 #include <string_view>
 
-#include "internal/args.hpp"
 #include "internal/dotted.hpp"
-#include "internal/log.hpp"
 #include "zxnet.h"
 #include "zxnet/dotted_form.hpp"
+#include "zxnet/messages.hpp"
 #include "zxstr.h"
 
 static_assert(ZXNET_ADDRESS_TEXT_SIZE == INET6_ADDRSTRLEN);
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr zx::DottedForm kAddress{"pipaddr_start", ZXNET_IP_TEXT_SIZE, zxstr_api_split};
 constexpr zx::DottedForm kSharedAddress{"ipaddr", zx::kDottedSize, zxstr_api_split2};
 static_assert(kAddress.size <= zx::kDottedSize);

@@ -1,16 +1,9 @@
 // Bytes as they are, and as hexadecimal digits.
 #include <cstring>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
 #include "shared/hex.hpp"
 #include "zxnet.h"
-
-namespace {
-
-constexpr char kTag[] = "NETWORK";
-
-}  // namespace
+#include "zxnet/messages.hpp"
 
 extern "C" void zxnet_api_num2str(const void* src, uint32_t len, void* dst) {
     if (ZX_ARE_GIVEN({src, "src"}, {dst, "dst"})) {

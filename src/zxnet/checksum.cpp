@@ -4,18 +4,19 @@
 #include <bit>
 #include <cstring>
 
-#include "internal/args.hpp"
 #include "internal/bytes.hpp"
 #include "internal/cpu.hpp"
-#include "internal/log.hpp"
+#include "zxnet/checksum.hpp"
 #include "zxnet/checksum_sum.hpp"
+#include "zxnet/messages.hpp"
 
 static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
-constexpr std::uint16_t kNoChecksum = 0xFFFF;
+using zx::net::fold;
+using zx::net::kNoChecksum;
+
 constexpr std::size_t kPseudoHeaderSize = 12;
 constexpr std::uint32_t kPiece = 1U << 16U;  // bytes; their sum is far below 2^32
 
@@ -84,10 +85,6 @@ T load(const std::uint8_t* at) {
 
 [[gnu::always_inline]] inline std::uint32_t sum_of(const std::uint8_t* at, std::size_t size) {
     return size < zx::net::kSumBlock ? sum_rest(at, size) : sum_long(at, size);
-}
-
-constexpr std::uint32_t fold(std::uint32_t sum) {
-    return (sum >> 16U) + (sum & 0xFFFFU);
 }
 
 // The checksum in host order. The words that were added were in network order.

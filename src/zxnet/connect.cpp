@@ -7,22 +7,21 @@
 #include <cstring>
 #include <optional>
 
-#include "internal/args.hpp"
 #include "internal/cancel.hpp"
-#include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "internal/safe_name.hpp"
+#include "shared/units.hpp"
 #include "zxepoll.h"
 #include "zxnet.h"
+#include "zxnet/messages.hpp"
 #include "zxnet/resolve.hpp"
 #include "zxt.h"
 #include "zxtime.h"
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr std::uint64_t kMaxPauseUs = 10000;
-constexpr std::uint64_t kReachableUs = 1000000;
+constexpr std::uint64_t kReachableUs = zx::kUsPerSec;
 constexpr std::uint16_t kHttpPort = 80;
 constexpr std::size_t kPingSize = 128;
 

@@ -4,15 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "internal/log.hpp"
+#include "zxnet/messages.hpp"
 
 namespace zx {
-
-namespace {
-
-constexpr char kTag[] = "NETWORK";
-
-}  // namespace
 
 std::optional<std::uint32_t> parse_fields(const DottedForm& form, const char* text, Caller caller) {
     char copy[kDottedSize + 1]{};

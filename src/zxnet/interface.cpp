@@ -10,14 +10,13 @@
 #include <cstring>
 #include <optional>
 
-#include "internal/args.hpp"
 #include "internal/dotted.hpp"
 #include "internal/fixed_text.hpp"
 #include "internal/guard.hpp"
-#include "internal/log.hpp"
 #include "internal/safe_name.hpp"
 #include "zxmd.h"
 #include "zxnet.h"
+#include "zxnet/messages.hpp"
 
 static_assert(offsetof(netcfg_info, ipaddr) == 82 && offsetof(netcfg_info, netmask) == 98);
 static_assert(sizeof(netcfg_info) == 114);
@@ -25,11 +24,9 @@ static_assert(sizeof(ifreq) == 40 && ZXNET_IFNAME_SIZE == IFNAMSIZ);
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr std::uint32_t kMaxText = 64;  // bytes to read: more than any MAC address or MTU has
 constexpr std::uint32_t kMinMacSize = 18;
 constexpr std::uint32_t kMinMtuSize = 16;
-constexpr std::size_t kCleared = 8;
 
 constexpr std::array<const char*, ZXNET_IPMODE_MAX> kIpModes{"unkonw", "static", "dhcp",
                                                              "bond-slaver", "bond-master"};
@@ -73,7 +70,7 @@ in_addr& address_of(ifreq& request) {
 
 // Clears only the first bytes, so the end of a longer text remains after the new NUL.
 void put_text(char* out, in_addr address) {
-    std::memset(out, 0, kCleared);
+    std::memset(out, 0, zx::kClearedSize);
     std::strcpy(out, zx::AddressText(address.s_addr).text);
 }
 

@@ -9,14 +9,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "internal/args.hpp"
 #include "internal/dotted.hpp"
-#include "internal/log.hpp"
 #include "shared/hex.hpp"
+#include "zxnet/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr std::uint8_t kNoDigit = 16;
 constexpr std::uint8_t kGroupBit = 1;
 

@@ -6,16 +6,14 @@
 #include <cstdio>
 #include <optional>
 
-#include "internal/args.hpp"
 #include "internal/dotted.hpp"
-#include "internal/log.hpp"
 #include "zxnet/address.hpp"
 #include "zxnet/dotted_form.hpp"
+#include "zxnet/messages.hpp"
 #include "zxstr.h"
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr zx::DottedForm kNetmask{"netmask", zx::kDottedSize, zxstr_api_split};
 constexpr zx::DottedForm kAddress{"ipaddr", zx::kDottedSize, zxstr_api_split};
 

@@ -8,16 +8,15 @@
 #include <cstddef>
 #include <span>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
 #include "internal/poll.hpp"
+#include "shared/units.hpp"
+#include "zxnet/messages.hpp"
 
 static_assert(sizeof(pollfd_ctt) == 8);
 static_assert(offsetof(pollfd_ctt, events) == 4 && offsetof(pollfd_ctt, revents) == 6);
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr std::int32_t kSliceMs = 100;
 constexpr int kFirstSlice = 10;
 constexpr int kLastSlice = 4;
@@ -50,8 +49,8 @@ struct FdSets {
     // Calls select() again when a handled signal interrupts it, and returns its result. The time
     // that handlers take counts, too.
     [[nodiscard]] int wait(timeval timeout) {
-        const std::int64_t end =
-            zx::steady_us() + timeout.tv_sec * std::int64_t{1000000} + timeout.tv_usec;
+        constexpr std::int64_t kSecond = zx::kUsPerSec;
+        const std::int64_t end = zx::steady_us() + zx::us_of(timeout);
         int ready = select(limit, &read, &write, &except, &timeout);
         for (bool is_over = false; ready < 0 && errno == EINTR;) {
             if (is_over) {
@@ -60,7 +59,7 @@ struct FdSets {
             }
             const std::int64_t left = std::max<std::int64_t>(end - zx::steady_us(), 0);
             is_over = left == 0;
-            timeout = {left / 1000000, left % 1000000};
+            timeout = {left / kSecond, left % kSecond};
             ready = select(limit, &read, &write, &except, &timeout);  // the sets are unchanged
         }
         return ready;

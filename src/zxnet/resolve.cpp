@@ -8,19 +8,16 @@
 #include <cstring>
 #include <memory>
 
-#include "internal/args.hpp"
 #include "internal/cancel.hpp"
-#include "internal/log.hpp"
 #include "zxnet.h"
 #include "zxnet/address.hpp"
+#include "zxnet/messages.hpp"
 
 static_assert(sizeof(domainaddr_ctt) == 4129);
 static_assert(offsetof(domainaddr_ctt, address) == 1);
 static_assert(offsetof(domainaddr_ctt, family) == 4097);
 
 namespace {
-
-constexpr char kTag[] = "NETWORK";
 
 struct AddressesFreer {
     void operator()(addrinfo* list) const { freeaddrinfo(list); }

@@ -8,31 +8,20 @@
 #include <cerrno>
 #include <cstring>
 
-#include "internal/args.hpp"
 #include "internal/cancel.hpp"
-#include "internal/log.hpp"
+#include "internal/length.hpp"
 #include "internal/poll.hpp"
 #include "zxepoll.h"
+#include "zxnet/messages.hpp"
 #include "zxtime.h"
 
 static_assert(sizeof(ifreq) == 40);
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
-constexpr std::uint32_t kMaxLength = 0x7FFFFFFE;
 constexpr std::uint32_t kPieceSize = 1400;
 constexpr std::uint32_t kDefaultTimeoutMs = 1000;
 constexpr int kLastStandardFd = 2;
-
-std::uint32_t lower_length(std::uint32_t len, zx::Caller caller = {}) {
-    if (len <= kMaxLength) {
-        return len;
-    }
-    ZX_LOG_AT(caller, warning, "Recv len(%d) is out of range(0~%d),set to %d",
-              static_cast<int>(len), static_cast<int>(kMaxLength), static_cast<int>(kMaxLength));
-    return kMaxLength;
-}
 
 // Waits on an epoll instance that is closed before the data is touched. Returns the code of the
 // wait.
@@ -86,7 +75,7 @@ extern "C" int32_t zxnet_api_epollRecv(int fd, void* buf, uint32_t len, uint32_t
     if (!ZX_ARE_GIVEN({buf, "pbuf"})) {
         return ZXNET_NO_BUF;
     }
-    const std::uint32_t size = lower_length(len);
+    const std::uint32_t size = zx::limited(len, "Recv", kTag);
     const bool waits = timeoutMs != ZXNET_NO_WAIT;
     const std::uint64_t start = waits ? zxtime_api_us() : 0;
     if (waits) {
@@ -115,7 +104,7 @@ extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, ui
     if (!ZX_ARE_GIVEN({buf, "pbuf"})) {
         return ZXNET_NO_BUF;
     }
-    const std::uint32_t size = lower_length(len);
+    const std::uint32_t size = zx::limited(len, "Recv", kTag);
     if (timeoutMs != ZXNET_NO_WAIT) {
         const std::int32_t result = wait_ready(fd, ZXNET_WAIT_WRITE, timeoutMs);
         if (result < 0) {
@@ -132,7 +121,7 @@ extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, ui
 }
 
 extern "C" int32_t zxnet_api_epollSend2(int fd, const void* buf, uint32_t len, uint32_t timeoutMs) {
-    const std::uint32_t size = lower_length(len);
+    const std::uint32_t size = zx::limited(len, "Recv", kTag);
     const auto* const bytes = static_cast<const std::uint8_t*>(buf);
     std::uint32_t offset = 0;
     while (offset < size) {

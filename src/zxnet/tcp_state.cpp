@@ -7,14 +7,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "internal/args.hpp"
-#include "internal/log.hpp"
+#include "internal/fixed_text.hpp"
+#include "zxnet/messages.hpp"
 
 namespace {
 
-constexpr char kTag[] = "NETWORK";
 constexpr char kUnanswered[] = "getsockopt TCP_INFO failed";
-constexpr std::size_t kClearedSize = 8;
 
 // The texts of the TCP states. The first one is for numbers that are no state.
 constexpr std::array<std::string_view, 12> tcpstate_text = {
@@ -38,7 +36,7 @@ static_assert(sizeof(tcp_info) <= ZXNET_TCP_INFO_SIZE);
 
 char* put_text(std::uint32_t state, char* out) {
     const std::string_view text = tcpstate_text[state < tcpstate_text.size() ? state : 0];
-    std::memset(out, 0, kClearedSize);
+    std::memset(out, 0, zx::kClearedSize);
     std::memcpy(out, text.data(), text.size() + 1);
     return out;
 }

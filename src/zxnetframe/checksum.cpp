@@ -5,6 +5,7 @@
 
 #include "zxframe.h"
 #include "zxnet.h"
+#include "zxnet/checksum.hpp"
 #include "zxnetframe/layers.hpp"
 #include "zxnetframe/wire.hpp"
 #include "zxnetframe/write.hpp"
@@ -13,7 +14,7 @@ using namespace zx::frame;
 
 namespace {
 
-constexpr std::uint16_t kNoChecksum = 65535;
+using zx::net::kNoChecksum;
 
 // Limited to the record's storage, because the sum would otherwise include what lies after it.
 std::uint16_t payload_size(const ether_ctt& record) {
@@ -42,7 +43,7 @@ std::uint16_t zx::frame::udp_checksum(const ether_ctt& record) {
     // Deliberate: the byte after an odd payload completes its last word.
     const std::uint32_t sum =
         std::uint32_t{static_cast<std::uint16_t>(~checksum)} + std::uint32_t{record.data[size]};
-    return static_cast<std::uint16_t>(~((sum >> 16U) + (sum & 0xFFFFU)));
+    return static_cast<std::uint16_t>(~zx::net::fold(sum));
 }
 
 extern "C" uint16_t zxframe_api_tcpChecksum(const ether_ctt* pether_ctt, const uint8_t* tcph) {

@@ -1,5 +1,6 @@
 // The Ethernet header.
 #include "internal/bytes.hpp"
+#include "internal/fixed_text.hpp"
 #include "zxframe.h"
 #include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
@@ -35,7 +36,6 @@ namespace {
 
 // Stores the name, or at least its first eight bytes with zeros. Without a name it stores nothing.
 void name_type(std::int8_t print_flag, std::uint16_t ether_type, char* out) {
-    constexpr std::size_t kCleared = 8;
     if (print_flag != 0) [[unlikely]] {
         dump_type(ether_type, "zxframe_innerapi_printEthrtType");
     }
@@ -44,9 +44,9 @@ void name_type(std::int8_t print_flag, std::uint16_t ether_type, char* out) {
     }
     if (const EtherType* const row = find_ether_type(ether_type)) {
         const char* const name = row->name.text;
-        std::memcpy(out, name, kCleared);
-        if (name[kCleared - 1] != '\0') {
-            std::strcpy(out + kCleared, name + kCleared);
+        std::memcpy(out, name, zx::kClearedSize);
+        if (name[zx::kClearedSize - 1] != '\0') {
+            std::strcpy(out + zx::kClearedSize, name + zx::kClearedSize);
         }
     }
 }

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "internal/format.hpp"
 #include "internal/log.hpp"
+#include "shared/trusted_format.hpp"
 
 namespace {
 

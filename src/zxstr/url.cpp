@@ -5,15 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
 
 namespace {
 
 constexpr char kTag[] = "STRING";
 constexpr std::size_t kUrlLimit = ZXSTR_URL_SIZE - 1;
-
-// Callers may read this many bytes of an output without looking for its end.
-constexpr std::size_t kClearedSize = 8;
 
 // An output for a part of the URL. It starts empty; without a buffer it takes nothing.
 class Part {
@@ -129,7 +127,7 @@ extern "C" char* zxstr_api_getUrlRealPath(const char* url, char* out) {
     }
     char scratch[ZXSTR_URL_SIZE];
     zxstr_api_lcpy(scratch, url, sizeof scratch);
-    std::memset(out, 0, kClearedSize);
+    std::memset(out, 0, zx::kClearedSize);
 
     char* rest = nullptr;
     const char* const first = strtok_r(scratch, "?", &rest);

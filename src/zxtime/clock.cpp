@@ -8,7 +8,7 @@
 
 #include "internal/args.hpp"
 #include "internal/log.hpp"
-#include "shared/units.hpp"
+#include "internal/poll.hpp"
 #include "zxlog.h"
 
 namespace {
@@ -44,10 +44,7 @@ extern "C" uint64_t zxtime_api_mouth(void) {
 }
 
 extern "C" uint64_t zxtime_api_upTimeUs(void) {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * zx::kUsPerSec +
-           static_cast<uint64_t>(now.tv_nsec) / 1000;
+    return static_cast<uint64_t>(zx::steady_us());
 }
 
 extern "C" uint64_t zxtime_api_upTimeMs(void) {

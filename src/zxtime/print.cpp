@@ -6,8 +6,9 @@
 #include <ctime>
 
 #include "internal/args.hpp"
-#include "internal/format.hpp"
+#include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
+#include "shared/trusted_format.hpp"
 #include "shared/units.hpp"
 #include "zxlog.h"
 
@@ -17,9 +18,6 @@ constexpr char kTag[] = "TIME";
 
 // The static buffer of a function that prints the current time.
 using StaticText = char[ZXTIME_STATIC_SIZE];
-
-// Callers may read this many bytes of an output without looking for its end.
-constexpr std::size_t kClearedSize = 8;
 
 // Prints some fields of the current time into the function's static buffer.
 template <typename... Fields>
@@ -40,7 +38,7 @@ bool prepare(const Instant* instant, const char* fmt, char* out) {
     if (instant == nullptr || fmt == nullptr || out == nullptr) {
         return false;
     }
-    std::memset(out, 0, kClearedSize);
+    std::memset(out, 0, zx::kClearedSize);
     return true;
 }
 
@@ -131,7 +129,7 @@ extern "C" char* zxtime_api_ms2str2(uint64_t ms, char* out) {
     if (out == nullptr) {
         return nullptr;
     }
-    std::memset(out, 0, kClearedSize);
+    std::memset(out, 0, zx::kClearedSize);
     if (ms == UINT64_MAX) {
         return std::strcpy(out, "unvalid");
     }

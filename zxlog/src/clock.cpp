@@ -1,25 +1,13 @@
 // The clock, and times as texts.
 #include <time.h>
 
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 
+#include "shared/trusted_format.hpp"
 #include "shared/units.hpp"
 #include "wall_clock.hpp"
 #include "zxlog.h"
-
-namespace {
-
-// The format comes from the caller and is trusted. The compiler cannot check it.
-void print_trusted(char* out, std::size_t size, const char* fmt, ...) {
-    std::va_list args;
-    va_start(args, fmt);
-    std::vsnprintf(out, size, fmt, args);
-    va_end(args);
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -37,8 +25,8 @@ const char* zxlog_api_curDTime(const char* fmt) {
         tm t{};
         tzset();  // localtime_r() may miss a change of TZ
         localtime_r(&now, &t);
-        print_trusted(text, sizeof text, fmt, t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour,
-                      t.tm_min, t.tm_sec);
+        zx::print_trusted(text, sizeof text, fmt, t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,
+                          t.tm_hour, t.tm_min, t.tm_sec);
     }
     return text;
 }
@@ -51,10 +39,10 @@ char* zxlog_api_us2time(std::uint64_t us, char* out, const char* fmtBelowSecond,
     const auto micros = static_cast<int>(us % 1000);
     const auto millis = static_cast<int>(us / 1000 % 1000);
     if (us < zx::kUsPerSec) {
-        print_trusted(out, SIZE_MAX / 2, fmtBelowSecond, static_cast<int>(us));
+        zx::print_trusted(out, zx::kUnsized, fmtBelowSecond, static_cast<int>(us));
     } else {
-        print_trusted(out, SIZE_MAX / 2, fmtSeconds, static_cast<int>(us / zx::kUsPerSec), millis,
-                      micros);
+        zx::print_trusted(out, zx::kUnsized, fmtSeconds, static_cast<int>(us / zx::kUsPerSec),
+                          millis, micros);
     }
     return out;
 }
