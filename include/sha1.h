@@ -41,7 +41,7 @@ typedef struct SHA1Context {
 } SHA1Context;
 
 /**
- * Begins a message: sets the initial words, and the length, index and flags to 0.
+ * Begins a message: sets the hash to its initial words, and the length, index and flags to 0.
  * @param ctx  any content.
  * Logs: error for a NULL `ctx`.
  */
@@ -95,8 +95,8 @@ void SHA1ProcessMessageBlock(SHA1Context* ctx);
  * Digests a text without its NUL.
  * @param text  NUL-terminated.
  * @return 40 upper-case hexadecimal digits and a NUL, in a buffer of 128 bytes filled up with
- *         zeros. The caller passes it to free(); it is not tracked. NULL when `text` is NULL, the
- *         digest fails or memory is short.
+ *         zeros. The caller passes it to free(); zxmem.h does not list it among the buffers in use.
+ *         NULL when `text` is NULL, the digest fails or memory is short.
  * Logs: error when the result is NULL.
  */
 char* sha1_api_hash(const char* text);

@@ -45,7 +45,7 @@ typedef struct zxlocklist_entry_ctt {
 
 /**
  * The live locks of the process, in no particular order, with gaps. No lock protects a reader: read
- * the table only while no lock is initialised or torn down.
+ * the table only while no thread calls zxlock_api_init() or zxlock_api_deinit().
  */
 extern zxlocklist_entry_ctt zxlocklist_ctt[ZXLOCK_LIST_SIZE];
 

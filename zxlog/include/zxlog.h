@@ -1,19 +1,19 @@
 /**
  * @file zxlog.h
- * The logging library: where lines go, which lines are wanted, and the texts and clocks that lines
- * need.
+ * The logging library: where lines go, which lines are wanted, and helper functions for numbers,
+ * times and intervals.
  *
  * A line is formatted on the caller's stack and handed to the kernel with one write() on an
  * O_APPEND descriptor. So lines of several threads and processes never mix, and a crash loses
- * nothing that was logged. From the gate (zxlog_api_getLoglevel(), zxlog_api_strCasestrNum()) to
- * that write there is no lock and no heap allocation, and `errno` is kept. Logging is also safe
- * after fork().
+ * nothing that was logged. From the check whether the line is wanted (zxlog_api_getLoglevel(),
+ * zxlog_api_strCasestrNum()) to that write, nothing takes a lock or allocates heap memory, and
+ * `errno` is kept. Logging is also safe after fork().
  *
  * Lines carry local time, in the zone that the process started with (TZ, otherwise /etc/localtime).
  * The library learns the zone's changes for summer time when it is loaded.
  *
- * Until zxlog_api_setFile() is called, lines go to standard error, and the level is 3. The library
- * copies the descriptor of standard error at the first zxlog_innerapi_logTime() or
+ * The level starts at 3. Until zxlog_api_setFile() is called, lines go to standard error. The
+ * library copies the descriptor of standard error at the first zxlog_innerapi_logTime() or
  * zxlog_innerapi_file(). A file that the program opens later as descriptor 2 never gets lines.
  *
  * The library counts each line that cannot be written for any reason (a full disk, RLIMIT_FSIZE, a
@@ -67,11 +67,11 @@ extern char strfilterTags[ZXLOG_FILTER_SIZE];
  * Sends the lines to a file. Lines are always appended. A missing file is created with mode 0644.
  *
  * The library keeps its own descriptor for the file. Its number is high and stays the same for as
- * long as the log goes to a file; it is close-on-exec. At most once a second, with the next line,
- * it checks whether the path still names this file. When the file was moved away (logrotate) or
- * deleted, it opens the path again. If the program closes the descriptor, the library opens the
- * path again and loses no line, unless another file gets the number at once: that file may get the
- * lines of up to a second.
+ * long as the log goes to a file; it is close-on-exec. When a line is written, but at most once a
+ * second, the library checks whether the path still names this file. When the file was moved away
+ * (logrotate) or deleted, it opens the path again. If the program closes the descriptor, the
+ * library opens the path again, and no line is lost. But if the program then opens another file
+ * that gets the same descriptor number, lines may go to that file for up to a second.
  *
  * The path may be a pipe. A pipe that is full, or that nobody reads any more, loses lines but never
  * blocks or ends the process.
@@ -133,8 +133,8 @@ int32_t zxlog_api_strCasestrNum(const char* text, const char* part, int32_t max,
 /* --------------------------------------------------------------- lines -- */
 
 /**
- * Formats the local time as the first field of a line, "[2024-05-01 08:30:00.250]". While the log
- * has no file, the first call makes the log's copy of standard error, at any level.
+ * Formats the local time as the first field of a line, "[2024-05-01 08:30:00.250]". If no file is
+ * set, the first call copies the descriptor of standard error for the log, even at level 0.
  *
  * @return a text of the calling thread; the thread's 16th call after this one overwrites it.
  */
@@ -143,10 +143,10 @@ const char* zxlog_innerapi_logTime(void);
 /**
  * Writes one line. The format contains the line end.
  *
- * Control characters in the arguments are written as "\x1b", so that a text from outside can
- * neither forge a line nor control a terminal. These are: everything below 0x20 except the tab,
- * 0x7f, U+0080 to U+009f in UTF-8 ("\xc2\x9b"), and bytes 0x80 to 0x9f outside UTF-8. Control
- * characters in the format itself stay, so the line end belongs there.
+ * Control characters in the arguments are written as escapes such as "\x1b", so that a text from
+ * outside can neither forge a line nor control a terminal. Control characters are: everything below
+ * 0x20 except the tab, 0x7f, U+0080 to U+009f in UTF-8 ("\xc2\x9b"), and bytes 0x80 to 0x9f outside
+ * UTF-8. Control characters in the format itself stay, so the line end belongs there.
  *
  * Lines are not cut. A line that does not fit the stack buffer is formatted in memory pages of its
  * own. If there is no memory, the line is cut to 2 KiB, and each control character in it becomes a
@@ -241,8 +241,8 @@ char* zxlog_api_sec2Time(uint64_t sec, char* out);
 
 /**
  * Tells whether an interval has passed, on the wall clock in seconds. A result of 1 is a hit.
- * @param last         the second of the last hit, kept by the caller; 0: the first call is a hit.
- *                     NULL: there is never a hit.
+ * @param last         time of the last hit in seconds, kept by the caller; 0: the first call is a
+ *                     hit. NULL: there is never a hit.
  * @param intervalSec  seconds.
  * @return 0 while `*last` <= now <= `*last` + `intervalSec`; otherwise 1, and `*last` becomes now.
  * Threads: safe; for different `last`.
