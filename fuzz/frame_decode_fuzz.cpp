@@ -19,7 +19,7 @@ using zx::fuzz::Input;
 using zx::fuzz::ip_text;
 using zx::fuzz::require;
 
-// The answer of the next searches. Below 0: the logging library answers.
+// What our zxlog_api_strCasestrNum() returns. If negative, it asks the logging library's function.
 int g_matches = -1;
 
 // Decodes with the library into one record and with the model into another, equal one.
@@ -34,7 +34,8 @@ void check_decode(ether_ctt& record, ether_ctt& expected, const std::uint8_t* wi
     require(zx::fuzz::take_said() == model.said(), "the lines");
 }
 
-// Decodes, once, every number that has a name, and numbers that have none.
+// Decodes frames with every type, protocol and option that has a name, and with others that have
+// none.
 bool check_names() {
     static ether_ctt record;
     static ether_ctt expected;
@@ -152,7 +153,7 @@ public:
     [[nodiscard]] bool names(const std::string& own) const {
         return g_matches >= 0 ? g_matches != 0 : !is_gone && text_.find(own) != std::string::npos;
     }
-    inline static bool is_gone = false;  // all texts were taken away after the filter was computed
+    inline static bool is_gone = false;  // the filter's texts became NULL after its flags were set
 
 private:
     std::string text_;
@@ -312,7 +313,7 @@ void check_layer(std::uint8_t which, ether_ctt& record, ether_ctt& expected, Byt
     require(zx::fuzz::take_said() == model.said(), "the lines of a layer");
 }
 
-// A log line names a function and the line of the call in it, even if a helper wrote the line.
+// A log line names a function and a source line of that function, even if a helper wrote the line.
 bool check_places() {
     static ether_ctt record;
     std::uint8_t arp[ZXFRAME_READABLE]{};
@@ -345,7 +346,7 @@ bool check_places() {
 
 }  // namespace
 
-// This comes before the logging library's function, which decides what a filter matches.
+// Takes the place of the logging library's function, which decides what a filter matches.
 extern "C" std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part,
                                                 std::int32_t max, std::int32_t match_case) {
     static const auto kReal = reinterpret_cast<decltype(&zxlog_api_strCasestrNum)>(
@@ -381,7 +382,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_decode(record, expected, wire, level);
     check_predicates(record, control.take_text(8));
 
-    // Decodes again through a filter, from a frame that ends where the contract ends.
+    // Decodes again through a filter, from a buffer that has only the bytes that must be readable.
     const Conditions conditions(control, record);
     auto& filter = filters.record<frame_filter_ctt>(fill);
     filter.frame.print_flag = print_flag;

@@ -36,7 +36,8 @@ bool leads_below(std::string_view path) {
     return is_named;
 }
 
-// Replaces a text. The caller left room for the ending, which becomes zeros.
+// Replaces the text in `out`. The bytes after it, where the caller left room for the ending of the
+// URL, become zeros.
 void replace(char* out, std::string_view text) {
     std::memset(out, 0, std::strlen(out));
     std::memcpy(out, text.data(), text.size());

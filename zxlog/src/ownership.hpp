@@ -1,4 +1,4 @@
-// The right to change where lines go, without a lock that a line would have to wait for.
+// The right to change where the log's lines go. Unlike a lock, it never makes a line wait.
 #pragma once
 
 #include <pthread.h>
@@ -8,8 +8,10 @@
 
 namespace zxlog {
 
-// Writing a line only tries to get it. It names the process that holds it: when a thread of the
-// parent held it during a fork, the child takes it over. The holder cannot be cancelled.
+// A thread that writes a line tries to get the right, and goes on without it if another thread has
+// it. `holder` is the id of the process whose thread has the right, or 0. When a thread of the
+// parent had it during a fork, the child sees another id than its own, and takes the right over.
+// The thread that has the right cannot be cancelled.
 class Ownership {
 public:
     using Holder = std::atomic<pid_t>;

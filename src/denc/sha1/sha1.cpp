@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kTag[] = "SHA1";
 constexpr std::size_t kLengthAt = SHA1_BLOCK_SIZE - 8;       // in the last block
-constexpr std::uint64_t kTooLong = std::uint64_t{1} << 61U;  // bytes: the count of bits overflows
+constexpr std::uint64_t kTooLong = std::uint64_t{1} << 61U;  // in bytes: 2^64 bits
 
 // AVX2 pays from two blocks on, because it prepares the words of a block during the rounds of
 // another.
