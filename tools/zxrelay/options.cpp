@@ -23,8 +23,22 @@ CLI::Validator is_given() {
 }
 
 constexpr char kNotes[] =
-    R"(Source: With tcp://, zxrelay waits for a client that sends the stream, and takes one such client
-at a time. With udp://, it receives datagrams, and joins the group if ADDRESS is a multicast address.
+    R"(Sources: A URL says where the stream comes from:
+  udp://ADDRESS:PORT         datagrams; if ADDRESS is a multicast address, zxrelay joins the group
+  udp://SENDER@GROUP:PORT    datagrams of this sender only (source-specific multicast)
+  rtp://ADDRESS:PORT         RTP, brought in order; RTP is recognised with udp://, too
+  tcp://ADDRESS:PORT         zxrelay waits for sources that connect, and takes one at a time
+  tcp+connect://HOST:PORT    zxrelay connects, and connects again when the stream ends
+  http://HOST:PORT/PATH      the same by HTTP; https:// as well
+  file:///FOLDER/FILE        as fast as its clock references (PCR) say, again and again
+  -                          standard input; zxrelay ends with it
+
+Backups: If an input is silent for 2 seconds, the next --backup takes over. When a better one has sent
+for 2 seconds, it is back.
+
+Silent sources: A tcp:// source that has sent no packets for --source-timeout yields when another one
+waits. A silent tcp+connect:// or http:// source is connected again. Pauses between attempts grow from
+1 to 30 seconds.
 
 Slow clients: A slow client does not affect the others. If it lags further than --client-buffer, it
 misses whole messages of seven packets, which zxrelay counts. If the sender lags further than
@@ -58,9 +72,17 @@ Examples:
 
 void define_stream(CLI::App& app, Options& options) {
     app.add_option("-i,--input", options.input_url,
-                   "Receive the stream here: tcp://ADDRESS:PORT or udp://ADDRESS:PORT")
+                   "Receive the stream here, such as udp://ADDRESS:PORT; see Sources below")
         ->option_text("URL (required)")
         ->required();
+    app.add_option("--backup", options.backup_urls,
+                   "Receive the stream here while --input is silent; for several, repeat it")
+        ->option_text("URL")
+        ->allow_extra_args(false);
+    app.add_option("--source-timeout", options.source_timeout_seconds,
+                   "Give up a silent source after this long (default 10)")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, 86400U));
     app.add_option("-o,--output", options.output_address,
                    "Accept the clients that receive the stream here")
         ->option_text("ADDRESS:PORT (required)")
@@ -87,7 +109,7 @@ void define_stream(CLI::App& app, Options& options) {
         ->option_text("SECONDS")
         ->check(CLI::Range(1U, kLongestKeep));
     app.add_flag("--once", options.end_after_first_source,
-                 "End after the stream of the first TCP source is delivered");
+                 "End after the first stream of a TCP source, a server or a file is delivered");
 }
 
 void define_reports(CLI::App& app, Options& options) {

@@ -3,11 +3,13 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace relay {
 
 struct Options {
     std::string input_url;
+    std::vector<std::string> backup_urls;
     std::string output_address;
     std::string multicast_interface;  // empty: the kernel chooses
     std::string status_address;       // empty: no status page
@@ -16,6 +18,7 @@ struct Options {
     unsigned log_level = 3;
     std::uint64_t fifo_bytes = 4U << 20U;
     std::uint64_t client_buffer_bytes = 1U << 20U;
+    unsigned source_timeout_seconds = 10;
     unsigned stall_timeout_seconds = 30;
     unsigned keep_seconds = 0;  // 0: no time-shift store
     bool end_after_first_source = false;

@@ -13,7 +13,6 @@
 #include "stream/channel.hpp"
 #include "stream/fanout.hpp"
 #include "stream/snapshot.hpp"
-#include "stream/source.hpp"
 #include "stream/stats.hpp"
 #include "stream/store.hpp"
 #include "stream/worker.hpp"
@@ -50,13 +49,18 @@ int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
     return number > 0 ? number : 0;
 }
 
+std::vector<std::string> all_inputs(const Options& options) {
+    std::vector<std::string> urls = options.backup_urls;
+    urls.insert(urls.begin(), options.input_url);
+    return urls;
+}
+
 }  // namespace
 
 Relay::Relay(const Options& options)
     : options_(options),
-      input_(parse_input(options.input_url)),
       output_(parse_output(options.output_address)),
-      source_(open_source(input_, options.multicast_interface)),
+      inputs_(open_inputs(all_inputs(options), options.multicast_interface)),
       listener_(open_listener(output_, kBacklog)) {}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
@@ -65,37 +69,36 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes));
     const auto store =
         options_.keep_seconds != 0 ? std::make_unique<Store>(options_.keep_seconds) : nullptr;
-    Source source(std::move(source_), input_.is_udp, options_.end_after_first_source, channel,
-                  stats);
+    const std::string input = inputs_.front().url.shown();
     Fanout fanout(
         std::move(listener_),
         {static_cast<std::uint32_t>(options_.client_buffer_bytes), options_.stall_timeout_seconds},
         channel, store.get(), stats, board);
     Monitor monitor(stats, channel);
     Worker sender("relay-send", [&](zxcommon::StopRequest& stop) { fanout.run(stop); });
-    Worker receiver("relay-receive", [&](zxcommon::StopRequest& stop) { source.run(stop); });
+    Inputs inputs(std::move(inputs_),
+                  {options_.source_timeout_seconds, options_.end_after_first_source}, channel,
+                  stats);
     std::optional<StatusServer> status;
     if (!options_.status_address.empty()) {
         status.emplace(parse_output(options_.status_address),
-                       Facts{options_.input_url, output_.text(), options_.fifo_bytes}, stats,
-                       channel, board);
+                       Facts{input, output_.text(), options_.fifo_bytes}, stats, channel, board);
     }
     sender.start();
-    receiver.start();
+    inputs.start();
     Notifier notifier;
-    announce_up(notifier);
+    announce_up(notifier, input);
     on_up();
     const auto goes_on = [&] {
         notifier.keep_alive(stats.clients);
         if (options_.print_stats) {
             monitor.print_when_due();
         }
-        return !source.finished() || !channel.empty() || !fanout.drained();
+        return !inputs.finished() || !channel.empty() || !fanout.drained();
     };
     const End end = run_main_loop(signals, log_file, notifier, goes_on);
     Notifier::announce_end();
-    source.interrupt();
-    receiver.stop();
+    inputs.stop();
     channel.close();
     sender.stop();
     if (options_.print_stats) {
@@ -104,8 +107,8 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     return end;
 }
 
-void Relay::announce_up(const Notifier& notifier) const {
-    const std::string what = "relaying " + options_.input_url + " to clients of " + output_.text();
+void Relay::announce_up(const Notifier& notifier, const std::string& input) const {
+    const std::string what = "relaying " + input + " to clients of " + output_.text();
     log({Level::notice, kTag}, "%s", what.c_str());
     notifier.announce_up(what);
 }

@@ -4,7 +4,9 @@
 #include <signal.h>
 
 #include <functional>
+#include <vector>
 
+#include "input/inputs.hpp"
 #include "options.hpp"
 #include "stream/net.hpp"
 #include "zxcommon.hpp"
@@ -14,7 +16,6 @@ namespace relay {
 class Fanout;
 class Log;
 class Notifier;
-class Source;
 
 class Relay {
 public:
@@ -31,15 +32,14 @@ public:
     End run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up);
 
 private:
-    void announce_up(const Notifier& notifier) const;
+    void announce_up(const Notifier& notifier, const std::string& input) const;
     // Waits for signals, and goes on as long as `goes_on` says so.
     End run_main_loop(const sigset_t& signals, Log& log_file, const Notifier& notifier,
                       const std::function<bool()>& goes_on) const;
 
     const Options& options_;
-    const Input input_;
     const Endpoint output_;
-    zxcommon::Descriptor source_;
+    std::vector<OpenInput> inputs_;
     zxcommon::Descriptor listener_;
 };
 

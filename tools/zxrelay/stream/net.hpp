@@ -1,31 +1,26 @@
 // The sockets of the relay.
 #pragma once
 
+#include <netdb.h>
+
+#include <memory>
 #include <string>
 
+#include "config/url.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
 
-// "host:port" or "[host]:port"; the host is a name or an address.
-struct Endpoint {
-    std::string host;
-    std::string port;
-    [[nodiscard]] std::string text() const;
+struct AddressesFree {
+    void operator()(addrinfo* list) const { freeaddrinfo(list); }
 };
+using Addresses = std::unique_ptr<addrinfo, AddressesFree>;
 
-struct Input {
-    bool is_udp = false;
-    Endpoint endpoint;
-};
+// The addresses of an endpoint for sockets of this type, such as SOCK_STREAM. Throws a Failure.
+Addresses resolve(const Endpoint& endpoint, int type);
 
-// These functions throw a Failure that says what is wrong with the text.
-Input parse_input(const std::string& url);
-Endpoint parse_output(const std::string& text);
-
-// These functions return a non-blocking close-on-exec socket, or throw a Failure.
+// Returns a non-blocking close-on-exec socket, or throws a Failure.
 zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);
-zxcommon::Descriptor open_source(const Input& input, const std::string& interface);
 
 // Accepts the next connection and writes its peer's address to `peer`. The returned descriptor is
 // non-blocking; the kernel ends the connection if the peer vanishes without closing it. Returns -1

@@ -11,6 +11,7 @@ struct Stats {
     std::atomic<std::uint64_t> messages_in{0};
     std::atomic<std::uint64_t> dropped_fifo_full{0};  // messages that did not fit into the FIFO
     std::atomic<std::uint64_t> bytes_no_stream{0};    // bytes that are not transport stream packets
+    std::atomic<std::uint64_t> datagrams_lost{0};     // of RTP sources, on the way to the relay
     std::atomic<std::uint64_t> bytes_out{0};
     std::atomic<std::uint64_t> dropped_slow_client{0};  // messages, counted once for every client
     std::atomic<unsigned> clients{0};

@@ -1,0 +1,37 @@
+// An input of datagrams: transport stream packets, or RTP with such packets in it.
+#pragma once
+
+#include <memory>
+
+#include "input/entrance.hpp"
+#include "input/rtp.hpp"
+#include "input/source.hpp"
+
+namespace relay {
+
+class DatagramSource final : public Source {
+public:
+    // `expects_rtp`: RTP is what the user has asked for, so it is not worth a line in the log.
+    DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp);
+    ~DatagramSource() override;
+
+    void run() override;
+
+private:
+    class Batch;
+
+    [[nodiscard]] int wait_ms() const;
+    void receive();
+    void take(std::span<const std::uint8_t> received, std::size_t segment_size);
+    void take_datagram(std::span<const std::uint8_t> datagram);
+    void count_lost();
+
+    zxcommon::Descriptor socket_;
+    Entrance& entrance_;
+    std::unique_ptr<Batch> batch_;
+    RtpOrder order_;
+    std::uint64_t counted_lost_ = 0;
+    bool has_said_rtp_;
+};
+
+}  // namespace relay

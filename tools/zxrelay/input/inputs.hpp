@@ -1,0 +1,60 @@
+// The inputs of a stream: the main one and its backups, each with its thread.
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/url.hpp"
+#include "input/entrance.hpp"
+#include "input/selector.hpp"
+#include "input/source.hpp"
+#include "stream/worker.hpp"
+#include "zxcommon.hpp"
+
+namespace relay {
+
+struct InputOptions {
+    unsigned timeout_seconds;  // after which a silent source may be replaced
+    bool once;                 // end after the first stream
+};
+
+// An input whose socket or file is open.
+struct OpenInput {
+    Url url;
+    zxcommon::Descriptor fd;
+};
+
+// Opens the inputs, the main one first. Throws a Failure.
+std::vector<OpenInput> open_inputs(const std::vector<std::string>& urls,
+                                   const std::string& interface);
+
+class Inputs {
+public:
+    Inputs(std::vector<OpenInput> open, const InputOptions& options, Channel& channel,
+           Stats& stats);
+    ~Inputs() { stop(); }
+    Inputs(const Inputs&) = delete;
+    Inputs& operator=(const Inputs&) = delete;
+
+    void start();  // throws a Failure if a thread does not start
+    void stop();
+
+    // True when the main input has finished.
+    [[nodiscard]] bool finished() const { return lanes_.front().source->finished(); }
+
+private:
+    struct Lane {
+        Entrance entrance;
+        std::unique_ptr<Source> source;
+        Worker worker;
+        Lane(OpenInput input, const InputOptions& options, Channel& channel, Stats& stats,
+             Selector& selector, std::size_t rank);
+        void run();
+    };
+    Selector selector_;
+    std::list<Lane> lanes_;
+};
+
+}  // namespace relay

@@ -1,0 +1,155 @@
+#include "input/rtp.hpp"
+
+#include <algorithm>
+
+#include "common/big_endian.hpp"
+#include "input/packetizer.hpp"
+
+namespace relay {
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+constexpr std::size_t kHeaderSize = 12;
+constexpr std::size_t kWord = 4;
+constexpr int kVersion = 2;
+
+// A larger step of the numbers is no loss: the sender has started again.
+constexpr int kLargestGap = 3000;
+
+int signed_step(std::uint16_t difference) {
+    return static_cast<std::int16_t>(difference);
+}
+
+// Removes `size` bytes at the front; false if there are fewer.
+bool cut_front(Bytes& bytes, std::size_t size) {
+    if (bytes.size() < size) {
+        return false;
+    }
+    bytes = bytes.subspan(size);
+    return true;
+}
+
+// An extension begins with two bytes of any meaning and its length in words.
+bool cut_extension(Bytes& bytes) {
+    return bytes.size() >= kWord && cut_front(bytes, kWord + tools::load_be16(&bytes[2]) * kWord);
+}
+
+// The last byte of the padding is its size.
+bool cut_padding(Bytes& bytes) {
+    const std::size_t size = bytes.empty() ? 0 : bytes.back();
+    if (size == 0 || size > bytes.size()) {
+        return false;
+    }
+    bytes = bytes.first(bytes.size() - size);
+    return true;
+}
+
+}  // namespace
+
+std::optional<RtpDatagram> parse_rtp(Bytes datagram) {
+    if (datagram.size() < kHeaderSize || datagram[0] >> 6U != kVersion) {
+        return std::nullopt;
+    }
+    const bool is_padded = (datagram[0] & 0x20U) != 0;
+    const bool is_extended = (datagram[0] & 0x10U) != 0;
+    const std::size_t contributors = datagram[0] & 0x0fU;
+    Bytes payload = datagram;
+    const bool fits = cut_front(payload, kHeaderSize + contributors * kWord) &&
+                      (!is_extended || cut_extension(payload)) &&
+                      (!is_padded || cut_padding(payload));
+    if (!fits || !is_transport_stream(payload)) {
+        return std::nullopt;
+    }
+    const std::uint32_t high = tools::load_be16(&datagram[8]);
+    return RtpDatagram{tools::load_be16(&datagram[2]),
+                       high << 16U | tools::load_be16(&datagram[10]), payload};
+}
+
+void RtpOrder::feed(const RtpDatagram& datagram, std::uint64_t now_us) {
+    if (!continues(datagram)) {
+        finish();
+        has_begun_ = true;
+        sender_ = datagram.sender;
+        next_ = datagram.sequence;
+    }
+    const auto distance = static_cast<std::uint16_t>(datagram.sequence - next_);
+    if (signed_step(distance) < 0) {
+        return;  // it has come twice, or too late
+    }
+    for (unsigned steps = distance; steps >= kWindow; --steps) {
+        release_next();
+    }
+    place(datagram, now_us);
+    release_ready();
+}
+
+bool RtpOrder::continues(const RtpDatagram& datagram) const {
+    const int distance = signed_step(static_cast<std::uint16_t>(datagram.sequence - next_));
+    return has_begun_ && datagram.sender == sender_ && distance < kLargestGap &&
+           distance >= -static_cast<int>(kWindow);
+}
+
+void RtpOrder::place(const RtpDatagram& datagram, std::uint64_t now_us) {
+    Slot& slot = slot_of(datagram.sequence);
+    if (slot.is_held) {
+        return;  // it has come twice
+    }
+    if (datagram.sequence == next_) {
+        emit_(datagram.payload);  // the usual case, without a copy
+        ++next_;
+        return;
+    }
+    slot.payload.assign(datagram.payload.begin(), datagram.payload.end());
+    slot.since_us = now_us;
+    slot.is_held = true;
+    ++held_;
+}
+
+void RtpOrder::expire(std::uint64_t now_us) {
+    while (held_ > 0 && now_us - oldest_us() >= kPatienceUs) {
+        release_next();
+        release_ready();
+    }
+}
+
+void RtpOrder::finish() {
+    while (held_ > 0) {
+        release_next();
+    }
+}
+
+std::optional<std::uint64_t> RtpOrder::due_in_us(std::uint64_t now_us) const {
+    if (held_ == 0) {
+        return std::nullopt;
+    }
+    const std::uint64_t waited = now_us - oldest_us();
+    return waited < kPatienceUs ? kPatienceUs - waited : 0;
+}
+
+void RtpOrder::release_next() {
+    Slot& slot = slot_of(next_++);
+    if (!slot.is_held) {
+        ++lost_;
+        return;
+    }
+    slot.is_held = false;
+    --held_;
+    emit_(slot.payload);
+}
+
+void RtpOrder::release_ready() {
+    while (slot_of(next_).is_held) {
+        release_next();
+    }
+}
+
+std::uint64_t RtpOrder::oldest_us() const {
+    std::uint64_t oldest = UINT64_MAX;
+    for (const Slot& slot : slots_) {
+        oldest = slot.is_held ? std::min(oldest, slot.since_us) : oldest;
+    }
+    return oldest;
+}
+
+}  // namespace relay

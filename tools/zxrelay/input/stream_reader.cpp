@@ -1,0 +1,84 @@
+#include "input/stream_reader.hpp"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "zxtime.h"
+
+namespace relay {
+namespace {
+
+constexpr int kWaitMs = 1000;
+constexpr std::uint64_t kMicro = 1000000;
+
+// False at the end of the stream, and after an error.
+bool read_some(int fd, std::vector<std::uint8_t>& buffer, StreamFeeder& feeder) {
+    const ssize_t size = read(fd, buffer.data(), buffer.size());
+    if (size > 0) {
+        feeder.feed({buffer.data(), static_cast<std::size_t>(size)});
+    }
+    return size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+StreamEnd read_until_end(int fd, StreamFeeder& feeder, const Interrupt& interrupt,
+                         Patience patience) {
+    std::vector<std::uint8_t> buffer(kLargestMessage);
+    while (!interrupt.is_raised()) {
+        const bool is_silent = feeder.is_silent(patience.seconds);
+        if (is_silent && (patience.rival < 0 || is_readable(patience.rival))) {
+            return StreamEnd::silent;
+        }
+        if (interrupt.wait(fd, kWaitMs, is_silent ? patience.rival : -1) &&
+            !read_some(fd, buffer, feeder)) {
+            return StreamEnd::closed;
+        }
+    }
+    return StreamEnd::stopped;
+}
+
+}  // namespace
+
+StreamFeeder::StreamFeeder(Entrance& entrance, Packetizer::Emit emit)
+    : entrance_(entrance),
+      packetizer_([this, emit = std::move(emit)](std::span<const std::uint8_t> message) {
+          emit(message);
+          has_delivered_ = true;
+          last_packet_us_ = zxtime_api_upTimeUs();
+      }),
+      last_packet_us_(zxtime_api_upTimeUs()) {}
+
+StreamFeeder::StreamFeeder(Entrance& entrance, const Interrupt& interrupt)
+    : StreamFeeder(entrance, [&](std::span<const std::uint8_t> message) {
+          entrance.push_waiting(message, interrupt);
+      }) {}
+
+StreamFeeder::~StreamFeeder() {
+    packetizer_.finish();
+    count_skipped();
+    entrance_.report_when_due();
+}
+
+void StreamFeeder::feed(std::span<const std::uint8_t> bytes) {
+    entrance_.count_received(bytes.size());
+    packetizer_.feed(bytes);
+    count_skipped();
+}
+
+bool StreamFeeder::is_silent(unsigned seconds) const {
+    return zxtime_api_upTimeUs() - last_packet_us_ >= seconds * kMicro;
+}
+
+void StreamFeeder::count_skipped() {
+    const std::uint64_t skipped = packetizer_.skipped();
+    entrance_.count_skipped(skipped - std::exchange(counted_skipped_, skipped));
+}
+
+Reading read_stream(int fd, Entrance& entrance, const Interrupt& interrupt, Patience patience) {
+    StreamFeeder feeder(entrance, interrupt);
+    const StreamEnd end = read_until_end(fd, feeder, interrupt, patience);
+    return {end, feeder.has_delivered()};
+}
+
+}  // namespace relay
