@@ -19,7 +19,6 @@ namespace {
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr int kWaitMs = 1000;
 constexpr int kErrorPauseMs = 10;
 
 // One wake for all datagrams of this time. 2 ms of 300 Mbit/s fit any receive buffer; above that,
@@ -99,12 +98,11 @@ void DatagramSource::run() {
     }
     order_.finish();
     count_lost();
-    entrance_.report();
 }
 
 int DatagramSource::wait_ms() const {
     const auto due_us = order_.due_in_us(zxtime_api_upTimeUs());
-    return due_us ? static_cast<int>((*due_us + 999) / 1000) : kWaitMs;
+    return due_us ? static_cast<int>((*due_us + 999) / 1000) : kForever;
 }
 
 void DatagramSource::receive() {

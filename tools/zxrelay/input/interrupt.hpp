@@ -7,6 +7,8 @@
 
 namespace relay {
 
+inline constexpr int kForever = -1;
+
 class Interrupt {
 public:
     Interrupt();  // throws a Failure if there is no descriptor
@@ -15,7 +17,7 @@ public:
     void raise();
 
     // Waits until `fd` or `other` is readable, or the time is over. Returns whether `fd` is
-    // readable. -1 stands for none.
+    // readable. -1 stands for no descriptor, and kForever for no limit.
     [[nodiscard]] bool wait(int fd, int timeout_ms, int other = -1) const;
 
     void pause(int milliseconds) const {

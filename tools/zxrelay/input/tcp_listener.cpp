@@ -9,7 +9,7 @@ namespace {
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr int kWaitMs = 1000;
+constexpr int kWaitMs = 1000;  // then reports may be due
 constexpr int kErrorPauseMs = 100;
 
 }  // namespace
