@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ffmpeg -> zxrelay -> ffprobe and ffmpeg: a real encoder and real players at both ends, over TCP
-# and over multicast. Exit 77: skipped, because ffmpeg is not installed.
+# ffmpeg -> zxrelay -> ffprobe and ffmpeg: a real encoder and real players at both ends, over TCP,
+# multicast and RTP. Exit 77: skipped, because ffmpeg is not installed.
 set -euo pipefail
 relay=$1
 command -v ffmpeg >/dev/null && command -v ffprobe >/dev/null || { echo "skipped: no ffmpeg"; exit 77; }
@@ -10,8 +10,9 @@ pids=()
 trap 'kill "${pids[@]}" 2>/dev/null || true; rm -rf "$work"' EXIT
 
 check() {
-    local name=$1 input=$2 target=$3 out_port=$4
+    local name=$1 input=$2 target=$3 out_port=$4 format=mpegts
     shift 4
+    [[ $target != rtp:* ]] || format=rtp_mpegts
     "$relay" --input "$input" --output "127.0.0.1:$out_port" --log "$work/$name.log" "$@" &
     local relay_pid=$!
     pids=("$relay_pid")
@@ -21,7 +22,7 @@ check() {
         -f mpegts "$work/$name.ts" &
     local player_pid=$!
     timeout 30 ffmpeg -v error -re -f lavfi -i testsrc2=size=320x180:rate=25 -f lavfi -i sine=440 \
-        -t 6 -c:v libx264 -preset ultrafast -g 12 -c:a aac -f mpegts "$target" 2>/dev/null &
+        -t 6 -c:v libx264 -preset ultrafast -g 12 -c:a aac -f "$format" "$target" 2>/dev/null &
     local encoder_pid=$!
     pids+=("$player_pid" "$encoder_pid")
     wait "$player_pid"
@@ -44,3 +45,4 @@ check() {
 check tcp "tcp://127.0.0.1:25600" "tcp://127.0.0.1:25600" 25601
 check multicast "udp://239.255.19.47:25602" \
     "udp://239.255.19.47:25602?pkt_size=1316&localaddr=127.0.0.1" 25603 --interface lo
+check rtp "rtp://127.0.0.1:25604" "rtp://127.0.0.1:25604" 25606
