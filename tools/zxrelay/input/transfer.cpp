@@ -23,7 +23,7 @@ Transfer::Transfer(const std::string& url) : easy_(open_easy()), multi_(curl_mul
     }
     set(CURLOPT_URL, url.c_str());
     set(CURLOPT_ERRORBUFFER, error_);
-    set(CURLOPT_NOSIGNAL, 1L);  // there are other threads
+    set(CURLOPT_NOSIGNAL, 1L);    // there are other threads
     set(CURLOPT_QUICK_EXIT, 1L);  // an end does not wait for a name server
     set(CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
     set(CURLOPT_TCP_KEEPALIVE, 1L);
