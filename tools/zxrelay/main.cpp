@@ -1,6 +1,6 @@
-// zxrelay: receives a transport stream from a TCP client or from UDP and sends it to any number of
-// TCP clients. One thread receives and another one sends; a block FIFO connects them. The main
-// thread waits for signals. As a server, zxrelay runs as a daemon under a watchdog.
+// zxrelay: receives a transport stream from any of its inputs and sends it to any number of TCP
+// clients. Each input has a thread that receives, and another thread sends; a block FIFO connects
+// them. The main thread waits for signals. As a server, zxrelay runs as a daemon under a watchdog.
 #include <signal.h>
 
 #include <cstdlib>
