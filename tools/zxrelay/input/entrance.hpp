@@ -31,8 +31,8 @@ public:
     void count_skipped(std::uint64_t bytes);   // which are not transport stream packets
     void count_lost(std::uint64_t datagrams);  // which were sent, but have not arrived
 
-    // Logs what was lost since the last report, once a second at most. Called at the end of a source,
-    // and about once a second.
+    // Logs what was lost since the last report, once a second at most. Called at the end of a
+    // source, and about once a second.
     void report_when_due();
 
     // The URL of the input, for the log.
