@@ -16,36 +16,31 @@ using zx::fuzz::Input;
 using zx::fuzz::require;
 
 constexpr std::uint8_t kSync = 0x47;
-using Messages = std::vector<std::vector<std::uint8_t>>;
 
 struct Model {
     std::vector<std::uint8_t> held;
-    Messages messages;
+    std::vector<std::uint8_t> emitted;
     std::uint64_t skipped = 0;
 
     void feed(std::uint8_t byte) {
         held.push_back(byte);
-        if (held.size() < kMessageSize) {
-            return;
-        }
-        flush();
-        if (held.size() == kMessageSize) {  // it does not begin with a packet
+        if (held[0] == kSync && held.size() == kPacketSize) {
+            emit();
+        } else if (held.size() == kMessageSize) {
             std::size_t start = 1;
             while (!is_in_step(start)) {
                 ++start;
             }
             skip(start);
+            while (held.size() >= kPacketSize) {
+                emit();
+            }
         }
     }
-    void flush() {
-        std::size_t size = 0;
-        while (size + kPacketSize <= held.size() && held[size] == kSync) {
-            size += kPacketSize;
-        }
-        if (size > 0) {
-            messages.emplace_back(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(size));
-            held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(size));
-        }
+    void emit() {
+        const auto end = held.begin() + static_cast<std::ptrdiff_t>(kPacketSize);
+        emitted.insert(emitted.end(), held.begin(), end);
+        held.erase(held.begin(), end);
     }
     void skip(std::size_t size) {
         held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(size));
@@ -79,9 +74,11 @@ std::vector<std::uint8_t> stream_of(Input& input) {
 }
 
 void check_packets(Input& control, const std::vector<std::uint8_t>& stream) {
-    Messages emitted;
-    relay::Packetizer packetizer(
-        [&](Bytes message) { emitted.emplace_back(message.begin(), message.end()); });
+    std::vector<std::uint8_t> emitted;
+    relay::Packetizer packetizer([&](Bytes message) {
+        require(relay::is_transport_stream(message), "whole packets");
+        emitted.insert(emitted.end(), message.begin(), message.end());
+    });
     Model model;
     for (Bytes rest = stream; !rest.empty();) {
         const std::size_t asked =
@@ -90,23 +87,12 @@ void check_packets(Input& control, const std::vector<std::uint8_t>& stream) {
         rest = rest.subspan(piece.size());
         packetizer.feed(piece);
         std::for_each(piece.begin(), piece.end(), [&](std::uint8_t byte) { model.feed(byte); });
-        if (asked % 8 == 0) {
-            packetizer.flush();
-            model.flush();
-        }
+        require(emitted == model.emitted, "every packet as soon as it is complete");
     }
     packetizer.finish();
-    model.flush();
     model.skip(model.held.size());
-    require(emitted == model.messages && packetizer.skipped() == model.skipped, "the messages");
-
-    std::size_t size = 0;
-    for (const auto& message : emitted) {
-        require(message.size() <= kMessageSize && relay::is_transport_stream(message),
-                "whole packets");
-        size += message.size();
-    }
-    require(size + packetizer.skipped() == stream.size(), "every byte is accounted for");
+    require(emitted == model.emitted && packetizer.skipped() == model.skipped, "the packets");
+    require(emitted.size() + packetizer.skipped() == stream.size(), "every byte is accounted for");
     require(!relay::is_transport_stream(stream) || packetizer.skipped() == 0,
             "packets in step are never skipped");
 }

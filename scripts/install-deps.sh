@@ -10,7 +10,7 @@ source scripts/steps.sh
 
 packages_of() {
     case $1 in
-        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
+        build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev libhttp-parser-dev \
                     libmicrohttpd-dev libpcap-dev ;;
         test) echo abigail-tools libgtest-dev libgmock-dev clang-format chromium \
                    chromium-driver curl ffmpeg iproute2 jq python3 tshark ;;

@@ -221,7 +221,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         const char* logged = "";
     } cases[] = {
         {"--fifo-size 1", "--fifo-size"},
-        {"--keep 2148", "--keep"},
+        {"--keep 86401", "--keep"},
         {"--input http://127.0.0.1:1", "is not an input"},
         {"--input tcp://127.0.0.1:0", "is not an address with a port"},
         {"--output 8000", "is not an address with a port"},

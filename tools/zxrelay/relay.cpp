@@ -1,17 +1,17 @@
 #include "relay.hpp"
 
+#include <sys/resource.h>
 #include <time.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "monitor.hpp"
 #include "status/service.hpp"
 #include "stream/channel.hpp"
-#include "stream/fanout.hpp"
+#include "stream/senders.hpp"
 #include "stream/snapshot.hpp"
 #include "stream/source.hpp"
-#include "stream/stats.hpp"
-#include "stream/store.hpp"
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
 #include "zxlog.h"
@@ -26,6 +26,9 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
+constexpr std::uint64_t kOtherDescriptors = 32;
+constexpr std::uint64_t kStatusDescriptors = 68;  // its connections, and those of the server itself
+constexpr std::uint64_t kMostClients = 10000000;
 
 // Logs the list of buffers. Its log level is information; a signal asks for it explicitly, so it is
 // logged at every level but 0.
@@ -47,6 +50,35 @@ int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
     return number > 0 ? number : 0;
 }
 
+Sender::Settings sender_settings(const Options& options) {
+    Sender::Settings settings{};
+    settings.latency_us = options.latency_ms * std::uint64_t{1000};
+    settings.client_buffer_bytes = options.client_buffer_bytes;
+    settings.stall_us = options.stall_timeout_seconds * kMicro;
+    settings.keep_us = options.keep_seconds * kMicro;
+    settings.memory_bytes = options.memory_bytes;
+    settings.site = {{options.channel_name}, options.cors_origin};
+    return settings;
+}
+
+// Every client needs a descriptor. The source, the log, the status page and the connections that
+// are just being refused need some, too.
+unsigned max_clients(const Options& options) {
+    const std::uint64_t farewells = Farewells::kMost * (1 + std::uint64_t{options.senders});
+    const std::uint64_t status = options.status_address.empty() ? 0 : kStatusDescriptors;
+    const std::uint64_t others = kOtherDescriptors + farewells + status;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const std::uint64_t allowed =
+        std::clamp<std::uint64_t>(limit.rlim_cur, others + 1, others + kMostClients) - others;
+    if (options.max_clients > allowed) {
+        log({Level::warning, kTag}, "at most %llu clients: the limit of open files allows no more",
+            static_cast<unsigned long long>(allowed));
+    }
+    return static_cast<unsigned>(
+        options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
+}
+
 }  // namespace
 
 Relay::Relay(const Options& options)
@@ -57,43 +89,35 @@ Relay::Relay(const Options& options)
       listener_(open_listener(output_, kBacklog)) {}
 
 Relay::End Relay::run(const sigset_t& signals, const std::function<void()>& on_up) {
-    Stats stats;
-    Board board;
-    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes));
-    std::optional<Store> store;
-    if (options_.keep_seconds != 0) {
-        store.emplace(options_.keep_seconds);
-    }
+    Board board(options_.senders);
+    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes), options_.senders,
+                    options_.channel_name);
     Source source(std::move(source_), input_.is_udp, options_.end_after_first_source, channel,
-                  stats);
-    Fanout fanout(
-        std::move(listener_),
-        {static_cast<std::uint32_t>(options_.client_buffer_bytes), options_.stall_timeout_seconds},
-        channel, store ? &*store : nullptr, stats, board);
-    Monitor monitor(stats, channel);
-    Worker sender("relay-send", [&](zxcommon::StopRequest& stop) { fanout.run(stop); });
+                  channel.stats);
+    Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
+                    max_clients(options_), {&channel}, board);
+    Monitor monitor(channel.stats, channel);
     Worker receiver("relay-receive", [&](zxcommon::StopRequest& stop) { source.run(stop); });
     std::optional<StatusServer> status;
     if (!options_.status_address.empty()) {
         status.emplace(parse_output(options_.status_address),
-                       Facts{options_.input_url, output_.text(), options_.fifo_bytes}, stats,
-                       channel, board);
+                       Facts{options_.input_url, output_.text(), options_.fifo_bytes},
+                       channel.stats, channel, board);
     }
-    sender.start();
+    senders.start();
     receiver.start();
     log({Level::notice, kTag}, "relaying %s to clients of %s", options_.input_url.c_str(),
         output_.text().c_str());
     on_up();
 
     const auto is_delivered = [&] {
-        return source.finished() && channel.empty() && fanout.drained();
+        return source.finished() && channel.empty() && senders.drained();
     };
     const End end = run_main_loop(signals, is_delivered, monitor);
 
     source.interrupt();
     receiver.stop();
-    channel.close();
-    sender.stop();
+    senders.stop();
     if (options_.print_stats) {
         monitor.print();
     }

@@ -11,9 +11,7 @@
 
 namespace relay {
 
-class Fanout;
 class Monitor;
-class Source;
 
 class Relay {
 public:

@@ -22,7 +22,7 @@ constexpr int kUdpReceiveBuffer = 4 << 20;
 constexpr int kKeepAliveIdleSec = 5;
 constexpr int kKeepAliveIntervalSec = 2;
 constexpr int kKeepAliveProbes = 3;
-constexpr int kUnackedMs = 15000;
+constexpr int kUnsentBytes = 128 << 10;
 
 struct AddressesFree {
     void operator()(addrinfo* list) const { freeaddrinfo(list); }
@@ -83,7 +83,6 @@ void detect_dead_peer(int fd) {
     set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSec);
     set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSec);
     set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-    set_option(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnackedMs);
 }
 
 zxcommon::Descriptor open_udp_source(const Endpoint& endpoint, const std::string& interface) {
@@ -195,6 +194,11 @@ int accept_connection(int listener, std::string& peer) {
     peer = Endpoint{host, port}.text();
     detect_dead_peer(fd);
     return fd;
+}
+
+void prepare_for_stream(int fd) {
+    set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    set_option(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kUnsentBytes);
 }
 
 }  // namespace relay

@@ -21,34 +21,42 @@ bool is_transport_stream(std::span<const std::uint8_t> bytes) {
 
 void Packetizer::feed(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        const std::size_t taken = std::min(bytes.size(), buffer_.size() - size_);
-        std::memcpy(buffer_.data() + size_, bytes.data(), taken);
+        if (size_ == 0) {  // straight from the caller's bytes
+            bytes = bytes.subspan(emit_packets(bytes));
+        }
+        const std::span<const std::uint8_t> start = size_ == 0 ? bytes : std::span(buffer_);
+        const bool is_packet = !start.empty() && start.front() == kSyncByte;
+        const std::size_t wanted = is_packet ? kPacketSize : buffer_.size();
+        const std::size_t taken = std::min(bytes.size(), wanted - size_);
+        std::copy_n(bytes.begin(), taken, buffer_.begin() + static_cast<std::ptrdiff_t>(size_));
         size_ += taken;
         bytes = bytes.subspan(taken);
         if (size_ == buffer_.size()) {
-            flush();
-        }
-        if (size_ == buffer_.size()) {
             skip(next_sync());
         }
+        flush();
     }
 }
 
-void Packetizer::flush() {
+// Emits the packets that `bytes` begin with, and returns their bytes.
+std::size_t Packetizer::emit_packets(std::span<const std::uint8_t> bytes) {
     std::size_t whole = 0;
-    while (whole + kPacketSize <= size_ && buffer_[whole] == kSyncByte) {
+    while (whole + kPacketSize <= bytes.size() && bytes[whole] == kSyncByte) {
         whole += kPacketSize;
     }
-    if (whole == 0) {
-        return;
+    if (whole != 0) {
+        emit_(bytes.first(whole));
     }
-    emit_(std::span(buffer_).first(whole));
+    return whole;
+}
+
+void Packetizer::flush() {
+    const std::size_t whole = emit_packets(std::span(buffer_).first(size_));
     size_ -= whole;
     std::memmove(buffer_.data(), buffer_.data() + whole, size_);
 }
 
 void Packetizer::finish() {
-    flush();
     skip(size_);
 }
 

@@ -19,26 +19,24 @@ public:
     using Emit = std::function<void(std::span<const std::uint8_t>)>;
     explicit Packetizer(Emit emit) : emit_(std::move(emit)) {}
 
-    // Emits every message of seven packets that these bytes complete. Where packets are damaged, it
-    // emits the whole packets in front and skips to the next packet.
+    // Emits every packet that these bytes complete, in as few messages as possible. Where packets
+    // are damaged, it skips to the next packet.
     void feed(std::span<const std::uint8_t> bytes);
 
-    // Emits the whole packets of an incomplete message. Called when the source pauses, so that
-    // clients receive them without delay.
-    void flush();
-
-    // Like flush(), and skips an incomplete packet. Called at the end of a source.
+    // Skips an incomplete packet. Called at the end of a source.
     void finish();
 
     // Bytes skipped so far because they are not part of a transport stream.
     [[nodiscard]] std::uint64_t skipped() const { return skipped_; }
 
 private:
+    std::size_t emit_packets(std::span<const std::uint8_t> bytes);
+    void flush();
     void skip(std::size_t count);
     [[nodiscard]] std::size_t next_sync() const;
 
     Emit emit_;
-    std::array<std::uint8_t, kMessageSize> buffer_{};
+    std::array<std::uint8_t, kMessageSize> buffer_{};  // what no packet is known to begin with
     std::size_t size_ = 0;
     std::uint64_t skipped_ = 0;
 };

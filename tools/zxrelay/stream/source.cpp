@@ -12,8 +12,6 @@
 #include "common/failure.hpp"
 #include "stream/net.hpp"
 #include "zxcommon.hpp"
-#include "zxepoll.h"
-#include "zxnet.h"
 #include "zxtime.h"
 
 namespace relay {
@@ -26,6 +24,7 @@ constexpr int kWaitMs = 1000;
 constexpr std::uint64_t kReportIntervalUs = 1000000;
 
 constexpr std::int32_t kTimedOut = -1;
+constexpr std::int32_t kFailed = -2;
 constexpr useconds_t kErrorPauseUs = 10000;
 
 }  // namespace
@@ -69,7 +68,7 @@ void Source::receive_datagrams(zxcommon::StopRequest& stop) {
         if (size > 0) {
             const std::span datagram(buffer_.data(), static_cast<std::size_t>(size));
             if (is_transport_stream(datagram)) {
-                push(datagram);
+                push(datagram, stop);
             } else {
                 count_skipped(datagram.size());
             }
@@ -102,15 +101,13 @@ void Source::receive_stream(zxcommon::StopRequest& stop, int fd) {
         const std::scoped_lock lock(connection_mutex_);
         connection_ = fd;
     }
-    Packetizer packetizer([this](std::span<const std::uint8_t> message) { push(message); });
+    Packetizer packetizer([&](std::span<const std::uint8_t> message) { push(message, stop); });
     std::uint64_t skipped = 0;
     while (!stop.seen()) {
         const std::int32_t size = receive(fd);
         if (size > 0) {
             packetizer.feed({buffer_.data(), static_cast<std::size_t>(size)});
-        } else if (size == kTimedOut) {
-            packetizer.flush();
-        } else {
+        } else if (size != kTimedOut) {
             break;
         }
         count_skipped(packetizer.skipped() - skipped);
@@ -132,24 +129,24 @@ bool Source::wait_for_socket() {
                        [this](const epoll_event& event) { return event.data.fd == socket_.get(); });
 }
 
-// Returns the number of bytes received, 0 at the end of the connection, kTimedOut, or an error code
-// of zxnet_api_epollRecv(). poll() does the waiting: after a wait of its own, zxnet_api_epollRecv()
-// logs a warning for every connection that ends.
+// Returns the number of bytes received, 0 at the end of the connection, kTimedOut, or kFailed. It
+// needs no descriptor, so clients that take all of them do not stop the stream.
 std::int32_t Source::receive(int fd) {
     pollfd waiting{fd, POLLIN, 0};
     if (poll(&waiting, 1, kWaitMs) <= 0) {
         return kTimedOut;
     }
-    const auto room = static_cast<std::uint32_t>(buffer_.size());
-    const std::int32_t size = zxnet_api_epollRecv(fd, buffer_.data(), room, ZXNET_NO_WAIT);
-    if (size > 0) {
-        stats_.bytes_in += static_cast<std::uint64_t>(size);
+    const ssize_t size = recv(fd, buffer_.data(), buffer_.size(), MSG_DONTWAIT);
+    if (size < 0) {
+        return errno == EAGAIN || errno == EINTR ? kTimedOut : kFailed;
     }
-    return size;
+    stats_.bytes_in += static_cast<std::uint64_t>(size);
+    return static_cast<std::int32_t>(size);
 }
 
-void Source::push(std::span<const std::uint8_t> message) {
-    if (channel_.push(message)) {
+// A TCP source waits until there is room.
+void Source::push(std::span<const std::uint8_t> message, zxcommon::StopRequest& stop) {
+    if (is_udp_ ? channel_.push(message) : channel_.push_waiting(message, stop)) {
         ++stats_.messages_in;
     } else {
         ++stats_.dropped_fifo_full;

@@ -34,7 +34,7 @@ private:
     void receive_stream(zxcommon::StopRequest& stop, int fd);
     bool wait_for_socket();
     std::int32_t receive(int fd);
-    void push(std::span<const std::uint8_t> message);
+    void push(std::span<const std::uint8_t> message, zxcommon::StopRequest& stop);
     void count_skipped(std::uint64_t bytes);
     void report_losses();
 
