@@ -26,7 +26,7 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
-constexpr std::uint64_t kOtherDescriptors = 32;
+constexpr std::uint64_t kOtherDescriptors = 24;
 constexpr std::uint64_t kStatusDescriptors = 68;  // its connections, and those of the server itself
 constexpr std::uint64_t kMostClients = 10000000;
 

@@ -15,7 +15,7 @@ namespace relay {
 // client closes, too: for a second at most.
 class Farewells {
 public:
-    static constexpr std::size_t kMost = 16;
+    static constexpr std::size_t kMost = 8;
 
     explicit Farewells(zxcommon::Epoll& epoll) : epoll_(epoll) { leaving_.reserve(kMost); }
 
