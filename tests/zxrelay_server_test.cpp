@@ -293,15 +293,15 @@ TEST_F(RelayServer, LosesAClientRatherThanItselfWhenThereIsNoMemory) {
     const zxcommon::Descriptor first = join();
     const rlimit none{1, RLIM_INFINITY};
     const rlimit enough{RLIM_INFINITY, RLIM_INFINITY};
-    ASSERT_EQ(prlimit(pid, RLIMIT_AS, &none, nullptr), 0);
+    ASSERT_EQ(prlimit(pid, RLIMIT_DATA, &none, nullptr), 0);
     std::vector<zxcommon::Descriptor> clients;
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         clients.emplace_back(connected(SOCK_STREAM, out_port));
     }
     for (std::uint64_t sent = 0; sent < 88200; sent += 350) {
         send_all(source.get(), packets(sent, 350));
     }
-    ASSERT_EQ(prlimit(pid, RLIMIT_AS, &enough, nullptr), 0);
+    ASSERT_EQ(prlimit(pid, RLIMIT_DATA, &enough, nullptr), 0);
     EXPECT_TRUE(serves_from(source));
     relay->signal(SIGTERM);
     EXPECT_EQ(relay->wait(), 0);
