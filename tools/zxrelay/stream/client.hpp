@@ -21,7 +21,8 @@ public:
     static constexpr std::uint64_t kWholeRing = UINT64_MAX;
 
     // `reach`: how many bytes the client may lag; kWholeRing for a client that is shifted in time.
-    Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach);
+    // `first`: is sent before the stream.
+    Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach, std::string first);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
@@ -35,9 +36,6 @@ public:
 
     // From now on, nothing that the client sends is a request.
     void ignore_requests() { has_requests_ = false; }
-
-    // Sends `text` before the stream.
-    void say(const std::string& text) { first_ += text; }
 
     // Continues at `position`, from which on the client may lag as far as the ring reaches. The
     // packet that is sent in part is completed.

@@ -47,12 +47,7 @@ void Door::close() {
 
 void Door::run(zxcommon::StopRequest& stop) {
     while (!stop.seen()) {
-        try {
-            turn();
-        } catch (const std::exception& failure) {
-            log({Level::error, kTag}, "cannot accept another client: %s", failure.what());
-            resume_us_ = now_us_ + kPauseUs;
-        }
+        turn();
     }
 }
 

@@ -5,7 +5,7 @@
 namespace relay {
 namespace {
 
-constexpr int kBlocksPerRound = 64;  // then the clients are served
+constexpr int kBlocksPerRound = 4;  // then the clients are served, before they lag too far
 
 }  // namespace
 

@@ -1,7 +1,6 @@
 #include "stream/sender.hpp"
 
 #include <sys/eventfd.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,7 +20,6 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr int kEventsPerTurn = 64;
 constexpr std::uint64_t kMicro = 1000000;
-constexpr timespec kPauseAfterFailure{0, 10000000};
 
 }  // namespace
 
@@ -45,14 +43,7 @@ Sender::Sender(const Settings& settings, const std::vector<Channel*>& channels, 
 
 void Sender::run(zxcommon::StopRequest& stop) {
     while (!stop.seen()) {
-        try {
-            turn();
-        } catch (const std::exception& failure) {  // there is no memory, but there may be soon
-            if (zxtime_api_counterAsyncUs(&last_failure_us_, kMicro) == 1) {
-                log({Level::error, kTag}, "the sender cannot work: %s", failure.what());
-            }
-            nanosleep(&kPauseAfterFailure, nullptr);
-        }
+        turn();
     }
 }
 
@@ -213,7 +204,7 @@ void Sender::decide(Newcomer& newcomer, Newcomer::Wish wish) {
 void Sender::start_raw(Newcomer& newcomer) {
     Feed& feed = *feeds_.front();
     const std::uint64_t waiting = feed.ring.end() - newcomer.position;
-    start(newcomer, feed, newcomer.position, settings_.client_buffer_bytes + waiting);
+    start(newcomer, feed, newcomer.position, settings_.client_buffer_bytes + waiting, "");
 }
 
 void Sender::answer(Newcomer& newcomer, const HttpAnswer& answer) {
@@ -224,9 +215,9 @@ void Sender::answer(Newcomer& newcomer, const HttpAnswer& answer) {
         return;
     }
     Feed& feed = *feeds_[*answer.channel];
-    Client& client = start(newcomer, feed, feed.ring.end(), settings_.client_buffer_bytes);
+    Client& client =
+        start(newcomer, feed, feed.ring.end(), settings_.client_buffer_bytes, answer.text);
     client.ignore_requests();
-    client.say(answer.text);
     if (answer.last_seconds) {
         start_time_shift(client, *answer.last_seconds);
     }
@@ -234,9 +225,10 @@ void Sender::answer(Newcomer& newcomer, const HttpAnswer& answer) {
 }
 
 // The newcomer loses its descriptor to the client.
-Client& Sender::start(Newcomer& newcomer, Feed& feed, std::uint64_t position, std::uint64_t reach) {
+Client& Sender::start(Newcomer& newcomer, Feed& feed, std::uint64_t position, std::uint64_t reach,
+                      const std::string& first) {
     have_gone_ = true;
-    auto client = std::make_unique<Client>(std::move(newcomer.guest), feed, position, reach);
+    auto client = std::make_unique<Client>(std::move(newcomer.guest), feed, position, reach, first);
     Client& started = *client;
     clients_.emplace(started.fd(), std::move(client));
     ++feed.channel.stats.clients;
@@ -314,7 +306,9 @@ void Sender::send_round() {
         client->feed().need_from(client->position());
     }
     for (const auto& [fd, newcomer] : newcomers_) {
-        feeds_.front()->need_from(newcomer->position);
+        if (newcomer->is_silent()) {
+            feeds_.front()->need_from(newcomer->position);
+        }
     }
     for (const auto& feed : feeds_) {
         feed->ring.trim(feed->needed_from);

@@ -63,7 +63,8 @@ private:
     void decide(Newcomer& newcomer, Newcomer::Wish wish);
     void start_raw(Newcomer& newcomer);
     void answer(Newcomer& newcomer, const HttpAnswer& answer);
-    Client& start(Newcomer& newcomer, Feed& feed, std::uint64_t position, std::uint64_t reach);
+    Client& start(Newcomer& newcomer, Feed& feed, std::uint64_t position, std::uint64_t reach,
+                  const std::string& first);
 
     void send_round();
     void fill(Feed& feed);
@@ -92,7 +93,6 @@ private:
     std::uint64_t now_us_;
     std::uint64_t rest_until_us_ = 0;
     std::uint64_t last_second_us_ = 0;
-    std::uint64_t last_failure_us_ = 0;
     bool is_active_ = true;  // there is something to publish in a second
     std::atomic<bool> drained_{true};
 
