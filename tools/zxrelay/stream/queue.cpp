@@ -8,6 +8,11 @@
 #include "common/failure.hpp"
 
 namespace relay {
+namespace {
+
+constexpr std::int32_t kMuch = 256 << 10;
+
+}  // namespace
 
 Queue::Queue(std::uint32_t capacity)
     : fifo_(capacity, "relay"), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -24,7 +29,7 @@ bool Queue::push(std::span<const std::uint8_t> packets) {
     fifo_.in(packets);
     // Reads and clears in one operation: either this sees that the consumer sleeps, or the consumer
     // sees these packets before it does.
-    if (is_asleep_.exchange(false) || fifo_.used() > fifo_.left()) {
+    if (is_asleep_.exchange(false) || has_much()) {
         wake();
     }
     return true;
@@ -37,6 +42,10 @@ std::size_t Queue::pop(std::span<std::uint8_t> room) {
         fifo_.out(room.first(whole));
     }
     return whole;
+}
+
+bool Queue::has_much() const {
+    return fifo_.used() > std::min(fifo_.left(), kMuch);
 }
 
 double Queue::fill_ratio() const {

@@ -20,13 +20,16 @@ public:
     explicit Queue(std::uint32_t capacity);  // throws a Failure
 
     // Returns false if the packets do not fit; then none of them is queued. Wakes the consumer if
-    // it sleeps, and if more than half of the queue is in use.
+    // it sleeps, and if there is much.
     bool push(std::span<const std::uint8_t> packets);
 
     // Moves packets to `room`, as many as there are and as fit. Returns their bytes.
     std::size_t pop(std::span<std::uint8_t> room);
 
     [[nodiscard]] bool empty() const { return fifo_.used() == 0; }
+    // True if the consumer should not wait until more comes: half of the queue is in use, or as
+    // much as the caches of a processor hold.
+    [[nodiscard]] bool has_much() const;
     [[nodiscard]] double fill_ratio() const;  // from 0 to 1
 
     // Called by the consumer before it waits without a limit: the next push() wakes it. Returns

@@ -64,7 +64,7 @@ void Sender::turn() {
     take_guests();
 }
 
-// While the sender rests, no packet wakes it, unless a queue becomes half full.
+// While the sender rests, no packet wakes it, unless a queue has much.
 int Sender::wait_ms() {
     const std::uint64_t now = zxtime_api_upTimeUs();
     if (is_round_due(now)) {
@@ -85,8 +85,8 @@ int Sender::wait_ms() {
 
 bool Sender::is_round_due(std::uint64_t now_us) const {
     return std::any_of(feeds_.begin(), feeds_.end(), [&](const auto& feed) {
-        const double fill = feed->queue.fill_ratio();
-        return fill > 0.5 || (fill > 0 && now_us >= rest_until_us_);
+        const Queue& queue = feed->queue;
+        return queue.has_much() || (now_us >= rest_until_us_ && !queue.empty());
     });
 }
 
