@@ -1,8 +1,10 @@
-// Feeds any stream, in any pieces, to the relay's packetizer and its request reader. A model
+// Feeds any stream, in any pieces, to the relay's packetizer and its request readers. A model
 // receives the same bytes one at a time.
 #include <optional>
 #include <vector>
 
+#include "stream/http_answer.hpp"
+#include "stream/http_request.hpp"
 #include "stream/packetizer.hpp"
 #include "stream/request.hpp"
 #include "support.hpp"
@@ -128,6 +130,34 @@ void check_requests(Input& control, const std::string& text) {
     }
 }
 
+// A reader that gets one byte at a time, beside one that gets all of them at once.
+void check_http(const std::string& text) {
+    const relay::Site site{{"a", "b"}, ""};
+    relay::HttpReader pieces;
+    for (const char c : text) {
+        if (pieces.request().state != relay::HttpRequest::State::partial) {
+            break;
+        }
+        pieces.feed({&c, 1});
+    }
+    relay::HttpReader whole;
+    whole.feed(text);
+    const relay::HttpRequest& got = pieces.request();
+    require(got.state == whole.request().state, "how far a request is");
+    if (got.state == relay::HttpRequest::State::complete) {
+        require(got.path == whole.request().path && got.query == whole.request().query &&
+                    got.host == whole.request().host && got.method == whole.request().method,
+                "what a request asks for");
+    }
+    if (got.state != relay::HttpRequest::State::partial) {
+        const relay::HttpAnswer answer = relay::answer_to(got, site);
+        require(answer.text.starts_with("HTTP/1.1 ") &&
+                    answer.text.find("\r\n\r\n") != std::string::npos,
+                "an answer");
+        require(!answer.channel || *answer.channel < site.channels.size(), "a channel");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -135,6 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input control(input.take_bytes(32));
     const Bytes rest = input.rest();
     check_requests(control, {rest.begin(), rest.end()});
+    check_http({rest.begin(), rest.end()});
     check_packets(control, stream_of(input));
     return 0;
 }
