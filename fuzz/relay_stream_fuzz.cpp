@@ -1,5 +1,5 @@
 // Feeds any stream, in any pieces, to what reads a stranger's bytes first: the relay's packetizer,
-// its order of RTP datagrams, its request reader and its parser of URLs. Models receive the same.
+// its order of RTP datagrams, its request readers and its parser of URLs. Models receive the same.
 #include <map>
 #include <optional>
 #include <vector>
@@ -8,6 +8,8 @@
 #include "config/url.hpp"
 #include "input/packetizer.hpp"
 #include "input/rtp.hpp"
+#include "stream/http_answer.hpp"
+#include "stream/http_request.hpp"
 #include "stream/request.hpp"
 #include "support.hpp"
 
@@ -266,6 +268,34 @@ void check_requests(Input& control, const std::string& text) {
     }
 }
 
+// A reader that gets one byte at a time, beside one that gets all of them at once.
+void check_http(const std::string& text) {
+    const relay::Site site{{"a", "b"}, ""};
+    relay::HttpReader pieces;
+    for (const char c : text) {
+        if (pieces.request().state != relay::HttpRequest::State::partial) {
+            break;
+        }
+        pieces.feed({&c, 1});
+    }
+    relay::HttpReader whole;
+    whole.feed(text);
+    const relay::HttpRequest& got = pieces.request();
+    require(got.state == whole.request().state, "how far a request is");
+    if (got.state == relay::HttpRequest::State::complete) {
+        require(got.path == whole.request().path && got.query == whole.request().query &&
+                    got.host == whole.request().host && got.method == whole.request().method,
+                "what a request asks for");
+    }
+    if (got.state != relay::HttpRequest::State::partial) {
+        const relay::HttpAnswer answer = relay::answer_to(got, site);
+        require(answer.text.starts_with("HTTP/1.1 ") &&
+                    answer.text.find("\r\n\r\n") != std::string::npos,
+                "an answer");
+        require(!answer.channel || *answer.channel < site.channels.size(), "a channel");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -274,6 +304,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Bytes rest = input.rest();
     const std::string text(rest.begin(), rest.end());
     check_requests(control, text);
+    check_http(text);
     for (const char* const begin : {"", "udp://[ff02::1]:", "rtp://a@b:", "http://", "file:///"}) {
         check_url(begin + std::string(text.c_str()));
     }

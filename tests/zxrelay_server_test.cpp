@@ -1,5 +1,6 @@
 // The relay as its users see it: processes between sockets that come and go.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -38,6 +39,10 @@ unsigned gaps_in(const Bytes& stream) {
     return gaps;
 }
 
+std::string text_of(const Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
 class RelayServer : public testing::Test {
 protected:
     RelayServer() { fs::permissions(dir, fs::perms::all); }
@@ -64,8 +69,9 @@ protected:
         return arguments;
     }
 
-    void start(const std::string& scheme, const std::string& arguments = "") {
-        relay.emplace("exec '" ZX_RELAY "' " + with_usual(scheme, arguments));
+    void start(const std::string& scheme, const std::string& arguments = "",
+               const std::string& before = "") {
+        relay.emplace(before + "exec '" ZX_RELAY "' " + with_usual(scheme, arguments));
         ASSERT_TRUE(logs("relaying"));
     }
     void start_daemon(const std::string& arguments) {
@@ -87,6 +93,13 @@ protected:
         zxcommon::Descriptor fd(connected(SOCK_STREAM, out_port));
         const std::string port = std::to_string(port_of(fd.get()));
         EXPECT_TRUE(logs("client 127.0.0.1:" + port + " has connected"));
+        return fd;
+    }
+
+    // A client that sends something at once.
+    [[nodiscard]] zxcommon::Descriptor say(const std::string& text) const {
+        zxcommon::Descriptor fd(connected(SOCK_STREAM, out_port));
+        send_all(fd.get(), {text.begin(), text.end()});
         return fd;
     }
 
@@ -119,6 +132,16 @@ protected:
         return connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
                    0 &&
                receive_all(fd.get(), size).size() >= size;
+    }
+
+    // Waits until the relay serves what this source sends now.
+    [[nodiscard]] bool serves_from(const zxcommon::Descriptor& source) const {
+        const std::jthread feeder([&source](const std::stop_token& stop) {
+            for (; !stop.stop_requested(); usleep(10000)) {
+                send_all(source.get(), packets(0, 1));
+            }
+        });
+        return comes_true([this] { return serves(); });
     }
 
     // Sends many packets, for at least the time `least`, and checks that a fast client gets them at
@@ -200,13 +223,139 @@ TEST_F(RelayServer, ASlowShiftedClientLosesOnlyItsOwnPlace) {
     start("tcp", "--once --keep 2");
     const zxcommon::Descriptor slow = join();
     send_all(slow.get(), {'l', 'a', 's', 't', ' ', '1', '\n'});
-    ASSERT_TRUE(logs("from 1 s ago"));
+    ASSERT_TRUE(logs("starting 1 s ago"));
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(4500));
     const Bytes got = receive_all(slow.get());
     EXPECT_EQ(got.size() % kPacketSize, 0U);
     EXPECT_GE(gaps_in(got), 1U);  // more than one if the machine is busy
     EXPECT_EQ(number_at(got, got.size() - kPacketSize), sent - 1);
     EXPECT_EQ(relay->wait(), 0);
+}
+
+TEST_F(RelayServer, RefusesClientsBeyondTheLimitAndTheOthersNoticeNothing) {
+    start("tcp", "", "ulimit -n 64; ");
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
+    std::vector<zxcommon::Descriptor> clients;
+    for (int i = 0; i < 60; ++i) {
+        clients.emplace_back(connected(SOCK_STREAM, out_port));
+    }
+    ASSERT_TRUE(logs("refused "));
+    for (std::uint64_t first = 0; first < 3500; first += 350, usleep(5000)) {
+        send_all(source.get(), packets(first, 350));
+    }
+    unsigned served = 0;
+    unsigned refused = 0;
+    for (const zxcommon::Descriptor& client : clients) {
+        const Bytes got = receive_all(client.get(), 3500 * kPacketSize);
+        served += got == packets(0, 3500) ? 1U : 0U;
+        refused += text_of(got).starts_with("HTTP/1.1 503 Service Unavailable\r\n") ? 1U : 0U;
+    }
+    EXPECT_GT(served, 0U);
+    EXPECT_EQ(served + refused, clients.size());
+    clients.clear();
+    EXPECT_TRUE(serves_from(source));  // there is room again
+    EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("has ended")));
+}
+
+TEST_F(RelayServer, KeepsToItsMemoryWhateverItsClientsDo) {
+    start("tcp", "--once --memory 2m --client-buffer 64m --keep 60 --stall 1");
+    std::vector<zxcommon::Descriptor> idle;
+    for (int i = 0; i < 15; ++i) {
+        idle.push_back(join());
+    }
+    send_all(idle.front().get(), {'l', 'a', 's', 't', ' ', '1', '\n'});
+    ASSERT_TRUE(logs("starting 1 s ago"));
+    std::jthread witness([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            relay->signal(SIGUSR1);
+            usleep(50000);
+        }
+    });
+    EXPECT_GT(stream_beside_quick_client(std::chrono::milliseconds(0)), 0U);
+    witness.request_stop();
+    witness.join();
+    EXPECT_EQ(relay->wait(), 0);
+    for (const zxcommon::Descriptor& client : idle) {
+        gaps_in(receive_all(client.get()));  // whole packets in their order
+    }
+    const std::string log = content_of(dir / "log");
+    std::uint64_t most = 0;
+    for (std::size_t at = 0; (at = log.find("memry leak:", at)) != std::string::npos; ++at) {
+        most = std::max<std::uint64_t>(most, std::stoull(log.substr(at + 11)));
+    }
+    EXPECT_GT(most, 4U << 20U);  // the FIFO
+    EXPECT_LT(most, 7U << 20U);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they take what they want
+TEST_F(RelayServer, LosesAClientRatherThanItselfWhenThereIsNoMemory) {
+    start("tcp", "--client-buffer 256m");
+    const pid_t pid = relays().front();
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
+    const zxcommon::Descriptor first = join();
+    const rlimit none{1, RLIM_INFINITY};
+    const rlimit enough{RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(prlimit(pid, RLIMIT_DATA, &none, nullptr), 0);
+    std::vector<zxcommon::Descriptor> clients;
+    for (int i = 0; i < 1000; ++i) {
+        clients.emplace_back(connected(SOCK_STREAM, out_port));
+    }
+    for (std::uint64_t sent = 0; sent < 88200; sent += 350) {
+        send_all(source.get(), packets(sent, 350));
+    }
+    ASSERT_EQ(prlimit(pid, RLIMIT_DATA, &enough, nullptr), 0);
+    EXPECT_TRUE(serves_from(source));
+    relay->signal(SIGTERM);
+    EXPECT_EQ(relay->wait(), 0);
+}
+#endif
+
+TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
+    start("tcp", "--name news --keep 60 --cors https://player.example --senders 2");
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
+    send_all(source.get(), packets(0, 700));
+    const std::string host = " HTTP/1.1\r\nHost: relay:8000\r\n\r\n";
+    const struct {
+        std::string request;
+        std::vector<const char*> parts;
+    } cases[] = {
+        {"GET /playlist.m3u" + host,
+         {"HTTP/1.1 200 OK\r\n", "audio/x-mpegurl", "-1,news\nhttp://relay:8000/news\n"}},
+        {"HEAD /news" + host,
+         {"HTTP/1.1 200 OK\r\n", "Content-Type: video/mp2t\r\n", "Accept-Ranges: none\r\n",
+          "Access-Control-Allow-Origin: https://player.example\r\n"}},
+        {"OPTIONS *" + host, {"HTTP/1.1 204 ", "Allow: GET, HEAD, OPTIONS\r\n"}},
+        {"POST /news" + host, {"HTTP/1.1 405 ", "Allow: GET, HEAD, OPTIONS\r\n"}},
+        {"CONNECT relay:1" + host, {"HTTP/1.1 405 "}},
+        {"GET http://relay:8000/other" + host, {"HTTP/1.1 404 "}},
+        {"GET /news?last=x" + host, {"HTTP/1.1 400 "}},
+        {"GET / HTTP/1.1\r\n\r\n", {"HTTP/1.1 400 "}},
+        {"GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n", {"HTTP/1.1 400 "}},
+        {"GET /playlist.m3u HTTP/1.1\r\nHost: a\tb\r\n\r\n", {"HTTP/1.1 400 "}},
+        {"GARBAGE\r\n\r\n", {"HTTP/1.1 400 "}},
+        {"GET /news HTTP/1.1\r\nA: " + std::string(9000, 'a'), {"HTTP/1.1 431 "}},
+        {"GET /news HTTP/1.1\r\nA: ", {"HTTP/1.1 408 "}},
+    };
+    for (const auto& c : cases) {
+        const std::string answer = text_of(receive_all(say(c.request).get()));
+        for (const char* const part : c.parts) {
+            EXPECT_THAT(answer, HasSubstr(part)) << c.request.substr(0, 40);
+        }
+    }
+    for (const char* const target : {"/?last=60", "/news?last=99999"}) {
+        const zxcommon::Descriptor client = say(std::string("GET ") + target + host);
+        Bytes got;
+        std::size_t head = 0;
+        while (got.size() < head + 700 * kPacketSize) {
+            const Bytes part = receive_all(client.get(), 1);
+            ASSERT_FALSE(part.empty());
+            got.insert(got.end(), part.begin(), part.end());
+            head = text_of(got).find("\r\n\r\n") + 4;
+        }
+        EXPECT_THAT(text_of(got), testing::StartsWith("HTTP/1.1 200 OK\r\n"));
+        got.erase(got.begin(), got.begin() + static_cast<std::ptrdiff_t>(head));
+        EXPECT_TRUE(got == packets(0, 700));
+    }
 }
 
 TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
@@ -226,7 +375,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         const char* logged = "";
     } cases[] = {
         {"--fifo-size 1", "--fifo-size"},
-        {"--keep 2148", "--keep"},
+        {"--keep 86401", "--keep"},
         {"--input ftp://127.0.0.1:1", "is not an input"},
         {"--input tcp://127.0.0.1:0", "is not an address with a port"},
         {"--output 8000", "is not an address with a port"},

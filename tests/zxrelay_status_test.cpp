@@ -55,9 +55,9 @@ protected:
     }
 
     const relay::Endpoint endpoint{"127.0.0.1", "0"};
-    const relay::Facts facts{"udp://239.1.1.1:1234", "[::]:8000", 131072};
-    relay::Stats stats;
-    relay::Channel channel{2 * (relay::kMessageSize + ZXFIFO_PREFIX_SIZE)};
+    const relay::Facts facts{"udp://239.1.1.1:1234", "[::]:8000", 131072, "stream"};
+    relay::Channel channel{2 * relay::kMessageSize};
+    relay::Stats& stats = channel.stats;
     relay::Board board;
     std::optional<relay::StatusServer> server;
 };

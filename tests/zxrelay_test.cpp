@@ -1,15 +1,19 @@
-// Parts of the relay that need a closer look: the inputs, each as its senders meet it, and the
-// time-shift store.
+// Parts of the relay that need a closer look: the inputs, each as its senders meet it, the queue
+// between the threads, and the ring.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
+#include <netinet/tcp.h>
 #include <netinet/udp.h>
+#include <poll.h>
 #include <sys/socket.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <optional>
+#include <random>
+#include <span>
+#include <string>
 #include <thread>
 
 #include "common/failure.hpp"
@@ -23,26 +27,13 @@
 #include "server/log_limit.hpp"
 #include "stream/channel.hpp"
 #include "stream/net.hpp"
-#include "stream/stats.hpp"
-#include "stream/store.hpp"
+#include "stream/ring.hpp"
 #include "zxcommon.hpp"
-#include "zxlog.h"
-
-namespace {
-
-std::atomic<std::uint64_t> g_clock_us{1000000000};
-
-}  // namespace
-
-// This takes the place of libzxlog's clock.
-extern "C" uint64_t zxlog_api_us(void) {
-    return g_clock_us;
-}
 
 namespace {
 
 using namespace zx::test;
-using relay::kPacketSize;
+using relay::kMessageSize, relay::kPacketSize, relay::Ring;
 
 using std::chrono::milliseconds;
 using testing::HasSubstr;
@@ -52,8 +43,7 @@ using Clock = std::chrono::steady_clock;
 class RelayInput : public testing::Test {
 protected:
     void start(const std::vector<std::string>& urls, bool once = false) {
-        inputs.emplace(relay::open_inputs(urls, "lo"), relay::InputOptions{1, once}, channel,
-                       stats);
+        inputs.emplace(relay::open_inputs(urls, "lo"), relay::InputOptions{1, once}, channel);
         inputs->start();
     }
 
@@ -61,8 +51,9 @@ protected:
     Bytes drain() {
         Bytes all;
         Bytes buffer(relay::kLargestMessage);
-        for (auto got = channel.pop(buffer); !got.empty(); got = channel.pop(buffer)) {
-            all.insert(all.end(), got.begin(), got.end());
+        while (const std::size_t size = channel.queue(0).pop(buffer)) {
+            all.insert(all.end(), buffer.begin(),
+                       buffer.begin() + static_cast<std::ptrdiff_t>(size));
         }
         return all;
     }
@@ -86,8 +77,8 @@ protected:
     }
 
     LogCapture log{3};
-    relay::Stats stats;
-    relay::Channel channel{100 * (relay::kMessageSize + 4)};
+    relay::Channel channel{100 * kMessageSize};
+    relay::Stats& stats = channel.stats;
     int port = free_port(SOCK_STREAM);
     std::optional<relay::Inputs> inputs;
 };
@@ -314,55 +305,112 @@ TEST(RelayUrl, IsRefusedForWhatIsWrongWithIt) {
     EXPECT_EQ(relay::parse_url("udp://@239.1.1.1:1").endpoint.text(), "239.1.1.1:1");
 }
 
-TEST(RelayStore, FollowsThePacketsWhateverTheClockSays) {
-    constexpr std::uint64_t kNode = 1400;  // packets: so large that the node closes at once
-    const std::uint64_t start = g_clock_us;
-    relay::Store store(10);
-    std::uint64_t lost = 0;
-    const auto add_node = [&](std::uint64_t node) {
-        store.add(packets(node * kNode, kNode));
-        EXPECT_TRUE(comes_true([&] { return store.close_node_when_due(); }));
-    };
-    const auto expect_nodes = [&](relay::Store::Place& place, std::uint64_t from,
-                                  std::uint64_t count) {
-        Bytes all;
-        Bytes buffer(100 * kPacketSize);
-        for (auto got = store.read(place, buffer, lost); !got.empty();
-             got = store.read(place, buffer, lost)) {
-            all.insert(all.end(), got.begin(), got.end());
+TEST(RelayQueue, WakesItsConsumerForWhateverComes) {
+    constexpr std::uint64_t kPackets = 100000;
+    relay::Queue queue(50 * kPacketSize);
+    const std::jthread producer([&] {
+        for (std::uint64_t sent = 0; sent < kPackets;) {
+            const std::uint64_t count = std::min(sent % 5 + 1, kPackets - sent);
+            sent += queue.push(packets(sent, count)) ? count : 0;
         }
-        EXPECT_TRUE(all == packets(from * kNode, count * kNode)) << from;
-    };
+    });
+    Bytes buffer(17 * kPacketSize + 5);
+    for (std::uint64_t received = 0; received < kPackets;) {
+        if (queue.sleep()) {
+            pollfd waiting{queue.wake_fd(), POLLIN, 0};
+            ASSERT_EQ(poll(&waiting, 1, 10000), 1) << received;
+            queue.clear_wake();
+        }
+        const std::size_t size = queue.pop(buffer);
+        const Bytes got(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(size));
+        ASSERT_EQ(got, packets(received, size / kPacketSize));
+        received += size / kPacketSize;
+    }
+}
 
-    relay::Store::Place early = store.seek_back(5);
-    add_node(0);
-    add_node(1);  // in the same microsecond
-    expect_nodes(early, 0, 2);
-    g_clock_us = start + 4000000;
-    add_node(2);
-    EXPECT_EQ(store.nodes(), 3U);
-    EXPECT_EQ(store.bytes(), 3 * kNode * kPacketSize);
-    relay::Store::Place recent = store.seek_back(3);
-    relay::Store::Place oldest = store.seek_back(1000000);
-    expect_nodes(recent, 2, 1);
-    expect_nodes(early, 2, 1);
-    EXPECT_EQ(lost, 0U);
+// The kernel would end a connection that --stall allows to wait.
+TEST(RelayNet, LeavesItToTheStallTimeoutHowLongAClientMayWait) {
+    const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
+    const zxcommon::Descriptor client(connected(SOCK_STREAM, port_of(listener.get())));
+    std::string peer;
+    zxcommon::Descriptor fd;
+    ASSERT_TRUE(comes_true([&] {
+        fd.reset(relay::accept_connection(listener.get(), peer));
+        return static_cast<bool>(fd);
+    }));
+    int limit_ms = -1;
+    socklen_t size = sizeof limit_ms;
+    getsockopt(fd.get(), IPPROTO_TCP, TCP_USER_TIMEOUT, &limit_ms, &size);
+    EXPECT_EQ(limit_ms, 0);
+}
 
-    g_clock_us = start + 11000000;  // the first two are too old now; the fourth node follows
-    relay::Store::Place late = store.seek_back(2);
-    add_node(3);
-    EXPECT_EQ(store.nodes(), 2U);
-    expect_nodes(late, 3, 1);
-    EXPECT_EQ(lost, 0U);
-    expect_nodes(oldest, 2, 2);
-    EXPECT_EQ(lost, 2 * kNode);
+// Compares the ring with a text that has everything.
+TEST(RelayRing, GivesWhatATextWouldGive) {
+    std::mt19937 random(1);
+    relay::Budget budget(8 * Ring::kBlockSize);
+    Ring ring(budget, 0);
+    std::string all;
+    for (int i = 0; i < 3000; ++i) {
+        const auto room = ring.room();
+        if (room.empty()) {
+            ASSERT_EQ(ring.blocks(), 8U);
+            ring.drop_front();
+            continue;
+        }
+        const std::size_t packet_count =
+            std::min<std::size_t>(random() % 200, room.size() / kPacketSize);
+        const std::size_t size = packet_count * kPacketSize;
+        std::generate_n(room.begin(), size, [&] { return static_cast<std::uint8_t>(random()); });
+        all.append(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(size));
+        ring.commit(size, 0);
+        ASSERT_EQ(ring.end(), all.size());
 
-    g_clock_us = start - 1000000;  // set back, so everything in the store looks old
-    add_node(4);
-    lost = 0;
-    expect_nodes(early, 4, 1);
-    EXPECT_EQ(lost, kNode);
-    EXPECT_EQ(store.bytes_after(early), 0U);
+        const std::uint64_t position = ring.begin() + random() % (ring.bytes() + 1);
+        iovec parts[3];
+        const std::size_t limit = random() % (4 * Ring::kBlockSize);
+        std::string got;
+        for (const iovec& part : std::span(parts).first(ring.gather(position, parts, limit))) {
+            got.append(static_cast<const char*>(part.iov_base), part.iov_len);
+        }
+        ASSERT_EQ(got, all.substr(position, got.size()));
+        ASSERT_GE(got.size(), std::min({limit, all.size() - position, 2UL * Ring::kBlockSize}));
+        ASSERT_LE(got.size(), limit);
+        if (random() % 50 == 0) {
+            ring.trim(position);
+            ASSERT_LE(ring.begin(), position);
+            ASSERT_LT(position - ring.begin(), Ring::kBlockSize);
+        }
+    }
+}
+
+TEST(RelayRing, FindsTheBytesOfSomeSecondsAgo) {
+    constexpr std::uint64_t kSecond = 1000000;
+    relay::Budget budget(100 * Ring::kBlockSize);
+    Ring ring(budget, 10 * kSecond);
+    EXPECT_EQ(ring.seek_back(5, 0), 0U);
+    for (std::uint64_t ms = 0; ms <= 30000; ms += 100) {  // 100 blocks in 30 seconds
+        for (std::size_t left = 116 * kPacketSize; left != 0;) {
+            const std::size_t size = std::min(ring.room().size(), left);
+            ring.commit(size, ms * 1000);
+            left -= size;
+        }
+        ring.trim(ring.kept_from(ms * 1000));
+    }
+    constexpr std::uint64_t kNow = 30 * kSecond;
+    constexpr std::uint64_t kTick = 116 * kPacketSize;
+    EXPECT_GE(ring.bytes(), 100 * kTick);
+    EXPECT_LE(ring.bytes(), 107 * kTick);
+    for (const std::uint64_t seconds : {0U, 1U, 5U, 10U, 11U, 1000000U}) {
+        const std::uint64_t back = ring.end() - ring.seek_back(seconds, kNow);
+        const std::uint64_t ticks = 10 * std::min<std::uint64_t>(seconds, 10);
+        EXPECT_LE(back, (ticks + 1) * kTick) << seconds;
+        EXPECT_GE(back + 2 * kTick, ticks * kTick) << seconds;
+    }
+    EXPECT_EQ(ring.seek_back(5, kNow + 20 * kSecond), ring.end());  // nothing is that recent
+    while (ring.front_end() != ring.begin()) {
+        ring.drop_front();
+    }
+    EXPECT_GE(ring.seek_back(10, kNow), ring.begin());
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "stream/channel.hpp"
+#include "stream/queue.hpp"
 
 namespace zx::test {
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -13,7 +14,10 @@ namespace {
 
 constexpr std::uint64_t kSmallestBuffer = 128U << 10U;  // twice the largest message
 constexpr std::uint64_t kLargestBuffer = 1U << 30U;
-constexpr unsigned kLongestKeep = 2147;  // seconds; a shared list holds microseconds in 31 bits
+constexpr std::uint64_t kSmallestMemory = 1U << 20U;
+constexpr std::uint64_t kLargestMemory = 1ULL << 40U;
+constexpr unsigned kLongestKeep = 86400;
+constexpr unsigned kMostSenders = 64;
 
 constexpr unsigned kMostLogs = 1000;
 
@@ -40,12 +44,17 @@ Silent sources: A tcp:// source that has sent no packets for --source-timeout yi
 waits. A silent tcp+connect:// or http:// source is connected again. Pauses between attempts grow from
 1 to 30 seconds.
 
-Slow clients: A slow client does not affect the others. If it lags further than --client-buffer, it
-misses whole messages of seven packets, which zxrelay counts. If the sender lags further than
---fifo-size, all clients miss messages.
+Clients: A client that asks by HTTP for /NAME receives the channel of that name; /playlist.m3u lists the
+channels. A client that sends nothing for 200 ms receives the stream without HTTP.
 
-Time shift: With --keep, a client that sends the line "last N" receives the stream from N seconds ago
-on. The stream is kept in memory: 30 seconds of 8 Mbit/s take 30 MB.
+Slow clients: A slow client does not affect the others. If it lags further than --client-buffer, it
+misses whole packets, which zxrelay counts as messages of seven. If the sender lags further than
+--fifo-size, all clients miss messages of datagrams, and other sources wait.
+
+Time shift: With --keep, a client that sends the line "last N", or asks by HTTP for /NAME?last=N,
+receives the stream starting N seconds ago. The stream is kept in memory: 30 seconds of 8 Mbit/s take
+30 MB. If --memory is used up, the slowest client loses its place first, then the time shift gets
+shorter.
 
 Log: A log file of more than 10 MiB is renamed to FILE.1 within a minute, the older FILE.1 to FILE.2 and
 so on, and a new one is started. Clients can cause at most 20 lines of each kind in a minute. The others
@@ -65,10 +74,25 @@ SIZE is in bytes and may end in k, m or g.
 Examples:
   zxrelay --input tcp://0.0.0.0:5000 --output 0.0.0.0:8000
       ffmpeg -re -i film.mp4 -c copy -f mpegts tcp://relay:5000
-      ffplay tcp://relay:8000
+      ffplay http://relay:8000/stream
   zxrelay --input udp://239.1.1.1:1234 --interface eth0 --output '[::]:8000'
   zxrelay --config /etc/zxrelay.toml --daemon --watchdog --pid-file /run/zxrelay.pid
       where the file has lines such as  log = "/var/log/zxrelay/log")";
+
+// Checks for CLI11: an empty text means that the value is good.
+std::string is_channel_name(const std::string& name) {
+    const bool is_good =
+        !name.empty() && name.find_first_not_of(
+                             "0123456789abcdefghijklmnopqrstuvwxyz"
+                             "ABCDEFGHIJKLMNOPQRSTUVWXYZ-._~") == std::string::npos;
+    return is_good ? "" : "'" + name + "' is not a name of letters, digits, '-', '.', '_' and '~'";
+}
+
+std::string is_origin(const std::string& origin) {
+    const bool is_good = !origin.empty() && std::all_of(origin.begin(), origin.end(),
+                                                        [](char c) { return c > ' ' && c <= '~'; });
+    return is_good ? "" : "'" + origin + "' is not an origin";
+}
 
 void define_stream(CLI::App& app, Options& options) {
     app.add_option("-i,--input", options.input_url,
@@ -108,8 +132,37 @@ void define_stream(CLI::App& app, Options& options) {
                    "Keep the last SECONDS of the stream for clients that ask for it")
         ->option_text("SECONDS")
         ->check(CLI::Range(1U, kLongestKeep));
-    app.add_flag("--once", options.end_after_first_source,
-                 "End after the first stream of a TCP source, a server or a file is delivered");
+    app.add_flag(
+        "--once", options.end_after_first_source,
+        "End after the first stream of a TCP source, a server or a file has been delivered");
+}
+
+void define_clients(CLI::App& app, Options& options) {
+    app.add_option("--latency", options.latency_ms,
+                   "Send to each client once in this time; 0: send at once (default 20)")
+        ->option_text("MS")
+        ->check(CLI::Range(0U, 1000U));
+    app.add_option("--senders", options.senders,
+                   "Share the clients among this many threads (default 1)")
+        ->option_text("N")
+        ->check(CLI::Range(1U, kMostSenders));
+    app.add_option("--memory", options.memory_bytes,
+                   "Keep at most SIZE bytes of the stream for all clients (default 256m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestMemory, kLargestMemory));
+    app.add_option("--max-clients", options.max_clients,
+                   "Refuse further clients (default: as the limit of open files allows)")
+        ->option_text("N")
+        ->check(CLI::Range(1U, 10000000U));
+    app.add_option("--name", options.channel_name,
+                   "The name of the channel, for HTTP (default stream)")
+        ->option_text("NAME")
+        ->check(is_channel_name);
+    app.add_option("--cors", options.cors_origin,
+                   "Let web pages of this origin read the stream (* for all)")
+        ->option_text("ORIGIN")
+        ->check(is_origin);
 }
 
 void define_reports(CLI::App& app, Options& options) {
@@ -152,6 +205,7 @@ void define_service(CLI::App& app, Options& options) {
 void define(CLI::App& app, Options& options) {
     tools::define_common(app, zxcommon_api_version());
     define_stream(app, options);
+    define_clients(app, options);
     define_reports(app, options);
     define_service(app, options);
     app.footer(kNotes);
@@ -161,7 +215,7 @@ void define(CLI::App& app, Options& options) {
 
 Options parse_options(int argc, char** argv) {
     Options options;
-    CLI::App app("Relays an MPEG transport stream to any number of TCP clients.", "zxrelay");
+    CLI::App app("Relays an MPEG transport stream to any number of clients.", "zxrelay");
     define(app, options);
     tools::parse(app, argc, argv);
     if (!options.log_file.empty()) {

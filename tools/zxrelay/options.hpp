@@ -20,7 +20,13 @@ struct Options {
     std::uint64_t client_buffer_bytes = 1U << 20U;
     unsigned source_timeout_seconds = 10;
     unsigned stall_timeout_seconds = 30;
-    unsigned keep_seconds = 0;  // 0: no time-shift store
+    unsigned keep_seconds = 0;  // 0: no time shift
+    unsigned latency_ms = 20;
+    unsigned senders = 1;
+    std::uint64_t memory_bytes = 256U << 20U;
+    unsigned max_clients = 0;  // 0: as many as there are descriptors for
+    std::string channel_name = "stream";
+    std::string cors_origin;  // empty: no page of another site may read the stream
     bool end_after_first_source = false;
     bool print_stats = false;
     bool daemon = false;

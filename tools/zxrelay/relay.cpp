@@ -1,8 +1,9 @@
 #include "relay.hpp"
 
+#include <sys/resource.h>
 #include <time.h>
 
-#include <memory>
+#include <algorithm>
 #include <optional>
 #include <string>
 
@@ -11,10 +12,8 @@
 #include "server/notify.hpp"
 #include "status/service.hpp"
 #include "stream/channel.hpp"
-#include "stream/fanout.hpp"
+#include "stream/senders.hpp"
 #include "stream/snapshot.hpp"
-#include "stream/stats.hpp"
-#include "stream/store.hpp"
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
 #include "zxlog.h"
@@ -28,6 +27,10 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
+constexpr std::uint64_t kOtherDescriptors = 24;
+constexpr std::uint64_t kInputDescriptors = 8;    // of each input, with those of a transfer
+constexpr std::uint64_t kStatusDescriptors = 68;  // its connections, and those of the server itself
+constexpr std::uint64_t kMostClients = 10000000;
 
 // Logs the list of buffers. Its lines have the level of information. A signal asks for it
 // explicitly, so it is logged at every level but 0.
@@ -55,6 +58,36 @@ std::vector<std::string> all_inputs(const Options& options) {
     return urls;
 }
 
+Sender::Settings sender_settings(const Options& options) {
+    Sender::Settings settings{};
+    settings.latency_us = options.latency_ms * std::uint64_t{1000};
+    settings.client_buffer_bytes = options.client_buffer_bytes;
+    settings.stall_us = options.stall_timeout_seconds * kMicro;
+    settings.keep_us = options.keep_seconds * kMicro;
+    settings.memory_bytes = options.memory_bytes;
+    settings.site = {{options.channel_name}, options.cors_origin};
+    return settings;
+}
+
+// Every client needs a descriptor. The source, the log, the status page and the connections that
+// are just being refused need some, too.
+unsigned max_clients(const Options& options) {
+    const std::uint64_t farewells = Farewells::kMost * (1 + std::uint64_t{options.senders});
+    const std::uint64_t status = options.status_address.empty() ? 0 : kStatusDescriptors;
+    const std::uint64_t inputs = kInputDescriptors * (1 + options.backup_urls.size());
+    const std::uint64_t others = kOtherDescriptors + inputs + farewells + status;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const std::uint64_t allowed =
+        std::clamp<std::uint64_t>(limit.rlim_cur, others + 1, others + kMostClients) - others;
+    if (options.max_clients > allowed) {
+        log({Level::warning, kTag}, "at most %llu clients: the limit of open files allows no more",
+            static_cast<unsigned long long>(allowed));
+    }
+    return static_cast<unsigned>(
+        options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
+}
+
 }  // namespace
 
 Relay::Relay(const Options& options)
@@ -64,43 +97,37 @@ Relay::Relay(const Options& options)
       listener_(open_listener(output_, kBacklog)) {}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
-    Stats stats;
-    Board board;
-    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes));
-    const auto store =
-        options_.keep_seconds != 0 ? std::make_unique<Store>(options_.keep_seconds) : nullptr;
+    Board board(options_.senders);
+    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes), options_.senders,
+                    options_.channel_name);
     const std::string input = inputs_.front().url.shown();
-    Fanout fanout(
-        std::move(listener_),
-        {static_cast<std::uint32_t>(options_.client_buffer_bytes), options_.stall_timeout_seconds},
-        channel, store.get(), stats, board);
-    Monitor monitor(stats, channel);
-    Worker sender("relay-send", [&](zxcommon::StopRequest& stop) { fanout.run(stop); });
+    Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
+                    max_clients(options_), {&channel}, board);
+    Monitor monitor(channel.stats, channel);
     Inputs inputs(std::move(inputs_),
-                  {options_.source_timeout_seconds, options_.end_after_first_source}, channel,
-                  stats);
+                  {options_.source_timeout_seconds, options_.end_after_first_source}, channel);
     std::optional<StatusServer> status;
     if (!options_.status_address.empty()) {
         status.emplace(parse_output(options_.status_address),
-                       Facts{input, output_.text(), options_.fifo_bytes}, stats, channel, board);
+                       Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
+                       channel.stats, channel, board);
     }
-    sender.start();
+    senders.start();
     inputs.start();
     Notifier notifier;
     announce_up(notifier, input);
     on_up();
     const auto goes_on = [&] {
-        notifier.keep_alive(stats.clients);
+        notifier.keep_alive(channel.stats.clients);
         if (options_.print_stats) {
             monitor.print_when_due();
         }
-        return !inputs.finished() || !channel.empty() || !fanout.drained();
+        return !inputs.finished() || !channel.empty() || !senders.drained();
     };
     const End end = run_main_loop(signals, log_file, notifier, goes_on);
     Notifier::announce_end();
     inputs.stop();
-    channel.close();
-    sender.stop();
+    senders.stop();
     if (options_.print_stats) {
         monitor.print();
     }

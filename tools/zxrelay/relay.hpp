@@ -13,7 +13,6 @@
 
 namespace relay {
 
-class Fanout;
 class Log;
 class Notifier;
 

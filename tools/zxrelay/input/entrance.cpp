@@ -20,44 +20,49 @@ unsigned long long take(std::uint64_t& count) {
 
 }  // namespace
 
-Entrance::Entrance(Channel& channel, Stats& stats, Selector& selector, std::size_t rank)
-    : channel_(channel), stats_(stats), selector_(selector), rank_(rank) {}
+Entrance::Entrance(Channel& channel, Selector& selector, std::size_t rank)
+    : channel_(channel), selector_(selector), rank_(rank) {}
 
 void Entrance::push(std::span<const std::uint8_t> message) {
-    if (offer(message) == Outcome::no_room) {
-        ++stats_.dropped_fifo_full;
+    if (offer([&] { return channel_.push(message); }) == Outcome::no_room) {
+        ++channel_.stats.dropped_fifo_full;
         ++dropped_;
         report_when_due();
     }
 }
 
 void Entrance::push_waiting(std::span<const std::uint8_t> message, const Interrupt& interrupt) {
-    while (offer(message) == Outcome::no_room && !interrupt.is_raised()) {
+    std::size_t queue = 0;  // the first one that lacks the message
+    const auto put = [&] {
+        queue = channel_.push_from(queue, message);
+        return queue == channel_.senders();
+    };
+    while (offer(put) == Outcome::no_room && !interrupt.is_raised()) {
         interrupt.pause(kRoomPauseMs);
     }
 }
 
-Entrance::Outcome Entrance::offer(std::span<const std::uint8_t> message) {
+Entrance::Outcome Entrance::offer(const std::function<bool()>& put) {
     const std::scoped_lock lock(selector_.mutex());
     if (!selector_.admits(rank_, zxtime_api_upTimeUs())) {
         return Outcome::done;  // another input passes: this one only shows that it is alive
     }
-    if (!channel_.push(message)) {
+    if (!put()) {
         return Outcome::no_room;
     }
-    ++stats_.messages_in;
+    ++channel_.stats.messages_in;
     return Outcome::done;
 }
 
 void Entrance::count_received(std::size_t bytes) {
     if (selector_.is_chosen(rank_)) {
-        stats_.bytes_in += bytes;
+        channel_.stats.bytes_in += bytes;
     }
 }
 
 void Entrance::count_skipped(std::uint64_t bytes) {
     if (bytes != 0) {
-        stats_.bytes_no_stream += bytes;
+        channel_.stats.bytes_no_stream += bytes;
         skipped_ += bytes;
         report_when_due();
     }
@@ -65,7 +70,7 @@ void Entrance::count_skipped(std::uint64_t bytes) {
 
 void Entrance::count_lost(std::uint64_t datagrams) {
     if (datagrams != 0) {
-        stats_.datagrams_lost += datagrams;
+        channel_.stats.datagrams_lost += datagrams;
         lost_ += datagrams;
         report_when_due();
     }

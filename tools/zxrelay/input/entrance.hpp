@@ -2,12 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 
 #include "input/interrupt.hpp"
 #include "input/selector.hpp"
 #include "stream/channel.hpp"
-#include "stream/stats.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
@@ -16,7 +16,7 @@ namespace relay {
 // logs what was lost, once a second at most.
 class Entrance {
 public:
-    Entrance(Channel& channel, Stats& stats, Selector& selector, std::size_t rank);
+    Entrance(Channel& channel, Selector& selector, std::size_t rank);
     ~Entrance() { report(); }
     Entrance(const Entrance&) = delete;
     Entrance& operator=(const Entrance&) = delete;
@@ -40,11 +40,10 @@ public:
 
 private:
     enum class Outcome { done, no_room };
-    Outcome offer(std::span<const std::uint8_t> message);
+    Outcome offer(const std::function<bool()>& put);
     void report();
 
     Channel& channel_;
-    Stats& stats_;
     Selector& selector_;
     const std::size_t rank_;
     std::uint64_t last_report_ = 0;

@@ -65,9 +65,9 @@ std::vector<OpenInput> open_inputs(const std::vector<std::string>& urls,
     return inputs;
 }
 
-Inputs::Lane::Lane(OpenInput input, const InputOptions& options, Channel& channel, Stats& stats,
+Inputs::Lane::Lane(OpenInput input, const InputOptions& options, Channel& channel,
                    Selector& selector, std::size_t rank)
-    : entrance(channel, stats, selector, rank),
+    : entrance(channel, selector, rank),
       source(make_source(std::move(input), options, entrance)),
       worker(thread_name(rank), [this](zxcommon::StopRequest&) { run(); }) {}
 
@@ -82,11 +82,10 @@ void Inputs::Lane::run() {
     }
 }
 
-Inputs::Inputs(std::vector<OpenInput> open, const InputOptions& options, Channel& channel,
-               Stats& stats)
+Inputs::Inputs(std::vector<OpenInput> open, const InputOptions& options, Channel& channel)
     : selector_(names_of(open), zxtime_api_upTimeUs()) {
     for (std::size_t rank = 0; rank < open.size(); ++rank) {
-        lanes_.emplace_back(std::move(open[rank]), options, channel, stats, selector_, rank);
+        lanes_.emplace_back(std::move(open[rank]), options, channel, selector_, rank);
     }
 }
 

@@ -32,8 +32,7 @@ std::vector<OpenInput> open_inputs(const std::vector<std::string>& urls,
 
 class Inputs {
 public:
-    Inputs(std::vector<OpenInput> open, const InputOptions& options, Channel& channel,
-           Stats& stats);
+    Inputs(std::vector<OpenInput> open, const InputOptions& options, Channel& channel);
     ~Inputs() { stop(); }
     Inputs(const Inputs&) = delete;
     Inputs& operator=(const Inputs&) = delete;
@@ -49,8 +48,8 @@ private:
         Entrance entrance;
         std::unique_ptr<Source> source;
         Worker worker;
-        Lane(OpenInput input, const InputOptions& options, Channel& channel, Stats& stats,
-             Selector& selector, std::size_t rank);
+        Lane(OpenInput input, const InputOptions& options, Channel& channel, Selector& selector,
+             std::size_t rank);
         void run();
     };
     Selector selector_;

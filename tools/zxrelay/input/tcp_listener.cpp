@@ -9,7 +9,7 @@ namespace {
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr int kWaitMs = 1000;  // then reports may be due
+constexpr int kWaitMs = 1000;  // then the report may be due
 constexpr int kErrorPauseMs = 100;
 
 }  // namespace
@@ -23,9 +23,9 @@ TcpListener::TcpListener(zxcommon::Descriptor listener, Entrance& entrance,
 
 void TcpListener::run() {
     while (!is_done()) {
-        served_.report_when_due();
+        const bool is_report_due = served_.report_when_due();
         entrance_.report_when_due();
-        if (interrupt_.wait(listener_.get(), kWaitMs)) {
+        if (interrupt_.wait(listener_.get(), is_report_due ? kWaitMs : kForever)) {
             serve();
         }
     }

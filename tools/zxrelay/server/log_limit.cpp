@@ -28,9 +28,10 @@ bool LogLimit::admits() {
     return ++lines_ <= kMostLines;
 }
 
-void LogLimit::report_when_due() {
+bool LogLimit::report_when_due() {
     const std::scoped_lock lock(mutex_);
     report_if_over(zxtime_api_upTimeUs());
+    return lines_ > kMostLines;
 }
 
 void LogLimit::report_if_over(std::uint64_t now) {

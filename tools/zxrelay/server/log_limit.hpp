@@ -19,8 +19,9 @@ public:
     // True if the caller shall log its line.
     [[nodiscard]] bool admits();
 
-    // Logs the number when it is due. The owner calls it about once a second.
-    void report_when_due();
+    // Logs the number when it is due. The owner calls it about once a second while it is needed:
+    // returns true while there is a number that is not logged yet.
+    bool report_when_due();
 
 private:
     void report_if_over(std::uint64_t now);

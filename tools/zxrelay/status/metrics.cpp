@@ -70,6 +70,9 @@ void add_source(Text& text, const Report& report) {
     text.add_of_channel("zxrelay_source_dropped_messages_total",
                         "Messages that all clients missed, because the FIFO was full.",
                         stats.dropped_fifo_full);
+    text.add_of_channel("zxrelay_source_lost_datagrams_total",
+                        "Datagrams of RTP that were sent, but have not arrived.",
+                        stats.datagrams_lost);
     text.add_of_channel("zxrelay_source_up", "1 while the source sends.",
                         std::uint64_t{is_receiving(report) ? 1U : 0U});
     text.add_of_channel("zxrelay_fifo_fill_ratio", "How full the FIFO is, from 0 to 1.",
@@ -83,6 +86,8 @@ void add_clients(Text& text, const Report& report) {
                         std::uint64_t{stats.clients});
     text.add_of_channel("zxrelay_client_connections_total", "Clients that have connected so far.",
                         stats.connections);
+    text.add_of_channel("zxrelay_client_refusals_total",
+                        "Clients refused because there were too many.", stats.refused_clients);
     text.add_of_channel("zxrelay_client_bytes_total", "Bytes sent to clients.", stats.bytes_out);
     text.add_of_channel("zxrelay_client_dropped_messages_total",
                         "Messages that single clients missed, because they were too slow.",

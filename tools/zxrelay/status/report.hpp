@@ -16,7 +16,7 @@ struct Facts {
     std::string source;
     std::string output;
     std::uint64_t fifo_size = 0;
-    std::string channel = "stream";
+    std::string channel;
 };
 
 // Bytes per second.

@@ -1,56 +1,49 @@
 #include "stream/channel.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include "common/failure.hpp"
+#include <algorithm>
+#include <utility>
 
 namespace relay {
 
-Channel::Channel(std::uint32_t capacity)
-    : fifo_(capacity, "relay"), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!fifo_ || !wake_) {
-        throw tools::Failure("no memory for the FIFO");
+Channel::Channel(std::uint32_t capacity, std::size_t senders, std::string name)
+    : name_(std::move(name)) {
+    for (std::size_t i = 0; i < senders; ++i) {
+        queues_.push_back(std::make_unique<Queue>(capacity));
     }
 }
 
-bool Channel::push(std::span<const std::uint8_t> message) {
-    // There is only one producer, so the room cannot shrink before message_in().
-    if (static_cast<std::size_t>(fifo_.left()) < ZXFIFO_PREFIX_SIZE + message.size()) {
-        return false;
+bool Channel::push(std::span<const std::uint8_t> packets) {
+    bool all = true;
+    for (const auto& queue : queues_) {
+        all = queue->push(packets) && all;
     }
-    fifo_.message_in(message);
-    wake();
-    return true;
+    return all;
 }
 
-std::span<const std::uint8_t> Channel::pop(std::span<std::uint8_t> buffer) {
-    if (empty()) {
-        return {};
+std::size_t Channel::push_from(std::size_t first, std::span<const std::uint8_t> packets) {
+    while (first < queues_.size() && queues_[first]->push(packets)) {
+        ++first;
     }
-    const std::int32_t size = fifo_.message_out(buffer);
-    return buffer.first(size > 0 ? static_cast<std::size_t>(size) : 0);
+    return first;
+}
+
+bool Channel::empty() const {
+    return std::all_of(queues_.begin(), queues_.end(),
+                       [](const auto& queue) { return queue->empty(); });
 }
 
 double Channel::fill_ratio() const {
-    return static_cast<double>(fifo_.used()) / static_cast<double>(fifo_.get()->size);
-}
-
-void Channel::clear_wake() {
-    if (!closed_) {
-        std::uint64_t count;
-        [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
+    double fullest = 0;
+    for (const auto& queue : queues_) {
+        fullest = std::max(fullest, queue->fill_ratio());
     }
-}
-
-void Channel::wake() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
+    return fullest;
 }
 
 void Channel::close() {
-    closed_ = true;
-    wake();
+    for (const auto& queue : queues_) {
+        queue->close();
+    }
 }
 
 }  // namespace relay

@@ -1,44 +1,42 @@
-// Passes messages from the receiving thread to the sending thread.
+// A channel: a named stream on its way from its source to the senders.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <span>
+#include <string>
+#include <vector>
 
-#include "zxcommon.hpp"
+#include "stream/queue.hpp"
+#include "stream/stats.hpp"
 
 namespace relay {
 
-inline constexpr std::size_t kPacketSize = 188;
-inline constexpr std::size_t kMessageSize = 7 * kPacketSize;
-inline constexpr std::size_t kLargestMessage = 65535;  // no datagram is larger
-
-// For one producer and one consumer.
+// Every sender has a queue of its own.
 class Channel {
 public:
-    explicit Channel(std::uint32_t capacity);
+    // `capacity`: of each queue. Throws a Failure.
+    explicit Channel(std::uint32_t capacity, std::size_t senders = 1, std::string name = "stream");
 
-    // Returns false if the message does not fit; then none of it is queued.
-    bool push(std::span<const std::uint8_t> message);
+    // These are for the one thread that receives at a time.
+    // Returns false if a queue has no room; then its sender misses the packets.
+    bool push(std::span<const std::uint8_t> packets);
+    // Pushes to the queues from number `first` on, as long as they have room. Returns the number of
+    // the one that has none; senders() when all have the packets.
+    [[nodiscard]] std::size_t push_from(std::size_t first, std::span<const std::uint8_t> packets);
+    [[nodiscard]] std::size_t senders() const { return queues_.size(); }
 
-    // Reads the next message into `buffer`, which has room for the largest one. Returns an empty
-    // span if there is no message.
-    std::span<const std::uint8_t> pop(std::span<std::uint8_t> buffer);
+    [[nodiscard]] const std::string& name() const { return name_; }
+    [[nodiscard]] Queue& queue(std::size_t sender) { return *queues_[sender]; }
+    [[nodiscard]] bool empty() const;
+    [[nodiscard]] double fill_ratio() const;  // of the fullest queue
+    void close();                             // wakes the senders from now on
 
-    [[nodiscard]] bool empty() const { return fifo_.used() == 0; }
-    [[nodiscard]] double fill_ratio() const;  // from 0 to 1
-
-    // This descriptor is readable after push() and wake(), until clear_wake(). After close() it
-    // stays readable.
-    [[nodiscard]] int wake_fd() const { return wake_.get(); }
-    void clear_wake();
-    void wake();
-    void close();
+    Stats stats;
 
 private:
-    zxcommon::Fifo fifo_;
-    zxcommon::Descriptor wake_;
-    std::atomic<bool> closed_{false};
+    const std::string name_;
+    std::vector<std::unique_ptr<Queue>> queues_;
 };
 
 }  // namespace relay

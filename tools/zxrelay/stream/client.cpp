@@ -6,133 +6,96 @@
 #include <cerrno>
 #include <utility>
 
-#include "stream/channel.hpp"
-#include "zxtime.h"
-
 namespace relay {
 namespace {
 
-constexpr int kPiecesPerFlush = 32;  // then other clients get their turn
-constexpr std::uint64_t kPacketsPerMessage = kMessageSize / kPacketSize;
+constexpr std::size_t kBytesPerTurn = 1U << 20U;  // then the other clients are served
+constexpr std::size_t kPartsPerTurn = kBytesPerTurn / Ring::kBlockSize + 3;
+
+// What `bytes`, counted from the start of the stream, lack to a whole packet.
+std::uint64_t to_whole_packet(std::uint64_t bytes) {
+    return (kPacketSize - bytes % kPacketSize) % kPacketSize;
+}
 
 }  // namespace
 
-Client::Client(int fd, std::string peer, std::uint32_t buffer_size)
-    : fd_(fd),
-      peer_(std::move(peer)),
-      buffer_size_(buffer_size),
-      last_progress_us_(zxtime_api_upTimeUs()) {}
-
-Client::~Client() {
-    zxfifo_api_blockDeinit(&backlog_);
+Client::Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach,
+               std::string first)
+    : guest_(std::move(guest)),
+      feed_(feed),
+      position_(position),
+      reach_(reach),
+      first_(std::move(first)) {
+    first_.reserve(kPacketSize);  // keep_rest_of_packet() needs no memory later
 }
 
-Client::Outcome Client::offer(std::span<const std::uint8_t> message) {
-    if (is_time_shifted()) {
-        return Outcome::sent;
+bool Client::send_due(std::uint64_t now_us) {
+    iovec parts[kPartsPerTurn];
+    parts[0] = {first_.data(), first_.size()};
+    const std::size_t count =
+        1 + feed_.ring.gather(position_, std::span(parts).subspan(1), kBytesPerTurn);
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = count;
+    const ssize_t sent = sendmsg(fd(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0) {
+        return errno == EAGAIN || errno == EINTR || errno == ENOBUFS;
     }
-    if (!lags()) {
-        const std::int64_t sent = send_now(message);
-        if (sent < 0) {
-            return Outcome::gone;
-        }
-        message = message.subspan(static_cast<std::size_t>(sent));
-        if (message.empty()) {
-            return Outcome::sent;
-        }
-        return append_to_backlog(message) ? Outcome::sent : Outcome::gone;
-    }
-    if (static_cast<std::size_t>(zxfifo_api_blockSizeLeft(backlog_)) < message.size()) {
-        ++dropped_;
-        return Outcome::dropped;
-    }
-    return append_to_backlog(message) ? Outcome::sent : Outcome::gone;
-}
-
-bool Client::flush() {
-    for (int piece = 0; piece < kPiecesPerFlush && lags(); ++piece) {
-        if (unsent_.empty()) {
-            refill();
-        }
-        const std::int64_t sent = send_now(unsent_);
-        if (sent < 0) {
-            return false;
-        }
-        if (sent == 0) {
-            return true;
-        }
-        unsent_ = unsent_.subspan(static_cast<std::size_t>(sent));
+    if (sent > 0) {
+        last_progress_us_ = now_us;
+        advance(static_cast<std::size_t>(sent));
     }
     return true;
+}
+
+void Client::advance(std::size_t sent) {
+    bytes_sent_ += sent;
+    const std::size_t of_first = std::min(sent, first_.size());
+    first_.erase(0, of_first);
+    position_ += sent - of_first;
 }
 
 bool Client::read_input(std::optional<std::uint64_t>& seconds) {
     char received[4096];
     const ssize_t got = recv(fd(), received, sizeof received, MSG_DONTWAIT);
-    if (got > 0) {
+    if (got > 0 && has_requests_) {
         seconds = requests_.feed({received, static_cast<std::size_t>(got)});
     }
     return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
 }
 
-void Client::start_time_shift(const Store& store, const Store::Place& place) {
-    store_ = &store;
-    place_ = place;
+void Client::shift_to(std::uint64_t position) {
+    keep_rest_of_packet();
+    position_ = position;
+    reach_ = kWholeRing;
 }
 
-void Client::set_watched(bool is_watched) {
+std::uint64_t Client::skip_to(std::uint64_t position) {
+    keep_rest_of_packet();
+    const std::uint64_t messages = (position - position_ + kMessageSize - 1) / kMessageSize;
+    position_ = position;
+    dropped_ += messages;
+    return messages;
+}
+
+void Client::keep_rest_of_packet() {
+    iovec part;  // one is enough: no packet crosses the end of a block
+    const std::size_t rest = to_whole_packet(position_);
+    if (feed_.ring.gather(position_, {&part, 1}, rest) == 1) {
+        first_.append(static_cast<const char*>(part.iov_base), part.iov_len);
+        position_ += part.iov_len;
+    }
+}
+
+void Client::set_watched(bool is_watched, std::uint64_t now_us) {
     is_watched_ = is_watched;
     if (is_watched) {
-        last_progress_us_ = zxtime_api_upTimeUs();
+        last_progress_us_ = now_us;
     }
 }
 
 std::uint64_t Client::take_progress() {
     return bytes_sent_ - std::exchange(bytes_seen_, bytes_sent_);
-}
-
-// Returns the number of bytes that the socket accepted, 0 if it is full, or -1 if the connection
-// failed.
-std::int64_t Client::send_now(std::span<const std::uint8_t> bytes) {
-    const ssize_t sent = send(fd(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (sent < 0) {
-        return errno == EAGAIN || errno == EINTR ? 0 : -1;
-    }
-    bytes_sent_ += static_cast<std::uint64_t>(sent);
-    last_progress_us_ = zxtime_api_upTimeUs();
-    return sent;
-}
-
-// The caller has checked that the bytes fit. A new backlog has room for every message.
-bool Client::append_to_backlog(std::span<const std::uint8_t> bytes) {
-    if (backlog_ == nullptr) {
-        backlog_ = zxfifo_api_blockInit(buffer_size_, peer_.c_str());
-        if (backlog_ == nullptr) {
-            return false;
-        }
-    }
-    zxfifo_api_blockIn(backlog_, bytes.data(), static_cast<std::int32_t>(bytes.size()), nullptr);
-    return true;
-}
-
-void Client::refill() {
-    const std::size_t size = std::min(backlog_bytes(), chunk_.size());
-    if (size == 0) {
-        std::uint64_t lost = 0;
-        unsent_ = store_->read(place_, chunk_, lost);
-        dropped_ += (lost + kPacketsPerMessage - 1) / kPacketsPerMessage;
-        return;
-    }
-    zxfifo_api_blockOut(backlog_, chunk_.data(), static_cast<std::int32_t>(size), nullptr);
-    unsent_ = std::span(chunk_).first(size);
-}
-
-std::size_t Client::backlog_bytes() const {
-    return backlog_ != nullptr ? static_cast<std::size_t>(zxfifo_api_blockSizeUsed(backlog_)) : 0;
-}
-
-std::uint64_t Client::bytes_waiting() const {
-    return backlog_bytes() + unsent_.size() + (store_ != nullptr ? store_->bytes_after(place_) : 0);
 }
 
 }  // namespace relay

@@ -1,59 +1,68 @@
 // A client: receives the stream.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <unordered_map>
 
+#include "stream/admission.hpp"
+#include "stream/feed.hpp"
 #include "stream/request.hpp"
-#include "stream/store.hpp"
 #include "zxcommon.hpp"
-#include "zxfifo.h"
 
 namespace relay {
 
-// A live client sends each message to its socket directly. Bytes that the socket does not accept
-// wait in the backlog, a FIFO that is allocated when the client first needs it. While the backlog
-// is full, the client misses whole messages; other clients do not. A time-shifted client ignores
-// messages: it reads from the store, as fast as its socket accepts data.
+// A client has a place in the ring of its channel and sends from there what its socket accepts. So
+// a client that lags costs no memory of its own.
 class Client {
 public:
-    Client(int fd, std::string peer, std::uint32_t buffer_size);
-    ~Client();
+    static constexpr std::uint64_t kWholeRing = UINT64_MAX;
+
+    // `reach`: how many bytes the client may lag; kWholeRing for a client that is shifted in time.
+    // `first`: is sent before the stream.
+    Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach, std::string first);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    enum class Outcome { sent, dropped, gone };
-    Outcome offer(std::span<const std::uint8_t> message);
-
-    // Sends waiting bytes until the socket is full or a limit is reached, so that other clients get
+    // Sends what is due until the socket is full or a limit is reached, so that other clients get
     // their turn. Returns false if the connection failed.
-    bool flush();
+    bool send_due(std::uint64_t now_us);
 
     // Reads what the client has sent. Sets `seconds` if it asks for the last seconds of the stream.
     // Returns false if the client has closed the connection or the connection failed.
     bool read_input(std::optional<std::uint64_t>& seconds);
 
-    // From now on the client reads from the store, from `place` on. Bytes that wait in the backlog
-    // are sent first.
-    void start_time_shift(const Store& store, const Store::Place& place);
-    [[nodiscard]] bool is_time_shifted() const { return store_ != nullptr; }
+    // From now on, nothing that the client sends is a request.
+    void ignore_requests() { has_requests_ = false; }
 
-    // True while bytes wait to be sent.
-    [[nodiscard]] bool lags() const { return bytes_waiting() != 0; }
-    [[nodiscard]] std::uint64_t bytes_waiting() const;
+    // Continues at `position`, from which on the client may lag as far as the ring reaches. The
+    // packet that is sent in part is completed.
+    void shift_to(std::uint64_t position);
+    // The same for a client that lags too far: counts the messages that it misses. Returns their
+    // number.
+    std::uint64_t skip_to(std::uint64_t position);
+
+    [[nodiscard]] Feed& feed() const { return feed_; }
+    [[nodiscard]] std::uint64_t position() const { return position_; }
+    [[nodiscard]] std::uint64_t reach() const { return reach_; }
+    [[nodiscard]] bool is_time_shifted() const { return reach_ == kWholeRing; }
+    [[nodiscard]] std::uint64_t bytes_waiting() const {
+        return first_.size() + feed_.ring.end() - position_;
+    }
 
     // True while the epoll set waits for room in the socket. The owner sets it when the client
     // starts or stops to lag.
     [[nodiscard]] bool is_watched() const { return is_watched_; }
-    void set_watched(bool is_watched);
+    void set_watched(bool is_watched, std::uint64_t now_us);
 
-    [[nodiscard]] int fd() const { return fd_.get(); }
-    [[nodiscard]] const std::string& peer() const { return peer_; }
+    // A client that is gone is not served any more.
+    [[nodiscard]] bool is_gone() const { return is_gone_; }
+    void set_gone() { is_gone_ = true; }
+
+    [[nodiscard]] int fd() const { return guest_.fd.get(); }
+    [[nodiscard]] const std::string& peer() const { return guest_.peer; }
     [[nodiscard]] std::uint64_t bytes_sent() const { return bytes_sent_; }
     [[nodiscard]] std::uint64_t dropped() const { return dropped_; }
 
@@ -64,22 +73,19 @@ public:
     [[nodiscard]] std::uint64_t last_progress_us() const { return last_progress_us_; }
 
 private:
-    std::int64_t send_now(std::span<const std::uint8_t> bytes);
-    bool append_to_backlog(std::span<const std::uint8_t> bytes);
-    void refill();
-    [[nodiscard]] std::size_t backlog_bytes() const;
+    void advance(std::size_t sent);
+    void keep_rest_of_packet();
 
-    zxcommon::Descriptor fd_;
-    std::string peer_;
-    std::uint32_t buffer_size_;
-    zxfifoblock_ctt* backlog_ = nullptr;
-    std::array<std::uint8_t, 16384> chunk_;  // holds unsent_
-    std::span<const std::uint8_t> unsent_;   // from the backlog or the store, sent next
-    const Store* store_ = nullptr;
-    Store::Place place_;
+    const Guest guest_;
+    Feed& feed_;
+    std::uint64_t position_;
+    std::uint64_t reach_;
+    std::string first_;  // sent before what is at position_
     RequestReader requests_;
+    bool has_requests_ = true;
     bool is_watched_ = false;
-    std::uint64_t last_progress_us_;
+    bool is_gone_ = false;
+    std::uint64_t last_progress_us_ = 0;
     std::uint64_t bytes_sent_ = 0;
     std::uint64_t bytes_seen_ = 0;
     std::uint64_t dropped_ = 0;

@@ -14,7 +14,7 @@ using tools::Failure;
 constexpr int kKeepAliveIdleSec = 5;
 constexpr int kKeepAliveIntervalSec = 2;
 constexpr int kKeepAliveProbes = 3;
-constexpr int kUnackedMs = 15000;
+constexpr int kUnsentBytes = 128 << 10;
 
 [[noreturn]] void fail(const char* what, const Endpoint& endpoint) {
     throw tools::system_failure(std::string(what) + " " + endpoint.text());
@@ -30,7 +30,6 @@ void detect_dead_peer(int fd) {
     set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSec);
     set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSec);
     set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-    set_option(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnackedMs);
 }
 
 }  // namespace
@@ -77,6 +76,11 @@ int accept_connection(int listener, std::string& peer) {
     peer = Endpoint{host, port}.text();
     detect_dead_peer(fd);
     return fd;
+}
+
+void prepare_for_stream(int fd) {
+    set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    set_option(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kUnsentBytes);
 }
 
 }  // namespace relay

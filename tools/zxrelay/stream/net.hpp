@@ -27,4 +27,7 @@ zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);
 // and sets `errno` if it accepts none.
 int accept_connection(int listener, std::string& peer);
 
+// For a connection of a client: the kernel sends at once, and keeps little that it has not sent.
+void prepare_for_stream(int fd);
+
 }  // namespace relay

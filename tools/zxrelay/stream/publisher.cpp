@@ -14,9 +14,10 @@ constexpr std::uint64_t kSpareBuffers = 4096;  // for those added before the pag
 
 }  // namespace
 
-Publisher::Publisher(Board& board) : board_(board), last_us_(zxtime_api_upTimeUs()) {}
+Publisher::Publisher(Board& board, std::size_t sender)
+    : board_(board), sender_(sender), last_us_(zxtime_api_upTimeUs()) {}
 
-void Publisher::publish(const Clients& clients, const Store* store) {
+void Publisher::publish(const Clients& clients, const std::vector<std::unique_ptr<Feed>>& feeds) {
     const std::uint64_t now = zxtime_api_upTimeUs();
     const std::uint64_t passed = std::max<std::uint64_t>(now - std::exchange(last_us_, now), 1);
     Snapshot snapshot;
@@ -25,15 +26,16 @@ void Publisher::publish(const Clients& clients, const Store* store) {
                                     client->take_progress() * kMicro / passed, client->dropped(),
                                     client->bytes_waiting(), client->is_time_shifted()});
     }
-    snapshot.locks = view_locks();
-    if (store != nullptr) {
-        snapshot.stored_bytes = store->bytes();
-        snapshot.stored_nodes = store->nodes();
+    if (sender_ == 0) {  // the locks of the whole process
+        snapshot.locks = view_locks();
     }
-    // The FIFO, each backlog and each node take two buffers.
-    snapshot.tracked_buffers =
-        2 * (1 + snapshot.clients.size() + snapshot.stored_nodes) + kSpareBuffers;
-    board_.publish(std::move(snapshot));
+    for (const auto& feed : feeds) {
+        snapshot.stored_bytes += feed->ring.bytes();
+        snapshot.stored_nodes += feed->ring.blocks();
+    }
+    // A queue takes two buffers.
+    snapshot.tracked_buffers = 2 * feeds.size() + snapshot.stored_nodes + kSpareBuffers;
+    board_.publish(std::move(snapshot), sender_);
 }
 
 }  // namespace relay

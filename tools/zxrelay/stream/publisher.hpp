@@ -1,23 +1,27 @@
-// Publishes what the status page shows of the sending thread.
+// Publishes what the status page shows of a sender.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 #include "stream/client.hpp"
+#include "stream/feed.hpp"
 #include "stream/snapshot.hpp"
-#include "stream/store.hpp"
 
 namespace relay {
 
 class Publisher {
 public:
-    explicit Publisher(Board& board);
+    Publisher(Board& board, std::size_t sender);
 
-    // Rates cover the time since the last call. `store`: nullptr without --keep.
-    void publish(const Clients& clients, const Store* store);
+    // Rates cover the time since the last call.
+    void publish(const Clients& clients, const std::vector<std::unique_ptr<Feed>>& feeds);
 
 private:
     Board& board_;
+    const std::size_t sender_;
     std::uint64_t last_us_;
 };
 

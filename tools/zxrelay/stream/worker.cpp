@@ -1,8 +1,12 @@
 #include "stream/worker.hpp"
 
 #include <pthread.h>
+#include <time.h>
+
+#include <exception>
 
 #include "common/failure.hpp"
+#include "zxtime.h"
 
 namespace relay {
 namespace {
@@ -10,6 +14,8 @@ namespace {
 using tools::Failure;
 
 constexpr zxcommon::Wait kHandshake{5000, 2};
+constexpr std::uint64_t kLogIntervalUs = 1000000;
+constexpr timespec kPause{0, 10000000};
 
 }  // namespace
 
@@ -43,8 +49,24 @@ void* Worker::run(void* self) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     auto& worker = *static_cast<Worker*>(self);
     zxthread_api_setName(worker.name_.c_str());
-    zxcommon::run_worker(&worker.record_, kHandshake, worker.body_);
+    zxcommon::run_worker(&worker.record_, kHandshake,
+                         [&worker](zxcommon::StopRequest& stop) { worker.work(stop); });
     return nullptr;
+}
+
+void Worker::work(zxcommon::StopRequest& stop) const {
+    std::uint64_t last_log = 0;
+    while (!stop.seen()) {
+        try {
+            return body_(stop);
+        } catch (const std::exception& failure) {
+            if (zxtime_api_counterAsyncUs(&last_log, kLogIntervalUs) == 1) {
+                zxcommon::log({zxcommon::Level::error, "RELAY"}, "%s: %s", name_.c_str(),
+                              failure.what());
+            }
+            nanosleep(&kPause, nullptr);
+        }
+    }
 }
 
 }  // namespace relay

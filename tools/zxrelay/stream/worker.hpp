@@ -11,7 +11,8 @@ namespace relay {
 class Worker {
 public:
     // `body` runs in the thread. It must return soon after it sees the stop request; it may return
-    // earlier.
+    // earlier. If it throws an exception, for lack of memory perhaps, it is called again: a thread
+    // goes on as long as the relay does.
     Worker(std::string name, std::function<void(zxcommon::StopRequest&)> body);
     ~Worker() { stop(); }
     Worker(const Worker&) = delete;
@@ -23,6 +24,7 @@ public:
 
 private:
     static void* run(void* self);
+    void work(zxcommon::StopRequest& stop) const;
 
     std::string name_;
     std::function<void(zxcommon::StopRequest&)> body_;

@@ -1,0 +1,55 @@
+// Lets clients in.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "stream/admission.hpp"
+#include "stream/farewells.hpp"
+#include "stream/newcomer.hpp"
+#include "stream/stats.hpp"
+#include "zxcommon.hpp"
+
+namespace relay {
+
+class Door {
+public:
+    using Take = std::function<void(Guest)>;
+
+    // Clients beyond the limit of `admission` get the text `refusal`. Throws a Failure.
+    Door(zxcommon::Descriptor listener, Admission& admission, std::string refusal, Stats& stats,
+         Take take);
+    Door(const Door&) = delete;
+    Door& operator=(const Door&) = delete;
+
+    // The body of the thread that accepts connections.
+    void run(zxcommon::StopRequest& stop);
+
+    // Ends the wait of that thread. Called by another thread.
+    void close();
+
+private:
+    void turn();
+    [[nodiscard]] int wait_ms() const;
+    void accept_all();
+    void refuse(zxcommon::Descriptor fd);
+    void report_refused();
+    void update_listening();
+
+    zxcommon::Descriptor socket_;
+    zxcommon::Descriptor closed_;  // stays readable after close()
+    Admission& admission_;
+    const std::string refusal_;
+    Stats& stats_;
+    const Take take_;
+    zxcommon::Epoll epoll_;
+    Farewells farewells_;
+    std::uint64_t now_us_ = 0;
+    bool is_listening_ = true;
+    std::uint64_t resume_us_ = 0;  // nobody is accepted before
+    std::uint64_t refused_ = 0;    // not reported yet
+    std::uint64_t reported_us_ = 0;
+};
+
+}  // namespace relay

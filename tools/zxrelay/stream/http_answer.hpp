@@ -1,0 +1,33 @@
+// What the relay answers to HTTP requests.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "stream/http_request.hpp"
+
+namespace relay {
+
+// What can be asked for.
+struct Site {
+    std::vector<std::string> channels;
+    std::string cors_origin;  // whose pages may read the stream; empty: nobody's
+};
+
+struct HttpAnswer {
+    std::string text;
+    // The stream of this channel follows the text. Without one, the connection ends.
+    std::optional<std::size_t> channel;
+    std::optional<std::uint64_t> last_seconds;  // the stream begins in the past
+};
+
+// `request` is no longer partial.
+HttpAnswer answer_to(const HttpRequest& request, const Site& site);
+
+// An answer without a request: 408 or 503.
+std::string refusal(unsigned status, const Site& site);
+
+}  // namespace relay

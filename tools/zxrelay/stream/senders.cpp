@@ -1,0 +1,58 @@
+#include "stream/senders.hpp"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+namespace relay {
+namespace {
+
+constexpr std::uint64_t kLeastMemory = 4 * Ring::kBlockSize;
+
+std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std::size_t count,
+                                                  const std::vector<Channel*>& channels,
+                                                  Board& board) {
+    settings.memory_bytes = std::max(settings.memory_bytes / count, kLeastMemory);
+    std::vector<std::unique_ptr<Sender>> senders;
+    for (std::size_t i = 0; i < count; ++i) {
+        senders.push_back(std::make_unique<Sender>(settings, channels, i, board));
+    }
+    return senders;
+}
+
+}  // namespace
+
+Senders::Senders(zxcommon::Descriptor listener, Sender::Settings settings, std::size_t count,
+                 unsigned max_clients, const std::vector<Channel*>& channels, Board& board)
+    : channels_(channels),
+      admission_(max_clients),
+      senders_(make_senders(settings, count, channels, board)),
+      door_(std::move(listener), admission_,
+            refusal(HTTP_STATUS_SERVICE_UNAVAILABLE, settings.site), channels.front()->stats,
+            [this](Guest guest) { senders_[next_++ % senders_.size()]->adopt(std::move(guest)); }) {
+    workers_.push_back(std::make_unique<Worker>(
+        "relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }));
+    for (const auto& sender : senders_) {
+        const std::string suffix = count == 1 ? "" : std::to_string(workers_.size());
+        workers_.push_back(std::make_unique<Worker>(
+            "relay-send" + suffix, [&sender](zxcommon::StopRequest& stop) { sender->run(stop); }));
+    }
+}
+
+void Senders::start() {
+    std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->start(); });
+}
+
+bool Senders::drained() const {
+    return std::all_of(senders_.begin(), senders_.end(),
+                       [](const auto& sender) { return sender->drained(); });
+}
+
+// Every thread is woken first, because it waits without a limit while nothing happens.
+void Senders::stop() {
+    door_.close();
+    std::for_each(channels_.begin(), channels_.end(), [](Channel* channel) { channel->close(); });
+    std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->stop(); });
+}
+
+}  // namespace relay
