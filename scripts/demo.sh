@@ -92,9 +92,9 @@ run "the sample 250 times in a row" repeated
 
 cat <<'END'
 
-These log lines are expected. The client that gets 0 bytes is this script, which checks whether the relay
-listens. "Memry leak" is the name of the allocator for a buffer in use. In each run, this script asks for
-the list of buffers once, which shows the FIFO. At the end, the list is empty.
+These log lines are expected. The first client of each run is this script, which checks whether the relay
+listens, and disconnects. "Memry leak" is the name of the allocator for a buffer in use. In each run, this
+script asks for the list of buffers once, which shows the FIFO. At the end, the list is empty.
 END
 if [[ -s $work/unexpected ]]; then
     echo "These lines are unexpected:"
