@@ -38,7 +38,7 @@ extern "C" {
 #define ZXAES_DECRYPT 1 /**< direction */
 
 #define ZXAES_ECB 1 /**< mode of zxaes_api_done(): every block on its own */
-#define ZXAES_CBC 2 /**< mode of zxaes_api_done(): chained; other modes are feedback */
+#define ZXAES_CBC 2 /**< mode of zxaes_api_done(): chained; any other number: feedback */
 
 /**
  * A key that is ready for use in one direction. It contains the key: wipe it after use.
@@ -55,16 +55,17 @@ typedef struct zxaes_ctt {
 /**
  * Encrypts or decrypts a message of whole blocks, without padding.
  *
- * CBC starts with an IV of 16 zero bytes in every call. So does the feedback mode, whose keystream
- * is that of zxaes_innerapi_cryptCFB128() at offset 0: only this function can decrypt the result,
- * no other AES-CFB can.
+ * In every call, CBC and the feedback mode start with an IV of 16 zero bytes. The feedback mode
+ * makes its keystream as zxaes_innerapi_cryptCFB128() does, starting at offset 0. No other AES-CFB
+ * can decrypt the result.
  *
  * @param direction  #ZXAES_ENCRYPT or #ZXAES_DECRYPT; with any other value nothing is done.
  * @param mode       #ZXAES_ECB, #ZXAES_CBC, or any other value for the feedback mode.
  * @param in         `len` bytes.
- * @param out        `len` bytes; may be `in`. If it overlaps `in` in another way, each block (in
- *                   the feedback mode each byte) is read after the ones before it were written. Not
- *                   written when the call is refused.
+ * @param out        `len` bytes; may be `in`. If it overlaps `in` in another way, output may
+ *                   replace input that was not read yet: the function reads and writes one block
+ *                   (in the feedback mode one byte) after the other. Not written when the call is
+ *                   refused.
  * @param len        bytes, a multiple of 16; may be 0.
  * @param key        `keylen` bytes.
  * @param keylen     16, 24 or 32: AES-128, AES-192 or AES-256.
@@ -122,7 +123,7 @@ void zxaes_innerapi_cryptECB(zxaes_ctt* ctx, uint32_t mode, const uint8_t in16[1
  * @param mode  1: decrypts; any other value: encrypts.
  * @param len   bytes. At most #ZXAES_CALL_LIMIT of them are processed, and only whole blocks; the
  *              rest is neither read nor written.
- * @param iv16  16 bytes, none of them in `in` or `out`. Afterwards it holds the last block of
+ * @param iv16  16 bytes that overlap neither `in` nor `out`. Afterwards it holds the last block of
  *              ciphertext, so that the next call continues the message.
  * @param in    `len` bytes.
  * @param out   `len` bytes; as for zxaes_api_done().
@@ -132,16 +133,16 @@ void zxaes_innerapi_cryptCBC(zxaes_ctt* ctx, uint32_t mode, uint32_t len, uint8_
                              const uint8_t* in, uint8_t* out);
 
 /**
- * Encrypts or decrypts bytes in a feedback mode. It differs from CFB-128 in its keystream, which is
- * made by decrypting the IV with the round keys of encryption, in both directions. Do not use it
- * where the standard CFB-128 is required.
+ * Encrypts or decrypts bytes in a feedback mode that differs from CFB-128. CFB-128 makes its
+ * keystream by encrypting the IV. This mode decrypts the IV, with the round keys for encryption, in
+ * both directions. Do not use it where the standard CFB-128 is required.
  *
  * @param ctx       set by zxaes_innerapi_setEncKey(); without a key nothing is done.
  * @param mode      1: decrypts; any other value: encrypts.
  * @param len       bytes; at most #ZXAES_CALL_LIMIT of them are processed.
  * @param ivOffset  bytes of keystream in `iv16` that are used up, 0 to 15. Start with 0 and keep it
  *                  from call to call.
- * @param iv16      16 bytes, as the previous call left them; none of them in `in` or `out`.
+ * @param iv16      16 bytes that overlap neither `in` nor `out`, as the previous call left them.
  * @param in        `len` bytes.
  * @param out       `len` bytes; as for zxaes_api_done().
  *

@@ -17,7 +17,7 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-#define ZXCOMMON_VERSION_MAJOR 1  /**< as in the soname: a change needs a new build */
+#define ZXCOMMON_VERSION_MAJOR 1  /**< as in the soname; if it changes, build programs again */
 #define ZXCOMMON_VERSION_MINOR 3  /**< a higher one adds to the interface */
 #define ZXCOMMON_VERSION_PATCH 26 /**< a higher one does not change the interface */
 

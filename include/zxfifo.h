@@ -444,8 +444,8 @@ void zxfifo_api_shareListDemalloc(IdList_ctt** ppIdList_ctt);
 void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node);
 
 /**
- * Drops the nodes at the head whose age has reached the keep time. A clock that was set back makes
- * nodes look old.
+ * Drops the nodes at the head whose age has reached the keep time. If the clock was set back, nodes
+ * whose time is now in the future count as older than the keep time.
  *
  * @param list  the list.
  *

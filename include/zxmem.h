@@ -37,8 +37,8 @@ typedef struct memnode_ctt {
 } memnode_ctt;
 
 /**
- * Switches tracking on, once. Does nothing while tracking is on, unless zxmem_api_deinit() was
- * called since.
+ * Switches tracking on. While tracking is on, further calls do nothing, whatever `enable` is. After
+ * zxmem_api_deinit(), a call takes effect again.
  * @param enable  1: on. Any other value: off; a later call can still switch it on.
  * Threads: unsafe; call it before other threads allocate.
  * Logs: as zxlock_api_init().
@@ -91,8 +91,8 @@ void zxmem_api_free(void** pbuf);
  * @param name  as for zxmem_api_malloc().
  * @param file  as for zxmem_api_malloc().
  * @param line  as for zxmem_api_malloc().
- * Threads: unsafe; while other threads run, only the allocator may call it, because it holds the
- * list's lock.
+ * Threads: unsafe; while other threads run, only the allocator, which holds the list's lock, may
+ * call it.
  * Logs: error for a NULL `buf` or `file` and for short memory, warning for a name that was cut.
  */
 void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* name, const char* file,
@@ -101,8 +101,8 @@ void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* name, const ch
 /**
  * Removes the oldest node of a buffer from the list. Does not touch the buffer.
  * @param buf  the buffer; without a node nothing is done.
- * Threads: unsafe; while other threads run, only the allocator may call it, because it holds the
- * list's lock.
+ * Threads: unsafe; while other threads run, only the allocator, which holds the list's lock, may
+ * call it.
  * Logs: error for a NULL `buf`.
  */
 void zxmem_innerapi_nodeRm(void* buf);
@@ -110,8 +110,8 @@ void zxmem_innerapi_nodeRm(void* buf);
 /**
  * Writes all live buffers to the log, oldest first, and the sum of their sizes.
  *
- * The index in a line counts printed lines. While lines are also printed on standard output
- * (::flag_stdPrint), it goes up twice for each buffer.
+ * Each buffer's line has an index, which goes up by 1 for each buffer. While lines are also printed
+ * on standard output (::flag_stdPrint), it goes up by 2.
  *
  * Threads: safe; allocations wait during the call.
  * Logs: information; warning when tracking is off, error when it is not initialised.
@@ -125,9 +125,9 @@ void zxmem_api_showBlock(void);
  *
  * Names and source files are not escaped: do not use text from outside as the name of a buffer.
  *
- * @param html  the text, with room for 1,024 bytes, and for each live buffer 580 bytes and the
- *              length of its source file's name. Leave room for more buffers, because other threads
- *              may add some before the call.
+ * @param html  the text. Its room must be at least 1,024 bytes, plus 580 bytes and the length of
+ *              the source file's name for each live buffer. Leave room for more buffers, because
+ *              other threads may add some before the call.
  * @param text  shown instead of the table when tracking is off, cut to 1,023 bytes together with
  *              its tags; may be NULL when tracking is on.
  *

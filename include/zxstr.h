@@ -60,20 +60,20 @@ uint64_t zxstr_api_lcpy(char* dst, const char* src, uint64_t size);
 uint64_t zxstr_api_lcat(char* dst, const char* src, uint64_t size);
 
 /**
- * Appends a printed text, cut to the size of the output.
+ * Formats a text as printf() does and appends it, cut to the size of the output.
  * @param dst   a text, in `size` bytes.
- * @param size  bytes in `dst`; with strlen(dst) or less nothing is written.
+ * @param size  bytes in `dst`; if this is strlen(dst) or less, nothing is written.
  * @param fmt   a printf format; the caller's own text, never text from outside.
- * @return the former strlen(dst) + the length of the printed text, cut or not.
+ * @return the former strlen(dst) + the full length of the formatted text, even if it was cut.
  * Signal handlers: unsafe.
  */
 int32_t zxstr_api_lcatf(char* dst, uint64_t size, const char* fmt, ...) ZXSTR_PRINTF(3, 4);
 
 /* ---------------------------------------------------------- tokenisers -- */
 /*
- * A cursor points to the rest of a text. Each call takes one piece from its front. Characters that
- * do not fit in `buf` are dropped with the piece; a NULL `buf` or a size of 0 or less drops them
- * all. At the end of the text, the piece is empty.
+ * A cursor points to the rest of a text. Each call takes one piece from its front. The cursor moves
+ * past the whole piece: characters that do not fit in `buf` are lost, and with a NULL `buf` or a
+ * size of 0 or less all of them. At the end of the text, the piece is empty.
  */
 
 /**
@@ -100,7 +100,8 @@ char** zxstr_api_getLine2(char* buf, int32_t size, char** cursor);
  * Does the same as zxstr_api_getLine(), but the line keeps the character that stopped it, and the
  * cursor moves past that character.
  *
- * At most `size` - 2 characters are kept before it; a size of 1 has no room for it.
+ * At most `size` - 2 other characters are kept, so that the one that stopped the line fits. With a
+ * size of 1, it does not fit.
  *
  * At the end of the text, the character that stopped the line is the NUL, and the cursor moves past
  * it, out of the text. So a line without a line feed is the last one: do not use the cursor again.
@@ -156,8 +157,8 @@ int32_t zxstr_api_isCasestr_IgnoreLetterCase(const char* haystack, const char* n
  * @param src   the text.
  * @param old   the text to replace; empty: nothing is replaced.
  * @param with  the replacement.
- * @param dst   strlen(src) + 1 bytes, and for each occurrence the bytes by which `with` is longer
- *              than `old`.
+ * @param dst   strlen(src) + 1 bytes. If `with` is longer than `old`, add the difference for each
+ *              occurrence.
  * @return `dst`.
  */
 char* zxstr_api_replace(const char* src, const char* old, const char* with, char* dst);
@@ -165,8 +166,8 @@ char* zxstr_api_replace(const char* src, const char* old, const char* with, char
 /* ------------------------------------------------------------ splitting -- */
 
 /**
- * Splits a text at any of some characters. Empty fields are skipped.
- * @param s       cut into its fields.
+ * Splits a text at each of the given characters. Empty fields are skipped.
+ * @param s       the text. It is changed: a NUL is written at the end of each field.
  * @param delims  the characters.
  * @param out     receives the fields: at most (strlen(s) + 1) / 2 entries.
  * @return the number of fields; 0 when an argument is NULL.
@@ -174,10 +175,10 @@ char* zxstr_api_replace(const char* src, const char* old, const char* with, char
 int32_t zxstr_api_split(char* s, const char* delims, char** out);
 
 /**
- * Splits a text at a separator. Empty fields are kept, except the last one: a last field that is
- * shorter than the separator is dropped, so "a::b" at "::" gives only "a".
+ * Splits a text at a separator. Empty fields are kept. A last field that is shorter than the
+ * separator is dropped, even if it is not empty: "a::b" at "::" gives only "a".
  *
- * @param s    cut into its fields.
+ * @param s    the text. It is changed: a NUL is written at the end of each field.
  * @param sep  the separator.
  * @param out  receives the fields: at most strlen(s) / strlen(sep) entries.
  * @return the number of fields; 0 when an argument is NULL or empty, or when `s` is shorter than
@@ -216,8 +217,8 @@ void zxstr_api_urlSplit(char* proto, int protoSize, char* auth, int authSize, ch
  * "?a=1" gives "?a=1". Only the first 1024 bytes of a URL are used.
  *
  * @param url  the URL.
- * @param out  #ZXSTR_URL_SIZE bytes; may be `url`. For a shorter URL strlen(url) + 1 bytes are
- *             enough, but at least 8 bytes are zeroed.
+ * @param out  #ZXSTR_URL_SIZE bytes; may be `url`. For a shorter URL, strlen(url) + 1 bytes are
+ *             enough, but never fewer than 8, because the first 8 bytes are always written.
  * @return `out`.
  *
  * Logs: warning for a URL of 1024 bytes or more.
@@ -227,14 +228,16 @@ char* zxstr_api_getUrlRealPath(const char* url, char* out);
 /**
  * Builds the URLs of the numbered pieces of a stream.
  *
- * Each URL is proto "://", "@" auth "@", host. Without a `path`, ":" and port + i follow. With a
- * `path`, ":" and port follow (if port is above 0), then "/" path "_007" (the index, with at least
- * three digits). A `path` that contains "m3u8" is appended as it is, without a "/", and "_007.m3u8"
- * is written strlen(path) - 5 characters from the beginning of the whole entry. That replaces
- * ".m3u8" if the path stands alone, and cuts the URL short if something stands before it.
+ * Each URL begins like "proto://@auth@host". Without a `path`, ":" and a number follow: `port` plus
+ * the index of the entry. With a `path`, it continues like ":port/path_007": the port is omitted if
+ * it is 0 or less, and 007 is the index, with at least three digits.
  *
- * @param proto, auth, host, path  NULL or empty: omitted. Each is cut so that it fits 1023 bytes
- *                                 with its punctuation.
+ * A `path` that contains "m3u8" is appended without a "/". Then "_007.m3u8" is written over the
+ * entry, strlen(path) - 5 characters from its beginning. That replaces ".m3u8" if the path stands
+ * alone, and cuts the URL short if something stands before it.
+ *
+ * @param proto, auth, host, path  NULL or empty: omitted. Each is cut to 1023 bytes, including
+ *                                 its punctuation.
  * @param port                     the port.
  * @param count                    number of entries.
  * @param stride                   bytes in an entry; a longer URL is cut. 0 or less: nothing is
@@ -268,9 +271,9 @@ void zxstr_api_buildListurl2(const char* proto, const char* auth, const char* ho
  *
  * Only the first 127 characters of keys are compared, in the same letter case.
  *
- * @param value      receives the value, with a blank for each "+" and "%xx" unchanged; empty for a
- *                   key without "=". If the key is not found, it receives the value of the last
- *                   pair. NULL: not wanted.
+ * @param value      receives the value; empty for a key without "=". Each "+" becomes a blank, but
+ *                   "%xx" is not decoded. If the key is not found, it receives the value of the
+ *                   last pair. NULL: not wanted.
  * @param valueSize  bytes in `value`; a longer value is cut.
  * @param name       the key.
  * @param query      the text.

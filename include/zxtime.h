@@ -323,7 +323,7 @@ void zxtime_api_parsetimestr2(const char* s, rstime* t);
  */
 void zxtime_api_parsetimestr3(const char* s, rstime* t);
 
-/* ------------------------------------------------------ schedule tests -- */
+/* ------------------------------------------------- checks of schedules -- */
 
 /**
  * Tells whether a date is in a range of dates, including both ends.

@@ -76,8 +76,8 @@ extern char strfilterTags[ZXLOG_FILTER_SIZE];
  * The path may be a pipe. A pipe that is full, or that nobody reads any more, loses lines but never
  * blocks or ends the process.
  *
- * @param path  the file, relative to the current directory at the time of the call. NULL: standard
- *              error as it is now.
+ * @param path  the file, relative to the current directory at the time of the call. NULL: the
+ *              present standard error; a later change of descriptor 2 has no effect.
  * @return 0; -1 with `errno` set and the log unchanged, when the file cannot be opened or the path
  *         is longer than 4095 bytes.
  *
@@ -224,9 +224,10 @@ const char* zxlog_api_curDTime(const char* fmt);
  * Writes a duration given in microseconds.
  * @param us              the duration.
  * @param out             large enough for the caller's formats; NULL: nothing is done.
- * @param fmtBelowSecond  trusted, not NULL; used below one second, for the microseconds (int).
- * @param fmtSeconds      trusted, not NULL; used from one second on, for seconds, milliseconds and
- *                        microseconds (ints).
+ * @param fmtBelowSecond  a trusted format, not NULL, for durations below one second. Its argument:
+ *                        the microseconds (int).
+ * @param fmtSeconds      a trusted format, not NULL, for longer durations. Its arguments: seconds,
+ *                        milliseconds and microseconds (ints).
  * @return `out`.
  */
 char* zxlog_api_us2time(uint64_t us, char* out, const char* fmtBelowSecond, const char* fmtSeconds);
