@@ -30,44 +30,45 @@ constexpr char kNotes[] =
     R"(Sources: A URL says where the stream comes from:
   udp://ADDRESS:PORT         datagrams; if ADDRESS is a multicast address, zxrelay joins the group
   udp://SENDER@GROUP:PORT    datagrams of this sender only (source-specific multicast)
-  rtp://ADDRESS:PORT         RTP, brought in order; RTP is recognised with udp://, too
+  rtp://ADDRESS:PORT         RTP datagrams, put in order; RTP is recognised with udp://, too
   tcp://ADDRESS:PORT         zxrelay waits for sources that connect, and takes one at a time
   tcp+connect://HOST:PORT    zxrelay connects, and connects again when the stream ends
-  http://HOST:PORT/PATH      the same by HTTP; https:// as well
-  file:///FOLDER/FILE        as fast as its clock references (PCR) say, again and again
-  -                          standard input; zxrelay ends with it
+  http://HOST:PORT/PATH      the same, but by HTTP; https:// is possible, too
+  file:///FOLDER/FILE        a file, sent again and again at the speed that its clock references give
+  -                          standard input; zxrelay ends when its stream is delivered
 
-Backups: If an input is silent for 2 seconds, the next --backup takes over. When a better one has sent
-for 2 seconds, it is back.
+Backups: If an input is silent for 2 seconds, the next --backup takes over. When a better input has sent
+for 2 seconds again, zxrelay returns to it.
 
 Silent sources: A tcp:// source that has sent no packets for --source-timeout yields when another one
-waits. A silent tcp+connect:// or http:// source is connected again. Pauses between attempts grow from
-1 to 30 seconds.
+waits. zxrelay leaves a silent tcp+connect:// or http:// server after that time and connects again. As
+long as no attempt brings any data, the pauses between attempts grow from 1 to 30 seconds.
 
 Clients: A client that asks by HTTP for /NAME receives the channel of that name; /playlist.m3u lists the
 channels. A client that sends nothing for 200 ms receives the stream without HTTP.
 
-Slow clients: A slow client does not affect the others. If it lags further than --client-buffer, it
-misses whole packets, which zxrelay counts as messages of seven. If the sender lags further than
---fifo-size, all clients miss messages of datagrams, and other sources wait.
+Slow clients: A slow client does not affect the others. If it lags by more than --client-buffer, it
+misses whole packets. zxrelay counts them in messages of seven packets. If sending lags behind receiving
+by more than --fifo-size, a source that sends datagrams loses whole messages for all clients. Any other
+source has to wait.
 
 Time shift: With --keep, a client that sends the line "last N", or asks by HTTP for /NAME?last=N,
 receives the stream starting N seconds ago. The stream is kept in memory: 30 seconds of 8 Mbit/s take
-30 MB. If --memory is used up, the slowest client loses its place first, then the time shift gets
-shorter.
+30 MB. If --memory is used up, zxrelay drops the oldest part of the stream: clients that still need it
+miss it, and the time shift gets shorter.
 
 Log: A log file of more than 10 MiB is renamed to FILE.1 within a minute, the older FILE.1 to FILE.2 and
 so on, and a new one is started. Clients can cause at most 20 lines of each kind in a minute. The others
 are counted, and the log tells their number.
 
-Service: zxrelay opens its sockets and the pid file before it changes to the user of --user, as does the
-watchdog. That user must be able to write the log file and to its directory. Under --watchdog, a worker
-that dies for any reason is restarted within two seconds. The watchdog ends when the worker has delivered
-the stream of --once.
+Service: zxrelay opens its sockets and the pid file before it changes to the user of --user. The watchdog
+runs as this user, too. The user must be able to write to the log file and to its directory. Under
+--watchdog, a worker that dies for any reason is restarted within two seconds. The watchdog ends when the
+worker has delivered the stream of --once.
 
 Signals: SIGINT and SIGTERM end zxrelay. On SIGHUP, it opens the log file again. On SIGUSR1, it logs the
 list of its buffers. With --watchdog, send signals to the watchdog: it passes them on to the worker. The
-pid file contains its process ID.
+pid file contains the process ID of the watchdog.
 
 SIZE is in bytes and may end in k, m or g.
 
@@ -100,7 +101,7 @@ void define_stream(CLI::App& app, Options& options) {
         ->option_text("URL (required)")
         ->required();
     app.add_option("--backup", options.backup_urls,
-                   "Receive the stream here while --input is silent; for several, repeat it")
+                   "Receive the stream here while --input is silent; repeat it for several backups")
         ->option_text("URL")
         ->allow_extra_args(false);
     app.add_option("--source-timeout", options.source_timeout_seconds,
@@ -108,14 +109,14 @@ void define_stream(CLI::App& app, Options& options) {
         ->option_text("SECONDS")
         ->check(CLI::Range(1U, 86400U));
     app.add_option("-o,--output", options.output_address,
-                   "Accept the clients that receive the stream here")
+                   "Listen here for the clients that receive the stream")
         ->option_text("ADDRESS:PORT (required)")
         ->required();
     app.add_option("--interface", options.multicast_interface,
                    "Join a multicast group on this network interface")
         ->option_text("NAME");
     app.add_option("--fifo-size", options.fifo_bytes,
-                   "Let the sender lag by up to SIZE bytes (default 4m)")
+                   "Let sending lag behind receiving by up to SIZE bytes (default 4m)")
         ->option_text("SIZE")
         ->transform(CLI::AsSizeValue(false))
         ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
@@ -139,7 +140,7 @@ void define_stream(CLI::App& app, Options& options) {
 
 void define_clients(CLI::App& app, Options& options) {
     app.add_option("--latency", options.latency_ms,
-                   "Send to each client once in this time; 0: send at once (default 20)")
+                   "Send to each client once in this many ms (default 20; 0: send at once)")
         ->option_text("MS")
         ->check(CLI::Range(0U, 1000U));
     app.add_option("--senders", options.senders,
@@ -152,7 +153,7 @@ void define_clients(CLI::App& app, Options& options) {
         ->transform(CLI::AsSizeValue(false))
         ->check(CLI::Range(kSmallestMemory, kLargestMemory));
     app.add_option("--max-clients", options.max_clients,
-                   "Refuse further clients (default: as the limit of open files allows)")
+                   "Accept at most N clients (default: as many as the limit of open files allows)")
         ->option_text("N")
         ->check(CLI::Range(1U, 10000000U));
     app.add_option("--name", options.channel_name,
@@ -179,7 +180,7 @@ void define_reports(CLI::App& app, Options& options) {
         ->option_text("NUMBER")
         ->check(CLI::Range(1U, kMostLogs));
     app.add_option("--log-level", options.log_level,
-                   "Log this much: 0 (nothing) to 5 (debug) (default 3, notices)")
+                   "Set the log level, from 0 (nothing) to 5 (debug) (default 3, notices)")
         ->option_text("LEVEL")
         ->check(CLI::Range(0U, 5U));
 }
