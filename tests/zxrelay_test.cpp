@@ -174,6 +174,7 @@ TEST_F(RelayInput, GroupsOfOneLinkAndOfOneSenderAreJoined) {
 
 TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) {
     start({at("tcp")}, true);
+    zxcommon::Descriptor(connected(SOCK_STREAM, port)).reset();  // no source: it sends nothing
     const zxcommon::Descriptor silent(connected(SOCK_STREAM, port));
     zxcommon::Descriptor source(connected(SOCK_STREAM, port));
     send_all(silent.get(), Bytes(100, 'x'));

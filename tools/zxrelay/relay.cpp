@@ -29,6 +29,7 @@ constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
 constexpr std::uint64_t kOtherDescriptors = 24;
 constexpr std::uint64_t kInputDescriptors = 8;    // of each input, with those of a transfer
+constexpr std::uint64_t kSenderDescriptors = 3;   // its epoll instance, its inbox, its queue
 constexpr std::uint64_t kStatusDescriptors = 68;  // its connections, and those of the server itself
 constexpr std::uint64_t kMostClients = 10000000;
 
@@ -75,7 +76,8 @@ unsigned max_clients(const Options& options) {
     const std::uint64_t farewells = Farewells::kMost * (1 + std::uint64_t{options.senders});
     const std::uint64_t status = options.status_address.empty() ? 0 : kStatusDescriptors;
     const std::uint64_t inputs = kInputDescriptors * (1 + options.backup_urls.size());
-    const std::uint64_t others = kOtherDescriptors + inputs + farewells + status;
+    const std::uint64_t senders = kSenderDescriptors * options.senders;
+    const std::uint64_t others = kOtherDescriptors + inputs + senders + farewells + status;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const std::uint64_t allowed =

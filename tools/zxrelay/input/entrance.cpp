@@ -23,6 +23,20 @@ unsigned long long take(std::uint64_t& count) {
 Entrance::Entrance(Channel& channel, Selector& selector, std::size_t rank)
     : channel_(channel), selector_(selector), rank_(rank) {}
 
+// A template, because it must need no memory: destructors and callbacks of C code push, too.
+template <typename Put>
+Entrance::Outcome Entrance::offer(const Put& put) {
+    const std::scoped_lock lock(selector_.mutex());
+    if (!selector_.admits(rank_, zxtime_api_upTimeUs())) {
+        return Outcome::done;  // another input passes: this one only shows that it is alive
+    }
+    if (!put()) {
+        return Outcome::no_room;
+    }
+    ++channel_.stats.messages_in;
+    return Outcome::done;
+}
+
 void Entrance::push(std::span<const std::uint8_t> message) {
     if (offer([&] { return channel_.push(message); }) == Outcome::no_room) {
         ++channel_.stats.dropped_fifo_full;
@@ -40,18 +54,6 @@ void Entrance::push_waiting(std::span<const std::uint8_t> message, const Interru
     while (offer(put) == Outcome::no_room && !interrupt.is_raised()) {
         interrupt.pause(kRoomPauseMs);
     }
-}
-
-Entrance::Outcome Entrance::offer(const std::function<bool()>& put) {
-    const std::scoped_lock lock(selector_.mutex());
-    if (!selector_.admits(rank_, zxtime_api_upTimeUs())) {
-        return Outcome::done;  // another input passes: this one only shows that it is alive
-    }
-    if (!put()) {
-        return Outcome::no_room;
-    }
-    ++channel_.stats.messages_in;
-    return Outcome::done;
 }
 
 void Entrance::count_received(std::size_t bytes) {

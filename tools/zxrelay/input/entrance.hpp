@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <span>
 
 #include "input/interrupt.hpp"
@@ -40,7 +39,8 @@ public:
 
 private:
     enum class Outcome { done, no_room };
-    Outcome offer(const std::function<bool()>& put);
+    template <typename Put>
+    Outcome offer(const Put& put);
     void report();
 
     Channel& channel_;

@@ -42,11 +42,8 @@ StreamEnd read_until_end(int fd, StreamFeeder& feeder, const Interrupt& interrup
 
 StreamFeeder::StreamFeeder(Entrance& entrance, Packetizer::Emit emit)
     : entrance_(entrance),
-      packetizer_([this, emit = std::move(emit)](std::span<const std::uint8_t> message) {
-          emit(message);
-          has_delivered_ = true;
-          last_packet_us_ = zxtime_api_upTimeUs();
-      }),
+      emit_(std::move(emit)),
+      packetizer_([this](std::span<const std::uint8_t> message) { deliver(message); }),
       last_packet_us_(zxtime_api_upTimeUs()) {}
 
 StreamFeeder::StreamFeeder(Entrance& entrance, const Interrupt& interrupt)
@@ -58,6 +55,12 @@ StreamFeeder::~StreamFeeder() {
     packetizer_.finish();
     count_skipped();
     entrance_.report_when_due();
+}
+
+void StreamFeeder::deliver(std::span<const std::uint8_t> message) {
+    emit_(message);
+    has_delivered_ = true;
+    last_packet_us_ = zxtime_api_upTimeUs();
 }
 
 void StreamFeeder::feed(std::span<const std::uint8_t> bytes) {

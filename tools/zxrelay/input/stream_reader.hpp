@@ -28,9 +28,11 @@ public:
     [[nodiscard]] bool is_silent(unsigned seconds) const;
 
 private:
+    void deliver(std::span<const std::uint8_t> message);
     void count_skipped();
 
     Entrance& entrance_;
+    const Packetizer::Emit emit_;
     Packetizer packetizer_;
     std::uint64_t counted_skipped_ = 0;
     std::uint64_t last_packet_us_;

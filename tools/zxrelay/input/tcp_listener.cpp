@@ -50,7 +50,7 @@ void TcpListener::serve() {
     } else if (is_logged) {
         log({Level::notice, kTag}, "source %s has ended", peer.c_str());
     }
-    finished_ = once_ && !is_silent;
+    finished_ = once_ && !is_silent && reading.has_delivered;
 }
 
 }  // namespace relay

@@ -10,7 +10,7 @@ namespace relay {
 // Takes one source at a time. One that is silent yields when another one waits.
 class TcpListener final : public Source {
 public:
-    // `once`: it finishes at the end of the first source.
+    // `once`: it finishes at the end of the first source that has sent packets.
     TcpListener(zxcommon::Descriptor listener, Entrance& entrance, unsigned timeout_seconds,
                 bool once);
 
