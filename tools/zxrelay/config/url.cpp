@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <vector>
+#include <cstring>
+#include <string>
 
 #include "common/failure.hpp"
 #include "zxstr.h"
@@ -28,16 +29,19 @@ struct Parts {
 Parts split(const std::string& text) {
     const std::size_t size = text.size() + 1;  // no part is longer, so none is cut
     const int limit = static_cast<int>(size);
-    std::vector<char> room(4 * size);
-    char* const scheme = room.data();
-    char* const user = scheme + size;
-    char* const host = user + size;
-    char* const path = host + size;
-    int port = kNoPort;
+    Parts parts;
+    const auto texts = {&parts.scheme, &parts.user, &parts.host, &parts.path};
+    for (std::string* const part : texts) {
+        part->resize(size);
+    }
     std::uint8_t is_bracketed = 0;
-    zxstr_api_urlSplit(scheme, limit, user, limit, host, limit, &port, path, limit, &is_bracketed,
-                       text.c_str());
-    return {scheme, user, host, path, port, is_bracketed != 0};
+    zxstr_api_urlSplit(parts.scheme.data(), limit, parts.user.data(), limit, parts.host.data(),
+                       limit, &parts.port, parts.path.data(), limit, &is_bracketed, text.c_str());
+    for (std::string* const part : texts) {
+        part->resize(std::strlen(part->c_str()));
+    }
+    parts.is_bracketed = is_bracketed != 0;
+    return parts;
 }
 
 // False for a port such as ":1x", which reads as 1. The parts, put together again, tell.

@@ -22,7 +22,7 @@ std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std
 
 }  // namespace
 
-Senders::Senders(zxcommon::Descriptor listener, Sender::Settings settings, std::size_t count,
+Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
                  unsigned max_clients, const std::vector<Channel*>& channels, Board& board)
     : channels_(channels),
       admission_(max_clients),

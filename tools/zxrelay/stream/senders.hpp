@@ -16,7 +16,7 @@ namespace relay {
 class Senders {
 public:
     // The memory of `settings` is shared by `count` senders. Throws a Failure.
-    Senders(zxcommon::Descriptor listener, Sender::Settings settings, std::size_t count,
+    Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
             unsigned max_clients, const std::vector<Channel*>& channels, Board& board);
 
     ~Senders() { stop(); }
