@@ -65,7 +65,8 @@ std::string playlist(const HttpRequest& request, const Site& site) {
     const std::string host = request.host.empty() ? "" : "http://" + request.host;
     std::string body = "#EXTM3U\n";
     for (const std::string& name : site.channels) {
-        body += "#EXTINF:-1," + name + "\n" + host + "/" + name + "\n";
+        body.append("#EXTINF:-1,").append(name).append("\n");
+        body.append(host).append("/").append(name).append("\n");
     }
     return page(HTTP_STATUS_OK, site, "audio/x-mpegurl", body);
 }
