@@ -7,7 +7,7 @@
 namespace relay {
 namespace {
 
-constexpr std::uint64_t kLeastMemory = 4 * Ring::kBlockSize;
+constexpr std::uint64_t kLeastMemory = std::uint64_t{4} * Ring::kBlockSize;
 
 std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std::size_t count,
                                                   const std::vector<Channel*>& channels,
