@@ -29,7 +29,7 @@ bool is_ipv6(const char* text) {
     return zxstr_api_isCasestr(text, ":") != 0;
 }
 
-// 0 when the text is no address.
+// 0 when the text is not an address.
 std::uint32_t address_of(const char* text) {
     return zx::parse_dotted(kAddress, text, "zxnet_api_ipStr2Byte").value_or(0);
 }

@@ -12,7 +12,7 @@ bool is_tcp(const ether_ctt& record) {
     return record.ether_type == kEtherTypeIpv4 && record.ipv4.protocol == kProtocolTcp;
 }
 
-// A text that is no address matches no address, not even the broadcast address.
+// A text that is not an address matches no address, not even the broadcast address.
 bool is_address(std::uint32_t address, const char* text) {
     return parse_address(text) == address;
 }

@@ -55,7 +55,7 @@ using zx::AddressText;
     return inet_aton(text, &address) != 0 ? std::optional(address.s_addr) : std::nullopt;
 }
 
-// The address to send, in host order. A text that is no address becomes all ones.
+// The address to send, in host order. A text that is not an address becomes all ones.
 [[nodiscard]] inline std::uint32_t address_to_send(const char* text) {
     return ntohl(parse_address(text).value_or(INADDR_NONE));
 }
