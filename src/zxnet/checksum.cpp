@@ -77,7 +77,7 @@ T load(const std::uint8_t* at) {
     return static_cast<std::uint32_t>(sum + (sum >> 32U));
 }
 
-// Not inlined, so that the many short buffers take the short way.
+// Not inlined, because most buffers are short, and their code is then short, too.
 [[gnu::noinline]] std::uint32_t sum_long(const std::uint8_t* at, std::size_t size) {
     const std::size_t rest = size % zx::net::kSumBlock;
     return sum_blocks(at, size / zx::net::kSumBlock) + sum_rest(at + (size - rest), rest);
