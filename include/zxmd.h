@@ -300,8 +300,9 @@ int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
  * @return 0; -1 for a user that is NULL or unknown, -2 when the groups are refused, -3 when the
  *         identity is refused or a capability would remain.
  *
- * Threads: unsafe; groups and identity change for the whole process, but each thread has ambient
- * capabilities and a setting to keep capabilities of its own. Call it while there is one thread.
+ * Threads: unsafe; groups and identity change for the whole process. But ambient capabilities, and
+ * the setting that keeps capabilities, belong to each thread alone. Call it while there is one
+ * thread.
  * Logs: error on failure, otherwise information.
  */
 int32_t zxmd_api_changeUser(const char* name);
