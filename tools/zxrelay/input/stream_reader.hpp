@@ -22,6 +22,8 @@ public:
     StreamFeeder& operator=(const StreamFeeder&) = delete;
 
     void feed(std::span<const std::uint8_t> bytes);
+    // Feeds what one read gives. Returns false at the end of the stream, and after an error.
+    bool read_from(int fd);
 
     [[nodiscard]] bool has_delivered() const { return has_delivered_; }
     // No packet has come for so long.
