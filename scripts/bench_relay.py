@@ -90,42 +90,52 @@ LINE_STYLE = "\n".join([
 LEFT, WIDTH, RIGHT, TOP, HEIGHT, LABEL = 60, 560, 110, 62, 280, 15
 
 
-def plot(title, cases):
-    """Draws the processor time of each program over the number of clients."""
-    top = 0.25 * (1 + max(case.middle(name, "load") for case in cases.values() for name in COLOURS) // 0.25)
-    most = max(cases)
+class Plot:
+    """The processor time of each program over the number of clients."""
 
-    def x(clients):
-        return LEFT + WIDTH * clients / most
+    def __init__(self, title, cases):
+        self.title, self.cases, self.most = title, cases, max(cases)
+        largest = max(case.middle(name, "load") for case in cases.values() for name in COLOURS)
+        self.top = 0.25 * (1 + largest // 0.25)
 
-    def y(load):
-        return TOP + HEIGHT * (1 - load / top)
+    def x(self, clients):
+        return LEFT + WIDTH * clients / self.most
 
-    out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + RIGHT}" '
-           f'height="{TOP + HEIGHT + 44}" role="img" aria-label="{title}"><style>{STYLE}{LINE_STYLE}</style>',
-           f'<text class="title" x="8" y="22">{title}</text>',
-           '<text class="axis" x="8" y="40">percent of a processor, less is better; an empty circle: not '
-           'everything was delivered in time</text>']
-    for step in range(int(top / 0.25) + 1):
-        at = y(step * 0.25)
-        out += [f'<line class="grid" x1="{LEFT}" x2="{LEFT + WIDTH}" y1="{at:.1f}" y2="{at:.1f}"/>',
-                f'<text class="axis" x="{LEFT - 8}" y="{at + 4:.1f}" text-anchor="end">{step * 25} %</text>']
-    for clients in cases:
-        out.append(f'<text class="axis" x="{x(clients):.1f}" y="{TOP + HEIGHT + 18}" '
+    def y(self, load):
+        return TOP + HEIGHT * (1 - load / self.top)
+
+    def axes(self):
+        for step in range(int(self.top / 0.25) + 1):
+            at = self.y(step * 0.25)
+            yield f'<line class="grid" x1="{LEFT}" x2="{LEFT + WIDTH}" y1="{at:.1f}" y2="{at:.1f}"/>'
+            yield f'<text class="axis" x="{LEFT - 8}" y="{at + 4:.1f}" text-anchor="end">{step * 25} %</text>'
+        for clients in self.cases:
+            yield (f'<text class="axis" x="{self.x(clients):.1f}" y="{TOP + HEIGHT + 18}" '
                    f'text-anchor="middle">{clients}</text>')
-    out.append(f'<text class="axis" x="{LEFT + WIDTH / 2}" y="{TOP + HEIGHT + 36}" '
+        yield (f'<text class="axis" x="{LEFT + WIDTH / 2}" y="{TOP + HEIGHT + 36}" '
                'text-anchor="middle">clients</text>')
-    lowest = TOP + HEIGHT + LABEL
-    for name in sorted(COLOURS, key=lambda name: cases[most].middle(name, "load")):
-        points = [(clients, case, case.middle(name, "load")) for clients, case in cases.items()]
-        places = " ".join(f"{x(clients):.1f},{y(load):.1f}" for clients, _, load in points)
-        out.append(f'<polyline class="{name} line" points="{places}"/>')
-        for clients, case, load in points:
-            fill = "" if case.keeps_up(name) else " behind"
-            out.append(f'<circle class="{name}{fill}" cx="{x(clients):.1f}" cy="{y(load):.1f}" r="3"/>')
-        lowest = min(lowest - LABEL, y(points[-1][2]) + 4)  # labels do not cover each other
-        out.append(f'<text x="{LEFT + WIDTH + 10}" y="{lowest:.1f}">{name_of(name)}</text>')
-    return "\n".join(out + ["</svg>", ""])
+
+    def lines(self):
+        lowest = TOP + HEIGHT + LABEL
+        for name in sorted(COLOURS, key=lambda name: self.cases[self.most].middle(name, "load")):
+            points = [(self.x(clients), self.y(case.middle(name, "load")), case)
+                      for clients, case in self.cases.items()]
+            places = " ".join(f"{x:.1f},{y:.1f}" for x, y, _ in points)
+            yield f'<polyline class="{name} line" points="{places}"/>'
+            for x, y, case in points:
+                fill = "" if case.keeps_up(name) else " behind"
+                yield f'<circle class="{name}{fill}" cx="{x:.1f}" cy="{y:.1f}" r="3"/>'
+            lowest = min(lowest - LABEL, points[-1][1] + 4)  # labels do not cover each other
+            yield f'<text x="{LEFT + WIDTH + 10}" y="{lowest:.1f}">{name_of(name)}</text>'
+
+    def svg(self):
+        out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + RIGHT}" '
+               f'height="{TOP + HEIGHT + 44}" role="img" aria-label="{self.title}">'
+               f'<style>{STYLE}{LINE_STYLE}</style>',
+               f'<text class="title" x="8" y="22">{self.title}</text>',
+               '<text class="axis" x="8" y="40">percent of a processor, less is better; an empty circle: not '
+               'everything was delivered in time</text>', *self.axes(), *self.lines()]
+        return "\n".join(out + ["</svg>", ""])
 
 
 def main(path):
@@ -138,7 +148,7 @@ def main(path):
     seconds = cases[200, 8].of["zxrelay"][0].seconds
     over_clients = {clients: cases[clients, mbit] for clients, mbit in sorted(cases) if mbit == 2 and clients < 1000}
     title = "Processor time for clients of 2 Mbit/s"
-    (PLOTS / "clients.svg").write_text(plot(title, over_clients))
+    (PLOTS / "clients.svg").write_text(Plot(title, over_clients).svg())
     day = datetime.date.fromtimestamp(path.stat().st_mtime)
     text = [f"{day}: {machine()[0]}, {os.cpu_count()} processors, which the source and the clients use, too. "
             f"Medians of {turns} turns; each measurement took {seconds} seconds.", "",
