@@ -178,7 +178,7 @@ protected:
 };
 
 TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
-    start("udp");
+    start("udp", "--stats", "exec > >(true); ");  // nobody reads the statistics
     const zxcommon::Descriptor client = join();
     const zxcommon::Descriptor source(connected(SOCK_DGRAM, in_port));
     send_all(source.get(), Bytes(100, 'x'));
@@ -380,6 +380,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         {"--input tcp://127.0.0.1:0", "is not an address with a port"},
         {"--output 8000", "is not an address with a port"},
         {"--output " + taken, "cannot listen on"},
+        {"--status " + taken, "cannot listen on"},
         {"--input tcp://" + taken, "Address already in use"},
         {"--user no-such-user", "there is no user no-such-user"},
         {"--user ''", "--user: it is empty"},
@@ -425,7 +426,7 @@ TEST_F(RelayServer, HasNoMoreRightsThanItsUser) {
     const fs::path prey = dir / "root" / "prey";  // where only root can make a file
     fs::create_directory(prey.parent_path());
     fs::create_symlink(prey, dir / "log");
-    const std::string arguments = "--watchdog --user nobody";
+    const std::string arguments = "--watchdog --user nobody --status 127.86.4.2:81";
     expect_complaint(ZX_RELAY, with_usual("udp", arguments), "cannot write the log");
     EXPECT_FALSE(fs::exists(prey));
     fs::remove(dir / "log");

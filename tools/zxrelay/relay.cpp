@@ -96,7 +96,12 @@ Relay::Relay(const Options& options)
     : options_(options),
       output_(parse_output(options.output_address)),
       inputs_(open_inputs(all_inputs(options), options.multicast_interface)),
-      listener_(open_listener(output_, kBacklog)) {}
+      listener_(open_listener(output_, kBacklog)) {
+    if (!options.status_address.empty()) {
+        status_ = parse_output(options.status_address);
+        status_listener_ = open_listener(*status_, kBacklog);
+    }
+}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Board board(options_.senders);
@@ -109,8 +114,8 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     Inputs inputs(std::move(inputs_),
                   {options_.source_timeout_seconds, options_.end_after_first_source}, channel);
     std::optional<StatusServer> status;
-    if (!options_.status_address.empty()) {
-        status.emplace(parse_output(options_.status_address),
+    if (status_) {
+        status.emplace(std::move(status_listener_), *status_,
                        Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
                        channel.stats, channel, board);
     }

@@ -10,13 +10,13 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "common/failure.hpp"
 
 namespace relay {
 namespace {
 
-constexpr int kBacklog = 128;
 constexpr unsigned kConnections = 64;  // more than Visitors keep
 constexpr unsigned kIdleSec = 5;
 constexpr std::size_t kRequestSize = 8192;  // for the request and the headers of the answer
@@ -49,7 +49,9 @@ bool is_on_loopback(int fd) {
     if (address.sin6_family == AF_INET) {
         return is_loopback(reinterpret_cast<const sockaddr_in*>(&address)->sin_addr.s_addr);
     }
-    return IN6_IS_ADDR_LOOPBACK(&address.sin6_addr) != 0;
+    const in6_addr& in6 = address.sin6_addr;
+    return IN6_IS_ADDR_V4MAPPED(&in6) != 0 ? is_loopback(in6.s6_addr32[3])
+                                           : IN6_IS_ADDR_LOOPBACK(&in6) != 0;
 }
 
 // What a Host header names, without the port.
@@ -91,6 +93,7 @@ Answer::Answer(std::string_view body, const char* content_type, unsigned status)
     const std::pair<const char*, const char*> headers[] = {
         {MHD_HTTP_HEADER_CONTENT_TYPE, content_type},
         {MHD_HTTP_HEADER_CACHE_CONTROL, "no-store"},
+        {MHD_HTTP_HEADER_CONNECTION, "close"},
         {MHD_HTTP_HEADER_CONTENT_SECURITY_POLICY, kPolicy},
         {MHD_HTTP_HEADER_X_CONTENT_TYPE_OPTIONS, "nosniff"},
         {"Referrer-Policy", "no-referrer"},
@@ -105,7 +108,7 @@ Answer::Answer(std::string_view body, const char* content_type, unsigned status)
     }
 }
 
-// Passes calls of the library to the server.
+// Passes calls of the library to the server. No exception may reach the library, which is in C.
 struct Callback {
     static void note_connection(void* self, MHD_Connection* connection, void** /*context*/,
                                 MHD_ConnectionNotificationCode code) {
@@ -114,14 +117,15 @@ struct Callback {
             visitors.remove(connection);
             return;
         }
-        visitors.add(
-            connection,
-            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd,
-            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
-    }
-    static void note_answer(void* self, MHD_Connection* connection, void** /*request*/,
-                            MHD_RequestTerminationCode /*code*/) {
-        static_cast<HttpServer*>(self)->visitors_.end_answer(connection);
+        const auto info = [=](MHD_ConnectionInfoType type) {
+            return MHD_get_connection_info(connection, type);
+        };
+        const int fd = info(MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+        try {
+            visitors.add(connection, fd, info(MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+        } catch (const std::exception&) {
+            shutdown(fd, SHUT_RDWR);  // nobody would watch its time
+        }
     }
     static MHD_Result handle(void* self, MHD_Connection* connection, const char* path,
                              const char* method, const char* /*version*/, const char* /*upload*/,
@@ -135,14 +139,14 @@ struct Callback {
     }
 };
 
-HttpServer::HttpServer(const Endpoint& endpoint)
+HttpServer::HttpServer(zxcommon::Descriptor listener, const Endpoint& endpoint)
     : host_(host_of(endpoint.text())),
       not_found_("Page not found.\n", kText, MHD_HTTP_NOT_FOUND),
       foreign_("This page is served to its own host only.\n", kText, MHD_HTTP_FORBIDDEN),
       not_allowed_("Only GET and HEAD are served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED),
       too_large_("Requests must not have a body.\n", kText, MHD_HTTP_CONTENT_TOO_LARGE),
       unavailable_("No memory for an answer.\n", kText, MHD_HTTP_SERVICE_UNAVAILABLE),
-      listener_(open_listener(endpoint, kBacklog)),
+      listener_(std::move(listener)),
       port_(local_port(listener_.get())),
       is_loopback_(is_on_loopback(listener_.get())),
       daemon_(MHD_start_daemon(
@@ -150,8 +154,7 @@ HttpServer::HttpServer(const Endpoint& endpoint)
           listener_.get(), MHD_OPTION_CONNECTION_MEMORY_LIMIT, kRequestSize,
           MHD_OPTION_CONNECTION_LIMIT, kConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSec,
           MHD_OPTION_NOTIFY_CONNECTION, Callback::note_connection, this,
-          MHD_OPTION_NOTIFY_COMPLETED, Callback::note_answer, this, MHD_OPTION_STRICT_FOR_CLIENT, 1,
-          MHD_OPTION_END)) {
+          MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END)) {
     if (daemon_ == nullptr) {
         throw tools::Failure("cannot serve the status page on " + endpoint.text());
     }
@@ -181,31 +184,30 @@ void HttpServer::serve() {
 
 int HttpServer::answer(MHD_Connection* connection, std::string_view path, std::string_view method,
                        bool is_first_call) {
+    visitors_.begin_answer(connection);
     const auto queue = [&](const Answer& answer) {
         return MHD_queue_response(connection, answer.status_, answer.response_.get());
     };
-    visitors_.begin_answer(connection);
-    if (is_foreign(connection)) {
-        return queue(foreign_);
-    }
-    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
-        return queue(not_allowed_);
-    }
-    if (has_body(connection)) {
-        return queue(too_large_);
-    }
-    if (is_first_call) {
-        return MHD_YES;
-    }
-    const auto found = routes_.find(path);
-    if (found == routes_.end()) {
-        return queue(not_found_);
-    }
     try {
-        return queue(found->second());
+        if (const Answer* const refusal = refuse(connection, method)) {
+            return queue(*refusal);
+        }
+        const auto found = routes_.find(path);
+        return is_first_call ? MHD_YES
+                             : queue(found != routes_.end() ? found->second() : not_found_);
     } catch (const std::exception&) {
         return queue(unavailable_);
     }
+}
+
+const Answer* HttpServer::refuse(MHD_Connection* connection, std::string_view method) const {
+    if (is_foreign(connection)) {
+        return &foreign_;
+    }
+    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+        return &not_allowed_;
+    }
+    return has_body(connection) ? &too_large_ : nullptr;
 }
 
 bool HttpServer::is_foreign(MHD_Connection* connection) const {

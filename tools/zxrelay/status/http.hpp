@@ -42,7 +42,8 @@ class HttpServer {
 public:
     using Handler = std::function<Answer()>;
 
-    explicit HttpServer(const Endpoint& endpoint);  // throws a Failure
+    // `listener`: for connections to `endpoint`. Throws a Failure.
+    HttpServer(zxcommon::Descriptor listener, const Endpoint& endpoint);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
@@ -61,6 +62,8 @@ private:
     friend struct Callback;
     int answer(MHD_Connection* connection, std::string_view path, std::string_view method,
                bool is_first_call);
+    // Returns why the request is refused; null: it is not.
+    const Answer* refuse(MHD_Connection* connection, std::string_view method) const;
     bool is_foreign(MHD_Connection* connection) const;
 
     std::map<std::string, Handler, std::less<>> routes_;

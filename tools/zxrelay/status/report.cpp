@@ -107,6 +107,7 @@ void add_counters(cJSON* root, const Report& report) {
     add(in, "bytes_per_sec", now.in);
     add(in, "messages", stats.messages_in);
     add(in, "bytes_no_stream", stats.bytes_no_stream);
+    add(in, "datagrams_lost", stats.datagrams_lost);
     cJSON* const out = add_object(root, "out");
     add(out, "bytes", stats.bytes_out);
     add(out, "bytes_per_sec", now.out);

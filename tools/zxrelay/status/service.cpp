@@ -36,8 +36,8 @@ std::uint64_t per_second(std::uint64_t bytes, std::uint64_t micros) {
 
 }  // namespace
 
-StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats,
-                           const Channel& channel, const Board& board)
+StatusServer::StatusServer(zxcommon::Descriptor listener, const Endpoint& endpoint, Facts facts,
+                           const Stats& stats, const Channel& channel, const Board& board)
     : facts_(std::move(facts)),
       stats_(stats),
       channel_(channel),
@@ -45,7 +45,7 @@ StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Stats& s
       start_us_(zxtime_api_upTimeUs()),
       sampled_us_(start_us_),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      http_(endpoint),
+      http_(std::move(listener), endpoint),
       worker_("relay-status", [this](zxcommon::StopRequest& stop) { run(stop); }) {
     if (wake_.get() < 0) {
         throw tools::Failure("no descriptor for the status page");

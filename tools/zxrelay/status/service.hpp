@@ -20,9 +20,10 @@ namespace relay {
 // made at most once a second, for any number of requests.
 class StatusServer {
 public:
-    // Serves until the destructor runs. Throws a Failure.
-    StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats, const Channel& channel,
-                 const Board& board);
+    // Serves connections to `listener`, which is open at `endpoint`, until the destructor runs.
+    // Throws a Failure.
+    StatusServer(zxcommon::Descriptor listener, const Endpoint& endpoint, Facts facts,
+                 const Stats& stats, const Channel& channel, const Board& board);
     ~StatusServer();
     StatusServer(const StatusServer&) = delete;
     StatusServer& operator=(const StatusServer&) = delete;
