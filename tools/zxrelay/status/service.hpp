@@ -7,10 +7,9 @@
 
 #include "status/http.hpp"
 #include "status/report.hpp"
-#include "stream/channel.hpp"
 #include "stream/net.hpp"
+#include "stream/roster.hpp"
 #include "stream/snapshot.hpp"
-#include "stream/stats.hpp"
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
 
@@ -23,7 +22,7 @@ public:
     // Serves connections to `listener`, which is open at `endpoint`, until the destructor runs.
     // Throws a Failure.
     StatusServer(zxcommon::Descriptor listener, const Endpoint& endpoint, Facts facts,
-                 const Stats& stats, const Channel& channel, const Board& board);
+                 const Roster& roster, const Board& board);
     ~StatusServer();
     StatusServer(const StatusServer&) = delete;
     StatusServer& operator=(const StatusServer&) = delete;
@@ -44,8 +43,7 @@ private:
     Answer make_from_report(const Make& make);
 
     const Facts facts_;
-    const Stats& stats_;
-    const Channel& channel_;
+    const Roster& roster_;
     const Board& board_;
     const std::uint64_t start_us_;
 
