@@ -1,8 +1,10 @@
 // The relay as its users see it: processes between sockets that come and go.
 #include <gmock/gmock.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -41,6 +43,31 @@ unsigned gaps_in(const Bytes& stream) {
 
 std::string text_of(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};
+}
+
+// Keeps a thread of another process from going on.
+class Halt {
+public:
+    explicit Halt(pid_t thread) : thread_(thread) {
+        EXPECT_EQ(ptrace(PTRACE_SEIZE, thread_, nullptr, nullptr), 0);
+        EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread_, nullptr, nullptr), 0);
+        waitpid(thread_, nullptr, __WALL);
+    }
+    ~Halt() { ptrace(PTRACE_DETACH, thread_, nullptr, nullptr); }
+    Halt(const Halt&) = delete;
+    Halt& operator=(const Halt&) = delete;
+
+private:
+    const pid_t thread_;
+};
+
+pid_t thread_of(pid_t process, const std::string& name) {
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        if (content_of(entry.path() / "comm") == name + "\n") {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return 0;
 }
 
 class RelayServer : public testing::Test {
@@ -502,10 +529,10 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     sockaddr_un address{AF_UNIX, ""};
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "manager").c_str());
     ASSERT_EQ(bind(manager.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    const auto hears = [&](const std::string& wanted) {
+    const auto hears = [&](const std::string& wanted, int wait_sec = 20) {
         char text[512] = "";
         while (std::string(text).find(wanted) == std::string::npos) {
-            const timeval limit{20, 0};
+            const timeval limit{wait_sec, 0};
             setsockopt(manager.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
             std::fill(std::begin(text), std::end(text), '\0');
             if (recv(manager.get(), text, sizeof text - 1, 0) < 0) {
@@ -523,6 +550,12 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     const zxcommon::Descriptor client = join();
     EXPECT_TRUE(hears("STATUS=1 clients"));
     EXPECT_TRUE(hears("WATCHDOG=1"));
+    EXPECT_TRUE(hears("WATCHDOG=1"));
+    {
+        const Halt halt(thread_of(relays().front(), "relay-send"));
+        EXPECT_TRUE(comes_true([&] { return !hears("WATCHDOG=1", 1); }));
+        EXPECT_TRUE(logs("a sender hangs"));
+    }
     EXPECT_TRUE(hears("WATCHDOG=1"));
     relay->signal(SIGTERM);
     EXPECT_TRUE(hears("STOPPING=1"));

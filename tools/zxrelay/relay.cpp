@@ -130,7 +130,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     announce_up(notifier, input);
     on_up();
     const auto goes_on = [&] {
-        notifier.keep_alive(static_cast<unsigned>(roster.total().clients));
+        notifier.keep_alive(static_cast<unsigned>(roster.total().clients), senders.are_live());
         if (options_.print_stats) {
             monitor.print_when_due();
         }

@@ -46,6 +46,9 @@ public:
     void disconnect(std::uint64_t client);  // by its number
     void close();                           // from now on, the thread does not wait
 
+    // False if the thread should have taken a turn seconds ago. Any thread may call it.
+    [[nodiscard]] bool is_live() const;
+
     // True if everything that has left the queues is sent.
     [[nodiscard]] bool drained() const { return drained_; }
 
@@ -108,6 +111,7 @@ private:
     LogLimit asked_{"clients have asked for the past stream"};
     bool is_active_ = true;  // there is something to publish in a second
     std::atomic<bool> drained_{true};
+    std::atomic<std::uint64_t> next_turn_us_{UINT64_MAX};  // begins then, or has begun; or earlier
 
     // What other threads want of this one.
     struct Inbox {
