@@ -69,9 +69,11 @@ Sender::Settings sender_settings(const Options& options) {
     return settings;
 }
 
-ChannelSettings channel_settings(const Options& options) {
-    return {options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
-            options.client_buffer_bytes, options.keep_seconds * kMicro};
+ChannelSettings channel_settings(const Options& options, const std::string& input) {
+    ChannelSettings settings{options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
+                             options.client_buffer_bytes, options.keep_seconds * kMicro};
+    settings.source = input;
+    return settings;
 }
 
 // Every client needs a descriptor. The source, the log, the status page and the connections that
@@ -110,8 +112,9 @@ Relay::Relay(const Options& options)
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Board board(options_.senders);
     Roster roster;
-    const auto channel = std::make_shared<Channel>(channel_settings(options_), options_.senders);
     const std::string input = inputs_.front().url.shown();
+    const auto channel =
+        std::make_shared<Channel>(channel_settings(options_, input), options_.senders);
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
                     max_clients(options_), roster, board);
     senders.change({}, {channel});
@@ -121,7 +124,8 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     std::optional<StatusServer> status;
     if (status_) {
         status.emplace(std::move(status_listener_), *status_,
-                       Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
+                       StatusSettings{output_.text(), options_.token,
+                                      [&](std::uint64_t client) { senders.disconnect(client); }},
                        roster, board);
     }
     senders.start();

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "common/failure.hpp"
+#include "stream/token.hpp"
 
 namespace relay {
 namespace {
@@ -70,9 +71,13 @@ bool is_local_host(const std::string& host) {
            (inet_pton(AF_INET, host.c_str(), &address) == 1 && is_loopback(address.s_addr));
 }
 
+const char* header_of(MHD_Connection* connection, const char* name) {
+    return MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+}
+
 bool has_body(MHD_Connection* connection) {
     for (const char* name : {MHD_HTTP_HEADER_CONTENT_LENGTH, MHD_HTTP_HEADER_TRANSFER_ENCODING}) {
-        const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+        const char* const value = header_of(connection, name);
         if (value != nullptr && std::strcmp(value, "0") != 0) {
             return true;
         }
@@ -80,9 +85,23 @@ bool has_body(MHD_Connection* connection) {
     return false;
 }
 
+// True if a page of another site makes the browser send this. A proxy may change Host, but not what
+// a browser says itself.
+bool is_from_other_site(MHD_Connection* connection) {
+    if (const char* const site = header_of(connection, "Sec-Fetch-Site")) {
+        return std::strcmp(site, "same-origin") != 0;
+    }
+    const char* const origin = header_of(connection, MHD_HTTP_HEADER_ORIGIN);
+    const char* const host = header_of(connection, MHD_HTTP_HEADER_HOST);
+    return origin != nullptr &&
+           (host == nullptr || !std::string_view(origin).ends_with("://" + std::string(host)));
+}
+
 }  // namespace
 
-Answer::Answer(std::string_view body, const char* content_type, unsigned status) : status_(status) {
+Answer::Answer(std::string_view body, const char* content_type, unsigned status,
+               std::initializer_list<Header> headers)
+    : status_(status) {
     // The library copies the body and does not write to it, although the parameter is not const.
     MHD_Response* const response = MHD_create_response_from_buffer(
         body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_MUST_COPY);
@@ -90,22 +109,18 @@ Answer::Answer(std::string_view body, const char* content_type, unsigned status)
         throw std::bad_alloc();
     }
     response_ = {response, MHD_destroy_response};
-    const std::pair<const char*, const char*> headers[] = {
-        {MHD_HTTP_HEADER_CONTENT_TYPE, content_type},
-        {MHD_HTTP_HEADER_CACHE_CONTROL, "no-store"},
-        {MHD_HTTP_HEADER_CONNECTION, "close"},
-        {MHD_HTTP_HEADER_CONTENT_SECURITY_POLICY, kPolicy},
-        {MHD_HTTP_HEADER_X_CONTENT_TYPE_OPTIONS, "nosniff"},
-        {"Referrer-Policy", "no-referrer"},
-    };
-    for (const auto& [name, value] : headers) {
-        if (MHD_add_response_header(response, name, value) != MHD_YES) {
+    const auto add = [=](const Header& header) {
+        if (MHD_add_response_header(response, header.name, header.value) != MHD_YES) {
             throw std::bad_alloc();
         }
-    }
-    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
-    }
+    };
+    add({MHD_HTTP_HEADER_CONTENT_TYPE, content_type});
+    add({MHD_HTTP_HEADER_CACHE_CONTROL, "no-store"});
+    add({MHD_HTTP_HEADER_CONNECTION, "close"});
+    add({MHD_HTTP_HEADER_CONTENT_SECURITY_POLICY, kPolicy});
+    add({MHD_HTTP_HEADER_X_CONTENT_TYPE_OPTIONS, "nosniff"});
+    add({"Referrer-Policy", "no-referrer"});
+    std::ranges::for_each(headers, add);
 }
 
 // Passes calls of the library to the server. No exception may reach the library, which is in C.
@@ -143,7 +158,13 @@ HttpServer::HttpServer(zxcommon::Descriptor listener, const Endpoint& endpoint)
     : host_(host_of(endpoint.text())),
       not_found_("Page not found.\n", kText, MHD_HTTP_NOT_FOUND),
       foreign_("This page is served to its own host only.\n", kText, MHD_HTTP_FORBIDDEN),
-      not_allowed_("Only GET and HEAD are served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED),
+      forbidden_("This needs a relay with --token, and its own page.\n", kText, MHD_HTTP_FORBIDDEN),
+      unauthorized_("The token is missing or wrong.\n", kText, MHD_HTTP_UNAUTHORIZED,
+                    {{MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Bearer"}}),
+      only_get_("Only GET and HEAD are served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED,
+                {{MHD_HTTP_HEADER_ALLOW, "GET, HEAD"}}),
+      only_post_("Only POST is served.\n", kText, MHD_HTTP_METHOD_NOT_ALLOWED,
+                 {{MHD_HTTP_HEADER_ALLOW, "POST"}}),
       too_large_("Requests must not have a body.\n", kText, MHD_HTTP_CONTENT_TOO_LARGE),
       unavailable_("No memory for an answer.\n", kText, MHD_HTTP_SERVICE_UNAVAILABLE),
       listener_(std::move(listener)),
@@ -189,30 +210,54 @@ int HttpServer::answer(MHD_Connection* connection, std::string_view path, std::s
         return MHD_queue_response(connection, answer.status_, answer.response_.get());
     };
     try {
-        if (const Answer* const refusal = refuse(connection, method)) {
+        if (const Answer* const refusal = refuse(connection, path, method)) {
             return queue(*refusal);
         }
-        const auto found = routes_.find(path);
-        return is_first_call ? MHD_YES
-                             : queue(found != routes_.end() ? found->second() : not_found_);
+        return is_first_call ? MHD_YES : queue(make_answer(connection, path));
     } catch (const std::exception&) {
         return queue(unavailable_);
     }
 }
 
-const Answer* HttpServer::refuse(MHD_Connection* connection, std::string_view method) const {
+const Answer* HttpServer::refuse(MHD_Connection* connection, std::string_view path,
+                                 std::string_view method) const {
     if (is_foreign(connection)) {
         return &foreign_;
     }
-    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
-        return &not_allowed_;
+    const auto action = actions_.find(path);
+    const bool is_action = action != actions_.end();
+    if (is_action && method != MHD_HTTP_METHOD_POST) {
+        return &only_post_;
     }
-    return has_body(connection) ? &too_large_ : nullptr;
+    if (!is_action && method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+        return &only_get_;
+    }
+    if (has_body(connection)) {
+        return &too_large_;
+    }
+    return is_action ? refuse_action(connection, action->second.token) : nullptr;
+}
+
+const Answer* HttpServer::refuse_action(MHD_Connection* connection,
+                                        const std::string& token) const {
+    if (token.empty() || is_from_other_site(connection)) {
+        return &forbidden_;
+    }
+    const char* const given = header_of(connection, MHD_HTTP_HEADER_AUTHORIZATION);
+    return given != nullptr && is_token(given, "Bearer " + token) ? nullptr : &unauthorized_;
+}
+
+Answer HttpServer::make_answer(MHD_Connection* connection, std::string_view path) const {
+    if (const auto found = actions_.find(path); found != actions_.end()) {
+        const char* const id = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "id");
+        return found->second.action(id != nullptr ? id : "");
+    }
+    const auto found = routes_.find(path);
+    return found != routes_.end() ? found->second() : not_found_;
 }
 
 bool HttpServer::is_foreign(MHD_Connection* connection) const {
-    const char* const header =
-        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST);
+    const char* const header = header_of(connection, MHD_HTTP_HEADER_HOST);
     if (!is_loopback_ || header == nullptr) {
         return false;
     }
