@@ -43,7 +43,8 @@ function put(element, text, kind = null) {
 // The rows move up when a client leaves: the dialog names the client that the button stands for.
 function put_button(cell, kind, client) {
   const button = cell.firstElementChild ?? cell.appendChild(document.createElement("button"));
-  put(button, "Disconnect");
+  put(button, "×");
+  button.title = "Disconnect";
   cell.className = kind;
   button.setAttribute("aria-label", `Disconnect ${client.address}`);
   button.onclick = () => ask(client);
@@ -117,14 +118,15 @@ class Chart {
     const x = (age) => width * (1 - age / kSteps);
     const y = (bytes) => bottom - ((bottom - top) * bytes * 8) / (step * steps);
     const parts = [];
+    const labels = []; // above the lines
 
     for (let i = 0; i <= steps; ++i) {
       const at = Math.round(y((step * i) / 8)) + 0.5;
       parts.push(shape("line", { x1: 0, x2: width, y1: at, y2: at, class: "grid" }));
-      if (i > 0) parts.push(shape("text", { x: 0, y: at - 5 }, rate((step * i) / 8).replace(/\.0+(?=\D)/, "")));
+      if (i > 0) labels.push(shape("text", { x: 0, y: at - 5 }, rate((step * i) / 8).replace(/\.0+(?=\D)/, "")));
     }
     for (const [age, text, anchor] of [[120, "2 min ago", "start"], [60, "1 min ago", "middle"], [0, "now", "end"]]) {
-      parts.push(shape("text", { x: x(age), y: height - 4, "text-anchor": anchor }, text));
+      labels.push(shape("text", { x: x(age), y: height - 4, "text-anchor": anchor }, text));
     }
     for (const name in series) {
       const values = series[name];
@@ -139,7 +141,7 @@ class Chart {
     if (this.cursor !== null) {
       parts.push(shape("line", { x1: x(this.cursor), x2: x(this.cursor), y1: top, y2: bottom, class: "cursor" }));
     }
-    this.svg.replaceChildren(...parts);
+    this.svg.replaceChildren(...parts, ...labels);
     this.read_out(series, x, width);
   }
 
