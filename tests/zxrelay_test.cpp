@@ -360,7 +360,7 @@ TEST(RelayRing, GivesWhatATextWouldGive) {
     Ring ring(budget, 0);
     std::string all;
     for (int i = 0; i < 3000; ++i) {
-        const auto room = ring.room();
+        const auto room = ring.room(0);
         if (room.empty()) {
             ASSERT_EQ(ring.blocks(), 8U);
             ring.drop_front();
@@ -392,6 +392,19 @@ TEST(RelayRing, GivesWhatATextWouldGive) {
     }
 }
 
+TEST(RelayRing, DoesNotAskAgainSoonForMemoryThatThereIsNot) {
+    relay::Budget budget(100);
+    EXPECT_TRUE(budget.take(20, 0));
+    EXPECT_TRUE(budget.take(30, 0));
+    budget.give_unused(30, 0);
+    EXPECT_FALSE(budget.take(1, 999999));
+    budget.give(10);  // memory that was there
+    EXPECT_FALSE(budget.take(11, 999999));
+    EXPECT_TRUE(budget.take(10, 999999));
+    EXPECT_TRUE(budget.take(80, 1000000));
+    EXPECT_FALSE(budget.take(1, 1000000));
+}
+
 TEST(RelayRing, FindsTheBytesOfSomeSecondsAgo) {
     constexpr std::uint64_t kSecond = 1000000;
     relay::Budget budget(100 * Ring::kBlockSize);
@@ -399,7 +412,7 @@ TEST(RelayRing, FindsTheBytesOfSomeSecondsAgo) {
     EXPECT_EQ(ring.seek_back(5, 0), 0U);
     for (std::uint64_t ms = 0; ms <= 30000; ms += 100) {  // 100 blocks in 30 seconds
         for (std::size_t left = 116 * kPacketSize; left != 0;) {
-            const std::size_t size = std::min(ring.room().size(), left);
+            const std::size_t size = std::min(ring.room(ms * 1000).size(), left);
             ring.commit(size, ms * 1000);
             left -= size;
         }
