@@ -192,18 +192,20 @@ TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) 
 
 // A server that gives each of its visitors another one of the answers.
 std::jthread serve(int port, std::vector<Bytes> answers) {
-    return std::jthread([answers,
-                         listener = relay::open_listener({"127.0.0.1", std::to_string(port)}, 5)] {
-        for (const Bytes& answer : answers) {
-            std::string peer;
-            int fd = -1;
-            comes_true([&] { return (fd = relay::accept_connection(listener.get(), peer)) >= 0; });
-            const zxcommon::Descriptor visitor(fd);
-            send_all(fd, answer);
-            shutdown(fd, SHUT_WR);
-            receive_all(fd);
-        }
-    });
+    return std::jthread(
+        [answers, listener = relay::open_listener({"127.0.0.1", std::to_string(port)}, 5)] {
+            for (const Bytes& answer : answers) {
+                std::string peer;
+                zxcommon::Descriptor visitor;
+                comes_true([&] {
+                    visitor = relay::accept_connection(listener.get(), peer);
+                    return static_cast<bool>(visitor);
+                });
+                send_all(visitor.get(), answer);
+                shutdown(visitor.get(), SHUT_WR);
+                receive_all(visitor.get());
+            }
+        });
 }
 
 TEST_F(RelayInput, ServersAreAskedUntilTheyGiveTheStream) {
@@ -344,7 +346,7 @@ TEST(RelayNet, LeavesItToTheStallTimeoutHowLongAClientMayWait) {
     std::string peer;
     zxcommon::Descriptor fd;
     ASSERT_TRUE(comes_true([&] {
-        fd.reset(relay::accept_connection(listener.get(), peer));
+        fd = relay::accept_connection(listener.get(), peer);
         return static_cast<bool>(fd);
     }));
     int limit_ms = -1;

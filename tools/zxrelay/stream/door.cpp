@@ -70,18 +70,21 @@ void Door::turn() {
 int Door::wait_ms() const {
     const std::uint64_t now = zxtime_api_upTimeUs();
     std::uint64_t due = farewells_.next_due_us();
-    due = resume_us_ > now ? std::min(due, resume_us_) : due;
+    due = is_listening_ ? due : std::min(due, resume_us_);
     due = refused_ != 0 ? std::min(due, reported_us_ + kReportUs) : due;
     return wait_until(due, now);
 }
 
 void Door::accept_all() {
-    for (int i = 0; i < kClientsPerTurn && !farewells_.full(); ++i) {
+    for (int i = 0; i < kClientsPerTurn; ++i) {
         std::string peer;
-        zxcommon::Descriptor fd(accept_connection(socket_.get(), peer));
+        zxcommon::Descriptor fd = accept_connection(socket_.get(), peer);
         if (!fd) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                log({Level::error, kTag}, "cannot accept another client: %s", std::strerror(errno));
+                if (failed_.admits()) {
+                    log({Level::error, kTag}, "cannot accept another client: %s",
+                        std::strerror(errno));
+                }
                 resume_us_ = now_us_ + kPauseUs;
             }
             return;
@@ -110,13 +113,17 @@ void Door::report_refused() {
     }
 }
 
-// While nobody else can be taken, the others wait in the queue of the socket.
+// While nobody can be taken, clients wait in the queue of the socket.
 void Door::update_listening() {
-    const bool should_listen = now_us_ >= resume_us_ && !farewells_.full();
-    if (should_listen != is_listening_) {
-        const int fd = socket_.get();
-        const bool is_done = should_listen ? epoll_.add(fd, EPOLLIN) : epoll_.del(fd);
-        is_listening_ = is_done ? should_listen : is_listening_;
+    const bool should_listen = now_us_ >= resume_us_;
+    if (should_listen == is_listening_) {
+        return;
+    }
+    const int fd = socket_.get();
+    if (should_listen ? epoll_.add(fd, EPOLLIN) : epoll_.del(fd)) {
+        is_listening_ = should_listen;
+    } else {
+        resume_us_ = now_us_ + kPauseUs;
     }
 }
 

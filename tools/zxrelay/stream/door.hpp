@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+#include "server/log_limit.hpp"
 #include "stream/admission.hpp"
 #include "stream/farewells.hpp"
 #include "stream/newcomer.hpp"
@@ -48,7 +49,8 @@ private:
     std::uint64_t now_us_ = 0;
     bool is_listening_ = true;
     std::uint64_t resume_us_ = 0;  // nobody is accepted before
-    std::uint64_t refused_ = 0;    // not reported yet
+    LogLimit failed_{"attempts to accept a client have failed"};
+    std::uint64_t refused_ = 0;  // not reported yet
     std::uint64_t reported_us_ = 0;
 };
 
