@@ -237,6 +237,29 @@ TEST_F(RelayInput, ServersAreAskedUntilTheyGiveTheStream) {
     EXPECT_TRUE(comes_true([&] { return inputs->finished(); }));
 }
 
+TEST_F(RelayInput, AServerThatSendsAnythingButPacketsIsAskedAgain) {
+    const zxcommon::Descriptor server =
+        relay::open_listener({"127.0.0.1", std::to_string(port)}, 5);
+    start({at("http")});
+    std::string peer;
+    zxcommon::Descriptor visitor;
+    zxcommon::Descriptor next;
+    EXPECT_TRUE(comes_true([&] {
+        visitor = relay::accept_connection(server.get(), peer);
+        return static_cast<bool>(visitor);
+    }));
+    const std::string head = "HTTP/1.0 200 OK\r\n\r\n";
+    send_all(visitor.get(), {head.begin(), head.end()});
+    EXPECT_TRUE(comes_true(
+        [&] {
+            send(visitor.get(), "x", 1, MSG_NOSIGNAL);
+            next = relay::accept_connection(server.get(), peer);
+            return static_cast<bool>(next);
+        },
+        20000));
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("it is silent")));
+}
+
 TEST_F(RelayInput, AFileIsPlayedInItsOwnTime) {
     const Folder folder;
     const std::string path = folder.path() + "/part.ts";
