@@ -103,6 +103,19 @@ protected:
         return fd;
     }
 
+    // Says for a second as much as the relay takes. Returns its size.
+    [[nodiscard]] static std::uint64_t talk(const zxcommon::Descriptor& client) {
+        const Bytes words(65536, 'x');
+        std::uint64_t size = 0;
+        const auto end = Clock::now() + std::chrono::seconds(1);
+        while (Clock::now() < end) {
+            const ssize_t sent =
+                send(client.get(), words.data(), words.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+            size += sent > 0 ? static_cast<std::uint64_t>(sent) : 0;
+        }
+        return size;
+    }
+
     // All processes of this test's relays: the name of its directory is on their command lines.
     [[nodiscard]] std::vector<pid_t> relays() const {
         std::vector<pid_t> pids;
@@ -211,6 +224,8 @@ TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
     const zxcommon::Descriptor slow = join();
     const zxcommon::Descriptor vanishing = join();
     shutdown(vanishing.get(), SHUT_RDWR);
+    const zxcommon::Descriptor talking = join();
+    EXPECT_LT(talk(talking), 32U << 20U);  // most of what it says waits in its socket
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(0));
     EXPECT_EQ(relay->wait(), 0);
     EXPECT_TRUE(logs("has accepted no data for too long"));
@@ -346,6 +361,7 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
     }
     for (const char* const target : {"/?last=60", "/news?last=99999"}) {
         const zxcommon::Descriptor client = say(std::string("GET ") + target + host);
+        shutdown(client.get(), SHUT_WR);  // it still wants its answer
         Bytes got;
         std::size_t head = 0;
         while (got.size() < head + 700 * kPacketSize) {

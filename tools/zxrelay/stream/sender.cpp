@@ -143,21 +143,21 @@ void Sender::take_guests() {
 // A client for which there is no memory loses its connection.
 void Sender::welcome(Guest guest) {
     const int fd = guest.fd.get();
-    const std::string peer = guest.peer;
     try {
         auto newcomer =
             std::make_unique<Newcomer>(std::move(guest), feeds_.front()->ring.end(), now_us_);
         if (epoll_.add(fd, EPOLLIN)) {
-            newcomers_.emplace(fd, std::move(newcomer));
+            const Guest& welcomed =
+                newcomers_.emplace(fd, std::move(newcomer)).first->second->guest;
             is_active_ = true;
             ++feeds_.front()->channel.stats.connections;
             if (connected_.admits()) {
-                log({Level::notice, kTag}, "client %s has connected", peer.c_str());
+                log({Level::notice, kTag}, "client %s has connected", welcomed.peer.c_str());
             }
         }
     } catch (const std::exception&) {
         if (connected_.admits()) {
-            log({Level::error, kTag}, "no memory for client %s", peer.c_str());
+            log({Level::error, kTag}, "%s", "no memory for another client");
         }
     }
 }
@@ -257,6 +257,8 @@ void Sender::handle_client(Client& client, std::uint32_t events) {
         update_watch(client);
     } else if ((events & EPOLLOUT) != 0) {
         send_to(client);
+    } else {
+        update_watch(client);
     }
 }
 
@@ -288,10 +290,10 @@ void Sender::send_to(Client& client) {
 
 // Lets epoll wait for room in the socket exactly while the client lags.
 void Sender::update_watch(Client& client) {
-    const bool lags = client.bytes_waiting() != 0;
-    if (lags != client.is_watched()) {
-        client.set_watched(lags, now_us_);
-        epoll_.mod(client.fd(), lags ? EPOLLIN | EPOLLOUT : EPOLLIN);
+    const std::uint32_t wanted = client.wanted_events();
+    if (wanted != client.watched_events()) {
+        client.set_watched_events(wanted, now_us_);
+        epoll_.mod(client.fd(), wanted);
     }
 }
 
@@ -308,7 +310,7 @@ void Sender::send_round() {
         rest_until_us_ = feed->queue.empty() ? rest_until_us_ : 0;  // the next round is due
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_watched()) {
+        if (client->is_blocked()) {
             hold_in_reach(*client);
         } else {
             send_to(*client);
@@ -394,9 +396,11 @@ void Sender::do_once_a_second() {
         is_active_ = limit->report_when_due() || is_active_;
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_watched() && now_us_ - client->last_progress_us() > settings_.stall_us) {
+        if (client->is_blocked() && now_us_ - client->last_progress_us() > settings_.stall_us) {
             disconnect(*client, "has accepted no data for too long");
         }
+        client->renew_input();
+        update_watch(*client);
     }
     publisher_.publish(clients_, feeds_);
 }
