@@ -79,7 +79,7 @@ protected:
     }
 
     LogCapture log{3};
-    relay::Channel channel{100 * kMessageSize};
+    relay::Channel channel{{"stream", 100 * kMessageSize, 0}};
     relay::Stats& stats = channel.stats;
     int port = free_port(SOCK_STREAM);
     std::optional<relay::Inputs> inputs;

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -11,7 +12,7 @@
 #include "server/log.hpp"
 #include "server/notify.hpp"
 #include "status/service.hpp"
-#include "stream/channel.hpp"
+#include "stream/roster.hpp"
 #include "stream/senders.hpp"
 #include "stream/snapshot.hpp"
 #include "stream/worker.hpp"
@@ -62,12 +63,15 @@ std::vector<std::string> all_inputs(const Options& options) {
 Sender::Settings sender_settings(const Options& options) {
     Sender::Settings settings{};
     settings.latency_us = options.latency_ms * std::uint64_t{1000};
-    settings.client_buffer_bytes = options.client_buffer_bytes;
     settings.stall_us = options.stall_timeout_seconds * kMicro;
-    settings.keep_us = options.keep_seconds * kMicro;
     settings.memory_bytes = options.memory_bytes;
-    settings.site = {{options.channel_name}, options.cors_origin};
+    settings.cors_origin = options.cors_origin;
     return settings;
+}
+
+ChannelSettings channel_settings(const Options& options) {
+    return {options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
+            options.client_buffer_bytes, options.keep_seconds * kMicro};
 }
 
 // Every client needs a descriptor. The source, the log, the status page and the connections that
@@ -100,19 +104,20 @@ Relay::Relay(const Options& options)
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Board board(options_.senders);
-    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes), options_.senders,
-                    options_.channel_name);
+    Roster roster;
+    const auto channel = std::make_shared<Channel>(channel_settings(options_), options_.senders);
     const std::string input = inputs_.front().url.shown();
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
-                    max_clients(options_), {&channel}, board);
-    Monitor monitor(channel.stats, channel);
+                    max_clients(options_), roster, board);
+    senders.change({}, {channel});
+    Monitor monitor(roster);
     Inputs inputs(std::move(inputs_),
-                  {options_.source_timeout_seconds, options_.end_after_first_source}, channel);
+                  {options_.source_timeout_seconds, options_.end_after_first_source}, *channel);
     std::optional<StatusServer> status;
     if (!options_.status_address.empty()) {
         status.emplace(parse_output(options_.status_address),
                        Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
-                       channel.stats, channel, board);
+                       roster, board);
     }
     senders.start();
     inputs.start();
@@ -120,11 +125,11 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     announce_up(notifier, input);
     on_up();
     const auto goes_on = [&] {
-        notifier.keep_alive(channel.stats.clients);
+        notifier.keep_alive(static_cast<unsigned>(roster.total().clients));
         if (options_.print_stats) {
             monitor.print_when_due();
         }
-        return !inputs.finished() || !channel.empty() || !senders.drained();
+        return !inputs.finished() || !channel->empty() || !senders.drained();
     };
     const End end = run_main_loop(signals, log_file, notifier, goes_on);
     Notifier::announce_end();
