@@ -376,6 +376,50 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
     }
 }
 
+TEST_F(RelayServer, ServesOnlyThoseWhoMayEnterAndKnowTheToken) {
+    start("tcp",
+          "--allow 2001:db8::/32 --allow 127.0.0.1 --max-per-address 2 --token secret --name news");
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
+    const std::string end = " HTTP/1.1\r\nHost: a\r\n";
+    const auto answer = [&](const std::string& request) {
+        return text_of(receive_all(say(request).get(), 100));
+    };
+    const struct {
+        std::string request;
+        const char* status;
+    } cases[] = {
+        {"last 1\n", "401 Unauthorized\r\n"},
+        {"GET /news" + end + "\r\n", "401 "},
+        {"GET /playlist.m3u?token=secre" + end + "\r\n", "401 "},
+        {"HEAD /news?last=1&token=secreT" + end + "\r\n", "401 "},
+        {"GET /news" + end + "Authorization: Basic secret\r\n\r\n", "401 "},
+        {"HEAD /news?token=secret" + end + "\r\n", "200 "},
+        {"HEAD /news" + end + "Authorization: bearer secret\r\n\r\n", "200 "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_TRUE(comes_true([&] {  // 429 while another one is still leaving
+            return answer(c.request).starts_with(std::string("HTTP/1.1 ") + c.status);
+        })) << c.request;
+    }
+    EXPECT_TRUE(comes_true([&] {
+        return text_of(receive_all(say("GET /playlist.m3u?token=secret" + end + "\r\n").get()))
+            .ends_with("http://a/news?token=secret\n");
+    }));
+    std::vector<zxcommon::Descriptor> clients;
+    EXPECT_TRUE(comes_true([&] {
+        clients.push_back(say("GET /news?token=secret" + end + "\r\n"));
+        return text_of(receive_all(clients.back().get(), 12)).starts_with("HTTP/1.1 429");
+    }));
+    EXPECT_GE(clients.size(), 3U);
+    const zxcommon::Descriptor other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = loopback(0);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    ASSERT_EQ(bind(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    address = loopback(out_port);
+    ASSERT_EQ(connect(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_THAT(text_of(receive_all(other.get())), testing::StartsWith("HTTP/1.1 403 Forbidden"));
+}
+
 TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     expect_complaint(ZX_RELAY, "--inptu tcp://[::1]:1", "'--inptu' is not an option");
     const std::string config = dir / "config";

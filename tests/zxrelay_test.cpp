@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -30,6 +31,7 @@
 #include "stream/channel.hpp"
 #include "stream/net.hpp"
 #include "stream/ring.hpp"
+#include "stream/senders.hpp"
 #include "zxcommon.hpp"
 
 namespace {
@@ -360,6 +362,63 @@ TEST(RelayQueue, WakesItsConsumerForWhateverComes) {
         ASSERT_EQ(got, packets(received, size / kPacketSize));
         received += size / kPacketSize;
     }
+}
+
+TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
+    LogCapture log(3);
+    zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 5);
+    const int port = port_of(listener.get());
+    relay::Roster roster;
+    relay::Board board;
+    std::atomic<int> demands{0};
+    relay::Sender::Settings settings{};
+    settings.stall_us = 1000000;
+    settings.memory_bytes = 1U << 20U;
+    settings.on_demand = [&](const std::string& name) {
+        ++demands;
+        return name.ends_with(":1")   ? relay::Demand::coming
+               : name.ends_with(":2") ? relay::Demand::forbidden
+                                      : relay::Demand::unknown;
+    };
+    relay::Senders senders(std::move(listener), settings, 1, {10, 0, {}}, roster, board);
+    senders.start();
+    const auto ask = [port](const std::string& target) {
+        const std::string request = target + " HTTP/1.0\r\n\r\n";
+        zxcommon::Descriptor fd(connected(SOCK_STREAM, port));
+        send_all(fd.get(), {request.begin(), request.end()});
+        return fd;
+    };
+    const auto answer = [](const zxcommon::Descriptor& client) {
+        const Bytes got = receive_all(client.get());
+        return std::string(got.begin(), got.end());
+    };
+    const zxcommon::Descriptor waiting[] = {ask("GET /udp/239.1.1.1:1"), ask("HEAD /rtp/h:1")};
+    const zxcommon::Descriptor in_vain = ask("HEAD /udp/in-vain:1");
+    EXPECT_TRUE(comes_true([&] { return demands == 3; }));
+    relay::ChannelList channels;
+    for (const char* const name : {"udp/239.1.1.1:1", "rtp/h:1"}) {
+        relay::ChannelSettings its{name, 1U << 17U, 1U << 17U};
+        its.is_listed = false;
+        channels.push_back(std::make_shared<relay::Channel>(its));
+    }
+    senders.change({}, channels);
+    EXPECT_THAT(answer(ask("GET /udp/h:2")), HasSubstr("1.1 403 Forbidden\r\n"));
+    EXPECT_THAT(answer(ask("GET /rtp/h:3")), HasSubstr("1.1 404 Not Found\r\n"));
+    EXPECT_THAT(answer(ask("GET /other/h:1")), HasSubstr("1.1 404 Not Found\r\n"));
+    EXPECT_EQ(demands, 5);
+    EXPECT_THAT(answer(waiting[1]), HasSubstr("1.1 200 OK\r\n"));
+    EXPECT_TRUE(comes_true([&] { return channels[0]->stats.clients == 1U; }));
+    channels[0]->push(packets(0, 7));
+    const Bytes sent = packets(0, 7);
+    std::string got;
+    while (!got.ends_with(std::string(sent.begin(), sent.end()))) {
+        const Bytes part = receive_all(waiting[0].get(), 1);
+        ASSERT_FALSE(part.empty());
+        got.append(part.begin(), part.end());
+    }
+    EXPECT_THAT(answer(ask("GET /playlist.m3u")), HasSubstr("\r\n\r\n#EXTM3U\n"));
+    EXPECT_THAT(answer(in_vain), HasSubstr("1.1 503 Service Unavailable\r\n"));
+    EXPECT_EQ(demands, 5);
 }
 
 // The kernel would end a connection that --stall allows to wait.

@@ -78,6 +78,13 @@ zxcommon::Descriptor accept_connection(int listener, std::string& peer) {
     return fd;
 }
 
+Address peer_address(int fd) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    getpeername(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    return address_of(address);
+}
+
 void prepare_for_stream(int fd) {
     set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
     set_option(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kUnsentBytes);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "config/network.hpp"
 #include "config/url.hpp"
 #include "zxcommon.hpp"
 
@@ -26,6 +27,9 @@ zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);
 // non-blocking; the kernel ends the connection if the peer vanishes without closing it. Returns
 // none and sets `errno` if it accepts none.
 zxcommon::Descriptor accept_connection(int listener, std::string& peer);
+
+// The address of the peer of a connection.
+Address peer_address(int fd);
 
 // For a connection of a client: the kernel sends at once, and keeps little that it has not sent.
 void prepare_for_stream(int fd);
