@@ -133,6 +133,7 @@ void Door::refuse(zxcommon::Descriptor fd, Admission::Verdict verdict) {
 }
 
 void Door::report_refused() {
+    failed_.report_when_due();
     if (refused_.empty() || now_us_ - reported_us_ < kReportUs) {
         return;
     }
