@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,7 +66,7 @@ Sender::Settings sender_settings(const Options& options) {
     settings.latency_us = options.latency_ms * std::uint64_t{1000};
     settings.stall_us = options.stall_timeout_seconds * kMicro;
     settings.memory_bytes = options.memory_bytes;
-    settings.cors_origin = options.cors_origin;
+    settings.site = {{}, options.cors_origin, options.token};
     return settings;
 }
 
@@ -96,6 +97,13 @@ unsigned max_clients(const Options& options) {
         options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
 }
 
+Admission::Rules admission_rules(const Options& options) {
+    Admission::Rules rules{max_clients(options), options.max_per_address, {}};
+    std::ranges::transform(options.allowed_networks, std::back_inserter(rules.allowed),
+                           parse_network);
+    return rules;
+}
+
 }  // namespace
 
 Relay::Relay(const Options& options)
@@ -116,11 +124,13 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     const auto channel =
         std::make_shared<Channel>(channel_settings(options_, input), options_.senders);
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
-                    max_clients(options_), roster, board);
+                    admission_rules(options_), roster, board);
     senders.change({}, {channel});
     Monitor monitor(roster);
     Inputs inputs(std::move(inputs_),
-                  {options_.source_timeout_seconds, options_.end_after_first_source}, *channel);
+                  {options_.source_timeout_seconds, options_.end_after_first_source,
+                   options_.latency_ms == 0},
+                  *channel);
     std::optional<StatusServer> status;
     if (status_) {
         status.emplace(std::move(status_listener_), *status_,

@@ -18,6 +18,8 @@ constexpr long kMostRedirects = 5;
 struct Sink {
     StreamFeeder& feeder;
     const Interrupt& interrupt;
+    unsigned timeout_seconds;
+    bool is_silent = false;  // the server sends something, but no packets
 };
 
 // A CURLOPT_WRITEFUNCTION: less than it was given ends the transfer. libcurl is in C, so no
@@ -29,14 +31,15 @@ std::size_t write_to_sink(char* data, std::size_t, std::size_t size, void* sink_
     } catch (const std::exception&) {
         return 0;
     }
-    return sink.interrupt.is_raised() ? 0 : size;
+    sink.is_silent = sink.feeder.is_silent(sink.timeout_seconds);
+    return sink.interrupt.is_raised() || sink.is_silent ? 0 : size;
 }
 
 }  // namespace
 
 HttpPull::Played HttpPull::play() {
     StreamFeeder feeder(entrance_, interrupt_);
-    Sink sink{feeder, interrupt_};
+    Sink sink{feeder, interrupt_, timeout_seconds_};
     Transfer transfer(url_);
     transfer.set(CURLOPT_WRITEFUNCTION, write_to_sink);
     transfer.set(CURLOPT_WRITEDATA, &sink);
@@ -51,6 +54,9 @@ HttpPull::Played HttpPull::play() {
     const std::string error = transfer.perform(interrupt_);
     if (!interrupt_.is_raised()) {
         feeder.finish();
+    }
+    if (sink.is_silent) {
+        return {feeder.has_delivered(), "it is silent"};
     }
     return {feeder.has_delivered(), error.empty() ? "it has ended" : error};
 }
