@@ -30,7 +30,7 @@ relay_pid=$!
 pids+=("$relay_pid")
 until grep -qs relaying "$work/relay.log"; do kill -0 "$relay_pid"; sleep 0.05; done
 for _ in 1 2 3; do
-    cat <"/dev/tcp/127.0.0.1/$out_port" >/dev/null &
+    curl -sN "http://127.0.0.1:$out_port/stream?token=secret" >/dev/null &
     pids+=($!)
 done
 split -b 18800 "$sample" "$work/part."
