@@ -1,8 +1,10 @@
 // The relay as its users see it: processes between sockets that come and go.
 #include <gmock/gmock.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -41,6 +43,31 @@ unsigned gaps_in(const Bytes& stream) {
 
 std::string text_of(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};
+}
+
+// Keeps a thread of another process from going on.
+class Halt {
+public:
+    explicit Halt(pid_t thread) : thread_(thread) {
+        EXPECT_EQ(ptrace(PTRACE_SEIZE, thread_, nullptr, nullptr), 0);
+        EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread_, nullptr, nullptr), 0);
+        waitpid(thread_, nullptr, __WALL);
+    }
+    ~Halt() { ptrace(PTRACE_DETACH, thread_, nullptr, nullptr); }
+    Halt(const Halt&) = delete;
+    Halt& operator=(const Halt&) = delete;
+
+private:
+    const pid_t thread_;
+};
+
+pid_t thread_of(pid_t process, const std::string& name) {
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        if (content_of(entry.path() / "comm") == name + "\n") {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return 0;
 }
 
 class RelayServer : public testing::Test {
@@ -101,6 +128,19 @@ protected:
         zxcommon::Descriptor fd(connected(SOCK_STREAM, out_port));
         send_all(fd.get(), {text.begin(), text.end()});
         return fd;
+    }
+
+    // Says for a second as much as the relay takes. Returns its size.
+    [[nodiscard]] static std::uint64_t talk(const zxcommon::Descriptor& client) {
+        const Bytes words(65536, 'x');
+        std::uint64_t size = 0;
+        const auto end = Clock::now() + std::chrono::seconds(1);
+        while (Clock::now() < end) {
+            const ssize_t sent =
+                send(client.get(), words.data(), words.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+            size += sent > 0 ? static_cast<std::uint64_t>(sent) : 0;
+        }
+        return size;
     }
 
     // All processes of this test's relays: the name of its directory is on their command lines.
@@ -178,7 +218,7 @@ protected:
 };
 
 TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
-    start("udp");
+    start("udp", "--stats", "exec > >(true); ");  // nobody reads the statistics
     const zxcommon::Descriptor client = join();
     const zxcommon::Descriptor source(connected(SOCK_DGRAM, in_port));
     send_all(source.get(), Bytes(100, 'x'));
@@ -211,6 +251,8 @@ TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
     const zxcommon::Descriptor slow = join();
     const zxcommon::Descriptor vanishing = join();
     shutdown(vanishing.get(), SHUT_RDWR);
+    const zxcommon::Descriptor talking = join();
+    EXPECT_LT(talk(talking), 32U << 20U);  // most of what it says waits in its socket
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(0));
     EXPECT_EQ(relay->wait(), 0);
     EXPECT_TRUE(logs("has accepted no data for too long"));
@@ -236,7 +278,8 @@ TEST_F(RelayServer, RefusesClientsBeyondTheLimitAndTheOthersNoticeNothing) {
     start("tcp", "", "ulimit -n 64; ");
     const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
     std::vector<zxcommon::Descriptor> clients;
-    for (int i = 0; i < 60; ++i) {
+    const auto begin = Clock::now();
+    for (int i = 0; i < 150; ++i) {
         clients.emplace_back(connected(SOCK_STREAM, out_port));
     }
     ASSERT_TRUE(logs("refused "));
@@ -252,6 +295,7 @@ TEST_F(RelayServer, RefusesClientsBeyondTheLimitAndTheOthersNoticeNothing) {
     }
     EXPECT_GT(served, 0U);
     EXPECT_EQ(served + refused, clients.size());
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));  // none waits until others have gone
     clients.clear();
     EXPECT_TRUE(serves_from(source));  // there is room again
     EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("has ended")));
@@ -344,6 +388,7 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
     }
     for (const char* const target : {"/?last=60", "/news?last=99999"}) {
         const zxcommon::Descriptor client = say(std::string("GET ") + target + host);
+        shutdown(client.get(), SHUT_WR);  // it still wants its answer
         Bytes got;
         std::size_t head = 0;
         while (got.size() < head + 700 * kPacketSize) {
@@ -356,6 +401,50 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
         got.erase(got.begin(), got.begin() + static_cast<std::ptrdiff_t>(head));
         EXPECT_TRUE(got == packets(0, 700));
     }
+}
+
+TEST_F(RelayServer, ServesOnlyThoseWhoMayEnterAndKnowTheToken) {
+    start("tcp",
+          "--allow 2001:db8::/32 --allow 127.0.0.1 --max-per-address 2 --token secret --name news");
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
+    const std::string end = " HTTP/1.1\r\nHost: a\r\n";
+    const auto answer = [&](const std::string& request) {
+        return text_of(receive_all(say(request).get(), 100));
+    };
+    const struct {
+        std::string request;
+        const char* status;
+    } cases[] = {
+        {"last 1\n", "401 Unauthorized\r\n"},
+        {"GET /news" + end + "\r\n", "401 "},
+        {"GET /playlist.m3u?token=secre" + end + "\r\n", "401 "},
+        {"HEAD /news?last=1&token=secreT" + end + "\r\n", "401 "},
+        {"GET /news" + end + "Authorization: Basic secret\r\n\r\n", "401 "},
+        {"HEAD /news?token=secret" + end + "\r\n", "200 "},
+        {"HEAD /news" + end + "Authorization: bearer secret\r\n\r\n", "200 "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_TRUE(comes_true([&] {  // 429 while another one is still leaving
+            return answer(c.request).starts_with(std::string("HTTP/1.1 ") + c.status);
+        })) << c.request;
+    }
+    EXPECT_TRUE(comes_true([&] {
+        return text_of(receive_all(say("GET /playlist.m3u?token=secret" + end + "\r\n").get()))
+            .ends_with("http://a/news?token=secret\n");
+    }));
+    std::vector<zxcommon::Descriptor> clients;
+    EXPECT_TRUE(comes_true([&] {
+        clients.push_back(say("GET /news?token=secret" + end + "\r\n"));
+        return text_of(receive_all(clients.back().get(), 12)).starts_with("HTTP/1.1 429");
+    }));
+    EXPECT_GE(clients.size(), 3U);
+    const zxcommon::Descriptor other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = loopback(0);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    ASSERT_EQ(bind(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    address = loopback(out_port);
+    ASSERT_EQ(connect(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_THAT(text_of(receive_all(other.get())), testing::StartsWith("HTTP/1.1 403 Forbidden"));
 }
 
 TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
@@ -380,6 +469,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         {"--input tcp://127.0.0.1:0", "is not an address with a port"},
         {"--output 8000", "is not an address with a port"},
         {"--output " + taken, "cannot listen on"},
+        {"--status " + taken, "cannot listen on"},
         {"--input tcp://" + taken, "Address already in use"},
         {"--user no-such-user", "there is no user no-such-user"},
         {"--user ''", "--user: it is empty"},
@@ -426,7 +516,7 @@ TEST_F(RelayServer, HasNoMoreRightsThanItsUser) {
     fs::create_directory(prey.parent_path());
     fs::permissions(prey.parent_path(), fs::perms::owner_all);  // for any umask
     fs::create_symlink(prey, dir / "log");
-    const std::string arguments = "--watchdog --user nobody";
+    const std::string arguments = "--watchdog --user nobody --status 127.86.4.2:81";
     expect_complaint(ZX_RELAY, with_usual("udp", arguments), "cannot write the log");
     EXPECT_FALSE(fs::exists(prey));
     fs::remove(dir / "log");
@@ -502,10 +592,10 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     sockaddr_un address{AF_UNIX, ""};
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "manager").c_str());
     ASSERT_EQ(bind(manager.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    const auto hears = [&](const std::string& wanted) {
+    const auto hears = [&](const std::string& wanted, int wait_sec = 20) {
         char text[512] = "";
         while (std::string(text).find(wanted) == std::string::npos) {
-            const timeval limit{20, 0};
+            const timeval limit{wait_sec, 0};
             setsockopt(manager.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
             std::fill(std::begin(text), std::end(text), '\0');
             if (recv(manager.get(), text, sizeof text - 1, 0) < 0) {
@@ -523,6 +613,12 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     const zxcommon::Descriptor client = join();
     EXPECT_TRUE(hears("STATUS=1 clients"));
     EXPECT_TRUE(hears("WATCHDOG=1"));
+    EXPECT_TRUE(hears("WATCHDOG=1"));
+    {
+        const Halt halt(thread_of(relays().front(), "relay-send"));
+        EXPECT_TRUE(comes_true([&] { return !hears("WATCHDOG=1", 1); }, 1000));
+        EXPECT_TRUE(logs("a sender hangs"));
+    }
     EXPECT_TRUE(hears("WATCHDOG=1"));
     relay->signal(SIGTERM);
     EXPECT_TRUE(hears("STOPPING=1"));

@@ -27,6 +27,9 @@ struct Options {
     unsigned max_clients = 0;  // 0: as many as there are descriptors for
     std::string channel_name = "stream";
     std::string cors_origin;  // empty: no page of another site may read the stream
+    std::vector<std::string> allowed_networks;  // empty: all
+    unsigned max_per_address = 0;               // 0: no limit
+    std::string token;  // empty: clients need none, and the status page disconnects nobody
     bool end_after_first_source = false;
     bool print_stats = false;
     bool daemon = false;

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,13 +66,15 @@ Sender::Settings sender_settings(const Options& options) {
     settings.latency_us = options.latency_ms * std::uint64_t{1000};
     settings.stall_us = options.stall_timeout_seconds * kMicro;
     settings.memory_bytes = options.memory_bytes;
-    settings.cors_origin = options.cors_origin;
+    settings.site = {{}, options.cors_origin, options.token};
     return settings;
 }
 
-ChannelSettings channel_settings(const Options& options) {
-    return {options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
-            options.client_buffer_bytes, options.keep_seconds * kMicro};
+ChannelSettings channel_settings(const Options& options, const std::string& input) {
+    ChannelSettings settings{options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
+                             options.client_buffer_bytes, options.keep_seconds * kMicro};
+    settings.source = input;
+    return settings;
 }
 
 // Every client needs a descriptor. The source, the log, the status page and the connections that
@@ -94,29 +97,45 @@ unsigned max_clients(const Options& options) {
         options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
 }
 
+Admission::Rules admission_rules(const Options& options) {
+    Admission::Rules rules{max_clients(options), options.max_per_address, {}};
+    std::ranges::transform(options.allowed_networks, std::back_inserter(rules.allowed),
+                           parse_network);
+    return rules;
+}
+
 }  // namespace
 
 Relay::Relay(const Options& options)
     : options_(options),
       output_(parse_output(options.output_address)),
       inputs_(open_inputs(all_inputs(options), options.multicast_interface)),
-      listener_(open_listener(output_, kBacklog)) {}
+      listener_(open_listener(output_, kBacklog)) {
+    if (!options.status_address.empty()) {
+        status_ = parse_output(options.status_address);
+        status_listener_ = open_listener(*status_, kBacklog);
+    }
+}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Board board(options_.senders);
     Roster roster;
-    const auto channel = std::make_shared<Channel>(channel_settings(options_), options_.senders);
     const std::string input = inputs_.front().url.shown();
+    const auto channel =
+        std::make_shared<Channel>(channel_settings(options_, input), options_.senders);
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
-                    max_clients(options_), roster, board);
+                    admission_rules(options_), roster, board);
     senders.change({}, {channel});
     Monitor monitor(roster);
     Inputs inputs(std::move(inputs_),
-                  {options_.source_timeout_seconds, options_.end_after_first_source}, *channel);
+                  {options_.source_timeout_seconds, options_.end_after_first_source,
+                   options_.latency_ms == 0},
+                  *channel);
     std::optional<StatusServer> status;
-    if (!options_.status_address.empty()) {
-        status.emplace(parse_output(options_.status_address),
-                       Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
+    if (status_) {
+        status.emplace(std::move(status_listener_), *status_,
+                       StatusSettings{output_.text(), options_.token,
+                                      [&](std::uint64_t client) { senders.disconnect(client); }},
                        roster, board);
     }
     senders.start();
@@ -125,7 +144,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     announce_up(notifier, input);
     on_up();
     const auto goes_on = [&] {
-        notifier.keep_alive(static_cast<unsigned>(roster.total().clients));
+        notifier.keep_alive(static_cast<unsigned>(roster.total().clients), senders.are_live());
         if (options_.print_stats) {
             monitor.print_when_due();
         }

@@ -40,7 +40,7 @@ StreamFeeder::StreamFeeder(Entrance& entrance, const Interrupt& interrupt)
           entrance.push_waiting(message, interrupt);
       }) {}
 
-StreamFeeder::~StreamFeeder() {
+void StreamFeeder::finish() {
     packetizer_.finish();
     count_skipped();
     entrance_.report_when_due();
@@ -82,6 +82,9 @@ void StreamFeeder::count_skipped() {
 Reading read_stream(int fd, Entrance& entrance, const Interrupt& interrupt, Patience patience) {
     StreamFeeder feeder(entrance, interrupt);
     const StreamEnd end = read_until_end(fd, feeder, interrupt, patience);
+    if (end != StreamEnd::stopped) {
+        feeder.finish();
+    }
     return {end, feeder.has_delivered()};
 }
 

@@ -19,7 +19,8 @@ struct ChannelSettings {
     std::uint64_t keep_us = 0;          // of the stream; 0: no time shift
     // Playlists are in the order of ranks. The first channel is the one of clients that do not ask.
     unsigned rank = 0;
-    bool is_listed = true;  // in playlists
+    bool is_listed = true;    // in playlists
+    std::string source = {};  // as the status page shows it
 
     bool operator==(const ChannelSettings&) const = default;
 };

@@ -22,12 +22,11 @@ std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std
 }  // namespace
 
 Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-                 unsigned max_clients, Roster& roster, Board& board)
+                 Admission::Rules rules, Roster& roster, Board& board)
     : roster_(roster),
-      admission_(max_clients),
+      admission_(std::move(rules)),
       senders_(make_senders(settings, count, roster.guests, board)),
-      door_(std::move(listener), admission_,
-            refusal(HTTP_STATUS_SERVICE_UNAVAILABLE, {{}, settings.cors_origin}), roster.guests,
+      door_(std::move(listener), admission_, settings.site, roster.guests,
             [this](Guest guest) { senders_[next_++ % senders_.size()]->adopt(std::move(guest)); }) {
     workers_.push_back(std::make_unique<Worker>(
         "relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }));
@@ -40,6 +39,11 @@ Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings
 
 void Senders::start() {
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->start(); });
+}
+
+bool Senders::are_live() const {
+    return std::all_of(senders_.begin(), senders_.end(),
+                       [](const auto& sender) { return sender->is_live(); });
 }
 
 bool Senders::drained() const {

@@ -17,13 +17,16 @@ class Senders {
 public:
     // The memory of `settings` is shared by `count` senders. Throws a Failure.
     Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-            unsigned max_clients, Roster& roster, Board& board);
+            Admission::Rules rules, Roster& roster, Board& board);
 
     ~Senders() { stop(); }
     Senders(const Senders&) = delete;
     Senders& operator=(const Senders&) = delete;
 
     void start();  // throws a Failure
+
+    // False if one of them hangs.
+    [[nodiscard]] bool are_live() const;
 
     // True if everything that has left the queues of the channels is sent.
     [[nodiscard]] bool drained() const;

@@ -1,0 +1,31 @@
+// Networks, such as 10.0.0.0/8 and 2001:db8::/32.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace relay {
+
+// An IPv6 address. An IPv4 address is one, too: ::ffff:10.0.0.1.
+using Address = std::array<std::uint8_t, 16>;
+
+// That of a socket of any family; :: if it has none.
+Address address_of(const sockaddr_storage& socket);
+
+struct Network {
+    Address address;
+    unsigned prefix;  // bits, from 0 to 128
+
+    [[nodiscard]] bool contains(const Address& other) const;
+};
+
+// An address stands for itself. Throws a Failure that says what is wrong with the text.
+Network parse_network(const std::string& text);
+
+bool contains(const std::vector<Network>& networks, const Address& address);
+
+}  // namespace relay
