@@ -15,7 +15,6 @@
 #include "status/service.hpp"
 #include "stream/net.hpp"
 #include "zxjson.h"
-#include "zxlog.h"
 #include "zxmem.h"
 #include "zxthread.h"
 
@@ -144,8 +143,7 @@ TEST_F(StatusTest, ListsEveryBufferEvenIfManyDoNotReadTheList) {
         readers.push_back(say("GET /memory HTTP/1.0\r\n\r\n"));
         EXPECT_FALSE(zx::test::receive_all(readers.back().get(), 1).empty()) << i;
     }
-    const std::string table = get("/memory");
-    EXPECT_EQ(zxlog_api_strCasestrNum(table.c_str(), "<tr>", 0, 1), 20005);  // and the titles
+    EXPECT_NE(get("/memory").find(">00020004<"), std::string::npos);
     std::ranges::for_each(buffers, [](void*& buffer) { zxmem_api_free(&buffer); });
 }
 
