@@ -13,10 +13,12 @@ packages_of() {
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
                     libcurl4-openssl-dev libhttp-parser-dev libmicrohttpd-dev libpcap-dev libsystemd-dev ;;
         test) echo abigail-tools libgtest-dev libgmock-dev clang-format chromium \
-                   chromium-driver curl ffmpeg iproute2 jq prometheus python3 systemd tshark ;;
-        bench) echo libavformat-dev libavutil-dev libbenchmark-dev libboost-dev libbsd-dev \
-                    libglib2.0-dev libisal-dev libjack-jackd2-dev libnet1-dev libspdlog-dev libssl-dev \
-                    libtins-dev nettle-dev python3 zlib1g-dev ;;
+                   chromium-driver curl ffmpeg iproute2 jq prometheus python3 systemd tshark vlc-bin \
+                   vlc-plugin-base ;;
+        bench) echo gstreamer1.0-plugins-base gstreamer1.0-tools icecast2 iproute2 libavformat-dev \
+                    libavutil-dev libbenchmark-dev libboost-dev libbsd-dev libglib2.0-dev libisal-dev \
+                    libjack-jackd2-dev libnet1-dev libspdlog-dev libssl-dev libtins-dev multicat \
+                    nettle-dev python3 socat zlib1g-dev ;;
         fuzz) echo clang libclang-rt-14-dev ;;
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;
@@ -52,15 +54,18 @@ installed() {
     done
 }
 
-# Of prometheus, only its promtool is wanted, never the service.
-without_service() {
-    [[ " ${missing[*]} " == *" prometheus "* && -d /run/systemd/system ]] || return 0
-    "${as_root[@]}" systemctl mask prometheus.service
+# Of these packages, only the programs are wanted, never the service.
+without_services() {
+    local name
+    [[ -d /run/systemd/system ]] || return 0
+    for name in prometheus icecast2; do
+        [[ " ${missing[*]} " != *" $name "* ]] || "${as_root[@]}" systemctl mask "$name.service"
+    done
 }
 
 as_root=(env DEBIAN_FRONTEND=noninteractive)
 [[ $(id -u) -eq 0 ]] || as_root=(sudo "${as_root[@]}")
 echo "installing these packages and their dependencies: ${missing[*]}"
-without_service
+without_services
 "${as_root[@]}" apt-get update -qq
 "${as_root[@]}" apt-get install -y -q --no-install-recommends -o APT::Status-Fd=1 "${missing[@]}" | installed

@@ -25,12 +25,12 @@ trap cleanup EXIT
 
 in_port=25610 out_port=25611 page=http://127.0.0.1:25612
 "$relay" --input "tcp://127.0.0.1:$in_port" --output "127.0.0.1:$out_port" \
-    --status "${page#http://}" --log "$work/relay.log" &
+    --status "${page#http://}" --token secret --log "$work/relay.log" &
 relay_pid=$!
 pids+=("$relay_pid")
 until grep -qs relaying "$work/relay.log"; do kill -0 "$relay_pid"; sleep 0.05; done
 for _ in 1 2 3; do
-    cat <"/dev/tcp/127.0.0.1/$out_port" >/dev/null &
+    curl -sN "http://127.0.0.1:$out_port/stream?token=secret" >/dev/null &
     pids+=($!)
 done
 split -b 18800 "$sample" "$work/part."
@@ -67,22 +67,21 @@ holds() {
     return 1
 }
 text() { echo "document.getElementById('$1').textContent"; }
+part() { echo "document.querySelector('#channels [data-part=\"$1\"]')"; }
 
 devtools Emulation.setDeviceMetricsOverride '{"width": 1280, "height": 800, "deviceScaleFactor": 1, "mobile": false}'
 post "$session/url" "{\"url\": \"$page/\"}" >/dev/null || true  # the answer is null
 holds "the page is alive" "$(text state) === 'Running'"
-holds "the stream flows in" "/^[1-9]/.test($(text in-rate))"
-holds "and out" "/^[1-9]/.test($(text out-rate))"
-holds "there are three clients" "document.querySelectorAll('#clients td:nth-child(6)').length === 3"
-before=$(script "$(text in-bytes)")
-holds "the numbers run" "$(text in-bytes) !== $before"
-holds "the chart has its lines" "document.querySelectorAll('#chart .line').length === 2"
+holds "the stream flows in" "/^[1-9]/.test($(part in-rate).textContent)"
+holds "and out" "/^[1-9]/.test($(part out-rate).textContent)"
+holds "there are three clients" "$(part clients).querySelectorAll('td:nth-child(6)').length === 3"
+before=$(script "$(part in-bytes).textContent")
+holds "the numbers run" "$(part in-bytes).textContent !== $before"
+holds "the chart has its lines" "$(part chart).querySelectorAll('.line').length === 2"
 
 status=$(curl -sSf "$page/status.json")
-for table in clients locks; do
-    count=$(jq ".$table | length" <<<"$status")
-    holds "all $table are shown" "$count > 0 && document.querySelector('#$table tbody').rows.length === $count"
-done
+count=$(jq '.locks | length' <<<"$status")
+holds "all locks are shown" "$count > 0 && document.querySelector('#locks tbody').rows.length === $count"
 count=$(jq '.memory.rows | length' <<<"$status")
 holds "all buffers are shown" "$count > 0 && document.querySelectorAll('#memory tr').length === $count + 1"
 
@@ -111,6 +110,17 @@ asked=$(logged performance | jq -r --arg page "$page" '.[].message | fromjson.me
 grep -q /live.json <<<"$asked"
 elsewhere=$(grep -vE "^($page/|data:)" <<<"$asked" || true)
 [[ -z $elsewhere ]] || { echo "asked elsewhere: $elsewhere" >&2; exit 1; }
+
+# disconnect TOKEN: clicks the button of the first client, and answers the dialog.
+disconnect() {
+    script "$(part clients).querySelector('button').click(),
+        document.getElementById('token').value = '$1',
+        document.querySelector('#disconnect button').click(), true" >/dev/null
+}
+disconnect wrong
+holds "a wrong token is refused" "$(text message).includes('missing or wrong')"
+disconnect secret
+holds "two clients are left" "$(part clients).querySelectorAll('td:nth-child(6)').length === 2"
 
 kill -TERM "$relay_pid"
 wait "$relay_pid"

@@ -1,8 +1,10 @@
 // The relay as its users see it: processes between sockets that come and go.
 #include <gmock/gmock.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -41,6 +43,31 @@ unsigned gaps_in(const Bytes& stream) {
 
 std::string text_of(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};
+}
+
+// Keeps a thread of another process from going on.
+class Halt {
+public:
+    explicit Halt(pid_t thread) : thread_(thread) {
+        EXPECT_EQ(ptrace(PTRACE_SEIZE, thread_, nullptr, nullptr), 0);
+        EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread_, nullptr, nullptr), 0);
+        waitpid(thread_, nullptr, __WALL);
+    }
+    ~Halt() { ptrace(PTRACE_DETACH, thread_, nullptr, nullptr); }
+    Halt(const Halt&) = delete;
+    Halt& operator=(const Halt&) = delete;
+
+private:
+    const pid_t thread_;
+};
+
+pid_t thread_of(pid_t process, const std::string& name) {
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        if (content_of(entry.path() / "comm") == name + "\n") {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return 0;
 }
 
 class RelayServer : public testing::Test {
@@ -191,7 +218,7 @@ protected:
 };
 
 TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
-    start("udp");
+    start("udp", "--stats", "exec > >(true); ");  // nobody reads the statistics
     const zxcommon::Descriptor client = join();
     const zxcommon::Descriptor source(connected(SOCK_DGRAM, in_port));
     send_all(source.get(), Bytes(100, 'x'));
@@ -442,6 +469,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         {"--input tcp://127.0.0.1:0", "is not an address with a port"},
         {"--output 8000", "is not an address with a port"},
         {"--output " + taken, "cannot listen on"},
+        {"--status " + taken, "cannot listen on"},
         {"--input tcp://" + taken, "Address already in use"},
         {"--user no-such-user", "there is no user no-such-user"},
         {"--user ''", "--user: it is empty"},
@@ -486,8 +514,9 @@ TEST_F(RelayServer, HasNoMoreRightsThanItsUser) {
     }
     const fs::path prey = dir / "root" / "prey";  // where only root can make a file
     fs::create_directory(prey.parent_path());
+    fs::permissions(prey.parent_path(), fs::perms::owner_all);  // for any umask
     fs::create_symlink(prey, dir / "log");
-    const std::string arguments = "--watchdog --user nobody";
+    const std::string arguments = "--watchdog --user nobody --status 127.86.4.2:81";
     expect_complaint(ZX_RELAY, with_usual("udp", arguments), "cannot write the log");
     EXPECT_FALSE(fs::exists(prey));
     fs::remove(dir / "log");
@@ -563,10 +592,10 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     sockaddr_un address{AF_UNIX, ""};
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "manager").c_str());
     ASSERT_EQ(bind(manager.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    const auto hears = [&](const std::string& wanted) {
+    const auto hears = [&](const std::string& wanted, int wait_sec = 20) {
         char text[512] = "";
         while (std::string(text).find(wanted) == std::string::npos) {
-            const timeval limit{20, 0};
+            const timeval limit{wait_sec, 0};
             setsockopt(manager.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
             std::fill(std::begin(text), std::end(text), '\0');
             if (recv(manager.get(), text, sizeof text - 1, 0) < 0) {
@@ -584,6 +613,12 @@ TEST_F(RelayServer, TellsItsServiceManagerHowItIs) {
     const zxcommon::Descriptor client = join();
     EXPECT_TRUE(hears("STATUS=1 clients"));
     EXPECT_TRUE(hears("WATCHDOG=1"));
+    EXPECT_TRUE(hears("WATCHDOG=1"));
+    {
+        const Halt halt(thread_of(relays().front(), "relay-send"));
+        EXPECT_TRUE(comes_true([&] { return !hears("WATCHDOG=1", 1); }, 1000));
+        EXPECT_TRUE(logs("a sender hangs"));
+    }
     EXPECT_TRUE(hears("WATCHDOG=1"));
     relay->signal(SIGTERM);
     EXPECT_TRUE(hears("STOPPING=1"));

@@ -15,14 +15,18 @@
 
 namespace {
 
-// Every thread blocks these signals: the main thread waits for them with sigtimedwait().
+// Every thread blocks these signals: the main thread waits for them with sigtimedwait(). SIGPIPE is
+// blocked, too, and is none of them: a reader of the standard output that leaves, or a connection
+// that breaks under a library, must not end the relay.
 sigset_t block_signals() {
     sigset_t set;
     sigemptyset(&set);
     for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGUSR1}) {
         sigaddset(&set, number);
     }
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    sigset_t blocked = set;
+    sigaddset(&blocked, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     return set;
 }
 

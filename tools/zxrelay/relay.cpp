@@ -70,9 +70,11 @@ Sender::Settings sender_settings(const Options& options) {
     return settings;
 }
 
-ChannelSettings channel_settings(const Options& options) {
-    return {options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
-            options.client_buffer_bytes, options.keep_seconds * kMicro};
+ChannelSettings channel_settings(const Options& options, const std::string& input) {
+    ChannelSettings settings{options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
+                             options.client_buffer_bytes, options.keep_seconds * kMicro};
+    settings.source = input;
+    return settings;
 }
 
 // Every client needs a descriptor. The source, the log, the status page and the connections that
@@ -108,13 +110,19 @@ Relay::Relay(const Options& options)
     : options_(options),
       output_(parse_output(options.output_address)),
       inputs_(open_inputs(all_inputs(options), options.multicast_interface)),
-      listener_(open_listener(output_, kBacklog)) {}
+      listener_(open_listener(output_, kBacklog)) {
+    if (!options.status_address.empty()) {
+        status_ = parse_output(options.status_address);
+        status_listener_ = open_listener(*status_, kBacklog);
+    }
+}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Board board(options_.senders);
     Roster roster;
-    const auto channel = std::make_shared<Channel>(channel_settings(options_), options_.senders);
     const std::string input = inputs_.front().url.shown();
+    const auto channel =
+        std::make_shared<Channel>(channel_settings(options_, input), options_.senders);
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
                     admission_rules(options_), roster, board);
     senders.change({}, {channel});
@@ -124,9 +132,10 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
                    options_.latency_ms == 0},
                   *channel);
     std::optional<StatusServer> status;
-    if (!options_.status_address.empty()) {
-        status.emplace(parse_output(options_.status_address),
-                       Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
+    if (status_) {
+        status.emplace(std::move(status_listener_), *status_,
+                       StatusSettings{output_.text(), options_.token,
+                                      [&](std::uint64_t client) { senders.disconnect(client); }},
                        roster, board);
     }
     senders.start();
@@ -135,7 +144,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     announce_up(notifier, input);
     on_up();
     const auto goes_on = [&] {
-        notifier.keep_alive(static_cast<unsigned>(roster.total().clients));
+        notifier.keep_alive(static_cast<unsigned>(roster.total().clients), senders.are_live());
         if (options_.print_stats) {
             monitor.print_when_due();
         }

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "input/inputs.hpp"
@@ -40,6 +41,8 @@ private:
     const Endpoint output_;
     std::vector<OpenInput> inputs_;
     zxcommon::Descriptor listener_;
+    std::optional<Endpoint> status_;  // nothing without a status page
+    zxcommon::Descriptor status_listener_;
 };
 
 }  // namespace relay

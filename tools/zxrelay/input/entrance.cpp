@@ -23,7 +23,7 @@ unsigned long long take(std::uint64_t& count) {
 Entrance::Entrance(Channel& channel, Selector& selector, std::size_t rank)
     : channel_(channel), selector_(selector), rank_(rank) {}
 
-// A template, because it must need no memory: destructors and callbacks of C code push, too.
+// A template, because it must need no memory: callbacks of C code push, too.
 template <typename Put>
 Entrance::Outcome Entrance::offer(const Put& put) {
     const std::scoped_lock lock(selector_.mutex());

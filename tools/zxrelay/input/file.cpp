@@ -104,6 +104,9 @@ bool FileSource::play_through() {
         feeder.feed(bytes);
         return !interrupt_.is_raised() && !pacer_.is_lost();
     });
+    if (!interrupt_.is_raised()) {
+        feeder.finish();
+    }
     return feeder.has_delivered();
 }
 

@@ -26,12 +26,16 @@ bool is_transport_stream(std::span<const std::uint8_t> bytes) {
 
 void Packetizer::feed(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        const std::size_t taken = std::min(bytes.size(), buffer_.size() - end_);
-        std::memcpy(buffer_.data() + end_, bytes.data(), taken);
-        end_ += taken;
+        const std::size_t taken = std::min(bytes.size(), room().size());
+        std::memcpy(room().data(), bytes.data(), taken);
+        commit(taken);
         bytes = bytes.subspan(taken);
-        emit_packets();
     }
+}
+
+void Packetizer::commit(std::size_t size) {
+    end_ += size;
+    emit_packets();
 }
 
 void Packetizer::finish() {

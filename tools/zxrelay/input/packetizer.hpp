@@ -25,6 +25,11 @@ public:
     // whole and fits.
     void feed(std::span<const std::uint8_t> bytes);
 
+    // The same without a copy: where the next bytes belong, which is never empty, and how many
+    // bytes were put there.
+    [[nodiscard]] std::span<std::uint8_t> room() { return std::span(buffer_).subspan(end_); }
+    void commit(std::size_t size);
+
     // Emits whole packets at the front even if they are fewer than three, and skips the rest.
     // Called at the end of a source.
     void finish();

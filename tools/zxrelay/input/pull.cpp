@@ -1,6 +1,6 @@
 #include "input/pull.hpp"
 
-#include <csignal>
+#include <exception>
 
 #include "input/stream_reader.hpp"
 #include "input/transfer.hpp"
@@ -22,26 +22,22 @@ struct Sink {
     bool is_silent = false;  // the server sends something, but no packets
 };
 
-// A CURLOPT_WRITEFUNCTION: less than it was given ends the transfer.
+// A CURLOPT_WRITEFUNCTION: less than it was given ends the transfer. libcurl is in C, so no
+// exception may reach it.
 std::size_t write_to_sink(char* data, std::size_t, std::size_t size, void* sink_of_transfer) {
     Sink& sink = *static_cast<Sink*>(sink_of_transfer);
-    sink.feeder.feed({reinterpret_cast<const std::uint8_t*>(data), size});
+    try {
+        sink.feeder.feed({reinterpret_cast<const std::uint8_t*>(data), size});
+    } catch (const std::exception&) {
+        return 0;
+    }
     sink.is_silent = sink.feeder.is_silent(sink.timeout_seconds);
     return sink.interrupt.is_raised() || sink.is_silent ? 0 : size;
-}
-
-// libcurl does not always keep OpenSSL from this signal, which would end the relay.
-void block_broken_pipe() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
 }  // namespace
 
 HttpPull::Played HttpPull::play() {
-    block_broken_pipe();
     StreamFeeder feeder(entrance_, interrupt_);
     Sink sink{feeder, interrupt_, timeout_seconds_};
     Transfer transfer(url_);
@@ -56,6 +52,9 @@ HttpPull::Played HttpPull::play() {
     transfer.set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     transfer.set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(timeout_seconds_));
     const std::string error = transfer.perform(interrupt_);
+    if (!interrupt_.is_raised()) {
+        feeder.finish();
+    }
     if (sink.is_silent) {
         return {feeder.has_delivered(), "it is silent"};
     }

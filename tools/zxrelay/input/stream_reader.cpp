@@ -13,25 +13,14 @@ namespace {
 constexpr int kWaitMs = 1000;
 constexpr std::uint64_t kMicro = 1000000;
 
-// False at the end of the stream, and after an error.
-bool read_some(int fd, std::vector<std::uint8_t>& buffer, StreamFeeder& feeder) {
-    const ssize_t size = read(fd, buffer.data(), buffer.size());
-    if (size > 0) {
-        feeder.feed({buffer.data(), static_cast<std::size_t>(size)});
-    }
-    return size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR));
-}
-
 StreamEnd read_until_end(int fd, StreamFeeder& feeder, const Interrupt& interrupt,
                          Patience patience) {
-    std::vector<std::uint8_t> buffer(kLargestMessage);
     while (!interrupt.is_raised()) {
         const bool is_silent = feeder.is_silent(patience.seconds);
         if (is_silent && (patience.rival < 0 || is_readable(patience.rival))) {
             return StreamEnd::silent;
         }
-        if (interrupt.wait(fd, kWaitMs, is_silent ? patience.rival : -1) &&
-            !read_some(fd, buffer, feeder)) {
+        if (interrupt.wait(fd, kWaitMs, is_silent ? patience.rival : -1) && !feeder.read_from(fd)) {
             return StreamEnd::closed;
         }
     }
@@ -51,7 +40,7 @@ StreamFeeder::StreamFeeder(Entrance& entrance, const Interrupt& interrupt)
           entrance.push_waiting(message, interrupt);
       }) {}
 
-StreamFeeder::~StreamFeeder() {
+void StreamFeeder::finish() {
     packetizer_.finish();
     count_skipped();
     entrance_.report_when_due();
@@ -69,6 +58,18 @@ void StreamFeeder::feed(std::span<const std::uint8_t> bytes) {
     count_skipped();
 }
 
+bool StreamFeeder::read_from(int fd) {
+    const std::span<std::uint8_t> room = packetizer_.room();
+    const ssize_t size = read(fd, room.data(), room.size());
+    if (size <= 0) {
+        return size < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    entrance_.count_received(static_cast<std::size_t>(size));
+    packetizer_.commit(static_cast<std::size_t>(size));
+    count_skipped();
+    return true;
+}
+
 bool StreamFeeder::is_silent(unsigned seconds) const {
     return zxtime_api_upTimeUs() - last_packet_us_ >= seconds * kMicro;
 }
@@ -81,6 +82,9 @@ void StreamFeeder::count_skipped() {
 Reading read_stream(int fd, Entrance& entrance, const Interrupt& interrupt, Patience patience) {
     StreamFeeder feeder(entrance, interrupt);
     const StreamEnd end = read_until_end(fd, feeder, interrupt, patience);
+    if (end != StreamEnd::stopped) {
+        feeder.finish();
+    }
     return {end, feeder.has_delivered()};
 }
 

@@ -17,11 +17,16 @@ public:
     StreamFeeder(Entrance& entrance, Packetizer::Emit emit);
     // Messages wait for room; `interrupt` outlives this object.
     StreamFeeder(Entrance& entrance, const Interrupt& interrupt);
-    ~StreamFeeder();
     StreamFeeder(const StreamFeeder&) = delete;
     StreamFeeder& operator=(const StreamFeeder&) = delete;
 
     void feed(std::span<const std::uint8_t> bytes);
+    // Feeds what one read gives. Returns false at the end of the stream, and after an error.
+    bool read_from(int fd);
+
+    // Pushes what is left, and counts what is no whole packet. Called at the end of the stream, but
+    // not if the relay itself has cut the stream.
+    void finish();
 
     [[nodiscard]] bool has_delivered() const { return has_delivered_; }
     // No packet has come for so long.

@@ -115,7 +115,9 @@ void remove_pid_file() {
         return;
     }
     if (unlink(g_path.c_str()) != 0) {
-        // The relay's user may have no right to remove it. An empty file names no process.
+        // The relay's user may have no right to remove it. The supervisor can still empty it, and
+        // an empty file names no process. Without a watchdog the file stays as it is, and only the
+        // lock that it lacks tells that it is left over.
         [[maybe_unused]] const int result = ftruncate(g_write_fd, 0);
     }
 }

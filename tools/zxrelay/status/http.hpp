@@ -1,8 +1,9 @@
-// The HTTP server of the status page. It serves a few texts with GET and HEAD, and trusts no
-// client.
+// The HTTP server of the status page. It serves a few texts with GET and HEAD, acts on a POST with
+// the right token, and trusts no client.
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,8 +22,13 @@ namespace relay {
 // A response that can be sent to any number of clients.
 class Answer {
 public:
+    struct Header {
+        const char* name;
+        const char* value;
+    };
     Answer() = default;
-    Answer(std::string_view body, const char* content_type, unsigned status = 200);
+    Answer(std::string_view body, const char* content_type, unsigned status = 200,
+           std::initializer_list<Header> headers = {});
     explicit operator bool() const { return response_ != nullptr; }
 
 private:
@@ -41,8 +47,10 @@ private:
 class HttpServer {
 public:
     using Handler = std::function<Answer()>;
+    using Action = std::function<Answer(std::string_view id)>;
 
-    explicit HttpServer(const Endpoint& endpoint);  // throws a Failure
+    // `listener`: for connections to `endpoint`. Throws a Failure.
+    HttpServer(zxcommon::Descriptor listener, const Endpoint& endpoint);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
@@ -50,6 +58,13 @@ public:
     // Adds a page. Call this before the first serve(). If the handler throws, the client receives
     // 503.
     void add(std::string path, Handler handler) { routes_[std::move(path)] = std::move(handler); }
+
+    // The same for what a POST to `path`?id=ID does. The request needs the header `Authorization:
+    // Bearer TOKEN`, and must not come from the page of another site. Without a token, every
+    // request is refused.
+    void add_action(std::string path, std::string token, Action action) {
+        actions_[std::move(path)] = {std::move(token), std::move(action)};
+    }
 
     [[nodiscard]] int fd() const;
     [[nodiscard]] int wait_ms(int limit) const;
@@ -61,14 +76,27 @@ private:
     friend struct Callback;
     int answer(MHD_Connection* connection, std::string_view path, std::string_view method,
                bool is_first_call);
+    struct GuardedAction {
+        std::string token;
+        Action action;
+    };
+    // These return why a request is refused; null: it is not.
+    const Answer* refuse(MHD_Connection* connection, std::string_view path,
+                         std::string_view method) const;
+    const Answer* refuse_action(MHD_Connection* connection, const std::string& token) const;
     bool is_foreign(MHD_Connection* connection) const;
+    Answer make_answer(MHD_Connection* connection, std::string_view path) const;
 
     std::map<std::string, Handler, std::less<>> routes_;
+    std::map<std::string, GuardedAction, std::less<>> actions_;
     const std::string host_;
     Visitors visitors_;
     const Answer not_found_;
     const Answer foreign_;
-    const Answer not_allowed_;
+    const Answer forbidden_;
+    const Answer unauthorized_;
+    const Answer only_get_;
+    const Answer only_post_;
     const Answer too_large_;
     const Answer unavailable_;
     const zxcommon::Descriptor listener_;

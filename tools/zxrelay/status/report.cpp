@@ -99,32 +99,86 @@ void add_memory(cJSON* root, std::string_view table) {
     add(memory, "total", cut(table, kTotalBegin, kTotalEnd));
 }
 
-void add_counters(cJSON* root, const Report& report) {
-    const Counters& stats = report.total;
-    const Rates now = report.history.empty() ? Rates{} : report.history.back();
-    cJSON* const in = add_object(root, "in");
-    add(in, "bytes", stats.bytes_in);
+void add_counters(cJSON* object, const Counters& counters, const History& history) {
+    const Rates now = history.latest();
+    cJSON* const in = add_object(object, "in");
+    add(in, "bytes", counters.bytes_in);
     add(in, "bytes_per_sec", now.in);
-    add(in, "messages", stats.messages_in);
-    add(in, "bytes_no_stream", stats.bytes_no_stream);
-    cJSON* const out = add_object(root, "out");
-    add(out, "bytes", stats.bytes_out);
+    add(in, "messages", counters.messages_in);
+    add(in, "bytes_no_stream", counters.bytes_no_stream);
+    add(in, "datagrams_lost", counters.datagrams_lost);
+    cJSON* const out = add_object(object, "out");
+    add(out, "bytes", counters.bytes_out);
     add(out, "bytes_per_sec", now.out);
-    cJSON* const fifo = add_object(root, "fifo");
-    need(cJSON_AddNumberToObject(fifo, "fill", report.fifo_fill));
-    add(fifo, "size", report.facts.fifo_size);
-    cJSON* const dropped = add_object(root, "dropped_messages");
-    add(dropped, "fifo_full", stats.dropped_fifo_full);
-    add(dropped, "slow_clients", stats.dropped_slow_client);
-    cJSON* const store = add_object(root, "store");
-    add(store, "bytes", report.snapshot.stored_bytes);
-    add(store, "nodes", report.snapshot.stored_nodes);
+    cJSON* const dropped = add_object(object, "dropped_messages");
+    add(dropped, "fifo_full", counters.dropped_fifo_full);
+    add(dropped, "slow_clients", counters.dropped_slow_client);
+}
+
+// `channel`: null if there is none.
+void add_fifo(cJSON* object, const Channel* channel) {
+    cJSON* const fifo = add_object(object, "fifo");
+    need(cJSON_AddNumberToObject(fifo, "fill", channel != nullptr ? channel->fill_ratio() : 0));
+    add(fifo, "size", channel != nullptr ? channel->settings().fifo_bytes : 0);
+}
+
+void add_store(cJSON* object, const StoreView& stored) {
+    cJSON* const store = add_object(object, "store");
+    add(store, "bytes", stored.bytes);
+    add(store, "nodes", stored.nodes);
+}
+
+void add_history(cJSON* object, const History& history) {
+    cJSON* const place = add_object(object, "history");
+    add(place, "step_sec", 1);
+    cJSON* const in = add_array(place, "in_bytes_per_sec");
+    cJSON* const out = add_array(place, "out_bytes_per_sec");
+    for (const Rates& rates : history.rates()) {
+        cJSON_AddItemToArray(in, need(cJSON_CreateRaw(std::to_string(rates.in).c_str())));
+        cJSON_AddItemToArray(out, need(cJSON_CreateRaw(std::to_string(rates.out).c_str())));
+    }
+}
+
+// The sums of all channels, and the FIFO that is fullest.
+void add_totals(cJSON* root, const Report& report) {
+    const Channel* fullest = nullptr;
+    for (const Track& track : report.tracks) {
+        const bool is_fuller =
+            fullest == nullptr || track.channel->fill_ratio() > fullest->fill_ratio();
+        fullest = is_fuller ? track.channel.get() : fullest;
+    }
+    StoreView stored;
+    for (const StoreView& store : report.snapshot.stores) {
+        stored.bytes += store.bytes;
+        stored.nodes += store.nodes;
+    }
+    add_counters(root, report.total, report.history);
+    add_fifo(root, fullest);
+    add_store(root, stored);
+    add_history(root, report.history);
+}
+
+void add_channels(cJSON* root, const Report& report) {
+    cJSON* const channels = add_array(root, "channels");
+    for (const auto& [channel, history] : report.tracks) {
+        cJSON* const object = append_object(channels);
+        const Counters counters = channel->stats.read();
+        add(object, "name", channel->name());
+        add(object, "source", channel->settings().source);
+        add(object, "clients", counters.clients);
+        add_counters(object, counters, history);
+        add_fifo(object, channel.get());
+        add_store(object, stored_of(report.snapshot, channel->name()));
+        add_history(object, history);
+    }
 }
 
 void add_clients(cJSON* root, const Snapshot& snapshot) {
     cJSON* const clients = add_array(root, "clients");
     for (const ClientView& view : snapshot.clients) {
         cJSON* const client = append_object(clients);
+        add(client, "id", view.number);
+        add(client, "channel", view.channel);
         add(client, "address", view.address);
         add(client, "bytes_per_sec", view.bytes_per_sec);
         add(client, "bytes_sent", view.bytes_sent);
@@ -143,17 +197,6 @@ void add_locks(cJSON* root, const Snapshot& snapshot) {
     }
 }
 
-void add_history(cJSON* root, const std::deque<Rates>& history) {
-    cJSON* const object = add_object(root, "history");
-    add(object, "step_sec", 1);
-    cJSON* const in = add_array(object, "in_bytes_per_sec");
-    cJSON* const out = add_array(object, "out_bytes_per_sec");
-    for (const Rates& rates : history) {
-        cJSON_AddItemToArray(in, need(cJSON_CreateRaw(std::to_string(rates.in).c_str())));
-        cJSON_AddItemToArray(out, need(cJSON_CreateRaw(std::to_string(rates.out).c_str())));
-    }
-}
-
 }  // namespace
 
 std::string memory_table(std::uint64_t tracked_buffers) {
@@ -166,16 +209,27 @@ std::string memory_table(std::uint64_t tracked_buffers) {
     return text.get();
 }
 
+StoreView stored_of(const Snapshot& snapshot, const std::string& channel) {
+    StoreView sum{channel};
+    for (const StoreView& store : snapshot.stores) {
+        sum.bytes += store.channel == channel ? store.bytes : 0;
+        sum.nodes += store.channel == channel ? store.nodes : 0;
+    }
+    return sum;
+}
+
 std::string to_json(const Report& report, const std::string* memory) {
     const std::unique_ptr<cJSON, Free> root(need(cJSON_CreateObject()));
     add(root.get(), "version", std::string(zxcommon_api_version()));
-    add(root.get(), "source", report.facts.source);
-    add(root.get(), "output", report.facts.output);
+    add(root.get(), "source",
+        report.tracks.empty() ? "" : report.tracks.front().channel->settings().source);
+    add(root.get(), "output", report.output);
     add(root.get(), "uptime_sec", report.uptime_sec);
-    add_counters(root.get(), report);
+    need(cJSON_AddBoolToObject(root.get(), "can_disconnect", report.can_disconnect));
+    add_totals(root.get(), report);
+    add_channels(root.get(), report);
     add_clients(root.get(), report.snapshot);
     add_locks(root.get(), report.snapshot);
-    add_history(root.get(), report.history);
     if (memory != nullptr) {
         add_memory(root.get(), *memory);
     }

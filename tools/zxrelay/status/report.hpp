@@ -2,43 +2,33 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <string>
-#include <string_view>
+#include <vector>
 
+#include "status/history.hpp"
 #include "stream/snapshot.hpp"
 #include "stream/stats.hpp"
 
 namespace relay {
 
-// Facts that do not change while the relay runs.
-struct Facts {
-    std::string source;
-    std::string output;
-    std::uint64_t fifo_size = 0;
-    std::string channel;
-};
-
-// Bytes per second.
-struct Rates {
-    std::uint64_t in;
-    std::uint64_t out;
-};
-
 struct Report {
-    const Facts& facts;
-    const Counters total;
-    const GuestStats& guests;
+    const std::string& output;
+    bool can_disconnect;  // clients, by the page
     const Snapshot& snapshot;
-    const std::deque<Rates>& history;
-    double fifo_fill;
+    const GuestStats& guests;
+    const Counters total;    // of all channels, also of those that are closed
+    const History& history;  // of the total
+    const std::vector<Track>& tracks;
     std::uint64_t uptime_sec;
 };
 
-// True if the source has sent something in the last second or two.
-[[nodiscard]] inline bool is_receiving(const Report& report) {
-    return !report.history.empty() && report.history.back().in != 0;
+// True if the source, or one of the sources, has sent something in the last second or two.
+[[nodiscard]] inline bool is_receiving(const History& history) {
+    return history.latest().in != 0;
 }
+
+// What all senders keep of a channel.
+[[nodiscard]] StoreView stored_of(const Snapshot& snapshot, const std::string& channel);
 
 // Returns the HTML table of the live buffers from the allocator. Allocations wait until it is done.
 std::string memory_table(std::uint64_t tracked_buffers);

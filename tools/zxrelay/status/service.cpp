@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 #include "common/failure.hpp"
@@ -17,7 +19,6 @@ namespace relay {
 namespace {
 
 constexpr std::uint64_t kMicro = 1000000;
-constexpr std::size_t kSamples = 121;  // two minutes, with both ends
 constexpr unsigned kMemoryShare =
     20;                        // making the memory table takes at most a twentieth of the time
 constexpr int kPriority = 10;  // the stream comes first
@@ -29,27 +30,26 @@ constexpr char kCss[] = "text/css; charset=utf-8";
 constexpr char kScript[] = "text/javascript; charset=utf-8";
 constexpr char kJson[] = "application/json";
 constexpr char kText[] = "text/plain; charset=utf-8";
-
-std::uint64_t per_second(std::uint64_t bytes, std::uint64_t micros) {
-    return bytes * kMicro / std::max<std::uint64_t>(micros, 1);
-}
+constexpr unsigned kAccepted = 202;
+constexpr unsigned kBadRequest = 400;
 
 }  // namespace
 
-StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Roster& roster,
-                           const Board& board)
-    : facts_(std::move(facts)),
+StatusServer::StatusServer(zxcommon::Descriptor listener, const Endpoint& endpoint,
+                           StatusSettings settings, const Roster& roster, const Board& board)
+    : settings_(std::move(settings)),
       roster_(roster),
       board_(board),
       start_us_(zxtime_api_upTimeUs()),
       sampled_us_(start_us_),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      http_(endpoint),
+      http_(std::move(listener), endpoint),
       worker_("relay-status", [this](zxcommon::StopRequest& stop) { run(stop); }) {
     if (wake_.get() < 0) {
         throw tools::Failure("no descriptor for the status page");
     }
     add_routes();
+    follow_channels();
     worker_.start();
 }
 
@@ -71,6 +71,8 @@ void StatusServer::add_routes() {
     http_.add("/metrics", [this] { return metrics(); });
     http_.add("/live.json", [this] { return json(false); });
     http_.add("/status.json", [this] { return json(true); });
+    http_.add_action("/disconnect", settings_.token,
+                     [this](std::string_view id) { return disconnect(id); });
 }
 
 void StatusServer::run(zxcommon::StopRequest& stop) {
@@ -91,20 +93,25 @@ int StatusServer::wait_ms() const {
     return http_.wait_ms(passed_ms < 1000 ? static_cast<int>(1000 - passed_ms) : 0);
 }
 
+// Keeps what was seen of the channels that are still there.
+void StatusServer::follow_channels() {
+    std::vector<Track> tracks;
+    for (ChannelPtr& channel : roster_.channels()) {
+        const auto known = std::ranges::find(tracks_, channel, &Track::channel);
+        tracks.push_back(
+            {std::move(channel), known != tracks_.end() ? std::move(known->history) : History()});
+    }
+    tracks_ = std::move(tracks);
+}
+
 void StatusServer::take_sample() {
     const std::uint64_t now = zxtime_api_upTimeUs();
-    const Counters total = roster_.total();
-    const std::uint64_t in = total.bytes_in;
-    const std::uint64_t out = total.bytes_out;
-    const std::uint64_t passed = now - sampled_us_;
-    history_.push_back(
-        {per_second(in - sampled_in_, passed), per_second(out - sampled_out_, passed)});
-    if (history_.size() > kSamples) {
-        history_.pop_front();
+    const std::uint64_t passed_us = now - std::exchange(sampled_us_, now);
+    history_.add(roster_.total(), passed_us);
+    follow_channels();
+    for (Track& track : tracks_) {
+        track.history.add(track.channel->stats.read(), passed_us);
     }
-    sampled_us_ = now;
-    sampled_in_ = in;
-    sampled_out_ = out;
     live_json_ = {};
     status_json_ = {};
     metrics_ = {};
@@ -149,18 +156,26 @@ Answer StatusServer::metrics() {
 }
 
 // A relay that waits for its source is well: the answer is the same, and its text tells the state.
-Answer StatusServer::health() {
-    return make_from_report([](const Report& report) {
-        return Answer(is_receiving(report) ? "ok\nreceiving\n" : "ok\nwaiting for the source\n",
-                      kText);
-    });
+Answer StatusServer::health() const {
+    return {is_receiving(history_) ? "ok\nreceiving\n" : "ok\nwaiting for the source\n", kText};
+}
+
+Answer StatusServer::disconnect(std::string_view id) const {
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(id.data(), id.data() + id.size(), number);
+    if (error != std::errc() || end != id.data() + id.size()) {
+        return {"The id of a client is a number.\n", kText, kBadRequest};
+    }
+    settings_.disconnect(number);
+    return {"The client, if it is still there, is disconnected now.\n", kText, kAccepted};
 }
 
 template <typename Make>
 Answer StatusServer::make_from_report(const Make& make) {
     const auto snapshot = board_.read();
-    return make(Report{facts_, roster_.total(), roster_.guests, *snapshot, history_,
-                       roster_.fill_ratio(), (zxtime_api_upTimeUs() - start_us_) / kMicro});
+    return make(Report{settings_.output, !settings_.token.empty(), *snapshot, roster_.guests,
+                       roster_.total(), history_, tracks_,
+                       (zxtime_api_upTimeUs() - start_us_) / kMicro});
 }
 
 }  // namespace relay

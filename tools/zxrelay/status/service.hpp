@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <functional>
 #include <string>
+#include <vector>
 
+#include "status/history.hpp"
 #include "status/http.hpp"
 #include "status/report.hpp"
 #include "stream/net.hpp"
@@ -15,12 +17,20 @@
 
 namespace relay {
 
+struct StatusSettings {
+    std::string output;  // where the clients connect
+    std::string token;   // for everything that changes something; empty: nothing does
+    std::function<void(std::uint64_t)> disconnect;  // ends the client of this number
+};
+
 // One thread of low priority serves all clients and takes the samples of the chart. An answer is
 // made at most once a second, for any number of requests.
 class StatusServer {
 public:
-    // Serves until the destructor runs. Throws a Failure.
-    StatusServer(const Endpoint& endpoint, Facts facts, const Roster& roster, const Board& board);
+    // Serves connections to `listener`, which is open at `endpoint`, until the destructor runs.
+    // Throws a Failure.
+    StatusServer(zxcommon::Descriptor listener, const Endpoint& endpoint, StatusSettings settings,
+                 const Roster& roster, const Board& board);
     ~StatusServer();
     StatusServer(const StatusServer&) = delete;
     StatusServer& operator=(const StatusServer&) = delete;
@@ -30,25 +40,26 @@ public:
 private:
     void add_routes();
     void run(zxcommon::StopRequest& stop);
+    void follow_channels();
     void take_sample();
     [[nodiscard]] int wait_ms() const;
     const std::string& memory();
     Answer memory_page();
     Answer json(bool with_memory);
     Answer metrics();
-    Answer health();
+    Answer health() const;
+    Answer disconnect(std::string_view id) const;
     template <typename Make>
     Answer make_from_report(const Make& make);
 
-    const Facts facts_;
+    const StatusSettings settings_;
     const Roster& roster_;
     const Board& board_;
     const std::uint64_t start_us_;
 
-    std::deque<Rates> history_;  // newest last
     std::uint64_t sampled_us_;
-    std::uint64_t sampled_in_ = 0;
-    std::uint64_t sampled_out_ = 0;
+    History history_;  // of the total
+    std::vector<Track> tracks_;
 
     std::string memory_;
     std::uint64_t memory_due_us_ = 0;  // the table is not made again before this time

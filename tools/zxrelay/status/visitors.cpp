@@ -3,7 +3,6 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 
 namespace relay {
@@ -11,32 +10,32 @@ namespace {
 
 constexpr std::chrono::seconds kRequestTime(5);
 constexpr std::chrono::seconds kAnswerTime(30);
-constexpr std::size_t kMost = 48;
-constexpr std::size_t kMostOfNetwork = 16;
-constexpr std::size_t kIpv4Size = 4;
-constexpr std::size_t kIpv6NetworkSize = 8;  // one host may have all addresses of such a network
+constexpr std::ptrdiff_t kMost = 48;
 
-// The bytes of an IPv4 address, or of the network of an IPv6 address.
-std::string network_of(const sockaddr* address) {
+// An IPv4 address, or the first half of an IPv6 address: one host may have all the others of it.
+std::uint64_t network_of(const sockaddr* address) {
     if (address->sa_family == AF_INET) {
         sockaddr_in in{};
         std::memcpy(&in, address, sizeof in);
-        return {reinterpret_cast<const char*>(&in.sin_addr), kIpv4Size};
+        return in.sin_addr.s_addr;
     }
     sockaddr_in6 in6{};
     std::memcpy(&in6, address, sizeof in6);
-    const char* const bytes = reinterpret_cast<const char*>(&in6.sin6_addr);
-    return IN6_IS_ADDR_V4MAPPED(&in6.sin6_addr) != 0 ? std::string(bytes + 12, kIpv4Size)
-                                                     : std::string(bytes, kIpv6NetworkSize);
+    if (IN6_IS_ADDR_V4MAPPED(&in6.sin6_addr) != 0) {
+        return in6.sin6_addr.s6_addr32[3];
+    }
+    std::uint64_t network = 0;
+    std::memcpy(&network, &in6.sin6_addr, sizeof network);
+    return network;
 }
 
 }  // namespace
 
 void Visitors::add(const void* id, int fd, const sockaddr* address) {
-    const std::string network = network_of(address);
-    all_.push_back({id, fd, network, Clock::now()});
-    make_room(kMostOfNetwork, [&](const Visitor& other) { return other.network == network; });
-    make_room(kMost, [](const Visitor&) { return true; });
+    all_.push_back({id, fd, network_of(address), Clock::now()});
+    if (std::ranges::count(all_, false, &Visitor::has_ended) > kMost) {
+        make_room();
+    }
 }
 
 void Visitors::remove(const void* id) {
@@ -52,31 +51,37 @@ void Visitors::end_overdue() {
     }
 }
 
-Visitors::Place Visitors::find(const void* id) {
-    return std::ranges::find_if(all_, [=](const Visitor& visitor) { return visitor.id == id; });
+void Visitors::begin_answer(const void* id) {
+    const auto place = std::ranges::find(all_, id, &Visitor::id);
+    if (place != all_.end()) {
+        place->since = Clock::now();
+        place->is_answered = true;
+        all_.splice(all_.end(), all_, place);
+    }
 }
 
-void Visitors::begin(const void* id, bool is_answered) {
-    const Place place = find(id);
-    if (place == all_.end()) {
-        return;
-    }
-    place->since = Clock::now();
-    place->is_answered = is_answered;
-    all_.splice(all_.end(), all_, place);
+std::size_t Visitors::connections_of(std::uint64_t network) const {
+    return static_cast<std::size_t>(std::ranges::count_if(all_, [=](const Visitor& visitor) {
+        return !visitor.has_ended && visitor.network == network;
+    }));
 }
 
-// Ends the oldest connection without an answer if more than `most` of those that count are left.
-void Visitors::make_room(std::size_t most, const std::function<bool(const Visitor&)>& counts) {
-    const auto is_left = [&](const Visitor& one) { return !one.has_ended && counts(one); };
-    if (static_cast<std::size_t>(std::ranges::count_if(all_, is_left)) <= most) {
-        return;
+// Ends the oldest connection of the network that has most, but not the one that has just come.
+// Answers are ended last.
+void Visitors::make_room() {
+    const auto busiest = std::ranges::max_element(all_, {}, [this](const Visitor& visitor) {
+        return visitor.has_ended ? 0 : connections_of(visitor.network);
+    });
+    const auto may_go = [&](const Visitor& visitor) {
+        return !visitor.has_ended && visitor.network == busiest->network &&
+               &visitor != &all_.back();
+    };
+    auto oldest = std::ranges::find_if(
+        all_, [&](const Visitor& visitor) { return may_go(visitor) && !visitor.is_answered; });
+    if (oldest == all_.end()) {
+        oldest = std::ranges::find_if(all_, may_go);
     }
-    const auto oldest = std::ranges::find_if(
-        all_, [&](const Visitor& one) { return is_left(one) && !one.is_answered; });
-    if (oldest != all_.end()) {
-        end(*oldest);
-    }
+    end(*oldest);
 }
 
 void Visitors::end(Visitor& visitor) {

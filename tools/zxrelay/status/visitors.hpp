@@ -4,26 +4,25 @@
 #include <sys/socket.h>
 
 #include <chrono>
-#include <functional>
+#include <cstddef>
+#include <cstdint>
 #include <list>
-#include <string>
 
 namespace relay {
 
-// A client may take a few seconds to send a request, and half a minute to receive the answer. If
-// there are many connections, the oldest ones that still send a request have to go, so that a new
-// one is served at once, whoever holds the others open.
+// A connection is for one request. A client may take a few seconds to send it, and half a minute to
+// receive the answer. If there are many connections, the network that has most of them loses one,
+// so that a new one is served at once, whoever holds the others open.
 class Visitors {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // A new connection; `id` is its name.
+    // A new connection; `id` is its name. Throws if memory is short.
     void add(const void* id, int fd, const sockaddr* address);
     void remove(const void* id);
 
-    // The request is complete, or the answer is: then the next request may follow.
-    void begin_answer(const void* id) { begin(id, true); }
-    void end_answer(const void* id) { begin(id, false); }
+    // The request is complete.
+    void begin_answer(const void* id);
 
     // Shuts down every connection whose time is over. Its owner sees that and closes it.
     void end_overdue();
@@ -32,16 +31,14 @@ private:
     struct Visitor {
         const void* id;
         int fd;
-        std::string network;
+        std::uint64_t network;
         Clock::time_point since;
         bool is_answered = false;
         bool has_ended = false;
     };
-    using Place = std::list<Visitor>::iterator;
 
-    Place find(const void* id);
-    void begin(const void* id, bool is_answered);
-    void make_room(std::size_t most, const std::function<bool(const Visitor&)>& counts);
+    [[nodiscard]] std::size_t connections_of(std::uint64_t network) const;
+    void make_room();
     static void end(Visitor& visitor);
 
     std::list<Visitor> all_;  // the one that began its request or answer first is in front

@@ -20,7 +20,8 @@ struct ChannelSettings {
     // Playlists are in the order of ranks. The first channel that is listed is the one of clients
     // that do not ask.
     unsigned rank = 0;
-    bool is_listed = true;  // in playlists
+    bool is_listed = true;    // in playlists
+    std::string source = {};  // as the status page shows it
 
     bool operator==(const ChannelSettings&) const = default;
 };

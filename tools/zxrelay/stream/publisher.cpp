@@ -30,12 +30,12 @@ void Publisher::publish(const Clients& clients, const Feeds& feeds) {
     if (sender_ == 0) {  // the locks of the whole process
         snapshot.locks = view_locks();
     }
+    snapshot.tracked_buffers = 2 * feeds.size() + kSpareBuffers;  // a queue takes two buffers
     for (const auto& feed : feeds) {
-        snapshot.stored_bytes += feed->ring.bytes();
-        snapshot.stored_nodes += feed->ring.blocks();
+        const Ring& ring = feed->ring;
+        snapshot.stores.push_back({feed->channel.name(), ring.bytes(), ring.blocks()});
+        snapshot.tracked_buffers += ring.blocks();
     }
-    // A queue takes two buffers.
-    snapshot.tracked_buffers = 2 * feeds.size() + snapshot.stored_nodes + kSpareBuffers;
     board_.publish(std::move(snapshot), sender_);
 }
 

@@ -17,6 +17,7 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr int kEventsPerTurn = 64;
 constexpr std::uint64_t kMicro = 1000000;
+constexpr std::uint64_t kLongestTurnUs = 5 * kMicro;
 
 }  // namespace
 
@@ -41,8 +42,11 @@ void Sender::run(zxcommon::StopRequest& stop) {
 
 void Sender::turn() {
     epoll_event room[kEventsPerTurn];
-    const auto events = epoll_.wait(room, wait_ms());
+    const int rest_ms = wait_ms();
+    next_turn_us_ = rest_ms < 0 ? UINT64_MAX : now_us_ + static_cast<std::uint64_t>(rest_ms) * 1000;
+    const auto events = epoll_.wait(room, rest_ms);
     now_us_ = zxtime_api_upTimeUs();
+    next_turn_us_ = now_us_;
     reception_.set_time(now_us_);
     std::for_each(events.begin(), events.end(), [this](const auto& event) { handle(event); });
     reception_.decide_overdue();
@@ -54,6 +58,11 @@ void Sender::turn() {
     // Earlier events of the turn may refer to a client. And a guest may have its descriptor.
     remove_gone();
     open_inbox();
+}
+
+bool Sender::is_live() const {
+    const std::uint64_t since = next_turn_us_;  // may be later than now
+    return zxtime_api_upTimeUs() < std::max(since, since + kLongestTurnUs);
 }
 
 // While the sender rests, no packet wakes it, unless a queue has much.

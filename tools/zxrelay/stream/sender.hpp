@@ -41,6 +41,9 @@ public:
     // The sender does in its next turn, or soon after, what is wanted here.
     [[nodiscard]] Inbox& inbox() { return inbox_; }
 
+    // False if the thread should have taken a turn seconds ago. Any thread may call it.
+    [[nodiscard]] bool is_live() const;
+
     // True if everything that has left the queues is sent.
     [[nodiscard]] bool drained() const { return drained_; }
 
@@ -91,6 +94,7 @@ private:
     std::uint64_t last_second_us_ = 0;
     bool is_active_ = true;  // there is something to publish in a second
     std::atomic<bool> drained_{true};
+    std::atomic<std::uint64_t> next_turn_us_{UINT64_MAX};  // begins then, or has begun; or earlier
 };
 
 }  // namespace relay

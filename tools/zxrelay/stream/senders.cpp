@@ -42,6 +42,11 @@ void Senders::start() {
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->start(); });
 }
 
+bool Senders::are_live() const {
+    return std::all_of(senders_.begin(), senders_.end(),
+                       [](const auto& sender) { return sender->is_live(); });
+}
+
 bool Senders::drained() const {
     return std::all_of(senders_.begin(), senders_.end(),
                        [](const auto& sender) { return sender->drained(); });

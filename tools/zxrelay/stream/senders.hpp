@@ -25,6 +25,9 @@ public:
 
     void start();  // throws a Failure
 
+    // False if one of them hangs.
+    [[nodiscard]] bool are_live() const;
+
     // True if everything that has left the queues of the channels is sent.
     [[nodiscard]] bool drained() const;
 

@@ -28,18 +28,22 @@ struct LockView {
     std::string holder;
 };
 
+struct StoreView {
+    std::string channel;
+    std::uint64_t bytes = 0;  // in the rings
+    std::uint64_t nodes = 0;  // their blocks
+};
+
 struct Snapshot {
     std::vector<ClientView> clients;
     std::vector<LockView> locks;
-    std::uint64_t stored_bytes = 0;     // in the rings
-    std::uint32_t stored_nodes = 0;     // their blocks
+    std::vector<StoreView> stores;      // of each channel
     std::uint64_t tracked_buffers = 0;  // upper limit, for the size of the memory table
 
     void add(const Snapshot& other) {
         clients.insert(clients.end(), other.clients.begin(), other.clients.end());
         locks.insert(locks.end(), other.locks.begin(), other.locks.end());
-        stored_bytes += other.stored_bytes;
-        stored_nodes += other.stored_nodes;
+        stores.insert(stores.end(), other.stores.begin(), other.stores.end());
         tracked_buffers += other.tracked_buffers;
     }
 };
