@@ -192,17 +192,23 @@ TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) 
     EXPECT_THAT(log.take(), testing::Contains(HasSubstr("is silent and yields to another one")));
 }
 
+// The next one that connects.
+zxcommon::Descriptor accepted(const zxcommon::Descriptor& listener) {
+    zxcommon::Descriptor fd;
+    std::string peer;
+    EXPECT_TRUE(comes_true([&] {
+        fd = relay::accept_connection(listener.get(), peer);
+        return static_cast<bool>(fd);
+    }));
+    return fd;
+}
+
 // A server that gives each of its visitors another one of the answers.
 std::jthread serve(int port, std::vector<Bytes> answers) {
     return std::jthread(
         [answers, listener = relay::open_listener({"127.0.0.1", std::to_string(port)}, 5)] {
             for (const Bytes& answer : answers) {
-                std::string peer;
-                zxcommon::Descriptor visitor;
-                comes_true([&] {
-                    visitor = relay::accept_connection(listener.get(), peer);
-                    return static_cast<bool>(visitor);
-                });
+                const zxcommon::Descriptor visitor = accepted(listener);
                 send_all(visitor.get(), answer);
                 shutdown(visitor.get(), SHUT_WR);
                 receive_all(visitor.get());
@@ -243,22 +249,15 @@ TEST_F(RelayInput, AServerThatSendsAnythingButPacketsIsAskedAgain) {
     const zxcommon::Descriptor server =
         relay::open_listener({"127.0.0.1", std::to_string(port)}, 5);
     start({at("http")});
-    std::string peer;
-    zxcommon::Descriptor visitor;
-    zxcommon::Descriptor next;
-    EXPECT_TRUE(comes_true([&] {
-        visitor = relay::accept_connection(server.get(), peer);
-        return static_cast<bool>(visitor);
-    }));
+    const zxcommon::Descriptor visitor = accepted(server);
     const std::string head = "HTTP/1.0 200 OK\r\n\r\n";
     send_all(visitor.get(), {head.begin(), head.end()});
-    EXPECT_TRUE(comes_true(
-        [&] {
+    const std::jthread garbage([&](const std::stop_token& stop) {
+        for (; !stop.stop_requested(); usleep(20000)) {
             send(visitor.get(), "x", 1, MSG_NOSIGNAL);
-            next = relay::accept_connection(server.get(), peer);
-            return static_cast<bool>(next);
-        },
-        20000));
+        }
+    });
+    accepted(server);
     EXPECT_THAT(log.take(), testing::Contains(HasSubstr("it is silent")));
 }
 
@@ -421,6 +420,8 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
         got.append(part.begin(), part.end());
     }
     EXPECT_THAT(answer(ask("GET /playlist.m3u")), HasSubstr("\r\n\r\n#EXTM3U\n"));
+    senders.change({channels[1]}, {});
+    EXPECT_THAT(answer(ask("GET /")), HasSubstr("1.1 404 Not Found\r\n"));
     EXPECT_THAT(answer(in_vain), HasSubstr("1.1 503 Service Unavailable\r\n"));
     EXPECT_EQ(demands, 5);
 }
@@ -429,12 +430,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
 TEST(RelayNet, LeavesItToTheStallTimeoutHowLongAClientMayWait) {
     const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
     const zxcommon::Descriptor client(connected(SOCK_STREAM, port_of(listener.get())));
-    std::string peer;
-    zxcommon::Descriptor fd;
-    ASSERT_TRUE(comes_true([&] {
-        fd = relay::accept_connection(listener.get(), peer);
-        return static_cast<bool>(fd);
-    }));
+    const zxcommon::Descriptor fd = accepted(listener);
     int limit_ms = -1;
     socklen_t size = sizeof limit_ms;
     getsockopt(fd.get(), IPPROTO_TCP, TCP_USER_TIMEOUT, &limit_ms, &size);

@@ -17,7 +17,8 @@ struct ChannelSettings {
     std::uint32_t fifo_bytes;           // the capacity of each queue
     std::uint64_t client_buffer_bytes;  // how far a client may lag
     std::uint64_t keep_us = 0;          // of the stream; 0: no time shift
-    // Playlists are in the order of ranks. The first channel is the one of clients that do not ask.
+    // Playlists are in the order of ranks. The first channel that is listed is the one of clients
+    // that do not ask.
     unsigned rank = 0;
     bool is_listed = true;    // in playlists
     std::string source = {};  // as the status page shows it

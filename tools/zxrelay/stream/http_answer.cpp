@@ -106,14 +106,14 @@ std::string name_in(const HttpRequest& request) {
     return request.path.substr(request.path.starts_with('/') ? 1 : 0);
 }
 
+// Without a name, the channel is the only one that is listed.
 std::optional<std::size_t> channel_of(const std::string& name, const Site& site) {
-    if (name.empty() && site.channels.size() == 1) {
-        return 0;
-    }
-    const auto found = std::find_if(site.channels.begin(), site.channels.end(),
-                                    [&](const Site::Entry& entry) { return entry.name == name; });
-    return found != site.channels.end() ? std::optional<std::size_t>(found - site.channels.begin())
-                                        : std::nullopt;
+    const auto is_meant = [&](const Site::Entry& entry) {
+        return name.empty() ? entry.is_listed : entry.name == name;
+    };
+    const auto found = std::ranges::find_if(site.channels, is_meant);
+    const bool is_clear = std::ranges::count_if(site.channels, is_meant) == 1;
+    return is_clear ? std::optional<std::size_t>(found - site.channels.begin()) : std::nullopt;
 }
 
 std::optional<std::uint64_t> number_of(const std::string& text) {

@@ -30,8 +30,7 @@ Reception::Reception(zxcommon::Epoll& epoll, const Feeds& feeds, Site site, OnDe
 void Reception::welcome(Guest guest) {
     const int fd = guest.fd.get();
     try {
-        Feed* const raw = feeds_.empty() ? nullptr : feeds_.front().get();
-        auto newcomer = std::make_unique<Newcomer>(std::move(guest), raw, now_us_);
+        auto newcomer = std::make_unique<Newcomer>(std::move(guest), first_listed(), now_us_);
         if (epoll_.add(fd, EPOLLIN)) {
             const Guest& welcomed =
                 newcomers_.emplace(fd, std::move(newcomer)).first->second->guest;
@@ -45,6 +44,12 @@ void Reception::welcome(Guest guest) {
             log({Level::error, kTag}, "%s", "no memory for another client");
         }
     }
+}
+
+Feed* Reception::first_listed() const {
+    const auto found = std::ranges::find_if(
+        feeds_, [](const auto& feed) { return feed->channel.settings().is_listed; });
+    return found != feeds_.end() ? found->get() : nullptr;
 }
 
 void Reception::handle(int fd, std::uint32_t events) {

@@ -66,6 +66,7 @@ public:
     bool report_when_due() { return connected_.report_when_due(); }
 
 private:
+    [[nodiscard]] Feed* first_listed() const;
     void listen(Newcomer& newcomer, std::uint32_t events);
     void decide(Newcomer& newcomer, Newcomer::Wish wish);
     void let_go(Newcomer& newcomer);

@@ -1,8 +1,5 @@
 #include "stream/sender.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -28,12 +25,11 @@ Sender::Sender(const Settings& settings, std::size_t number, GuestStats& guests,
     : settings_(settings),
       number_(number),
       budget_(settings.memory_bytes),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       publisher_(board, number),
       reception_(epoll_, feeds_, settings.site, settings.on_demand, guests, left_,
                  [this](Reception::Start start) { this->start(std::move(start)); }),
       now_us_(zxtime_api_upTimeUs()) {
-    if (!epoll_.add(wake_.get(), EPOLLIN)) {
+    if (!epoll_.add(inbox_.fd(), EPOLLIN)) {
         throw tools::system_failure("cannot wait for the stream");
     }
 }
@@ -105,8 +101,8 @@ void Sender::handle(const epoll_event& event) {
     const int fd = event.data.fd;
     if (const auto client = clients_.find(fd); client != clients_.end()) {
         handle_client(*client->second, event.events);
-    } else if (fd == wake_.get()) {
-        clear_wake();
+    } else if (fd == inbox_.fd()) {
+        inbox_.clear_wake();
     } else if (const auto feed =
                    std::find_if(feeds_.begin(), feeds_.end(),
                                 [fd](const auto& one) { return one->queue.wake_fd() == fd; });
@@ -119,63 +115,10 @@ void Sender::handle(const epoll_event& event) {
 
 // -- what other threads want
 
-void Sender::wake() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
-}
-
-void Sender::clear_wake() {
-    if (!is_closed_) {
-        std::uint64_t count;
-        [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
-    }
-}
-
-void Sender::close() {
-    is_closed_ = true;
-    wake();
-}
-
-void Sender::change(const ChannelList& closed, const ChannelList& opened) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.closed.insert(inbox_.closed.end(), closed.begin(), closed.end());
-        inbox_.opened.insert(inbox_.opened.end(), opened.begin(), opened.end());
-    }
-    wake();
-}
-
-void Sender::adopt(Guest guest) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.guests.push_back(std::move(guest));
-    }
-    wake();
-}
-
-void Sender::disconnect(std::uint64_t client) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.disconnected.push_back(client);
-    }
-    wake();
-}
-
 void Sender::open_inbox() {
-    Inbox inbox;
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        std::swap(inbox, inbox_);
-    }
-    for (const std::uint64_t number : inbox.disconnected) {
-        const auto client = std::ranges::find_if(
-            clients_, [&](const auto& item) { return item.second->number() == number; });
-        if (client != clients_.end()) {
-            disconnect(*client->second, "is disconnected by request");
-        }
-    }
+    Inbox::Content inbox = inbox_.take();
+    std::ranges::for_each(inbox.disconnected, [this](auto number) { disconnect_client(number); });
     remove_gone();
-    // A channel that is opened and closed again before this turn is in both lists.
     std::ranges::for_each(inbox.opened, [this](const auto& channel) { open_feed(channel); });
     std::ranges::for_each(inbox.closed, [this](const auto& channel) { close_feed(channel); });
     if (!inbox.opened.empty() || !inbox.closed.empty()) {
@@ -184,6 +127,14 @@ void Sender::open_inbox() {
     is_active_ = is_active_ || !inbox.guests.empty();
     std::ranges::for_each(inbox.guests,
                           [this](Guest& guest) { reception_.welcome(std::move(guest)); });
+}
+
+void Sender::disconnect_client(std::uint64_t number) {
+    const auto client = std::ranges::find_if(
+        clients_, [&](const auto& item) { return item.second->number() == number; });
+    if (client != clients_.end()) {
+        disconnect(*client->second, "is disconnected by request");
+    }
 }
 
 void Sender::open_feed(const ChannelPtr& channel) {

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "server/log_limit.hpp"
@@ -12,10 +11,10 @@
 #include "stream/client.hpp"
 #include "stream/feed.hpp"
 #include "stream/http_answer.hpp"
+#include "stream/inbox.hpp"
 #include "stream/on_demand.hpp"
 #include "stream/publisher.hpp"
 #include "stream/reception.hpp"
-#include "stream/roster.hpp"
 
 namespace relay {
 
@@ -39,11 +38,8 @@ public:
     // The body of the sending thread.
     void run(zxcommon::StopRequest& stop);
 
-    // Any thread may call these functions. The sender acts in its next turn, or soon after.
-    void change(const ChannelList& closed, const ChannelList& opened);
-    void adopt(Guest guest);                // serves a new client
-    void disconnect(std::uint64_t client);  // by its number
-    void close();                           // from now on, the thread does not wait
+    // The sender does in its next turn, or soon after, what is wanted here.
+    [[nodiscard]] Inbox& inbox() { return inbox_; }
 
     // False if the thread should have taken a turn seconds ago. Any thread may call it.
     [[nodiscard]] bool is_live() const;
@@ -61,8 +57,8 @@ private:
     void handle_client(Client& client, std::uint32_t events);
     void start_time_shift(Client& client, std::uint64_t seconds);
 
-    void clear_wake();
     void open_inbox();
+    void disconnect_client(std::uint64_t number);
     void open_feed(const ChannelPtr& channel);
     void close_feed(const ChannelPtr& channel);
     void start(Reception::Start start);
@@ -85,7 +81,7 @@ private:
     Budget budget_;
     Feeds feeds_;  // in the order of the ranks
     zxcommon::Epoll epoll_;
-    zxcommon::Descriptor wake_;
+    Inbox inbox_;
     Publisher publisher_;
     LogLimit left_{"clients have gone"};
     LogLimit asked_{"clients have asked for the past stream"};
@@ -99,18 +95,6 @@ private:
     bool is_active_ = true;  // there is something to publish in a second
     std::atomic<bool> drained_{true};
     std::atomic<std::uint64_t> next_turn_us_{UINT64_MAX};  // begins then, or has begun; or earlier
-
-    // What other threads want of this one.
-    struct Inbox {
-        ChannelList closed;
-        ChannelList opened;
-        std::vector<Guest> guests;
-        std::vector<std::uint64_t> disconnected;
-    };
-    void wake();
-    std::mutex inbox_mutex_;
-    Inbox inbox_;
-    std::atomic<bool> is_closed_{false};
 };
 
 }  // namespace relay

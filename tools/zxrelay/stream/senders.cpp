@@ -26,8 +26,9 @@ Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings
     : roster_(roster),
       admission_(std::move(rules)),
       senders_(make_senders(settings, count, roster.guests, board)),
-      door_(std::move(listener), admission_, settings.site, roster.guests,
-            [this](Guest guest) { senders_[next_++ % senders_.size()]->adopt(std::move(guest)); }) {
+      door_(std::move(listener), admission_, settings.site, roster.guests, [this](Guest guest) {
+          senders_[next_++ % senders_.size()]->inbox().adopt(std::move(guest));
+      }) {
     workers_.push_back(std::make_unique<Worker>(
         "relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }));
     for (const auto& sender : senders_) {
@@ -54,20 +55,21 @@ bool Senders::drained() const {
 void Senders::change(const ChannelList& closed, const ChannelList& opened) {
     roster_.change(closed, opened);
     for (const auto& sender : senders_) {
-        sender->change(closed, opened);
+        sender->inbox().change(closed, opened);
     }
 }
 
 void Senders::disconnect(std::uint64_t client) {
     for (const auto& sender : senders_) {
-        sender->disconnect(client);
+        sender->inbox().disconnect(client);
     }
 }
 
 // Every thread is woken first, because it waits without a limit while nothing happens.
 void Senders::stop() {
     door_.close();
-    std::for_each(senders_.begin(), senders_.end(), [](const auto& sender) { sender->close(); });
+    std::for_each(senders_.begin(), senders_.end(),
+                  [](const auto& sender) { sender->inbox().close(); });
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->stop(); });
 }
 
