@@ -24,6 +24,7 @@
 #include "input/inputs.hpp"
 #include "log_capture.hpp"
 #include "loopback.hpp"
+#include "output/outputs.hpp"
 #include "packets.hpp"
 #include "process.hpp"
 #include "server/log_limit.hpp"
@@ -172,6 +173,38 @@ TEST_F(RelayInput, GroupsOfOneLinkAndOfOneSenderAreJoined) {
     expect_packets(1, 7);
     inputs.reset();
     start({"udp://[ff02::1234]" + tail});
+}
+
+TEST_F(RelayInput, WhatOutputsSendArrivesEvenlyAndWhole) {
+    const std::string tail = ":" + std::to_string(port);
+    const std::string closed = "udp://127.0.0.1:" + std::to_string(free_port(SOCK_DGRAM));
+    const struct {
+        std::string input;
+        std::string query;
+    } ways[] = {{"rtp://127.0.0.1" + tail, "?ttl=3&localaddr=127.0.0.1"},
+                {"udp://[::1]" + tail, ""},
+                {"rtp://239.1.2.3" + tail, "?ttl=2&interface=lo&localaddr=127.0.0.1"}};
+    for (const auto& way : ways) {
+        start({way.input});
+        relay::Channel source(200 * kMessageSize);
+        relay::Outputs outputs({way.input + way.query, closed}, source, 0);
+        outputs.start();
+        const auto begin = Clock::now();
+        ASSERT_TRUE(source.push(packets(0, 340)));
+        ASSERT_TRUE(source.push(packets(340, 343)));
+        expect_packets(0, 683);
+        EXPECT_GT(Clock::now() - begin, milliseconds(350));  // not all at once
+        EXPECT_TRUE(comes_true([&] { return outputs.drained(); }));
+        EXPECT_GT(source.stats.datagrams_unsent, 0U);
+        EXPECT_EQ(source.stats.datagrams_sent + source.stats.datagrams_unsent, 2 * 98U);
+        source.close();
+        inputs.reset();
+    }
+    EXPECT_EQ(stats.datagrams_lost, 0U);
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("output " + closed +
+                                                        ": 1 datagrams could not be sent: "
+                                                        "Connection refused"))
+                                .Times(3));
 }
 
 TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) {

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "options.hpp"
+#include "config/config.hpp"
 #include "relay.hpp"
 #include "server/log.hpp"
 #include "server/service.hpp"
@@ -46,7 +46,8 @@ void work(const relay::Options& options, relay::Service& service) {
 
 int main(int argc, char** argv) {
     relay::fill_standard_descriptors();
-    const relay::Options options = relay::parse_options(argc, argv);
+    const relay::CommandLine command_line(argc, argv);
+    const relay::Options options = command_line.read_or_exit().options;
     relay::Service service(options);
     try {
         work(options, service);

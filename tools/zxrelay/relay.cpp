@@ -54,19 +54,19 @@ int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
 }
 
 std::vector<std::string> all_inputs(const Options& options) {
-    std::vector<std::string> urls = options.backup_urls;
-    urls.insert(urls.begin(), options.input_url);
+    std::vector<std::string> urls = options.channel.backup_urls;
+    urls.insert(urls.begin(), options.channel.input_url);
     return urls;
 }
 
 Sender::Settings sender_settings(const Options& options) {
     Sender::Settings settings{};
     settings.latency_us = options.latency_ms * std::uint64_t{1000};
-    settings.client_buffer_bytes = options.client_buffer_bytes;
+    settings.client_buffer_bytes = options.channel.client_buffer_bytes;
     settings.stall_us = options.stall_timeout_seconds * kMicro;
-    settings.keep_us = options.keep_seconds * kMicro;
+    settings.keep_us = options.channel.keep_seconds * kMicro;
     settings.memory_bytes = options.memory_bytes;
-    settings.site = {{options.channel_name}, options.cors_origin};
+    settings.site = {{options.channel.name}, options.cors_origin};
     return settings;
 }
 
@@ -75,7 +75,7 @@ Sender::Settings sender_settings(const Options& options) {
 unsigned max_clients(const Options& options) {
     const std::uint64_t farewells = Farewells::kMost * (1 + std::uint64_t{options.senders});
     const std::uint64_t status = options.status_address.empty() ? 0 : kStatusDescriptors;
-    const std::uint64_t inputs = kInputDescriptors * (1 + options.backup_urls.size());
+    const std::uint64_t inputs = kInputDescriptors * (1 + options.channel.backup_urls.size());
     const std::uint64_t senders = kSenderDescriptors * options.senders;
     const std::uint64_t others = kOtherDescriptors + inputs + senders + farewells + status;
     rlimit limit{};
@@ -95,23 +95,23 @@ unsigned max_clients(const Options& options) {
 Relay::Relay(const Options& options)
     : options_(options),
       output_(parse_output(options.output_address)),
-      inputs_(open_inputs(all_inputs(options), options.multicast_interface)),
+      inputs_(open_inputs(all_inputs(options), options.channel.interface)),
       listener_(open_listener(output_, kBacklog)) {}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     Board board(options_.senders);
-    Channel channel(static_cast<std::uint32_t>(options_.fifo_bytes), options_.senders,
-                    options_.channel_name);
+    Channel channel(static_cast<std::uint32_t>(options_.channel.fifo_bytes), options_.senders,
+                    options_.channel.name);
     const std::string input = inputs_.front().url.shown();
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
                     max_clients(options_), {&channel}, board);
     Monitor monitor(channel.stats, channel);
     Inputs inputs(std::move(inputs_),
-                  {options_.source_timeout_seconds, options_.end_after_first_source}, channel);
+                  {options_.channel.source_timeout_seconds, options_.channel.once}, channel);
     std::optional<StatusServer> status;
     if (!options_.status_address.empty()) {
         status.emplace(parse_output(options_.status_address),
-                       Facts{input, output_.text(), options_.fifo_bytes, options_.channel_name},
+                       Facts{input, output_.text(), options_.channel.fifo_bytes, options_.channel.name},
                        channel.stats, channel, board);
     }
     senders.start();
@@ -145,7 +145,7 @@ void Relay::announce_up(const Notifier& notifier, const std::string& input) cons
 Relay::End Relay::run_main_loop(const sigset_t& signals, Log& log_file, const Notifier& notifier,
                                 const std::function<bool()>& goes_on) const {
     const std::uint64_t wait_us =
-        notifier.wait_us(options_.end_after_first_source ? kMicro / 20 : kMicro);
+        notifier.wait_us(options_.channel.once ? kMicro / 20 : kMicro);
     do {
         log_file.rotate_when_due();
         const int number = wait_for_signal(signals, wait_us);

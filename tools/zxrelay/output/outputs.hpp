@@ -1,0 +1,57 @@
+// The destinations of a channel's datagrams.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "output/output.hpp"
+#include "stream/channel.hpp"
+#include "stream/worker.hpp"
+
+namespace relay {
+
+// One thread sends to all of them, from a queue of the channel. It keeps about a tenth of a second
+// of the stream there, and sends the faster the more there is: so the datagrams leave evenly, even
+// if the stream comes in bursts.
+class Outputs {
+public:
+    // `queue`: the number of the queue. Throws a Failure.
+    Outputs(const std::vector<std::string>& urls, Channel& channel, std::size_t queue);
+    ~Outputs() { stop(); }
+    Outputs(const Outputs&) = delete;
+    Outputs& operator=(const Outputs&) = delete;
+
+    void start() { worker_.start(); }  // throws a Failure
+
+    // Called after Channel::close().
+    void stop() { worker_.stop(); }
+
+    // True if everything that has left the queue is sent.
+    [[nodiscard]] bool drained() const { return drained_; }
+
+private:
+    struct Lane {
+        // Not explicit: lanes are made from a list of URLs.
+        Lane(const std::string& url) : output(parse_target(url)) {}  // NOLINT(*-explicit-*)
+        void count_refused(int error, std::uint64_t now_us);
+        Output output;
+        std::uint64_t refused = 0;  // since the last report
+        std::uint64_t reported_us = 0;
+    };
+    void run(zxcommon::StopRequest& stop);
+    void wait_until_due(zxcommon::StopRequest& stop) const;
+    void send_next();
+
+    Channel& channel_;
+    Queue& queue_;
+    std::list<Lane> lanes_;
+    std::uint64_t due_us_ = 0;  // the next datagram
+    std::atomic<bool> drained_{true};
+    Worker worker_;
+};
+
+}  // namespace relay
