@@ -56,9 +56,9 @@ void check(const relay::Config& config) {
         require(names.insert(channel.name).second, "names that differ");
     }
     require(!names.empty() || !config.on_demand.networks.empty(), "something to do");
-    for (const std::string& network : config.on_demand.networks) {
-        const bool is_alone = network.find('/') == std::string::npos;
-        require(!is_alone || relay::parse_network(network).contains(network), "an address");
+    for (const std::string& text : config.on_demand.networks) {
+        const relay::Network network = relay::parse_network(text);
+        require(network.contains(network.address), "a network contains its own address");
     }
 }
 

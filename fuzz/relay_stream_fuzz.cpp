@@ -270,7 +270,7 @@ void check_requests(Input& control, const std::string& text) {
 
 // A reader that gets one byte at a time, beside one that gets all of them at once.
 void check_http(const std::string& text) {
-    const relay::Site site{{"a", "b"}, ""};
+    const relay::Site site{{{"a", true}, {"b", false}}, ""};
     relay::HttpReader pieces;
     for (const char c : text) {
         if (pieces.request().state != relay::HttpRequest::State::partial) {

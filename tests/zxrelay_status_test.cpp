@@ -37,7 +37,10 @@ protected:
         zxthread_api_envInit();
         zxmem_api_init(1);
     }
-    void SetUp() override { server.emplace(endpoint, facts, stats, channel, board); }
+    void SetUp() override {
+        roster.change({}, {channel});
+        server.emplace(endpoint, facts, roster, board);
+    }
 
     [[nodiscard]] zxcommon::Descriptor say(const std::string& request) const {
         zxcommon::Descriptor fd(zx::test::connected(SOCK_STREAM, server->port()));
@@ -56,22 +59,25 @@ protected:
 
     const relay::Endpoint endpoint{"127.0.0.1", "0"};
     const relay::Facts facts{"udp://239.1.1.1:1234", "[::]:8000", 131072, "stream"};
-    relay::Channel channel{2 * relay::kMessageSize};
-    relay::Stats& stats = channel.stats;
+    const relay::ChannelPtr channel = std::make_shared<relay::Channel>(
+        relay::ChannelSettings{"stream", 2 * relay::kMessageSize, 0});
+    relay::Stats& stats = channel->stats;
+    relay::Roster roster;
     relay::Board board;
     std::optional<relay::StatusServer> server;
 };
 
 TEST_F(StatusTest, GivesEveryNumberAsJson) {
     const std::string hostile = "<img src=x onerror=alert(1)>\"\n\\";
-    board.publish({{{hostile, 10, 20, 30, 40, true}}, {{"a lock", "func,12"}}, 50, 60, 1000});
+    board.publish(
+        {{{1, "stream", hostile, 10, 20, 30, 40, true}}, {{"a lock", "func,12"}}, 50, 60, 1000});
     stats.bytes_in = (1ULL << 53U) - 1;  // the largest number that every reader of JSON accepts
     stats.messages_in = 2;
     stats.bytes_no_stream = 3;
     stats.bytes_out = 4;
     stats.dropped_fifo_full = 5;
     stats.dropped_slow_client = 6;
-    ASSERT_TRUE(channel.push(std::vector<std::uint8_t>(relay::kMessageSize)));
+    ASSERT_TRUE(channel->push(std::vector<std::uint8_t>(relay::kMessageSize)));
     const std::string status = get("/status.json");
     for (
         const char* const part : {
@@ -183,7 +189,7 @@ TEST_F(StatusTest, ServesThePageForItselfAlone) {
     EXPECT_THAT(ask("HEAD / HTTP/1.0\r\n\r\n"), testing::EndsWith("\r\n\r\n"));
     const relay::Endpoint taken{"127.0.0.1", std::to_string(server->port())};
     try {
-        const relay::StatusServer second(taken, facts, stats, channel, board);
+        const relay::StatusServer second(taken, facts, roster, board);
         ADD_FAILURE();
     } catch (const tools::Failure& failure) {
         EXPECT_THAT(failure.what(), StartsWith("cannot listen on " + taken.text()));

@@ -80,7 +80,7 @@ protected:
     }
 
     LogCapture log{3};
-    relay::Channel channel{100 * kMessageSize};
+    relay::Channel channel{{"stream", 100 * kMessageSize, 0}};
     relay::Stats& stats = channel.stats;
     int port = free_port(SOCK_STREAM);
     std::optional<relay::Inputs> inputs;
@@ -186,7 +186,7 @@ TEST_F(RelayInput, WhatOutputsSendArrivesEvenlyAndWhole) {
                 {"rtp://239.1.2.3" + tail, "?ttl=2&interface=lo&localaddr=127.0.0.1"}};
     for (const auto& way : ways) {
         start({way.input});
-        relay::Channel source(200 * kMessageSize);
+        relay::Channel source({"source", 200 * kMessageSize, 0});
         relay::Outputs outputs({way.input + way.query, closed}, source, 0);
         outputs.start();
         const auto begin = Clock::now();
@@ -197,7 +197,6 @@ TEST_F(RelayInput, WhatOutputsSendArrivesEvenlyAndWhole) {
         EXPECT_TRUE(comes_true([&] { return outputs.drained(); }));
         EXPECT_GT(source.stats.datagrams_unsent, 0U);
         EXPECT_EQ(source.stats.datagrams_sent + source.stats.datagrams_unsent, 2 * 98U);
-        source.close();
         inputs.reset();
     }
     EXPECT_EQ(stats.datagrams_lost, 0U);

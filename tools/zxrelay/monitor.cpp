@@ -24,8 +24,8 @@ Text bit_rate(std::uint64_t bytes, std::uint64_t micros) {
 
 }  // namespace
 
-Monitor::Monitor(const Stats& stats, const Channel& channel)
-    : stats_(stats), channel_(channel), start_us_(zxtime_api_upTimeUs()), last_us_(start_us_) {}
+Monitor::Monitor(const Roster& roster)
+    : roster_(roster), start_us_(zxtime_api_upTimeUs()), last_us_(start_us_) {}
 
 void Monitor::print_when_due() {
     if (zxtime_api_upTimeUs() - last_us_ >= kMicro) {
@@ -35,21 +35,21 @@ void Monitor::print_when_due() {
 
 void Monitor::print() {
     const std::uint64_t now = zxtime_api_upTimeUs();
-    const std::uint64_t in = stats_.bytes_in;
-    const std::uint64_t out = stats_.bytes_out;
+    const Counters total = roster_.total();
     Text uptime;
     zxlog_api_sec2Time((now - start_us_) / kMicro, uptime.chars);
     std::printf(
-        "%s  in %s/s  out %s/s  clients %u  fifo %.0f%%  dropped %llu  slow clients missed %llu\n",
-        uptime.chars, bit_rate(in - last_in_, now - last_us_).chars,
-        bit_rate(out - last_out_, now - last_us_).chars, stats_.clients.load(),
-        channel_.fill_ratio() * 100,
-        static_cast<unsigned long long>(stats_.dropped_fifo_full.load()),
-        static_cast<unsigned long long>(stats_.dropped_slow_client.load()));
+        "%s  in %s/s  out %s/s  clients %llu  fifo %.0f%%  dropped %llu  slow clients missed "
+        "%llu\n",
+        uptime.chars, bit_rate(total.bytes_in - last_in_, now - last_us_).chars,
+        bit_rate(total.bytes_out - last_out_, now - last_us_).chars,
+        static_cast<unsigned long long>(total.clients), roster_.fill_ratio() * 100,
+        static_cast<unsigned long long>(total.dropped_fifo_full),
+        static_cast<unsigned long long>(total.dropped_slow_client));
     std::fflush(stdout);
     last_us_ = now;
-    last_in_ = in;
-    last_out_ = out;
+    last_in_ = total.bytes_in;
+    last_out_ = total.bytes_out;
 }
 
 }  // namespace relay

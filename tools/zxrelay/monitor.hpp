@@ -3,14 +3,13 @@
 
 #include <cstdint>
 
-#include "stream/channel.hpp"
-#include "stream/stats.hpp"
+#include "stream/roster.hpp"
 
 namespace relay {
 
 class Monitor {
 public:
-    Monitor(const Stats& stats, const Channel& channel);
+    explicit Monitor(const Roster& roster);
 
     // Prints a line; its rates cover the time since the last line.
     void print();
@@ -19,8 +18,7 @@ public:
     void print_when_due();
 
 private:
-    const Stats& stats_;
-    const Channel& channel_;
+    const Roster& roster_;
     std::uint64_t start_us_;
     std::uint64_t last_us_;
     std::uint64_t last_in_ = 0;

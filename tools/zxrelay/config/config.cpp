@@ -29,6 +29,7 @@ private:
     void read_file(const fs::path& path);
     void add_channel(const Table& table);
     void refuse_own_channel() const;
+    void note_fixed();
 
     const fs::path folder_;
     std::string path_;
@@ -45,6 +46,7 @@ Reader::Reader(const fs::path& folder) : folder_(folder) {
 
 // The command line is read by now, but not checked yet.
 void Reader::read_file(const fs::path& path) {
+    config.file = path;
     file_ = Table::read(path);
     file_->set(app, {kChannel, kOnDemand});
 }
@@ -67,6 +69,7 @@ Config Reader::finish() {
             table.set(demand);
         }
     }
+    note_fixed();
     if (!config.channels.empty()) {
         refuse_own_channel();
     } else if (!options.channel.input_url.empty()) {
@@ -94,17 +97,42 @@ void Reader::add_channel(const Table& table) {
     config.channels.push_back(std::move(channel));
 }
 
+// All options but those of channels, which are opened again with what is new.
+void Reader::note_fixed() {
+    CLI::App own;
+    ChannelOptions channel;
+    define_channel(own, channel, "--send");
+    own.add_flag("--once,--config");
+    for (const CLI::Option* const option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() != 0 && own.get_option_no_throw(name) == nullptr) {
+            config.fixed[name] = CLI::detail::join(option->results());
+        }
+    }
+}
+
 // It would be one more channel, in a second way.
 void Reader::refuse_own_channel() const {
     for (const char* const option : {"--input", "--backup", "--send", "--name"}) {
         if (app.count(option) != 0) {
             throw tools::Failure(std::string(option) + " does not go with the channels of " +
-                                 path_);
+                                 config.file);
         }
     }
 }
 
 }  // namespace
+
+std::vector<std::string> changed_options(const std::map<std::string, std::string>& before,
+                                         const std::map<std::string, std::string>& now) {
+    std::vector<std::pair<std::string, std::string>> differ;
+    std::ranges::set_symmetric_difference(before, now, std::back_inserter(differ));
+    std::vector<std::string> names;
+    std::ranges::transform(differ, std::back_inserter(names),
+                           [](const auto& option) { return option.first; });
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
 
 CommandLine::CommandLine(int argc, char** argv)
     : arguments_(argv + 1, argv + argc), folder_(fs::current_path()) {}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,15 @@ struct Config {
     Options options;
     std::vector<ChannelOptions> channels;  // their names differ
     OnDemandOptions on_demand;
+    std::string file;                          // empty: none
+    std::map<std::string, std::string> fixed;  // the options that do not change while zxrelay runs
 
     bool operator==(const Config&) const = default;
 };
+
+// The names of the options that differ.
+std::vector<std::string> changed_options(const std::map<std::string, std::string>& before,
+                                         const std::map<std::string, std::string>& now);
 
 class CommandLine {
 public:

@@ -1,54 +1,88 @@
 #include "config/network.hpp"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 
 #include "common/failure.hpp"
 
 namespace relay {
+namespace {
 
-Network::Bits Network::bits_of(const std::string& address) {
-    Bits bits;
-    for (const int family : {AF_INET, AF_INET6}) {
-        if (inet_pton(family, address.c_str(), bits.bytes.data()) == 1) {
-            bits.family = family;
-            break;
-        }
-    }
-    return bits;
+constexpr unsigned kBits = 128;
+constexpr unsigned kBitsBeforeIpv4 = 96;
+constexpr std::array<std::uint8_t, 12> kBeforeIpv4{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+
+Address from_ipv4(const in_addr& address) {
+    Address all{};
+    std::copy(kBeforeIpv4.begin(), kBeforeIpv4.end(), all.begin());
+    std::memcpy(all.data() + kBeforeIpv4.size(), &address, sizeof address);
+    return all;
 }
 
-bool Network::contains(const std::string& address) const {
-    const Bits other = bits_of(address);
-    if (other.family != base_.family) {
-        return false;
+Address from_ipv6(const in6_addr& address) {
+    Address all;
+    std::memcpy(all.data(), &address, all.size());
+    return all;
+}
+
+// Returns false if `text` is no number of at most `largest`.
+bool read_prefix(const std::string& text, unsigned largest, unsigned& prefix) {
+    const char* const end = text.data() + text.size();
+    const auto [at, code] = std::from_chars(text.data(), end, prefix);
+    return code == std::errc() && at == end && prefix <= largest;
+}
+
+}  // namespace
+
+Address address_of(const sockaddr_storage& socket) {
+    if (socket.ss_family == AF_INET) {
+        return from_ipv4(reinterpret_cast<const sockaddr_in&>(socket).sin_addr);
     }
-    for (unsigned bit = 0; bit < size_; ++bit) {
-        const unsigned differ = base_.bytes[bit / 8] ^ other.bytes[bit / 8];
-        if ((differ & (0x80U >> bit % 8)) != 0) {
-            return false;
-        }
+    if (socket.ss_family == AF_INET6) {
+        return from_ipv6(reinterpret_cast<const sockaddr_in6&>(socket).sin6_addr);
     }
-    return true;
+    return {};
+}
+
+bool Network::contains(const Address& other) const {
+    const std::size_t whole = prefix / 8;
+    const unsigned rest = prefix % 8;
+    const auto [mine, its] = std::mismatch(
+        address.begin(), address.begin() + static_cast<std::ptrdiff_t>(whole), other.begin());
+    const bool are_equal = its == other.begin() + static_cast<std::ptrdiff_t>(whole);
+    return are_equal && (rest == 0 || (*mine ^ *its) >> (8 - rest) == 0);
 }
 
 Network parse_network(const std::string& text) {
     const std::size_t slash = text.find('/');
-    Network network;
-    network.base_ = Network::bits_of(text.substr(0, slash));
-    const unsigned most = network.base_.family == AF_INET ? 32 : 128;
-    network.size_ = most;
-    bool is_good = network.base_.family != AF_UNSPEC;
-    if (slash != std::string::npos) {
-        const char* const end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data() + slash + 1, end, network.size_);
-        is_good = is_good && error == std::errc() && stop == end && network.size_ <= most;
+    const std::string address = text.substr(0, slash);
+    in_addr ipv4;
+    in6_addr ipv6;
+    Network network{};
+    if (inet_pton(AF_INET, address.c_str(), &ipv4) == 1) {
+        network = {from_ipv4(ipv4), kBitsBeforeIpv4};
+    } else if (inet_pton(AF_INET6, address.c_str(), &ipv6) == 1) {
+        network = {from_ipv6(ipv6), 0};
+    } else {
+        throw tools::Failure("'" + text + "' is not a network such as 10.0.0.0/8 or 2001:db8::/32");
     }
-    if (!is_good) {
-        throw tools::Failure("'" + text + "' is not a network such as 239.0.0.0/8");
+    const unsigned largest = kBits - network.prefix;
+    unsigned prefix = largest;
+    if (slash != std::string::npos && !read_prefix(text.substr(slash + 1), largest, prefix)) {
+        throw tools::Failure("'" + text + "' must end in a number from 0 to " +
+                             std::to_string(largest));
     }
+    network.prefix += prefix;
     return network;
+}
+
+bool contains(const std::vector<Network>& networks, const Address& address) {
+    return std::any_of(networks.begin(), networks.end(),
+                       [&](const Network& network) { return network.contains(address); });
 }
 
 }  // namespace relay

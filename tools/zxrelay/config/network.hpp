@@ -1,4 +1,4 @@
-// Networks of addresses.
+// Networks, such as 10.0.0.0/8 and 2001:db8::/32.
 #pragma once
 
 #include <sys/socket.h>
@@ -6,28 +6,26 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace relay {
 
-// ADDRESS/BITS or an address alone, IPv4 or IPv6.
-class Network {
-public:
-    // True if the first bits of this address, in digits, are those of the network.
-    [[nodiscard]] bool contains(const std::string& address) const;
+// An IPv6 address. An IPv4 address is one, too: ::ffff:10.0.0.1.
+using Address = std::array<std::uint8_t, 16>;
 
-private:
-    friend Network parse_network(const std::string& text);
-    struct Bits {
-        int family = AF_UNSPEC;
-        std::array<std::uint8_t, 16> bytes{};
-    };
-    static Bits bits_of(const std::string& address);
+// That of a socket of any family; :: if it has none.
+Address address_of(const sockaddr_storage& socket);
 
-    Bits base_;
-    unsigned size_ = 0;
+struct Network {
+    Address address;
+    unsigned prefix;  // bits, from 0 to 128
+
+    [[nodiscard]] bool contains(const Address& other) const;
 };
 
-// Throws a Failure.
+// An address stands for itself. Throws a Failure that says what is wrong with the text.
 Network parse_network(const std::string& text);
+
+bool contains(const std::vector<Network>& networks, const Address& address);
 
 }  // namespace relay

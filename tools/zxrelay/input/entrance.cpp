@@ -49,7 +49,7 @@ void Entrance::push_waiting(std::span<const std::uint8_t> message, const Interru
     std::size_t queue = 0;  // the first one that lacks the message
     const auto put = [&] {
         queue = channel_.push_from(queue, message);
-        return queue == channel_.senders();
+        return queue == channel_.queues();
     };
     while (offer(put) == Outcome::no_room && !interrupt.is_raised()) {
         interrupt.pause(kRoomPauseMs);

@@ -1,6 +1,5 @@
 #include "output/outputs.hpp"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,42 +20,46 @@ constexpr std::uint64_t kLateUs = 1000;       // what was sent later than this i
 constexpr std::uint64_t kReportIntervalUs = 60000000;
 constexpr double kCrowded = 0.5;
 
-// Returns when packets may have come; at once if there are some.
-void sleep_until_push(Queue& queue) {
-    if (queue.sleep()) {
-        pollfd waiting{queue.wake_fd(), POLLIN, 0};
-        poll(&waiting, 1, -1);
-        queue.clear_wake();
-    }
-}
-
 }  // namespace
 
 Outputs::Outputs(const std::vector<std::string>& urls, Channel& channel, std::size_t queue)
     : channel_(channel),
       queue_(channel.queue(queue)),
       lanes_(urls.begin(), urls.end()),
-      worker_("relay-datagrams", [this](zxcommon::StopRequest& stop) { run(stop); }) {}
+      worker_("relay-datagrams", [this](zxcommon::StopRequest&) { run(); }) {}
 
-void Outputs::run(zxcommon::StopRequest& stop) {
-    while (!stop.seen()) {
+void Outputs::stop() {
+    interrupt_.raise();
+    worker_.stop();
+}
+
+void Outputs::run() {
+    while (!interrupt_.is_raised()) {
         if (queue_.empty()) {
             drained_ = true;
-            sleep_until_push(queue_);
+            sleep_until_push();
             due_us_ = zxtime_api_upTimeUs() + kBacklogUs;
         } else {
             drained_ = false;  // before a packet leaves the queue, as the main thread expects
-            wait_until_due(stop);
+            wait_until_due();
             send_next();
         }
     }
 }
 
+// Returns at once if there are packets already.
+void Outputs::sleep_until_push() {
+    if (queue_.sleep()) {
+        [[maybe_unused]] const bool is_woken = interrupt_.wait(queue_.wake_fd(), kForever);
+        queue_.clear_wake();
+    }
+}
+
 // A queue that fills up does not wait.
-void Outputs::wait_until_due(zxcommon::StopRequest& stop) const {
+void Outputs::wait_until_due() const {
     std::uint64_t now;
     while ((now = zxtime_api_upTimeUs()) < due_us_ && queue_.fill_ratio() < kCrowded &&
-           !stop.seen()) {
+           !interrupt_.is_raised()) {
         usleep(static_cast<useconds_t>(std::min(due_us_ - now, kStepUs)));
     }
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "input/interrupt.hpp"
 #include "output/output.hpp"
 #include "stream/channel.hpp"
 #include "stream/worker.hpp"
@@ -27,8 +28,7 @@ public:
 
     void start() { worker_.start(); }  // throws a Failure
 
-    // Called after Channel::close().
-    void stop() { worker_.stop(); }
+    void stop();
 
     // True if everything that has left the queue is sent.
     [[nodiscard]] bool drained() const { return drained_; }
@@ -42,12 +42,14 @@ private:
         std::uint64_t refused = 0;  // since the last report
         std::uint64_t reported_us = 0;
     };
-    void run(zxcommon::StopRequest& stop);
-    void wait_until_due(zxcommon::StopRequest& stop) const;
+    void run();
+    void sleep_until_push();
+    void wait_until_due() const;
     void send_next();
 
     Channel& channel_;
     Queue& queue_;
+    Interrupt interrupt_;
     std::list<Lane> lanes_;
     std::uint64_t due_us_ = 0;  // the next datagram
     std::atomic<bool> drained_{true};

@@ -59,7 +59,7 @@ std::uint64_t resident_bytes() {
 }
 
 void add_source(Text& text, const Report& report) {
-    const Stats& stats = report.stats;
+    const Counters& stats = report.total;
     text.add_of_channel("zxrelay_source_bytes_total", "Bytes received from the source.",
                         stats.bytes_in);
     text.add_of_channel("zxrelay_source_messages_total", "Messages of whole packets received.",
@@ -81,13 +81,13 @@ void add_source(Text& text, const Report& report) {
 }
 
 void add_clients(Text& text, const Report& report) {
-    const Stats& stats = report.stats;
-    text.add_of_channel("zxrelay_clients", "Clients that are connected.",
-                        std::uint64_t{stats.clients});
+    const Counters& stats = report.total;
+    text.add_of_channel("zxrelay_clients", "Clients that are connected.", stats.clients);
     text.add_of_channel("zxrelay_client_connections_total", "Clients that have connected so far.",
-                        stats.connections);
+                        report.guests.connections);
     text.add_of_channel("zxrelay_client_refusals_total",
-                        "Clients refused because there were too many.", stats.refused_clients);
+                        "Clients refused because there were too many.",
+                        report.guests.refused_clients);
     text.add_of_channel("zxrelay_client_bytes_total", "Bytes sent to clients.", stats.bytes_out);
     text.add_of_channel("zxrelay_client_dropped_messages_total",
                         "Messages that single clients missed, because they were too slow.",

@@ -100,7 +100,7 @@ void add_memory(cJSON* root, std::string_view table) {
 }
 
 void add_counters(cJSON* root, const Report& report) {
-    const Stats& stats = report.stats;
+    const Counters& stats = report.total;
     const Rates now = report.history.empty() ? Rates{} : report.history.back();
     cJSON* const in = add_object(root, "in");
     add(in, "bytes", stats.bytes_in);

@@ -27,7 +27,8 @@ struct Rates {
 
 struct Report {
     const Facts& facts;
-    const Stats& stats;
+    const Counters total;
+    const GuestStats& guests;
     const Snapshot& snapshot;
     const std::deque<Rates>& history;
     double fifo_fill;

@@ -36,11 +36,10 @@ std::uint64_t per_second(std::uint64_t bytes, std::uint64_t micros) {
 
 }  // namespace
 
-StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats,
-                           const Channel& channel, const Board& board)
+StatusServer::StatusServer(const Endpoint& endpoint, Facts facts, const Roster& roster,
+                           const Board& board)
     : facts_(std::move(facts)),
-      stats_(stats),
-      channel_(channel),
+      roster_(roster),
       board_(board),
       start_us_(zxtime_api_upTimeUs()),
       sampled_us_(start_us_),
@@ -94,8 +93,9 @@ int StatusServer::wait_ms() const {
 
 void StatusServer::take_sample() {
     const std::uint64_t now = zxtime_api_upTimeUs();
-    const std::uint64_t in = stats_.bytes_in;
-    const std::uint64_t out = stats_.bytes_out;
+    const Counters total = roster_.total();
+    const std::uint64_t in = total.bytes_in;
+    const std::uint64_t out = total.bytes_out;
     const std::uint64_t passed = now - sampled_us_;
     history_.push_back(
         {per_second(in - sampled_in_, passed), per_second(out - sampled_out_, passed)});
@@ -159,8 +159,8 @@ Answer StatusServer::health() {
 template <typename Make>
 Answer StatusServer::make_from_report(const Make& make) {
     const auto snapshot = board_.read();
-    return make(Report{facts_, stats_, *snapshot, history_, channel_.fill_ratio(),
-                       (zxtime_api_upTimeUs() - start_us_) / kMicro});
+    return make(Report{facts_, roster_.total(), roster_.guests, *snapshot, history_,
+                       roster_.fill_ratio(), (zxtime_api_upTimeUs() - start_us_) / kMicro});
 }
 
 }  // namespace relay

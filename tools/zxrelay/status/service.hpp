@@ -7,10 +7,9 @@
 
 #include "status/http.hpp"
 #include "status/report.hpp"
-#include "stream/channel.hpp"
 #include "stream/net.hpp"
+#include "stream/roster.hpp"
 #include "stream/snapshot.hpp"
-#include "stream/stats.hpp"
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
 
@@ -21,8 +20,7 @@ namespace relay {
 class StatusServer {
 public:
     // Serves until the destructor runs. Throws a Failure.
-    StatusServer(const Endpoint& endpoint, Facts facts, const Stats& stats, const Channel& channel,
-                 const Board& board);
+    StatusServer(const Endpoint& endpoint, Facts facts, const Roster& roster, const Board& board);
     ~StatusServer();
     StatusServer(const StatusServer&) = delete;
     StatusServer& operator=(const StatusServer&) = delete;
@@ -43,8 +41,7 @@ private:
     Answer make_from_report(const Make& make);
 
     const Facts facts_;
-    const Stats& stats_;
-    const Channel& channel_;
+    const Roster& roster_;
     const Board& board_;
     const std::uint64_t start_us_;
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -38,6 +39,7 @@ using Ticket = Admission::Ticket;
 
 // A connection on its way from the door to a sender.
 struct Guest {
+    std::uint64_t number;  // unique in the process
     zxcommon::Descriptor fd;
     std::string peer;
     Ticket ticket;

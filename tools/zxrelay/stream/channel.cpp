@@ -5,10 +5,9 @@
 
 namespace relay {
 
-Channel::Channel(std::uint32_t capacity, std::size_t senders, std::string name)
-    : name_(std::move(name)) {
-    for (std::size_t i = 0; i < senders; ++i) {
-        queues_.push_back(std::make_unique<Queue>(capacity));
+Channel::Channel(ChannelSettings settings, std::size_t queues) : settings_(std::move(settings)) {
+    for (std::size_t i = 0; i < queues; ++i) {
+        queues_.push_back(std::make_unique<Queue>(settings_.fifo_bytes));
     }
 }
 
@@ -38,12 +37,6 @@ double Channel::fill_ratio() const {
         fullest = std::max(fullest, queue->fill_ratio());
     }
     return fullest;
-}
-
-void Channel::close() {
-    for (const auto& queue : queues_) {
-        queue->close();
-    }
 }
 
 }  // namespace relay

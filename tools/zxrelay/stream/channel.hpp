@@ -12,30 +12,42 @@
 
 namespace relay {
 
+struct ChannelSettings {
+    std::string name;
+    std::uint32_t fifo_bytes;           // the capacity of each queue
+    std::uint64_t client_buffer_bytes;  // how far a client may lag
+    std::uint64_t keep_us = 0;          // of the stream; 0: no time shift
+    // Playlists are in the order of ranks. The first channel is the one of clients that do not ask.
+    unsigned rank = 0;
+    bool is_listed = true;  // in playlists
+
+    bool operator==(const ChannelSettings&) const = default;
+};
+
 // Every sender has a queue of its own.
 class Channel {
 public:
-    // `capacity`: of each queue. Throws a Failure.
-    explicit Channel(std::uint32_t capacity, std::size_t senders = 1, std::string name = "stream");
+    // Throws a Failure.
+    explicit Channel(ChannelSettings settings, std::size_t queues = 1);
 
     // These are for the one thread that receives at a time.
     // Returns false if a queue has no room; then its sender misses the packets.
     bool push(std::span<const std::uint8_t> packets);
     // Pushes to the queues from number `first` on, as long as they have room. Returns the number of
-    // the one that has none; senders() when all have the packets.
+    // the one that has none; queues() when all have the packets.
     [[nodiscard]] std::size_t push_from(std::size_t first, std::span<const std::uint8_t> packets);
-    [[nodiscard]] std::size_t senders() const { return queues_.size(); }
+    [[nodiscard]] std::size_t queues() const { return queues_.size(); }
 
-    [[nodiscard]] const std::string& name() const { return name_; }
-    [[nodiscard]] Queue& queue(std::size_t sender) { return *queues_[sender]; }
+    [[nodiscard]] const ChannelSettings& settings() const { return settings_; }
+    [[nodiscard]] const std::string& name() const { return settings_.name; }
+    [[nodiscard]] Queue& queue(std::size_t number) { return *queues_[number]; }
     [[nodiscard]] bool empty() const;
     [[nodiscard]] double fill_ratio() const;  // of the fullest queue
-    void close();                             // wakes the senders from now on
 
     Stats stats;
 
 private:
-    const std::string name_;
+    const ChannelSettings settings_;
     std::vector<std::unique_ptr<Queue>> queues_;
 };
 

@@ -61,6 +61,7 @@ public:
     [[nodiscard]] bool is_gone() const { return is_gone_; }
     void set_gone() { is_gone_ = true; }
 
+    [[nodiscard]] std::uint64_t number() const { return guest_.number; }
     [[nodiscard]] int fd() const { return guest_.fd.get(); }
     [[nodiscard]] const std::string& peer() const { return guest_.peer; }
     [[nodiscard]] std::uint64_t bytes_sent() const { return bytes_sent_; }

@@ -26,8 +26,8 @@ constexpr std::uint64_t kReportUs = 60000000;
 
 }  // namespace
 
-Door::Door(zxcommon::Descriptor listener, Admission& admission, std::string refusal, Stats& stats,
-           Take take)
+Door::Door(zxcommon::Descriptor listener, Admission& admission, std::string refusal,
+           GuestStats& stats, Take take)
     : socket_(std::move(listener)),
       closed_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       admission_(admission),
@@ -88,7 +88,7 @@ void Door::accept_all() {
         }
         if (Ticket ticket = admission_.enter(); ticket != nullptr) {
             prepare_for_stream(fd.get());
-            take_({std::move(fd), std::move(peer), std::move(ticket)});
+            take_({++last_number_, std::move(fd), std::move(peer), std::move(ticket)});
         } else {
             refuse(std::move(fd));
         }

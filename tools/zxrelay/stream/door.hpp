@@ -18,8 +18,8 @@ public:
     using Take = std::function<void(Guest)>;
 
     // Clients beyond the limit of `admission` get the text `refusal`. Throws a Failure.
-    Door(zxcommon::Descriptor listener, Admission& admission, std::string refusal, Stats& stats,
-         Take take);
+    Door(zxcommon::Descriptor listener, Admission& admission, std::string refusal,
+         GuestStats& stats, Take take);
     Door(const Door&) = delete;
     Door& operator=(const Door&) = delete;
 
@@ -41,8 +41,9 @@ private:
     zxcommon::Descriptor closed_;  // stays readable after close()
     Admission& admission_;
     const std::string refusal_;
-    Stats& stats_;
+    GuestStats& stats_;
     const Take take_;
+    std::uint64_t last_number_ = 0;
     zxcommon::Epoll epoll_;
     Farewells farewells_;
     std::uint64_t now_us_ = 0;

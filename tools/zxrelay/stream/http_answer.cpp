@@ -64,9 +64,11 @@ std::string playlist(const HttpRequest& request, const Site& site) {
     // Players complete an address without a host with that of the playlist.
     const std::string host = request.host.empty() ? "" : "http://" + request.host;
     std::string body = "#EXTM3U\n";
-    for (const std::string& name : site.channels) {
-        body.append("#EXTINF:-1,").append(name).append("\n");
-        body.append(host).append("/").append(name).append("\n");
+    for (const Site::Entry& entry : site.channels) {
+        if (entry.is_listed) {
+            body.append("#EXTINF:-1,").append(entry.name).append("\n");
+            body.append(host).append("/").append(entry.name).append("\n");
+        }
     }
     return page(HTTP_STATUS_OK, site, "audio/x-mpegurl", body);
 }
@@ -76,7 +78,8 @@ std::optional<std::size_t> channel_of(const std::string& path, const Site& site)
     if (name.empty() && site.channels.size() == 1) {
         return 0;
     }
-    const auto found = std::find(site.channels.begin(), site.channels.end(), name);
+    const auto found = std::find_if(site.channels.begin(), site.channels.end(),
+                                    [&](const auto& entry) { return entry.name == name; });
     return found != site.channels.end() ? std::optional<std::size_t>(found - site.channels.begin())
                                         : std::nullopt;
 }

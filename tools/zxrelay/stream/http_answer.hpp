@@ -13,7 +13,11 @@ namespace relay {
 
 // What can be asked for.
 struct Site {
-    std::vector<std::string> channels;
+    struct Entry {
+        std::string name;
+        bool is_listed;  // in the playlist
+    };
+    std::vector<Entry> channels;
     std::string cors_origin;  // whose pages may read the stream; empty: nobody's
 };
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "stream/admission.hpp"
+#include "stream/feed.hpp"
 #include "stream/http_request.hpp"
 #include "zxcommon.hpp"
 
@@ -16,9 +17,12 @@ namespace relay {
 // HTTP do, wants the raw stream. A request by HTTP has five seconds.
 class Newcomer {
 public:
-    // `position`: where the raw stream will begin.
-    Newcomer(Guest its_guest, std::uint64_t its_position, std::uint64_t now_us)
-        : guest(std::move(its_guest)), position(its_position), since_us_(now_us) {}
+    // `raw`: what the client receives unless it asks for something; null: nothing.
+    Newcomer(Guest its_guest, Feed* raw, std::uint64_t now_us)
+        : guest(std::move(its_guest)),
+          raw_feed(raw),
+          position(raw != nullptr ? raw->ring.end() : 0),
+          since_us_(now_us) {}
 
     // With `http` the request is final, with `late` it did not come in time.
     enum class Wish { unknown, raw, http, late, gone };
@@ -30,7 +34,8 @@ public:
     [[nodiscard]] const HttpRequest& request() const { return http_->request(); }
 
     Guest guest;
-    std::uint64_t position;
+    Feed* raw_feed;
+    std::uint64_t position;  // where the raw stream will begin
 
 private:
     std::uint64_t since_us_;

@@ -17,7 +17,7 @@ public:
     Publisher(Board& board, std::size_t sender);
 
     // Rates cover the time since the last call.
-    void publish(const Clients& clients, const std::vector<std::unique_ptr<Feed>>& feeds);
+    void publish(const Clients& clients, const Feeds& feeds);
 
 private:
     Board& board_;

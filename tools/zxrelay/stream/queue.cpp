@@ -58,20 +58,13 @@ bool Queue::sleep() {
 }
 
 void Queue::clear_wake() {
-    if (!closed_) {
-        std::uint64_t count;
-        [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
-    }
+    std::uint64_t count;
+    [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
 }
 
 void Queue::wake() {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
-}
-
-void Queue::close() {
-    closed_ = true;
-    wake();
 }
 
 }  // namespace relay

@@ -37,18 +37,15 @@ public:
     // false if there are packets already.
     [[nodiscard]] bool sleep();
 
-    // This descriptor is readable after wake(), until clear_wake(). After close() it stays
-    // readable.
+    // This descriptor is readable after wake(), until clear_wake().
     [[nodiscard]] int wake_fd() const { return wake_.get(); }
     void clear_wake();
     void wake();
-    void close();
 
 private:
     zxcommon::Fifo fifo_;
     zxcommon::Descriptor wake_;
     std::atomic<bool> is_asleep_{false};
-    std::atomic<bool> closed_{false};
 };
 
 }  // namespace relay

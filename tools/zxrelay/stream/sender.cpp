@@ -23,20 +23,17 @@ constexpr std::uint64_t kMicro = 1000000;
 
 }  // namespace
 
-Sender::Sender(const Settings& settings, const std::vector<Channel*>& channels, std::size_t number,
-               Board& board)
+Sender::Sender(const Settings& settings, std::size_t number, GuestStats& guests, Board& board)
     : settings_(settings),
+      number_(number),
+      guests_(guests),
       budget_(settings.memory_bytes),
+      site_{{}, settings.cors_origin},
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       publisher_(board, number),
       farewells_(epoll_),
       now_us_(zxtime_api_upTimeUs()) {
-    bool is_ready = epoll_.add(wake_.get(), EPOLLIN);
-    for (Channel* const channel : channels) {
-        feeds_.push_back(std::make_unique<Feed>(*channel, number, budget_, settings.keep_us));
-        is_ready = epoll_.add(feeds_.back()->queue.wake_fd(), EPOLLIN) && is_ready;
-    }
-    if (!is_ready) {
+    if (!epoll_.add(wake_.get(), EPOLLIN)) {
         throw tools::system_failure("cannot wait for the stream");
     }
 }
@@ -61,7 +58,7 @@ void Sender::turn() {
     do_once_a_second();
     // Earlier events of the turn may refer to a client. And a guest may have its descriptor.
     remove_gone();
-    take_guests();
+    open_inbox();
 }
 
 // While the sender rests, no packet wakes it, unless a queue has much.
@@ -106,8 +103,7 @@ void Sender::handle(const epoll_event& event) {
     } else if (const auto newcomer = newcomers_.find(fd); newcomer != newcomers_.end()) {
         handle_newcomer(*newcomer->second, event.events);
     } else if (fd == wake_.get()) {
-        std::uint64_t count;
-        [[maybe_unused]] const ssize_t got = read(fd, &count, sizeof count);
+        clear_wake();
     } else if (const auto feed =
                    std::find_if(feeds_.begin(), feeds_.end(),
                                 [fd](const auto& one) { return one->queue.wake_fd() == fd; });
@@ -118,39 +114,125 @@ void Sender::handle(const epoll_event& event) {
     }
 }
 
-// -- newcomers
+// -- what other threads want
 
-void Sender::adopt(Guest guest) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.push_back(std::move(guest));
-    }
+void Sender::wake() {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
 }
 
-void Sender::take_guests() {
-    std::vector<Guest> guests;
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        guests.swap(inbox_);
-    }
-    for (Guest& guest : guests) {
-        welcome(std::move(guest));
+void Sender::clear_wake() {
+    if (!is_closed_) {
+        std::uint64_t count;
+        [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
     }
 }
+
+void Sender::close() {
+    is_closed_ = true;
+    wake();
+}
+
+void Sender::change(const ChannelList& closed, const ChannelList& opened) {
+    {
+        const std::scoped_lock lock(inbox_mutex_);
+        inbox_.closed.insert(inbox_.closed.end(), closed.begin(), closed.end());
+        inbox_.opened.insert(inbox_.opened.end(), opened.begin(), opened.end());
+    }
+    wake();
+}
+
+void Sender::adopt(Guest guest) {
+    {
+        const std::scoped_lock lock(inbox_mutex_);
+        inbox_.guests.push_back(std::move(guest));
+    }
+    wake();
+}
+
+void Sender::disconnect(std::uint64_t client) {
+    {
+        const std::scoped_lock lock(inbox_mutex_);
+        inbox_.disconnected.push_back(client);
+    }
+    wake();
+}
+
+void Sender::open_inbox() {
+    Inbox inbox;
+    {
+        const std::scoped_lock lock(inbox_mutex_);
+        std::swap(inbox, inbox_);
+    }
+    for (const std::uint64_t number : inbox.disconnected) {
+        const auto client = std::ranges::find_if(
+            clients_, [&](const auto& item) { return item.second->number() == number; });
+        if (client != clients_.end()) {
+            disconnect(*client->second, "is disconnected by request");
+        }
+    }
+    remove_gone();
+    // A channel that is opened and closed again before this turn is in both lists.
+    std::ranges::for_each(inbox.opened, [this](const auto& channel) { open_feed(channel); });
+    std::ranges::for_each(inbox.closed, [this](const auto& channel) { close_feed(channel); });
+    if (!inbox.opened.empty() || !inbox.closed.empty()) {
+        update_site();
+    }
+    std::ranges::for_each(inbox.guests, [this](Guest& guest) { welcome(std::move(guest)); });
+}
+
+void Sender::open_feed(const ChannelPtr& channel) {
+    const auto place = std::upper_bound(
+        feeds_.begin(), feeds_.end(), channel->settings().rank,
+        [](unsigned rank, const auto& feed) { return rank < feed->channel.settings().rank; });
+    const auto feed = feeds_.insert(place, std::make_unique<Feed>(channel, number_, budget_));
+    if (!epoll_.add((*feed)->queue.wake_fd(), EPOLLIN)) {
+        log({Level::error, kTag}, "cannot wait for the channel %s", channel->name().c_str());
+    }
+}
+
+// The clients of the channel lose their connections.
+void Sender::close_feed(const ChannelPtr& channel) {
+    const auto place = std::ranges::find_if(
+        feeds_, [&](const auto& feed) { return &feed->channel == channel.get(); });
+    if (place == feeds_.end()) {
+        return;
+    }
+    Feed* const feed = place->get();
+    for (const auto& [fd, newcomer] : newcomers_) {
+        newcomer->raw_feed = newcomer->raw_feed == feed ? nullptr : newcomer->raw_feed;
+    }
+    for (const auto& [fd, client] : clients_) {
+        if (&client->feed() == feed) {
+            disconnect(*client, "loses its channel");
+        }
+    }
+    remove_gone();
+    epoll_.del(feed->queue.wake_fd());
+    feeds_.erase(place);
+}
+
+void Sender::update_site() {
+    site_.channels.clear();
+    for (const auto& feed : feeds_) {
+        const ChannelSettings& settings = feed->channel.settings();
+        site_.channels.push_back({settings.name, settings.is_listed});
+    }
+}
+
+// -- newcomers
 
 // A client for which there is no memory loses its connection.
 void Sender::welcome(Guest guest) {
     const int fd = guest.fd.get();
     const std::string peer = guest.peer;
     try {
-        auto newcomer =
-            std::make_unique<Newcomer>(std::move(guest), feeds_.front()->ring.end(), now_us_);
+        Feed* const raw = feeds_.empty() ? nullptr : feeds_.front().get();
+        auto newcomer = std::make_unique<Newcomer>(std::move(guest), raw, now_us_);
         if (epoll_.add(fd, EPOLLIN)) {
             newcomers_.emplace(fd, std::move(newcomer));
             is_active_ = true;
-            ++feeds_.front()->channel.stats.connections;
+            ++guests_.connections;
             if (connected_.admits()) {
                 log({Level::notice, kTag}, "client %s has connected", peer.c_str());
             }
@@ -192,10 +274,10 @@ void Sender::decide(Newcomer& newcomer, Newcomer::Wish wish) {
             start_raw(newcomer);
             break;
         case Newcomer::Wish::http:
-            answer(newcomer, answer_to(newcomer.request(), settings_.site));
+            answer(newcomer, answer_to(newcomer.request(), site_));
             break;
         case Newcomer::Wish::late:
-            answer(newcomer, {refusal(HTTP_STATUS_REQUEST_TIMEOUT, settings_.site), {}, {}});
+            answer(newcomer, {refusal(HTTP_STATUS_REQUEST_TIMEOUT, site_), {}, {}});
             break;
         case Newcomer::Wish::gone:
             if (left_.admits()) {
@@ -210,9 +292,14 @@ void Sender::decide(Newcomer& newcomer, Newcomer::Wish wish) {
 
 // The client may lag by what has come since it connected, and as far as the others.
 void Sender::start_raw(Newcomer& newcomer) {
-    Feed& feed = *feeds_.front();
-    const std::uint64_t waiting = feed.ring.end() - newcomer.position;
-    start(newcomer, feed, newcomer.position, settings_.client_buffer_bytes + waiting, "");
+    Feed* const feed = newcomer.raw_feed;
+    if (feed == nullptr) {
+        decide(newcomer, Newcomer::Wish::gone);
+        return;
+    }
+    const std::uint64_t waiting = feed->ring.end() - newcomer.position;
+    const std::uint64_t reach = feed->channel.settings().client_buffer_bytes + waiting;
+    start(newcomer, *feed, newcomer.position, reach, "");
 }
 
 void Sender::answer(Newcomer& newcomer, const HttpAnswer& answer) {
@@ -223,8 +310,8 @@ void Sender::answer(Newcomer& newcomer, const HttpAnswer& answer) {
         return;
     }
     Feed& feed = *feeds_[*answer.channel];
-    Client& client =
-        start(newcomer, feed, feed.ring.end(), settings_.client_buffer_bytes, answer.text);
+    const std::uint64_t reach = feed.channel.settings().client_buffer_bytes;
+    Client& client = start(newcomer, feed, feed.ring.end(), reach, answer.text);
     client.ignore_requests();
     if (answer.last_seconds) {
         start_time_shift(client, *answer.last_seconds);
@@ -261,7 +348,7 @@ void Sender::handle_client(Client& client, std::uint32_t events) {
 }
 
 void Sender::start_time_shift(Client& client, std::uint64_t seconds) {
-    if (settings_.keep_us != 0) {
+    if (client.feed().channel.settings().keep_us != 0) {
         if (asked_.admits()) {
             log({Level::notice, kTag}, "client %s receives the stream starting %llu s ago",
                 client.peer().c_str(), static_cast<unsigned long long>(seconds));
@@ -316,8 +403,8 @@ void Sender::send_round() {
         client->feed().need_from(client->position());
     }
     for (const auto& [fd, newcomer] : newcomers_) {
-        if (newcomer->is_silent()) {
-            feeds_.front()->need_from(newcomer->position);
+        if (newcomer->is_silent() && newcomer->raw_feed != nullptr) {
+            newcomer->raw_feed->need_from(newcomer->position);
         }
     }
     for (const auto& feed : feeds_) {
@@ -347,7 +434,7 @@ bool Sender::give_way() {
         }
     }
     for (const auto& [fd, newcomer] : newcomers_) {
-        if (&feeds_.front()->ring == &ring) {
+        if (newcomer->raw_feed != nullptr && &newcomer->raw_feed->ring == &ring) {
             newcomer->position = std::max(newcomer->position, position);
         }
     }

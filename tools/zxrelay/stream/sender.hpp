@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "stream/http_answer.hpp"
 #include "stream/newcomer.hpp"
 #include "stream/publisher.hpp"
+#include "stream/roster.hpp"
 
 namespace relay {
 
@@ -24,25 +26,25 @@ namespace relay {
 class Sender {
 public:
     struct Settings {
-        std::uint64_t latency_us;           // from round to round
-        std::uint64_t client_buffer_bytes;  // how far a client may lag
-        std::uint64_t stall_us;             // how long a client may accept no data
-        std::uint64_t keep_us;              // of the stream; 0: no time shift
-        std::uint64_t memory_bytes;         // for the rings of this sender
-        Site site;                          // its channels are those of this sender
+        std::uint64_t latency_us;    // from round to round
+        std::uint64_t stall_us;      // how long a client may accept no data
+        std::uint64_t memory_bytes;  // for the rings of this sender
+        std::string cors_origin;     // whose pages may read the streams; empty: nobody's
     };
 
     // `number`: of this sender, from 0. Throws a Failure.
-    Sender(const Settings& settings, const std::vector<Channel*>& channels, std::size_t number,
-           Board& board);
+    Sender(const Settings& settings, std::size_t number, GuestStats& guests, Board& board);
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
 
-    // The body of the sending thread. After a stop request, Channel::close() wakes it.
+    // The body of the sending thread.
     void run(zxcommon::StopRequest& stop);
 
-    // Passes a client to the sender. Any thread may call it.
-    void adopt(Guest guest);
+    // Any thread may call these functions. The sender acts in its next turn, or soon after.
+    void change(const ChannelList& closed, const ChannelList& opened);
+    void adopt(Guest guest);                // serves a new client
+    void disconnect(std::uint64_t client);  // by its number
+    void close();                           // from now on, the thread does not wait
 
     // True if everything that has left the queues is sent.
     [[nodiscard]] bool drained() const { return drained_; }
@@ -58,7 +60,11 @@ private:
     void handle_newcomer(Newcomer& newcomer, std::uint32_t events);
     void start_time_shift(Client& client, std::uint64_t seconds);
 
-    void take_guests();
+    void clear_wake();
+    void open_inbox();
+    void open_feed(const ChannelPtr& channel);
+    void close_feed(const ChannelPtr& channel);
+    void update_site();
     void welcome(Guest guest);
     void decide_overdue();
     void decide(Newcomer& newcomer, Newcomer::Wish wish);
@@ -81,8 +87,11 @@ private:
     void remove_gone();
 
     const Settings settings_;
+    const std::size_t number_;
+    GuestStats& guests_;
     Budget budget_;
-    std::vector<std::unique_ptr<Feed>> feeds_;
+    Feeds feeds_;  // in the order of the ranks
+    Site site_;    // with the channels of feeds_
     zxcommon::Epoll epoll_;
     zxcommon::Descriptor wake_;
     Publisher publisher_;
@@ -100,8 +109,17 @@ private:
     bool is_active_ = true;  // there is something to publish in a second
     std::atomic<bool> drained_{true};
 
+    // What other threads want of this one.
+    struct Inbox {
+        ChannelList closed;
+        ChannelList opened;
+        std::vector<Guest> guests;
+        std::vector<std::uint64_t> disconnected;
+    };
+    void wake();
     std::mutex inbox_mutex_;
-    std::vector<Guest> inbox_;
+    Inbox inbox_;
+    std::atomic<bool> is_closed_{false};
 };
 
 }  // namespace relay

@@ -10,12 +10,11 @@ namespace {
 constexpr std::uint64_t kLeastMemory = std::uint64_t{4} * Ring::kBlockSize;
 
 std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std::size_t count,
-                                                  const std::vector<Channel*>& channels,
-                                                  Board& board) {
+                                                  GuestStats& guests, Board& board) {
     settings.memory_bytes = std::max(settings.memory_bytes / count, kLeastMemory);
     std::vector<std::unique_ptr<Sender>> senders;
     for (std::size_t i = 0; i < count; ++i) {
-        senders.push_back(std::make_unique<Sender>(settings, channels, i, board));
+        senders.push_back(std::make_unique<Sender>(settings, i, guests, board));
     }
     return senders;
 }
@@ -23,12 +22,12 @@ std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std
 }  // namespace
 
 Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-                 unsigned max_clients, const std::vector<Channel*>& channels, Board& board)
-    : channels_(channels),
+                 unsigned max_clients, Roster& roster, Board& board)
+    : roster_(roster),
       admission_(max_clients),
-      senders_(make_senders(settings, count, channels, board)),
+      senders_(make_senders(settings, count, roster.guests, board)),
       door_(std::move(listener), admission_,
-            refusal(HTTP_STATUS_SERVICE_UNAVAILABLE, settings.site), channels.front()->stats,
+            refusal(HTTP_STATUS_SERVICE_UNAVAILABLE, {{}, settings.cors_origin}), roster.guests,
             [this](Guest guest) { senders_[next_++ % senders_.size()]->adopt(std::move(guest)); }) {
     workers_.push_back(std::make_unique<Worker>(
         "relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }));
@@ -48,10 +47,23 @@ bool Senders::drained() const {
                        [](const auto& sender) { return sender->drained(); });
 }
 
+void Senders::change(const ChannelList& closed, const ChannelList& opened) {
+    roster_.change(closed, opened);
+    for (const auto& sender : senders_) {
+        sender->change(closed, opened);
+    }
+}
+
+void Senders::disconnect(std::uint64_t client) {
+    for (const auto& sender : senders_) {
+        sender->disconnect(client);
+    }
+}
+
 // Every thread is woken first, because it waits without a limit while nothing happens.
 void Senders::stop() {
     door_.close();
-    std::for_each(channels_.begin(), channels_.end(), [](Channel* channel) { channel->close(); });
+    std::for_each(senders_.begin(), senders_.end(), [](const auto& sender) { sender->close(); });
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->stop(); });
 }
 

@@ -17,7 +17,7 @@ class Senders {
 public:
     // The memory of `settings` is shared by `count` senders. Throws a Failure.
     Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-            unsigned max_clients, const std::vector<Channel*>& channels, Board& board);
+            unsigned max_clients, Roster& roster, Board& board);
 
     ~Senders() { stop(); }
     Senders(const Senders&) = delete;
@@ -28,11 +28,17 @@ public:
     // True if everything that has left the queues of the channels is sent.
     [[nodiscard]] bool drained() const;
 
-    // Closes the channels, and returns when no thread is left.
+    // Opens and closes channels while the relay runs, for the roster, too. A channel has a queue
+    // for each sender. The clients of a closed one lose their connections. Any thread may call
+    // these two functions.
+    void change(const ChannelList& closed, const ChannelList& opened);
+    void disconnect(std::uint64_t client);  // by its number
+
+    // Returns when no thread is left.
     void stop();
 
 private:
-    const std::vector<Channel*> channels_;
+    Roster& roster_;
     Admission admission_;
     std::vector<std::unique_ptr<Sender>> senders_;
     std::size_t next_ = 0;  // the sender of the next client

@@ -13,6 +13,8 @@
 namespace relay {
 
 struct ClientView {
+    std::uint64_t number;  // for Senders::disconnect()
+    std::string channel;
     std::string address;
     std::uint64_t bytes_sent;
     std::uint64_t bytes_per_sec;

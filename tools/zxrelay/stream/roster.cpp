@@ -1,0 +1,44 @@
+#include "stream/roster.hpp"
+
+#include <algorithm>
+#include <numeric>
+
+namespace relay {
+
+void Roster::change(const ChannelList& closed, const ChannelList& opened) {
+    const std::scoped_lock lock(mutex_);
+    for (const ChannelPtr& channel : closed) {
+        if (std::erase(channels_, channel) != 0) {
+            Counters last = channel->stats.read();
+            last.clients = 0;
+            closed_ = closed_ + last;
+        }
+    }
+    channels_.insert(channels_.end(), opened.begin(), opened.end());
+    std::stable_sort(channels_.begin(), channels_.end(), [](const auto& a, const auto& b) {
+        return a->settings().rank < b->settings().rank;
+    });
+}
+
+ChannelList Roster::channels() const {
+    const std::scoped_lock lock(mutex_);
+    return channels_;
+}
+
+Counters Roster::total() const {
+    const std::scoped_lock lock(mutex_);
+    return std::accumulate(
+        channels_.begin(), channels_.end(), closed_,
+        [](const Counters& sum, const auto& channel) { return sum + channel->stats.read(); });
+}
+
+double Roster::fill_ratio() const {
+    const std::scoped_lock lock(mutex_);
+    double fullest = 0;
+    for (const ChannelPtr& channel : channels_) {
+        fullest = std::max(fullest, channel->fill_ratio());
+    }
+    return fullest;
+}
+
+}  // namespace relay
