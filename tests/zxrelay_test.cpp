@@ -20,6 +20,7 @@
 
 #include "common/failure.hpp"
 #include "config/url.hpp"
+#include "demand.hpp"
 #include "files.hpp"
 #include "input/inputs.hpp"
 #include "log_capture.hpp"
@@ -204,6 +205,46 @@ TEST_F(RelayInput, WhatOutputsSendArrivesEvenlyAndWhole) {
                                                         ": 1 datagrams could not be sent: "
                                                         "Connection refused"))
                                 .Times(3));
+}
+
+TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
+    using Result = relay::OnDemand::Result;
+    relay::Roster roster;
+    relay::Board board;
+    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, 1, roster, board);
+    relay::OnDemandOptions options{{"239.1.0.0/16", "ff02::/16", "127.0.0.1"}, "lo", 60, 2};
+    relay::Demand demand(options, {}, senders, 1);
+    senders.start();
+    demand.start();
+    const std::string tail = ":" + std::to_string(free_port(SOCK_DGRAM));
+    for (const std::string path :
+         {"/udp/239.2.0.1", "/rtp/127.0.0.1", "/udp/127.0.0.1@239.2.0.1"}) {
+        EXPECT_EQ(demand.ask(path + tail), Result::forbidden) << path;
+    }
+    for (const std::string path : {"/tcp/239.1.0.1", "/udp/localhost", "/udp/host@239.1.0.1", "/",
+                                   "", "/udp/239.1.0.1/16", "/udp"}) {
+        EXPECT_EQ(demand.ask(path + tail), Result::unknown) << path;
+    }
+    const std::string asked = "/udp/127.0.0.1@232.1.0.1" + tail;
+    EXPECT_EQ(demand.ask(asked), Result::forbidden);
+    options.networks = {"232.0.0.0/8", "ff02::/16"};
+    demand.change(options, {});
+    EXPECT_EQ(demand.ask(asked), Result::coming);
+    EXPECT_EQ(demand.ask("/rtp/[ff02::1234]" + tail), Result::coming);
+    EXPECT_EQ(demand.ask(asked), Result::coming);
+    EXPECT_EQ(demand.ask("/rtp/232.1.0.2" + tail), Result::forbidden);  // one too many
+    ASSERT_TRUE(comes_true([&] { return roster.channels().size() == 2; }));
+    const relay::ChannelPtr channel = roster.channels().front();
+    ++channel->stats.clients;
+    options.linger_seconds = 0;
+    demand.change(options, {});
+    EXPECT_TRUE(comes_true([&] { return roster.channels().size() == 1; }));
+    EXPECT_EQ(roster.channels().front()->name(), channel->name());
+    options.networks = {"239.0.0.0/8"};
+    demand.change(options, {});
+    EXPECT_TRUE(comes_true([&] { return roster.channels().empty(); }));
+    demand.stop();
+    senders.stop();
 }
 
 TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) {

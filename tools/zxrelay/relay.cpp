@@ -131,9 +131,7 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
       listener_(open_listener(output_, kBacklog)) {}
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
-    if (watchdog::has_reloaded()) {
-        read_again();  // the worker before this one has done so
-    }
+    const bool is_changed = watchdog::has_reloaded() && read_again();
     Board board(options_.senders);
     Roster roster;
     Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
@@ -148,7 +146,11 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     }
     senders.start();
     demand.start();
-    stations.start(config_.channels);
+    if (is_changed) {
+        stations.change(config_.channels);  // as the worker before this one
+    } else {
+        stations.start(config_.channels);
+    }
     Notifier notifier;
     announce_up(notifier);
     on_up();
