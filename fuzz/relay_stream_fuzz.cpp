@@ -1,10 +1,12 @@
 // Feeds any stream, in any pieces, to what reads a stranger's bytes first: the relay's packetizer,
 // its order of RTP datagrams, its request readers and its parser of URLs. Models receive the same.
+#include <bitset>
 #include <map>
 #include <optional>
 #include <vector>
 
 #include "common/failure.hpp"
+#include "config/network.hpp"
 #include "config/url.hpp"
 #include "input/packetizer.hpp"
 #include "input/rtp.hpp"
@@ -237,6 +239,35 @@ void check_url(const std::string& text) {
     }
 }
 
+std::string bits_of(const relay::Address& address) {
+    std::string bits;
+    for (const std::uint8_t byte : address) {
+        bits += std::bitset<8>(byte).to_string();
+    }
+    return bits;
+}
+
+void check_network(Input input, const std::string& text) {
+    try {
+        const relay::Network network = relay::parse_network(text);
+        const std::size_t slash = text.find('/');
+        const bool is_ipv4 = text.substr(0, slash).find(':') == std::string::npos;
+        const unsigned long prefix = slash == std::string::npos
+                                         ? (is_ipv4 ? 32 : 128)
+                                         : std::strtoul(text.c_str() + slash + 1, nullptr, 10);
+        require(network.prefix == prefix + (is_ipv4 ? 96 : 0), "the size of a network");
+        relay::Address other = network.address;
+        for (int i = 0; i < 3; ++i) {
+            const std::string mine = bits_of(network.address).substr(0, network.prefix);
+            require(network.contains(other) == bits_of(other).starts_with(mine), "who is inside");
+            const std::size_t bit = input.take_below(128);
+            other[bit / 8] = static_cast<std::uint8_t>(other[bit / 8] ^ 1U << bit % 8);
+        }
+    } catch (const tools::Failure& failure) {
+        require(failure.what()[0] == '\'', "a refusal names the text");
+    }
+}
+
 // A request is "last N" with at most 16 characters, so N has at most eleven digits.
 std::optional<std::uint64_t> asked_by(std::string line) {
     if (line.ends_with('\r')) {
@@ -270,7 +301,7 @@ void check_requests(Input& control, const std::string& text) {
 
 // A reader that gets one byte at a time, beside one that gets all of them at once.
 void check_http(const std::string& text) {
-    const relay::Site site{{{"a", true}, {"b", false}}, ""};
+    const relay::Site site{{{"a", true}, {"b", false}}, "", ""};
     relay::HttpReader pieces;
     for (const char c : text) {
         if (pieces.request().state != relay::HttpRequest::State::partial) {
@@ -293,6 +324,14 @@ void check_http(const std::string& text) {
                     answer.text.find("\r\n\r\n") != std::string::npos,
                 "an answer");
         require(!answer.channel || *answer.channel < site.channels.size(), "a channel");
+        require(answer.demanded.empty() ||
+                    (!answer.channel && answer.text.starts_with("HTTP/1.1 404 ")),
+                "a channel that could be opened");
+        const relay::HttpAnswer with_token = relay::answer_to(got, {site.channels, "", "secret"});
+        require(!with_token.text.starts_with("HTTP/1.1 200 ") ||
+                    text.find("secret") != std::string::npos,
+                "an answer without the token");
+        require(!with_token.channel || with_token.channel == answer.channel, "the same channel");
     }
 }
 
@@ -307,6 +346,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_http(text);
     for (const char* const begin : {"", "udp://[ff02::1]:", "rtp://a@b:", "http://", "file:///"}) {
         check_url(begin + std::string(text.c_str()));
+    }
+    for (const char* const begin : {"", "10.0.", "10.0.0.0/", "2001:db8::/"}) {
+        check_network(input, begin + std::string(text.c_str()));
     }
     check_rtp(input);
     check_packets(control, stream_of(input));

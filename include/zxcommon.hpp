@@ -36,7 +36,7 @@
 #include "zxthread.h"
 
 #ifndef __cpp_lib_span
-#error "zxcommon.hpp needs C++20; what it stands on is in the other headers, for any C++"
+#error "zxcommon.hpp needs C++20; older versions of C++ can include the C headers"
 #endif
 
 namespace zxcommon {

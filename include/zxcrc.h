@@ -25,13 +25,13 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-/** CRC-32/MPEG-2 of every byte, most significant bit first. */
+/** The CRC-32/MPEG-2 of each byte value, most significant bit first. */
 extern const uint32_t aucCRCTable[256];
 
-/** CRC-16/MODBUS of every byte: the byte that is sent first, which is the low one of the number. */
+/** The low byte of the CRC-16/MODBUS of each byte value. It is sent first. */
 extern const uint8_t aucCrcTableH[256];
 
-/** CRC-16/MODBUS of every byte: the byte that is sent last, which is the high one of the number. */
+/** The high byte of the CRC-16/MODBUS of each byte value. It is sent last. */
 extern const uint8_t aucCrcTableL[256];
 
 /**

@@ -153,8 +153,9 @@ int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, uint32_t size
 /**
  * Tells how many bytes are held.
  * @param fifo  the FIFO.
- * @return bytes held after the last transfer or reset, without those that
- *         zxfifo_innerapi_blockDrainIn() and the like have counted since. -1 when `fifo` is NULL.
+ * @return bytes held after the last transfer or reset. Bytes that zxfifo_innerapi_blockDrainIn()
+ *         or zxfifo_innerapi_blockDrainOut() counted since are not included. -1 when `fifo` is
+ *         NULL.
  * Logs: error for a NULL `fifo`.
  */
 int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo);
@@ -458,7 +459,8 @@ void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list);
 /**
  * Finds the first node that is not older than a time. To continue, pass its `time` + 1. That skips
  * the other nodes of the same microsecond. To see every node of a thread that adds so fast, follow
- * `next` instead. That thread may be storing it at this moment, so load it with acquire order.
+ * `next` instead. Load `next` with acquire order, because that thread may be storing it at this
+ * moment.
  *
  * Each call walks the list from its head: 2 to 4 ns for a node in the processor's cache, tens of ns
  * otherwise. With many nodes, keep the node that was found and follow `next`.

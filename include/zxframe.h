@@ -6,11 +6,11 @@
  * record: each protocol layer overwrites its own fields, and fields that a frame does not contain
  * keep the values of an earlier frame.
  *
- * The decoder gets a pointer without a length and checks almost nothing: neither checksums nor
- * total lengths, and header lengths decide where it continues to read. **The frame buffer must have
- * #ZXFRAME_READABLE readable bytes from its start** (put zeros after a shorter frame). Then no
- * content of a frame can make a function read beyond them. The decoder supports neither VLAN tags
- * nor IPv6.
+ * The decoder gets a pointer without a length and checks almost nothing. It verifies neither
+ * checksums nor total lengths, and uses header lengths as the frame gives them. **The frame buffer
+ * must have #ZXFRAME_READABLE readable bytes from its start** (put zeros after a shorter frame).
+ * Then no content of a frame can make a function read beyond them. The decoder supports neither
+ * VLAN tags nor IPv6.
  *
  * Field dumps are logged as notices and information while the record's `print_flag` is set. Errors
  * are always logged. Nothing is allocated, and no state is kept. Log tag: NETFRAME.
@@ -34,7 +34,7 @@ extern "C" {
 
 /**
  * Bytes that must be readable from the start of a frame: 14 of Ethernet, up to 60 of IPv4, 20 of
- * TCP, and 294 for an option in the last of 40 option bytes that claims 255 bytes.
+ * TCP, and 294 of TCP options: an option that begins in byte 40 of the options may claim 255 bytes.
  */
 #define ZXFRAME_READABLE 388
 
@@ -145,7 +145,7 @@ typedef struct igmp_view {
 typedef struct ether_ctt {
     uint8_t dest_mac[ZXFRAME_MAC_SIZE];         /**< as on the wire */
     uint8_t source_mac[ZXFRAME_MAC_SIZE];       /**< as on the wire */
-    uint16_t ether_type;                        /**< EtherType, or the length of IEEE 802.3 */
+    uint16_t ether_type;                        /**< EtherType, or an IEEE 802.3 length */
     char str_dest_mac[ZXFRAME_MAC_TEXT_SIZE];   /**< "00:11:22:aa:bb:cc" */
     char str_source_mac[ZXFRAME_MAC_TEXT_SIZE]; /**< as above */
     char ether_type_name[ZXFRAME_NAME_SIZE];    /**< unchanged when the EtherType has no name */
@@ -203,14 +203,14 @@ typedef struct igmp_req {
     const char* group;          /**< dotted text; also the destination of the IPv4 header */
     uint32_t version;           /**< 1, 2 or 3 */
     uint32_t action;            /**< #ZXFRAME_IGMP_QUERY and so on */
-    uint32_t mode;         /**< for version 3; 1: allow or block the sources, others: change mode */
+    uint32_t mode;         /**< version 3; 1: allow or block sources; others: set the filter mode */
     uint16_t source_count; /**< at most #ZXFRAME_IGMP_SOURCES */
     char sources[ZXFRAME_IGMP_SOURCES][ZXFRAME_NAME_SIZE]; /**< dotted texts that end with a NUL */
 } igmp_req;
 
 /**
  * Selects the frames that zxframe_api_filterFrame() lets pass. A frame must match every condition
- * that is set. A text that is NULL or empty is not set; nor is a port of 0 or less, or a protocol
+ * that is set. These set no condition: a NULL or empty text, a port of 0 or less, and a protocol
  * other than "tcp" and "udp". A filter that is all zeros lets everything pass.
  *
  * A frame's address matches a text that contains it, as zxstr_api_isCasestr() finds it. So
@@ -273,8 +273,8 @@ int32_t zxframe_api_doFrame(ether_ctt* pether_ctt, const uint8_t* frame_buf);
  * @param context    not used.
  * @param frame_buf  #ZXFRAME_READABLE readable bytes.
  * @param filter     the first call remembers what is set: clear `initialized` after a change. Its
- *                   texts must stay valid as long as it is used; one that becomes NULL later
- *                   matches nothing.
+ *                   texts must stay valid as long as it is used; a text that becomes NULL
+ *                   later matches nothing.
  * @return 1 when the frame passes; otherwise 0, also when a required argument is NULL.
  *
  * Logs: as zxframe_api_doFrame(); error for a NULL `filter`.
@@ -320,7 +320,7 @@ int32_t zxframe_innerapi_filterFrameByIp(void* context, const frame_filter_ctt* 
 int32_t zxframe_api_is_ipArp(const ether_ctt* pether_ctt);
 
 /**
- * Tells whether a frame is IPv4 or ARP, and from one address or to another.
+ * Tells whether a frame is IPv4 or ARP, and has a given source or a given destination.
  * @param pether_ctt  a decoded record.
  * @param source_ip   compared with the source or the sender; NULL matches nothing and is not
  *                    logged.
@@ -425,15 +425,15 @@ int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload, uint32_t p
 
 /**
  * Builds the headers of a UDP frame for the record's `data` and `data_len`. With the payload after
- * it, the frame is valid on the wire, except for the checksum of an odd payload: it includes the
- * byte of `data` after the payload, so set that byte to 0.
+ * these headers, the frame is valid on the wire. If the payload has an odd length, first set the
+ * byte after it in `data` to 0, because the checksum includes that byte.
  *
  * @param pether_ctt  the record; its IPv4 `id` increases by 4961.
  * @param pether_pkt  the request.
  * @param outbuf      42 bytes.
- * @return 14 + 4 * header_len + 4 * (doff + 2) + `data_len`, where doff is the value at its place
- *         in the record's TCP view. That is correct (0) in a record that was cleared, and too large
- *         when the record held a TCP or IGMP frame before. -1 with nothing written when an argument
+ * @return 14 + 4 * header_len + 4 * (doff + 2) + `data_len`, with doff as the record's TCP view
+ *         holds it. In a cleared record it is 0, and the length is correct. After a TCP or IGMP
+ *         frame the length is too large. -1 with nothing written when an argument
  *         is NULL or a text of the request has no NUL.
  *
  * Signal handlers: unsafe.
@@ -475,7 +475,7 @@ int32_t zxframe_api_buildTcpAck(ether_ctt* pether_ctt, uint8_t* outbuf);
 /**
  * Builds the headers of a TCP segment from the record as it is. The caller sets MAC addresses,
  * addresses in network order, ports, numbers and flags; `data` with `data_len` is the payload. With
- * the payload after it, the frame is valid on the wire.
+ * the payload after these headers, the frame is valid on the wire.
  *
  * Afterwards the record's addresses are in host order: set them again before each call.
  *
@@ -630,8 +630,8 @@ void zxframe_innerapi_parseTcp(ether_ctt* pether_ctt, const uint8_t* tcph,
                                const uint8_t* opt_source);
 
 /**
- * Decodes and dumps the options after a TCP header, and appends them to the record. An unknown kind
- * and a length below 2 end them; EOL does not.
+ * Decodes and dumps the options after a TCP header, and appends them to the record. Decoding stops
+ * at an unknown kind and at a length below 2, but not at EOL.
  *
  * @param pether_ctt  the record to fill.
  * @param tcph        314 readable bytes.

@@ -36,11 +36,11 @@ extern "C" {
 #define ZXMD_MSG_FILE_LIMIT 10485760 /**< zxmd_api_newMsgFile() rotates files of more bytes */
 
 /**
- * Reads a file from its beginning, up to `len` bytes, its end or an error.
+ * Reads a file from its beginning until it has `len` bytes, or until the file ends or a read fails.
  * @param path  the file.
  * @param buf   `len` bytes; a NUL follows the data if there are fewer than `len` bytes.
  * @param len   bytes.
- * @return the number of bytes, also when reading fails; -1 when the file cannot be opened.
+ * @return the number of bytes, even when a read fails; -1 when the file cannot be opened.
  * Cancellation: safe; the file is closed.
  * Logs: error when the file cannot be opened.
  */
@@ -300,8 +300,9 @@ int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg);
  * @return 0; -1 for a user that is NULL or unknown, -2 when the groups are refused, -3 when the
  *         identity is refused or a capability would remain.
  *
- * Threads: unsafe; groups and identity change for the whole process, but capabilities that are
- * ambient or to be kept belong to one thread. Call it while there is one thread.
+ * Threads: unsafe; groups and identity change for the whole process. But ambient capabilities, and
+ * the setting that keeps capabilities, belong to each thread alone. Call it while there is one
+ * thread.
  * Logs: error on failure, otherwise information.
  */
 int32_t zxmd_api_changeUser(const char* name);

@@ -128,8 +128,8 @@ void zxmem_api_showBlock(void);
  * @param html  the text. Its room must be at least 1,024 bytes, plus 580 bytes and the length of
  *              the source file's name for each live buffer. Leave room for more buffers, because
  *              other threads may add some before the call.
- * @param text  shown instead of the table when tracking is off, cut to 1,023 bytes together with
- *              its tags; may be NULL when tracking is on.
+ * @param text  shown instead of the table when tracking is off. The text with the HTML tags around
+ *              it is cut to 1,023 bytes. It may be NULL when tracking is on.
  *
  * Threads: safe; allocations wait during the call.
  * Logs: error when a required argument is NULL (nothing is appended) and when tracking is not

@@ -72,8 +72,8 @@ int32_t zxstr_api_lcatf(char* dst, uint64_t size, const char* fmt, ...) ZXSTR_PR
 /* ---------------------------------------------------------- tokenisers -- */
 /*
  * A cursor points to the rest of a text. Each call takes one piece from its front. The cursor moves
- * past the whole piece: characters that do not fit in `buf` are lost, and with a NULL `buf` or a
- * size of 0 or less all of them. At the end of the text, the piece is empty.
+ * past the whole piece. Characters that do not fit in `buf` are lost; with a NULL `buf` or a size
+ * of 0 or less, all of them are lost. At the end of the text, the piece is empty.
  */
 
 /**
@@ -135,7 +135,8 @@ int32_t zxstr_api_isSpace(char c);
 /* -------------------------------------------------------------- search -- */
 
 /**
- * Tells whether a text contains another, in the same letter case, with zxlog_api_strCasestrNum().
+ * Tells whether a text contains another one in the same letter case, as zxlog_api_strCasestrNum()
+ * finds it.
  * @param haystack  the text to search.
  * @param needle    the text to look for.
  * @return 1 or 0; 0 for an empty `needle`.
@@ -191,7 +192,7 @@ int32_t zxstr_api_split2(char* s, const char* sep, char** out);
 /**
  * Splits "proto://auth@host:port/path?query". A URL without ":" is all path.
  *
- * The authority ends at the first "/"; only if there is no "/", a "?" ends it. Its first "@" ends
+ * The authority ends at the first "/", or at the first "?" if there is no "/". Its first "@" ends
  * `auth`. Without slashes, the text before the first ":" still counts as the scheme: "host:80"
  * gives proto "host" and host "80".
  *
@@ -284,7 +285,8 @@ int32_t zxstr_api_findTag(char* value, uint32_t valueSize, const char* name, con
 /* --------------------------------------------------------------- letters -- */
 
 /**
- * Copies a text and changes 'a' to 'x' into capitals; 'y' and 'z' stay as they are.
+ * Copies a text and turns the letters from 'a' through 'x' into capitals; 'y' and 'z' stay as they
+ * are.
  * @param src  the text.
  * @param dst  strlen(src) bytes: no NUL is written. May be `src`.
  * @return strlen(src).
@@ -292,8 +294,8 @@ int32_t zxstr_api_findTag(char* value, uint32_t valueSize, const char* name, con
 uint32_t zxstr_api_outULetters(const char* src, char* dst);
 
 /**
- * Does the same as zxstr_api_outULetters(), but changes 'A' to 'X' into small letters; 'Y' and 'Z'
- * stay as they are.
+ * Does the same as zxstr_api_outULetters(), but turns the letters from 'A' through 'X' into small
+ * ones; 'Y' and 'Z' stay as they are.
  *
  * @param src  the text.
  * @param dst  strlen(src) bytes: no NUL is written. May be `src`.

@@ -133,8 +133,8 @@ void zxt_innerapi_getHlsName(const char* hls_url, const char* vodpath, char* pro
  * The directory is `vodpath`, a slash and the name of the stream. It is removed with everything in
  * it, then made: empty, and writable for everybody. The results of these commands are not checked.
  *
- * Nothing is done for a path that a shell would not take as it is, that is too long for a command
- * of 511 characters, or that does not lead below `vodpath`: one with a part "..", or one whose
+ * Nothing is done for a path that contains a character that a shell interprets, is too long for a
+ * command of 511 characters, or does not lead below `vodpath`: one with a part "..", or one whose
  * parts are all "." or empty.
  *
  * @param hls_url   the URL; NULL is refused.

@@ -76,7 +76,7 @@ class Soak:
         self.rotated = []
         self.is_mounted = False
         self.in_port, self.out_port, self.status_port = (self.free_port() for _ in range(3))
-        self.supervisor = None
+        self.watchdog = None
         self.stopping = threading.Event()
         self.lock = threading.Lock()
         self.counts = collections.Counter()
@@ -107,7 +107,7 @@ class Soak:
             print(f"{self.now():7.1f} s  FAILED: {text}", flush=True)
 
     def worker(self):
-        pid = self.supervisor.pid
+        pid = self.watchdog.pid
         try:
             with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
                 return int(next(iter(children.read().split()), 0))
@@ -332,13 +332,13 @@ class Soak:
         if not self.is_mounted:
             print("not run as root, so nothing can be mounted: the full disk is left out")
         local = "127.0.0.1:"
-        self.supervisor = subprocess.Popen(
+        self.watchdog = subprocess.Popen(
             [self.relay, "--watchdog", "--input", f"tcp://{local}{self.in_port}", "--output",
              f"{local}{self.out_port}", "--status", f"{local}{self.status_port}", "--keep", str(KEEP),
              "--stall", str(STALL), "--log", self.log, "--log-level", "4",
              "--pid-file", os.path.join(self.work, "pid")])
         while not os.path.exists(self.log) or b"relaying" not in open(self.log, "rb").read():
-            if self.supervisor.poll() is not None:
+            if self.watchdog.poll() is not None:
                 sys.exit("the relay does not start")
             time.sleep(0.05)
 
@@ -352,11 +352,11 @@ class Soak:
             thread.start()
         events = self.events()
         try:
-            while self.now() < self.end and self.supervisor.poll() is None:
+            while self.now() < self.end and self.watchdog.poll() is None:
                 while events and events[0][0] <= self.now():
                     threads.append(threading.Thread(target=events.pop(0)[1]))
                     threads[-1].start()
-                for pid in (self.supervisor.pid, self.worker()):
+                for pid in (self.watchdog.pid, self.worker()):
                     self.measure(pid)
                 self.note_drops()
                 time.sleep(max(0.0, 1 - time.monotonic() % 1))
@@ -367,14 +367,14 @@ class Soak:
 
     def tear_down(self):
         """Ends the relay and removes everything except the log."""
-        if self.supervisor:
-            self.supervisor.terminate()
+        if self.watchdog:
+            self.watchdog.terminate()
             try:
-                self.supervisor.wait(15)
+                self.watchdog.wait(15)
             except subprocess.TimeoutExpired:
                 self.fail("the relay did not end")
-                self.supervisor.kill()  # the worker ends, too
-                self.supervisor.wait()
+                self.watchdog.kill()  # the worker ends, too
+                self.watchdog.wait()
         for path in self.rotated[-1:] + [self.log]:
             if os.path.exists(path):
                 shutil.move(path, self.work)
@@ -414,7 +414,7 @@ class Soak:
         """Compares the first third of a process's life with the last third, after two minutes."""
         rows = []
         for pid, samples in self.samples.items():
-            name = "supervisor" if pid == self.supervisor.pid else f"worker {pid}"
+            name = "watchdog" if pid == self.watchdog.pid else f"worker {pid}"
             settled = [s for s in samples if s[0] >= max(120, samples[0][0] + 60)]
             if len(settled) < 50:
                 continue
@@ -448,7 +448,7 @@ class Soak:
              c["vanished"] > 0 and c["garbage turns"] > 0),
             ("workers killed, slowest restart", f"{kills}, {max(self.restarts_ms, default=0)} ms", f"{BACK} s",
              max(self.restarts_ms, default=0) < BACK * 1000),
-            ("exit code of the relay", self.supervisor.returncode, "0", self.supervisor.returncode == 0),
+            ("exit code of the relay", self.watchdog.returncode, "0", self.watchdog.returncode == 0),
         ]
         rows += self.judge_log() + self.judge_flatness()
         print("\n| what | seen | allowed | holds |\n|---|---|---|---|")

@@ -105,6 +105,19 @@ protected:
         return fd;
     }
 
+    // Says for a second as much as the relay takes. Returns its size.
+    [[nodiscard]] static std::uint64_t talk(const zxcommon::Descriptor& client) {
+        const Bytes words(65536, 'x');
+        std::uint64_t size = 0;
+        const auto end = Clock::now() + std::chrono::seconds(1);
+        while (Clock::now() < end) {
+            const ssize_t sent =
+                send(client.get(), words.data(), words.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+            size += sent > 0 ? static_cast<std::uint64_t>(sent) : 0;
+        }
+        return size;
+    }
+
     // All processes of this test's relays: the name of its directory is on their command lines.
     [[nodiscard]] std::vector<pid_t> relays() const {
         std::vector<pid_t> pids;
@@ -213,6 +226,8 @@ TEST_F(RelayServer, ASlowClientCostsOnlyItself) {
     const zxcommon::Descriptor slow = join();
     const zxcommon::Descriptor vanishing = join();
     shutdown(vanishing.get(), SHUT_RDWR);
+    const zxcommon::Descriptor talking = join();
+    EXPECT_LT(talk(talking), 32U << 20U);  // most of what it says waits in its socket
     const std::uint64_t sent = stream_beside_quick_client(std::chrono::milliseconds(0));
     EXPECT_EQ(relay->wait(), 0);
     EXPECT_TRUE(logs("has accepted no data for too long"));
@@ -238,7 +253,8 @@ TEST_F(RelayServer, RefusesClientsBeyondTheLimitAndTheOthersNoticeNothing) {
     start("tcp", "", "ulimit -n 64; ");
     const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
     std::vector<zxcommon::Descriptor> clients;
-    for (int i = 0; i < 60; ++i) {
+    const auto begin = Clock::now();
+    for (int i = 0; i < 150; ++i) {
         clients.emplace_back(connected(SOCK_STREAM, out_port));
     }
     ASSERT_TRUE(logs("refused "));
@@ -254,6 +270,7 @@ TEST_F(RelayServer, RefusesClientsBeyondTheLimitAndTheOthersNoticeNothing) {
     }
     EXPECT_GT(served, 0U);
     EXPECT_EQ(served + refused, clients.size());
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));  // none waits until others have gone
     clients.clear();
     EXPECT_TRUE(serves_from(source));  // there is room again
     EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("has ended")));
@@ -346,6 +363,7 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
     }
     for (const char* const target : {"/?last=60", "/news?last=99999"}) {
         const zxcommon::Descriptor client = say(std::string("GET ") + target + host);
+        shutdown(client.get(), SHUT_WR);  // it still wants its answer
         Bytes got;
         std::size_t head = 0;
         while (got.size() < head + 700 * kPacketSize) {
@@ -358,6 +376,50 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
         got.erase(got.begin(), got.begin() + static_cast<std::ptrdiff_t>(head));
         EXPECT_TRUE(got == packets(0, 700));
     }
+}
+
+TEST_F(RelayServer, ServesOnlyThoseWhoMayEnterAndKnowTheToken) {
+    start("tcp",
+          "--allow 2001:db8::/32 --allow 127.0.0.1 --max-per-address 2 --token secret --name news");
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
+    const std::string end = " HTTP/1.1\r\nHost: a\r\n";
+    const auto answer = [&](const std::string& request) {
+        return text_of(receive_all(say(request).get(), 100));
+    };
+    const struct {
+        std::string request;
+        const char* status;
+    } cases[] = {
+        {"last 1\n", "401 Unauthorized\r\n"},
+        {"GET /news" + end + "\r\n", "401 "},
+        {"GET /playlist.m3u?token=secre" + end + "\r\n", "401 "},
+        {"HEAD /news?last=1&token=secreT" + end + "\r\n", "401 "},
+        {"GET /news" + end + "Authorization: Basic secret\r\n\r\n", "401 "},
+        {"HEAD /news?token=secret" + end + "\r\n", "200 "},
+        {"HEAD /news" + end + "Authorization: bearer secret\r\n\r\n", "200 "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_TRUE(comes_true([&] {  // 429 while another one is still leaving
+            return answer(c.request).starts_with(std::string("HTTP/1.1 ") + c.status);
+        })) << c.request;
+    }
+    EXPECT_TRUE(comes_true([&] {
+        return text_of(receive_all(say("GET /playlist.m3u?token=secret" + end + "\r\n").get()))
+            .ends_with("http://a/news?token=secret\n");
+    }));
+    std::vector<zxcommon::Descriptor> clients;
+    EXPECT_TRUE(comes_true([&] {
+        clients.push_back(say("GET /news?token=secret" + end + "\r\n"));
+        return text_of(receive_all(clients.back().get(), 12)).starts_with("HTTP/1.1 429");
+    }));
+    EXPECT_GE(clients.size(), 3U);
+    const zxcommon::Descriptor other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = loopback(0);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    ASSERT_EQ(bind(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    address = loopback(out_port);
+    ASSERT_EQ(connect(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_THAT(text_of(receive_all(other.get())), testing::StartsWith("HTTP/1.1 403 Forbidden"));
 }
 
 TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -32,6 +33,7 @@
 #include "stream/channel.hpp"
 #include "stream/net.hpp"
 #include "stream/ring.hpp"
+#include "stream/senders.hpp"
 #include "zxcommon.hpp"
 
 namespace {
@@ -208,31 +210,31 @@ TEST_F(RelayInput, WhatOutputsSendArrivesEvenlyAndWhole) {
 }
 
 TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
-    using Result = relay::OnDemand::Result;
+    using relay::Demand;
     relay::Roster roster;
     relay::Board board;
-    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, 1, roster, board);
+    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, {1, 0, {}}, roster,
+                           board);
     relay::OnDemandOptions options{{"239.1.0.0/16", "ff02::/16", "127.0.0.1"}, "lo", 60, 2};
-    relay::Demand demand(options, {}, senders, 1);
+    relay::DemandStations demand(options, {}, senders, {1, false});
     senders.start();
     demand.start();
     const std::string tail = ":" + std::to_string(free_port(SOCK_DGRAM));
-    for (const std::string path :
-         {"/udp/239.2.0.1", "/rtp/127.0.0.1", "/udp/127.0.0.1@239.2.0.1"}) {
-        EXPECT_EQ(demand.ask(path + tail), Result::forbidden) << path;
+    for (const std::string path : {"udp/239.2.0.1", "rtp/127.0.0.1", "udp/127.0.0.1@239.2.0.1"}) {
+        EXPECT_EQ(demand.ask(path + tail), Demand::forbidden) << path;
     }
-    for (const std::string path : {"/tcp/239.1.0.1", "/udp/localhost", "/udp/host@239.1.0.1", "/",
-                                   "", "/udp/239.1.0.1/16", "/udp"}) {
-        EXPECT_EQ(demand.ask(path + tail), Result::unknown) << path;
+    for (const std::string path : {"tcp/239.1.0.1", "udp/localhost", "udp/host@239.1.0.1", "/", "",
+                                   "udp/239.1.0.1/16", "udp"}) {
+        EXPECT_EQ(demand.ask(path + tail), Demand::unknown) << path;
     }
-    const std::string asked = "/udp/127.0.0.1@232.1.0.1" + tail;
-    EXPECT_EQ(demand.ask(asked), Result::forbidden);
+    const std::string asked = "udp/127.0.0.1@232.1.0.1" + tail;
+    EXPECT_EQ(demand.ask(asked), Demand::forbidden);
     options.networks = {"232.0.0.0/8", "ff02::/16"};
     demand.change(options, {});
-    EXPECT_EQ(demand.ask(asked), Result::coming);
-    EXPECT_EQ(demand.ask("/rtp/[ff02::1234]" + tail), Result::coming);
-    EXPECT_EQ(demand.ask(asked), Result::coming);
-    EXPECT_EQ(demand.ask("/rtp/232.1.0.2" + tail), Result::forbidden);  // one too many
+    EXPECT_EQ(demand.ask(asked), Demand::coming);
+    EXPECT_EQ(demand.ask("rtp/[ff02::1234]" + tail), Demand::coming);
+    EXPECT_EQ(demand.ask(asked), Demand::coming);
+    EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail), Demand::forbidden);  // one too many
     ASSERT_TRUE(comes_true([&] { return roster.channels().size() == 2; }));
     const relay::ChannelPtr channel = roster.channels().front();
     ++channel->stats.clients;
@@ -265,18 +267,20 @@ TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) 
 
 // A server that gives each of its visitors another one of the answers.
 std::jthread serve(int port, std::vector<Bytes> answers) {
-    return std::jthread([answers,
-                         listener = relay::open_listener({"127.0.0.1", std::to_string(port)}, 5)] {
-        for (const Bytes& answer : answers) {
-            std::string peer;
-            int fd = -1;
-            comes_true([&] { return (fd = relay::accept_connection(listener.get(), peer)) >= 0; });
-            const zxcommon::Descriptor visitor(fd);
-            send_all(fd, answer);
-            shutdown(fd, SHUT_WR);
-            receive_all(fd);
-        }
-    });
+    return std::jthread(
+        [answers, listener = relay::open_listener({"127.0.0.1", std::to_string(port)}, 5)] {
+            for (const Bytes& answer : answers) {
+                std::string peer;
+                zxcommon::Descriptor visitor;
+                comes_true([&] {
+                    visitor = relay::accept_connection(listener.get(), peer);
+                    return static_cast<bool>(visitor);
+                });
+                send_all(visitor.get(), answer);
+                shutdown(visitor.get(), SHUT_WR);
+                receive_all(visitor.get());
+            }
+        });
 }
 
 TEST_F(RelayInput, ServersAreAskedUntilTheyGiveTheStream) {
@@ -306,6 +310,29 @@ TEST_F(RelayInput, ServersAreAskedUntilTheyGiveTheStream) {
     start({at("tcp+connect")}, true);
     expect_packets(20, 14);
     EXPECT_TRUE(comes_true([&] { return inputs->finished(); }));
+}
+
+TEST_F(RelayInput, AServerThatSendsAnythingButPacketsIsAskedAgain) {
+    const zxcommon::Descriptor server =
+        relay::open_listener({"127.0.0.1", std::to_string(port)}, 5);
+    start({at("http")});
+    std::string peer;
+    zxcommon::Descriptor visitor;
+    zxcommon::Descriptor next;
+    EXPECT_TRUE(comes_true([&] {
+        visitor = relay::accept_connection(server.get(), peer);
+        return static_cast<bool>(visitor);
+    }));
+    const std::string head = "HTTP/1.0 200 OK\r\n\r\n";
+    send_all(visitor.get(), {head.begin(), head.end()});
+    EXPECT_TRUE(comes_true(
+        [&] {
+            send(visitor.get(), "x", 1, MSG_NOSIGNAL);
+            next = relay::accept_connection(server.get(), peer);
+            return static_cast<bool>(next);
+        },
+        20000));
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("it is silent")));
 }
 
 TEST_F(RelayInput, AFileIsPlayedInItsOwnTime) {
@@ -410,6 +437,63 @@ TEST(RelayQueue, WakesItsConsumerForWhateverComes) {
     }
 }
 
+TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
+    LogCapture log(3);
+    zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 5);
+    const int port = port_of(listener.get());
+    relay::Roster roster;
+    relay::Board board;
+    std::atomic<int> demands{0};
+    relay::Sender::Settings settings{};
+    settings.stall_us = 1000000;
+    settings.memory_bytes = 1U << 20U;
+    settings.on_demand = [&](const std::string& name) {
+        ++demands;
+        return name.ends_with(":1")   ? relay::Demand::coming
+               : name.ends_with(":2") ? relay::Demand::forbidden
+                                      : relay::Demand::unknown;
+    };
+    relay::Senders senders(std::move(listener), settings, 1, {10, 0, {}}, roster, board);
+    senders.start();
+    const auto ask = [port](const std::string& target) {
+        const std::string request = target + " HTTP/1.0\r\n\r\n";
+        zxcommon::Descriptor fd(connected(SOCK_STREAM, port));
+        send_all(fd.get(), {request.begin(), request.end()});
+        return fd;
+    };
+    const auto answer = [](const zxcommon::Descriptor& client) {
+        const Bytes got = receive_all(client.get());
+        return std::string(got.begin(), got.end());
+    };
+    const zxcommon::Descriptor waiting[] = {ask("GET /udp/239.1.1.1:1"), ask("HEAD /rtp/h:1")};
+    const zxcommon::Descriptor in_vain = ask("HEAD /udp/in-vain:1");
+    EXPECT_TRUE(comes_true([&] { return demands == 3; }));
+    relay::ChannelList channels;
+    for (const char* const name : {"udp/239.1.1.1:1", "rtp/h:1"}) {
+        relay::ChannelSettings its{name, 1U << 17U, 1U << 17U};
+        its.is_listed = false;
+        channels.push_back(std::make_shared<relay::Channel>(its));
+    }
+    senders.change({}, channels);
+    EXPECT_THAT(answer(ask("GET /udp/h:2")), HasSubstr("1.1 403 Forbidden\r\n"));
+    EXPECT_THAT(answer(ask("GET /rtp/h:3")), HasSubstr("1.1 404 Not Found\r\n"));
+    EXPECT_THAT(answer(ask("GET /other/h:1")), HasSubstr("1.1 404 Not Found\r\n"));
+    EXPECT_EQ(demands, 5);
+    EXPECT_THAT(answer(waiting[1]), HasSubstr("1.1 200 OK\r\n"));
+    EXPECT_TRUE(comes_true([&] { return channels[0]->stats.clients == 1U; }));
+    channels[0]->push(packets(0, 7));
+    const Bytes sent = packets(0, 7);
+    std::string got;
+    while (!got.ends_with(std::string(sent.begin(), sent.end()))) {
+        const Bytes part = receive_all(waiting[0].get(), 1);
+        ASSERT_FALSE(part.empty());
+        got.append(part.begin(), part.end());
+    }
+    EXPECT_THAT(answer(ask("GET /playlist.m3u")), HasSubstr("\r\n\r\n#EXTM3U\n"));
+    EXPECT_THAT(answer(in_vain), HasSubstr("1.1 503 Service Unavailable\r\n"));
+    EXPECT_EQ(demands, 5);
+}
+
 // The kernel would end a connection that --stall allows to wait.
 TEST(RelayNet, LeavesItToTheStallTimeoutHowLongAClientMayWait) {
     const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
@@ -417,7 +501,7 @@ TEST(RelayNet, LeavesItToTheStallTimeoutHowLongAClientMayWait) {
     std::string peer;
     zxcommon::Descriptor fd;
     ASSERT_TRUE(comes_true([&] {
-        fd.reset(relay::accept_connection(listener.get(), peer));
+        fd = relay::accept_connection(listener.get(), peer);
         return static_cast<bool>(fd);
     }));
     int limit_ms = -1;
@@ -433,7 +517,7 @@ TEST(RelayRing, GivesWhatATextWouldGive) {
     Ring ring(budget, 0);
     std::string all;
     for (int i = 0; i < 3000; ++i) {
-        const auto room = ring.room();
+        const auto room = ring.room(0);
         if (room.empty()) {
             ASSERT_EQ(ring.blocks(), 8U);
             ring.drop_front();
@@ -465,6 +549,19 @@ TEST(RelayRing, GivesWhatATextWouldGive) {
     }
 }
 
+TEST(RelayRing, DoesNotAskAgainSoonForMemoryThatThereIsNot) {
+    relay::Budget budget(100);
+    EXPECT_TRUE(budget.take(20, 0));
+    EXPECT_TRUE(budget.take(30, 0));
+    budget.give_unused(30, 0);
+    EXPECT_FALSE(budget.take(1, 999999));
+    budget.give(10);  // memory that was there
+    EXPECT_FALSE(budget.take(11, 999999));
+    EXPECT_TRUE(budget.take(10, 999999));
+    EXPECT_TRUE(budget.take(80, 1000000));
+    EXPECT_FALSE(budget.take(1, 1000000));
+}
+
 TEST(RelayRing, FindsTheBytesOfSomeSecondsAgo) {
     constexpr std::uint64_t kSecond = 1000000;
     relay::Budget budget(100 * Ring::kBlockSize);
@@ -472,7 +569,7 @@ TEST(RelayRing, FindsTheBytesOfSomeSecondsAgo) {
     EXPECT_EQ(ring.seek_back(5, 0), 0U);
     for (std::uint64_t ms = 0; ms <= 30000; ms += 100) {  // 100 blocks in 30 seconds
         for (std::size_t left = 116 * kPacketSize; left != 0;) {
-            const std::size_t size = std::min(ring.room().size(), left);
+            const std::size_t size = std::min(ring.room(ms * 1000).size(), left);
             ring.commit(size, ms * 1000);
             left -= size;
         }

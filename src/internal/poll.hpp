@@ -1,4 +1,4 @@
-// Helpers of waits that look, sleep and look again.
+// Helpers for waits that check, sleep and check again.
 #pragma once
 
 #include <sys/socket.h>

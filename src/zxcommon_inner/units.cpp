@@ -10,7 +10,7 @@ static_assert(ZXT_UNIT_SIZE == ZXLOG_SCRATCH_SIZE);
 
 namespace {
 
-constexpr unsigned kStep = 10;  // a unit is 2^10 of the one before
+constexpr unsigned kStep = 10;  // each unit is 2^10 of the one before
 constexpr std::array<const char*, 4> kByteUnits{"B", "KB", "MB", "GB"};
 constexpr std::array<const char*, 4> kBitUnits{"b", "Kb", "Mb", "Gb"};
 

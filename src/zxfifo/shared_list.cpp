@@ -49,7 +49,8 @@ std::uint64_t time_of(const IdList_ctt& node) {
     return __atomic_load_n(&node.time, __ATOMIC_RELAXED);  // the caller may change it
 }
 
-// The record of a list has no room for a gate. So lists share these gates, by their addresses.
+// The record of a list has no room for a gate. So lists share these gates. The address
+// of a list selects its gate.
 constexpr unsigned kGateBits = 6;
 constinit std::array<zx::fifo::Gate, 1U << kGateBits> g_gates;
 
@@ -157,8 +158,8 @@ extern "C" void zxfifo_api_shareListDropTimeout(zxsharelist_ctt* list) {
     if (!ZX_ARE_GIVEN({list, "list"})) {
         return;
     }
-    // A signed number of 32 bits, which long times overflow. Such a list keeps its nodes for ever,
-    // or only for a moment.
+    // Long times overflow this signed number of 32 bits. A list with such a time keeps its nodes
+    // for ever, or only for a moment.
     const auto signed_keep =
         static_cast<std::int32_t>(list->keep_seconds * std::uint32_t{zx::kUsPerSec});
     const auto keep = static_cast<std::uint64_t>(std::int64_t{signed_keep});

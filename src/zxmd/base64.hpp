@@ -42,8 +42,8 @@ std::uint32_t bits_of(const Values& values, const char* text) {
     return bits;
 }
 
-// Work group by group after the first `done` bytes or characters. The portable way does everything
-// like this, the others only what they leave.
+// The next two work group by group, after the first `done` bytes or characters. The portable
+// implementation does everything with them, the others what is left at the end.
 
 [[gnu::always_inline]] inline std::size_t encode_rest(const char* alphabet, const std::uint8_t* in,
                                                       std::size_t size, char* out,

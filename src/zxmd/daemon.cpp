@@ -86,8 +86,8 @@ bool is_only(uid_t uid) {
     return getresuid(&uids[0], &uids[1], &uids[2]) == 0 && std::ranges::count(uids, uid) == 3;
 }
 
-// initgroups() may fail for lack of rights. That does no harm when the user is the wanted one
-// already, or has no capabilities and so no groups worth giving up.
+// initgroups() may fail for lack of rights. That does no harm when the process already runs
+// as this user, or has no capabilities and so no groups worth giving up.
 bool take_groups(const char* name, uid_t uid, gid_t gid) {
     return setresgid(gid, gid, gid) == 0 &&
            (initgroups(name, gid) == 0 ||
@@ -111,8 +111,8 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
     leave_parent();
     umask(kUmask);
     occupy_standard_error();
-    // A log without a file goes to standard error. This call makes its copy of that now, because
-    // the next line would come too late.
+    // A log without a file goes to standard error. This call makes it copy that descriptor now: the
+    // next line would come after the descriptor is closed.
     (void)zxlog_innerapi_logTime();
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         close(fd);

@@ -96,7 +96,7 @@ extern "C" int32_t zxmd_api_read3(const char* path, void* buf, uint32_t len) {
         ZX_LOG(error, "Open (%s) failed", path);
         return -1;
     }
-    // Reads on after an end, because a FIFO or a terminal may give more then.
+    // Continues after an end of file, because a FIFO or a terminal may give more then.
     const auto read_on = [&](std::size_t total) {
         return static_cast<ssize_t>(
             zx::read_whole(file.get(), static_cast<char*>(buf) + total, size - total));

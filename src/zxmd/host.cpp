@@ -48,6 +48,10 @@ bool stands_in(const char* directory, const char* name, int mode) {
            (mode != X_OK || is_file(path));
 }
 
+bool has_package(const char* package) {
+    return is_name(package) && stands_in("/usr/share/doc", package, F_OK);
+}
+
 // True when the greeting of the system, which names its release, begins with `wanted`.
 bool is_release(const char* wanted) {
     char issue[kCommandSize]{};
@@ -55,7 +59,7 @@ bool is_release(const char* wanted) {
     return std::strncmp(issue, wanted, std::strlen(wanted)) == 0;
 }
 
-// Two directories may be one by a link. That is no conflict.
+// Two of the directories may be the same one through a link. That is no conflict.
 bool stands_twice(const char* name, zx::Caller caller = {}) {
     char found[kLibraryDirectories.size()][kPathSize];
     std::size_t count = 0;
@@ -101,7 +105,7 @@ extern "C" int32_t zxmd_api_getCpuNum(void) {
 extern "C" int32_t zxmd_api_setCpuFreq(uint32_t cpu) {
     char command[kCommandSize];
     const char* const format =
-        zxmd_api_isInstall("cpufrequtils") != 0
+        has_package("cpufrequtils")
             ? "cpufreq-set -c %d -g  performance"
             : "echo performance > /sys/bus/cpu/drivers/processor/cpu%d/cpufreq/scaling_governor";
     zx::print_trusted(command, sizeof command, format, static_cast<int>(cpu));
@@ -112,7 +116,7 @@ extern "C" int32_t zxmd_api_isInstall(const char* package) {
     if (!ZX_ARE_GIVEN({package, "package"})) {
         return 0;
     }
-    return is_name(package) && stands_in("/usr/share/doc", package, F_OK) ? 1 : 0;
+    return has_package(package) ? 1 : 0;
 }
 
 extern "C" int32_t zxmd_api_isInstallByBin(const char* program) {

@@ -1,5 +1,7 @@
 #include "zxmd.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "internal/safe_name.hpp"
@@ -29,7 +31,7 @@ extern "C" void zxmd_api_newMsgFile(const char* path) {
         ZX_LOG(error, "Path(%s) is not fit for a command", path);
         return;
     }
-    if (zxmd_api_isFileExsit(rotated) != 0) {
+    if (access(rotated, F_OK) == 0) {
         ZX_LOG(error, "File(%s) is there already", rotated);
         return;
     }

@@ -77,7 +77,7 @@ T load(const std::uint8_t* at) {
     return static_cast<std::uint32_t>(sum + (sum >> 32U));
 }
 
-// Not inlined, so that the many short buffers take the short way.
+// Not inlined, because most buffers are short, and their code is then short, too.
 [[gnu::noinline]] std::uint32_t sum_long(const std::uint8_t* at, std::size_t size) {
     const std::size_t rest = size % zx::net::kSumBlock;
     return sum_blocks(at, size / zx::net::kSumBlock) + sum_rest(at + (size - rest), rest);
@@ -93,6 +93,26 @@ constexpr std::uint16_t checksum_of(std::uint32_t sum) {
 }
 
 }  // namespace
+
+std::uint16_t zx::net::pseudo_checksum(const std::uint8_t* header, std::uint32_t src,
+                                       std::uint32_t dst, std::uint8_t protocol,
+                                       std::uint8_t header_len, const std::uint8_t* data,
+                                       std::uint16_t data_len) {
+    std::uint8_t pseudo[kPseudoHeaderSize]{};
+    store_be32(pseudo, src);
+    store_be32(pseudo + 4, dst);
+    pseudo[9] = protocol;
+    store_be16(pseudo + 10, static_cast<std::uint16_t>(header_len + data_len));
+    std::uint32_t sum = sum_of(pseudo, sizeof pseudo) + sum_of(header, header_len);
+
+    std::size_t size = data_len;
+    if (header_len % 2 != 0 && size != 0) {  // this byte completes the header's last word
+        sum += std::uint32_t{*data} << 8U;
+        ++data;
+        --size;
+    }
+    return checksum_of(sum + sum_of(data, size));
+}
 
 extern "C" uint16_t zxnet_api_checksum(const uint8_t* p, uint32_t len) {
     if (!ZX_ARE_GIVEN({p, "paddr"})) {
@@ -123,20 +143,6 @@ extern "C" uint16_t zxnet_api_checksum_ptc(const void* header, uint32_t src, uin
     if (!ZX_ARE_GIVEN({header, "pether_pkt"})) {
         return kNoChecksum;
     }
-    std::uint8_t pseudo[kPseudoHeaderSize]{};
-    zx::store_be32(pseudo, src);
-    zx::store_be32(pseudo + 4, dst);
-    pseudo[9] = protocol;
-    zx::store_be16(pseudo + 10, static_cast<std::uint16_t>(headerLen + dataLen));
-    std::uint32_t sum = sum_of(pseudo, sizeof pseudo);
-
-    sum += sum_of(static_cast<const std::uint8_t*>(header), headerLen);
-    const auto* rest = static_cast<const std::uint8_t*>(data);
-    std::size_t rest_size = dataLen;
-    if (headerLen % 2 != 0 && rest_size != 0) {  // this byte completes the header's last word
-        sum += std::uint32_t{*rest} << 8U;
-        ++rest;
-        --rest_size;
-    }
-    return checksum_of(sum + sum_of(rest, rest_size));
+    return zx::net::pseudo_checksum(static_cast<const std::uint8_t*>(header), src, dst, protocol,
+                                    headerLen, static_cast<const std::uint8_t*>(data), dataLen);
 }

@@ -12,4 +12,10 @@ constexpr std::uint32_t fold(std::uint32_t sum) {
     return (sum >> 16U) + (sum & 0xFFFFU);
 }
 
+// What zxnet_api_checksum_ptc() calculates, for a header that is given.
+[[nodiscard]] std::uint16_t pseudo_checksum(const std::uint8_t* header, std::uint32_t src,
+                                            std::uint32_t dst, std::uint8_t protocol,
+                                            std::uint8_t header_len, const std::uint8_t* data,
+                                            std::uint16_t data_len);
+
 }  // namespace zx::net

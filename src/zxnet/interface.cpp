@@ -31,7 +31,7 @@ constexpr std::uint32_t kMinMtuSize = 16;
 constexpr std::array<const char*, ZXNET_IPMODE_MAX> kIpModes{"unkonw", "static", "dhcp",
                                                              "bond-slaver", "bond-master"};
 
-// A socket for questions about interfaces. When there is none, this logs so for the caller.
+// A socket for questions about interfaces. When none can be opened, logs that for the caller.
 zx::UniqueFd open_socket(zx::Caller caller = {}) {
     zx::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (fd.get() < 0) {

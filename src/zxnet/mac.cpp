@@ -33,8 +33,8 @@ std::uint8_t digit_value(char c) {
     return kDigitValues[static_cast<unsigned char>(c)];
 }
 
-// Takes the next byte off a text as strtoul() does. That is slow, so it only gets what is not
-// simply one or two digits.
+// Takes the next byte off a text as strtoul() would. strtoul() is slow, so it reads only what is
+// not one or two plain digits.
 std::uint8_t take_byte(const char*& at) {
     const std::uint8_t high = digit_value(at[0]);
     const std::uint8_t low = high != kNoDigit ? digit_value(at[1]) : kNoDigit;
@@ -106,7 +106,7 @@ extern "C" int32_t zxnet_api_getMulticastDestMac(char* out, const char* group) {
     }
     const std::uint32_t ip = ntohl(inet_addr(group));
     std::memset(out, 0, std::strlen(out));
-    // Deliberate: the second octet whole, although Ethernet maps only its lower seven bits.
+    // Deliberate: the whole second octet, although Ethernet maps only its lower seven bits.
     return std::snprintf(out, ZXNET_MAC_TEXT_SIZE, "01:00:5e:%02x:%02x:%02x", zx::octet(ip, 1),
                          zx::octet(ip, 2), zx::octet(ip, 3));
 }

@@ -7,6 +7,7 @@
 #include "internal/bytes.hpp"
 #include "zxframe.h"
 #include "zxnet.h"
+#include "zxnet/checksum.hpp"
 #include "zxnetframe/layers.hpp"
 #include "zxnetframe/messages.hpp"
 #include "zxnetframe/wire.hpp"
@@ -122,10 +123,10 @@ extern "C" int32_t zxframe_api_finishTcp(uint8_t* frame, const uint8_t* payload,
     zx::store_be16(ip + ipv4_at::check, zxnet_api_checksum(ip, ip_size));
     zx::store_be16(tcp + tcp_at::check, 0);
     zx::store_be16(tcp + tcp_at::check,
-                   zxnet_api_checksum_ptc(tcp, zx::load_be32(ip + ipv4_at::saddr),
-                                          zx::load_be32(ip + ipv4_at::daddr), kProtocolTcp,
-                                          static_cast<std::uint8_t>(tcp_size), tcp + tcp_size,
-                                          static_cast<std::uint16_t>(payload_len)));
+                   zx::net::pseudo_checksum(tcp, zx::load_be32(ip + ipv4_at::saddr),
+                                            zx::load_be32(ip + ipv4_at::daddr), kProtocolTcp,
+                                            static_cast<std::uint8_t>(tcp_size), tcp + tcp_size,
+                                            static_cast<std::uint16_t>(payload_len)));
     return static_cast<int32_t>(ether_at::payload + headers + payload_len);
 }
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "zxframe.h"
-#include "zxnet.h"
 #include "zxnet/checksum.hpp"
 #include "zxnetframe/layers.hpp"
 #include "zxnetframe/wire.hpp"
@@ -25,9 +24,9 @@ std::uint16_t payload_size(const ether_ctt& record) {
 
 std::uint16_t zx::frame::tcp_checksum(const ether_ctt& record, const std::uint8_t* tcp) {
     const ipv4_view& ip = record.ipv4;
-    return zxnet_api_checksum_ptc(tcp, ip.saddr, ip.daddr, ip.protocol,
-                                  static_cast<std::uint8_t>(kWord * record.tcp.doff), record.data,
-                                  payload_size(record));
+    return zx::net::pseudo_checksum(tcp, ip.saddr, ip.daddr, ip.protocol,
+                                    static_cast<std::uint8_t>(kWord * record.tcp.doff), record.data,
+                                    payload_size(record));
 }
 
 std::uint16_t zx::frame::udp_checksum(const ether_ctt& record) {
@@ -35,7 +34,7 @@ std::uint16_t zx::frame::udp_checksum(const ether_ctt& record) {
     const std::uint16_t size = payload_size(record);
     std::uint8_t header[udp_at::payload];
     write_udp(record.udp, header);
-    const std::uint16_t checksum = zxnet_api_checksum_ptc(
+    const std::uint16_t checksum = zx::net::pseudo_checksum(
         header, ntohl(ip.saddr), ntohl(ip.daddr), ip.protocol, sizeof header, record.data, size);
     if (size % 2 == 0) {
         return checksum;

@@ -34,7 +34,8 @@ namespace {
     }
 }
 
-// Stores the name, or at least its first eight bytes with zeros. Without a name it stores nothing.
+// Stores the name. A name of less than eight bytes is filled up with zeros to eight. For a type
+// without a name it stores nothing.
 void name_type(std::int8_t print_flag, std::uint16_t ether_type, char* out) {
     if (print_flag != 0) [[unlikely]] {
         dump_type(ether_type, "zxframe_innerapi_printEthrtType");

@@ -52,7 +52,7 @@ std::uint32_t message_type(const igmp_req& req) {
     if (req.action == ZXFRAME_IGMP_QUERY) {
         return kQueryType;
     }
-    const std::uint32_t index = req.version - 1;  // version 0 becomes too large, too
+    const std::uint32_t index = req.version - 1;  // version 0 gives an index that is too large
     if (index >= kJoinTypes.size()) {
         return 0;
     }
@@ -183,8 +183,8 @@ extern "C" int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* 
     }
     ether_ctt& record = *pether_ctt;
     build_ethernet(record, req->str_dest_mac, req->str_source_mac, kEtherTypeIpv4, outbuf);
-    // Deliberate: this depends on the version alone. A report's sources do not count, nor does it
-    // matter that a query is short.
+    // Deliberate: this depends on the version alone, although a report may have sources, and a
+    // query is short.
     const std::size_t announced = req->version == kVersion3 ? igmp_at::sources : igmp_at::short_end;
     build_ipv4(record, kProtocolIgmp, req->source_ip, req->group,
                static_cast<std::uint32_t>(announced), outbuf + ether_at::payload);

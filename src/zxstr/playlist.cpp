@@ -35,7 +35,7 @@ private:
     static const char* text(const char* given) { return given != nullptr ? given : ""; }
 };
 
-// A text of the caller that is appended to, within its size.
+// A text of the caller. Appending to it stays within its size.
 struct Entry {
     char* text;
     std::size_t size;

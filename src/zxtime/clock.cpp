@@ -10,6 +10,7 @@
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "zxlog.h"
+#include "zxtime/calendar.hpp"
 
 namespace {
 
@@ -38,9 +39,7 @@ extern "C" uint64_t zxtime_api_hour(void) {
 }
 
 extern "C" uint64_t zxtime_api_mouth(void) {
-    rstime now;
-    zxtime_api_rstimeGetCur(&now);
-    return static_cast<uint64_t>(now.month);
+    return static_cast<uint64_t>(zx::calendar::now().month);
 }
 
 extern "C" uint64_t zxtime_api_upTimeUs(void) {
@@ -61,7 +60,7 @@ extern "C" int32_t zxtime_api_setDTime(const char* strDateTime) {
     }
     rstime wanted{};
     zxtime_innerapi_parseDateTime(strDateTime, &wanted);
-    const timeval clock{.tv_sec = zxtime_api_rstimeMktime(&wanted), .tv_usec = 0};
+    const timeval clock{.tv_sec = zx::calendar::seconds_since_epoch(wanted), .tv_usec = 0};
     if (settimeofday(&clock, nullptr) != 0) {
         ZX_LOG(error, "set system datatime to  %s   error", strDateTime);
         return 0;

@@ -11,6 +11,7 @@
 #include "shared/trusted_format.hpp"
 #include "shared/units.hpp"
 #include "zxlog.h"
+#include "zxtime/calendar.hpp"
 
 namespace {
 
@@ -25,8 +26,7 @@ char* print_now(StaticText& text, const char* fmt, Fields... fields) {
     if (fmt == nullptr) {
         return nullptr;
     }
-    rstime now;
-    zxtime_api_rstimeGetCur(&now);
+    const rstime now = zx::calendar::now();
     std::memset(text, 0, std::strlen(text));
     zx::print_trusted(text, sizeof text, fmt, now.*fields...);
     return &text[0];

@@ -5,8 +5,11 @@
 #include <tuple>
 
 #include "zxlog.h"
+#include "zxtime/calendar.hpp"
 
 namespace {
+
+using zx::calendar::seconds_of_day;
 
 constexpr uint32_t kDaySec = 86400;
 constexpr std::time_t kHalfHourSec = 1800;
@@ -55,8 +58,8 @@ extern "C" int32_t zxtime_api_isVaildTime(const rstime* t, const char* from, con
     rstime last{};
     zxtime_innerapi_parseTime(from, &first);
     zxtime_innerapi_parseTime(to, &last);
-    const uint32_t sec = zxtime_api_rstimeGetSec(t);
-    return zxtime_api_rstimeGetSec(&first) <= sec && sec <= zxtime_api_rstimeGetSec(&last) ? 1 : 0;
+    const uint32_t sec = seconds_of_day(*t);
+    return seconds_of_day(first) <= sec && sec <= seconds_of_day(last) ? 1 : 0;
 }
 
 extern "C" int32_t zxtime_api_isVaildWDay(const rstime* t, uint32_t mask) {
@@ -72,12 +75,10 @@ extern "C" int32_t zxtime_api_isNewLoop(const char* start, uint32_t durationSec,
         return 0;
     }
     rstime begin{};
-    rstime now{};
     zxtime_api_parsetimestr3(start, &begin);
-    zxtime_api_rstimeGetCur(&now);
-    const uint32_t begin_sec = zxtime_api_rstimeGetSec(&begin);
+    const uint32_t begin_sec = seconds_of_day(begin);
     const uint32_t end_sec = begin_sec + durationSec;
-    uint32_t now_sec = zxtime_api_rstimeGetSec(&now);
+    uint32_t now_sec = seconds_of_day(zx::calendar::now());
     if (kDaySec < end_sec) {
         now_sec += kDaySec;
     }

@@ -258,7 +258,7 @@ ZX_SCENARIO(daemon_process) {
 
 int32_t supervised(void*) {
     if (content_of(in_directory("worker")) == "w") {
-        write_note("complaints", complaints());  // the supervisor's so far
+        write_note("complaints", complaints());  // the watchdog's so far
         kill(getppid(), SIGKILL);
     }
     write_note("worker", "w");

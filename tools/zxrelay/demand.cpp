@@ -48,17 +48,16 @@ std::optional<Url> url_of(const std::string& name) {
     }
 }
 
-OnDemand::Result judge(const std::string& name, const std::vector<Network>& networks) {
+Demand judge(const std::string& name, const std::vector<Network>& networks) {
     const std::optional<Url> url = url_of(name);
     if (!url || networks.empty()) {
-        return OnDemand::Result::unknown;
+        return Demand::unknown;
     }
     const auto address = address_in(url->endpoint.host);
     if (!address || (!url->sender.empty() && !address_in(url->sender))) {
-        return OnDemand::Result::unknown;
+        return Demand::unknown;
     }
-    return is_group(*address) && contains(networks, *address) ? OnDemand::Result::coming
-                                                              : OnDemand::Result::forbidden;
+    return is_group(*address) && contains(networks, *address) ? Demand::coming : Demand::forbidden;
 }
 
 std::vector<Network> parse_networks(const OnDemandOptions& options) {
@@ -68,7 +67,7 @@ std::vector<Network> parse_networks(const OnDemandOptions& options) {
 }
 
 std::unique_ptr<Station> open_station(const std::string& name, ChannelOptions options,
-                                      unsigned senders) {
+                                      const Surroundings& around) {
     options.name = name;
     options.input_url = url_of(name)->text;
     const ChannelSettings settings{name,
@@ -78,17 +77,17 @@ std::unique_ptr<Station> open_station(const std::string& name, ChannelOptions op
                                    kRank,
                                    false};
     auto inputs = open_inputs(input_urls(options), options.interface);
-    auto station = std::make_unique<Station>(options, settings, std::move(inputs), senders);
+    auto station = std::make_unique<Station>(options, settings, std::move(inputs), around);
     station->start();
     return station;
 }
 
 }  // namespace
 
-Demand::Demand(const OnDemandOptions& options, const ChannelOptions& usual, Senders& senders,
-               unsigned count)
+DemandStations::DemandStations(const OnDemandOptions& options, const ChannelOptions& usual,
+                               Senders& senders, const Surroundings& around)
     : senders_(senders),
-      count_(count),
+      around_(around),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       worker_("relay-demand", [this](zxcommon::StopRequest&) { run(); }) {
     if (!wake_) {
@@ -97,7 +96,7 @@ Demand::Demand(const OnDemandOptions& options, const ChannelOptions& usual, Send
     change(options, usual);
 }
 
-void Demand::stop() {
+void DemandStations::stop() {
     interrupt_.raise();
     worker_.stop();
     for (const auto& [name, entry] : entries_) {
@@ -107,22 +106,21 @@ void Demand::stop() {
     }
 }
 
-Demand::Result Demand::ask(const std::string& path) {
-    const std::string name = path.substr(std::min<std::size_t>(path.size(), 1));
+Demand DemandStations::ask(const std::string& name) {
     const std::scoped_lock lock(mutex_);
-    const Result result = judge(name, networks_);
-    if (result != Result::coming) {
+    const Demand result = judge(name, networks_);
+    if (result != Demand::coming) {
         return result;
     }
     if (!entries_.contains(name) && entries_.size() >= options_.most) {
-        return Result::forbidden;
+        return Demand::forbidden;
     }
     entries_[name].wanted_us = zxtime_api_upTimeUs();
     wake();
-    return Result::coming;
+    return Demand::coming;
 }
 
-void Demand::change(const OnDemandOptions& options, const ChannelOptions& usual) {
+void DemandStations::change(const OnDemandOptions& options, const ChannelOptions& usual) {
     const std::scoped_lock lock(mutex_);
     options_ = options;
     networks_ = parse_networks(options);
@@ -133,7 +131,7 @@ void Demand::change(const OnDemandOptions& options, const ChannelOptions& usual)
     usual_.once = false;
 }
 
-void Demand::run() {
+void DemandStations::run() {
     while (!interrupt_.is_raised()) {
         const bool is_idle = [this] {
             const std::scoped_lock lock(mutex_);
@@ -150,7 +148,7 @@ void Demand::run() {
 }
 
 // The mutex is free while a socket is opened: nobody waits for that.
-void Demand::open_asked() {
+void DemandStations::open_asked() {
     std::vector<std::string> asked;
     std::unique_lock lock(mutex_);
     for (const auto& [name, entry] : entries_) {
@@ -163,7 +161,7 @@ void Demand::open_asked() {
         lock.unlock();
         std::unique_ptr<Station> station;
         try {
-            station = open_station(name, usual, count_);
+            station = open_station(name, usual, around_);
             senders_.change({}, {station->channel()});
         } catch (const std::exception& failure) {
             if (failed_.admits()) {
@@ -180,7 +178,7 @@ void Demand::open_asked() {
     }
 }
 
-void Demand::close_idle() {
+void DemandStations::close_idle() {
     std::vector<std::unique_ptr<Station>> idle;
     {
         const std::scoped_lock lock(mutex_);
@@ -200,7 +198,7 @@ void Demand::close_idle() {
 }
 
 // One that was asked for just now is opened first.
-bool Demand::is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const {
+bool DemandStations::is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const {
     if (entry.station == nullptr) {
         return false;
     }
@@ -208,10 +206,10 @@ bool Demand::is_over(const std::string& name, Entry& entry, std::uint64_t now_us
         entry.wanted_us = now_us;
     }
     const std::uint64_t linger_us = std::max(options_.linger_seconds * kMicro, kLeastLingerUs);
-    return now_us - entry.wanted_us >= linger_us || judge(name, networks_) != Result::coming;
+    return now_us - entry.wanted_us >= linger_us || judge(name, networks_) != Demand::coming;
 }
 
-void Demand::wake() {
+void DemandStations::wake() {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
 }

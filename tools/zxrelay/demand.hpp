@@ -20,17 +20,21 @@
 namespace relay {
 
 // A thread opens them, and closes them some seconds after the last client has left.
-class Demand final : public OnDemand {
+class DemandStations {
 public:
-    // `senders`: their number is `count`. What the options leave open is taken from `usual`.
-    Demand(const OnDemandOptions& options, const ChannelOptions& usual, Senders& senders,
-           unsigned count);
-    ~Demand() override { stop(); }
+    // What the options leave open is taken from `usual`.
+    DemandStations(const OnDemandOptions& options, const ChannelOptions& usual, Senders& senders,
+                   const Surroundings& around);
+    ~DemandStations() { stop(); }
+    DemandStations(const DemandStations&) = delete;
+    DemandStations& operator=(const DemandStations&) = delete;
 
     void start() { worker_.start(); }  // throws a Failure
     void stop();
 
-    Result ask(const std::string& path) override;
+    // `name`: such as udp/239.1.1.1:1234. Any thread may call it; it does not wait. If the channel
+    // cannot be opened, nothing comes.
+    Demand ask(const std::string& name);
 
     // From now on these options hold. Channels whose address is no longer allowed are closed.
     void change(const OnDemandOptions& options, const ChannelOptions& usual);
@@ -53,7 +57,7 @@ private:
     std::map<std::string, Entry> entries_;  // by name; only the thread removes one
 
     Senders& senders_;
-    const unsigned count_;
+    const Surroundings around_;
     LogLimit failed_{"channels could not be opened on demand"};
     Interrupt interrupt_;
     zxcommon::Descriptor wake_;

@@ -8,6 +8,7 @@
 #include "config/network.hpp"
 #include "config/url.hpp"
 #include "output/target.hpp"
+#include "stream/token.hpp"
 #include "zxcommon.h"
 
 namespace relay {
@@ -59,6 +60,11 @@ long as no attempt brings any data, the pauses between attempts grow from 1 to 3
 Clients: A client that asks by HTTP for /NAME receives the channel of that name; /playlist.m3u lists the
 channels. A client that sends nothing for 200 ms receives the stream without HTTP.
 
+Access: With --allow, clients of other networks get the HTTP status 403, and with --max-per-address, further
+clients of the same address get 429. With --token, a client asks for /NAME?token=TEXT, or sends the field
+"Authorization: Bearer TEXT"; others get 401, also those that do not use HTTP. The command line is visible
+to other users of the machine: write the token into the file of --config.
+
 Slow clients: A slow client does not affect the others. If it lags by more than --client-buffer, it
 misses whole packets. zxrelay counts them in messages of seven packets. If sending lags behind receiving
 by more than --fifo-size, a source that sends datagrams loses whole messages for all clients. Any other
@@ -68,6 +74,9 @@ Time shift: With --keep, a client that sends the line "last N", or asks by HTTP 
 receives the stream starting N seconds ago. The stream is kept in memory: 30 seconds of 8 Mbit/s take
 30 MB. If --memory is used up, zxrelay drops the oldest part of the stream: clients that still need it
 miss it, and the time shift gets shorter.
+
+With --senders, each thread keeps the stream for its own clients in its own part of --memory, of at least
+256k: with N threads, the time shift reaches back 1/N as far.
 
 Log: A log file of more than 10 MiB is renamed to FILE.1 within a minute, the older FILE.1 to FILE.2 and
 so on, and a new one is started. Clients can cause at most 20 lines of each kind in a minute. The others
@@ -107,6 +116,11 @@ std::string is_origin(const std::string& origin) {
     const bool is_good = !origin.empty() && std::all_of(origin.begin(), origin.end(),
                                                         [](char c) { return c > ' ' && c <= '~'; });
     return is_good ? "" : "'" + origin + "' is not an origin";
+}
+
+std::string is_token_text(const std::string& text) {
+    const std::string fault = is_channel_name(text);
+    return fault.empty() && text.size() > kLongestToken ? "'" + text + "' is too long" : fault;
 }
 
 // What one of our parsers finds wrong with a text.
@@ -174,6 +188,22 @@ void define_clients(CLI::App& app, Options& options) {
                    "Let web pages of this origin read the stream (* for all)")
         ->option_text("ORIGIN")
         ->check(is_origin);
+}
+
+void define_access(CLI::App& app, Options& options) {
+    app.add_option("--allow", options.allowed_networks,
+                   "Accept only clients of this network, such as 10.0.0.0/8; repeat it for more")
+        ->option_text("NETWORK")
+        ->check(parses(parse_network))
+        ->allow_extra_args(false);
+    app.add_option("--max-per-address", options.max_per_address,
+                   "Accept at most N clients of one address (default: no limit)")
+        ->option_text("N")
+        ->check(CLI::Range(1U, 10000000U));
+    app.add_option("--token", options.token,
+                   "Serve only clients that know TEXT, by HTTP; see Access below")
+        ->option_text("TEXT")
+        ->check(is_token_text);
 }
 
 void define_reports(CLI::App& app, Options& options) {
@@ -250,6 +280,7 @@ void define(CLI::App& app, Options& options) {
         "--once", options.channel.once,
         "End after the first stream of a TCP source, a server or a file has been delivered");
     define_clients(app, options);
+    define_access(app, options);
     define_reports(app, options);
     define_service(app, options);
     app.footer(kNotes);

@@ -50,6 +50,9 @@ struct Options {
     std::uint64_t memory_bytes = 256U << 20U;
     unsigned max_clients = 0;  // 0: as many as there are descriptors for
     std::string cors_origin;   // empty: no page of another site may read the stream
+    std::vector<std::string> allowed_networks;  // empty: all
+    unsigned max_per_address = 0;               // 0: no limit
+    std::string token;                          // empty: clients need none
     bool print_stats = false;
     bool daemon = false;
     bool watchdog = false;

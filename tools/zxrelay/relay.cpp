@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -62,7 +63,7 @@ Sender::Settings sender_settings(const Options& options) {
     settings.latency_us = options.latency_ms * std::uint64_t{1000};
     settings.stall_us = options.stall_timeout_seconds * kMicro;
     settings.memory_bytes = options.memory_bytes;
-    settings.cors_origin = options.cors_origin;
+    settings.site = {{}, options.cors_origin, options.token};
     return settings;
 }
 
@@ -97,6 +98,13 @@ unsigned max_clients(const Config& config) {
     }
     return static_cast<unsigned>(
         options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
+}
+
+Admission::Rules admission_rules(const Config& config) {
+    Admission::Rules rules{max_clients(config), config.options.max_per_address, {}};
+    std::ranges::transform(config.options.allowed_networks, std::back_inserter(rules.allowed),
+                           parse_network);
+    return rules;
 }
 
 // What the relay receives, for people.
@@ -134,10 +142,14 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     const bool is_changed = watchdog::has_reloaded() && read_again();
     Board board(options_.senders);
     Roster roster;
-    Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
-                    max_clients(config_), roster, board);
-    Stations stations(senders, options_.senders, std::move(inputs_));
-    Demand demand(config_.on_demand, config_.options.channel, senders, options_.senders);
+    std::optional<DemandStations> demand;  // before the senders run
+    Sender::Settings settings = sender_settings(options_);
+    settings.on_demand = [&demand](const std::string& name) { return demand->ask(name); };
+    Senders senders(std::move(listener_), settings, options_.senders, admission_rules(config_),
+                    roster, board);
+    const Surroundings around{options_.senders, options_.latency_ms == 0};
+    Stations stations(senders, around, std::move(inputs_));
+    demand.emplace(config_.on_demand, config_.options.channel, senders, around);
     Monitor monitor(roster);
     std::optional<StatusServer> status;
     if (!options_.status_address.empty()) {
@@ -145,12 +157,12 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
                        board);
     }
     senders.start();
-    demand.start();
     if (is_changed) {
         stations.change(config_.channels);  // as the worker before this one
     } else {
         stations.start(config_.channels);
     }
+    demand->start();
     Notifier notifier;
     announce_up(notifier);
     on_up();
@@ -161,11 +173,11 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
         }
         return !config_.on_demand.networks.empty() || !stations.finished() || !senders.drained();
     };
-    const auto load = [&] { reload(stations, demand); };
+    const auto load = [&] { reload(stations, *demand); };
     const End end = run_main_loop(signals, notifier, log_file, load, goes_on);
     Notifier::announce_end();
     stations.stop();
-    demand.stop();
+    demand->stop();
     senders.stop();
     if (options_.print_stats) {
         monitor.print();
@@ -216,7 +228,7 @@ bool Relay::read_again() {
     }
 }
 
-void Relay::reload(Stations& stations, Demand& demand) {
+void Relay::reload(Stations& stations, DemandStations& demand) {
     const auto before = config_.fixed;
     if (config_.file.empty() || !read_again()) {
         return;

@@ -12,7 +12,7 @@
 
 namespace relay {
 
-class Demand;
+class DemandStations;
 class Log;
 class Notifier;
 class Stations;
@@ -38,7 +38,7 @@ private:
                       const std::function<void()>& reload, const std::function<bool()>& goes_on);
     // Returns false if the file is refused; then nothing changes.
     bool read_again();
-    void reload(Stations& stations, Demand& demand);
+    void reload(Stations& stations, DemandStations& demand);
     [[nodiscard]] bool is_once() const;
 
     const CommandLine& command_line_;

@@ -9,13 +9,14 @@ std::vector<std::string> input_urls(const ChannelOptions& options) {
 }
 
 Station::Station(const ChannelOptions& options, const ChannelSettings& settings,
-                 std::vector<OpenInput> inputs, unsigned senders)
+                 std::vector<OpenInput> inputs, const Surroundings& around)
     : options_(options),
-      channel_(
-          std::make_shared<Channel>(settings, senders + (options.send_urls.empty() ? 0U : 1U))),
-      inputs_(std::move(inputs), {options.source_timeout_seconds, options.once}, *channel_) {
+      channel_(std::make_shared<Channel>(settings,
+                                         around.senders + (options.send_urls.empty() ? 0U : 1U))),
+      inputs_(std::move(inputs),
+              {options.source_timeout_seconds, options.once, around.sends_at_once}, *channel_) {
     if (!options.send_urls.empty()) {
-        outputs_.emplace(options.send_urls, *channel_, senders);
+        outputs_.emplace(options.send_urls, *channel_, around.senders);
     }
 }
 

@@ -16,11 +16,17 @@ namespace relay {
 // The inputs of a channel, the main one first.
 std::vector<std::string> input_urls(const ChannelOptions& options);
 
+// What the channels of the relay share.
+struct Surroundings {
+    unsigned senders;    // each gets a queue of every channel
+    bool sends_at_once;  // without --latency
+};
+
 class Station {
 public:
-    // `senders`: each gets a queue of the channel. Throws a Failure.
+    // Throws a Failure.
     Station(const ChannelOptions& options, const ChannelSettings& settings,
-            std::vector<OpenInput> inputs, unsigned senders);
+            std::vector<OpenInput> inputs, const Surroundings& around);
 
     void start();  // throws a Failure
     void stop();

@@ -59,7 +59,7 @@ void Stations::open(const ChannelOptions& options, unsigned rank) {
     auto inputs = pool_.take(urls, options.interface);
     try {
         auto station = std::make_unique<Station>(options, settings_of(options, rank),
-                                                 std::move(inputs), count_);
+                                                 std::move(inputs), around_);
         station->start();
         senders_.change({}, {station->channel()});
         stations_.push_back(std::move(station));

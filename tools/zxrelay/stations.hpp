@@ -13,9 +13,9 @@ namespace relay {
 // Used by the main thread alone.
 class Stations {
 public:
-    // `senders`: their number is `count`. The pool may have the inputs already.
-    Stations(Senders& senders, unsigned count, InputPool pool)
-        : senders_(senders), count_(count), pool_(std::move(pool)) {}
+    // The pool may have the inputs already.
+    Stations(Senders& senders, const Surroundings& around, InputPool pool)
+        : senders_(senders), around_(around), pool_(std::move(pool)) {}
 
     // Opens the first channels and lets their streams begin. Throws a Failure.
     void start(const std::vector<ChannelOptions>& wanted);
@@ -46,7 +46,7 @@ private:
     void close(Station& station);
 
     Senders& senders_;
-    const unsigned count_;
+    const Surroundings around_;
     InputPool pool_;
     std::vector<std::unique_ptr<Station>> stations_;
 };

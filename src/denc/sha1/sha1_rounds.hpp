@@ -10,7 +10,7 @@
 
 namespace zx::sha1 {
 
-// One each for the rounds 0 to 19, 20 to 39 and so on.
+// One constant each for the rounds 0 to 19, 20 to 39 and so on.
 inline constexpr std::array<std::uint32_t, 4> kConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
                                                             0xCA62C1D6};
 

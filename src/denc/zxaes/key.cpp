@@ -32,7 +32,7 @@ void expand(zxaes_ctt& ctx, const std::uint8_t* key, std::uint32_t bits) {
     const Cipher& by = cipher();
     std::uint8_t round_constant = 1;
     const std::uint32_t* const end = ctx.buffer + words_of(ctx);
-    std::size_t turn = 0;  // the place of a word among `key_words`
+    std::size_t turn = 0;  // the position of a word in its group of `key_words`
     for (std::uint32_t* to = ctx.buffer + key_words; to != end; ++to) {
         std::uint32_t word = to[-1];
         if (turn == 0) {

@@ -97,7 +97,7 @@ struct Folder {
     }
 
     // Half a register, multiplied by this, moves by n bits. The product of two reflected numbers is
-    // already one place too far.
+    // one bit further already.
     static constexpr long long factor(unsigned n) {
         return as_signed(kIsReflected
                              ? reflected(std::uint64_t{remainder_of_power(kPolynomial, n - 1)})
@@ -149,7 +149,7 @@ struct Folder {
         return kIsReflected ? reflected(remainder) : remainder;
     }
 
-    // Continues with blocks of 16 bytes and the rest, from what is folded so far.
+    // Folds the blocks of 16 bytes and the rest that are left, after what is folded so far.
     ZX_NARROW static std::uint32_t run_on(__m128i folded, const std::uint8_t* at,
                                           const std::uint8_t* end) {
         for (; end - at >= kBlock; at += kBlock) {
@@ -235,7 +235,7 @@ struct Folder {
 
     template <unsigned kBits>
     ZX_WIDEST static __m512i append_four(__m512i folded, __m512i four) {
-        constexpr int kXor = 0x96;  // of all three
+        constexpr int kXor = 0x96;  // the XOR of all three operands
         const __m512i factors = _mm512_broadcast_i32x4(move_factors<kBits>());
         return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(folded, factors, 0x00),
                                          _mm512_clmulepi64_epi128(folded, factors, 0x11), four,

@@ -79,7 +79,7 @@ void fill(Schedule& schedule, bool decrypts, const std::uint8_t* key, std::size_
     return out;
 }
 
-// Encrypts or decrypts kCount blocks. It is not inlined, so that the halves have all registers.
+// Encrypts or decrypts kCount blocks. It is not inlined, so that the halves can use all registers.
 template <std::size_t kCount>
 [[gnu::noinline]] void crypt_group(const Schedule& schedule, const std::uint8_t* in,
                                    std::uint8_t* out) {

@@ -76,12 +76,14 @@ private:
     std::array<mmsghdr, kBatchSize> messages_{};
 };
 
-DatagramSource::DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp)
+DatagramSource::DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp,
+                               bool at_once)
     : socket_(std::move(socket)),
       entrance_(entrance),
       batch_(std::make_unique<Batch>()),
       order_([this](std::span<const std::uint8_t> payload) { entrance_.push(payload); }),
-      has_said_rtp_(expects_rtp) {
+      has_said_rtp_(expects_rtp),
+      gather_ms_(at_once ? 0 : kGatherMs) {
     const int on = 1;
     setsockopt(socket_.get(), SOL_UDP, UDP_GRO, &on, sizeof on);  // old kernels do without
 }
@@ -114,8 +116,8 @@ void DatagramSource::receive() {
     for (std::size_t i = 0; i < received; ++i) {
         take(batch_->bytes(i), batch_->segment_size(i));
     }
-    if (received < kBatchSize) {
-        interrupt_.pause(kGatherMs);
+    if (received < kBatchSize && gather_ms_ != 0) {
+        interrupt_.pause(gather_ms_);
     }
 }
 

@@ -12,7 +12,8 @@ namespace relay {
 class DatagramSource final : public Source {
 public:
     // `expects_rtp`: RTP is what the user has asked for, so it is not worth a line in the log.
-    DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp);
+    // `at_once`: a datagram does not wait for others, which would save wakes.
+    DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp, bool at_once);
     ~DatagramSource() override;
 
     void run() override;
@@ -32,6 +33,7 @@ private:
     RtpOrder order_;
     std::uint64_t counted_lost_ = 0;
     bool has_said_rtp_;
+    const int gather_ms_;
 };
 
 }  // namespace relay

@@ -24,8 +24,8 @@ std::unique_ptr<Source> make_source(OpenInput input, const InputOptions& options
     switch (input.url.scheme) {
         case Scheme::udp:
         case Scheme::rtp:
-            return std::make_unique<DatagramSource>(std::move(input.fd), entrance,
-                                                    input.url.scheme == Scheme::rtp);
+            return std::make_unique<DatagramSource>(
+                std::move(input.fd), entrance, input.url.scheme == Scheme::rtp, options.at_once);
         case Scheme::tcp_listen:
             return std::make_unique<TcpListener>(std::move(input.fd), entrance, timeout,
                                                  options.once);

@@ -18,6 +18,7 @@ namespace relay {
 struct InputOptions {
     unsigned timeout_seconds;  // after which a silent source may be replaced
     bool once;                 // end after the first stream
+    bool at_once = false;      // datagrams do not wait for others
 };
 
 // An input whose socket or file is open.

@@ -18,13 +18,16 @@ constexpr long kMostRedirects = 5;
 struct Sink {
     StreamFeeder& feeder;
     const Interrupt& interrupt;
+    unsigned timeout_seconds;
+    bool is_silent = false;  // the server sends something, but no packets
 };
 
 // A CURLOPT_WRITEFUNCTION: less than it was given ends the transfer.
 std::size_t write_to_sink(char* data, std::size_t, std::size_t size, void* sink_of_transfer) {
     Sink& sink = *static_cast<Sink*>(sink_of_transfer);
     sink.feeder.feed({reinterpret_cast<const std::uint8_t*>(data), size});
-    return sink.interrupt.is_raised() ? 0 : size;
+    sink.is_silent = sink.feeder.is_silent(sink.timeout_seconds);
+    return sink.interrupt.is_raised() || sink.is_silent ? 0 : size;
 }
 
 // libcurl does not always keep OpenSSL from this signal, which would end the relay.
@@ -40,7 +43,7 @@ void block_broken_pipe() {
 HttpPull::Played HttpPull::play() {
     block_broken_pipe();
     StreamFeeder feeder(entrance_, interrupt_);
-    Sink sink{feeder, interrupt_};
+    Sink sink{feeder, interrupt_, timeout_seconds_};
     Transfer transfer(url_);
     transfer.set(CURLOPT_WRITEFUNCTION, write_to_sink);
     transfer.set(CURLOPT_WRITEDATA, &sink);
@@ -53,6 +56,9 @@ HttpPull::Played HttpPull::play() {
     transfer.set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     transfer.set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(timeout_seconds_));
     const std::string error = transfer.perform(interrupt_);
+    if (sink.is_silent) {
+        return {feeder.has_delivered(), "it is silent"};
+    }
     return {feeder.has_delivered(), error.empty() ? "it has ended" : error};
 }
 

@@ -33,7 +33,7 @@ void TcpListener::run() {
 
 void TcpListener::serve() {
     std::string peer;
-    const zxcommon::Descriptor fd(accept_connection(listener_.get(), peer));
+    const zxcommon::Descriptor fd = accept_connection(listener_.get(), peer);
     if (!fd) {
         interrupt_.pause(kErrorPauseMs);  // without descriptors, it would fail again at once
         return;

@@ -3,36 +3,48 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "config/network.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
 
 class Admission {
 public:
-    explicit Admission(unsigned limit) : limit_(limit) {}
+    struct Rules {
+        unsigned most;                 // clients
+        unsigned most_per_address;     // 0: no limit
+        std::vector<Network> allowed;  // empty: all
+    };
+    explicit Admission(Rules rules) : rules_(std::move(rules)) {}
 
     struct Leave {
-        void operator()(Admission* admission) const { --admission->inside_; }
+        Address address;
+        void operator()(Admission* admission) const { admission->leave(address); }
     };
     // A client has it for as long as it is there.
     using Ticket = std::unique_ptr<Admission, Leave>;
 
-    // Called by one thread. Returns null if there are as many clients as there may be.
-    Ticket enter() {
-        if (inside_ >= limit_) {
-            return nullptr;
-        }
-        ++inside_;
-        return Ticket(this);
-    }
-    [[nodiscard]] unsigned limit() const { return limit_; }
+    enum class Verdict { welcome, not_allowed, too_many_of_address, too_many };
+    // Called by one thread. Sets `ticket` if the client is welcome.
+    Verdict enter(const Address& address, Ticket& ticket);
+
+    [[nodiscard]] const Rules& rules() const { return rules_; }
 
 private:
-    const unsigned limit_;
+    bool enter_address(const Address& address);
+    void leave(const Address& address);
+
+    const Rules rules_;
     std::atomic<unsigned> inside_{0};  // tickets come back from all senders
+    std::mutex mutex_;
+    std::map<Address, unsigned> by_address_;  // if they are limited
 };
 
 using Ticket = Admission::Ticket;

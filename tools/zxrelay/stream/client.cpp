@@ -57,11 +57,19 @@ void Client::advance(std::size_t sent) {
 
 bool Client::read_input(std::optional<std::uint64_t>& seconds) {
     char received[4096];
-    const ssize_t got = recv(fd(), received, sizeof received, MSG_DONTWAIT);
-    if (got > 0 && has_requests_) {
+    const ssize_t got = recv(fd(), received, std::min(sizeof received, input_left_), MSG_DONTWAIT);
+    if (got < 0) {
+        return errno == EAGAIN || errno == EINTR;
+    }
+    if (got == 0) {
+        has_ended_input_ = true;
+        return !has_requests_;
+    }
+    input_left_ -= static_cast<std::size_t>(got);
+    if (has_requests_) {
         seconds = requests_.feed({received, static_cast<std::size_t>(got)});
     }
-    return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
+    return true;
 }
 
 void Client::shift_to(std::uint64_t position) {
@@ -87,9 +95,16 @@ void Client::keep_rest_of_packet() {
     }
 }
 
-void Client::set_watched(bool is_watched, std::uint64_t now_us) {
-    is_watched_ = is_watched;
-    if (is_watched) {
+std::uint32_t Client::wanted_events() const {
+    const bool is_heard = input_left_ != 0 && !has_ended_input_;
+    const std::uint32_t input = is_heard ? std::uint32_t{EPOLLIN} : 0;
+    return bytes_waiting() != 0 ? input | EPOLLOUT : input;
+}
+
+void Client::set_watched_events(std::uint32_t events, std::uint64_t now_us) {
+    const bool was_blocked = is_blocked();
+    watched_events_ = events;
+    if (is_blocked() && !was_blocked) {
         last_progress_us_ = now_us;
     }
 }

@@ -1,6 +1,8 @@
 // A client: receives the stream.
 #pragma once
 
+#include <sys/epoll.h>
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -34,7 +36,10 @@ public:
     // Returns false if the client has closed the connection or the connection failed.
     bool read_input(std::optional<std::uint64_t>& seconds);
 
-    // From now on, nothing that the client sends is a request.
+    // Called once a second: what a client sends beyond a limit is read in the next second.
+    void renew_input() { input_left_ = kInputPerSecond; }
+
+    // From now on, nothing that the client sends is a request, and it may end what it sends.
     void ignore_requests() { has_requests_ = false; }
 
     // Continues at `position`, from which on the client may lag as far as the ring reaches. The
@@ -52,10 +57,12 @@ public:
         return first_.size() + feed_.ring.end() - position_;
     }
 
-    // True while the epoll set waits for room in the socket. The owner sets it when the client
-    // starts or stops to lag.
-    [[nodiscard]] bool is_watched() const { return is_watched_; }
-    void set_watched(bool is_watched, std::uint64_t now_us);
+    // What the epoll set is to wait for, and what it waits for. The owner keeps them the same.
+    [[nodiscard]] std::uint32_t wanted_events() const;
+    [[nodiscard]] std::uint32_t watched_events() const { return watched_events_; }
+    void set_watched_events(std::uint32_t events, std::uint64_t now_us);
+    // The epoll set waits for room in the socket: the client lags.
+    [[nodiscard]] bool is_blocked() const { return (watched_events_ & EPOLLOUT) != 0; }
 
     // A client that is gone is not served any more.
     [[nodiscard]] bool is_gone() const { return is_gone_; }
@@ -74,6 +81,8 @@ public:
     [[nodiscard]] std::uint64_t last_progress_us() const { return last_progress_us_; }
 
 private:
+    static constexpr std::size_t kInputPerSecond = 64U << 10U;
+
     void advance(std::size_t sent);
     void keep_rest_of_packet();
 
@@ -84,7 +93,9 @@ private:
     std::string first_;  // sent before what is at position_
     RequestReader requests_;
     bool has_requests_ = true;
-    bool is_watched_ = false;
+    bool has_ended_input_ = false;
+    std::size_t input_left_ = kInputPerSecond;  // in this second
+    std::uint32_t watched_events_ = EPOLLIN;
     bool is_gone_ = false;
     std::uint64_t last_progress_us_ = 0;
     std::uint64_t bytes_sent_ = 0;

@@ -3,11 +3,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 
+#include "server/log_limit.hpp"
 #include "stream/admission.hpp"
 #include "stream/farewells.hpp"
-#include "stream/newcomer.hpp"
+#include "stream/http_answer.hpp"
 #include "stream/stats.hpp"
 #include "zxcommon.hpp"
 
@@ -17,9 +19,9 @@ class Door {
 public:
     using Take = std::function<void(Guest)>;
 
-    // Clients beyond the limit of `admission` get the text `refusal`. Throws a Failure.
-    Door(zxcommon::Descriptor listener, Admission& admission, std::string refusal,
-         GuestStats& stats, Take take);
+    // Throws a Failure.
+    Door(zxcommon::Descriptor listener, Admission& admission, Site site, GuestStats& stats,
+         Take take);
     Door(const Door&) = delete;
     Door& operator=(const Door&) = delete;
 
@@ -33,14 +35,15 @@ private:
     void turn();
     [[nodiscard]] int wait_ms() const;
     void accept_all();
-    void refuse(zxcommon::Descriptor fd);
+    void receive(zxcommon::Descriptor fd, std::string peer);
+    void refuse(zxcommon::Descriptor fd, Admission::Verdict verdict);
     void report_refused();
     void update_listening();
 
     zxcommon::Descriptor socket_;
     zxcommon::Descriptor closed_;  // stays readable after close()
     Admission& admission_;
-    const std::string refusal_;
+    const Site site_;
     GuestStats& stats_;
     const Take take_;
     std::uint64_t last_number_ = 0;
@@ -49,7 +52,8 @@ private:
     std::uint64_t now_us_ = 0;
     bool is_listening_ = true;
     std::uint64_t resume_us_ = 0;  // nobody is accepted before
-    std::uint64_t refused_ = 0;    // not reported yet
+    LogLimit failed_{"attempts to accept a client have failed"};
+    std::map<Admission::Verdict, std::uint64_t> refused_;  // not reported yet
     std::uint64_t reported_us_ = 0;
 };
 

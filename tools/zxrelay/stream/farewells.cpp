@@ -18,7 +18,7 @@ bool must_wait() {
 }  // namespace
 
 void Farewells::say(zxcommon::Descriptor fd, std::string text, std::uint64_t now_us) {
-    if (full()) {
+    if (leaving_.size() == kMost) {
         leaving_.erase(leaving_.begin());
     }
     Leaving leaving{std::move(fd), std::move(text), now_us + kLongestUs};

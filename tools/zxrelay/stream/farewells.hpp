@@ -27,7 +27,6 @@ public:
 
     void close_overdue(std::uint64_t now_us);
 
-    [[nodiscard]] bool full() const { return leaving_.size() == kMost; }
     [[nodiscard]] std::uint64_t next_due_us() const {
         return leaving_.empty() ? UINT64_MAX : leaving_.front().due_us;
     }

@@ -11,7 +11,7 @@ constexpr int kBlocksPerRound = 4;  // then the clients are served, before they 
 
 bool Feed::fill(std::uint64_t now_us) {
     for (int i = 0; i < kBlocksPerRound && !queue.empty(); ++i) {
-        const auto room = ring.room();
+        const auto room = ring.room(now_us);
         if (room.empty()) {
             return i != 0;
         }

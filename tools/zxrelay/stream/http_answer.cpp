@@ -1,9 +1,12 @@
 #include "stream/http_answer.hpp"
 
+#include <strings.h>
 #include <time.h>
 
 #include <algorithm>
 #include <charconv>
+
+#include "stream/token.hpp"
 
 namespace relay {
 namespace {
@@ -48,38 +51,67 @@ std::string page(unsigned status, const Site& site, const char* type, const std:
            body;
 }
 
-std::string error(unsigned status, const Site& site, const std::string& fields = "") {
-    return page(status, site, kText, std::string(name_of(status)) + "\n", fields);
+// What a refused client may do.
+const char* advice(unsigned status) {
+    switch (status) {
+        case HTTP_STATUS_UNAUTHORIZED:
+            return "WWW-Authenticate: Bearer\r\n";
+        case HTTP_STATUS_METHOD_NOT_ALLOWED:
+            return kAllowed;
+        case HTTP_STATUS_TOO_MANY_REQUESTS:
+        case HTTP_STATUS_SERVICE_UNAVAILABLE:
+            return "Retry-After: 5\r\n";
+        default:
+            return "";
+    }
+}
+
+std::string without_body(const std::string& text) {
+    return text.substr(0, text.find("\r\n\r\n") + 4);
+}
+
+// A token is known by the query or by the field Authorization of RFC 6750.
+bool knows_token(const HttpRequest& request, const Site& site) {
+    constexpr char kScheme[] = "Bearer ";
+    constexpr std::size_t kSchemeSize = sizeof kScheme - 1;
+    const std::string& field = request.authorization;
+    return is_token(request.parameter("token").value_or(""), site.token) ||
+           (strncasecmp(field.c_str(), kScheme, kSchemeSize) == 0 &&
+            is_token(std::string_view(field).substr(kSchemeSize), site.token));
 }
 
 std::string options(const Site& site) {
     const char* const cors = site.cors_origin.empty()
                                  ? ""
                                  : "Access-Control-Allow-Methods: GET, HEAD\r\n"
-                                   "Access-Control-Allow-Headers: Range\r\n";
+                                   "Access-Control-Allow-Headers: Authorization, Range\r\n";
     return head(HTTP_STATUS_NO_CONTENT, site, std::string(kAllowed) + cors);
 }
 
 std::string playlist(const HttpRequest& request, const Site& site) {
     // Players complete an address without a host with that of the playlist.
     const std::string host = request.host.empty() ? "" : "http://" + request.host;
+    const std::string query = site.token.empty() ? "" : "?token=" + site.token;
     std::string body = "#EXTM3U\n";
     for (const Site::Entry& entry : site.channels) {
         if (entry.is_listed) {
             body.append("#EXTINF:-1,").append(entry.name).append("\n");
-            body.append(host).append("/").append(entry.name).append("\n");
+            body.append(host).append("/").append(entry.name).append(query).append("\n");
         }
     }
     return page(HTTP_STATUS_OK, site, "audio/x-mpegurl", body);
 }
 
-std::optional<std::size_t> channel_of(const std::string& path, const Site& site) {
-    const std::string name = path.substr(path.starts_with('/') ? 1 : 0);
+std::string name_in(const HttpRequest& request) {
+    return request.path.substr(request.path.starts_with('/') ? 1 : 0);
+}
+
+std::optional<std::size_t> channel_of(const std::string& name, const Site& site) {
     if (name.empty() && site.channels.size() == 1) {
         return 0;
     }
     const auto found = std::find_if(site.channels.begin(), site.channels.end(),
-                                    [&](const auto& entry) { return entry.name == name; });
+                                    [&](const Site::Entry& entry) { return entry.name == name; });
     return found != site.channels.end() ? std::optional<std::size_t>(found - site.channels.begin())
                                         : std::nullopt;
 }
@@ -95,48 +127,57 @@ HttpAnswer stream(const HttpRequest& request, const Site& site, std::size_t chan
     const auto last = request.parameter("last");
     const auto seconds = last ? number_of(*last) : std::nullopt;
     if (last && !seconds) {
-        return {error(HTTP_STATUS_BAD_REQUEST, site), {}, {}};
+        return {refusal(HTTP_STATUS_BAD_REQUEST, site), {}, {}, ""};
     }
     return {head(HTTP_STATUS_OK, site, "Content-Type: video/mp2t\r\nAccept-Ranges: none\r\n"),
-            channel, seconds};
+            channel, seconds, ""};
 }
 
 HttpAnswer answer_to_get(const HttpRequest& request, const Site& site) {
-    if (request.path == "/playlist.m3u") {
-        return {playlist(request, site), {}, {}};
+    if (!site.token.empty() && !knows_token(request, site)) {
+        return {refusal(HTTP_STATUS_UNAUTHORIZED, site), {}, {}, ""};
     }
-    if (const auto channel = channel_of(request.path, site)) {
+    if (request.path == "/playlist.m3u") {
+        return {playlist(request, site), {}, {}, ""};
+    }
+    std::string name = name_in(request);
+    if (const auto channel = channel_of(name, site)) {
         return stream(request, site, *channel);
     }
-    return {error(HTTP_STATUS_NOT_FOUND, site), {}, {}};
+    const bool is_demand = name.starts_with("udp/") || name.starts_with("rtp/");
+    return {refusal(HTTP_STATUS_NOT_FOUND, site), {}, {}, is_demand ? std::move(name) : ""};
 }
 
 }  // namespace
 
 HttpAnswer answer_to(const HttpRequest& request, const Site& site) {
     if (request.state == HttpRequest::State::too_long) {
-        return {error(HTTP_STATUS_REQUEST_HEADER_FIELDS_TOO_LARGE, site), {}, {}};
+        return {refusal(HTTP_STATUS_REQUEST_HEADER_FIELDS_TOO_LARGE, site), {}, {}, ""};
     }
     if (request.state != HttpRequest::State::complete) {
-        return {error(HTTP_STATUS_BAD_REQUEST, site), {}, {}};
+        return {refusal(HTTP_STATUS_BAD_REQUEST, site), {}, {}, ""};
     }
     switch (request.method) {
         case HTTP_GET:
             return answer_to_get(request, site);
         case HTTP_HEAD: {
-            const std::string text = answer_to_get(request, site).text;
-            return {text.substr(0, text.find("\r\n\r\n") + 4), {}, {}};
+            HttpAnswer answer = answer_to_get(request, site);
+            return {without_body(answer.text), {}, {}, std::move(answer.demanded)};
         }
         case HTTP_OPTIONS:
-            return {options(site), {}, {}};
+            return {options(site), {}, {}, ""};
         default:
-            return {error(HTTP_STATUS_METHOD_NOT_ALLOWED, site, kAllowed), {}, {}};
+            return {refusal(HTTP_STATUS_METHOD_NOT_ALLOWED, site), {}, {}, ""};
     }
 }
 
 std::string refusal(unsigned status, const Site& site) {
-    return error(status, site,
-                 status == HTTP_STATUS_SERVICE_UNAVAILABLE ? "Retry-After: 5\r\n" : "");
+    return page(status, site, kText, std::string(name_of(status)) + "\n", advice(status));
+}
+
+std::string refusal_to(const HttpRequest& request, unsigned status, const Site& site) {
+    const std::string text = refusal(status, site);
+    return request.method == HTTP_HEAD ? without_body(text) : text;
 }
 
 }  // namespace relay

@@ -19,6 +19,7 @@ struct Site {
     };
     std::vector<Entry> channels;
     std::string cors_origin;  // whose pages may read the stream; empty: nobody's
+    std::string token;        // of letters, digits, '-', '.', '_' and '~'; empty: none is needed
 };
 
 struct HttpAnswer {
@@ -26,12 +27,15 @@ struct HttpAnswer {
     // The stream of this channel follows the text. Without one, the connection ends.
     std::optional<std::size_t> channel;
     std::optional<std::uint64_t> last_seconds;  // the stream begins in the past
+    // No channel has this name, but one could be opened. If none is, the text is the answer.
+    std::string demanded;
 };
 
 // `request` is no longer partial.
 HttpAnswer answer_to(const HttpRequest& request, const Site& site);
 
-// An answer without a request: 408 or 503.
+// The answer to a client that gets nothing else, with a request or without one.
 std::string refusal(unsigned status, const Site& site);
+std::string refusal_to(const HttpRequest& request, unsigned status, const Site& site);
 
 }  // namespace relay

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "stream/token.hpp"
 #include "zxstr.h"
 
 namespace relay {
@@ -49,6 +50,8 @@ struct HttpCallbacks {
             if (strcasecmp(reader.field_.c_str(), "host") == 0) {
                 reader.hosts_ += reader.is_in_value_ ? 0 : 1;
                 reader.request_.host.append(at, size);
+            } else if (strcasecmp(reader.field_.c_str(), "authorization") == 0) {
+                reader.request_.authorization.append(at, size);
             }
             reader.is_in_value_ = true;
         });
@@ -60,7 +63,7 @@ struct HttpCallbacks {
 };
 
 std::optional<std::string> HttpRequest::parameter(const char* key) const {
-    char value[32];
+    char value[kLongestToken + 2];
     if (zxstr_api_findTag(value, sizeof value, key, query.c_str()) != 1) {
         return std::nullopt;
     }

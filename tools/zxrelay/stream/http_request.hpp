@@ -17,9 +17,10 @@ struct HttpRequest {
     unsigned method = 0;  // HTTP_GET and others of http_parser.h
     std::string path;
     std::string query;
-    std::string host;  // empty: the client has sent none
+    std::string host;           // empty: the client has sent none
+    std::string authorization;  // the same
 
-    // The value of `key` in the query, at most some dozen characters of it.
+    // The value of `key` in the query; only the first characters of one that is very long.
     [[nodiscard]] std::optional<std::string> parameter(const char* key) const;
 };
 

@@ -61,21 +61,28 @@ zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog) {
     return fd;
 }
 
-int accept_connection(int listener, std::string& peer) {
+zxcommon::Descriptor accept_connection(int listener, std::string& peer) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    const int fd = accept4(listener, generic, &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (fd < 0) {
-        return -1;
+    zxcommon::Descriptor fd(accept4(listener, generic, &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!fd) {
+        return fd;
     }
     char host[NI_MAXHOST] = "?";
     char port[NI_MAXSERV] = "?";
     getnameinfo(generic, size, host, sizeof host, port, sizeof port,
                 NI_NUMERICHOST | NI_NUMERICSERV);
     peer = Endpoint{host, port}.text();
-    detect_dead_peer(fd);
+    detect_dead_peer(fd.get());
     return fd;
+}
+
+Address peer_address(int fd) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    getpeername(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    return address_of(address);
 }
 
 void prepare_for_stream(int fd) {

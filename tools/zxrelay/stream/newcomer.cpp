@@ -8,12 +8,24 @@ namespace relay {
 namespace {
 
 constexpr std::uint64_t kSilenceUs = 200000;
-constexpr std::uint64_t kRequestUs = 5000000;
+constexpr std::uint64_t kPatienceUs = 5000000;
 
 }  // namespace
 
 std::uint64_t Newcomer::due_us() const {
-    return since_us_ + (is_silent() ? kSilenceUs : kRequestUs);
+    return since_us_ + (is_silent() ? kSilenceUs : kPatienceUs);
+}
+
+Newcomer::Wish Newcomer::overdue_wish() const {
+    if (is_silent()) {
+        return Wish::raw;
+    }
+    return is_waiting_ ? Wish::no_channel : Wish::late;
+}
+
+void Newcomer::wait_for_channel(std::uint64_t now_us) {
+    is_waiting_ = true;
+    since_us_ = now_us;
 }
 
 Newcomer::Wish Newcomer::listen() {

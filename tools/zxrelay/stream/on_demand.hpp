@@ -1,27 +1,18 @@
-// Channels that are opened for the clients who ask for them.
+// Channels that are opened when a client asks for them.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace relay {
 
-class OnDemand {
-public:
-    OnDemand() = default;
-    virtual ~OnDemand() = default;
-    OnDemand(const OnDemand&) = delete;
-    OnDemand& operator=(const OnDemand&) = delete;
-
-    enum class Result {
-        coming,     // the channel is there, or the senders get it soon
-        forbidden,  // its address is not allowed, or there are too many of these channels
-        unknown     // no such path
-    };
-
-    // A client asks for a path that is no channel yet, such as "/udp/239.1.1.1:1234". The name of
-    // the channel will be the path without its first "/". If it cannot be opened, nothing comes.
-    // Any thread may call it; it does not wait.
-    virtual Result ask(const std::string& path) = 0;
+enum class Demand {
+    coming,     // the channel is or will soon be open
+    forbidden,  // the rules of the relay exclude it
+    unknown,    // there is no such channel
 };
+
+// `name`: such as udp/239.1.1.1:1234. Any sender calls it, so it must not wait.
+using OnDemand = std::function<Demand(const std::string& name)>;
 
 }  // namespace relay

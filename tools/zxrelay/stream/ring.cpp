@@ -16,16 +16,16 @@ Ring::~Ring() {
     budget_.give(blocks_.size() * kBlockSize);
 }
 
-std::span<std::uint8_t> Ring::room() {
-    if (bytes() == blocks_.size() * kBlockSize && !add_block()) {
+std::span<std::uint8_t> Ring::room(std::uint64_t now_us) {
+    if (bytes() == blocks_.size() * kBlockSize && !add_block(now_us)) {
         return {};
     }
     const std::uint64_t used = bytes() % kBlockSize;
     return {blocks_.back().get() + used, kBlockSize - used};
 }
 
-bool Ring::add_block() {
-    if (!budget_.take(kBlockSize)) {
+bool Ring::add_block(std::uint64_t now_us) {
+    if (!budget_.take(kBlockSize, now_us)) {
         return false;
     }
     if (auto block = zxcommon::make_tracked<std::uint8_t>(kBlockSize, "ring"); block != nullptr) {
@@ -35,7 +35,7 @@ bool Ring::add_block() {
         } catch (const std::bad_alloc&) {  // as if there were no memory for the block
         }
     }
-    budget_.give(kBlockSize);
+    budget_.give_unused(kBlockSize, now_us);
     return false;
 }
 
@@ -63,8 +63,7 @@ std::size_t Ring::gather(std::uint64_t position, std::span<iovec> parts, std::si
 std::uint64_t Ring::seek_back(std::uint64_t seconds, std::uint64_t now_us) const {
     const std::uint64_t back = std::min(seconds, keep_us_ / kMicro) * kMicro;
     const std::uint64_t since = now_us - std::min(back, now_us);
-    const auto found = std::find_if(marks_.begin(), marks_.end(),
-                                    [since](const Mark& mark) { return mark.time_us >= since; });
+    const auto found = std::ranges::lower_bound(marks_, since, {}, &Mark::time_us);
     return found != marks_.end() ? std::max(found->position, begin_) : end_;
 }
 

@@ -17,15 +17,26 @@ namespace relay {
 class Budget {
 public:
     explicit Budget(std::uint64_t bytes) : left_(bytes) {}
-    bool take(std::uint64_t bytes) {
-        const bool is_enough = bytes <= left_;
+    bool take(std::uint64_t bytes, std::uint64_t now_us) {
+        const bool is_enough = bytes <= (now_us < short_until_us_ ? left_ - missing_ : left_);
         left_ -= is_enough ? bytes : 0;
         return is_enough;
     }
     void give(std::uint64_t bytes) { left_ += bytes; }
+    // The system had no memory for what was taken. It is not asked for more for a second, but for
+    // as much as the rings give back.
+    void give_unused(std::uint64_t bytes, std::uint64_t now_us) {
+        give(bytes);
+        missing_ = left_;
+        short_until_us_ = now_us + kRetryUs;
+    }
 
 private:
+    static constexpr std::uint64_t kRetryUs = 1000000;
+
     std::uint64_t left_;
+    std::uint64_t missing_ = 0;
+    std::uint64_t short_until_us_ = 0;
 };
 
 // A position is the number of a byte, counted from the start of the stream. The bytes are in blocks
@@ -42,7 +53,7 @@ public:
     Ring& operator=(const Ring&) = delete;
 
     // Where the next bytes go. Empty if there is no memory: then drop_front() may help.
-    [[nodiscard]] std::span<std::uint8_t> room();
+    [[nodiscard]] std::span<std::uint8_t> room(std::uint64_t now_us);
     // Adds the first bytes of room(), which are whole packets.
     void commit(std::size_t size, std::uint64_t now_us);
 
@@ -77,7 +88,7 @@ private:
         std::uint64_t position;
     };
 
-    bool add_block();
+    bool add_block(std::uint64_t now_us);
 
     Budget& budget_;
     const std::uint64_t keep_us_;

@@ -1,8 +1,5 @@
 #include "stream/sender.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -26,14 +23,12 @@ constexpr std::uint64_t kMicro = 1000000;
 Sender::Sender(const Settings& settings, std::size_t number, GuestStats& guests, Board& board)
     : settings_(settings),
       number_(number),
-      guests_(guests),
       budget_(settings.memory_bytes),
-      site_{{}, settings.cors_origin},
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       publisher_(board, number),
-      farewells_(epoll_),
+      reception_(epoll_, feeds_, settings.site, settings.on_demand, guests, left_,
+                 [this](Reception::Start start) { this->start(std::move(start)); }),
       now_us_(zxtime_api_upTimeUs()) {
-    if (!epoll_.add(wake_.get(), EPOLLIN)) {
+    if (!epoll_.add(inbox_.fd(), EPOLLIN)) {
         throw tools::system_failure("cannot wait for the stream");
     }
 }
@@ -48,9 +43,9 @@ void Sender::turn() {
     epoll_event room[kEventsPerTurn];
     const auto events = epoll_.wait(room, wait_ms());
     now_us_ = zxtime_api_upTimeUs();
+    reception_.set_time(now_us_);
     std::for_each(events.begin(), events.end(), [this](const auto& event) { handle(event); });
-    decide_overdue();
-    farewells_.close_overdue(now_us_);
+    reception_.decide_overdue();
     if (is_round_due(now_us_)) {
         send_round();
     }
@@ -67,11 +62,8 @@ int Sender::wait_ms() {
     if (is_round_due(now)) {
         return 0;
     }
-    std::uint64_t due = farewells_.next_due_us();
+    std::uint64_t due = reception_.next_due_us();
     due = is_active_ ? std::min(due, last_second_us_ + kMicro) : due;
-    for (const auto& [fd, newcomer] : newcomers_) {
-        due = std::min(due, newcomer->due_us());
-    }
     if (now < rest_until_us_) {
         due = std::min(due, rest_until_us_);
     } else if (!sleep()) {
@@ -100,85 +92,40 @@ void Sender::handle(const epoll_event& event) {
     const int fd = event.data.fd;
     if (const auto client = clients_.find(fd); client != clients_.end()) {
         handle_client(*client->second, event.events);
-    } else if (const auto newcomer = newcomers_.find(fd); newcomer != newcomers_.end()) {
-        handle_newcomer(*newcomer->second, event.events);
-    } else if (fd == wake_.get()) {
-        clear_wake();
+    } else if (fd == inbox_.fd()) {
+        inbox_.clear_wake();
     } else if (const auto feed =
                    std::find_if(feeds_.begin(), feeds_.end(),
                                 [fd](const auto& one) { return one->queue.wake_fd() == fd; });
                feed != feeds_.end()) {
         (*feed)->queue.clear_wake();
     } else {
-        farewells_.handle(fd);
+        reception_.handle(fd, event.events);
     }
 }
 
 // -- what other threads want
 
-void Sender::wake() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
-}
-
-void Sender::clear_wake() {
-    if (!is_closed_) {
-        std::uint64_t count;
-        [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
-    }
-}
-
-void Sender::close() {
-    is_closed_ = true;
-    wake();
-}
-
-void Sender::change(const ChannelList& closed, const ChannelList& opened) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.closed.insert(inbox_.closed.end(), closed.begin(), closed.end());
-        inbox_.opened.insert(inbox_.opened.end(), opened.begin(), opened.end());
-    }
-    wake();
-}
-
-void Sender::adopt(Guest guest) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.guests.push_back(std::move(guest));
-    }
-    wake();
-}
-
-void Sender::disconnect(std::uint64_t client) {
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        inbox_.disconnected.push_back(client);
-    }
-    wake();
-}
-
 void Sender::open_inbox() {
-    Inbox inbox;
-    {
-        const std::scoped_lock lock(inbox_mutex_);
-        std::swap(inbox, inbox_);
-    }
-    for (const std::uint64_t number : inbox.disconnected) {
-        const auto client = std::ranges::find_if(
-            clients_, [&](const auto& item) { return item.second->number() == number; });
-        if (client != clients_.end()) {
-            disconnect(*client->second, "is disconnected by request");
-        }
-    }
+    Inbox::Content inbox = inbox_.take();
+    std::ranges::for_each(inbox.disconnected, [this](auto number) { disconnect_client(number); });
     remove_gone();
-    // A channel that is opened and closed again before this turn is in both lists.
     std::ranges::for_each(inbox.opened, [this](const auto& channel) { open_feed(channel); });
     std::ranges::for_each(inbox.closed, [this](const auto& channel) { close_feed(channel); });
     if (!inbox.opened.empty() || !inbox.closed.empty()) {
-        update_site();
+        reception_.update_site();
     }
-    std::ranges::for_each(inbox.guests, [this](Guest& guest) { welcome(std::move(guest)); });
+    is_active_ = is_active_ || !inbox.guests.empty();
+    std::ranges::for_each(inbox.guests,
+                          [this](Guest& guest) { reception_.welcome(std::move(guest)); });
+}
+
+void Sender::disconnect_client(std::uint64_t number) {
+    const auto client = std::ranges::find_if(
+        clients_, [&](const auto& item) { return item.second->number() == number; });
+    if (client != clients_.end()) {
+        disconnect(*client->second, "is disconnected by request");
+    }
 }
 
 void Sender::open_feed(const ChannelPtr& channel) {
@@ -199,9 +146,7 @@ void Sender::close_feed(const ChannelPtr& channel) {
         return;
     }
     Feed* const feed = place->get();
-    for (const auto& [fd, newcomer] : newcomers_) {
-        newcomer->raw_feed = newcomer->raw_feed == feed ? nullptr : newcomer->raw_feed;
-    }
+    reception_.leave(*feed);
     for (const auto& [fd, client] : clients_) {
         if (&client->feed() == feed) {
             disconnect(*client, "loses its channel");
@@ -212,126 +157,23 @@ void Sender::close_feed(const ChannelPtr& channel) {
     feeds_.erase(place);
 }
 
-void Sender::update_site() {
-    site_.channels.clear();
-    for (const auto& feed : feeds_) {
-        const ChannelSettings& settings = feed->channel.settings();
-        site_.channels.push_back({settings.name, settings.is_listed});
-    }
-}
+// -- clients
 
-// -- newcomers
-
-// A client for which there is no memory loses its connection.
-void Sender::welcome(Guest guest) {
-    const int fd = guest.fd.get();
-    const std::string peer = guest.peer;
-    try {
-        Feed* const raw = feeds_.empty() ? nullptr : feeds_.front().get();
-        auto newcomer = std::make_unique<Newcomer>(std::move(guest), raw, now_us_);
-        if (epoll_.add(fd, EPOLLIN)) {
-            newcomers_.emplace(fd, std::move(newcomer));
-            is_active_ = true;
-            ++guests_.connections;
-            if (connected_.admits()) {
-                log({Level::notice, kTag}, "client %s has connected", peer.c_str());
-            }
-        }
-    } catch (const std::exception&) {
-        if (connected_.admits()) {
-            log({Level::error, kTag}, "no memory for client %s", peer.c_str());
-        }
-    }
-}
-
-void Sender::handle_newcomer(Newcomer& newcomer, std::uint32_t events) {
-    const bool is_lost = (events & (EPOLLERR | EPOLLHUP)) != 0;
-    try {
-        decide(newcomer, is_lost ? Newcomer::Wish::gone : newcomer.listen());
-    } catch (const std::exception&) {
-        decide(newcomer, Newcomer::Wish::gone);
-    }
-}
-
-void Sender::decide_overdue() {
-    for (const auto& [fd, newcomer] : newcomers_) {
-        if (!newcomer->guest.fd || newcomer->due_us() > now_us_) {
-            continue;
-        }
-        try {
-            decide(*newcomer, newcomer->is_silent() ? Newcomer::Wish::raw : Newcomer::Wish::late);
-        } catch (const std::exception&) {
-            decide(*newcomer, Newcomer::Wish::gone);
-        }
-    }
-}
-
-void Sender::decide(Newcomer& newcomer, Newcomer::Wish wish) {
-    switch (wish) {
-        case Newcomer::Wish::unknown:
-            break;
-        case Newcomer::Wish::raw:
-            start_raw(newcomer);
-            break;
-        case Newcomer::Wish::http:
-            answer(newcomer, answer_to(newcomer.request(), site_));
-            break;
-        case Newcomer::Wish::late:
-            answer(newcomer, {refusal(HTTP_STATUS_REQUEST_TIMEOUT, site_), {}, {}});
-            break;
-        case Newcomer::Wish::gone:
-            if (left_.admits()) {
-                log({Level::notice, kTag}, "client %s has disconnected",
-                    newcomer.guest.peer.c_str());
-            }
-            newcomer.guest.fd.reset();
-            have_gone_ = true;
-            break;
-    }
-}
-
-// The client may lag by what has come since it connected, and as far as the others.
-void Sender::start_raw(Newcomer& newcomer) {
-    Feed* const feed = newcomer.raw_feed;
-    if (feed == nullptr) {
-        decide(newcomer, Newcomer::Wish::gone);
-        return;
-    }
-    const std::uint64_t waiting = feed->ring.end() - newcomer.position;
-    const std::uint64_t reach = feed->channel.settings().client_buffer_bytes + waiting;
-    start(newcomer, *feed, newcomer.position, reach, "");
-}
-
-void Sender::answer(Newcomer& newcomer, const HttpAnswer& answer) {
-    if (!answer.channel) {
-        epoll_.del(newcomer.guest.fd.get());
-        farewells_.say(std::move(newcomer.guest.fd), answer.text, now_us_);
-        have_gone_ = true;
-        return;
-    }
-    Feed& feed = *feeds_[*answer.channel];
-    const std::uint64_t reach = feed.channel.settings().client_buffer_bytes;
-    Client& client = start(newcomer, feed, feed.ring.end(), reach, answer.text);
-    client.ignore_requests();
-    if (answer.last_seconds) {
-        start_time_shift(client, *answer.last_seconds);
-    }
-    update_watch(client);
-}
-
-// The newcomer loses its descriptor to the client.
-Client& Sender::start(Newcomer& newcomer, Feed& feed, std::uint64_t position, std::uint64_t reach,
-                      const std::string& first) {
-    have_gone_ = true;
-    auto client = std::make_unique<Client>(std::move(newcomer.guest), feed, position, reach, first);
+// The clients that use HTTP have made their request.
+void Sender::start(Reception::Start start) {
+    auto client = std::make_unique<Client>(std::move(start.guest), start.feed, start.position,
+                                           start.reach, start.head);
     Client& started = *client;
     clients_.emplace(started.fd(), std::move(client));
-    ++feed.channel.stats.clients;
+    ++start.feed.channel.stats.clients;
+    if (!start.head.empty()) {
+        started.ignore_requests();
+    }
+    if (start.last_seconds) {
+        start_time_shift(started, *start.last_seconds);
+    }
     update_watch(started);
-    return started;
 }
-
-// -- clients
 
 void Sender::handle_client(Client& client, std::uint32_t events) {
     std::optional<std::uint64_t> seconds;
@@ -344,6 +186,8 @@ void Sender::handle_client(Client& client, std::uint32_t events) {
         update_watch(client);
     } else if ((events & EPOLLOUT) != 0) {
         send_to(client);
+    } else {
+        update_watch(client);
     }
 }
 
@@ -375,10 +219,10 @@ void Sender::send_to(Client& client) {
 
 // Lets epoll wait for room in the socket exactly while the client lags.
 void Sender::update_watch(Client& client) {
-    const bool lags = client.bytes_waiting() != 0;
-    if (lags != client.is_watched()) {
-        client.set_watched(lags, now_us_);
-        epoll_.mod(client.fd(), lags ? EPOLLIN | EPOLLOUT : EPOLLIN);
+    const std::uint32_t wanted = client.wanted_events();
+    if (wanted != client.watched_events()) {
+        client.set_watched_events(wanted, now_us_);
+        epoll_.mod(client.fd(), wanted);
     }
 }
 
@@ -395,18 +239,14 @@ void Sender::send_round() {
         rest_until_us_ = feed->queue.empty() ? rest_until_us_ : 0;  // the next round is due
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_watched()) {
+        if (client->is_blocked()) {
             hold_in_reach(*client);
         } else {
             send_to(*client);
         }
         client->feed().need_from(client->position());
     }
-    for (const auto& [fd, newcomer] : newcomers_) {
-        if (newcomer->is_silent() && newcomer->raw_feed != nullptr) {
-            newcomer->raw_feed->need_from(newcomer->position);
-        }
-    }
+    reception_.hold_stream();
     for (const auto& feed : feeds_) {
         feed->ring.trim(feed->needed_from);
     }
@@ -433,11 +273,7 @@ bool Sender::give_way() {
             move_forward(*client, position);
         }
     }
-    for (const auto& [fd, newcomer] : newcomers_) {
-        if (newcomer->raw_feed != nullptr && &newcomer->raw_feed->ring == &ring) {
-            newcomer->position = std::max(newcomer->position, position);
-        }
-    }
+    reception_.move_forward(ring, position);
     ring.drop_front();
     return true;
 }
@@ -458,11 +294,9 @@ void Sender::move_forward(Client& client, std::uint64_t position) {
 }
 
 void Sender::update_drained() {
-    const bool lags = drained_ ||
+    const bool lags = drained_ || reception_.has_silent() ||
                       std::any_of(feeds_.begin(), feeds_.end(),
                                   [](const auto& feed) { return !feed->queue.empty(); }) ||
-                      std::any_of(newcomers_.begin(), newcomers_.end(),
-                                  [](const auto& item) { return item.second->is_silent(); }) ||
                       std::any_of(clients_.begin(), clients_.end(), [](const auto& item) {
                           return item.second->bytes_waiting() != 0;
                       });
@@ -476,14 +310,17 @@ void Sender::do_once_a_second() {
         return;
     }
     last_second_us_ = now_us_;
-    is_active_ = !clients_.empty() || !newcomers_.empty();
-    for (LogLimit* const limit : {&connected_, &left_, &asked_}) {
+    is_active_ = !clients_.empty() || !reception_.empty();
+    is_active_ = reception_.report_when_due() || is_active_;
+    for (LogLimit* const limit : {&left_, &asked_}) {
         is_active_ = limit->report_when_due() || is_active_;
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_watched() && now_us_ - client->last_progress_us() > settings_.stall_us) {
+        if (client->is_blocked() && now_us_ - client->last_progress_us() > settings_.stall_us) {
             disconnect(*client, "has accepted no data for too long");
         }
+        client->renew_input();
+        update_watch(*client);
     }
     publisher_.publish(clients_, feeds_);
 }
@@ -502,10 +339,10 @@ void Sender::disconnect(Client& client, const char* why) {
 }
 
 void Sender::remove_gone() {
+    reception_.remove_gone();
     if (!std::exchange(have_gone_, false)) {
         return;
     }
-    std::erase_if(newcomers_, [](const auto& item) { return !item.second->guest.fd; });
     std::erase_if(clients_, [](const auto& item) {
         const bool is_gone = item.second->is_gone();
         item.second->feed().channel.stats.clients -= is_gone ? 1 : 0;

@@ -4,20 +4,17 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "server/log_limit.hpp"
 #include "stream/channel.hpp"
 #include "stream/client.hpp"
-#include "stream/farewells.hpp"
 #include "stream/feed.hpp"
 #include "stream/http_answer.hpp"
-#include "stream/newcomer.hpp"
+#include "stream/inbox.hpp"
+#include "stream/on_demand.hpp"
 #include "stream/publisher.hpp"
-#include "stream/roster.hpp"
+#include "stream/reception.hpp"
 
 namespace relay {
 
@@ -29,7 +26,8 @@ public:
         std::uint64_t latency_us;    // from round to round
         std::uint64_t stall_us;      // how long a client may accept no data
         std::uint64_t memory_bytes;  // for the rings of this sender
-        std::string cors_origin;     // whose pages may read the streams; empty: nobody's
+        Site site;                   // its channels come later
+        OnDemand on_demand;          // empty: no channel is opened for a client
     };
 
     // `number`: of this sender, from 0. Throws a Failure.
@@ -40,11 +38,8 @@ public:
     // The body of the sending thread.
     void run(zxcommon::StopRequest& stop);
 
-    // Any thread may call these functions. The sender acts in its next turn, or soon after.
-    void change(const ChannelList& closed, const ChannelList& opened);
-    void adopt(Guest guest);                // serves a new client
-    void disconnect(std::uint64_t client);  // by its number
-    void close();                           // from now on, the thread does not wait
+    // The sender does in its next turn, or soon after, what is wanted here.
+    [[nodiscard]] Inbox& inbox() { return inbox_; }
 
     // True if everything that has left the queues is sent.
     [[nodiscard]] bool drained() const { return drained_; }
@@ -57,21 +52,13 @@ private:
 
     void handle(const epoll_event& event);
     void handle_client(Client& client, std::uint32_t events);
-    void handle_newcomer(Newcomer& newcomer, std::uint32_t events);
     void start_time_shift(Client& client, std::uint64_t seconds);
 
-    void clear_wake();
     void open_inbox();
+    void disconnect_client(std::uint64_t number);
     void open_feed(const ChannelPtr& channel);
     void close_feed(const ChannelPtr& channel);
-    void update_site();
-    void welcome(Guest guest);
-    void decide_overdue();
-    void decide(Newcomer& newcomer, Newcomer::Wish wish);
-    void start_raw(Newcomer& newcomer);
-    void answer(Newcomer& newcomer, const HttpAnswer& answer);
-    Client& start(Newcomer& newcomer, Feed& feed, std::uint64_t position, std::uint64_t reach,
-                  const std::string& first);
+    void start(Reception::Start start);
 
     void send_round();
     void fill(Feed& feed);
@@ -88,38 +75,22 @@ private:
 
     const Settings settings_;
     const std::size_t number_;
-    GuestStats& guests_;
     Budget budget_;
     Feeds feeds_;  // in the order of the ranks
-    Site site_;    // with the channels of feeds_
     zxcommon::Epoll epoll_;
-    zxcommon::Descriptor wake_;
+    Inbox inbox_;
     Publisher publisher_;
-    Farewells farewells_;
-    std::unordered_map<int, std::unique_ptr<Newcomer>> newcomers_;  // by descriptor
+    LogLimit left_{"clients have gone"};
+    LogLimit asked_{"clients have asked for the past stream"};
+    Reception reception_;
     Clients clients_;
-    bool have_gone_ = false;  // newcomers without a descriptor, or clients that are gone
+    bool have_gone_ = false;  // some of the clients
     bool has_logged_missing_store_ = false;
     std::uint64_t now_us_;
     std::uint64_t rest_until_us_ = 0;
     std::uint64_t last_second_us_ = 0;
-    LogLimit connected_{"clients have connected"};
-    LogLimit left_{"clients have gone"};
-    LogLimit asked_{"clients have asked for the past stream"};
     bool is_active_ = true;  // there is something to publish in a second
     std::atomic<bool> drained_{true};
-
-    // What other threads want of this one.
-    struct Inbox {
-        ChannelList closed;
-        ChannelList opened;
-        std::vector<Guest> guests;
-        std::vector<std::uint64_t> disconnected;
-    };
-    void wake();
-    std::mutex inbox_mutex_;
-    Inbox inbox_;
-    std::atomic<bool> is_closed_{false};
 };
 
 }  // namespace relay

@@ -22,13 +22,13 @@ std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std
 }  // namespace
 
 Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-                 unsigned max_clients, Roster& roster, Board& board)
+                 Admission::Rules rules, Roster& roster, Board& board)
     : roster_(roster),
-      admission_(max_clients),
+      admission_(std::move(rules)),
       senders_(make_senders(settings, count, roster.guests, board)),
-      door_(std::move(listener), admission_,
-            refusal(HTTP_STATUS_SERVICE_UNAVAILABLE, {{}, settings.cors_origin}), roster.guests,
-            [this](Guest guest) { senders_[next_++ % senders_.size()]->adopt(std::move(guest)); }) {
+      door_(std::move(listener), admission_, settings.site, roster.guests, [this](Guest guest) {
+          senders_[next_++ % senders_.size()]->inbox().adopt(std::move(guest));
+      }) {
     workers_.push_back(std::make_unique<Worker>(
         "relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }));
     for (const auto& sender : senders_) {
@@ -50,20 +50,21 @@ bool Senders::drained() const {
 void Senders::change(const ChannelList& closed, const ChannelList& opened) {
     roster_.change(closed, opened);
     for (const auto& sender : senders_) {
-        sender->change(closed, opened);
+        sender->inbox().change(closed, opened);
     }
 }
 
 void Senders::disconnect(std::uint64_t client) {
     for (const auto& sender : senders_) {
-        sender->disconnect(client);
+        sender->inbox().disconnect(client);
     }
 }
 
 // Every thread is woken first, because it waits without a limit while nothing happens.
 void Senders::stop() {
     door_.close();
-    std::for_each(senders_.begin(), senders_.end(), [](const auto& sender) { sender->close(); });
+    std::for_each(senders_.begin(), senders_.end(),
+                  [](const auto& sender) { sender->inbox().close(); });
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->stop(); });
 }
 

@@ -17,7 +17,7 @@ class Senders {
 public:
     // The memory of `settings` is shared by `count` senders. Throws a Failure.
     Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-            unsigned max_clients, Roster& roster, Board& board);
+            Admission::Rules rules, Roster& roster, Board& board);
 
     ~Senders() { stop(); }
     Senders(const Senders&) = delete;

@@ -47,7 +47,7 @@ struct Stats : CountersOf<std::atomic<std::uint64_t>> {
 // The counters of the door, before a client has a channel.
 struct GuestStats {
     std::atomic<std::uint64_t> connections{0};      // of clients, also those that are gone
-    std::atomic<std::uint64_t> refused_clients{0};  // beyond --max-clients
+    std::atomic<std::uint64_t> refused_clients{0};  // at the door
 };
 
 }  // namespace relay

@@ -1,0 +1,49 @@
+// What other threads want of a sender.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "stream/admission.hpp"
+#include "stream/roster.hpp"
+#include "zxcommon.hpp"
+
+namespace relay {
+
+class Inbox {
+public:
+    Inbox();  // throws a Failure
+    Inbox(const Inbox&) = delete;
+    Inbox& operator=(const Inbox&) = delete;
+
+    struct Content {
+        ChannelList closed;  // one that is opened and closed again is in both lists
+        ChannelList opened;
+        std::vector<Guest> guests;
+        std::vector<std::uint64_t> disconnected;  // numbers of clients
+    };
+
+    // Any thread may call these functions.
+    void change(const ChannelList& closed, const ChannelList& opened);
+    void adopt(Guest guest);
+    void disconnect(std::uint64_t client);
+    void close();  // from now on, the descriptor stays readable
+
+    // These are for the owner. The descriptor is readable when there is something to take.
+    [[nodiscard]] int fd() const { return wake_.get(); }
+    void clear_wake();
+    [[nodiscard]] Content take();
+
+private:
+    void wake();
+
+    const zxcommon::Descriptor wake_;
+    std::mutex mutex_;
+    Content content_;
+    std::atomic<bool> is_closed_{false};
+};
+
+}  // namespace relay
