@@ -25,8 +25,11 @@ constexpr double kCrowded = 0.5;
 Outputs::Outputs(const std::vector<std::string>& urls, Channel& channel, std::size_t queue)
     : channel_(channel),
       queue_(channel.queue(queue)),
-      lanes_(urls.begin(), urls.end()),
-      worker_("relay-datagrams", [this](zxcommon::StopRequest&) { run(); }) {}
+      worker_("relay-datagrams", [this](zxcommon::StopRequest&) { run(); }) {
+    for (const std::string& url : urls) {
+        lanes_.emplace_back(url);
+    }
+}
 
 void Outputs::stop() {
     interrupt_.raise();

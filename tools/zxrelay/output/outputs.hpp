@@ -35,8 +35,7 @@ public:
 
 private:
     struct Lane {
-        // Not explicit: lanes are made from a list of URLs.
-        Lane(const std::string& url) : output(parse_target(url)) {}  // NOLINT(*-explicit-*)
+        explicit Lane(const std::string& url) : output(parse_target(url)) {}
         void count_refused(int error, std::uint64_t now_us);
         Output output;
         std::uint64_t refused = 0;  // since the last report
