@@ -88,7 +88,9 @@ protected:
                 arguments.append(" ").append(name).append(" ").append(value);
             }
         };
-        add("--input", scheme + "://127.0.0.1:" + std::to_string(in_port));
+        if (arguments.find("--config ") == std::string::npos) {
+            add("--input", scheme + "://127.0.0.1:" + std::to_string(in_port));
+        }
         add("--output", "127.0.0.1:" + std::to_string(out_port));
         add("--log", dir / "log");
         add("--log-level", "4");
@@ -451,7 +453,8 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     expect_complaint(ZX_RELAY, "--inptu tcp://[::1]:1", "'--inptu' is not an option");
     const std::string config = dir / "config";
     std::ofstream(config) << "log-level = 4\nfifo_size = \"1m\"\n";
-    expect_complaint(ZX_RELAY, "--config " + config, "'fifo_size' in the file is not an option");
+    expect_complaint(ZX_RELAY, "--config " + config,
+                     config + ":2: 'fifo_size' is not an option here");
     expect_complaint(ZX_RELAY, "--config /nonexistent/file", "/nonexistent/file");
     expect_complaint(ZX_RELAY, "-i tcp://[::1]:1 -o [::1]:2 --daemon", "--daemon requires --log");
     const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
@@ -488,6 +491,60 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         }
     }
     EXPECT_EQ(content_of(text), "somebody's own words\n");
+}
+
+TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
+    const std::string file = dir / "relay.toml";
+    const int ports[] = {free_port(SOCK_STREAM), free_port(SOCK_STREAM), free_port(SOCK_STREAM)};
+    const auto channel = [&](std::size_t i, const std::string& more = "") {
+        return "[[channel]]\nname = \"c" + std::to_string(i) +
+               "\"\ninput = \"tcp://127.0.0.1:" + std::to_string(ports[i]) + "\"\n" + more;
+    };
+    const auto ask = [&](const std::string& path) {
+        zxcommon::Descriptor client = say("GET /" + path + " HTTP/1.1\r\nHost: x\r\n\r\n");
+        std::string head;
+        while (head.find("\r\n\r\n") == std::string::npos && head.size() < 1000) {
+            head += text_of(receive_all(client.get(), 1));
+        }
+        EXPECT_THAT(head, testing::StartsWith("HTTP/1.1 200 OK"));
+        return client;
+    };
+    std::ofstream(file) << channel(0) << channel(1);
+    start_daemon("--watchdog --config " + file);
+    const zxcommon::Descriptor source(connected(SOCK_STREAM, ports[0]));
+    const zxcommon::Descriptor same = ask("c0");
+    const zxcommon::Descriptor changed = ask("c1");
+    {
+        const std::jthread feeder([&] {
+            for (std::uint64_t first = 0; first < 3500; first += 7, usleep(1000)) {
+                send_all(source.get(), packets(first, 7));
+            }
+        });
+        std::ofstream(file) << channel(2) << channel(0) << channel(1, "keep = 3\n");
+        signal_supervisor(SIGHUP);
+        EXPECT_EQ(receive_all(changed.get()), Bytes());
+        EXPECT_TRUE(logs("2 channels opened, 1 closed, 0 not opened, 1 go on"));
+        EXPECT_EQ(receive_all(same.get(), 3500 * kPacketSize), packets(0, 3500));
+    }
+    const zxcommon::Descriptor fresh = ask("c2");
+    send_all(zxcommon::Descriptor(connected(SOCK_STREAM, ports[2])).get(), packets(0, 7));
+    EXPECT_EQ(receive_all(fresh.get(), 7 * kPacketSize), packets(0, 7));
+
+    std::ofstream(file) << "nonsense = 1\n" << channel(0);
+    signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("nothing changes: " + file + ":1: 'nonsense' is not an option here"));
+    std::ofstream(file) << "stall = 9\n" << channel(2) << channel(0);
+    signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("the option --stall changes only when zxrelay is restarted"));
+    EXPECT_TRUE(logs("0 channels opened, 1 closed"));
+    kill(worker(), SIGKILL);
+    const std::string list = "#EXTINF:-1,c2\nhttp://x/c2\n#EXTINF:-1,c0\nhttp://x/c0\n";
+    EXPECT_TRUE(comes_true([&] {
+        const auto client = say("GET /playlist.m3u HTTP/1.1\r\nHost: x\r\n\r\n");
+        return text_of(receive_all(client.get())).ends_with(list);
+    }));
+    signal_supervisor(SIGTERM);
+    expect_nothing_left();
 }
 
 TEST_F(RelayServer, DetachesAndEndsAsAWhole) {

@@ -21,10 +21,12 @@
 
 #include "common/failure.hpp"
 #include "config/url.hpp"
+#include "demand.hpp"
 #include "files.hpp"
 #include "input/inputs.hpp"
 #include "log_capture.hpp"
 #include "loopback.hpp"
+#include "output/outputs.hpp"
 #include "packets.hpp"
 #include "process.hpp"
 #include "server/log_limit.hpp"
@@ -174,6 +176,77 @@ TEST_F(RelayInput, GroupsOfOneLinkAndOfOneSenderAreJoined) {
     expect_packets(1, 7);
     inputs.reset();
     start({"udp://[ff02::1234]" + tail});
+}
+
+TEST_F(RelayInput, WhatOutputsSendArrivesEvenlyAndWhole) {
+    const std::string tail = ":" + std::to_string(port);
+    const std::string closed = "udp://127.0.0.1:" + std::to_string(free_port(SOCK_DGRAM));
+    const struct {
+        std::string input;
+        std::string query;
+    } ways[] = {{"rtp://127.0.0.1" + tail, "?ttl=3&localaddr=127.0.0.1"},
+                {"udp://[::1]" + tail, ""},
+                {"rtp://239.1.2.3" + tail, "?ttl=2&interface=lo&localaddr=127.0.0.1"}};
+    for (const auto& way : ways) {
+        start({way.input});
+        relay::Channel source({"source", 200 * kMessageSize, 0});
+        relay::Outputs outputs({way.input + way.query, closed}, source, 0);
+        outputs.start();
+        const auto begin = Clock::now();
+        ASSERT_TRUE(source.push(packets(0, 340)));
+        ASSERT_TRUE(source.push(packets(340, 343)));
+        expect_packets(0, 683);
+        EXPECT_GT(Clock::now() - begin, milliseconds(350));  // not all at once
+        EXPECT_TRUE(comes_true([&] { return outputs.drained(); }));
+        EXPECT_GT(source.stats.datagrams_unsent, 0U);
+        EXPECT_EQ(source.stats.datagrams_sent + source.stats.datagrams_unsent, 2 * 98U);
+        inputs.reset();
+    }
+    EXPECT_EQ(stats.datagrams_lost, 0U);
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("output " + closed +
+                                                        ": 1 datagrams could not be sent: "
+                                                        "Connection refused"))
+                                .Times(3));
+}
+
+TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
+    using relay::Demand;
+    relay::Roster roster;
+    relay::Board board;
+    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, {1, 0, {}}, roster,
+                           board);
+    relay::OnDemandOptions options{{"239.1.0.0/16", "ff02::/16", "127.0.0.1"}, "lo", 60, 2};
+    relay::DemandStations demand(options, {}, senders, {1, false});
+    senders.start();
+    demand.start();
+    const std::string tail = ":" + std::to_string(free_port(SOCK_DGRAM));
+    for (const std::string path : {"udp/239.2.0.1", "rtp/127.0.0.1", "udp/127.0.0.1@239.2.0.1"}) {
+        EXPECT_EQ(demand.ask(path + tail), Demand::forbidden) << path;
+    }
+    for (const std::string path : {"tcp/239.1.0.1", "udp/localhost", "udp/host@239.1.0.1", "/", "",
+                                   "udp/239.1.0.1/16", "udp"}) {
+        EXPECT_EQ(demand.ask(path + tail), Demand::unknown) << path;
+    }
+    const std::string asked = "udp/127.0.0.1@232.1.0.1" + tail;
+    EXPECT_EQ(demand.ask(asked), Demand::forbidden);
+    options.networks = {"232.0.0.0/8", "ff02::/16"};
+    demand.change(options, {});
+    EXPECT_EQ(demand.ask(asked), Demand::coming);
+    EXPECT_EQ(demand.ask("rtp/[ff02::1234]" + tail), Demand::coming);
+    EXPECT_EQ(demand.ask(asked), Demand::coming);
+    EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail), Demand::forbidden);  // one too many
+    ASSERT_TRUE(comes_true([&] { return roster.channels().size() == 2; }));
+    const relay::ChannelPtr channel = roster.channels().front();
+    ++channel->stats.clients;
+    options.linger_seconds = 0;
+    demand.change(options, {});
+    EXPECT_TRUE(comes_true([&] { return roster.channels().size() == 1; }));
+    EXPECT_EQ(roster.channels().front()->name(), channel->name());
+    options.networks = {"239.0.0.0/8"};
+    demand.change(options, {});
+    EXPECT_TRUE(comes_true([&] { return roster.channels().empty(); }));
+    demand.stop();
+    senders.stop();
 }
 
 TEST_F(RelayInput, ASilentSourceYieldsAndTheNextOneIsSlowedDownButLosesNothing) {

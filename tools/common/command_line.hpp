@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace tools {
@@ -28,20 +27,14 @@ inline void define_common(CLI::App& app, const std::string& version) {
 [[nodiscard]] inline std::string sentence_of(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> unknown = app.remaining();
     const std::string sentence = error.what();
-    // The name of a section ends in ".++".
-    constexpr std::string_view kUnknownKey = "INI was not able to parse ";
-    if (sentence.starts_with(kUnknownKey)) {
-        const std::string key = sentence.substr(kUnknownKey.size());
-        return "'" + key.substr(0, key.find(".++")) + "' in the file is not an option";
-    }
     return unknown.empty() ? sentence : "'" + unknown.front() + "' is not an option";
 }
 
-// Parses the command line. Ends the program after --help and --version, and after an error message
-// when the command line is wrong.
-inline void parse(CLI::App& app, int argc, char** argv) {
+// Parses the command line, without the name of the program. Ends the program after --help and
+// --version, and after an error message when the command line is wrong.
+inline void parse(CLI::App& app, const std::vector<std::string>& arguments) {
     try {
-        app.parse(argc, argv);
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::Success& help_or_version) {
         std::exit(app.exit(help_or_version));
     } catch (const CLI::ParseError& error) {

@@ -153,7 +153,7 @@ Options parse_options(int argc, char** argv) {
     define_output(app, options, flags);
     define_filters(app, options.wanted);
     app.footer(kNotes);
-    tools::parse(app, argc, argv);
+    tools::parse(app, {argv + 1, argv + argc});
 
     if (options.input_file.empty() && options.interface.empty()) {
         tools::exit_misused(app,

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "options.hpp"
+#include "config/config.hpp"
 #include "relay.hpp"
 #include "server/log.hpp"
 #include "server/service.hpp"
@@ -30,11 +30,13 @@ sigset_t block_signals() {
     return set;
 }
 
-void work(const relay::Options& options, relay::Service& service) {
+void work(const relay::CommandLine& command_line, const relay::Config& config,
+          relay::Service& service) {
+    const relay::Options& options = config.options;
     const relay::User user(options.run_as_user);
     relay::Log log(options, user);
     const sigset_t signals = block_signals();
-    relay::Relay relay(options);
+    relay::Relay relay(command_line, config);
     service.start(user, log);
 
     zxthread_api_envInit();
@@ -50,10 +52,11 @@ void work(const relay::Options& options, relay::Service& service) {
 
 int main(int argc, char** argv) {
     relay::fill_standard_descriptors();
-    const relay::Options options = relay::parse_options(argc, argv);
-    relay::Service service(options);
+    const relay::CommandLine command_line(argc, argv);
+    const relay::Config config = command_line.read_or_exit();
+    relay::Service service(config.options);
     try {
-        work(options, service);
+        work(command_line, config, service);
         return EXIT_SUCCESS;
     } catch (const std::exception& failure) {
         service.report(failure.what());

@@ -1,14 +1,13 @@
 #include "options.hpp"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <string>
 
 #include "common/command_line.hpp"
 #include "common/failure.hpp"
 #include "config/network.hpp"
+#include "config/url.hpp"
+#include "output/target.hpp"
 #include "stream/token.hpp"
 #include "zxcommon.h"
 
@@ -39,6 +38,17 @@ constexpr char kNotes[] =
   http://HOST:PORT/PATH      the same, but by HTTP; https:// is possible, too
   file:///FOLDER/FILE        a file, sent again and again at the speed that its clock references give
   -                          standard input; zxrelay ends when its stream is delivered
+
+Datagrams: --send sends the stream to hosts and multicast groups, at its own pace. Repeat it for several:
+  udp://ADDRESS:PORT         datagrams of seven packets
+  rtp://ADDRESS:PORT         the same, as RTP
+  udp://GROUP:PORT?ttl=4&interface=eth0&localaddr=192.0.2.1
+                             the number of hops, the network interface and the address to send from
+
+Channels: In the file of --config, each [[channel]] has a name, an input and any of backup, outputs,
+interface, keep, client-buffer, fifo-size and source-timeout. What it leaves out is taken from the options.
+With [on-demand] and networks = ["239.0.0.0/8"], a client that asks for /udp/GROUP:PORT or /rtp/GROUP:PORT
+opens that channel.
 
 Backups: If an input is silent for 2 seconds, the next --backup takes over. When a better input has sent
 for 2 seconds again, zxrelay returns to it.
@@ -77,7 +87,8 @@ runs as this user, too. The user must be able to write to the log file and to it
 --watchdog, a worker that dies for any reason is restarted within two seconds. The watchdog ends when the
 worker has delivered the stream of --once.
 
-Signals: SIGINT and SIGTERM end zxrelay. On SIGHUP, it opens the log file again. On SIGUSR1, it logs the
+Signals: SIGINT and SIGTERM end zxrelay. On SIGHUP, it opens the log file again and reads the file of
+--config again: channels that have not changed go on. On SIGUSR1, it logs the
 list of its buffers. With --watchdog, send signals to the watchdog: it passes them on to the worker. The
 pid file contains the process ID of the watchdog.
 
@@ -89,7 +100,8 @@ Examples:
       ffplay http://relay:8000/stream
   zxrelay --input udp://239.1.1.1:1234 --interface eth0 --output '[::]:8000'
   zxrelay --config /etc/zxrelay.toml --daemon --watchdog --pid-file /run/zxrelay.pid
-      where the file has lines such as  log = "/var/log/zxrelay/log")";
+      where the file has lines such as  log = "/var/log/zxrelay/log"
+  zxrelay --input http://studio:8000/news --send 'rtp://239.1.1.1:5004?ttl=4' --output 0.0.0.0:8000)";
 
 // Checks for CLI11: an empty text means that the value is good.
 std::string is_channel_name(const std::string& name) {
@@ -106,64 +118,55 @@ std::string is_origin(const std::string& origin) {
     return is_good ? "" : "'" + origin + "' is not an origin";
 }
 
-std::string is_network(const std::string& text) {
-    try {
-        parse_network(text);
-        return "";
-    } catch (const tools::Failure& failure) {
-        return failure.what();
-    }
-}
-
 std::string is_token_text(const std::string& text) {
     const std::string fault = is_channel_name(text);
     return fault.empty() && text.size() > kLongestToken ? "'" + text + "' is too long" : fault;
 }
 
-void define_stream(CLI::App& app, Options& options) {
-    app.add_option("-i,--input", options.input_url,
+// What one of our parsers finds wrong with a text.
+template <typename Parse>
+CLI::Validator parses(const Parse& parse) {
+    return {[parse](const std::string& text) -> std::string {
+                try {
+                    parse(text);
+                    return "";
+                } catch (const tools::Failure& failure) {
+                    return failure.what();
+                }
+            },
+            ""};
+}
+
+void define_urls(CLI::App& app, ChannelOptions& channel, const std::string& send) {
+    app.add_option("-i,--input", channel.input_url,
                    "Receive the stream here, such as udp://ADDRESS:PORT; see Sources below")
         ->option_text("URL (required)")
-        ->required();
-    app.add_option("--backup", options.backup_urls,
+        ->check(parses(parse_url));
+    app.add_option("--backup", channel.backup_urls,
                    "Receive the stream here while --input is silent; repeat it for several backups")
         ->option_text("URL")
-        ->allow_extra_args(false);
-    app.add_option("--source-timeout", options.source_timeout_seconds,
-                   "Give up a silent source after this long (default 10)")
-        ->option_text("SECONDS")
-        ->check(CLI::Range(1U, 86400U));
+        ->allow_extra_args(false)
+        ->check(parses(parse_url));
+    app.add_option(send, channel.send_urls,
+                   "Send datagrams here, too, such as rtp://GROUP:PORT; see Datagrams below")
+        ->option_text("URL")
+        ->allow_extra_args(false)
+        ->check(parses(parse_target));
+    app.add_option("--name", channel.name, "The name of the channel, for HTTP (default stream)")
+        ->option_text("NAME")
+        ->check(is_channel_name);
+}
+
+void define_clients(CLI::App& app, Options& options) {
     app.add_option("-o,--output", options.output_address,
                    "Listen here for the clients that receive the stream")
         ->option_text("ADDRESS:PORT (required)")
-        ->required();
-    app.add_option("--interface", options.multicast_interface,
-                   "Join a multicast group on this network interface")
-        ->option_text("NAME");
-    app.add_option("--fifo-size", options.fifo_bytes,
-                   "Let sending lag behind receiving by up to SIZE bytes (default 4m)")
-        ->option_text("SIZE")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
-    app.add_option("--client-buffer", options.client_buffer_bytes,
-                   "Let each client lag by up to SIZE bytes (default 1m)")
-        ->option_text("SIZE")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+        ->required()
+        ->check(parses(parse_output));
     app.add_option("--stall", options.stall_timeout_seconds,
                    "Disconnect a client that has accepted no data for this long (default 30)")
         ->option_text("SECONDS")
         ->check(CLI::Range(1U, 86400U));
-    app.add_option("--keep", options.keep_seconds,
-                   "Keep the last SECONDS of the stream for clients that ask for it")
-        ->option_text("SECONDS")
-        ->check(CLI::Range(1U, kLongestKeep));
-    app.add_flag(
-        "--once", options.end_after_first_source,
-        "End after the first stream of a TCP source, a server or a file has been delivered");
-}
-
-void define_clients(CLI::App& app, Options& options) {
     app.add_option("--latency", options.latency_ms,
                    "Send to each client once in this many ms (default 20; 0: send at once)")
         ->option_text("MS")
@@ -181,10 +184,6 @@ void define_clients(CLI::App& app, Options& options) {
                    "Accept at most N clients (default: as many as the limit of open files allows)")
         ->option_text("N")
         ->check(CLI::Range(1U, 10000000U));
-    app.add_option("--name", options.channel_name,
-                   "The name of the channel, for HTTP (default stream)")
-        ->option_text("NAME")
-        ->check(is_channel_name);
     app.add_option("--cors", options.cors_origin,
                    "Let web pages of this origin read the stream (* for all)")
         ->option_text("ORIGIN")
@@ -195,7 +194,7 @@ void define_access(CLI::App& app, Options& options) {
     app.add_option("--allow", options.allowed_networks,
                    "Accept only clients of this network, such as 10.0.0.0/8; repeat it for more")
         ->option_text("NETWORK")
-        ->check(is_network)
+        ->check(parses(parse_network))
         ->allow_extra_args(false);
     app.add_option("--max-per-address", options.max_per_address,
                    "Accept at most N clients of one address (default: no limit)")
@@ -238,34 +237,53 @@ void define_service(CLI::App& app, Options& options) {
     app.add_option("--pid-file", options.pid_file, "Write the process ID to FILE")
         ->option_text("FILE")
         ->check(is_given());
-    app.set_config("--config", "", "Read options from an INI or TOML file")
-        ->option_text("FILE")
-        ->check(CLI::ExistingFile);
-    app.allow_config_extras(CLI::config_extras_mode::error);
+}
+
+}  // namespace
+
+void define_channel(CLI::App& app, ChannelOptions& channel, const std::string& send) {
+    define_urls(app, channel, send);
+    app.add_option("--source-timeout", channel.source_timeout_seconds,
+                   "Give up a silent source after this long (default 10)")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, 86400U));
+    app.add_option("--interface", channel.interface,
+                   "Join a multicast group on this network interface")
+        ->option_text("NAME");
+    app.add_option("--fifo-size", channel.fifo_bytes,
+                   "Let sending lag behind receiving by up to SIZE bytes (default 4m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+    app.add_option("--client-buffer", channel.client_buffer_bytes,
+                   "Let each client lag by up to SIZE bytes (default 1m)")
+        ->option_text("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(kSmallestBuffer, kLargestBuffer));
+    app.add_option("--keep", channel.keep_seconds,
+                   "Keep the last SECONDS of the stream for clients that ask for it")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, kLongestKeep));
+}
+
+void define_on_demand(CLI::App& app, OnDemandOptions& options) {
+    app.add_option("--networks", options.networks)->check(parses(parse_network));
+    app.add_option("--interface", options.interface);
+    app.add_option("--linger", options.linger_seconds)->check(CLI::Range(0U, 86400U));
+    app.add_option("--most", options.most)->check(CLI::Range(1U, 10000U));
 }
 
 void define(CLI::App& app, Options& options) {
     tools::define_common(app, zxcommon_api_version());
-    define_stream(app, options);
+    define_channel(app, options.channel, "--send");
+    app.add_flag(
+        "--once", options.channel.once,
+        "End after the first stream of a TCP source, a server or a file has been delivered");
     define_clients(app, options);
     define_access(app, options);
     define_reports(app, options);
     define_service(app, options);
     app.footer(kNotes);
-}
-
-}  // namespace
-
-Options parse_options(int argc, char** argv) {
-    Options options;
-    CLI::App app("Relays an MPEG transport stream to any number of clients.", "zxrelay");
-    define(app, options);
-    tools::parse(app, argc, argv);
-    if (!options.log_file.empty()) {
-        options.log_file = std::filesystem::absolute(options.log_file);
-    }
-    options.print_stats = !options.daemon && (options.print_stats || isatty(STDOUT_FILENO) == 1);
-    return options;
 }
 
 }  // namespace relay

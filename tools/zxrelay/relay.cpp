@@ -5,13 +5,15 @@
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <string>
 
+#include "demand.hpp"
 #include "monitor.hpp"
 #include "server/log.hpp"
 #include "server/notify.hpp"
+#include "server/watchdog.hpp"
+#include "stations.hpp"
 #include "status/service.hpp"
 #include "stream/roster.hpp"
 #include "stream/senders.hpp"
@@ -31,7 +33,8 @@ constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
 constexpr std::uint64_t kOtherDescriptors = 24;
 constexpr std::uint64_t kInputDescriptors = 8;    // of each input, with those of a transfer
-constexpr std::uint64_t kSenderDescriptors = 3;   // its epoll instance, its inbox, its queue
+constexpr std::uint64_t kDemandDescriptors = 3;   // of each channel on demand, beside its queues
+constexpr std::uint64_t kSenderDescriptors = 2;   // its epoll instance and its inbox
 constexpr std::uint64_t kStatusDescriptors = 68;  // its connections, and those of the server itself
 constexpr std::uint64_t kMostClients = 10000000;
 
@@ -55,12 +58,6 @@ int wait_for_signal(const sigset_t& set, std::uint64_t micros) {
     return number > 0 ? number : 0;
 }
 
-std::vector<std::string> all_inputs(const Options& options) {
-    std::vector<std::string> urls = options.backup_urls;
-    urls.insert(urls.begin(), options.input_url);
-    return urls;
-}
-
 Sender::Settings sender_settings(const Options& options) {
     Sender::Settings settings{};
     settings.latency_us = options.latency_ms * std::uint64_t{1000};
@@ -70,21 +67,27 @@ Sender::Settings sender_settings(const Options& options) {
     return settings;
 }
 
-ChannelSettings channel_settings(const Options& options, const std::string& input) {
-    ChannelSettings settings{options.channel_name, static_cast<std::uint32_t>(options.fifo_bytes),
-                             options.client_buffer_bytes, options.keep_seconds * kMicro};
-    settings.source = input;
-    return settings;
+std::uint64_t channel_descriptors(const Config& config) {
+    const std::uint64_t queues = config.options.senders + std::uint64_t{1};
+    std::uint64_t sum = config.on_demand.networks.empty()
+                            ? 0
+                            : config.on_demand.most * (kDemandDescriptors + queues);
+    for (const ChannelOptions& channel : config.channels) {
+        sum += kInputDescriptors * (1 + channel.backup_urls.size()) + channel.send_urls.size() +
+               queues;
+    }
+    return sum;
 }
 
-// Every client needs a descriptor. The source, the log, the status page and the connections that
+// Every client needs a descriptor. The channels, the log, the status page and the connections that
 // are just being refused need some, too.
-unsigned max_clients(const Options& options) {
+unsigned max_clients(const Config& config) {
+    const Options& options = config.options;
     const std::uint64_t farewells = Farewells::kMost * (1 + std::uint64_t{options.senders});
     const std::uint64_t status = options.status_address.empty() ? 0 : kStatusDescriptors;
-    const std::uint64_t inputs = kInputDescriptors * (1 + options.backup_urls.size());
     const std::uint64_t senders = kSenderDescriptors * options.senders;
-    const std::uint64_t others = kOtherDescriptors + inputs + senders + farewells + status;
+    const std::uint64_t others =
+        kOtherDescriptors + channel_descriptors(config) + senders + farewells + status;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const std::uint64_t allowed =
@@ -97,40 +100,57 @@ unsigned max_clients(const Options& options) {
         options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
 }
 
-Admission::Rules admission_rules(const Options& options) {
-    Admission::Rules rules{max_clients(options), options.max_per_address, {}};
-    std::ranges::transform(options.allowed_networks, std::back_inserter(rules.allowed),
+Admission::Rules admission_rules(const Config& config) {
+    Admission::Rules rules{max_clients(config), config.options.max_per_address, {}};
+    std::ranges::transform(config.options.allowed_networks, std::back_inserter(rules.allowed),
                            parse_network);
     return rules;
 }
 
+// What the relay receives, for people.
+std::string sources_of(const Config& config) {
+    if (config.channels.size() == 1) {
+        return parse_url(config.channels.front().input_url).shown();
+    }
+    return std::to_string(config.channels.size()) + " channels";
+}
+
+InputPool open_all_inputs(const Config& config) {
+    InputPool pool;
+    for (const ChannelOptions& channel : config.channels) {
+        pool.add(input_urls(channel), channel.interface);
+    }
+    return pool;
+}
+
 }  // namespace
 
-Relay::Relay(const Options& options)
-    : options_(options),
-      output_(parse_output(options.output_address)),
-      inputs_(open_inputs(all_inputs(options), options.multicast_interface)),
+Relay::Relay(const CommandLine& command_line, const Config& config)
+    : command_line_(command_line),
+      options_(config.options),
+      config_(config),
+      output_(parse_output(options_.output_address)),
+      inputs_(open_all_inputs(config)),
       listener_(open_listener(output_, kBacklog)) {
-    if (!options.status_address.empty()) {
-        status_ = parse_output(options.status_address);
+    if (!options_.status_address.empty()) {
+        status_ = parse_output(options_.status_address);
         status_listener_ = open_listener(*status_, kBacklog);
     }
 }
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
+    const bool is_changed = watchdog::has_reloaded() && read_again();
     Board board(options_.senders);
     Roster roster;
-    const std::string input = inputs_.front().url.shown();
-    const auto channel =
-        std::make_shared<Channel>(channel_settings(options_, input), options_.senders);
-    Senders senders(std::move(listener_), sender_settings(options_), options_.senders,
-                    admission_rules(options_), roster, board);
-    senders.change({}, {channel});
+    std::optional<DemandStations> demand;  // before the senders run
+    Sender::Settings settings = sender_settings(options_);
+    settings.on_demand = [&demand](const std::string& name) { return demand->ask(name); };
+    Senders senders(std::move(listener_), settings, options_.senders, admission_rules(config_),
+                    roster, board);
+    const Surroundings around{options_.senders, options_.latency_ms == 0};
+    Stations stations(senders, around, std::move(inputs_));
+    demand.emplace(config_.on_demand, config_.options.channel, senders, around);
     Monitor monitor(roster);
-    Inputs inputs(std::move(inputs_),
-                  {options_.source_timeout_seconds, options_.end_after_first_source,
-                   options_.latency_ms == 0},
-                  *channel);
     std::optional<StatusServer> status;
     if (status_) {
         status.emplace(std::move(status_listener_), *status_,
@@ -139,20 +159,27 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
                        roster, board);
     }
     senders.start();
-    inputs.start();
+    if (is_changed) {
+        stations.change(config_.channels);  // as the worker before this one
+    } else {
+        stations.start(config_.channels);
+    }
+    demand->start();
     Notifier notifier;
-    announce_up(notifier, input);
+    announce_up(notifier);
     on_up();
     const auto goes_on = [&] {
         notifier.keep_alive(static_cast<unsigned>(roster.total().clients), senders.are_live());
         if (options_.print_stats) {
             monitor.print_when_due();
         }
-        return !inputs.finished() || !channel->empty() || !senders.drained();
+        return !config_.on_demand.networks.empty() || !stations.finished() || !senders.drained();
     };
-    const End end = run_main_loop(signals, log_file, notifier, goes_on);
+    const auto load = [&] { reload(stations, *demand); };
+    const End end = run_main_loop(signals, notifier, log_file, load, goes_on);
     Notifier::announce_end();
-    inputs.stop();
+    stations.stop();
+    demand->stop();
     senders.stop();
     if (options_.print_stats) {
         monitor.print();
@@ -160,19 +187,19 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     return end;
 }
 
-void Relay::announce_up(const Notifier& notifier, const std::string& input) const {
-    const std::string what = "relaying " + input + " to clients of " + output_.text();
+void Relay::announce_up(const Notifier& notifier) const {
+    const std::string what = "relaying " + sources_of(config_) + " to clients of " + output_.text();
     log({Level::notice, kTag}, "%s", what.c_str());
     notifier.announce_up(what);
 }
 
-Relay::End Relay::run_main_loop(const sigset_t& signals, Log& log_file, const Notifier& notifier,
-                                const std::function<bool()>& goes_on) const {
-    const std::uint64_t wait_us =
-        notifier.wait_us(options_.end_after_first_source ? kMicro / 20 : kMicro);
+Relay::End Relay::run_main_loop(const sigset_t& signals, const Notifier& notifier, Log& log_file,
+                                const std::function<void()>& reload,
+                                const std::function<bool()>& goes_on) {
     do {
         log_file.rotate_when_due();
-        const int number = wait_for_signal(signals, wait_us);
+        const int number =
+            wait_for_signal(signals, notifier.wait_us(is_once() ? kMicro / 20 : kMicro));
         if (number == SIGINT || number == SIGTERM) {
             log({Level::notice, kTag}, "ended by signal %d", number);
             return End::signal;
@@ -181,10 +208,47 @@ Relay::End Relay::run_main_loop(const sigset_t& signals, Log& log_file, const No
             show_memory();
         } else if (number == SIGHUP) {
             log_file.reopen();
+            reload();
         }
     } while (goes_on());
     log({Level::notice, kTag}, "%s", "the stream is delivered");
     return End::delivered;
+}
+
+bool Relay::is_once() const {
+    return config_.options.channel.once;
+}
+
+bool Relay::read_again() {
+    try {
+        config_ = command_line_.read();
+        return true;
+    } catch (const std::exception& failure) {
+        log({Level::error, kTag}, "the configuration is refused, and nothing changes: %s",
+            failure.what());
+        return false;
+    }
+}
+
+void Relay::reload(Stations& stations, DemandStations& demand) {
+    const auto before = config_.fixed;
+    if (config_.file.empty() || !read_again()) {
+        return;
+    }
+    watchdog::note_reload();
+    for (const std::string& name : changed_options(before, config_.fixed)) {
+        log({Level::warning, kTag}, "the option %s changes only when zxrelay is restarted",
+            name.c_str());
+    }
+    const Stations::Changes changes = stations.change(config_.channels);
+    if (!options_.watchdog) {
+        stations.drop_spare_inputs();  // the supervisor would hold them anyway
+    }
+    demand.change(config_.on_demand, config_.options.channel);
+    log({Level::notice, kTag},
+        "the configuration is read again: %zu channels opened, %zu closed, %zu not opened, %zu "
+        "go on",
+        changes.opened, changes.closed, changes.failed, changes.kept);
 }
 
 }  // namespace relay

@@ -7,7 +7,7 @@ _zxrelay() {
         --interface) mapfile -t COMPREPLY < <(cd /sys/class/net && compgen -f -- "$word"); return ;;
         --user) mapfile -t COMPREPLY < <(compgen -u -- "$word"); return ;;
         --log-level) mapfile -t COMPREPLY < <(compgen -W '0 1 2 3 4 5' -- "$word"); return ;;
-        -i | --input | --backup | --source-timeout | -o | --output | --status | --log-keep | --fifo-size | \
+        -i | --input | --backup | --send | --source-timeout | -o | --output | --status | --log-keep | --fifo-size | \
             --client-buffer | --stall | --keep | --latency | --senders | --memory | --max-clients | --name | --cors | \
             --allow | --max-per-address | --token) return ;;
     esac

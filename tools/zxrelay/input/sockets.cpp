@@ -33,30 +33,6 @@ bool set_option(int fd, int level, int name, int value) {
     return setsockopt(fd, level, name, &value, sizeof value) == 0;
 }
 
-bool is_multicast(const sockaddr_storage& address) {
-    if (address.ss_family == AF_INET) {
-        sockaddr_in in{};
-        std::memcpy(&in, &address, sizeof in);
-        return IN_MULTICAST(ntohl(in.sin_addr.s_addr));
-    }
-    sockaddr_in6 in6{};
-    std::memcpy(&in6, &address, sizeof in6);
-    return IN6_IS_ADDR_MULTICAST(&in6.sin6_addr) != 0;
-}
-
-// Returns 0, which lets the kernel choose, for no name.
-unsigned index_of(const std::string& interface) {
-    std::uint8_t mac[ZXNET_MAC_SIZE];
-    if (interface.empty()) {
-        return 0;
-    }
-    if (const int code = zxnet_api_getIfaceMac_byte(interface.c_str(), mac); code != 0) {
-        throw Failure("there is no network interface " + interface + " (" + std::to_string(code) +
-                      ", see the log)");
-    }
-    return if_nametoindex(interface.c_str());
-}
-
 // Groups of one link, such as ff02::1234, belong to an interface: without it, bind() refuses them.
 void set_scope(sockaddr_storage& address, unsigned interface) {
     sockaddr_in6 in6{};
@@ -65,12 +41,6 @@ void set_scope(sockaddr_storage& address, unsigned interface) {
         in6.sin6_scope_id = interface;
         std::memcpy(&address, &in6, sizeof in6);
     }
-}
-
-sockaddr_storage stored(const addrinfo& info) {
-    sockaddr_storage address{};
-    std::memcpy(&address, info.ai_addr, info.ai_addrlen);
-    return address;
 }
 
 void join(int fd, const sockaddr_storage& group, const Url& url, unsigned interface) {
@@ -96,7 +66,7 @@ zxcommon::Descriptor open_datagram_socket(const Url& url, const std::string& int
     if (!is_group && !url.sender.empty()) {
         throw Failure("'" + url.text + "' names a sender, but no multicast address");
     }
-    const unsigned interface = is_group ? index_of(interface_name) : 0;
+    const unsigned interface = is_group ? interface_index(interface_name) : 0;
     set_scope(address, interface);
     zxcommon::Descriptor fd(
         socket(address.ss_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -134,6 +104,35 @@ zxcommon::Descriptor open_file(const Url& url) {
 }
 
 }  // namespace
+
+bool is_multicast(const sockaddr_storage& address) {
+    if (address.ss_family == AF_INET) {
+        sockaddr_in in{};
+        std::memcpy(&in, &address, sizeof in);
+        return IN_MULTICAST(ntohl(in.sin_addr.s_addr));
+    }
+    sockaddr_in6 in6{};
+    std::memcpy(&in6, &address, sizeof in6);
+    return IN6_IS_ADDR_MULTICAST(&in6.sin6_addr) != 0;
+}
+
+sockaddr_storage stored(const addrinfo& info) {
+    sockaddr_storage address{};
+    std::memcpy(&address, info.ai_addr, info.ai_addrlen);
+    return address;
+}
+
+unsigned interface_index(const std::string& interface) {
+    std::uint8_t mac[ZXNET_MAC_SIZE];
+    if (interface.empty()) {
+        return 0;
+    }
+    if (const int code = zxnet_api_getIfaceMac_byte(interface.c_str(), mac); code != 0) {
+        throw Failure("there is no network interface " + interface + " (" + std::to_string(code) +
+                      ", see the log)");
+    }
+    return if_nametoindex(interface.c_str());
+}
 
 zxcommon::Descriptor open_input(const Url& url, const std::string& interface) {
     switch (url.scheme) {

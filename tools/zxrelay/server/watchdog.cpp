@@ -30,6 +30,7 @@ constexpr int kTerminateSteps = 2000;  // a worker that has not ended after thes
 struct Shared {
     std::atomic<pid_t> worker{0};
     std::atomic<Phase> phase{Phase::starting};
+    std::atomic<bool> has_reloaded{false};
 };
 
 Shared* g_shared = nullptr;  // null without a watchdog
@@ -160,6 +161,16 @@ void set_phase(Phase phase) {
     if (g_shared != nullptr) {
         g_shared->phase = phase;
     }
+}
+
+void note_reload() {
+    if (g_shared != nullptr) {
+        g_shared->has_reloaded = true;
+    }
+}
+
+bool has_reloaded() {
+    return g_shared != nullptr && g_shared->has_reloaded;
 }
 
 void end_with_supervisor() {

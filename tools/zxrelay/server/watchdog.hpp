@@ -19,6 +19,10 @@ void start(void (*at_end)());
 // without a watchdog.
 void set_phase(Phase phase);
 
+// Called by a worker that has read the configuration again. A later one finds that it was so.
+void note_reload();
+bool has_reloaded();
+
 // Called by the worker: the kernel will send it SIGTERM when the
 // supervisor dies.
 void end_with_supervisor();

@@ -3,12 +3,22 @@
 #include <algorithm>
 #include <utility>
 
+#include "stream/lock_table.hpp"
+
 namespace relay {
 
 Channel::Channel(ChannelSettings settings, std::size_t queues) : settings_(std::move(settings)) {
+    const std::scoped_lock lock(lock_table_mutex());  // each queue has a lock
+    std::vector<std::unique_ptr<Queue>> made;
     for (std::size_t i = 0; i < queues; ++i) {
-        queues_.push_back(std::make_unique<Queue>(settings_.fifo_bytes));
+        made.push_back(std::make_unique<Queue>(settings_.fifo_bytes));
     }
+    queues_ = std::move(made);
+}
+
+Channel::~Channel() {
+    const std::scoped_lock lock(lock_table_mutex());
+    queues_.clear();
 }
 
 bool Channel::push(std::span<const std::uint8_t> packets) {

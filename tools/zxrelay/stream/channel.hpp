@@ -31,6 +31,9 @@ class Channel {
 public:
     // Throws a Failure.
     explicit Channel(ChannelSettings settings, std::size_t queues = 1);
+    ~Channel();
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
 
     // These are for the one thread that receives at a time.
     // Returns false if a queue has no room; then its sender misses the packets.

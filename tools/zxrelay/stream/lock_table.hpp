@@ -1,13 +1,17 @@
 // The library's table of locks, for the status page.
 #pragma once
 
+#include <mutex>
 #include <vector>
 
 #include "stream/snapshot.hpp"
 
 namespace relay {
 
-// No other thread may make or destroy locks during the call.
+// Who makes or destroys locks while the senders run holds this mutex.
+std::mutex& lock_table_mutex();
+
+// Holds the mutex during the call.
 std::vector<LockView> view_locks();
 
 }  // namespace relay

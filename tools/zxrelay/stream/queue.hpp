@@ -27,6 +27,7 @@ public:
     std::size_t pop(std::span<std::uint8_t> room);
 
     [[nodiscard]] bool empty() const { return fifo_.used() == 0; }
+    [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(fifo_.used()); }
     // True if the consumer should not wait until more comes: half of the queue is in use, or as
     // much as the caches of a processor hold.
     [[nodiscard]] bool has_much() const;

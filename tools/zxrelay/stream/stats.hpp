@@ -16,6 +16,8 @@ struct CountersOf {
     Number bytes_out{0};
     Number dropped_slow_client{0};  // messages, counted once for every client
     Number clients{0};              // that are connected now
+    Number datagrams_sent{0};       // to --send
+    Number datagrams_unsent{0};     // which the kernel has refused
 };
 
 using Counters = CountersOf<std::uint64_t>;
@@ -28,14 +30,17 @@ inline Counters operator+(const Counters& a, const Counters& b) {
             a.datagrams_lost + b.datagrams_lost,
             a.bytes_out + b.bytes_out,
             a.dropped_slow_client + b.dropped_slow_client,
-            a.clients + b.clients};
+            a.clients + b.clients,
+            a.datagrams_sent + b.datagrams_sent,
+            a.datagrams_unsent + b.datagrams_unsent};
 }
 
 // The counters of a channel.
 struct Stats : CountersOf<std::atomic<std::uint64_t>> {
     [[nodiscard]] Counters read() const {
-        return {bytes_in,       messages_in, dropped_fifo_full,   bytes_no_stream,
-                datagrams_lost, bytes_out,   dropped_slow_client, clients};
+        return {bytes_in,       messages_in,     dropped_fifo_full,   bytes_no_stream,
+                datagrams_lost, bytes_out,       dropped_slow_client, clients,
+                datagrams_sent, datagrams_unsent};
     }
 };
 

@@ -1,0 +1,160 @@
+#include "config/config.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "common/command_line.hpp"
+#include "common/failure.hpp"
+#include "config/table.hpp"
+
+namespace relay {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kChannel[] = "channel";
+constexpr char kOnDemand[] = "on-demand";
+
+// The options with what they have found.
+struct Reader {
+    explicit Reader(const fs::path& folder);
+    Config finish();
+
+    CLI::App app{"Relays an MPEG transport stream to any number of clients.", "zxrelay"};
+    Config config;
+
+private:
+    void read_file(const fs::path& path);
+    void add_channel(const Table& table);
+    void refuse_own_channel() const;
+    void note_fixed();
+
+    const fs::path folder_;
+    std::string path_;
+    std::optional<Table> file_;
+};
+
+Reader::Reader(const fs::path& folder) : folder_(folder) {
+    define(app, config.options);
+    app.add_option("--config", path_, "Read options and channels from a TOML file")
+        ->option_text("FILE")
+        ->configurable(false)
+        ->each([this](const std::string& path) { read_file(folder_ / path); });
+}
+
+// The command line is read by now, but not checked yet.
+void Reader::read_file(const fs::path& path) {
+    config.file = path;
+    file_ = Table::read(path);
+    file_->set(app, {kChannel, kOnDemand});
+}
+
+// Called when all options are read.
+Config Reader::finish() {
+    Options& options = config.options;
+    if (!options.log_file.empty()) {
+        options.log_file = folder_ / options.log_file;
+    }
+    options.print_stats = !options.daemon && (options.print_stats || isatty(STDOUT_FILENO) == 1);
+    if (file_) {
+        for (const Table& table : file_->tables(kChannel)) {
+            add_channel(table);
+        }
+        for (const Table& table : file_->tables(kOnDemand)) {
+            CLI::App demand;
+            config.on_demand.interface = options.channel.interface;
+            define_on_demand(demand, config.on_demand);
+            table.set(demand);
+        }
+    }
+    note_fixed();
+    if (!config.channels.empty()) {
+        refuse_own_channel();
+    } else if (!options.channel.input_url.empty()) {
+        config.channels.push_back(options.channel);
+    } else if (config.on_demand.networks.empty()) {
+        throw tools::Failure("--input is required");
+    }
+    return config;
+}
+
+void Reader::add_channel(const Table& table) {
+    ChannelOptions channel = config.options.channel;
+    CLI::App keys;
+    define_channel(keys, channel, "--outputs");
+    table.set(keys);
+    for (const char* const key : {"name", "input"}) {
+        if (!table.has(key)) {
+            table.refuse(key, std::string("a channel needs a key '") + key + "'");
+        }
+    }
+    if (std::ranges::any_of(config.channels,
+                            [&](const auto& other) { return other.name == channel.name; })) {
+        table.refuse("name", "there are two channels '" + channel.name + "'");
+    }
+    config.channels.push_back(std::move(channel));
+}
+
+// All options but those of channels, which are opened again with what is new.
+void Reader::note_fixed() {
+    CLI::App own;
+    ChannelOptions channel;
+    define_channel(own, channel, "--send");
+    own.add_flag("--once,--config");
+    for (const CLI::Option* const option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() != 0 && own.get_option_no_throw(name) == nullptr) {
+            config.fixed[name] = CLI::detail::join(option->results());
+        }
+    }
+}
+
+// It would be one more channel, in a second way.
+void Reader::refuse_own_channel() const {
+    for (const char* const option : {"--input", "--backup", "--send", "--name"}) {
+        if (app.count(option) != 0) {
+            throw tools::Failure(std::string(option) + " does not go with the channels of " +
+                                 config.file);
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> changed_options(const std::map<std::string, std::string>& before,
+                                         const std::map<std::string, std::string>& now) {
+    std::vector<std::pair<std::string, std::string>> differ;
+    std::ranges::set_symmetric_difference(before, now, std::back_inserter(differ));
+    std::vector<std::string> names;
+    std::ranges::transform(differ, std::back_inserter(names),
+                           [](const auto& option) { return option.first; });
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+CommandLine::CommandLine(int argc, char** argv)
+    : arguments_(argv + 1, argv + argc), folder_(fs::current_path()) {}
+
+Config CommandLine::read_or_exit() const {
+    Reader reader(folder_);
+    try {
+        tools::parse(reader.app, arguments_);
+        return reader.finish();
+    } catch (const tools::Failure& failure) {
+        tools::exit_misused(reader.app, failure.what());
+    }
+}
+
+Config CommandLine::read() const {
+    Reader reader(folder_);
+    try {
+        reader.app.parse(std::vector<std::string>(arguments_.rbegin(), arguments_.rend()));
+    } catch (const CLI::Error& error) {
+        throw tools::Failure(error.what());
+    }
+    return reader.finish();
+}
+
+}  // namespace relay

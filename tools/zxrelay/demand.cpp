@@ -1,0 +1,218 @@
+#include "demand.hpp"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "common/failure.hpp"
+#include "zxcommon.hpp"
+#include "zxtime.h"
+
+namespace relay {
+namespace {
+
+using zxcommon::Level, zxcommon::log;
+
+constexpr char kTag[] = "RELAY";
+constexpr std::uint64_t kMicro = 1000000;
+constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // until the client that has asked is there
+constexpr int kStepMs = 1000;
+constexpr unsigned kRank = 1U << 20U;  // after the channels of the configuration
+
+// The address of a text in digits; nothing for a name: strangers cause no look-ups.
+std::optional<Address> address_in(const std::string& text) {
+    try {
+        return parse_network(text).address;
+    } catch (const tools::Failure&) {
+        return std::nullopt;
+    }
+}
+
+bool is_group(const Address& address) {
+    const bool is_v4 = contains({parse_network("0.0.0.0/0")}, address);
+    return is_v4 ? (address[12] & 0xf0U) == 0xe0U : address[0] == 0xffU;
+}
+
+// The URL of "udp/GROUP:PORT", if it is one.
+std::optional<Url> url_of(const std::string& name) {
+    const std::size_t slash = name.find('/');
+    const std::string scheme = name.substr(0, slash);
+    if (slash == std::string::npos || (scheme != "udp" && scheme != "rtp")) {
+        return std::nullopt;
+    }
+    try {
+        return parse_url(scheme + "://" + name.substr(slash + 1));
+    } catch (const tools::Failure&) {
+        return std::nullopt;
+    }
+}
+
+Demand judge(const std::string& name, const std::vector<Network>& networks) {
+    const std::optional<Url> url = url_of(name);
+    if (!url || networks.empty()) {
+        return Demand::unknown;
+    }
+    const auto address = address_in(url->endpoint.host);
+    if (!address || (!url->sender.empty() && !address_in(url->sender))) {
+        return Demand::unknown;
+    }
+    return is_group(*address) && contains(networks, *address) ? Demand::coming : Demand::forbidden;
+}
+
+std::vector<Network> parse_networks(const OnDemandOptions& options) {
+    std::vector<Network> networks;
+    std::ranges::transform(options.networks, std::back_inserter(networks), parse_network);
+    return networks;
+}
+
+std::unique_ptr<Station> open_station(const std::string& name, ChannelOptions options,
+                                      const Surroundings& around) {
+    options.name = name;
+    options.input_url = url_of(name)->text;
+    const ChannelSettings settings{name,
+                                   static_cast<std::uint32_t>(options.fifo_bytes),
+                                   options.client_buffer_bytes,
+                                   options.keep_seconds * kMicro,
+                                   kRank,
+                                   false,
+                                   options.input_url};
+    auto inputs = open_inputs(input_urls(options), options.interface);
+    auto station = std::make_unique<Station>(options, settings, std::move(inputs), around);
+    station->start();
+    return station;
+}
+
+}  // namespace
+
+DemandStations::DemandStations(const OnDemandOptions& options, const ChannelOptions& usual,
+                               Senders& senders, const Surroundings& around)
+    : senders_(senders),
+      around_(around),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      worker_("relay-demand", [this](zxcommon::StopRequest&) { run(); }) {
+    if (!wake_) {
+        throw tools::system_failure("no descriptor for channels on demand");
+    }
+    change(options, usual);
+}
+
+void DemandStations::stop() {
+    interrupt_.raise();
+    worker_.stop();
+    for (const auto& [name, entry] : entries_) {
+        if (entry.station != nullptr) {
+            entry.station->stop();
+        }
+    }
+}
+
+Demand DemandStations::ask(const std::string& name) {
+    const std::scoped_lock lock(mutex_);
+    const Demand result = judge(name, networks_);
+    if (result != Demand::coming) {
+        return result;
+    }
+    if (!entries_.contains(name) && entries_.size() >= options_.most) {
+        return Demand::forbidden;
+    }
+    entries_[name].wanted_us = zxtime_api_upTimeUs();
+    wake();
+    return Demand::coming;
+}
+
+void DemandStations::change(const OnDemandOptions& options, const ChannelOptions& usual) {
+    const std::scoped_lock lock(mutex_);
+    options_ = options;
+    networks_ = parse_networks(options);
+    usual_ = usual;
+    usual_.interface = options.interface;
+    usual_.backup_urls.clear();
+    usual_.send_urls.clear();
+    usual_.once = false;
+}
+
+void DemandStations::run() {
+    while (!interrupt_.is_raised()) {
+        const bool is_idle = [this] {
+            const std::scoped_lock lock(mutex_);
+            return entries_.empty();
+        }();
+        if (interrupt_.wait(wake_.get(), is_idle ? kForever : kStepMs)) {
+            std::uint64_t count;
+            [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
+        }
+        open_asked();
+        close_idle();
+        failed_.report_when_due();
+    }
+}
+
+// The mutex is free while a socket is opened: nobody waits for that.
+void DemandStations::open_asked() {
+    std::vector<std::string> asked;
+    std::unique_lock lock(mutex_);
+    for (const auto& [name, entry] : entries_) {
+        if (entry.station == nullptr) {
+            asked.push_back(name);
+        }
+    }
+    const ChannelOptions usual = usual_;
+    for (const std::string& name : asked) {
+        lock.unlock();
+        std::unique_ptr<Station> station;
+        try {
+            station = open_station(name, usual, around_);
+            senders_.change({}, {station->channel()});
+        } catch (const std::exception& failure) {
+            if (failed_.admits()) {
+                log({Level::warning, kTag}, "the channel %s is not opened: %s", name.c_str(),
+                    failure.what());
+            }
+        }
+        lock.lock();
+        if (station == nullptr) {
+            entries_.erase(name);
+        } else {
+            entries_[name].station = std::move(station);
+        }
+    }
+}
+
+void DemandStations::close_idle() {
+    std::vector<std::unique_ptr<Station>> idle;
+    {
+        const std::scoped_lock lock(mutex_);
+        const std::uint64_t now = zxtime_api_upTimeUs();
+        for (auto at = entries_.begin(); at != entries_.end();) {
+            const bool is_idle = is_over(at->first, at->second, now);
+            if (is_idle) {
+                idle.push_back(std::move(at->second.station));
+            }
+            at = is_idle ? entries_.erase(at) : std::next(at);
+        }
+    }
+    for (const auto& station : idle) {
+        station->stop();
+        senders_.change({station->channel()}, {});
+    }
+}
+
+// One that was asked for just now is opened first.
+bool DemandStations::is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const {
+    if (entry.station == nullptr) {
+        return false;
+    }
+    if (entry.station->channel()->stats.clients != 0) {
+        entry.wanted_us = now_us;
+    }
+    const std::uint64_t linger_us = std::max(options_.linger_seconds * kMicro, kLeastLingerUs);
+    return now_us - entry.wanted_us >= linger_us || judge(name, networks_) != Demand::coming;
+}
+
+void DemandStations::wake() {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
+}
+
+}  // namespace relay

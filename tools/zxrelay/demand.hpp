@@ -1,0 +1,67 @@
+// The channels that clients open.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "config/network.hpp"
+#include "input/interrupt.hpp"
+#include "options.hpp"
+#include "server/log_limit.hpp"
+#include "station.hpp"
+#include "stream/on_demand.hpp"
+#include "stream/senders.hpp"
+#include "stream/worker.hpp"
+
+namespace relay {
+
+// A thread opens them, and closes them some seconds after the last client has left.
+class DemandStations {
+public:
+    // What the options leave open is taken from `usual`.
+    DemandStations(const OnDemandOptions& options, const ChannelOptions& usual, Senders& senders,
+                   const Surroundings& around);
+    ~DemandStations() { stop(); }
+    DemandStations(const DemandStations&) = delete;
+    DemandStations& operator=(const DemandStations&) = delete;
+
+    void start() { worker_.start(); }  // throws a Failure
+    void stop();
+
+    // `name`: such as udp/239.1.1.1:1234. Any thread may call it; it does not wait. If the channel
+    // cannot be opened, nothing comes.
+    Demand ask(const std::string& name);
+
+    // From now on these options hold. Channels whose address is no longer allowed are closed.
+    void change(const OnDemandOptions& options, const ChannelOptions& usual);
+
+private:
+    struct Entry {
+        std::unique_ptr<Station> station;  // null: the thread has not opened it yet
+        std::uint64_t wanted_us = 0;       // when somebody has wanted it last
+    };
+    void run();
+    void open_asked();
+    void close_idle();
+    [[nodiscard]] bool is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const;
+    void wake();
+
+    std::mutex mutex_;
+    OnDemandOptions options_;
+    ChannelOptions usual_;
+    std::vector<Network> networks_;
+    std::map<std::string, Entry> entries_;  // by name; only the thread removes one
+
+    Senders& senders_;
+    const Surroundings around_;
+    LogLimit failed_{"channels could not be opened on demand"};
+    Interrupt interrupt_;
+    zxcommon::Descriptor wake_;
+    Worker worker_;
+};
+
+}  // namespace relay

@@ -1,0 +1,40 @@
+// The sockets and files of inputs that were opened at the start of the relay.
+#pragma once
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "input/inputs.hpp"
+
+namespace relay {
+
+// They are opened before the relay changes its user and before the watchdog forks. An input that is
+// closed and opened again, in a new worker perhaps, takes its socket from here. The main thread
+// alone uses it.
+class InputPool {
+public:
+    // Opens these inputs. Throws a Failure.
+    void add(const std::vector<std::string>& urls, const std::string& interface);
+
+    // Returns inputs with descriptors of their own. What the pool does not have is opened. Throws a
+    // Failure.
+    std::vector<OpenInput> take(const std::vector<std::string>& urls, const std::string& interface);
+
+    // Tells that inputs that were taken are closed.
+    void give_back(const std::vector<std::string>& urls, const std::string& interface);
+
+    // Closes what nobody has taken.
+    void drop_spare();
+
+private:
+    struct Entry {
+        OpenInput input;
+        std::string interface;
+        bool is_taken = false;
+    };
+    Entry* find(const std::string& url, const std::string& interface, bool is_taken);
+    std::list<Entry> entries_;
+};
+
+}  // namespace relay

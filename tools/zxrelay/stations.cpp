@@ -1,0 +1,105 @@
+#include "stations.hpp"
+
+#include <algorithm>
+
+#include "common/failure.hpp"
+#include "zxcommon.hpp"
+
+namespace relay {
+namespace {
+
+using zxcommon::Level, zxcommon::log;
+
+constexpr char kTag[] = "RELAY";
+constexpr std::uint64_t kMicro = 1000000;
+
+ChannelSettings settings_of(const ChannelOptions& options, unsigned rank) {
+    return {options.name,
+            static_cast<std::uint32_t>(options.fifo_bytes),
+            options.client_buffer_bytes,
+            options.keep_seconds * kMicro,
+            rank,
+            true,
+            parse_url(options.input_url).shown()};
+}
+
+}  // namespace
+
+void Stations::start(const std::vector<ChannelOptions>& wanted) {
+    unsigned rank = 0;
+    for (const ChannelOptions& options : wanted) {
+        open(options, rank++);
+    }
+}
+
+Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
+    Changes changes;
+    changes.closed = close_unless(wanted);  // first: a new one may use the same port
+    changes.kept = stations_.size();
+    unsigned rank = 0;
+    for (const ChannelOptions& options : wanted) {
+        if (!has(options)) {
+            ++(try_open(options, rank) ? changes.opened : changes.failed);
+        }
+        ++rank;
+    }
+    return changes;
+}
+
+bool Stations::finished() const {
+    return !stations_.empty() &&
+           std::ranges::all_of(stations_, [](const auto& station) { return station->finished(); });
+}
+
+void Stations::stop() {
+    std::ranges::for_each(stations_, [](const auto& station) { station->stop(); });
+}
+
+void Stations::open(const ChannelOptions& options, unsigned rank) {
+    const std::vector<std::string> urls = input_urls(options);
+    auto inputs = pool_.take(urls, options.interface);
+    try {
+        auto station = std::make_unique<Station>(options, settings_of(options, rank),
+                                                 std::move(inputs), around_);
+        station->start();
+        senders_.change({}, {station->channel()});
+        stations_.push_back(std::move(station));
+    } catch (...) {
+        pool_.give_back(urls, options.interface);
+        throw;
+    }
+}
+
+bool Stations::try_open(const ChannelOptions& options, unsigned rank) {
+    try {
+        open(options, rank);
+        return true;
+    } catch (const std::exception& failure) {
+        log({Level::error, kTag}, "the channel %s is not opened: %s", options.name.c_str(),
+            failure.what());
+        return false;
+    }
+}
+
+bool Stations::has(const ChannelOptions& options) const {
+    return std::ranges::any_of(stations_,
+                               [&](const auto& station) { return station->options() == options; });
+}
+
+std::size_t Stations::close_unless(const std::vector<ChannelOptions>& wanted) {
+    return std::erase_if(stations_, [&](const auto& station) {
+        const bool is_wanted = std::ranges::find(wanted, station->options()) != wanted.end();
+        if (!is_wanted) {
+            close(*station);
+        }
+        return !is_wanted;
+    });
+}
+
+void Stations::close(Station& station) {
+    station.stop();
+    senders_.change({station.channel()}, {});
+    pool_.give_back(input_urls(station.options()), station.options().interface);
+}
+
+}  // namespace relay
