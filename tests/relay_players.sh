@@ -17,12 +17,12 @@ trap 'kill "${pids[@]}" 2>/dev/null || true; rm -rf "$work"' EXIT
 as_nobody=(env)
 [[ $(id -u) -ne 0 ]] || as_nobody=(setpriv --reuid nobody --regid nogroup --clear-groups)
 
-"$relay" --input tcp://127.0.0.1:25610 --output 127.0.0.1:25611 --name news --log "$work/log" &
+"$relay" --input tcp://127.0.0.1:25620 --output 127.0.0.1:25621 --name news --log "$work/log" &
 relay_pid=$!
 pids=("$relay_pid")
 until grep -qs relaying "$work/log"; do kill -0 "$relay_pid"; sleep 0.05; done
 ffmpeg -v error -re -f lavfi -i testsrc2=size=320x180:rate=25 -f lavfi -i sine=440 -t 300 -c:v libx264 \
-    -preset ultrafast -g 12 -c:a aac -f mpegts tcp://127.0.0.1:25610 2>/dev/null &
+    -preset ultrafast -g 12 -c:a aac -f mpegts tcp://127.0.0.1:25620 2>/dev/null &
 pids+=($!)
 
 # has_both FILE: it has pictures and sound that a player can decode.
@@ -31,14 +31,14 @@ has_both() {
         <(ffprobe -v fatal -show_entries stream=codec_name -of csv=p=0 "$1" | grep . | sort -u)
 }
 
-has_both http://127.0.0.1:25611/news
+has_both http://127.0.0.1:25621/news
 
-{ curl -sN --max-time 300 http://127.0.0.1:25611/news || true; } | head -c 300000 >"$work/curl.ts" # head ends curl
+{ curl -sN --max-time 300 http://127.0.0.1:25621/news || true; } | head -c 300000 >"$work/curl.ts" # head ends curl
 has_both "$work/curl.ts"
 
 # The playlist is read, its one channel is opened, and what comes is unpacked and packed again.
 HOME=$work/vlc timeout 300 "${as_nobody[@]}" vlc --intf dummy --quiet \
-    --sout "#std{access=file,mux=ts,dst=$work/vlc/out.ts}" http://127.0.0.1:25611/playlist.m3u \
+    --sout "#std{access=file,mux=ts,dst=$work/vlc/out.ts}" http://127.0.0.1:25621/playlist.m3u \
     >"$work/vlc.log" 2>&1 &
 vlc_pid=$!
 pids+=("$vlc_pid")
