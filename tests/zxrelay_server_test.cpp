@@ -106,11 +106,11 @@ protected:
     void start_daemon(const std::string& arguments) {
         relay.emplace("exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));
         ASSERT_EQ(relay->wait(), 0) << relay->errors();
-        supervisor = std::stoi(content_of(dir / "pid"));
+        watchdog = std::stoi(content_of(dir / "pid"));
     }
     void signal_supervisor(int number) const {
-        ASSERT_GT(supervisor, 0);  // 0 would be all processes around this one
-        kill(supervisor, number);
+        ASSERT_GT(watchdog, 0);  // 0 would be all processes around this one
+        kill(watchdog, number);
     }
 
     [[nodiscard]] bool logs(const std::string& text) const {
@@ -158,10 +158,10 @@ protected:
         return pids;
     }
 
-    // The worker of the supervisor, or 0 when there is none.
+    // The worker of the watchdog, or 0 when there is none.
     [[nodiscard]] pid_t worker() const {
         const std::vector<pid_t> all = relays();
-        const auto found = std::ranges::find_if(all, [&](pid_t pid) { return pid != supervisor; });
+        const auto found = std::ranges::find_if(all, [&](pid_t pid) { return pid != watchdog; });
         return found != all.end() ? *found : 0;
     }
 
@@ -216,7 +216,7 @@ protected:
     int in_port = 0;
     int out_port = 0;
     std::optional<Process> relay;
-    pid_t supervisor = 0;
+    pid_t watchdog = 0;
 };
 
 TEST_F(RelayServer, TakesDatagramsAndLeavesOutWhatIsNoStream) {
@@ -549,19 +549,19 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
 
 TEST_F(RelayServer, DetachesAndEndsAsAWhole) {
     start_daemon("--watchdog");
-    EXPECT_NE(getsid(supervisor), getsid(0));
-    EXPECT_NE(getsid(supervisor), supervisor);
-    const fs::path proc = "/proc/" + std::to_string(supervisor);
+    EXPECT_NE(getsid(watchdog), getsid(0));
+    EXPECT_NE(getsid(watchdog), watchdog);
+    const fs::path proc = "/proc/" + std::to_string(watchdog);
     EXPECT_EQ(fs::read_symlink(proc / "cwd"), "/");
     EXPECT_EQ(fs::read_symlink(proc / "fd" / "1"), "/dev/null");
     const int port = out_port;
     expect_complaint(ZX_RELAY, with_usual("udp", "--daemon"), "belongs to a running relay");
     out_port = port;
-    EXPECT_EQ(std::stoi(content_of(dir / "pid")), supervisor);
+    EXPECT_EQ(std::stoi(content_of(dir / "pid")), watchdog);
 
     signal_supervisor(SIGTERM);
     EXPECT_TRUE(comes_true([this] { return !fs::exists(dir / "pid"); }));
-    EXPECT_THAT(relays(), testing::AnyOf(testing::IsEmpty(), testing::ElementsAre(supervisor)));
+    EXPECT_THAT(relays(), testing::AnyOf(testing::IsEmpty(), testing::ElementsAre(watchdog)));
     expect_nothing_left();
 }
 
@@ -581,7 +581,7 @@ TEST_F(RelayServer, HasNoMoreRightsThanItsUser) {
     start_daemon(arguments);
     ASSERT_TRUE(comes_true([this] { return relays().size() == 2; }));  // those in between have gone
     const pid_t first = worker();
-    for (const pid_t pid : {supervisor, first}) {
+    for (const pid_t pid : {watchdog, first}) {
         EXPECT_THAT(content_of("/proc/" + std::to_string(pid) + "/status"),
                     testing::AllOf(HasSubstr("Uid:\t65534\t65534\t65534\t65534\n"),
                                    HasSubstr("Gid:\t65534\t65534\t65534\t65534\n"),
@@ -599,7 +599,7 @@ TEST_F(RelayServer, HasNoMoreRightsThanItsUser) {
     }
     fs::remove(dir / "log");
     fs::create_symlink(prey, dir / "log");
-    kill(first, SIGKILL);  // which the supervisor logs
+    kill(first, SIGKILL);  // which the watchdog logs
     EXPECT_TRUE(comes_true([&] {
         const pid_t now = worker();
         return now != 0 && now != first;

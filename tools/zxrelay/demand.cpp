@@ -1,21 +1,19 @@
 #include "demand.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "common/failure.hpp"
+#include "common/seconds.hpp"
 #include "zxcommon.hpp"
 #include "zxtime.h"
 
 namespace relay {
 namespace {
 
+using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr std::uint64_t kMicro = 1000000;
 constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // until the client that has asked is there
 constexpr int kStepMs = 1000;
 constexpr unsigned kRank = 1U << 20U;  // after the channels of the configuration
@@ -89,11 +87,7 @@ DemandStations::DemandStations(const OnDemandOptions& options, const ChannelOpti
                                Senders& senders, const Surroundings& around)
     : senders_(senders),
       around_(around),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       worker_("relay-demand", [this](zxcommon::StopRequest&) { run(); }) {
-    if (!wake_) {
-        throw tools::system_failure("no descriptor for channels on demand");
-    }
     change(options, usual);
 }
 
@@ -117,7 +111,7 @@ Demand DemandStations::ask(const std::string& name) {
         return Demand::forbidden;
     }
     entries_[name].wanted_us = zxtime_api_upTimeUs();
-    wake();
+    wake_.set();
     return Demand::coming;
 }
 
@@ -138,9 +132,8 @@ void DemandStations::run() {
             const std::scoped_lock lock(mutex_);
             return entries_.empty();
         }();
-        if (interrupt_.wait(wake_.get(), is_idle ? kForever : kStepMs)) {
-            std::uint64_t count;
-            [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
+        if (interrupt_.wait(wake_.fd(), is_idle ? kForever : kStepMs)) {
+            wake_.clear();
         }
         open_asked();
         close_idle();
@@ -208,11 +201,6 @@ bool DemandStations::is_over(const std::string& name, Entry& entry, std::uint64_
     }
     const std::uint64_t linger_us = std::max(options_.linger_seconds * kMicro, kLeastLingerUs);
     return now_us - entry.wanted_us >= linger_us || judge(name, networks_) != Demand::coming;
-}
-
-void DemandStations::wake() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
 }
 
 }  // namespace relay

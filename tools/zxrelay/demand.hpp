@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/event.hpp"
 #include "config/network.hpp"
 #include "input/interrupt.hpp"
 #include "options.hpp"
@@ -48,7 +49,6 @@ private:
     void open_asked();
     void close_idle();
     [[nodiscard]] bool is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const;
-    void wake();
 
     std::mutex mutex_;
     OnDemandOptions options_;
@@ -60,7 +60,7 @@ private:
     const Surroundings around_;
     LogLimit failed_{"channels could not be opened on demand"};
     Interrupt interrupt_;
-    zxcommon::Descriptor wake_;
+    const tools::Event wake_;
     Worker worker_;
 };
 

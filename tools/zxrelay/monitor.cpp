@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "common/seconds.hpp"
 #include "zxlog.h"
 #include "zxt.h"
 #include "zxtime.h"
@@ -9,7 +10,8 @@
 namespace relay {
 namespace {
 
-constexpr std::uint64_t kMicro = 1000000;
+using tools::kMicro;
+
 constexpr std::uint8_t kAsBits = 1;
 
 struct Text {

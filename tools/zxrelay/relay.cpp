@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "common/seconds.hpp"
 #include "demand.hpp"
 #include "monitor.hpp"
 #include "server/log.hpp"
@@ -26,10 +27,10 @@
 namespace relay {
 namespace {
 
+using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr std::uint64_t kMicro = 1000000;
 constexpr int kBacklog = 128;
 constexpr std::uint64_t kOtherDescriptors = 24;
 constexpr std::uint64_t kInputDescriptors = 8;    // of each input, with those of a transfer
@@ -242,7 +243,7 @@ void Relay::reload(Stations& stations, DemandStations& demand) {
     }
     const Stations::Changes changes = stations.change(config_.channels);
     if (!options_.watchdog) {
-        stations.drop_spare_inputs();  // the supervisor would hold them anyway
+        stations.drop_spare_inputs();  // the watchdog would hold them anyway
     }
     demand.change(config_.on_demand, config_.options.channel);
     log({Level::notice, kTag},

@@ -3,15 +3,16 @@
 #include <algorithm>
 
 #include "common/failure.hpp"
+#include "common/seconds.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
 namespace {
 
+using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr std::uint64_t kMicro = 1000000;
 
 ChannelSettings settings_of(const ChannelOptions& options, unsigned rank) {
     return {options.name,

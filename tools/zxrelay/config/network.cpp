@@ -4,10 +4,10 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
 #include "common/failure.hpp"
+#include "common/number.hpp"
 
 namespace relay {
 namespace {
@@ -27,13 +27,6 @@ Address from_ipv6(const in6_addr& address) {
     Address all;
     std::memcpy(all.data(), &address, all.size());
     return all;
-}
-
-// Returns false if `text` is no number of at most `largest`.
-bool read_prefix(const std::string& text, unsigned largest, unsigned& prefix) {
-    const char* const end = text.data() + text.size();
-    const auto [at, code] = std::from_chars(text.data(), end, prefix);
-    return code == std::errc() && at == end && prefix <= largest;
 }
 
 }  // namespace
@@ -71,12 +64,13 @@ Network parse_network(const std::string& text) {
         throw tools::Failure("'" + text + "' is not a network such as 10.0.0.0/8 or 2001:db8::/32");
     }
     const unsigned largest = kBits - network.prefix;
-    unsigned prefix = largest;
-    if (slash != std::string::npos && !read_prefix(text.substr(slash + 1), largest, prefix)) {
+    const auto prefix =
+        slash == std::string::npos ? largest : tools::parse_number(text.substr(slash + 1));
+    if (!prefix || *prefix > largest) {
         throw tools::Failure("'" + text + "' must end in a number from 0 to " +
                              std::to_string(largest));
     }
-    network.prefix += prefix;
+    network.prefix += static_cast<unsigned>(*prefix);
     return network;
 }
 

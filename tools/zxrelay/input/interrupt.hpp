@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-#include "zxcommon.hpp"
+#include "common/event.hpp"
 
 namespace relay {
 
@@ -11,8 +11,6 @@ inline constexpr int kForever = -1;
 
 class Interrupt {
 public:
-    Interrupt();  // throws a Failure if there is no descriptor
-
     // From now on no wait lasts. Called by any thread.
     void raise();
 
@@ -27,10 +25,10 @@ public:
     [[nodiscard]] bool is_raised() const { return is_raised_; }
 
     // Readable after raise().
-    [[nodiscard]] int fd() const { return descriptor_.get(); }
+    [[nodiscard]] int fd() const { return event_.fd(); }
 
 private:
-    zxcommon::Descriptor descriptor_;
+    const tools::Event event_;
     std::atomic<bool> is_raised_{false};
 };
 

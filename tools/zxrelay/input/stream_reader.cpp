@@ -5,13 +5,15 @@
 #include <cerrno>
 #include <utility>
 
+#include "common/seconds.hpp"
 #include "zxtime.h"
 
 namespace relay {
 namespace {
 
+using tools::kMicro;
+
 constexpr int kWaitMs = 1000;
-constexpr std::uint64_t kMicro = 1000000;
 
 StreamEnd read_until_end(int fd, StreamFeeder& feeder, const Interrupt& interrupt,
                          Patience patience) {

@@ -1,8 +1,7 @@
 #include "output/target.hpp"
 
-#include <charconv>
-
 #include "common/failure.hpp"
+#include "common/number.hpp"
 
 namespace relay {
 namespace {
@@ -12,13 +11,11 @@ using tools::Failure;
 constexpr int kMostHops = 255;
 
 int hops(const std::string& value, const std::string& text) {
-    int number = 0;
-    const char* const end = value.data() + value.size();
-    const auto [stop, error] = std::from_chars(value.data(), end, number);
-    if (error != std::errc() || stop != end || number < 1 || number > kMostHops) {
+    const auto number = tools::parse_number(value);
+    if (!number || *number < 1 || *number > kMostHops) {
         throw Failure("'" + text + "': ttl must be from 1 to 255");
     }
-    return number;
+    return static_cast<int>(*number);
 }
 
 void set(Target& target, const std::string& pair) {

@@ -1,16 +1,17 @@
 #include "server/log_limit.hpp"
 
+#include "common/seconds.hpp"
 #include "zxcommon.hpp"
 #include "zxtime.h"
 
 namespace relay {
 namespace {
 
+using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kMostLines = 20;
-constexpr std::uint64_t kMicro = 1000000;
 
 }  // namespace
 

@@ -86,7 +86,7 @@ Service::Service(const Options& options) : options_(options) {
     }
 }
 
-// A supervisor that was killed could not remove the pid file. Its worker does that instead.
+// A watchdog that was killed could not remove the pid file. Its worker does that instead.
 Service::~Service() {
     if (watchdog::is_orphan()) {
         take_over_pid_file();
@@ -103,12 +103,12 @@ void Service::start(const User& user, Log& log) {
     }
     write_pid_file();
     allow_many_clients();
-    // The supervisor becomes the user, too: from here on, root opens and removes nothing.
+    // The watchdog becomes the user, too: from here on, root opens and removes nothing.
     user.become();
     log.settle();
     if (options_.watchdog) {
         watchdog::start(remove_pid_file);
-        watchdog::end_with_supervisor();
+        watchdog::end_with_watchdog();
     }
     if (options_.watchdog || !options_.run_as_user.empty()) {
         lock_pid_file_only();

@@ -26,7 +26,7 @@ constexpr char kTag[] = "RELAY";
 constexpr long kStepNs = 5000000;
 constexpr int kTerminateSteps = 2000;  // a worker that has not ended after these is killed
 
-// In a memory page that the supervisor and its workers share.
+// In a memory page that the watchdog and its workers share.
 struct Shared {
     std::atomic<pid_t> worker{0};
     std::atomic<Phase> phase{Phase::starting};
@@ -40,7 +40,7 @@ bool g_had_worker = false;
 void (*g_at_end)() = nullptr;
 
 // True while a worker runs. One that has ended does not count, even while its process ID is still
-// in use because the supervisor has not waited for it yet.
+// in use because the watchdog has not waited for it yet.
 bool has_living_worker() {
     siginfo_t info{};
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
@@ -98,7 +98,7 @@ void set_handler(int number, void (*handler)(int)) {
     sigaction(number, &action, nullptr);
 }
 
-// These three run before and after each fork of the watchdog. The supervisor handles signals only
+// These three run before and after each fork of the watchdog. The watchdog handles signals only
 // between forks, so that it loses no signal and misses no worker.
 void before_fork() {
     if (!g_is_supervisor) {
@@ -173,13 +173,13 @@ bool has_reloaded() {
     return g_shared != nullptr && g_shared->has_reloaded;
 }
 
-void end_with_supervisor() {
+void end_with_watchdog() {
     if (g_shared == nullptr) {
         return;
     }
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (is_orphan()) {
-        raise(SIGTERM);  // the supervisor died before prctl()
+        raise(SIGTERM);  // the watchdog died before prctl()
     }
 }
 

@@ -1,9 +1,9 @@
-// The supervisor of the relay: zxmd_api_watchdog(), but it can end.
+// The watchdog of the relay: zxmd_api_watchdog(), but it can end.
 //
 // The library's watchdog restarts a worker that ends for any reason, and never ends itself. The
 // handlers that run around each of its forks add what is missing: SIGTERM and SIGINT end the
-// supervisor together with its worker, and the supervisor ends when nothing is left to do. A worker
-// ends when its supervisor has died.
+// watchdog together with its worker, and the watchdog ends when nothing is left to do. A worker
+// ends when its watchdog has died.
 #pragma once
 
 namespace relay::watchdog {
@@ -11,11 +11,11 @@ namespace relay::watchdog {
 enum class Phase { starting, up, delivered };
 
 // Forks the workers and returns in each of them. The caller has blocked SIGHUP, SIGINT,
-// SIGTERM and SIGUSR1. The supervisor calls `at_end` before it exits; `at_end` must be safe in
+// SIGTERM and SIGUSR1. The watchdog calls `at_end` before it exits; `at_end` must be safe in
 // signal handlers.
 void start(void (*at_end)());
 
-// Called by the worker. The supervisor restarts a worker only if its phase is `up`. Does nothing
+// Called by the worker. The watchdog restarts a worker only if its phase is `up`. Does nothing
 // without a watchdog.
 void set_phase(Phase phase);
 
@@ -24,10 +24,10 @@ void note_reload();
 bool has_reloaded();
 
 // Called by the worker: the kernel will send it SIGTERM when the
-// supervisor dies.
-void end_with_supervisor();
+// watchdog dies.
+void end_with_watchdog();
 
-// Called by the worker. True if the supervisor has died.
+// Called by the worker. True if the watchdog has died.
 bool is_orphan();
 
 }  // namespace relay::watchdog

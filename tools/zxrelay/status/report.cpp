@@ -1,9 +1,9 @@
 #include "status/report.hpp"
 
-#include <charconv>
 #include <memory>
 #include <new>
 
+#include "common/number.hpp"
 #include "zxcommon.h"
 #include "zxjson.h"
 #include "zxmem.h"
@@ -72,12 +72,6 @@ std::string cut(std::string_view& text, std::string_view begin, std::string_view
     return found;
 }
 
-std::uint64_t number_of(const std::string& text) {
-    std::uint64_t number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
-}
-
 // The allocator offers its list only as HTML, so this takes the HTML apart.
 void add_memory(cJSON* root, std::string_view table) {
     cJSON* const memory = add_object(root, "memory");
@@ -87,11 +81,11 @@ void add_memory(cJSON* root, std::string_view table) {
     while (table.starts_with(kRowBegin)) {
         cJSON* const row = append_object(rows);
         const auto cell = [&] { return cut(table, kCellBegin, kCellEnd); };
-        add(row, "number", number_of(cell()));
+        add(row, "number", tools::parse_number(cell()).value_or(0));
         for (const char* key : {"address", "name", "time", "class", "size", "file"}) {
             add(row, key, cell());
         }
-        add(row, "line", number_of(cell()));
+        add(row, "line", tools::parse_number(cell()).value_or(0));
         cut(table, "", "</tr>");
         ++count;
     }

@@ -1,16 +1,16 @@
 #include "status/service.hpp"
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <system_error>
 #include <utility>
 
 #include "common/failure.hpp"
+#include "common/number.hpp"
+#include "common/seconds.hpp"
 #include "status/metrics.hpp"
 #include "status/page.hpp"
 #include "zxtime.h"
@@ -18,7 +18,8 @@
 namespace relay {
 namespace {
 
-constexpr std::uint64_t kMicro = 1000000;
+using tools::kMicro;
+
 constexpr unsigned kMemoryShare =
     20;                        // making the memory table takes at most a twentieth of the time
 constexpr int kPriority = 10;  // the stream comes first
@@ -42,20 +43,15 @@ StatusServer::StatusServer(zxcommon::Descriptor listener, const Endpoint& endpoi
       board_(board),
       start_us_(zxtime_api_upTimeUs()),
       sampled_us_(start_us_),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       http_(std::move(listener), endpoint),
       worker_("relay-status", [this](zxcommon::StopRequest& stop) { run(stop); }) {
-    if (wake_.get() < 0) {
-        throw tools::Failure("no descriptor for the status page");
-    }
     add_routes();
     follow_channels();
     worker_.start();
 }
 
 StatusServer::~StatusServer() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
+    wake_.set();
     worker_.stop();
 }
 
@@ -78,7 +74,7 @@ void StatusServer::add_routes() {
 void StatusServer::run(zxcommon::StopRequest& stop) {
     setpriority(PRIO_PROCESS, 0, kPriority);  // of this thread only
     while (!stop.seen()) {
-        pollfd fds[] = {{http_.fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
+        pollfd fds[] = {{http_.fd(), POLLIN, 0}, {wake_.fd(), POLLIN, 0}};
         poll(fds, std::size(fds), wait_ms());
         if (zxtime_api_upTimeUs() - sampled_us_ >= kMicro) {
             take_sample();
@@ -161,12 +157,11 @@ Answer StatusServer::health() const {
 }
 
 Answer StatusServer::disconnect(std::string_view id) const {
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(id.data(), id.data() + id.size(), number);
-    if (error != std::errc() || end != id.data() + id.size()) {
+    const auto number = tools::parse_number(id);
+    if (!number) {
         return {"The id of a client is a number.\n", kText, kBadRequest};
     }
-    settings_.disconnect(number);
+    settings_.disconnect(*number);
     return {"The client, if it is still there, is disconnected now.\n", kText, kAccepted};
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/event.hpp"
 #include "status/history.hpp"
 #include "status/http.hpp"
 #include "status/report.hpp"
@@ -71,7 +72,7 @@ private:
     Answer status_json_;
     Answer metrics_;
 
-    zxcommon::Descriptor wake_;
+    const tools::Event wake_;
     HttpServer http_;
     Worker worker_;
 };

@@ -1,6 +1,5 @@
 #include "stream/door.hpp"
 
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -51,20 +50,18 @@ const char* reason_for(Admission::Verdict verdict) {
 Door::Door(zxcommon::Descriptor listener, Admission& admission, Site site, GuestStats& stats,
            Take take)
     : socket_(std::move(listener)),
-      closed_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       admission_(admission),
       site_(std::move(site)),
       stats_(stats),
       take_(std::move(take)),
       farewells_(epoll_) {
-    if (!epoll_.add(socket_.get(), EPOLLIN) || !epoll_.add(closed_.get(), EPOLLIN)) {
+    if (!epoll_.add(socket_.get(), EPOLLIN) || !epoll_.add(closed_.fd(), EPOLLIN)) {
         throw tools::system_failure("cannot wait for clients");
     }
 }
 
 void Door::close() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(closed_.get(), &one, sizeof one);
+    closed_.set();
 }
 
 void Door::run(zxcommon::StopRequest& stop) {

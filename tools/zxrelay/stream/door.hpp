@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "common/event.hpp"
 #include "server/log_limit.hpp"
 #include "stream/admission.hpp"
 #include "stream/farewells.hpp"
@@ -41,7 +42,7 @@ private:
     void update_listening();
 
     zxcommon::Descriptor socket_;
-    zxcommon::Descriptor closed_;  // stays readable after close()
+    const tools::Event closed_;  // stays readable after close()
     Admission& admission_;
     const Site site_;
     GuestStats& stats_;

@@ -4,8 +4,8 @@
 #include <time.h>
 
 #include <algorithm>
-#include <charconv>
 
+#include "common/number.hpp"
 #include "stream/token.hpp"
 
 namespace relay {
@@ -116,16 +116,9 @@ std::optional<std::size_t> channel_of(const std::string& name, const Site& site)
     return is_clear ? std::optional<std::size_t>(found - site.channels.begin()) : std::nullopt;
 }
 
-std::optional<std::uint64_t> number_of(const std::string& text) {
-    std::uint64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [at, code] = std::from_chars(text.data(), end, number);
-    return code == std::errc() && at == end ? std::optional(number) : std::nullopt;
-}
-
 HttpAnswer stream(const HttpRequest& request, const Site& site, std::size_t channel) {
     const auto last = request.parameter("last");
-    const auto seconds = last ? number_of(*last) : std::nullopt;
+    const auto seconds = last ? tools::parse_number(*last) : std::nullopt;
     if (last && !seconds) {
         return {refusal(HTTP_STATUS_BAD_REQUEST, site), {}, {}, ""};
     }

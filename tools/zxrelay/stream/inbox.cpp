@@ -1,17 +1,6 @@
 #include "stream/inbox.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include "common/failure.hpp"
-
 namespace relay {
-
-Inbox::Inbox() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wake_) {
-        throw tools::system_failure("no descriptor for a sender");
-    }
-}
 
 void Inbox::change(const ChannelList& closed, const ChannelList& opened) {
     {
@@ -19,7 +8,7 @@ void Inbox::change(const ChannelList& closed, const ChannelList& opened) {
         content_.closed.insert(content_.closed.end(), closed.begin(), closed.end());
         content_.opened.insert(content_.opened.end(), opened.begin(), opened.end());
     }
-    wake();
+    wake_.set();
 }
 
 void Inbox::adopt(Guest guest) {
@@ -27,7 +16,7 @@ void Inbox::adopt(Guest guest) {
         const std::scoped_lock lock(mutex_);
         content_.guests.push_back(std::move(guest));
     }
-    wake();
+    wake_.set();
 }
 
 void Inbox::disconnect(std::uint64_t client) {
@@ -35,23 +24,17 @@ void Inbox::disconnect(std::uint64_t client) {
         const std::scoped_lock lock(mutex_);
         content_.disconnected.push_back(client);
     }
-    wake();
+    wake_.set();
 }
 
 void Inbox::close() {
     is_closed_ = true;
-    wake();
-}
-
-void Inbox::wake() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
+    wake_.set();
 }
 
 void Inbox::clear_wake() {
     if (!is_closed_) {
-        std::uint64_t count;
-        [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
+        wake_.clear();
     }
 }
 

@@ -7,15 +7,15 @@
 #include <utility>
 #include <vector>
 
+#include "common/event.hpp"
 #include "stream/admission.hpp"
 #include "stream/roster.hpp"
-#include "zxcommon.hpp"
 
 namespace relay {
 
 class Inbox {
 public:
-    Inbox();  // throws a Failure
+    Inbox() = default;
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
@@ -33,14 +33,12 @@ public:
     void close();  // from now on, the descriptor stays readable
 
     // These are for the owner. The descriptor is readable when there is something to take.
-    [[nodiscard]] int fd() const { return wake_.get(); }
+    [[nodiscard]] int fd() const { return wake_.fd(); }
     void clear_wake();
     [[nodiscard]] Content take();
 
 private:
-    void wake();
-
-    const zxcommon::Descriptor wake_;
+    const tools::Event wake_;
     std::mutex mutex_;
     Content content_;
     std::atomic<bool> is_closed_{false};

@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "common/seconds.hpp"
 #include "stream/lock_table.hpp"
 #include "zxtime.h"
 
 namespace relay {
 namespace {
 
-constexpr std::uint64_t kMicro = 1000000;
+using tools::kMicro;
+
 constexpr std::uint64_t kSpareBuffers = 4096;  // for those added before the page is served
 
 }  // namespace

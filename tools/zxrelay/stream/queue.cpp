@@ -1,8 +1,5 @@
 #include "stream/queue.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "common/failure.hpp"
@@ -14,9 +11,8 @@ constexpr std::int32_t kMuch = 256 << 10;
 
 }  // namespace
 
-Queue::Queue(std::uint32_t capacity)
-    : fifo_(capacity, "relay"), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!fifo_ || !wake_) {
+Queue::Queue(std::uint32_t capacity) : fifo_(capacity, "relay") {
+    if (!fifo_) {
         throw tools::Failure("no memory for the FIFO");
     }
 }
@@ -30,7 +26,7 @@ bool Queue::push(std::span<const std::uint8_t> packets) {
     // Reads and clears in one operation: either this sees that the consumer sleeps, or the consumer
     // sees these packets before it does.
     if (is_asleep_.exchange(false) || has_much()) {
-        wake();
+        wake_.set();
     }
     return true;
 }
@@ -55,16 +51,6 @@ double Queue::fill_ratio() const {
 bool Queue::sleep() {
     is_asleep_.exchange(true);
     return empty();
-}
-
-void Queue::clear_wake() {
-    std::uint64_t count;
-    [[maybe_unused]] const ssize_t got = read(wake_.get(), &count, sizeof count);
-}
-
-void Queue::wake() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = write(wake_.get(), &one, sizeof one);
 }
 
 }  // namespace relay

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <span>
 
+#include "common/event.hpp"
+
 #include "zxcommon.hpp"
 
 namespace relay {
@@ -37,14 +39,13 @@ public:
     // false if there are packets already.
     [[nodiscard]] bool sleep();
 
-    // This descriptor is readable after wake(), until clear_wake().
-    [[nodiscard]] int wake_fd() const { return wake_.get(); }
-    void clear_wake();
-    void wake();
+    // Readable when the consumer is to wake up, until clear_wake().
+    [[nodiscard]] int wake_fd() const { return wake_.fd(); }
+    void clear_wake() { wake_.clear(); }
 
 private:
     zxcommon::Fifo fifo_;
-    zxcommon::Descriptor wake_;
+    const tools::Event wake_;
     std::atomic<bool> is_asleep_{false};
 };
 

@@ -1,6 +1,6 @@
 #include "stream/request.hpp"
 
-#include <charconv>
+#include "common/number.hpp"
 
 namespace relay {
 namespace {
@@ -16,12 +16,7 @@ std::optional<std::uint64_t> seconds_of(std::string_view line) {
         return std::nullopt;
     }
     line.remove_prefix(kWord.size());
-    std::uint64_t seconds = 0;
-    const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), seconds);
-    if (error != std::errc() || end != line.data() + line.size()) {
-        return std::nullopt;
-    }
-    return seconds;
+    return tools::parse_number(line);
 }
 
 }  // namespace

@@ -4,10 +4,13 @@
 #include <new>
 #include <utility>
 
+#include "common/seconds.hpp"
+
 namespace relay {
 namespace {
 
-constexpr std::uint64_t kMicro = 1000000;
+using tools::kMicro;
+
 constexpr std::uint64_t kMarkEveryUs = 250000;
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/failure.hpp"
+#include "common/seconds.hpp"
 #include "stream/wait.hpp"
 #include "zxcommon.hpp"
 #include "zxtime.h"
@@ -12,11 +13,11 @@
 namespace relay {
 namespace {
 
+using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr int kEventsPerTurn = 64;
-constexpr std::uint64_t kMicro = 1000000;
 constexpr std::uint64_t kLongestTurnUs = 5 * kMicro;
 
 }  // namespace
