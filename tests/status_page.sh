@@ -25,12 +25,12 @@ trap cleanup EXIT
 
 in_port=25610 out_port=25611 page=http://127.0.0.1:25612
 "$relay" --input "tcp://127.0.0.1:$in_port" --output "127.0.0.1:$out_port" \
-    --status "${page#http://}" --token secret --log "$work/relay.log" &
+    --status "${page#http://}" --status-token secret --log "$work/relay.log" &
 relay_pid=$!
 pids+=("$relay_pid")
 until grep -qs relaying "$work/relay.log"; do kill -0 "$relay_pid"; sleep 0.05; done
 for _ in 1 2 3; do
-    curl -sN "http://127.0.0.1:$out_port/stream?token=secret" >/dev/null &
+    curl -sN "http://127.0.0.1:$out_port/stream" >/dev/null &
     pids+=($!)
 done
 split -b 18800 "$sample" "$work/part."

@@ -211,6 +211,10 @@ void define_reports(CLI::App& app, Options& options) {
                    "Serve a status page here, as HTML, as JSON and for Prometheus")
         ->option_text("ADDRESS:PORT")
         ->check(is_given());
+    app.add_option("--status-token", options.status_token,
+                   "Let those who know TEXT disconnect clients on the status page")
+        ->option_text("TEXT")
+        ->check(is_token_text);
     app.add_flag("--stats", options.print_stats,
                  "Print statistics even if standard output is not a terminal");
     app.add_option("--log", options.log_file, "Write the log to FILE (default: standard error)")

@@ -52,7 +52,8 @@ struct Options {
     std::string cors_origin;   // empty: no page of another site may read the stream
     std::vector<std::string> allowed_networks;  // empty: all
     unsigned max_per_address = 0;               // 0: no limit
-    std::string token;  // empty: clients need none, and the status page disconnects nobody
+    std::string token;                          // empty: clients need none
+    std::string status_token;                   // empty: the status page disconnects nobody
     bool print_stats = false;
     bool daemon = false;
     bool watchdog = false;

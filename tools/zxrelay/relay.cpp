@@ -155,7 +155,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     std::optional<StatusServer> status;
     if (status_) {
         status.emplace(std::move(status_listener_), *status_,
-                       StatusSettings{output_.text(), options_.token,
+                       StatusSettings{output_.text(), options_.status_token,
                                       [&](std::uint64_t client) { senders.disconnect(client); }},
                        roster, board);
     }

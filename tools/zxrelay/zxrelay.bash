@@ -9,7 +9,7 @@ _zxrelay() {
         --log-level) mapfile -t COMPREPLY < <(compgen -W '0 1 2 3 4 5' -- "$word"); return ;;
         -i | --input | --backup | --send | --source-timeout | -o | --output | --status | --log-keep | --fifo-size | \
             --client-buffer | --stall | --keep | --latency | --senders | --memory | --max-clients | --name | --cors | \
-            --allow | --max-per-address | --token) return ;;
+            --allow | --max-per-address | --token | --status-token) return ;;
     esac
     local options
     options=$("$1" --help 2>/dev/null | sed -En 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p')
