@@ -66,7 +66,8 @@ TEST_P(WaitingTest, KeepsWaitingWhenSignalsArrive) {
               "4");
 }
 
-// Cancels a call while it waits for the other end. The fault injection cancels at every other call.
+// Cancels a call while it waits for the other end. The tests with injected faults (tests/faults)
+// cancel it at its other cancellation points.
 TEST_P(WaitingTest, CanBeCancelled) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
@@ -110,7 +111,7 @@ TEST(UserTest, IsChangedForGood) {
         std::uint32_t capabilities;
     } starts[] = {
         {0, 0, false, 0},    // an administrator
-#ifndef __SANITIZE_THREAD__  // its own thread would need the capabilities, too
+#ifndef __SANITIZE_THREAD__  // the sanitizer's thread would need the capabilities, too
         {0, 0, true, 0},
         {1000, 1000, true, 1U << CAP_SETUID | 1U << CAP_SETGID},
         {kNobody, 0, true, 0},                        // could go back to root

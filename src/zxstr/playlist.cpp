@@ -1,4 +1,4 @@
-// URLs of the numbered pieces of a stream.
+// URLs of the numbered files of a stream.
 #include "zxstr.h"
 
 #include <cinttypes>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kTag[] = "STRING";
 
-// Bytes of a printed piece with its NUL. Longer pieces are cut.
+// Size of the text of one append(), with its NUL. Longer texts are cut.
 constexpr std::size_t kPieceSize = 1024;
 
 // The parts of a URL before the number. No text is null.
@@ -71,8 +71,8 @@ struct Entry {
             return;
         }
         append("%s", address.path);
-        // Deliberate: the position is counted from the beginning of the entry, even when other
-        // parts come before the path.
+        // Deliberate: the index is written at this offset from the beginning of the entry, even
+        // when other parts come before the path.
         const std::size_t length = std::strlen(address.path);
         const std::size_t at = length > 5 ? length - 5 : 0;
         if (at < size) {

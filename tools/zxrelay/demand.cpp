@@ -14,11 +14,11 @@ using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // until the client that has asked is there
+constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // time for the client that has asked to start
 constexpr int kStepMs = 1000;
 constexpr unsigned kRank = 1U << 20U;  // after the channels of the configuration
 
-// The address of a text in digits; nothing for a name: strangers cause no look-ups.
+// The numeric address in a text. A name gives nothing: strangers must not cause look-ups.
 std::optional<Address> address_in(const std::string& text) {
     try {
         return parse_network(text).address;
@@ -141,7 +141,7 @@ void DemandStations::run() {
     }
 }
 
-// The mutex is free while a socket is opened: nobody waits for that.
+// The mutex is free while a socket is opened, so that ask() does not wait for that.
 void DemandStations::open_asked() {
     std::vector<std::string> asked;
     std::unique_lock lock(mutex_);
@@ -191,7 +191,7 @@ void DemandStations::close_idle() {
     }
 }
 
-// One that was asked for just now is opened first.
+// An entry without a station is not over: the thread opens it first.
 bool DemandStations::is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const {
     if (entry.station == nullptr) {
         return false;

@@ -1,4 +1,4 @@
-// The channels that clients open.
+// The channels that are open because clients have asked for them.
 #pragma once
 
 #include <map>
@@ -23,7 +23,7 @@ namespace relay {
 // A thread opens them, and closes them some seconds after the last client has left.
 class DemandStations {
 public:
-    // What the options leave open is taken from `usual`.
+    // `usual`: has the sizes and times for these channels.
     DemandStations(const OnDemandOptions& options, const ChannelOptions& usual, Senders& senders,
                    const Surroundings& around);
     ~DemandStations() { stop(); }
@@ -33,17 +33,17 @@ public:
     void start() { worker_.start(); }  // throws a Failure
     void stop();
 
-    // `name`: such as udp/239.1.1.1:1234. Any thread may call it; it does not wait. If the channel
-    // cannot be opened, nothing comes.
+    // `name`: such as udp/239.1.1.1:1234. Any thread may call it; it does not wait. `coming` is
+    // no promise: opening the channel may still fail.
     Demand ask(const std::string& name);
 
-    // From now on these options hold. Channels whose address is no longer allowed are closed.
+    // Replaces the options. Channels whose address is no longer allowed are closed.
     void change(const OnDemandOptions& options, const ChannelOptions& usual);
 
 private:
     struct Entry {
         std::unique_ptr<Station> station;  // null: the thread has not opened it yet
-        std::uint64_t wanted_us = 0;       // when somebody has wanted it last
+        std::uint64_t wanted_us = 0;       // when it was last asked for or had a client
     };
     void run();
     void open_asked();

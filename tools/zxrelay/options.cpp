@@ -23,7 +23,7 @@ constexpr unsigned kMostSenders = 64;
 
 constexpr unsigned kMostLogs = 1000;
 
-// Empty would mean the default, for which one leaves the option out.
+// An empty text would mean the default. A user who wants that leaves the option out.
 CLI::Validator is_given() {
     return {[](const std::string& text) { return text.empty() ? "it is empty" : ""; }, ""};
 }
@@ -39,7 +39,7 @@ constexpr char kNotes[] =
   file:///FOLDER/FILE        a file, sent again and again at the speed that its clock references give
   -                          standard input; zxrelay ends when its stream is delivered
 
-Datagrams: --send sends the stream to hosts and multicast groups, at its own pace. Repeat it for several:
+Datagrams: --send also sends the stream to these hosts and multicast groups. Repeat it for several:
   udp://ADDRESS:PORT         datagrams of seven packets
   rtp://ADDRESS:PORT         the same, as RTP
   udp://GROUP:PORT?ttl=4&interface=eth0&localaddr=192.0.2.1
@@ -76,7 +76,7 @@ receives the stream starting N seconds ago. The stream is kept in memory: 30 sec
 miss it, and the time shift gets shorter.
 
 With --senders, each thread keeps the stream for its own clients in its own part of --memory, of at least
-256k: with N threads, the time shift reaches back 1/N as far.
+256k. So N threads need N times as much memory for the same --keep.
 
 Log: A log file of more than 10 MiB is renamed to FILE.1 within a minute, the older FILE.1 to FILE.2 and
 so on, and a new one is started. Clients can cause at most 20 lines of each kind in a minute. The others
@@ -88,9 +88,9 @@ runs as this user, too. The user must be able to write to the log file and to it
 worker has delivered the stream of --once.
 
 Signals: SIGINT and SIGTERM end zxrelay. On SIGHUP, it opens the log file again and reads the file of
---config again: channels that have not changed go on. On SIGUSR1, it logs the
-list of its buffers. With --watchdog, send signals to the watchdog: it passes them on to the worker. The
-pid file contains the process ID of the watchdog.
+--config again: channels that have not changed go on. On SIGUSR1, it logs the list of its buffers. With
+--watchdog, send signals to the watchdog, whose process ID is in the pid file: it passes them on to the
+worker.
 
 SIZE is in bytes and may end in k, m or g.
 
@@ -123,7 +123,7 @@ std::string is_token_text(const std::string& text) {
     return fault.empty() && text.size() > kLongestToken ? "'" + text + "' is too long" : fault;
 }
 
-// What one of our parsers finds wrong with a text.
+// A check that reports what a parser finds wrong with a text.
 template <typename Parse>
 CLI::Validator parses(const Parse& parse) {
     return {[parse](const std::string& text) -> std::string {

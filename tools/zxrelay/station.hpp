@@ -19,7 +19,7 @@ std::vector<std::string> input_urls(const ChannelOptions& options);
 // What the channels of the relay share.
 struct Surroundings {
     unsigned senders;    // each gets a queue of every channel
-    bool sends_at_once;  // without --latency
+    bool sends_at_once;  // with --latency 0
 };
 
 class Station {

@@ -35,7 +35,7 @@ void Stations::start(const std::vector<ChannelOptions>& wanted) {
 
 Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
     Changes changes;
-    changes.closed = close_unless(wanted);  // first: a new one may use the same port
+    changes.closed = close_unless(wanted);  // first: a new channel may use the same port
     changes.kept = stations_.size();
     unsigned rank = 0;
     for (const ChannelOptions& options : wanted) {

@@ -13,11 +13,11 @@ namespace relay {
 // Used by the main thread alone.
 class Stations {
 public:
-    // The pool may have the inputs already.
+    // `pool`: may have inputs of the channels already.
     Stations(Senders& senders, const Surroundings& around, InputPool pool)
         : senders_(senders), around_(around), pool_(std::move(pool)) {}
 
-    // Opens the first channels and lets their streams begin. Throws a Failure.
+    // Opens the channels of the start, which then receive. Throws a Failure.
     void start(const std::vector<ChannelOptions>& wanted);
 
     struct Changes {
@@ -26,11 +26,11 @@ public:
         std::size_t failed = 0;
         std::size_t kept = 0;
     };
-    // Closes the channels that are not wanted as they are, and opens those that are missing. One
-    // that cannot be opened costs an error line. The others do not notice.
+    // Closes the channels that are gone or have changed, and opens the wanted ones that are not
+    // open. Logs an error for each one that cannot be opened. The others are not disturbed.
     Changes change(const std::vector<ChannelOptions>& wanted);
 
-    // Closes the sockets of the start that no channel uses.
+    // Closes the sockets that were opened at the start and that no channel uses now.
     void drop_spare_inputs() { pool_.drop_spare(); }
 
     // True if there are channels, and the streams of all of them have ended.

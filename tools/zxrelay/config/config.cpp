@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 constexpr char kChannel[] = "channel";
 constexpr char kOnDemand[] = "on-demand";
 
-// The options with what they have found.
+// Reads the command line and the file into a Config.
 struct Reader {
     explicit Reader(const fs::path& folder);
     Config finish();
@@ -97,7 +97,8 @@ void Reader::add_channel(const Table& table) {
     config.channels.push_back(std::move(channel));
 }
 
-// All options but those of channels, which are opened again with what is new.
+// Notes the options that do not change while zxrelay runs: all but those of channels. A channel
+// whose options have changed is opened again.
 void Reader::note_fixed() {
     CLI::App own;
     ChannelOptions channel;
@@ -111,7 +112,7 @@ void Reader::note_fixed() {
     }
 }
 
-// It would be one more channel, in a second way.
+// Refuses the options that describe a channel, because the file has the channels.
 void Reader::refuse_own_channel() const {
     for (const char* const option : {"--input", "--backup", "--send", "--name"}) {
         if (app.count(option) != 0) {

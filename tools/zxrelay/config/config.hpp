@@ -37,7 +37,8 @@ public:
 
 private:
     std::vector<std::string> arguments_;  // without the name of the program
-    // Paths are relative to it: a daemon leaves it.
+    // The working directory at the start. Paths are relative to it, even in a daemon, which changes
+    // its directory.
     std::filesystem::path folder_;
 };
 

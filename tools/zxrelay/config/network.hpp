@@ -13,7 +13,7 @@ namespace relay {
 // An IPv6 address. An IPv4 address is one, too: ::ffff:10.0.0.1.
 using Address = std::array<std::uint8_t, 16>;
 
-// That of a socket of any family; :: if it has none.
+// The address of a socket of any family; :: if it has none.
 Address address_of(const sockaddr_storage& socket);
 
 struct Network {
@@ -23,7 +23,8 @@ struct Network {
     [[nodiscard]] bool contains(const Address& other) const;
 };
 
-// An address stands for itself. Throws a Failure that says what is wrong with the text.
+// An address without a prefix stands for itself alone. Throws a Failure that says what is wrong
+// with the text.
 Network parse_network(const std::string& text);
 
 bool contains(const std::vector<Network>& networks, const Address& address);

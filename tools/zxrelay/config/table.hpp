@@ -10,14 +10,14 @@
 
 namespace relay {
 
-// A table of the file. What is wrong is thrown as a Failure that begins with file and line.
+// A table of the file. A Failure about what it contains begins with the file and the line.
 class Table {
 public:
     // Reads the whole file: the table of its top level. Throws a Failure.
     static Table read(const std::string& path);
 
     // Sets the options of `app` that the keys name, except those that it has already: the command
-    // line comes first. Keys in `others` belong to somebody else.
+    // line overrides the file. Skips the keys in `others`.
     void set(CLI::App& app, const std::set<std::string_view>& others = {}) const;
 
     // The tables "[[name]]", or one "[name]".

@@ -44,7 +44,8 @@ Parts split(const std::string& text) {
     return parts;
 }
 
-// False for a port such as ":1x", which reads as 1. The parts, put together again, tell.
+// Returns whether the parts, put together again, give the text. They do not for a port such as
+// ":1x", which is read as 1.
 bool is_exact(const Parts& parts, const std::string& text) {
     const std::string host = parts.is_bracketed ? "[" + parts.host + "]" : parts.host;
     const std::string port =

@@ -43,7 +43,8 @@ void set_hops(int fd, const sockaddr_storage& address, const Target& target) {
     set_option(fd, is_v4 ? IPPROTO_IP : IPPROTO_IPV6, is_v4 ? v4 : v6, *target.ttl, target);
 }
 
-// A host is reached as the routes say; a group, through the interface.
+// Only datagrams to a group leave through this interface. The routing table chooses the one for a
+// host.
 void set_interface(int fd, const sockaddr_storage& address, const Target& target) {
     const unsigned index = interface_index(target.interface);
     if (address.ss_family == AF_INET6) {
@@ -91,8 +92,8 @@ Output::Output(Target target)
     tools::store_be16(header_ + 10, static_cast<std::uint16_t>(random()));
 }
 
-// The socket is connected, so that the kernel tells of hosts that do not listen. While there is no
-// route, each datagram tries again.
+// The socket is connected, so that the kernel reports hosts that do not listen. Without a route,
+// connect() fails, and the next datagram tries it again.
 bool Output::send(std::span<const std::uint8_t> packets, std::uint64_t now_us) {
     if (!is_connected_) {
         is_connected_ = connect(socket_.get(), generic(address_), size_of(address_)) == 0;
@@ -109,7 +110,7 @@ bool Output::send(std::span<const std::uint8_t> packets, std::uint64_t now_us) {
     return sendmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
-// A datagram that the kernel refuses has its number, too: receivers see that it is missing.
+// A datagram that the kernel refuses uses up its number, too, so receivers see that it is missing.
 void Output::write_header(std::uint64_t now_us) {
     const auto clock = static_cast<std::uint32_t>(now_us * 9 / 100);  // 90 kHz, of RFC 2250
     tools::store_be16(header_ + 2, sequence_++);

@@ -14,9 +14,9 @@ namespace {
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr std::uint64_t kBacklogUs = 100000;  // of the stream, in the queue
-constexpr std::uint64_t kStepUs = 5000;       // of a wait
-constexpr std::uint64_t kLateUs = 1000;       // what was sent later than this is not made up for
+constexpr std::uint64_t kBacklogUs = 100000;  // how much of the stream waits in the queue
+constexpr std::uint64_t kStepUs = 5000;       // the longest single sleep
+constexpr std::uint64_t kLateUs = 1000;       // a longer delay is not made up for
 constexpr std::uint64_t kReportIntervalUs = 60000000;
 constexpr double kCrowded = 0.5;
 
@@ -58,7 +58,7 @@ void Outputs::sleep_until_push() {
     }
 }
 
-// A queue that fills up does not wait.
+// Does not wait while the queue is more than half full.
 void Outputs::wait_until_due() const {
     std::uint64_t now;
     while ((now = zxtime_api_upTimeUs()) < due_us_ && queue_.fill_ratio() < kCrowded &&
@@ -84,7 +84,8 @@ void Outputs::send_next() {
     }
 }
 
-// The line of a minute tells of its first datagram, and how many there were before.
+// Logs at most one line a minute: the error of this datagram, and how many were refused since the
+// last line.
 void Outputs::Lane::count_refused(int error, std::uint64_t now_us) {
     ++refused;
     if (now_us - reported_us >= kReportIntervalUs || reported_us == 0) {

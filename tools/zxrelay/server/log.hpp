@@ -18,8 +18,8 @@ public:
     // Failure.
     Log(const Options& options, const User& user);
 
-    // From now on the log follows its path; in the journal, its lines have priorities. Called after
-    // the process has become its user.
+    // From now on, the log opens its file by its path, and in the journal its lines have
+    // priorities. Called after the process has changed to its user.
     void settle();
 
     // Opens the path again, and logs that.

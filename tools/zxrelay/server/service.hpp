@@ -23,7 +23,7 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    // Becomes the user, and lets the log follow its path.
+    // Changes to the user, and lets the log open its file by its path again: see Log::settle().
     // Returns in the process that relays, which may be a new one. With --daemon, the process that
     // the user started waits until the daemon is up or has failed, and exits. Throws a Failure.
     void start(const User& user, Log& log);

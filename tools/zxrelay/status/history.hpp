@@ -43,7 +43,7 @@ private:
     std::uint64_t last_out_ = 0;
 };
 
-// A channel, and what was seen of it.
+// A channel and its throughput.
 struct Track {
     ChannelPtr channel;
     History history;

@@ -85,8 +85,8 @@ bool has_body(MHD_Connection* connection) {
     return false;
 }
 
-// True if a page of another site makes the browser send this. A proxy may change Host, but not what
-// a browser says itself.
+// True if a page of another site makes the browser send this. Sec-Fetch-Site comes first, because a
+// proxy may change Host, but leaves this header as the browser sent it.
 bool is_from_other_site(MHD_Connection* connection) {
     if (const char* const site = header_of(connection, "Sec-Fetch-Site")) {
         return std::strcmp(site, "same-origin") != 0;
@@ -139,7 +139,7 @@ struct Callback {
         try {
             visitors.add(connection, fd, info(MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
         } catch (const std::exception&) {
-            shutdown(fd, SHUT_RDWR);  // nobody would watch its time
+            shutdown(fd, SHUT_RDWR);  // it would have no deadline
         }
     }
     static MHD_Result handle(void* self, MHD_Connection* connection, const char* path,

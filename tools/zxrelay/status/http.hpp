@@ -42,8 +42,8 @@ private:
 //
 // A request may take a few kilobytes and a few seconds. The server refuses requests that are longer
 // or malformed, that have a body, or that use another method. On a loopback address it also refuses
-// requests for other hosts: a page from elsewhere, whose name leads to this machine now, would make
-// the browser of a local user send them.
+// requests for other hosts: the browser of a local user sends them when the name of a foreign web
+// site has been made to lead to this machine (DNS rebinding).
 class HttpServer {
 public:
     using Handler = std::function<Answer()>;
@@ -59,7 +59,7 @@ public:
     // 503.
     void add(std::string path, Handler handler) { routes_[std::move(path)] = std::move(handler); }
 
-    // The same for what a POST to `path`?id=ID does. The request needs the header `Authorization:
+    // Adds what a POST to `path`?id=ID does. The request needs the header `Authorization:
     // Bearer TOKEN`, and must not come from the page of another site. Without a token, every
     // request is refused.
     void add_action(std::string path, std::string token, Action action) {
@@ -80,7 +80,7 @@ private:
         std::string token;
         Action action;
     };
-    // These return why a request is refused; null: it is not.
+    // These return the answer to a request that is refused; null if it is not.
     const Answer* refuse(MHD_Connection* connection, std::string_view path,
                          std::string_view method) const;
     const Answer* refuse_action(MHD_Connection* connection, const std::string& token) const;

@@ -108,13 +108,13 @@ void add_clients(Text& text, const Report& report) {
         return stored_of(report.snapshot, track.channel->name());
     };
     add_channels(text, report, "zxrelay_store_bytes",
-                 "Bytes kept for clients that ask for the past.",
+                 "Bytes kept for clients that lag or ask for the past.",
                  [&](const Track& track) { return store_of(track).bytes; });
     add_channels(text, report, "zxrelay_store_nodes", "Pieces in which they are kept.",
                  [&](const Track& track) { return store_of(track).nodes; });
     add(text, "zxrelay_client_connections_total", "Clients that have connected so far.",
         report.guests.connections.load());
-    add(text, "zxrelay_client_refusals_total", "Clients refused because there were too many.",
+    add(text, "zxrelay_client_refusals_total", "Clients refused by a limit or a list of networks.",
         report.guests.refused_clients.load());
 }
 

@@ -167,7 +167,7 @@ class Channel {
     this.chart = new Chart(this.parts.chart, this.parts.readout);
   }
 
-  // An alarm if there is anything to count.
+  // Marks a number above zero as an alarm.
   put_count(part, number, text) {
     put(this.parts[part], text, number > 0 ? "alarm" : "");
   }

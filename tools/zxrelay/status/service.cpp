@@ -89,7 +89,7 @@ int StatusServer::wait_ms() const {
     return http_.wait_ms(passed_ms < 1000 ? static_cast<int>(1000 - passed_ms) : 0);
 }
 
-// Keeps what was seen of the channels that are still there.
+// Takes the channels of now. Those that were there before keep their history.
 void StatusServer::follow_channels() {
     std::vector<Track> tracks;
     for (ChannelPtr& channel : roster_.channels()) {
@@ -124,7 +124,7 @@ const std::string& StatusServer::memory() {
     return memory_;
 }
 
-// All clients share one copy, because the table of a store with many nodes has megabytes.
+// All clients share one copy, because the table takes megabytes if there are many buffers.
 Answer StatusServer::memory_page() {
     const std::string& table = memory();
     if (!memory_page_) {
@@ -151,7 +151,7 @@ Answer StatusServer::metrics() {
     return metrics_;
 }
 
-// A relay that waits for its source is well: the answer is the same, and its text tells the state.
+// A relay that waits for its source is healthy, too. The second line of the answer tells the state.
 Answer StatusServer::health() const {
     return {is_receiving(history_) ? "ok\nreceiving\n" : "ok\nwaiting for the source\n", kText};
 }

@@ -20,7 +20,7 @@ namespace relay {
 
 struct StatusSettings {
     std::string output;  // where the clients connect
-    std::string token;   // for everything that changes something; empty: nothing does
+    std::string token;   // for disconnecting clients; empty: the page cannot do that
     std::function<void(std::uint64_t)> disconnect;  // ends the client of this number
 };
 

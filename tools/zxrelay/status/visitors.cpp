@@ -12,7 +12,8 @@ constexpr std::chrono::seconds kRequestTime(5);
 constexpr std::chrono::seconds kAnswerTime(30);
 constexpr std::ptrdiff_t kMost = 48;
 
-// An IPv4 address, or the first half of an IPv6 address: one host may have all the others of it.
+// An IPv4 address, or the first half of an IPv6 address: one host can have all addresses that begin
+// with this half.
 std::uint64_t network_of(const sockaddr* address) {
     if (address->sa_family == AF_INET) {
         sockaddr_in in{};

@@ -1,4 +1,4 @@
-// The connections of the status page, and when they have to go.
+// The connections of the status page, and their deadlines.
 #pragma once
 
 #include <sys/socket.h>

@@ -113,7 +113,7 @@ void Reception::let_go(Newcomer& newcomer) {
     have_gone_ = true;
 }
 
-// The client may lag by what has come since it connected, and as far as the others.
+// The client may lag as far as the others, and also by what has come since it connected.
 void Reception::start_raw(Newcomer& newcomer) {
     Feed* const feed = newcomer.raw_feed;
     if (!site_.token.empty()) {
@@ -135,7 +135,7 @@ void Reception::answer_request(Newcomer& newcomer) {
     }
 }
 
-// True if the channel will soon be there. Until then, what the client sends waits in its socket.
+// True if the channel will soon be open. Until then, what the client sends waits in its socket.
 bool Reception::must_wait(Newcomer& newcomer, HttpAnswer& answer) {
     if (answer.demanded.empty() || !on_demand_) {
         return false;
@@ -189,7 +189,7 @@ void Reception::update_site() {
     }
 }
 
-// For a client whose channel was not there yet.
+// Answers a client that has waited for its channel, if the channel is open now.
 void Reception::answer_again(Newcomer& newcomer) {
     try {
         HttpAnswer answer = answer_to(newcomer.request(), site_);

@@ -39,7 +39,7 @@ public:
     Reception(const Reception&) = delete;
     Reception& operator=(const Reception&) = delete;
 
-    // Every call tells the time.
+    // Call this at the beginning of each turn, before the other functions.
     void set_time(std::uint64_t now_us) { now_us_ = now_us; }
 
     void welcome(Guest guest);
@@ -87,7 +87,7 @@ private:
     const Pass pass_;
     Farewells farewells_;
     std::unordered_map<int, std::unique_ptr<Newcomer>> newcomers_;  // by descriptor
-    bool have_gone_ = false;                                        // some without a descriptor
+    bool have_gone_ = false;  // some newcomers have no descriptor
     std::uint64_t now_us_ = 0;
 };
 
