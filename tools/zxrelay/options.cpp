@@ -8,6 +8,7 @@
 #include "config/network.hpp"
 #include "config/url.hpp"
 #include "output/target.hpp"
+#include "stream/http_answer.hpp"
 #include "stream/token.hpp"
 #include "zxcommon.h"
 
@@ -104,12 +105,18 @@ Examples:
   zxrelay --input http://studio:8000/news --send 'rtp://239.1.1.1:5004?ttl=4' --output 0.0.0.0:8000)";
 
 // Checks for CLI11: an empty text means that the value is good.
-std::string is_channel_name(const std::string& name) {
+std::string is_word(const std::string& text) {
     const bool is_good =
-        !name.empty() && name.find_first_not_of(
+        !text.empty() && text.find_first_not_of(
                              "0123456789abcdefghijklmnopqrstuvwxyz"
                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ-._~") == std::string::npos;
-    return is_good ? "" : "'" + name + "' is not a name of letters, digits, '-', '.', '_' and '~'";
+    return is_good ? "" : "'" + text + "' is not made of letters, digits, '-', '.', '_' and '~'";
+}
+
+// In a URL, "." and ".." are no names, and the playlist has a name of its own.
+std::string is_channel_name(const std::string& name) {
+    const bool is_taken = name == "." || name == ".." || "/" + name == kPlaylistPath;
+    return is_taken ? "no channel can have the name '" + name + "'" : is_word(name);
 }
 
 std::string is_origin(const std::string& origin) {
@@ -119,7 +126,7 @@ std::string is_origin(const std::string& origin) {
 }
 
 std::string is_token_text(const std::string& text) {
-    const std::string fault = is_channel_name(text);
+    const std::string fault = is_word(text);
     return fault.empty() && text.size() > kLongestToken ? "'" + text + "' is too long" : fault;
 }
 

@@ -94,6 +94,12 @@ void Reader::add_channel(const Table& table) {
                             [&](const auto& other) { return other.name == channel.name; })) {
         table.refuse("name", "there are two channels '" + channel.name + "'");
     }
+    const auto reads_input = [](const ChannelOptions& one) {
+        return one.input_url == "-" || std::ranges::count(one.backup_urls, "-") != 0;
+    };
+    if (reads_input(channel) && std::ranges::any_of(config.channels, reads_input)) {
+        table.refuse("input", "two channels cannot both read the standard input");
+    }
     config.channels.push_back(std::move(channel));
 }
 

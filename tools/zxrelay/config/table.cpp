@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -88,7 +89,7 @@ Table Table::read(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
-    if (!file) {
+    if (!file || std::filesystem::is_directory(path)) {
         throw tools::system_failure("cannot read " + path);
     }
     try {

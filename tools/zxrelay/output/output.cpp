@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <sys/uio.h>
 
+#include <cerrno>
 #include <random>
 
 #include "common/big_endian.hpp"
@@ -61,6 +62,7 @@ void set_interface(int fd, const sockaddr_storage& address, const Target& target
 void send_from(int fd, const sockaddr_storage& address, const Target& target) {
     const Addresses found = resolve({target.localaddr, "0"}, SOCK_DGRAM);
     const sockaddr_storage local = stored(*found);
+    errno = EAFNOSUPPORT;
     if (local.ss_family != address.ss_family || bind(fd, generic(local), size_of(local)) != 0) {
         fail("cannot use the localaddr of", target);
     }
@@ -75,6 +77,7 @@ Output::Output(Target target)
         fail("cannot open a socket for", target_);
     }
     set_option(socket_.get(), SOL_SOCKET, SO_SNDBUF, kSendBuffer, target_);
+    set_option(socket_.get(), SOL_SOCKET, SO_BROADCAST, 1, target_);
     if (target_.ttl) {
         set_hops(socket_.get(), address_, target_);
     }

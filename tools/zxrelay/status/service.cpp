@@ -75,12 +75,14 @@ void StatusServer::run(zxcommon::StopRequest& stop) {
     setpriority(PRIO_PROCESS, 0, kPriority);  // of this thread only
     while (!stop.seen()) {
         pollfd fds[] = {{http_.fd(), POLLIN, 0}, {wake_.fd(), POLLIN, 0}};
-        poll(fds, std::size(fds), wait_ms());
+        const int ready = poll(fds, std::size(fds), wait_ms());
         if (zxtime_api_upTimeUs() - sampled_us_ >= kMicro) {
             take_sample();
         }
         http_.serve();
-        usleep(kPauseUs);
+        if (ready > 0) {
+            usleep(kPauseUs);
+        }
     }
 }
 

@@ -20,12 +20,13 @@ std::uint64_t to_whole_packet(std::uint64_t bytes) {
 }  // namespace
 
 Client::Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach,
-               std::string first)
+               std::string first, std::uint64_t now_us)
     : guest_(std::move(guest)),
       feed_(feed),
       position_(position),
       reach_(reach),
-      first_(std::move(first)) {
+      first_(std::move(first)),
+      last_progress_us_(now_us) {
     first_.reserve(kPacketSize);  // keep_rest_of_packet() needs no memory later
 }
 

@@ -24,7 +24,8 @@ public:
 
     // `reach`: how many bytes the client may lag; kWholeRing for a client that is shifted in time.
     // `first`: is sent before the stream.
-    Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach, std::string first);
+    Client(Guest guest, Feed& feed, std::uint64_t position, std::uint64_t reach, std::string first,
+           std::uint64_t now_us);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
@@ -77,6 +78,9 @@ public:
     // Bytes sent since the last call.
     std::uint64_t take_progress();
 
+    // True if the client sends no more: it has closed its side of the connection, or all of it.
+    [[nodiscard]] bool has_ended_input() const { return has_ended_input_; }
+
     // Uptime in microseconds at which the client last accepted data or began to lag.
     [[nodiscard]] std::uint64_t last_progress_us() const { return last_progress_us_; }
 
@@ -97,7 +101,7 @@ private:
     std::size_t input_left_ = kInputPerSecond;  // in this second
     std::uint32_t watched_events_ = EPOLLIN;
     bool is_gone_ = false;
-    std::uint64_t last_progress_us_ = 0;
+    std::uint64_t last_progress_us_;
     std::uint64_t bytes_sent_ = 0;
     std::uint64_t bytes_seen_ = 0;
     std::uint64_t dropped_ = 0;

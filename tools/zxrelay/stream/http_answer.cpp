@@ -130,7 +130,7 @@ HttpAnswer answer_to_get(const HttpRequest& request, const Site& site) {
     if (!site.token.empty() && !knows_token(request, site)) {
         return {refusal(HTTP_STATUS_UNAUTHORIZED, site), {}, {}, ""};
     }
-    if (request.path == "/playlist.m3u") {
+    if (request.path == kPlaylistPath) {
         return {playlist(request, site), {}, {}, ""};
     }
     std::string name = name_in(request);

@@ -11,6 +11,8 @@
 
 namespace relay {
 
+inline constexpr char kPlaylistPath[] = "/playlist.m3u";
+
 // What can be asked for.
 struct Site {
     struct Entry {

@@ -19,6 +19,9 @@ using zxcommon::Level, zxcommon::log;
 constexpr char kTag[] = "RELAY";
 constexpr int kEventsPerTurn = 64;
 constexpr std::uint64_t kLongestTurnUs = 5 * kMicro;
+// A client that sends no more may still receive. Only sending to it tells, and while the channel is
+// silent, nothing is sent.
+constexpr std::uint64_t kLongestDoubtUs = 5 * kMicro;
 
 }  // namespace
 
@@ -172,7 +175,7 @@ void Sender::close_feed(const ChannelPtr& channel) {
 // The clients that use HTTP have made their request.
 void Sender::start(Reception::Start start) {
     auto client = std::make_unique<Client>(std::move(start.guest), start.feed, start.position,
-                                           start.reach, start.head);
+                                           start.reach, start.head, now_us_);
     Client& started = *client;
     clients_.emplace(started.fd(), std::move(client));
     ++start.feed.channel.stats.clients;
@@ -326,8 +329,11 @@ void Sender::do_once_a_second() {
         is_active_ = limit->report_when_due() || is_active_;
     }
     for (const auto& [fd, client] : clients_) {
-        if (client->is_blocked() && now_us_ - client->last_progress_us() > settings_.stall_us) {
+        const std::uint64_t silence_us = now_us_ - client->last_progress_us();
+        if (client->is_blocked() && silence_us > settings_.stall_us) {
             disconnect(*client, "has accepted no data for too long");
+        } else if (client->has_ended_input() && silence_us > kLongestDoubtUs) {
+            disconnect(*client, "has disconnected");
         }
         client->renew_input();
         update_watch(*client);
