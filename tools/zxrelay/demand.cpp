@@ -101,17 +101,19 @@ void DemandStations::stop() {
     }
 }
 
-Demand DemandStations::ask(const std::string& name) {
+Demand DemandStations::ask(const std::string& name, bool opens) {
     const std::scoped_lock lock(mutex_);
     const Demand result = judge(name, networks_);
     if (result != Demand::coming) {
         return result;
     }
     if (!entries_.contains(name) && entries_.size() >= options_.most) {
-        return Demand::forbidden;
+        return Demand::full;
     }
-    entries_[name].wanted_us = zxtime_api_upTimeUs();
-    wake_.set();
+    if (opens) {
+        entries_[name].wanted_us = zxtime_api_upTimeUs();
+        wake_.set();
+    }
     return Demand::coming;
 }
 
