@@ -223,8 +223,10 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     for (const std::string path : {"udp/239.2.0.1", "rtp/127.0.0.1", "udp/127.0.0.1@239.2.0.1"}) {
         EXPECT_EQ(demand.ask(path + tail, true), Demand::forbidden) << path;
     }
-    for (const std::string path : {"tcp/239.1.0.1", "udp/localhost", "udp/host@239.1.0.1", "/", "",
-                                   "udp/239.1.0.1/16", "udp"}) {
+    for (const std::string path :
+         {"tcp/239.1.0.1", "udp/localhost", "udp/host@239.1.0.1", "/", "", "udp/239.1.0.1/16",
+          "udp", "udp/::1@239.1.0.1", "udp/[::ffff:239.1.0.1]", "udp/::ffff:1.2.3.4@239.1.0.1",
+          "udp/127.0.0.1@[ff02::1]"}) {
         EXPECT_EQ(demand.ask(path + tail, true), Demand::unknown) << path;
     }
     const std::string asked = "udp/127.0.0.1@232.1.0.1" + tail;

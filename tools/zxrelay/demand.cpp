@@ -18,18 +18,31 @@ constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // time for the client tha
 constexpr int kStepMs = 1000;
 constexpr unsigned kRank = 1U << 20U;  // after the channels of the configuration
 
-// The numeric address in a text. A name gives nothing: strangers must not cause look-ups.
+bool is_ipv4(const Address& address) {
+    return parse_network("0.0.0.0/0").contains(address);
+}
+
+// The numeric address in a text. A name gives nothing: strangers must not cause look-ups. Nor does
+// an IPv4 address that is written as IPv6: the kernel joins no such group.
 std::optional<Address> address_in(const std::string& text) {
     try {
-        return parse_network(text).address;
+        const Address address = parse_network(text).address;
+        const bool has_colon = text.find(':') != std::string::npos;
+        const bool is_alone = text.find('/') == std::string::npos;
+        return is_alone && has_colon != is_ipv4(address) ? std::optional(address) : std::nullopt;
     } catch (const tools::Failure&) {
         return std::nullopt;
     }
 }
 
+// True if the sender can send to the group.
+bool is_sender(const std::string& text, const Address& group) {
+    const auto sender = address_in(text);
+    return sender && is_ipv4(*sender) == is_ipv4(group);
+}
+
 bool is_group(const Address& address) {
-    const bool is_v4 = contains({parse_network("0.0.0.0/0")}, address);
-    return is_v4 ? (address[12] & 0xf0U) == 0xe0U : address[0] == 0xffU;
+    return is_ipv4(address) ? (address[12] & 0xf0U) == 0xe0U : address[0] == 0xffU;
 }
 
 // The URL of "udp/GROUP:PORT", if it is one.
@@ -52,7 +65,7 @@ Demand judge(const std::string& name, const std::vector<Network>& networks) {
         return Demand::unknown;
     }
     const auto address = address_in(url->endpoint.host);
-    if (!address || (!url->sender.empty() && !address_in(url->sender))) {
+    if (!address || (!url->sender.empty() && !is_sender(url->sender, *address))) {
         return Demand::unknown;
     }
     return is_group(*address) && contains(networks, *address) ? Demand::coming : Demand::forbidden;
