@@ -248,7 +248,9 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     options.networks = {"239.0.0.0/8"};
     demand.change(options, {});
     EXPECT_TRUE(comes_true([&] { return roster.channels().empty(); }));
+    EXPECT_EQ(demand.ask("udp/239.1.0.1" + tail, true), Demand::coming);
     demand.stop();
+    EXPECT_EQ(demand.ask("udp/239.1.0.1" + tail, true), Demand::full);
     senders.stop();
 }
 

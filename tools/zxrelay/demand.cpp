@@ -107,7 +107,12 @@ DemandStations::DemandStations(const OnDemandOptions& options, const ChannelOpti
 void DemandStations::stop() {
     interrupt_.raise();
     worker_.stop();
-    for (const auto& [name, entry] : entries_) {
+    std::map<std::string, Entry> last;
+    {
+        const std::scoped_lock lock(mutex_);
+        last.swap(entries_);
+    }
+    for (const auto& [name, entry] : last) {
         if (entry.station != nullptr) {
             entry.station->stop();
         }
@@ -120,7 +125,8 @@ Demand DemandStations::ask(const std::string& name, bool opens) {
     if (result != Demand::coming) {
         return result;
     }
-    if (!entries_.contains(name) && entries_.size() >= options_.most) {
+    const bool has_room = entries_.contains(name) || entries_.size() < options_.most;
+    if (!has_room || interrupt_.is_raised()) {
         return Demand::full;
     }
     if (opens) {
@@ -167,6 +173,9 @@ void DemandStations::open_asked() {
     }
     const ChannelOptions usual = usual_;
     for (const std::string& name : asked) {
+        if (interrupt_.is_raised()) {
+            return;
+        }
         lock.unlock();
         std::unique_ptr<Station> station;
         try {

@@ -31,6 +31,7 @@ public:
     DemandStations& operator=(const DemandStations&) = delete;
 
     void start() { worker_.start(); }  // throws a Failure
+    // The senders may still run: no channel is opened any more.
     void stop();
 
     // An OnDemand. Any thread may call it; it does not wait. `coming` is no promise: opening the
