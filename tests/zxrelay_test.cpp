@@ -240,6 +240,7 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail, true), Demand::full);  // one too many
     ASSERT_TRUE(comes_true([&] { return roster.channels().size() == 2; }));
     const relay::ChannelPtr channel = roster.channels().front();
+    EXPECT_EQ(channel->settings().fifo_bytes, 512U << 10U);
     ++channel->stats.clients;
     options.linger_seconds = 0;
     demand.change(options, {});

@@ -15,6 +15,7 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // time for the client that has asked to start
+constexpr std::uint64_t kLargestFifo = 512U << 10U;   // --memory does not count what clients open
 constexpr int kStepMs = 1000;
 constexpr unsigned kRank = 1U << 20U;  // after the channels of the configuration
 
@@ -145,6 +146,7 @@ void DemandStations::change(const OnDemandOptions& options, const ChannelOptions
     usual_.backup_urls.clear();
     usual_.send_urls.clear();
     usual_.once = false;
+    usual_.fifo_bytes = std::min(usual_.fifo_bytes, kLargestFifo);
 }
 
 void DemandStations::run() {
