@@ -457,6 +457,20 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     std::ofstream(config) << "log-level = 4\nfifo_size = \"1m\"\n";
     expect_complaint(ZX_RELAY, "--config " + config,
                      config + ":2: 'fifo_size' is not an option here");
+    const struct {
+        std::string text;
+        std::string complaint;
+    } demands[] = {
+        {"networks = ['239.0.0.0/8', '127.0.0.0/8']", ":2: networks: '127.0.0.0/8' contains no"},
+        {"networks = ['::/0']\n[[on-demand]]", ":3: there are two tables [on-demand]"},
+        {"networks = ['0.0.0.0/0']\ninterface = 'none0'",
+         ":3: there is no network interface none0"},
+        {"networks = ['239.0.0.0/8']", "--once does not go with [on-demand]"},
+    };
+    for (const auto& [its_text, complaint] : demands) {
+        std::ofstream(config) << "[[on-demand]]\n" << its_text << "\n";
+        expect_complaint(ZX_RELAY, "--once -o [::1]:2 --config " + config, complaint);
+    }
     expect_complaint(ZX_RELAY, "--config /nonexistent/file", "/nonexistent/file");
     expect_complaint(ZX_RELAY, "-i tcp://[::1]:1 -o [::1]:2 --daemon", "--daemon requires --log");
     const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);

@@ -221,22 +221,26 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     demand.start();
     const std::string tail = ":" + std::to_string(free_port(SOCK_DGRAM));
     for (const std::string path : {"udp/239.2.0.1", "rtp/127.0.0.1", "udp/127.0.0.1@239.2.0.1"}) {
-        EXPECT_EQ(demand.ask(path + tail), Demand::forbidden) << path;
+        EXPECT_EQ(demand.ask(path + tail, true), Demand::forbidden) << path;
     }
-    for (const std::string path : {"tcp/239.1.0.1", "udp/localhost", "udp/host@239.1.0.1", "/", "",
-                                   "udp/239.1.0.1/16", "udp"}) {
-        EXPECT_EQ(demand.ask(path + tail), Demand::unknown) << path;
+    for (const std::string path :
+         {"tcp/239.1.0.1", "udp/localhost", "udp/host@239.1.0.1", "/", "", "udp/239.1.0.1/16",
+          "udp", "udp/::1@239.1.0.1", "udp/[::ffff:239.1.0.1]", "udp/::ffff:1.2.3.4@239.1.0.1",
+          "udp/127.0.0.1@[ff02::1]"}) {
+        EXPECT_EQ(demand.ask(path + tail, true), Demand::unknown) << path;
     }
     const std::string asked = "udp/127.0.0.1@232.1.0.1" + tail;
-    EXPECT_EQ(demand.ask(asked), Demand::forbidden);
+    EXPECT_EQ(demand.ask(asked, true), Demand::forbidden);
     options.networks = {"232.0.0.0/8", "ff02::/16"};
     demand.change(options, {});
-    EXPECT_EQ(demand.ask(asked), Demand::coming);
-    EXPECT_EQ(demand.ask("rtp/[ff02::1234]" + tail), Demand::coming);
-    EXPECT_EQ(demand.ask(asked), Demand::coming);
-    EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail), Demand::forbidden);  // one too many
+    EXPECT_EQ(demand.ask(asked, true), Demand::coming);
+    EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail, false), Demand::coming);  // it opens nothing
+    EXPECT_EQ(demand.ask("rtp/[ff02::1234]" + tail, true), Demand::coming);
+    EXPECT_EQ(demand.ask(asked, true), Demand::coming);
+    EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail, true), Demand::full);  // one too many
     ASSERT_TRUE(comes_true([&] { return roster.channels().size() == 2; }));
     const relay::ChannelPtr channel = roster.channels().front();
+    EXPECT_EQ(channel->settings().fifo_bytes, 512U << 10U);
     ++channel->stats.clients;
     options.linger_seconds = 0;
     demand.change(options, {});
@@ -245,7 +249,9 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     options.networks = {"239.0.0.0/8"};
     demand.change(options, {});
     EXPECT_TRUE(comes_true([&] { return roster.channels().empty(); }));
+    EXPECT_EQ(demand.ask("udp/239.1.0.1" + tail, true), Demand::coming);
     demand.stop();
+    EXPECT_EQ(demand.ask("udp/239.1.0.1" + tail, true), Demand::full);
     senders.stop();
 }
 
@@ -450,10 +456,13 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     relay::Sender::Settings settings{};
     settings.stall_us = 1000000;
     settings.memory_bytes = 1U << 20U;
-    settings.on_demand = [&](const std::string& name) {
+    std::atomic<int> openings{0};
+    settings.on_demand = [&](const std::string& name, bool opens) {
         ++demands;
+        openings += opens ? 1 : 0;
         return name.ends_with(":1")   ? relay::Demand::coming
                : name.ends_with(":2") ? relay::Demand::forbidden
+               : name.ends_with(":4") ? relay::Demand::full
                                       : relay::Demand::unknown;
     };
     relay::Senders senders(std::move(listener), settings, 1, {10, 0, {}}, roster, board);
@@ -468,9 +477,12 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
         const Bytes got = receive_all(client.get());
         return std::string(got.begin(), got.end());
     };
-    const zxcommon::Descriptor waiting[] = {ask("GET /udp/239.1.1.1:1"), ask("HEAD /rtp/h:1")};
-    const zxcommon::Descriptor in_vain = ask("HEAD /udp/in-vain:1");
-    EXPECT_TRUE(comes_true([&] { return demands == 3; }));
+    const zxcommon::Descriptor waiting = ask("GET /udp/239.1.1.1:1");
+    const zxcommon::Descriptor in_vain = ask("GET /udp/in-vain:1");
+    EXPECT_THAT(answer(ask("HEAD /rtp/h:1")), HasSubstr("1.1 200 OK\r\n"));
+    EXPECT_THAT(answer(ask("HEAD /rtp/h:1?last=x")), HasSubstr("1.1 400 Bad Request\r\n"));
+    EXPECT_TRUE(comes_true([&] { return demands == 4; }));
+    EXPECT_EQ(openings, 2);
     relay::ChannelList channels;
     for (const char* const name : {"udp/239.1.1.1:1", "rtp/h:1"}) {
         relay::ChannelSettings its{name, 1U << 17U, 1U << 17U};
@@ -481,14 +493,18 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     EXPECT_THAT(answer(ask("GET /udp/h:2")), HasSubstr("1.1 403 Forbidden\r\n"));
     EXPECT_THAT(answer(ask("GET /rtp/h:3")), HasSubstr("1.1 404 Not Found\r\n"));
     EXPECT_THAT(answer(ask("GET /other/h:1")), HasSubstr("1.1 404 Not Found\r\n"));
-    EXPECT_EQ(demands, 5);
-    EXPECT_THAT(answer(waiting[1]), HasSubstr("1.1 200 OK\r\n"));
+    for (const char* const method : {"GET", "HEAD"}) {
+        const std::string got = answer(ask(std::string(method) + " /udp/h:4"));
+        EXPECT_THAT(got, HasSubstr("1.1 503 Service Unavailable\r\n"));
+        EXPECT_THAT(got, HasSubstr("\r\nRetry-After: 5\r\n"));
+    }
+    EXPECT_EQ(demands, 8);
     EXPECT_TRUE(comes_true([&] { return channels[0]->stats.clients == 1U; }));
     channels[0]->push(packets(0, 7));
     const Bytes sent = packets(0, 7);
     std::string got;
     while (!got.ends_with(std::string(sent.begin(), sent.end()))) {
-        const Bytes part = receive_all(waiting[0].get(), 1);
+        const Bytes part = receive_all(waiting.get(), 1);
         ASSERT_FALSE(part.empty());
         got.append(part.begin(), part.end());
     }
@@ -496,7 +512,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     senders.change({channels[1]}, {});
     EXPECT_THAT(answer(ask("GET /")), HasSubstr("1.1 404 Not Found\r\n"));
     EXPECT_THAT(answer(in_vain), HasSubstr("1.1 503 Service Unavailable\r\n"));
-    EXPECT_EQ(demands, 5);
+    EXPECT_EQ(demands, 8);
 }
 
 // The kernel would end a connection that --stall allows to wait.

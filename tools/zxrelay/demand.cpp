@@ -15,21 +15,35 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr std::uint64_t kLeastLingerUs = 2 * kMicro;  // time for the client that has asked to start
+constexpr std::uint64_t kLargestFifo = 512U << 10U;   // --memory does not count what clients open
 constexpr int kStepMs = 1000;
 constexpr unsigned kRank = 1U << 20U;  // after the channels of the configuration
 
-// The numeric address in a text. A name gives nothing: strangers must not cause look-ups.
+bool is_ipv4(const Address& address) {
+    return parse_network("0.0.0.0/0").contains(address);
+}
+
+// The numeric address in a text. A name gives nothing: strangers must not cause look-ups. Nor does
+// an IPv4 address that is written as IPv6: the kernel joins no such group.
 std::optional<Address> address_in(const std::string& text) {
     try {
-        return parse_network(text).address;
+        const Address address = parse_network(text).address;
+        const bool has_colon = text.find(':') != std::string::npos;
+        const bool is_alone = text.find('/') == std::string::npos;
+        return is_alone && has_colon != is_ipv4(address) ? std::optional(address) : std::nullopt;
     } catch (const tools::Failure&) {
         return std::nullopt;
     }
 }
 
+// True if the sender can send to the group.
+bool is_sender(const std::string& text, const Address& group) {
+    const auto sender = address_in(text);
+    return sender && is_ipv4(*sender) == is_ipv4(group);
+}
+
 bool is_group(const Address& address) {
-    const bool is_v4 = contains({parse_network("0.0.0.0/0")}, address);
-    return is_v4 ? (address[12] & 0xf0U) == 0xe0U : address[0] == 0xffU;
+    return is_ipv4(address) ? (address[12] & 0xf0U) == 0xe0U : address[0] == 0xffU;
 }
 
 // The URL of "udp/GROUP:PORT", if it is one.
@@ -52,7 +66,7 @@ Demand judge(const std::string& name, const std::vector<Network>& networks) {
         return Demand::unknown;
     }
     const auto address = address_in(url->endpoint.host);
-    if (!address || (!url->sender.empty() && !address_in(url->sender))) {
+    if (!address || (!url->sender.empty() && !is_sender(url->sender, *address))) {
         return Demand::unknown;
     }
     return is_group(*address) && contains(networks, *address) ? Demand::coming : Demand::forbidden;
@@ -94,24 +108,32 @@ DemandStations::DemandStations(const OnDemandOptions& options, const ChannelOpti
 void DemandStations::stop() {
     interrupt_.raise();
     worker_.stop();
-    for (const auto& [name, entry] : entries_) {
+    std::map<std::string, Entry> last;
+    {
+        const std::scoped_lock lock(mutex_);
+        last.swap(entries_);
+    }
+    for (const auto& [name, entry] : last) {
         if (entry.station != nullptr) {
             entry.station->stop();
         }
     }
 }
 
-Demand DemandStations::ask(const std::string& name) {
+Demand DemandStations::ask(const std::string& name, bool opens) {
     const std::scoped_lock lock(mutex_);
     const Demand result = judge(name, networks_);
     if (result != Demand::coming) {
         return result;
     }
-    if (!entries_.contains(name) && entries_.size() >= options_.most) {
-        return Demand::forbidden;
+    const bool has_room = entries_.contains(name) || entries_.size() < options_.most;
+    if (!has_room || interrupt_.is_raised()) {
+        return Demand::full;
     }
-    entries_[name].wanted_us = zxtime_api_upTimeUs();
-    wake_.set();
+    if (opens) {
+        entries_[name].wanted_us = zxtime_api_upTimeUs();
+        wake_.set();
+    }
     return Demand::coming;
 }
 
@@ -124,6 +146,7 @@ void DemandStations::change(const OnDemandOptions& options, const ChannelOptions
     usual_.backup_urls.clear();
     usual_.send_urls.clear();
     usual_.once = false;
+    usual_.fifo_bytes = std::min(usual_.fifo_bytes, kLargestFifo);
 }
 
 void DemandStations::run() {
@@ -152,6 +175,9 @@ void DemandStations::open_asked() {
     }
     const ChannelOptions usual = usual_;
     for (const std::string& name : asked) {
+        if (interrupt_.is_raised()) {
+            return;
+        }
         lock.unlock();
         std::unique_ptr<Station> station;
         try {

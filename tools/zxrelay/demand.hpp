@@ -31,11 +31,12 @@ public:
     DemandStations& operator=(const DemandStations&) = delete;
 
     void start() { worker_.start(); }  // throws a Failure
+    // The senders may still run: no channel is opened any more.
     void stop();
 
-    // `name`: such as udp/239.1.1.1:1234. Any thread may call it; it does not wait. `coming` is
-    // no promise: opening the channel may still fail.
-    Demand ask(const std::string& name);
+    // An OnDemand. Any thread may call it; it does not wait. `coming` is no promise: opening the
+    // channel may still fail.
+    Demand ask(const std::string& name, bool opens);
 
     // Replaces the options. Channels whose address is no longer allowed are closed.
     void change(const OnDemandOptions& options, const ChannelOptions& usual);

@@ -278,7 +278,7 @@ void define_channel(CLI::App& app, ChannelOptions& channel, const std::string& s
 }
 
 void define_on_demand(CLI::App& app, OnDemandOptions& options) {
-    app.add_option("--networks", options.networks)->check(parses(parse_network));
+    app.add_option("--networks", options.networks)->check(parses(parse_group_network));
     app.add_option("--interface", options.interface);
     app.add_option("--linger", options.linger_seconds)->check(CLI::Range(0U, 86400U));
     app.add_option("--most", options.most)->check(CLI::Range(1U, 10000U));

@@ -145,7 +145,9 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     Roster roster;
     std::optional<DemandStations> demand;  // before the senders run
     Sender::Settings settings = sender_settings(options_);
-    settings.on_demand = [&demand](const std::string& name) { return demand->ask(name); };
+    settings.on_demand = [&demand](const std::string& name, bool opens) {
+        return demand->ask(name, opens);
+    };
     Senders senders(std::move(listener_), settings, options_.senders, admission_rules(config_),
                     roster, board);
     const Surroundings around{options_.senders, options_.latency_ms == 0};

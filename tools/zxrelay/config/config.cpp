@@ -1,5 +1,6 @@
 #include "config/config.hpp"
 
+#include <net/if.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,7 @@ struct Reader {
 private:
     void read_file(const fs::path& path);
     void add_channel(const Table& table);
+    void set_on_demand(const std::vector<Table>& tables);
     void refuse_own_channel() const;
     void note_fixed();
 
@@ -62,12 +64,7 @@ Config Reader::finish() {
         for (const Table& table : file_->tables(kChannel)) {
             add_channel(table);
         }
-        for (const Table& table : file_->tables(kOnDemand)) {
-            CLI::App demand;
-            config.on_demand.interface = options.channel.interface;
-            define_on_demand(demand, config.on_demand);
-            table.set(demand);
-        }
+        set_on_demand(file_->tables(kOnDemand));
     }
     note_fixed();
     if (!config.channels.empty()) {
@@ -101,6 +98,27 @@ void Reader::add_channel(const Table& table) {
         table.refuse("input", "two channels cannot both read the standard input");
     }
     config.channels.push_back(std::move(channel));
+}
+
+void Reader::set_on_demand(const std::vector<Table>& tables) {
+    if (tables.empty()) {
+        return;
+    }
+    if (tables.size() > 1) {
+        tables[1].refuse("", "there are two tables [on-demand]");
+    }
+    const Table& table = tables.front();
+    OnDemandOptions& options = config.on_demand;
+    CLI::App keys;
+    options.interface = config.options.channel.interface;
+    define_on_demand(keys, options);
+    table.set(keys);
+    if (!options.interface.empty() && if_nametoindex(options.interface.c_str()) == 0) {
+        table.refuse("interface", "there is no network interface " + options.interface);
+    }
+    if (config.options.channel.once && !options.networks.empty()) {
+        throw tools::Failure("--once does not go with [on-demand], which never ends");
+    }
 }
 
 // Notes the options that do not change while zxrelay runs: all but those of channels. A channel

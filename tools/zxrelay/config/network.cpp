@@ -74,6 +74,17 @@ Network parse_network(const std::string& text) {
     return network;
 }
 
+Network parse_group_network(const std::string& text) {
+    const Network network = parse_network(text);
+    for (const char* const groups : {"224.0.0.0/4", "ff00::/8"}) {
+        const Network all = parse_network(groups);
+        if (all.contains(network.address) || network.contains(all.address)) {
+            return network;
+        }
+    }
+    throw tools::Failure("'" + text + "' contains no multicast address");
+}
+
 bool contains(const std::vector<Network>& networks, const Address& address) {
     return std::any_of(networks.begin(), networks.end(),
                        [&](const Network& network) { return network.contains(address); });

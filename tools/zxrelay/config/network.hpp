@@ -27,6 +27,9 @@ struct Network {
 // with the text.
 Network parse_network(const std::string& text);
 
+// The same, for a network that must contain a multicast address.
+Network parse_group_network(const std::string& text);
+
 bool contains(const std::vector<Network>& networks, const Address& address);
 
 }  // namespace relay

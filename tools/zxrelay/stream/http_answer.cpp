@@ -116,7 +116,8 @@ std::optional<std::size_t> channel_of(const std::string& name, const Site& site)
     return is_clear ? std::optional<std::size_t>(found - site.channels.begin()) : std::nullopt;
 }
 
-HttpAnswer stream(const HttpRequest& request, const Site& site, std::size_t channel) {
+HttpAnswer stream(const HttpRequest& request, const Site& site,
+                  std::optional<std::size_t> channel) {
     const auto last = request.parameter("last");
     const auto seconds = last ? tools::parse_number(*last) : std::nullopt;
     if (last && !seconds) {
@@ -162,6 +163,10 @@ HttpAnswer answer_to(const HttpRequest& request, const Site& site) {
         default:
             return {refusal(HTTP_STATUS_METHOD_NOT_ALLOWED, site), {}, {}, ""};
     }
+}
+
+std::string head_of_stream(const HttpRequest& request, const Site& site) {
+    return without_body(stream(request, site, {}).text);
 }
 
 std::string refusal(unsigned status, const Site& site) {

@@ -36,6 +36,9 @@ struct HttpAnswer {
 // `request` is no longer partial.
 HttpAnswer answer_to(const HttpRequest& request, const Site& site);
 
+// What a HEAD gets for a channel that a GET would open.
+std::string head_of_stream(const HttpRequest& request, const Site& site);
+
 // The answer to a client that gets nothing else, with a request or without one.
 std::string refusal(unsigned status, const Site& site);
 std::string refusal_to(const HttpRequest& request, unsigned status, const Site& site);

@@ -9,10 +9,12 @@ namespace relay {
 enum class Demand {
     coming,     // the channel is or will soon be open
     forbidden,  // the rules of the relay exclude it
+    full,       // no more channels can be opened now
     unknown,    // there is no such channel
 };
 
-// `name`: such as udp/239.1.1.1:1234. Any sender calls it, so it must not wait.
-using OnDemand = std::function<Demand(const std::string& name)>;
+// `name`: such as udp/239.1.1.1:1234. `opens`: false only asks, and opens nothing. Any sender calls
+// it, so it must not wait.
+using OnDemand = std::function<Demand(const std::string& name, bool opens)>;
 
 }  // namespace relay

@@ -96,8 +96,7 @@ void Reception::decide(Newcomer& newcomer, Newcomer::Wish wish) {
             refuse(newcomer, refusal(HTTP_STATUS_REQUEST_TIMEOUT, site_));
             break;
         case Newcomer::Wish::no_channel:
-            refuse(newcomer,
-                   refusal_to(newcomer.request(), HTTP_STATUS_SERVICE_UNAVAILABLE, site_));
+            refuse(newcomer, refusal(HTTP_STATUS_SERVICE_UNAVAILABLE, site_));
             break;
         case Newcomer::Wish::gone:
             let_go(newcomer);
@@ -135,17 +134,27 @@ void Reception::answer_request(Newcomer& newcomer) {
     }
 }
 
-// True if the channel will soon be open. Until then, what the client sends waits in its socket.
+// True if the channel will soon be open. Until then, what the client sends waits in its socket. A
+// HEAD does not wait: it opens no channel.
 bool Reception::must_wait(Newcomer& newcomer, HttpAnswer& answer) {
     if (answer.demanded.empty() || !on_demand_) {
         return false;
     }
-    switch (on_demand_(answer.demanded)) {
+    const HttpRequest& request = newcomer.request();
+    const bool is_for_head = request.method == HTTP_HEAD;
+    switch (on_demand_(answer.demanded, !is_for_head)) {
         case Demand::coming:
+            if (is_for_head) {
+                answer.text = head_of_stream(request, site_);
+                break;
+            }
             newcomer.wait_for_channel(now_us_);
             return epoll_.mod(newcomer.guest.fd.get(), 0);
         case Demand::forbidden:
-            answer.text = refusal_to(newcomer.request(), HTTP_STATUS_FORBIDDEN, site_);
+            answer.text = refusal_to(request, HTTP_STATUS_FORBIDDEN, site_);
+            break;
+        case Demand::full:
+            answer.text = refusal_to(request, HTTP_STATUS_SERVICE_UNAVAILABLE, site_);
             break;
         case Demand::unknown:
             break;
