@@ -14,12 +14,11 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 
-ChannelSettings settings_of(const ChannelOptions& options, unsigned rank) {
+ChannelSettings settings_of(const ChannelOptions& options) {
     return {options.name,
             static_cast<std::uint32_t>(options.fifo_bytes),
             options.client_buffer_bytes,
             options.keep_seconds * kMicro,
-            rank,
             true,
             parse_url(options.input_url).shown()};
 }
@@ -39,11 +38,14 @@ Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
     changes.kept = stations_.size();
     unsigned rank = 0;
     for (const ChannelOptions& options : wanted) {
-        if (!has(options)) {
+        if (Station* const station = find(options); station != nullptr) {
+            station->channel()->rank = rank;
+        } else {
             ++(try_open(options, rank) ? changes.opened : changes.failed);
         }
         ++rank;
     }
+    senders_.change({}, {});  // the ranks
     return changes;
 }
 
@@ -60,8 +62,9 @@ void Stations::open(const ChannelOptions& options, unsigned rank) {
     const std::vector<std::string> urls = input_urls(options);
     auto inputs = pool_.take(urls, options.interface);
     try {
-        auto station = std::make_unique<Station>(options, settings_of(options, rank),
-                                                 std::move(inputs), around_);
+        auto station =
+            std::make_unique<Station>(options, settings_of(options), std::move(inputs), around_);
+        station->channel()->rank = rank;
         station->start();
         senders_.change({}, {station->channel()});
         stations_.push_back(std::move(station));
@@ -82,9 +85,10 @@ bool Stations::try_open(const ChannelOptions& options, unsigned rank) {
     }
 }
 
-bool Stations::has(const ChannelOptions& options) const {
-    return std::ranges::any_of(stations_,
-                               [&](const auto& station) { return station->options() == options; });
+Station* Stations::find(const ChannelOptions& options) const {
+    const auto found = std::ranges::find_if(
+        stations_, [&](const auto& station) { return station->options() == options; });
+    return found != stations_.end() ? found->get() : nullptr;
 }
 
 std::size_t Stations::close_unless(const std::vector<ChannelOptions>& wanted) {

@@ -41,7 +41,7 @@ public:
 private:
     void open(const ChannelOptions& options, unsigned rank);
     bool try_open(const ChannelOptions& options, unsigned rank);
-    [[nodiscard]] bool has(const ChannelOptions& options) const;
+    [[nodiscard]] Station* find(const ChannelOptions& options) const;  // nullptr: not open
     std::size_t close_unless(const std::vector<ChannelOptions>& wanted);
     void close(Station& station);
 
