@@ -46,6 +46,7 @@ Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
         ++rank;
     }
     senders_.change({}, {});  // the ranks
+    pool_.note_idle();
     return changes;
 }
 
