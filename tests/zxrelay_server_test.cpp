@@ -546,9 +546,11 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     EXPECT_TRUE(logs("the option --stall changes only when zxrelay is restarted"));
     EXPECT_TRUE(logs("0 channels opened, 1 closed"));
     EXPECT_TRUE(lists("c0", "c2"));
-    std::ofstream(file) << channel(2) << channel(0);
+    std::ofstream(file) << "stall = 9\n" << channel(2) << channel(0);
     signal_supervisor(SIGHUP);
     EXPECT_TRUE(logs("0 channels opened, 0 closed, 0 not opened, 2 go on"));
+    EXPECT_THAT(content_of(dir / "log"),
+                testing::ContainsRegex("--stall changes only(.|\n)*--stall changes only"));
     EXPECT_TRUE(lists("c2", "c0"));
     kill(worker(), SIGKILL);
     EXPECT_TRUE(lists("c2", "c0"));

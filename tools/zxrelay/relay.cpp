@@ -129,6 +129,7 @@ InputPool open_all_inputs(const Config& config) {
 Relay::Relay(const CommandLine& command_line, const Config& config)
     : command_line_(command_line),
       options_(config.options),
+      fixed_(config.fixed),
       config_(config),
       output_(parse_output(options_.output_address)),
       inputs_(open_all_inputs(config)),
@@ -232,12 +233,11 @@ bool Relay::read_again() {
 }
 
 void Relay::reload(Stations& stations, DemandStations& demand) {
-    const auto before = config_.fixed;
     if (config_.file.empty() || !read_again()) {
         return;
     }
     watchdog::note_reload();
-    for (const std::string& name : changed_options(before, config_.fixed)) {
+    for (const std::string& name : changed_options(fixed_, config_.fixed)) {
         log({Level::warning, kTag}, "the option %s changes only when zxrelay is restarted",
             name.c_str());
     }

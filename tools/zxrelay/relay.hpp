@@ -4,7 +4,9 @@
 #include <signal.h>
 
 #include <functional>
+#include <map>
 #include <optional>
+#include <string>
 
 #include "config/config.hpp"
 #include "input/pool.hpp"
@@ -43,7 +45,8 @@ private:
     [[nodiscard]] bool is_once() const;
 
     const CommandLine& command_line_;
-    const Options options_;  // those that do not change
+    const Options options_;                           // those that do not change
+    const std::map<std::string, std::string> fixed_;  // those that were set
     Config config_;
     const Endpoint output_;
     InputPool inputs_;
