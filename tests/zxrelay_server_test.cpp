@@ -554,6 +554,11 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     EXPECT_TRUE(lists("c2", "c0"));
     kill(worker(), SIGKILL);
     EXPECT_TRUE(lists("c2", "c0"));
+    std::ofstream(file) << "nonsense = 1\n";
+    kill(worker(), SIGKILL);
+    EXPECT_TRUE(lists("c0", "c1"));
+    EXPECT_TRUE(
+        logs("refused, and the channels of the start come back: " + file + ":1: 'nonsense'"));
     signal_supervisor(SIGTERM);
     expect_nothing_left();
 }

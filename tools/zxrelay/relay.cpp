@@ -141,7 +141,8 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
 }
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
-    const bool is_changed = watchdog::has_reloaded() && read_again();
+    const bool is_changed =
+        watchdog::has_reloaded() && read_again("the channels of the start come back");
     Board board(options_.senders);
     Roster roster;
     std::optional<DemandStations> demand;  // before the senders run
@@ -221,19 +222,19 @@ bool Relay::is_once() const {
     return config_.options.channel.once;
 }
 
-bool Relay::read_again() {
+bool Relay::read_again(const char* consequence) {
     try {
         config_ = command_line_.read();
         return true;
     } catch (const std::exception& failure) {
-        log({Level::error, kTag}, "the configuration is refused, and nothing changes: %s",
+        log({Level::error, kTag}, "the configuration is refused, and %s: %s", consequence,
             failure.what());
         return false;
     }
 }
 
 void Relay::reload(Stations& stations, DemandStations& demand) {
-    if (config_.file.empty() || !read_again()) {
+    if (config_.file.empty() || !read_again("nothing changes")) {
         return;
     }
     watchdog::note_reload();

@@ -39,8 +39,8 @@ private:
     // Waits for signals, and goes on as long as `goes_on` says so.
     End run_main_loop(const sigset_t& signals, const Notifier& notifier, Log& log_file,
                       const std::function<void()>& reload, const std::function<bool()>& goes_on);
-    // Returns false if the file is refused; then nothing changes.
-    bool read_again();
+    // Returns false if the file is refused. Then it logs an error with the `consequence`.
+    bool read_again(const char* consequence);
     void reload(Stations& stations, DemandStations& demand);
     [[nodiscard]] bool is_once() const;
 
