@@ -559,6 +559,13 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     EXPECT_TRUE(lists("c0", "c1"));
     EXPECT_TRUE(
         logs("refused, and the channels of the start come back: " + file + ":1: 'nonsense'"));
+    zxcommon::Descriptor blocker = relay::open_listener({"127.0.0.1", std::to_string(ports[2])}, 1);
+    std::ofstream(file) << channel(0) << channel(2);
+    signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("0 channels opened, 1 closed, 1 not opened, 1 go on"));
+    blocker.reset();
+    EXPECT_TRUE(logs("the channel c2 is open now"));
+    EXPECT_TRUE(lists("c0", "c2"));
     signal_supervisor(SIGTERM);
     expect_nothing_left();
 }

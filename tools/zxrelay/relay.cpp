@@ -176,6 +176,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
         if (options_.print_stats) {
             monitor.print_when_due();
         }
+        stations.open_missing_when_due();
         return !config_.on_demand.networks.empty() || !stations.finished() || !senders.drained();
     };
     const auto load = [&] { reload(stations, *demand); };

@@ -1,10 +1,13 @@
 #include "stations.hpp"
 
+#include <net/if.h>
+
 #include <algorithm>
 
 #include "common/failure.hpp"
 #include "common/seconds.hpp"
 #include "zxcommon.hpp"
+#include "zxtime.h"
 
 namespace relay {
 namespace {
@@ -13,6 +16,7 @@ using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
+constexpr std::uint64_t kRetryUs = 5 * kMicro;
 
 ChannelSettings settings_of(const ChannelOptions& options) {
     return {options.name,
@@ -47,7 +51,34 @@ Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
     }
     senders_.change({}, {});  // the ranks
     pool_.note_idle();
+    wanted_ = wanted;
+    missing_us_ = changes.failed == 0 ? UINT64_MAX : zxtime_api_upTimeUs() + kRetryUs;
     return changes;
+}
+
+// The error of a channel is in the log already. The library would log a missing interface each
+// time.
+void Stations::open_missing_when_due() {
+    if (zxtime_api_upTimeUs() < missing_us_) {
+        return;
+    }
+    missing_us_ = UINT64_MAX;
+    unsigned rank = 0;
+    for (const ChannelOptions& options : wanted_) {
+        try {
+            if (find(options) == nullptr) {
+                if (!options.interface.empty() && if_nametoindex(options.interface.c_str()) == 0) {
+                    throw tools::Failure("there is no interface");
+                }
+                open(options, rank);
+                log({Level::notice, kTag}, "the channel %s is open now", options.name.c_str());
+            }
+        } catch (const std::exception&) {
+            missing_us_ = zxtime_api_upTimeUs() + kRetryUs;
+        }
+        ++rank;
+    }
+    pool_.note_idle();
 }
 
 bool Stations::finished() const {
