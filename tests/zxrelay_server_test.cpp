@@ -545,20 +545,43 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     const zxcommon::Descriptor fresh = ask("c2");
     send_all(zxcommon::Descriptor(connected(SOCK_STREAM, ports[2])).get(), packets(0, 7));
     EXPECT_EQ(receive_all(fresh.get(), 7 * kPacketSize), packets(0, 7));
+    const auto lists = [&](const std::string& first, const std::string& second) {
+        const std::string list = "#EXTINF:-1," + first + "\nhttp://x/" + first + "\n#EXTINF:-1," +
+                                 second + "\nhttp://x/" + second + "\n";
+        return comes_true([&] {
+            const auto client = say("GET /playlist.m3u HTTP/1.1\r\nHost: x\r\n\r\n");
+            return text_of(receive_all(client.get())).ends_with(list);
+        });
+    };
 
     std::ofstream(file) << "nonsense = 1\n" << channel(0);
     signal_supervisor(SIGHUP);
     EXPECT_TRUE(logs("nothing changes: " + file + ":1: 'nonsense' is not an option here"));
-    std::ofstream(file) << "stall = 9\n" << channel(2) << channel(0);
+    std::ofstream(file) << "stall = 9\n" << channel(0) << channel(2);
     signal_supervisor(SIGHUP);
     EXPECT_TRUE(logs("the option --stall changes only when zxrelay is restarted"));
     EXPECT_TRUE(logs("0 channels opened, 1 closed"));
+    EXPECT_TRUE(lists("c0", "c2"));
+    std::ofstream(file) << "stall = 9\n" << channel(2) << channel(0);
+    signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("0 channels opened, 0 closed, 0 not opened, 2 go on"));
+    EXPECT_THAT(content_of(dir / "log"),
+                testing::ContainsRegex("--stall changes only(.|\n)*--stall changes only"));
+    EXPECT_TRUE(lists("c2", "c0"));
     kill(worker(), SIGKILL);
-    const std::string list = "#EXTINF:-1,c2\nhttp://x/c2\n#EXTINF:-1,c0\nhttp://x/c0\n";
-    EXPECT_TRUE(comes_true([&] {
-        const auto client = say("GET /playlist.m3u HTTP/1.1\r\nHost: x\r\n\r\n");
-        return text_of(receive_all(client.get())).ends_with(list);
-    }));
+    EXPECT_TRUE(lists("c2", "c0"));
+    std::ofstream(file) << "nonsense = 1\n";
+    kill(worker(), SIGKILL);
+    EXPECT_TRUE(lists("c0", "c1"));
+    EXPECT_TRUE(
+        logs("refused, and the channels of the start come back: " + file + ":1: 'nonsense'"));
+    zxcommon::Descriptor blocker = relay::open_listener({"127.0.0.1", std::to_string(ports[2])}, 1);
+    std::ofstream(file) << channel(0) << channel(2);
+    signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("0 channels opened, 1 closed, 1 not opened, 1 go on"));
+    blocker.reset();
+    EXPECT_TRUE(logs("the channel c2 is open now"));
+    EXPECT_TRUE(lists("c0", "c2"));
     signal_supervisor(SIGTERM);
     expect_nothing_left();
 }

@@ -86,11 +86,11 @@ std::unique_ptr<Station> open_station(const std::string& name, ChannelOptions op
                                    static_cast<std::uint32_t>(options.fifo_bytes),
                                    options.client_buffer_bytes,
                                    options.keep_seconds * kMicro,
-                                   kRank,
                                    false,
                                    options.input_url};
     auto inputs = open_inputs(input_urls(options), options.interface);
     auto station = std::make_unique<Station>(options, settings, std::move(inputs), around);
+    station->channel()->rank = kRank;
     station->start();
     return station;
 }

@@ -129,6 +129,7 @@ InputPool open_all_inputs(const Config& config) {
 Relay::Relay(const CommandLine& command_line, const Config& config)
     : command_line_(command_line),
       options_(config.options),
+      fixed_(config.fixed),
       config_(config),
       output_(parse_output(options_.output_address)),
       inputs_(open_all_inputs(config)),
@@ -140,7 +141,8 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
 }
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
-    const bool is_changed = watchdog::has_reloaded() && read_again();
+    const bool is_changed =
+        watchdog::has_reloaded() && read_again("the channels of the start come back");
     Board board(options_.senders);
     Roster roster;
     std::optional<DemandStations> demand;  // before the senders run
@@ -176,6 +178,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
         if (options_.print_stats) {
             monitor.print_when_due();
         }
+        stations.open_missing_when_due();
         return !config_.on_demand.networks.empty() || !stations.finished() || !senders.drained();
     };
     const auto load = [&] { reload(stations, *demand); };
@@ -222,24 +225,23 @@ bool Relay::is_once() const {
     return config_.options.channel.once;
 }
 
-bool Relay::read_again() {
+bool Relay::read_again(const char* consequence) {
     try {
         config_ = command_line_.read();
         return true;
     } catch (const std::exception& failure) {
-        log({Level::error, kTag}, "the configuration is refused, and nothing changes: %s",
+        log({Level::error, kTag}, "the configuration is refused, and %s: %s", consequence,
             failure.what());
         return false;
     }
 }
 
 void Relay::reload(Stations& stations, DemandStations& demand) {
-    const auto before = config_.fixed;
-    if (config_.file.empty() || !read_again()) {
+    if (config_.file.empty() || !read_again("nothing changes")) {
         return;
     }
     watchdog::note_reload();
-    for (const std::string& name : changed_options(before, config_.fixed)) {
+    for (const std::string& name : changed_options(fixed_, config_.fixed)) {
         log({Level::warning, kTag}, "the option %s changes only when zxrelay is restarted",
             name.c_str());
     }

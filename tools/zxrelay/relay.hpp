@@ -4,7 +4,9 @@
 #include <signal.h>
 
 #include <functional>
+#include <map>
 #include <optional>
+#include <string>
 
 #include "config/config.hpp"
 #include "input/pool.hpp"
@@ -37,13 +39,14 @@ private:
     // Waits for signals, and goes on as long as `goes_on` says so.
     End run_main_loop(const sigset_t& signals, const Notifier& notifier, Log& log_file,
                       const std::function<void()>& reload, const std::function<bool()>& goes_on);
-    // Returns false if the file is refused; then nothing changes.
-    bool read_again();
+    // Returns false if the file is refused. Then it logs an error with the `consequence`.
+    bool read_again(const char* consequence);
     void reload(Stations& stations, DemandStations& demand);
     [[nodiscard]] bool is_once() const;
 
     const CommandLine& command_line_;
-    const Options options_;  // those that do not change
+    const Options options_;                           // those that do not change
+    const std::map<std::string, std::string> fixed_;  // those that were set
     Config config_;
     const Endpoint output_;
     InputPool inputs_;

@@ -1,10 +1,13 @@
 #include "stations.hpp"
 
+#include <net/if.h>
+
 #include <algorithm>
 
 #include "common/failure.hpp"
 #include "common/seconds.hpp"
 #include "zxcommon.hpp"
+#include "zxtime.h"
 
 namespace relay {
 namespace {
@@ -13,13 +16,13 @@ using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
+constexpr std::uint64_t kRetryUs = 5 * kMicro;
 
-ChannelSettings settings_of(const ChannelOptions& options, unsigned rank) {
+ChannelSettings settings_of(const ChannelOptions& options) {
     return {options.name,
             static_cast<std::uint32_t>(options.fifo_bytes),
             options.client_buffer_bytes,
             options.keep_seconds * kMicro,
-            rank,
             true,
             parse_url(options.input_url).shown()};
 }
@@ -39,12 +42,43 @@ Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
     changes.kept = stations_.size();
     unsigned rank = 0;
     for (const ChannelOptions& options : wanted) {
-        if (!has(options)) {
+        if (Station* const station = find(options); station != nullptr) {
+            station->channel()->rank = rank;
+        } else {
             ++(try_open(options, rank) ? changes.opened : changes.failed);
         }
         ++rank;
     }
+    senders_.change({}, {});  // the ranks
+    pool_.note_idle();
+    wanted_ = wanted;
+    missing_us_ = changes.failed == 0 ? UINT64_MAX : zxtime_api_upTimeUs() + kRetryUs;
     return changes;
+}
+
+// The error of a channel is in the log already. The library would log a missing interface each
+// time.
+void Stations::open_missing_when_due() {
+    if (zxtime_api_upTimeUs() < missing_us_) {
+        return;
+    }
+    missing_us_ = UINT64_MAX;
+    unsigned rank = 0;
+    for (const ChannelOptions& options : wanted_) {
+        try {
+            if (find(options) == nullptr) {
+                if (!options.interface.empty() && if_nametoindex(options.interface.c_str()) == 0) {
+                    throw tools::Failure("there is no interface");
+                }
+                open(options, rank);
+                log({Level::notice, kTag}, "the channel %s is open now", options.name.c_str());
+            }
+        } catch (const std::exception&) {
+            missing_us_ = zxtime_api_upTimeUs() + kRetryUs;
+        }
+        ++rank;
+    }
+    pool_.note_idle();
 }
 
 bool Stations::finished() const {
@@ -60,8 +94,9 @@ void Stations::open(const ChannelOptions& options, unsigned rank) {
     const std::vector<std::string> urls = input_urls(options);
     auto inputs = pool_.take(urls, options.interface);
     try {
-        auto station = std::make_unique<Station>(options, settings_of(options, rank),
-                                                 std::move(inputs), around_);
+        auto station =
+            std::make_unique<Station>(options, settings_of(options), std::move(inputs), around_);
+        station->channel()->rank = rank;
         station->start();
         senders_.change({}, {station->channel()});
         stations_.push_back(std::move(station));
@@ -82,9 +117,10 @@ bool Stations::try_open(const ChannelOptions& options, unsigned rank) {
     }
 }
 
-bool Stations::has(const ChannelOptions& options) const {
-    return std::ranges::any_of(stations_,
-                               [&](const auto& station) { return station->options() == options; });
+Station* Stations::find(const ChannelOptions& options) const {
+    const auto found = std::ranges::find_if(
+        stations_, [&](const auto& station) { return station->options() == options; });
+    return found != stations_.end() ? found->get() : nullptr;
 }
 
 std::size_t Stations::close_unless(const std::vector<ChannelOptions>& wanted) {

@@ -1,6 +1,7 @@
 // The channels of the configuration.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -30,6 +31,9 @@ public:
     // open. Logs an error for each one that cannot be opened. The others are not disturbed.
     Changes change(const std::vector<ChannelOptions>& wanted);
 
+    // Tries from time to time to open the channels that change() could not open.
+    void open_missing_when_due();
+
     // Closes the sockets that were opened at the start and that no channel uses now.
     void drop_spare_inputs() { pool_.drop_spare(); }
 
@@ -41,13 +45,15 @@ public:
 private:
     void open(const ChannelOptions& options, unsigned rank);
     bool try_open(const ChannelOptions& options, unsigned rank);
-    [[nodiscard]] bool has(const ChannelOptions& options) const;
+    [[nodiscard]] Station* find(const ChannelOptions& options) const;  // nullptr: not open
     std::size_t close_unless(const std::vector<ChannelOptions>& wanted);
     void close(Station& station);
 
     Senders& senders_;
     const Surroundings around_;
     InputPool pool_;
+    std::vector<ChannelOptions> wanted_;     // at the last change
+    std::uint64_t missing_us_ = UINT64_MAX;  // when the missing ones are tried again
     std::vector<std::unique_ptr<Station>> stations_;
 };
 

@@ -1,8 +1,10 @@
 #include "input/pool.hpp"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "common/failure.hpp"
 #include "input/sockets.hpp"
@@ -19,6 +21,18 @@ zxcommon::Descriptor duplicate(const OpenInput& input) {
         throw tools::system_failure("no descriptor for " + input.url.shown());
     }
     return fd;
+}
+
+// A fast sender may fill the socket while it is emptied, so there is a limit.
+void drop_datagrams(const OpenInput& input) {
+    constexpr int kMost = 1 << 17;
+    if (input.url.scheme == Scheme::udp || input.url.scheme == Scheme::rtp) {
+        for (int i = 0; i < kMost; ++i) {
+            if (recv(input.fd.get(), nullptr, 0, MSG_DONTWAIT | MSG_TRUNC) < 0) {
+                return;
+            }
+        }
+    }
 }
 
 }  // namespace
@@ -41,6 +55,9 @@ std::vector<OpenInput> InputPool::take(const std::vector<std::string>& urls,
             inputs.push_back({std::move(url), std::move(fd)});
             if (entry != nullptr) {
                 entry->is_taken = true;
+                if (std::exchange(entry->is_idle, false)) {
+                    drop_datagrams(entry->input);
+                }
             }
         }
     } catch (...) {
@@ -56,6 +73,12 @@ void InputPool::give_back(const std::vector<std::string>& urls, const std::strin
         if (Entry* const entry = find(url, interface, true); entry != nullptr) {
             entry->is_taken = false;
         }
+    }
+}
+
+void InputPool::note_idle() {
+    for (Entry& entry : entries_) {
+        entry.is_idle = entry.is_idle || !entry.is_taken;
     }
 }
 

@@ -24,6 +24,10 @@ public:
     // Tells that inputs that were taken are closed.
     void give_back(const std::vector<std::string>& urls, const std::string& interface);
 
+    // Tells that nobody reads for a while from what is not taken. The datagrams that arrive there
+    // are of the past when the input is taken again, and are dropped then.
+    void note_idle();
+
     // Closes what nobody has taken.
     void drop_spare();
 
@@ -32,6 +36,7 @@ private:
         OpenInput input;
         std::string interface;
         bool is_taken = false;
+        bool is_idle = false;
     };
     Entry* find(const std::string& url, const std::string& interface, bool is_taken);
     std::list<Entry> entries_;

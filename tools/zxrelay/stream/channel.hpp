@@ -1,6 +1,7 @@
 // A channel: a named stream on its way from its source to the senders.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -17,11 +18,8 @@ struct ChannelSettings {
     std::uint32_t fifo_bytes;           // the capacity of each queue
     std::uint64_t client_buffer_bytes;  // how far a client may lag
     std::uint64_t keep_us = 0;          // of the stream; 0: no time shift
-    // Playlists are in the order of ranks. The first channel that is listed is the one of clients
-    // that do not ask.
-    unsigned rank = 0;
-    bool is_listed = true;    // in playlists
-    std::string source = {};  // as the status page shows it
+    bool is_listed = true;              // in playlists
+    std::string source = {};            // as the status page shows it
 
     bool operator==(const ChannelSettings&) const = default;
 };
@@ -50,6 +48,10 @@ public:
     [[nodiscard]] double fill_ratio() const;  // of the fullest queue
 
     Stats stats;
+
+    // Playlists are in the order of ranks. The first channel that is listed is the one of clients
+    // that do not ask. The main thread changes it when the configuration is read again.
+    std::atomic<unsigned> rank{0};
 
 private:
     const ChannelSettings settings_;

@@ -7,6 +7,7 @@ void Inbox::change(const ChannelList& closed, const ChannelList& opened) {
         const std::scoped_lock lock(mutex_);
         content_.closed.insert(content_.closed.end(), closed.begin(), closed.end());
         content_.opened.insert(content_.opened.end(), opened.begin(), opened.end());
+        content_.has_changed = true;
     }
     wake_.set();
 }

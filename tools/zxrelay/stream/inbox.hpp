@@ -22,6 +22,7 @@ public:
     struct Content {
         ChannelList closed;  // one that is opened and closed again is in both lists
         ChannelList opened;
+        bool has_changed = false;  // the channels, or only their ranks
         std::vector<Guest> guests;
         std::vector<std::uint64_t> disconnected;  // numbers of clients
     };

@@ -15,9 +15,7 @@ void Roster::change(const ChannelList& closed, const ChannelList& opened) {
         }
     }
     channels_.insert(channels_.end(), opened.begin(), opened.end());
-    std::stable_sort(channels_.begin(), channels_.end(), [](const auto& a, const auto& b) {
-        return a->settings().rank < b->settings().rank;
-    });
+    sort_by_rank(channels_, [](const ChannelPtr& channel) -> const Channel& { return *channel; });
 }
 
 ChannelList Roster::channels() const {

@@ -125,7 +125,8 @@ void Sender::open_inbox() {
     remove_gone();
     std::ranges::for_each(inbox.opened, [this](const auto& channel) { open_feed(channel); });
     std::ranges::for_each(inbox.closed, [this](const auto& channel) { close_feed(channel); });
-    if (!inbox.opened.empty() || !inbox.closed.empty()) {
+    if (inbox.has_changed) {
+        sort_by_rank(feeds_, [](const auto& feed) -> const Channel& { return feed->channel; });
         reception_.update_site();
     }
     is_active_ = is_active_ || !inbox.guests.empty();
@@ -142,11 +143,8 @@ void Sender::disconnect_client(std::uint64_t number) {
 }
 
 void Sender::open_feed(const ChannelPtr& channel) {
-    const auto place = std::upper_bound(
-        feeds_.begin(), feeds_.end(), channel->settings().rank,
-        [](unsigned rank, const auto& feed) { return rank < feed->channel.settings().rank; });
-    const auto feed = feeds_.insert(place, std::make_unique<Feed>(channel, number_, budget_));
-    if (!epoll_.add((*feed)->queue.wake_fd(), EPOLLIN)) {
+    feeds_.push_back(std::make_unique<Feed>(channel, number_, budget_));
+    if (!epoll_.add(feeds_.back()->queue.wake_fd(), EPOLLIN)) {
         log({Level::error, kTag}, "cannot wait for the channel %s", channel->name().c_str());
     }
 }
