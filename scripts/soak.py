@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
 """Runs a relay as a server for some minutes: soak.py MINUTES RELAY SAMPLE
 
-A source sends the sample again and again at a fixed rate. Each packet contains a number and a checksum.
-Clients read everything, read the past, stall, vanish and send garbage. Meanwhile workers are killed, the
-log is moved away, and its disk is full for a while. Every client checks the data that it gets. The
-processes are measured once a second. Prints a table. The exit code is 1 if a row does not hold.
+The relay has ten channels. Sources send the sample again and again at fixed rates. Each packet contains a
+number and a checksum. Clients of the first channel read everything, read the past, stall, vanish and send
+garbage. Each of the others has a client that reads it by HTTP. One channel has a backup input, which its
+main input leaves to itself from time to time. One changes with every reload of the configuration. Meanwhile
+workers are killed, the log is moved away, and its disk is full for a while. Every client checks the data
+that it gets. The processes are measured once a second. Prints a table. The exit code is 1 if a row does not
+hold.
 """
 import collections
 import json
@@ -27,6 +30,9 @@ import zlib
 PACKET = 188
 PER_MESSAGE = 7
 RATE = 8_000_000 // 8 // PACKET  # packets a second
+SMALL_RATE = RATE // 16  # of each of the other channels
+STEADY = [f"steady{i}" for i in range(1, 8)]  # channels that never change; "spare" and "changing" are the others
+PAUSE, PERIOD = 5, 30  # the main input of "spare" is silent for PAUSE seconds in each PERIOD
 KEEP = 10  # seconds that the store keeps
 SHIFT = 5  # seconds back that a client asks for
 STALL = 12  # seconds until a client that accepts no data is disconnected
@@ -73,9 +79,12 @@ class Soak:
         self.work = tempfile.mkdtemp(prefix="soak.")
         self.disk = os.path.join(self.work, "disk")
         self.log = os.path.join(self.disk, "log")
+        self.config = os.path.join(self.work, "relay.toml")
         self.rotated = []
         self.is_mounted = False
         self.in_port, self.out_port, self.status_port = (self.free_port() for _ in range(3))
+        self.udp_ports = {name: self.free_port() for name in STEADY + ["changing", "spare", "backup"]}
+        self.reloads = 0
         self.watchdog = None
         self.stopping = threading.Event()
         self.lock = threading.Lock()
@@ -135,7 +144,6 @@ class Soak:
     # ---- the source
 
     def send_stream(self):
-        cells = [self.sample[at : at + PACKET] for at in range(0, len(self.sample), PACKET)]
         number = 0
         while not self.stopping.is_set():
             begin, first = time.monotonic(), number
@@ -145,9 +153,7 @@ class Soak:
                         due = first + int((time.monotonic() - begin) * RATE)
                         burst = bytearray()
                         for number in range(number, max(due, number)):
-                            head = cells[number % len(cells)][: PACKET - 12]
-                            packet = head + struct.pack(">Q", number)
-                            burst += packet + struct.pack(">I", zlib.crc32(packet))
+                            burst += self.make_packet(number)
                             if number % (10 * RATE) == 0:
                                 burst += bytes(99)  # not a packet: the relay must leave it out
                         number = max(due, number)
@@ -156,6 +162,27 @@ class Soak:
             except OSError:
                 time.sleep(0.05)
         self.count(packets_sent=number)
+
+    def make_packet(self, number):
+        """The packet of the sample that has its turn, with the number and a checksum at its end."""
+        at = number * PACKET % len(self.sample)
+        packet = self.sample[at : at + PACKET - 12] + struct.pack(">Q", number)
+        return packet + struct.pack(">I", zlib.crc32(packet))
+
+    def send_datagrams(self):
+        """Sends one stream to all channels but the first one."""
+        begin, number = time.monotonic(), 0
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+            while not self.stopping.is_set():
+                while number + PER_MESSAGE <= (time.monotonic() - begin) * SMALL_RATE:
+                    datagram = b"".join(self.make_packet(number + i) for i in range(PER_MESSAGE))
+                    number += PER_MESSAGE
+                    is_paused = self.now() % PERIOD > PERIOD - PAUSE
+                    for name, port in self.udp_ports.items():
+                        if name != "spare" or not is_paused:
+                            s.sendto(datagram, ("127.0.0.1", port))
+                time.sleep(0.01)
+        self.count(small_packets_sent=number)
 
     # ---- the clients; each turn is one connection
 
@@ -176,7 +203,8 @@ class Soak:
             except ConnectionError:
                 return False
             except socket.timeout:
-                self.fail("a client got nothing")
+                if not self.stopping.is_set():
+                    self.fail("a client got nothing")
                 return False
             if not data:
                 return False
@@ -210,6 +238,49 @@ class Soak:
                 if not 0 <= gap <= BACK * RATE:
                     self.fail(f"{gap} packets missing between two workers")
                 last = checker.last
+
+    def ask(self, s, name):
+        """Asks for a channel by HTTP. Returns what has come of its stream, or None if there is none."""
+        s.sendall(b"GET /%s HTTP/1.1\r\nHost: relay\r\n\r\n" % name.encode())
+        answer = b""
+        while b"\r\n\r\n" not in answer:
+            data = s.recv(1 << 12)
+            if not data:
+                return None
+            answer += data
+        return answer.partition(b"\r\n\r\n")[2] if answer.startswith(b"HTTP/1.1 200 ") else None
+
+    def channel_reader(self, name):
+        """Makes a turn that reads the channel until its connection ends, and compares it with the turn before."""
+        is_steady, last = name in STEADY, None
+
+        def read_channel():
+            nonlocal last
+            with self.connect() as s:
+                begin, checker = self.now(), Checker()
+                data = self.ask(s, name)
+                if data is None:
+                    self.expect_open(name == "changing", begin)
+                    time.sleep(0.05)
+                    return
+                checker.feed(data)
+                is_open = self.receive(s, checker)
+                self.count(**{f"{name} turns": 1})
+                self.expect_open(is_open or name == "changing", begin)
+                if is_steady:
+                    self.judge("steady", checker, s)
+                elif checker.torn:
+                    self.fail(f"{name}: {checker.torn} torn packets")
+                else:
+                    self.count(**{f"{name} packets": checker.packets})
+            if is_steady and checker.first is not None:
+                gap = checker.first - last - 1 if last is not None else 0
+                self.count(**{"steady gaps of kills": gap})
+                if not 0 <= gap <= BACK * SMALL_RATE:
+                    self.fail(f"{name}: {gap} packets missing between two workers")
+                last = checker.last
+
+        return read_channel
 
     def read_past(self):
         with self.connect() as s:
@@ -281,6 +352,24 @@ class Soak:
             time.sleep(0.01)
         self.restarts_ms.append(int((self.now() - begin) * 1000))
 
+    def write_channels(self):
+        """Each time, the channel "changing" keeps another part of its stream, and its place is another one."""
+        first = [("stream", f"tcp://127.0.0.1:{self.in_port}", f"keep = {KEEP}")]
+        ports = self.udp_ports
+        others = [(name, f"udp://127.0.0.1:{ports[name]}", "") for name in STEADY]
+        others.append(("spare", f"udp://127.0.0.1:{ports['spare']}", f'backup = "udp://127.0.0.1:{ports["backup"]}"'))
+        changing = ("changing", f"udp://127.0.0.1:{ports['changing']}", f"keep = {5 + self.reloads % 2}")
+        others.insert(self.reloads % len(others), changing)
+        with open(self.config + ".new", "w", encoding="ascii") as file:
+            for name, url, more in first + others:
+                file.write(f'[[channel]]\nname = "{name}"\ninput = "{url}"\n{more}\n')
+        os.rename(self.config + ".new", self.config)
+
+    def reload(self):
+        self.reloads += 1
+        self.write_channels()
+        self.watchdog.send_signal(signal.SIGHUP)
+
     def rotate(self):
         path = os.path.join(self.disk, f"log.{len(self.rotated)}")
         try:
@@ -311,6 +400,7 @@ class Soak:
             plan += [(0.3, self.fill_disk)] + [(0.7, self.fill_disk)] * is_long
         plan = [(part * self.end, what) for part, what in plan]
         plan += [(second, self.rotate) for second in range(5, int(self.end), 12)]
+        plan += [(second, self.reload) for second in range(9, int(self.end), 10)]
         return sorted(plan, key=lambda event: event[0])
 
     def measure(self, pid):
@@ -332,12 +422,12 @@ class Soak:
             self.is_mounted = subprocess.run(mount, check=False).returncode == 0
         if not self.is_mounted:
             print("not run as root, so nothing can be mounted: the full disk is left out")
+        self.write_channels()
         local = "127.0.0.1:"
         self.watchdog = subprocess.Popen(
-            [self.relay, "--watchdog", "--input", f"tcp://{local}{self.in_port}", "--output",
-             f"{local}{self.out_port}", "--status", f"{local}{self.status_port}", "--keep", str(KEEP),
-             "--stall", str(STALL), "--log", self.log, "--log-level", "4",
-             "--pid-file", os.path.join(self.work, "pid")])
+            [self.relay, "--watchdog", "--config", self.config, "--output", f"{local}{self.out_port}",
+             "--status", f"{local}{self.status_port}", "--stall", str(STALL), "--log", self.log,
+             "--log-level", "4", "--pid-file", os.path.join(self.work, "pid")])
         while not os.path.exists(self.log) or b"relaying" not in open(self.log, "rb").read():
             if self.watchdog.poll() is not None:
                 sys.exit("the relay does not start")
@@ -347,7 +437,8 @@ class Soak:
         self.start = time.monotonic()
         turns = [self.read_all] * 3 + [self.read_past, self.stall, self.stop_reading, self.vanish,
                                        self.send_garbage]
-        threads = [threading.Thread(target=self.send_stream)]
+        turns += [self.channel_reader(name) for name in STEADY + ["changing", "spare"]]
+        threads = [threading.Thread(target=send) for send in (self.send_stream, self.send_datagrams)]
         threads += [threading.Thread(target=self.play, args=(turn,)) for turn in turns]
         for thread in threads:
             thread.start()
@@ -446,6 +537,16 @@ class Soak:
             ("packets received by shifted clients", c["shifted packets"], "at most one jump back each",
              0 < c["shifted jumps"] <= c["shifted turns"]),
             ("packets missing for shifted clients", c["shifted missing"], "0", c["shifted missing"] == 0),
+            ("packets received by HTTP from the seven steady channels", c["steady packets"], "all but those lost after kills",
+             c["steady packets"] + c["steady gaps of kills"] > 0.9 * len(STEADY) * c["small_packets_sent"]),
+            ("packets missing in the steady channels", c["steady missing"], "0", c["steady missing"] == 0),
+            ("packets of the steady channels lost after kills", c["steady gaps of kills"],
+             f"{BACK} s for each channel and kill", c["steady gaps of kills"] <= len(STEADY) * kills * BACK * SMALL_RATE),
+            ("reloads, turns of the channel that changes", f"{self.reloads}, {c['changing turns']}",
+             "a turn for each reload", c["changing turns"] >= self.reloads > 0),
+            ("packets received from the channel with a backup", c["spare packets"],
+             "all but 3 s of each pause, and 4 s after each kill",
+             c["spare packets"] > c["small_packets_sent"] - SMALL_RATE * (3 * self.end / PERIOD + BACK * (kills + 1))),
             ("disconnected clients that accepted no data", c["dead ones disconnected"], "", True),
             ("clients that vanished, clients that sent garbage", f"{c['vanished']}, {c['garbage turns']}", "",
              c["vanished"] > 0 and c["garbage turns"] > 0),
