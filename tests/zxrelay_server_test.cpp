@@ -423,6 +423,7 @@ TEST_F(RelayServer, ServesOnlyThoseWhoMayEnterAndKnowTheToken) {
         {"GET /news" + end + "\r\n", "401 "},
         {"GET /playlist.m3u?token=secre" + end + "\r\n", "401 "},
         {"HEAD /news?last=1&token=secreT" + end + "\r\n", "401 "},
+        {"HEAD /news" + end + "Authorization: Bearer secret \r\n\r\n", "200 "},
         {"GET /news" + end + "Authorization: Basic secret\r\n\r\n", "401 "},
         {"HEAD /news?token=secret" + end + "\r\n", "200 "},
         {"HEAD /news" + end + "Authorization: bearer secret\r\n\r\n", "200 "},

@@ -38,6 +38,7 @@ constexpr std::uint64_t kDemandDescriptors = 3;   // of each channel on demand, 
 constexpr std::uint64_t kSenderDescriptors = 2;   // its epoll instance and its inbox
 constexpr std::uint64_t kStatusDescriptors = 68;  // its connections, and those of the server itself
 constexpr std::uint64_t kMostClients = 10000000;
+constexpr unsigned kFewClients = 100;  // fewer are hardly what is wanted
 
 // Logs the list of buffers. Its lines have the level of information. A signal asks for it
 // explicitly, so it is logged at every level but 0.
@@ -93,7 +94,7 @@ unsigned max_clients(const Config& config) {
     getrlimit(RLIMIT_NOFILE, &limit);
     const std::uint64_t allowed =
         std::clamp<std::uint64_t>(limit.rlim_cur, others + 1, others + kMostClients) - others;
-    if (options.max_clients > allowed) {
+    if ((options.max_clients == 0 ? kFewClients : options.max_clients) > allowed) {
         log({Level::warning, kTag}, "at most %llu clients: the limit of open files allows no more",
             static_cast<unsigned long long>(allowed));
     }
@@ -130,6 +131,7 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
     : command_line_(command_line),
       options_(config.options),
       fixed_(config.fixed),
+      planned_descriptors_(channel_descriptors(config)),
       config_(config),
       output_(parse_output(options_.output_address)),
       inputs_(open_all_inputs(config)),
@@ -244,6 +246,12 @@ void Relay::reload(Stations& stations, DemandStations& demand) {
     for (const std::string& name : changed_options(fixed_, config_.fixed)) {
         log({Level::warning, kTag}, "the option %s changes only when zxrelay is restarted",
             name.c_str());
+    }
+    if (channel_descriptors(config_) > planned_descriptors_) {
+        log({Level::warning, kTag}, "%s",
+            "the limit of clients was calculated for fewer channels: it is right again when "
+            "zxrelay "
+            "is restarted");
     }
     const Stations::Changes changes = stations.change(config_.channels);
     if (!options_.watchdog) {

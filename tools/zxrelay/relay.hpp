@@ -3,6 +3,7 @@
 
 #include <signal.h>
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -47,6 +48,7 @@ private:
     const CommandLine& command_line_;
     const Options options_;                           // those that do not change
     const std::map<std::string, std::string> fixed_;  // those that were set
+    const std::uint64_t planned_descriptors_;         // of the channels at the start
     Config config_;
     const Endpoint output_;
     InputPool inputs_;

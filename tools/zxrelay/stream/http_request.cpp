@@ -100,6 +100,9 @@ void HttpReader::feed(std::string_view bytes) {
 
 void HttpReader::complete() {
     request_.method = parser_.method;
+    std::string& field =
+        request_.authorization;  // RFC 9110: blanks after a value do not belong to it
+    field.erase(field.find_last_not_of(" \t") + 1);
     const bool is_good = parser_.http_major == 1 && has_good_host() && split_target();
     request_.state = is_good ? HttpRequest::State::complete : HttpRequest::State::wrong;
 }
