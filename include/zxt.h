@@ -119,8 +119,8 @@ int32_t zxt_api_isDatatypeChange(const int8_t* cur, int8_t* last, uint8_t* count
  *
  * @param hls_url      the URL; NULL is refused.
  * @param vodpath      path of the recordings; NULL is refused.
- * @param programname  at least strlen(hls_url) + 1 bytes outside `hls_url`, which hold a text (it
- *                     may be empty): the text is zeroed first. NULL is refused.
+ * @param programname  at least strlen(hls_url) + 1 bytes outside `hls_url`. They must already hold
+ *                     a text, which may be empty: the function first zeroes it. NULL is refused.
  *
  * Signal handlers: safe.
  * Logs: error for a NULL argument.
@@ -139,8 +139,9 @@ void zxt_innerapi_getHlsName(const char* hls_url, const char* vodpath, char* pro
  *
  * @param hls_url   the URL; NULL is refused.
  * @param vodpath   path of the recordings; NULL is refused.
- * @param hls_path  at least strlen(vodpath) + strlen(hls_url) + 2 bytes outside the other texts,
- *                  which hold a text (it may be empty): the text is zeroed first. NULL is refused.
+ * @param hls_path  at least strlen(vodpath) + strlen(hls_url) + 2 bytes outside the other texts.
+ *                  They must already hold a text, which may be empty: the function first zeroes it.
+ *                  NULL is refused.
  * @return 1 when it acted; otherwise 0.
  *
  * Threads: safe; for different directories.
@@ -155,8 +156,8 @@ int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodpath, char* 
  * inherit the signal dispositions of the process. If SIGCHLD is ignored, their status is lost, and
  * zxt_innerapi_cmdRet() counts them as failed. A signal does not end a call.
  *
- * Cancellation: safe; a cancelled call kills its shell. While it reads from a pipe, it closes the
- * pipe and waits for the end of the command instead.
+ * Cancellation: safe. A call that is cancelled while it reads from a pipe closes the pipe and waits
+ * for the end of the command. Any other cancelled call kills its shell.
  */
 
 #define ZXT_CMD_ROOM 13 /**< bytes that zxt_innerapi_cmdRet() appends */
@@ -173,8 +174,9 @@ int32_t zxt_innerapi_cmdRet(char* cmd);
 /**
  * Runs a command to its end and reads the beginning of its output through a pipe.
  * @param cmd   the command; NULL is refused.
- * @param info  `size` bytes, zeroed first. Not terminated when the output fills them, so pass a
- *              size that is one byte smaller. NULL is refused.
+ * @param info  `size` bytes, zeroed first. An output that fills them is not terminated: to get a
+ *              text, set the last byte of your buffer to 0 and do not count it in `size`. NULL is
+ *              refused.
  * @param size  bytes; at most 2147483646 are used. Any further output is lost.
  * @return the number of bytes; -1 for a NULL argument or when the command cannot be started.
  * Logs: error for a NULL argument.

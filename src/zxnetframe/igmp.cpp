@@ -183,8 +183,8 @@ extern "C" int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* 
     }
     ether_ctt& record = *pether_ctt;
     build_ethernet(record, req->str_dest_mac, req->str_source_mac, kEtherTypeIpv4, outbuf);
-    // Deliberate: this depends on the version alone, although a report may have sources, and a
-    // query is short.
+    // Deliberate: the length in the IPv4 header depends on the version alone. It does not count the
+    // sources of a report, and for a query of version 3, which is short, it is too large.
     const std::size_t announced = req->version == kVersion3 ? igmp_at::sources : igmp_at::short_end;
     build_ipv4(record, kProtocolIgmp, req->source_ip, req->group,
                static_cast<std::uint32_t>(announced), outbuf + ether_at::payload);

@@ -63,13 +63,13 @@ channels. A client that sends nothing for 200 ms receives the stream without HTT
 
 Access: With --allow, clients of other networks get the HTTP status 403, and with --max-per-address, further
 clients of the same address get 429. With --token, a client asks for /NAME?token=TEXT, or sends the field
-"Authorization: Bearer TEXT"; others get 401, also those that do not use HTTP. The command line is visible
-to other users of the machine: write the token into the file of --config.
+"Authorization: Bearer TEXT"; any other client gets 401, even if it does not use HTTP. The command line is
+visible to other users of the machine: write the token into the file of --config.
 
 Slow clients: A slow client does not affect the others. If it lags by more than --client-buffer, it
-misses whole packets. zxrelay counts them in messages of seven packets. If sending lags behind receiving
-by more than --fifo-size, a source that sends datagrams loses whole messages for all clients. Any other
-source has to wait.
+misses whole packets. zxrelay reports how many, in messages of seven packets. If sending lags behind
+receiving by more than --fifo-size, a source that sends datagrams loses whole messages for all clients.
+Any other source has to wait.
 
 Time shift: With --keep, a client that sends the line "last N", or asks by HTTP for /NAME?last=N,
 receives the stream starting N seconds ago. The stream is kept in memory: 30 seconds of 8 Mbit/s take
@@ -289,7 +289,7 @@ void define(CLI::App& app, Options& options) {
     define_channel(app, options.channel, "--send");
     app.add_flag(
         "--once", options.channel.once,
-        "End after the first stream of a TCP source, a server or a file has been delivered");
+        "Relay one stream from a TCP source, a server or a file, and end when it is delivered");
     define_clients(app, options);
     define_access(app, options);
     define_reports(app, options);
