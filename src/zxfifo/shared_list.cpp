@@ -59,8 +59,9 @@ zx::fifo::Gate& gate_of(const zxsharelist_ctt& list) {
     return g_gates[(reinterpret_cast<std::uintptr_t>(&list) * kSpread) >> (64U - kGateBits)];
 }
 
-// In the child of a fork the readers of the parent never leave, so nobody may wait for them. The
-// first list registers this.
+// The child of a fork has none of the parent's other threads. Those that were readers never leave,
+// so the child must forget them instead of waiting for them. The first list registers a function
+// that does this.
 void watch_forks() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] {

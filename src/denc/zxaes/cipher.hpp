@@ -23,8 +23,8 @@ inline constexpr std::size_t kTogether = 8;
 // ECB needs none.
 //
 // For decryption the round keys are those of the equivalent inverse cipher (FIPS 197, 5.3.5), in
-// the order of their use. CFB runs the rounds of decryption in both directions, on the keys as they
-// are.
+// the order of their use. CFB runs the rounds of decryption in both directions, with the round keys
+// of `keys`, whichever direction they were made for.
 struct Work {
     const std::uint32_t* keys;
     unsigned rounds;

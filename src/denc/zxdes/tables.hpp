@@ -35,18 +35,18 @@ private:
     std::array<std::array<std::uint64_t, 16>, kNibbles> parts_{};
 };
 
-// The halves of a block between the initial and the final permutation, expanded: the six bits for
-// each S-box are in a byte of their own, below two zeros. So a round needs neither shifts nor
-// masks, because the results of the boxes are kept expanded, too. From the top: boxes 1, 3, 5, 7,
-// 2, 4, 6, 8.
+// The halves of a block between the initial and the final permutation, expanded: each S-box has a
+// byte whose lower six bits are the input of the box, and whose upper two bits are zero. From the
+// top, the bytes belong to boxes 1, 3, 5, 7, 2, 4, 6, 8. The results of the boxes are kept in the
+// same form, so a round does not need to expand a half.
 struct Halves {
     std::uint64_t left;
     std::uint64_t right;
 };
 
-// Expands half a block that was rotated left by one. The six bits of a box are next to each other.
-// For boxes of even number they are the lower six bits of a byte, for the others they begin four
-// bits higher.
+// Expands half a block that was rotated left by one, so that the six bits of a box are next to each
+// other. Boxes of even number have the lower six bits of a byte. Those of the other boxes begin
+// four bits higher, so the half is rotated right by four for them.
 constexpr std::uint64_t expand(std::uint32_t half) {
     return (std::uint64_t{std::rotr(half, 4)} << 32U | half) & 0x3F3F3F3F3F3F3F3F;
 }
@@ -99,7 +99,8 @@ extern const Boxes kBoxes;
 // Turns the eight bytes of a key into two halves of 28 bits, which are rotated from round to round.
 extern const NibbleMap<16> kKeyHalves;
 
-// Turns these into the key of a round, with six bits to a byte as in an expanded half.
+// Turns the two halves of a key into the key of a round, with six bits to a byte as in an expanded
+// half of a block.
 extern const NibbleMap<14> kRoundKey;
 
 }  // namespace zx::des
