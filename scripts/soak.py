@@ -40,9 +40,10 @@ BACK = 4  # seconds that the restart of a killed worker may take; the watchdog c
 LINE = re.compile(rb"\[[-0-9]{10} [:0-9]{8}\.\d{3}\]\[(ERROR|WARN|NOTICE|INFO)\]\[[A-Z_0-9]+\][^\r\n]+")
 LOST = re.compile(rb"\[ZXLOG\](\d+) lines could not be written$")
 
-# The memory of a worker varies by the part of the stream that it keeps for the slowest client, and the
-# number of its descriptors by the clients that are just connected. A leak is larger.
-MEMORY_SLACK_KB = 2048
+# The memory of a worker varies by the part of the stream that it keeps for the slowest client, and by the
+# buffers of the channel that is being changed; the number of its descriptors varies by the clients that are
+# just connected. A leak is larger.
+MEMORY_SLACK_KB = 6144
 DESCRIPTOR_SLACK = 4
 
 
