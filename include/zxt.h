@@ -156,7 +156,7 @@ int32_t zxt_innerapi_getHlsPath(const char* hls_url, const char* vodpath, char* 
  * inherit the signal dispositions of the process. If SIGCHLD is ignored, their status is lost, and
  * zxt_innerapi_cmdRet() counts them as failed. A signal does not end a call.
  *
- * Cancellation: safe. A call that is cancelled while it reads from a pipe closes the pipe and waits
+ * Cancellation: safe; a call that is cancelled while it reads from a pipe closes the pipe and waits
  * for the end of the command. Any other cancelled call kills its shell.
  */
 
