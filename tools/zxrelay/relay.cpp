@@ -249,9 +249,7 @@ void Relay::reload(Stations& stations, DemandStations& demand) {
     }
     if (channel_descriptors(config_) > planned_descriptors_) {
         log({Level::warning, kTag}, "%s",
-            "the limit of clients was calculated for fewer channels: it is right again when "
-            "zxrelay "
-            "is restarted");
+            "the limit of clients is that of fewer channels: restart zxrelay to correct it");
     }
     const Stations::Changes changes = stations.change(config_.channels);
     if (!options_.watchdog) {
