@@ -467,6 +467,8 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         {"networks = ['0.0.0.0/0']\ninterface = 'none0'",
          ":3: there is no network interface none0"},
         {"networks = ['239.0.0.0/8']", "--once does not go with [on-demand]"},
+        {"[[channel]]\nname='a'\ninput='-'\nbackup=['rtp://[::1]:9']\noutputs=['udp://[::1]:9']",
+         ":6: outputs: 'udp://[::1]:9' is an input of the channel 'a'"},
     };
     for (const auto& [its_text, complaint] : demands) {
         std::ofstream(config) << "[[on-demand]]\n" << its_text << "\n";
@@ -474,6 +476,8 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     }
     expect_complaint(ZX_RELAY, "--config /nonexistent/file", "/nonexistent/file");
     expect_complaint(ZX_RELAY, "-i tcp://[::1]:1 -o [::1]:2 --daemon", "--daemon requires --log");
+    expect_complaint(ZX_RELAY, "-i udp://[::1]:9 -o [::1]:2 --send rtp://[::1]:9",
+                     "--send 'rtp://[::1]:9' is an input of the channel 'stream'");
     const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
     const std::string taken = "127.0.0.1:" + std::to_string(port_of(listener.get()));
     const std::string text = dir / "text";

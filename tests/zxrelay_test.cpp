@@ -250,6 +250,11 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     demand.change(options, {});
     EXPECT_TRUE(comes_true([&] { return roster.channels().empty(); }));
     EXPECT_EQ(demand.ask("udp/239.1.0.1" + tail, true), Demand::coming);
+    options.interface = "nowhere0";
+    demand.change(options, {});
+    EXPECT_EQ(demand.ask("udp/239.1.0.2" + tail, true), Demand::coming);
+    EXPECT_TRUE(
+        comes_true([&] { return demand.ask("udp/239.1.0.2" + tail, false) == Demand::failed; }));
     demand.stop();
     EXPECT_EQ(demand.ask("udp/239.1.0.1" + tail, true), Demand::full);
     senders.stop();
@@ -461,6 +466,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
         ++demands;
         openings += opens ? 1 : 0;
         return name.ends_with(":1")   ? relay::Demand::coming
+               : name.ends_with(":5") ? demands < 5 ? relay::Demand::coming : relay::Demand::failed
                : name.ends_with(":2") ? relay::Demand::forbidden
                : name.ends_with(":4") ? relay::Demand::full
                                       : relay::Demand::unknown;
@@ -479,10 +485,11 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     };
     const zxcommon::Descriptor waiting = ask("GET /udp/239.1.1.1:1");
     const zxcommon::Descriptor in_vain = ask("GET /udp/in-vain:1");
+    const zxcommon::Descriptor failing = ask("GET /udp/h%3A5");
     EXPECT_THAT(answer(ask("HEAD /rtp/h:1")), HasSubstr("1.1 200 OK\r\n"));
     EXPECT_THAT(answer(ask("HEAD /rtp/h:1?last=x")), HasSubstr("1.1 400 Bad Request\r\n"));
-    EXPECT_TRUE(comes_true([&] { return demands == 4; }));
-    EXPECT_EQ(openings, 2);
+    EXPECT_TRUE(comes_true([&] { return demands == 5; }));
+    EXPECT_EQ(openings, 3);
     relay::ChannelList channels;
     for (const char* const name : {"udp/239.1.1.1:1", "rtp/h:1"}) {
         relay::ChannelSettings its{name, 1U << 17U, 1U << 17U};
@@ -490,6 +497,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
         channels.push_back(std::make_shared<relay::Channel>(its));
     }
     senders.change({}, channels);
+    EXPECT_THAT(answer(failing), HasSubstr("1.1 503 Service Unavailable\r\n"));
     EXPECT_THAT(answer(ask("GET /udp/h:2")), HasSubstr("1.1 403 Forbidden\r\n"));
     EXPECT_THAT(answer(ask("GET /rtp/h:3")), HasSubstr("1.1 404 Not Found\r\n"));
     EXPECT_THAT(answer(ask("GET /other/h:1")), HasSubstr("1.1 404 Not Found\r\n"));
@@ -498,7 +506,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
         EXPECT_THAT(got, HasSubstr("1.1 503 Service Unavailable\r\n"));
         EXPECT_THAT(got, HasSubstr("\r\nRetry-After: 5\r\n"));
     }
-    EXPECT_EQ(demands, 8);
+    EXPECT_EQ(openings, 6);
     EXPECT_TRUE(comes_true([&] { return channels[0]->stats.clients == 1U; }));
     channels[0]->push(packets(0, 7));
     const Bytes sent = packets(0, 7);
@@ -512,7 +520,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     senders.change({channels[1]}, {});
     EXPECT_THAT(answer(ask("GET /")), HasSubstr("1.1 404 Not Found\r\n"));
     EXPECT_THAT(answer(in_vain), HasSubstr("1.1 503 Service Unavailable\r\n"));
-    EXPECT_EQ(demands, 8);
+    EXPECT_EQ(openings, 6);
 }
 
 // The kernel would end a connection that --stall allows to wait.

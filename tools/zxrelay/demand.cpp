@@ -88,6 +88,7 @@ std::unique_ptr<Station> open_station(const std::string& name, ChannelOptions op
                                    options.keep_seconds * kMicro,
                                    false,
                                    options.input_url};
+    require_interface(options.interface);
     auto inputs = open_inputs(input_urls(options), options.interface);
     auto station = std::make_unique<Station>(options, settings, std::move(inputs), around);
     station->channel()->rank = kRank;
@@ -126,7 +127,11 @@ Demand DemandStations::ask(const std::string& name, bool opens) {
     if (result != Demand::coming) {
         return result;
     }
-    const bool has_room = entries_.contains(name) || entries_.size() < options_.most;
+    const auto known = entries_.find(name);
+    if (known != entries_.end() && known->second.has_failed) {
+        return Demand::failed;
+    }
+    const bool has_room = known != entries_.end() || entries_.size() < options_.most;
     if (!has_room || interrupt_.is_raised()) {
         return Demand::full;
     }
@@ -166,35 +171,48 @@ void DemandStations::run() {
 
 // The mutex is free while a socket is opened, so that ask() does not wait for that.
 void DemandStations::open_asked() {
-    std::vector<std::string> asked;
     std::unique_lock lock(mutex_);
-    for (const auto& [name, entry] : entries_) {
-        if (entry.station == nullptr) {
-            asked.push_back(name);
-        }
-    }
     const ChannelOptions usual = usual_;
-    for (const std::string& name : asked) {
+    for (const std::string& name : asked()) {
         if (interrupt_.is_raised()) {
             return;
         }
         lock.unlock();
-        std::unique_ptr<Station> station;
-        try {
-            station = open_station(name, usual, around_);
-            senders_.change({}, {station->channel()});
-        } catch (const std::exception& failure) {
-            if (failed_.admits()) {
-                log({Level::warning, kTag}, "the channel %s is not opened: %s", name.c_str(),
-                    failure.what());
-            }
-        }
+        std::unique_ptr<Station> station = try_open(name, usual);
         lock.lock();
-        if (station == nullptr) {
-            entries_.erase(name);
-        } else {
-            entries_[name].station = std::move(station);
+        Entry& entry = entries_[name];
+        entry.has_failed = station == nullptr;
+        entry.station = std::move(station);
+        if (entry.has_failed) {
+            lock.unlock();
+            senders_.change({}, {});  // those who wait for the channel ask again
+            lock.lock();
         }
+    }
+}
+
+std::vector<std::string> DemandStations::asked() const {
+    std::vector<std::string> names;
+    for (const auto& [name, entry] : entries_) {
+        if (entry.station == nullptr && !entry.has_failed) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+std::unique_ptr<Station> DemandStations::try_open(const std::string& name,
+                                                  const ChannelOptions& usual) {
+    try {
+        auto station = open_station(name, usual, around_);
+        senders_.change({}, {station->channel()});
+        return station;
+    } catch (const std::exception& failure) {
+        if (failed_.admits()) {
+            log({Level::warning, kTag}, "the channel %s is not opened: %s", name.c_str(),
+                failure.what());
+        }
+        return nullptr;
     }
 }
 
@@ -205,7 +223,7 @@ void DemandStations::close_idle() {
         const std::uint64_t now = zxtime_api_upTimeUs();
         for (auto at = entries_.begin(); at != entries_.end();) {
             const bool is_idle = is_over(at->first, at->second, now);
-            if (is_idle) {
+            if (is_idle && !at->second.has_failed) {
                 idle.push_back(std::move(at->second.station));
             }
             at = is_idle ? entries_.erase(at) : std::next(at);
@@ -217,8 +235,11 @@ void DemandStations::close_idle() {
     }
 }
 
-// An entry without a station is not over: the thread opens it first.
+// An entry that is neither open nor failed is not over: the thread opens it first.
 bool DemandStations::is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const {
+    if (entry.has_failed) {
+        return now_us - entry.wanted_us >= kLeastLingerUs;
+    }
     if (entry.station == nullptr) {
         return false;
     }

@@ -43,11 +43,14 @@ public:
 
 private:
     struct Entry {
-        std::unique_ptr<Station> station;  // null: the thread has not opened it yet
+        std::unique_ptr<Station> station;  // null: the thread has not opened it yet, or could not
+        bool has_failed = false;           // it is not tried again for a moment
         std::uint64_t wanted_us = 0;       // when it was last asked for or had a client
     };
     void run();
     void open_asked();
+    [[nodiscard]] std::vector<std::string> asked() const;  // those that are to be opened
+    std::unique_ptr<Station> try_open(const std::string& name, const ChannelOptions& usual);
     void close_idle();
     [[nodiscard]] bool is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const;
 

@@ -252,6 +252,12 @@ void define_service(CLI::App& app, Options& options) {
 
 }  // namespace
 
+std::vector<std::string> input_urls(const ChannelOptions& options) {
+    std::vector<std::string> urls = options.backup_urls;
+    urls.insert(urls.begin(), options.input_url);
+    return urls;
+}
+
 void define_channel(CLI::App& app, ChannelOptions& channel, const std::string& send) {
     define_urls(app, channel, send);
     app.add_option("--source-timeout", channel.source_timeout_seconds,

@@ -27,6 +27,9 @@ struct ChannelOptions {
     bool operator==(const ChannelOptions&) const = default;
 };
 
+// The inputs of a channel, the main one first.
+std::vector<std::string> input_urls(const ChannelOptions& options);
+
 // Channels that clients open by naming the address of their datagrams.
 struct OnDemandOptions {
     std::vector<std::string> networks;  // of these addresses; none: nothing is opened

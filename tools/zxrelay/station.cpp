@@ -2,12 +2,6 @@
 
 namespace relay {
 
-std::vector<std::string> input_urls(const ChannelOptions& options) {
-    std::vector<std::string> urls = options.backup_urls;
-    urls.insert(urls.begin(), options.input_url);
-    return urls;
-}
-
 Station::Station(const ChannelOptions& options, const ChannelSettings& settings,
                  std::vector<OpenInput> inputs, const Surroundings& around)
     : options_(options),

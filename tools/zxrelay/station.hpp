@@ -13,9 +13,6 @@
 
 namespace relay {
 
-// The inputs of a channel, the main one first.
-std::vector<std::string> input_urls(const ChannelOptions& options);
-
 // What the channels of the relay share.
 struct Surroundings {
     unsigned senders;    // each gets a queue of every channel

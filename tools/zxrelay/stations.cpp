@@ -1,11 +1,10 @@
 #include "stations.hpp"
 
-#include <net/if.h>
-
 #include <algorithm>
 
 #include "common/failure.hpp"
 #include "common/seconds.hpp"
+#include "config/network.hpp"
 #include "zxcommon.hpp"
 #include "zxtime.h"
 
@@ -56,8 +55,7 @@ Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
     return changes;
 }
 
-// The error of a channel is in the log already. The library would log a missing interface each
-// time.
+// The error of a channel is in the log already.
 void Stations::open_missing_when_due() {
     if (zxtime_api_upTimeUs() < missing_us_) {
         return;
@@ -67,9 +65,7 @@ void Stations::open_missing_when_due() {
     for (const ChannelOptions& options : wanted_) {
         try {
             if (find(options) == nullptr) {
-                if (!options.interface.empty() && if_nametoindex(options.interface.c_str()) == 0) {
-                    throw tools::Failure("there is no interface");
-                }
+                require_interface(options.interface);
                 open(options, rank);
                 log({Level::notice, kTag}, "the channel %s is open now", options.name.c_str());
             }

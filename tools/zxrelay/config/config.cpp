@@ -1,6 +1,5 @@
 #include "config/config.hpp"
 
-#include <net/if.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,7 +7,10 @@
 
 #include "common/command_line.hpp"
 #include "common/failure.hpp"
+#include "config/network.hpp"
 #include "config/table.hpp"
+#include "config/url.hpp"
+#include "output/target.hpp"
 
 namespace relay {
 namespace {
@@ -17,6 +19,20 @@ namespace fs = std::filesystem;
 
 constexpr char kChannel[] = "channel";
 constexpr char kOnDemand[] = "on-demand";
+
+// What is wrong if the channel sends to the address where it receives.
+std::optional<std::string> loop_of(const ChannelOptions& channel) {
+    for (const std::string& text : channel.send_urls) {
+        const Target target = parse_target(text);
+        const bool is_same_way = target.interface == channel.interface && target.localaddr.empty();
+        for (const std::string& input : input_urls(channel)) {
+            if (is_same_way && parse_url(input).endpoint == target.endpoint) {
+                return "'" + text + "' is an input of the channel '" + channel.name + "'";
+            }
+        }
+    }
+    return std::nullopt;
+}
 
 // Reads the command line and the file into a Config.
 struct Reader {
@@ -70,6 +86,9 @@ Config Reader::finish() {
     if (!config.channels.empty()) {
         refuse_own_channel();
     } else if (!options.channel.input_url.empty()) {
+        if (const auto loop = loop_of(options.channel)) {
+            throw tools::Failure("--send " + *loop);
+        }
         config.channels.push_back(options.channel);
     } else if (config.on_demand.networks.empty()) {
         throw tools::Failure("--input is required");
@@ -90,6 +109,9 @@ void Reader::add_channel(const Table& table) {
     if (std::ranges::any_of(config.channels,
                             [&](const auto& other) { return other.name == channel.name; })) {
         table.refuse("name", "there are two channels '" + channel.name + "'");
+    }
+    if (const auto loop = loop_of(channel)) {
+        table.refuse("outputs", "outputs: " + *loop);
     }
     const auto reads_input = [](const ChannelOptions& one) {
         return one.input_url == "-" || std::ranges::count(one.backup_urls, "-") != 0;
@@ -113,8 +135,10 @@ void Reader::set_on_demand(const std::vector<Table>& tables) {
     options.interface = config.options.channel.interface;
     define_on_demand(keys, options);
     table.set(keys);
-    if (!options.interface.empty() && if_nametoindex(options.interface.c_str()) == 0) {
-        table.refuse("interface", "there is no network interface " + options.interface);
+    try {
+        require_interface(options.interface);
+    } catch (const tools::Failure& failure) {
+        table.refuse("interface", failure.what());
     }
     if (config.options.channel.once && !options.networks.empty()) {
         throw tools::Failure("--once does not go with [on-demand], which never ends");

@@ -1,6 +1,7 @@
 #include "config/network.hpp"
 
 #include <arpa/inet.h>
+#include <net/if.h>
 #include <netinet/in.h>
 
 #include <algorithm>
@@ -83,6 +84,12 @@ Network parse_group_network(const std::string& text) {
         }
     }
     throw tools::Failure("'" + text + "' contains no multicast address");
+}
+
+void require_interface(const std::string& name) {
+    if (!name.empty() && if_nametoindex(name.c_str()) == 0) {
+        throw tools::Failure("there is no network interface " + name);
+    }
 }
 
 bool contains(const std::vector<Network>& networks, const Address& address) {

@@ -1,4 +1,4 @@
-// Networks, such as 10.0.0.0/8 and 2001:db8::/32.
+// Networks, such as 10.0.0.0/8 and 2001:db8::/32, and network interfaces.
 #pragma once
 
 #include <sys/socket.h>
@@ -29,6 +29,10 @@ Network parse_network(const std::string& text);
 
 // The same, for a network that must contain a multicast address.
 Network parse_group_network(const std::string& text);
+
+// Throws a Failure if there is no such interface; empty means none. The library would log an error
+// at each attempt to use it.
+void require_interface(const std::string& name);
 
 bool contains(const std::vector<Network>& networks, const Address& address);
 

@@ -10,6 +10,7 @@ struct Endpoint {
     std::string host;
     std::string port;
     [[nodiscard]] std::string text() const;
+    bool operator==(const Endpoint&) const = default;
 };
 
 enum class Scheme { udp, rtp, tcp_listen, tcp_connect, http, file, standard_input };

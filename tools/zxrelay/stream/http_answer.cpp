@@ -90,7 +90,8 @@ std::string options(const Site& site) {
 
 std::string playlist(const HttpRequest& request, const Site& site) {
     // Players complete an address without a host with that of the playlist.
-    const std::string host = request.host.empty() ? "" : "http://" + request.host;
+    const char* const scheme = request.forwarded_scheme == "https" ? "https://" : "http://";
+    const std::string host = request.host.empty() ? "" : scheme + request.host;
     const std::string query = site.token.empty() ? "" : "?token=" + site.token;
     std::string body = "#EXTM3U\n";
     for (const Site::Entry& entry : site.channels) {

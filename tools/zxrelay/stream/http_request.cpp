@@ -1,9 +1,11 @@
 #include "stream/http_request.hpp"
 
+#include <curl/curl.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <exception>
+#include <memory>
 
 #include "stream/token.hpp"
 #include "zxstr.h"
@@ -13,6 +15,14 @@ namespace {
 
 constexpr std::size_t kLongestRequest = 8192;
 constexpr int kNothingFollows = 2;  // tells the parser to stop after the head
+
+// A path without its percent signs. Empty if there is no memory for it.
+std::string decoded(const std::string& path) {
+    int size = 0;
+    const std::unique_ptr<char, decltype(&curl_free)> text(
+        curl_easy_unescape(nullptr, path.data(), static_cast<int>(path.size()), &size), curl_free);
+    return text ? std::string(text.get(), static_cast<std::size_t>(size)) : "";
+}
 
 // The host goes into the addresses of a playlist, so it must not contain anything else.
 bool is_host_character(char c) {
@@ -52,6 +62,8 @@ struct HttpCallbacks {
                 reader.request_.host.append(at, size);
             } else if (strcasecmp(reader.field_.c_str(), "authorization") == 0) {
                 reader.request_.authorization.append(at, size);
+            } else if (strcasecmp(reader.field_.c_str(), "x-forwarded-proto") == 0) {
+                reader.request_.forwarded_scheme.append(at, size);
             }
             reader.is_in_value_ = true;
         });
@@ -126,9 +138,10 @@ bool HttpReader::split_target() {
         const bool is_there = (url.field_set & (1U << which)) != 0;
         return is_there ? target_.substr(field.off, field.len) : std::string();
     };
-    request_.path = part(UF_PATH);
+    const std::string path = part(UF_PATH);
+    request_.path = decoded(path);
     request_.query = part(UF_QUERY);
-    return true;
+    return path.empty() == request_.path.empty();
 }
 
 }  // namespace relay

@@ -15,10 +15,11 @@ struct HttpRequest {
     enum class State { partial, complete, wrong, too_long };  // all but the first are final
     State state = State::partial;
     unsigned method = 0;  // HTTP_GET and others of http_parser.h
-    std::string path;
+    std::string path;     // decoded
     std::string query;
-    std::string host;           // empty: the client has sent none
-    std::string authorization;  // the same
+    std::string host;              // empty: the client has sent none
+    std::string authorization;     // the same
+    std::string forwarded_scheme;  // that by which a proxy was asked; empty: the same
 
     // The value of `key` in the query; only the first characters of one that is very long.
     [[nodiscard]] std::optional<std::string> parameter(const char* key) const;

@@ -10,6 +10,7 @@ enum class Demand {
     coming,     // the channel is or will soon be open
     forbidden,  // the rules of the relay exclude it
     full,       // no more channels can be opened now
+    failed,     // it could not be opened a moment ago
     unknown,    // there is no such channel
 };
 

@@ -142,18 +142,22 @@ bool Reception::must_wait(Newcomer& newcomer, HttpAnswer& answer) {
     }
     const HttpRequest& request = newcomer.request();
     const bool is_for_head = request.method == HTTP_HEAD;
-    switch (on_demand_(answer.demanded, !is_for_head)) {
+    const bool is_new = !newcomer.is_waiting();
+    switch (on_demand_(answer.demanded, is_new && !is_for_head)) {
         case Demand::coming:
             if (is_for_head) {
                 answer.text = head_of_stream(request, site_);
                 break;
             }
-            newcomer.wait_for_channel(now_us_);
+            if (is_new) {
+                newcomer.wait_for_channel(now_us_);
+            }
             return epoll_.mod(newcomer.guest.fd.get(), 0);
         case Demand::forbidden:
             answer.text = refusal_to(request, HTTP_STATUS_FORBIDDEN, site_);
             break;
         case Demand::full:
+        case Demand::failed:
             answer.text = refusal_to(request, HTTP_STATUS_SERVICE_UNAVAILABLE, site_);
             break;
         case Demand::unknown:
@@ -198,11 +202,11 @@ void Reception::update_site() {
     }
 }
 
-// Answers a client that has waited for its channel, if the channel is open now.
+// Answers a client that has waited for its channel, if the channel is open now or cannot be opened.
 void Reception::answer_again(Newcomer& newcomer) {
     try {
         HttpAnswer answer = answer_to(newcomer.request(), site_);
-        if (answer.demanded.empty() && epoll_.mod(newcomer.guest.fd.get(), EPOLLIN)) {
+        if (!must_wait(newcomer, answer) && epoll_.mod(newcomer.guest.fd.get(), EPOLLIN)) {
             give(newcomer, std::move(answer));
         }
     } catch (const std::exception&) {
