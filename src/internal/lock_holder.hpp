@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "zxdiag/hooks.hpp"
 #include "zxlock.h"
 
 namespace zx::lock {
@@ -104,7 +105,11 @@ inline void write_free(Holder& out) {
 
 // For usable locks only.
 inline void obtain(zxlock_ctt& lock, const char* func, int line) {
-    pthread_mutex_lock(&lock.mutex);
+    if (diag::is_on()) [[unlikely]] {
+        diag::take_mutex(lock, func, line);
+    } else {
+        pthread_mutex_lock(&lock.mutex);
+    }
     if (lock.locked != 0) [[unlikely]] {
         // Somebody unlocked the bare mutex of a lock that was obtained.
         std::memset(lock.holder, 0, sizeof lock.holder);
@@ -118,6 +123,9 @@ inline int release(zxlock_ctt& lock) {
     // The fields are set before the unlock: after it they belong to the next holder.
     lock.locked = 0;
     write_free(lock.holder);
+    if (diag::is_on()) [[unlikely]] {
+        diag::mutex_given_back(lock);
+    }
     return pthread_mutex_unlock(&lock.mutex);
 }
 

@@ -9,6 +9,7 @@
 #include "internal/lock_holder.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
+#include "zxdiag/hooks.hpp"
 
 static_assert(sizeof(zxlock_ctt::name) == 128 && offsetof(zxlock_ctt, mutex) == 128);
 static_assert(offsetof(zxlock_ctt, initialised) == 168 &&
@@ -75,6 +76,7 @@ extern "C" int32_t zxlock_api_init(zxlock_ctt* lock, const char* name) {
         return 0;
     }
 
+    zx::diag::something_is_made();
     std::memset(lock, 0, sizeof *lock);
     if (const int code = pthread_mutex_init(&lock->mutex, nullptr); code != 0) {
         ZX_LOG(error, "pthread_mutex_init failed : %s", std::strerror(code));
@@ -84,6 +86,9 @@ extern "C" int32_t zxlock_api_init(zxlock_ctt* lock, const char* name) {
     lock->report_misuse = 1;
     lock->initialised = 1;
     list_add(lock);
+    if (zx::diag::is_on()) {
+        zx::diag::lock_made(*lock);
+    }
     std::memcpy(lock->holder, zx::lock::kFree, sizeof zx::lock::kFree);
     return 0;
 }
@@ -96,6 +101,9 @@ extern "C" int32_t zxlock_api_deinit(zxlock_ctt* lock) {
         return 0;
     }
     list_remove(lock);
+    if (zx::diag::is_on()) {
+        zx::diag::lock_gone(*lock);
+    }
     pthread_mutex_destroy(&lock->mutex);
     std::memset(lock, 0, sizeof *lock);
     return 0;

@@ -9,6 +9,7 @@
 #include "internal/fixed_text.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
+#include "zxdiag/hooks.hpp"
 #include "zxlock.h"
 
 static_assert(offsetof(zxthread_ctt, mutex) == 8 && offsetof(zxthread_ctt, created) == 48);
@@ -74,6 +75,7 @@ extern "C" int32_t zxthread_api_create(zxthread_ctt* thread, const char* name,
         return -2;
     }
 
+    zx::diag::something_is_made();
     std::memset(thread, 0, sizeof *thread);
     ZX_FILL_FIELD(thread->name, name);
     if (const int code = pthread_mutex_init(&thread->mutex, nullptr); code != 0) {

@@ -1,0 +1,103 @@
+#include "zxdiag/answers.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+#include "zxcommon.h"
+
+namespace zx::diag {
+namespace {
+
+struct Topic {
+    const char* name;
+    const char* about;
+    Answer (*answer)(const Question& question);
+};
+
+Answer answer_help(const Question& question);
+
+Answer answer_program(const Question&) {
+    cJSON* const object = cJSON_CreateObject();
+    cJSON_AddStringToObject(object, "program", program_invocation_short_name);
+    cJSON_AddNumberToObject(object, "pid", getpid());
+    cJSON_AddStringToObject(object, "library", zxcommon_api_version());
+    return {object, nullptr};
+}
+
+constexpr Topic kTopics[] = {
+    {"help", "what can be asked", answer_help},
+    {"program", "the name, the process and the version of the library", answer_program},
+    {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
+};
+
+Answer answer_help(const Question&) {
+    cJSON* const object = cJSON_CreateObject();
+    cJSON* const topics = cJSON_AddObjectToObject(object, "topics");
+    for (const Topic& topic : kTopics) {
+        cJSON_AddStringToObject(topics, topic.name, topic.about);
+    }
+    return {object, nullptr};
+}
+
+}  // namespace
+
+Question::Question(const char* text, std::size_t size) : text_{}, name_(text_), pairs_{} {
+    if (size > kLongest) {
+        return;
+    }
+    std::memcpy(text_, text, size);
+    char* rest = nullptr;
+    const char* const name = strtok_r(text_, " \t\r\n", &rest);
+    for (char* part = name != nullptr ? strtok_r(nullptr, " \t\r\n", &rest) : nullptr;
+         part != nullptr; part = strtok_r(nullptr, " \t\r\n", &rest)) {
+        char* const equals = std::strchr(part, '=');
+        if (equals == nullptr || pair_count_ == kMostPairs) {
+            name_ = "";
+            return;
+        }
+        *equals = '\0';
+        pairs_[pair_count_++] = {part, equals + 1};
+    }
+    name_ = name != nullptr ? name : "";
+}
+
+const char* Question::value(const char* key) const {
+    const auto* const end = pairs_ + pair_count_;
+    const auto* const found = std::find_if(
+        pairs_, end, [&](const auto& pair) { return std::string_view(pair.key) == key; });
+    return found != end ? found->value : nullptr;
+}
+
+std::int64_t Question::number(const char* key, std::int64_t usual, std::int64_t least,
+                              std::int64_t most) const {
+    const char* const text = value(key);
+    if (text == nullptr) {
+        return usual;
+    }
+    std::int64_t number = 0;
+    const char* const end = text + std::strlen(text);
+    const auto [at, code] = std::from_chars(text, end, number);
+    return code == std::errc() && at == end && least <= number && number <= most ? number : kWrong;
+}
+
+Answer answer_to(const Question& question) {
+    const auto* const found = std::find_if(
+        std::begin(kTopics), std::end(kTopics),
+        [&](const Topic& topic) { return std::string_view(topic.name) == question.name(); });
+    return found != std::end(kTopics)
+               ? found->answer(question)
+               : Answer{error_object("there is no such question: ask 'help'"), nullptr};
+}
+
+cJSON* error_object(const char* text) {
+    cJSON* const object = cJSON_CreateObject();
+    cJSON_AddStringToObject(object, "error", text);
+    return object;
+}
+
+}  // namespace zx::diag

@@ -1,0 +1,380 @@
+#include "zxdiag/service.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "zxdiag/answers.hpp"
+
+namespace zx::diag {
+namespace {
+
+constexpr int kMostClients = 8;
+constexpr int kBacklog = 8;
+constexpr std::size_t kMostPending = 16U << 20U;  // bytes of answers that a client has not read
+constexpr std::int64_t kPatienceMs = 5000;        // for a client that reads nothing
+constexpr int kSeriesStepMs = 100;
+constexpr int kNice = 19;
+
+std::int64_t now_ms() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+// Somebody who asks. Its memory is given back when it leaves.
+class Client {
+public:
+    [[nodiscard]] bool is_there() const { return fd_ >= 0; }
+    [[nodiscard]] bool has_series() const { return series_ != nullptr; }
+
+    void welcome(int fd) {
+        fd_ = fd;
+        since_ms_ = now_ms();
+    }
+
+    // Leaves without touching memory.
+    void forget() {
+        if (is_there()) {
+            close(fd_);
+        }
+        fd_ = -1;
+        asked_size_ = 0;
+        series_ = nullptr;
+        pending_ = nullptr;
+        pending_size_ = pending_at_ = 0;
+    }
+
+    void leave() {
+        delete series_;
+        cJSON_free(pending_);
+        forget();
+    }
+
+    // A client whose answer waits is not asked for more.
+    [[nodiscard]] pollfd waits_for() const {
+        return {fd_, static_cast<short>(pending_size_ != 0 ? POLLOUT : POLLIN), 0};
+    }
+
+    void handle(short events) {
+        if ((events & POLLIN) != 0) {
+            read_question();
+        } else if ((events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+            leave();
+        }
+        answer_waiting();
+    }
+
+    void go_on() {
+        if (series_ == nullptr || pending_size_ != 0) {
+            leave_if_stuck();
+            return;
+        }
+        if (cJSON* const object = series_->next(); object != nullptr) {
+            send(object);
+        }
+        if (series_ != nullptr && series_->is_over()) {
+            delete series_;
+            series_ = nullptr;
+        }
+        answer_waiting();
+    }
+
+private:
+    void leave_if_stuck() {
+        if (pending_size_ != 0 && now_ms() - since_ms_ > kPatienceMs) {
+            leave();
+        }
+    }
+
+    void read_question() {
+        const ssize_t size = recv(fd_, asked_ + asked_size_, sizeof asked_ - asked_size_, 0);
+        if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR)) {
+            leave();
+            return;
+        }
+        asked_size_ += size > 0 ? static_cast<std::size_t>(size) : 0;
+        if (asked_size_ == sizeof asked_ && std::memchr(asked_, '\n', asked_size_) == nullptr) {
+            send(error_object("the question is too long"));
+            write_pending();
+            leave();
+        }
+    }
+
+    // A question waits until the answer to the one before is sent.
+    void answer_waiting() {
+        do {
+            write_pending();
+        } while (pending_size_ == 0 && series_ == nullptr && answer_first_line());
+    }
+
+    bool answer_first_line() {
+        const void* const end = std::memchr(asked_, '\n', asked_size_);
+        if (end == nullptr) {
+            return false;
+        }
+        const auto size = static_cast<std::size_t>(static_cast<const char*>(end) - asked_);
+        const Answer answer = answer_to(Question(asked_, size));
+        asked_size_ -= size + 1;
+        std::memmove(asked_, asked_ + size + 1, asked_size_);
+        series_ = answer.series;
+        if (answer.object != nullptr || series_ == nullptr) {
+            send(answer.object);
+        }
+        return true;
+    }
+
+    void send(cJSON* object) {
+        char* const text = cJSON_PrintUnformatted(object);
+        cJSON_Delete(object);
+        const std::size_t size = text != nullptr ? std::strlen(text) : 0;
+        if (text == nullptr || size > kMostPending) {
+            cJSON_free(text);
+            leave();  // no memory
+            return;
+        }
+        text[size] = '\n';  // in place of the NUL: the size is known
+        pending_ = text;
+        pending_size_ = size + 1;
+        pending_at_ = 0;
+        since_ms_ = now_ms();
+    }
+
+    void write_pending() {
+        while (is_there() && pending_size_ != 0) {
+            const ssize_t size = ::send(fd_, pending_ + pending_at_, pending_size_ - pending_at_,
+                                        MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (size < 0) {
+                if (errno != EAGAIN && errno != EINTR) {
+                    leave();
+                }
+                return;
+            }
+            since_ms_ = now_ms();
+            pending_at_ += static_cast<std::size_t>(size);
+            if (pending_at_ == pending_size_) {
+                cJSON_free(pending_);
+                pending_ = nullptr;
+                pending_size_ = pending_at_ = 0;
+            }
+        }
+    }
+
+    int fd_ = -1;
+    char asked_[Question::kLongest + 1]{};
+    std::size_t asked_size_ = 0;
+    char* pending_ = nullptr;  // an answer that is being sent
+    std::size_t pending_size_ = 0;
+    std::size_t pending_at_ = 0;
+    std::int64_t since_ms_ = 0;  // when it last took something
+    Series* series_ = nullptr;
+};
+
+struct Service {
+    int listener = -1;
+    int stop = -1;  // an eventfd that wakes the thread
+    pthread_t thread{};
+    char path[sizeof sockaddr_un{}.sun_path]{};
+    Client clients[kMostClients];
+};
+constinit Service g_service;
+constinit std::atomic<bool> g_is_serving{false};
+
+void accept_client(Service& service) {
+    const int fd = accept4(service.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd < 0) {
+        return;
+    }
+    for (Client& client : service.clients) {
+        if (!client.is_there()) {
+            client.welcome(fd);
+            return;
+        }
+    }
+    constexpr char kBusy[] = "{\"error\":\"too many clients\"}\n";
+    (void)::send(fd, kBusy, sizeof kBusy - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+    close(fd);
+}
+
+// Returns when the service is to stop.
+void answer_all(Service& service) {
+    for (;;) {
+        pollfd waits[kMostClients + 2] = {{service.stop, POLLIN, 0}, {service.listener, POLLIN, 0}};
+        bool is_active = false;
+        for (int i = 0; i < kMostClients; ++i) {
+            const Client& client = service.clients[i];
+            waits[i + 2] = client.waits_for();
+            is_active = is_active || client.has_series() || (waits[i + 2].events & POLLOUT) != 0;
+        }
+        if (poll(waits, kMostClients + 2, is_active ? kSeriesStepMs : -1) < 0) {
+            continue;
+        }
+        if (waits[0].revents != 0) {
+            return;
+        }
+        for (int i = 0; i < kMostClients; ++i) {
+            Client& client = service.clients[i];
+            if (waits[i + 2].revents != 0) {
+                client.handle(waits[i + 2].revents);
+            }
+            client.go_on();
+        }
+        if (waits[1].revents != 0) {
+            accept_client(service);
+        }
+    }
+}
+
+// The program's work comes first, and its signals are handled by its own threads.
+void* run(void*) {
+    prctl(PR_SET_NAME, "zxdiag");
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
+    answer_all(g_service);
+    for (Client& client : g_service.clients) {
+        client.leave();
+    }
+    return nullptr;
+}
+
+void close_all(Service& service) {
+    for (int* const fd : {&service.listener, &service.stop}) {
+        if (*fd >= 0) {
+            close(*fd);
+        }
+        *fd = -1;
+    }
+}
+
+// NULL: nobody else can put anything in place of the socket.
+const char* fault_of_directory(const char* path) {
+    char directory[sizeof sockaddr_un{}.sun_path];
+    std::snprintf(directory, sizeof directory, "%s", path);
+    char* const slash = std::strrchr(directory, '/');
+    if (slash == nullptr) {
+        std::snprintf(directory, sizeof directory, ".");
+    } else {
+        slash[slash == directory ? 1 : 0] = '\0';
+    }
+    struct stat its;
+    if (stat(directory, &its) != 0) {
+        return std::strerror(errno);
+    }
+    if ((its.st_uid != 0 && its.st_uid != geteuid()) || (its.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return "others can write to the directory";
+    }
+    return nullptr;
+}
+
+// A socket on which nobody listens is left over from another process.
+void remove_left_socket(const sockaddr_un& address) {
+    struct stat its;
+    if (lstat(address.sun_path, &its) != 0 || !S_ISSOCK(its.st_mode)) {
+        return;
+    }
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool is_left =
+        fd >= 0 && connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+        errno == ECONNREFUSED;
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (is_left) {
+        unlink(address.sun_path);
+    }
+}
+
+bool listen_at(Service& service) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, service.path, sizeof address.sun_path);
+    remove_left_socket(address);
+    service.stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    service.listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    // The mode of the descriptor is that of the file from its first moment.
+    return service.stop >= 0 && service.listener >= 0 &&
+           fchmod(service.listener, S_IRUSR | S_IWUSR) == 0 &&
+           bind(service.listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+               0 &&
+           listen(service.listener, kBacklog) == 0;
+}
+
+int start_thread(Service& service) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);  // the thread inherits the mask
+    const int code = pthread_create(&service.thread, nullptr, run, nullptr);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return code;
+}
+
+}  // namespace
+
+const char* start_service(const char* path) {
+    Service& service = g_service;
+    if (is_serving()) {
+        return "it is served already";
+    }
+    const std::size_t size = std::strlen(path);
+    if (size == 0 || size >= sizeof service.path) {
+        return "the path is empty or too long";
+    }
+    std::memset(service.path, 0, sizeof service.path);
+    std::memcpy(service.path, path, size);
+    if (const char* const fault = fault_of_directory(path); fault != nullptr) {
+        return fault;
+    }
+    int code = 0;
+    if (!listen_at(service)) {
+        code = errno;
+    } else if ((code = start_thread(service)) == 0) {
+        g_is_serving.store(true);
+        return nullptr;
+    } else {
+        unlink(service.path);
+    }
+    close_all(service);
+    return std::strerror(code);
+}
+
+void stop_service() {
+    if (!is_serving()) {
+        return;
+    }
+    const std::uint64_t one = 1;
+    (void)!write(g_service.stop, &one, sizeof one);
+    pthread_join(g_service.thread, nullptr);
+    unlink(g_service.path);
+    close_all(g_service);
+    g_is_serving.store(false);
+}
+
+// The clients' memory stays as it is: the thread that was using it does not exist here.
+void forget_service() {
+    close_all(g_service);
+    for (Client& client : g_service.clients) {
+        client.forget();
+    }
+    g_is_serving.store(false);
+}
+
+bool is_serving() {
+    return g_is_serving.load();
+}
+
+}  // namespace zx::diag

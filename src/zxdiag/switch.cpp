@@ -1,0 +1,134 @@
+// Switching the diagnosis on and off.
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "internal/args.hpp"
+#include "internal/cancel.hpp"
+#include "internal/log.hpp"
+#include "zxdiag.h"
+#include "zxdiag/answers.hpp"
+#include "zxdiag/hooks.hpp"
+#include "zxdiag/service.hpp"
+#include "zxdiag/thread_record.hpp"
+
+namespace zx::diag {
+
+std::atomic<std::uint32_t> g_mode{0};
+std::atomic<bool> g_is_environment_read{false};
+
+namespace {
+
+constexpr char kTag[] = "DIAG";
+constexpr std::size_t kPathSize = 108;  // of a Unix socket
+
+pthread_mutex_t g_switch = PTHREAD_MUTEX_INITIALIZER;
+
+class SwitchLock {
+public:
+    SwitchLock() { pthread_mutex_lock(&g_switch); }
+    SwitchLock(const SwitchLock&) = delete;
+    SwitchLock& operator=(const SwitchLock&) = delete;
+    ~SwitchLock() { pthread_mutex_unlock(&g_switch); }
+
+private:
+    const CancelHeld held_;
+};
+
+void begin_anew_in_child() {
+    g_mode.store(0, std::memory_order_relaxed);
+    g_is_environment_read.store(false, std::memory_order_relaxed);
+    g_switch = PTHREAD_MUTEX_INITIALIZER;
+    forget_thread_records();
+    forget_service();
+}
+
+void count() {
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
+    g_mode.fetch_or(kCounting, std::memory_order_relaxed);
+}
+
+std::int32_t serve(const char* path, Caller caller = {}) {
+    const SwitchLock lock;
+    if (const char* const fault = start_service(path); fault != nullptr) {
+        ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
+        return -1;
+    }
+    count();
+    ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
+    return 0;
+}
+
+}  // namespace
+
+void read_environment() {
+    if (g_is_environment_read.exchange(true)) {
+        return;
+    }
+    const char* const directory = secure_getenv("ZX_DIAG");
+    if (directory == nullptr || directory[0] == '\0') {
+        return;
+    }
+    char path[kPathSize];
+    const int size = std::snprintf(path, sizeof path, "%s/%s.%d.sock", directory,
+                                   program_invocation_short_name, static_cast<int>(getpid()));
+    if (size < 0 || static_cast<std::size_t>(size) >= sizeof path) {
+        ZX_LOG(error, "the path of ZX_DIAG is too long: %s", directory);
+        return;
+    }
+    if (!is_serving()) {
+        serve(path);
+    }
+}
+
+}  // namespace zx::diag
+
+extern "C" int32_t zxdiag_api_start(void) {
+    const zx::diag::SwitchLock lock;
+    zx::diag::count();
+    return 0;
+}
+
+extern "C" int32_t zxdiag_api_serve(const char* path) {
+    using zx::diag::kTag;
+    if (!ZX_ARE_GIVEN({path, "path"})) {
+        return -1;
+    }
+    return zx::diag::serve(path);
+}
+
+extern "C" void zxdiag_api_stop(void) {
+    const zx::diag::SwitchLock lock;
+    zx::diag::stop_service();
+    zx::diag::g_mode.store(0, std::memory_order_relaxed);
+}
+
+extern "C" char* zxdiag_api_ask(const char* question) {
+    using zx::diag::kTag;
+    if (!ZX_ARE_GIVEN({question, "question"})) {
+        return nullptr;
+    }
+    const zx::CancelHeld held;
+    zx::diag::Answer answer =
+        zx::diag::answer_to(zx::diag::Question(question, std::strlen(question)));
+    if (answer.series != nullptr) {
+        delete answer.series;
+        cJSON_Delete(answer.object);
+        answer.object = zx::diag::error_object("this question can only be asked on a socket");
+    }
+    char* const text = cJSON_PrintUnformatted(answer.object);
+    cJSON_Delete(answer.object);
+    return text;
+}
+
+extern "C" void zxdiag_api_free(char** answer) {
+    if (answer != nullptr) {
+        cJSON_free(*answer);
+        *answer = nullptr;
+    }
+}
