@@ -64,7 +64,8 @@ char* zxdiag_api_ask(const char* question);
 
 /**
  * Frees an answer.
- * @param answer  points to the answer; becomes NULL.
+ * @param answer  points to the answer, or to NULL; becomes NULL.
+ * Logs: error for NULL.
  */
 void zxdiag_api_free(char** answer);
 

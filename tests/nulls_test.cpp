@@ -22,6 +22,7 @@
 #include "zxcommon.h"
 #include "zxcrc.h"
 #include "zxdes.h"
+#include "zxdiag.h"
 #include "zxenv.h"
 #include "zxepoll.h"
 #include "zxfifo.h"

@@ -127,8 +127,10 @@ extern "C" char* zxdiag_api_ask(const char* question) {
 }
 
 extern "C" void zxdiag_api_free(char** answer) {
-    if (answer != nullptr) {
-        cJSON_free(*answer);
-        *answer = nullptr;
+    using zx::diag::kTag;
+    if (!ZX_ARE_GIVEN({answer, "answer"})) {
+        return;
     }
+    cJSON_free(*answer);
+    *answer = nullptr;
 }
