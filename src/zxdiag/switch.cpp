@@ -15,6 +15,7 @@
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
+#include "zxdiag/trace.hpp"
 
 namespace zx::diag {
 
@@ -44,6 +45,7 @@ void begin_anew_in_child() {
     g_is_environment_read.store(false, std::memory_order_relaxed);
     g_switch = PTHREAD_MUTEX_INITIALIZER;
     forget_thread_records();
+    forget_trace();
     forget_service();
 }
 

@@ -24,13 +24,12 @@ public:
     }
 
     // The first answer to a question.
-    std::string ask(const std::string& question) {
+    std::string ask(const std::string& question) { return send_question(question) ? line() : ""; }
+
+    bool send_question(const std::string& question) {
         const std::string text = question + "\n";
-        if (send(fd_.get(), text.data(), text.size(), MSG_NOSIGNAL) !=
-            static_cast<ssize_t>(text.size())) {
-            return "";
-        }
-        return line();
+        return send(fd_.get(), text.data(), text.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(text.size());
     }
 
     // The next answer; empty: the connection has ended.

@@ -1,0 +1,57 @@
+// A record of how long the threads wait and work, for a while.
+#pragma once
+
+#include <sys/sdt.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+
+#include "zxdiag/hooks.hpp"
+
+namespace zx::diag {
+
+enum class Span : std::uint8_t { lock_wait, lock_hold, fifo_in, fifo_out, socket_wait, command };
+
+[[nodiscard]] inline std::uint64_t steady_ns() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
+           static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+// Records what began at `begin_ns` and ends now. `name` need not have an end within `limit` bytes.
+// `amount`: bytes, a descriptor or 0.
+void trace(Span span, std::uint64_t begin_ns, const char* name, std::size_t limit,
+           std::int64_t amount);
+
+// In the child of a fork, where nobody traces.
+void forget_trace();
+
+// Traces the rest of a block, which waits for something outside the program, and has a probe for
+// perf and bpftrace at its beginning and at its end. A thread that is cancelled in it leaves no
+// trace.
+class Traced {
+public:
+    Traced(Span span, const char* name, std::int64_t amount = 0)
+        : begin_ns_(is_tracing() ? steady_ns() : 0), name_(name), amount_(amount), span_(span) {
+        DTRACE_PROBE3(zxcommon, wait_begin, static_cast<int>(span_), name_, amount_);
+    }
+    Traced(const Traced&) = delete;
+    Traced& operator=(const Traced&) = delete;
+    ~Traced() {
+        DTRACE_PROBE3(zxcommon, wait_end, static_cast<int>(span_), name_, amount_);
+        if (begin_ns_ != 0) [[unlikely]] {
+            trace(span_, begin_ns_, name_, kWholeText, amount_);
+        }
+    }
+
+private:
+    static constexpr std::size_t kWholeText = 4096;
+    std::uint64_t begin_ns_;  // 0: nothing is traced
+    const char* name_;
+    std::int64_t amount_;
+    Span span_;
+};
+
+}  // namespace zx::diag
