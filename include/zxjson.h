@@ -4,7 +4,7 @@
  * (cJSON_Parse(), cJSON_Print(), ...).
  *
  * It is the system's shared cJSON. A program that links libzxcommon through its CMake target or its
- * pkg-config file also links cJSON. The library's own modules do not use it.
+ * pkg-config file also links cJSON. Of the library's own modules, only zxdiag uses it.
  *
  * A tree belongs to the code that made it: cJSON_Delete() frees it, cJSON_free() frees a printed
  * text. Nothing is logged.
