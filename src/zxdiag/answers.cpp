@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "zxcommon.h"
+#include "zxdiag/hooks.hpp"
 
 namespace zx::diag {
 namespace {
@@ -26,12 +27,13 @@ Answer answer_program(const Question&) {
     cJSON_AddStringToObject(object, "program", program_invocation_short_name);
     cJSON_AddNumberToObject(object, "pid", getpid());
     cJSON_AddStringToObject(object, "library", zxcommon_api_version());
+    cJSON_AddBoolToObject(object, "counting", is_on() ? 1 : 0);
     return {object, nullptr};
 }
 
 constexpr Topic kTopics[] = {
     {"help", "what can be asked", answer_help},
-    {"program", "the name, the process and the version of the library", answer_program},
+    {"program", "the name, the process, the version of the library, and whether it counts", answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
     {"trace", "what the threads do for seconds=N, for Chrome and Perfetto", answer_trace},
 };
