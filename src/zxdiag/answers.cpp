@@ -33,6 +33,10 @@ constexpr Topic kTopics[] = {
     {"help", "what can be asked", answer_help},
     {"program", "the name, the process and the version of the library", answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
+    {"fifos", "each block FIFO: what it holds, how fast it runs, what was lost", answer_fifos},
+    {"lists", "each shared list: its nodes and their span in time", answer_lists},
+    {"threads", "each thread: its state word and its processor time", answer_threads},
+    {"descriptors", "how many descriptors are open, by kind", answer_descriptors},
 };
 
 Answer answer_help(const Question&) {
