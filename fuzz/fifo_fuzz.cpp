@@ -1,7 +1,9 @@
 // Runs sequences of operations on a block FIFO, against a plain loop over a ring. Compares results,
-// log lines, the whole record, and every byte of the ring and of the caller's buffers.
+// log lines, the whole record, every byte of the ring and of the caller's buffers, and in the end
+// what the diagnosis has counted.
 #include <vector>
 
+#include "asked.hpp"
 #include "said.hpp"
 #include "support.hpp"
 #include "zxfifo.h"
@@ -37,6 +39,47 @@ struct Transfer {
     }
 };
 
+// What the diagnosis counts, byte by byte.
+struct Counts {
+    std::int64_t size;
+    std::int64_t used = 0;
+    std::int64_t highest = 0;
+    std::int64_t in = 0;
+    std::int64_t out = 0;
+    std::int64_t overwritten = 0;
+    std::int64_t stale = 0;
+    std::int64_t resets = 0;
+    bool is_on = true;
+
+    void store(std::size_t n) {
+        for (; n > 0; --n) {
+            ++used;
+            if (is_on) {
+                ++in;
+                overwritten += used > size ? 1 : 0;
+                highest = std::max(highest, used);
+            }
+        }
+    }
+    void take(std::size_t n) {
+        for (; n > 0; --n) {
+            --used;
+            if (is_on) {
+                ++out;
+                stale += used < 0 ? 1 : 0;
+            }
+        }
+    }
+    void reset() {
+        used = 0;
+        ++resets;
+    }
+    void turn(bool on) {
+        is_on = on;
+        highest = std::max(highest, used);
+    }
+};
+
 // The plain algorithm. It moves piece by piece and byte by byte.
 struct Ring {
     std::vector<std::uint8_t> bytes;
@@ -49,7 +92,12 @@ struct Ring {
     std::uint32_t resets = 0;
     zx::fuzz::Lines lines{"FIFO_STRU", zxlog_api_getLoglevel()};
 
-    explicit Ring(std::size_t capacity) : bytes(capacity) { refresh(); }
+    Counts counts;
+
+    explicit Ring(std::size_t capacity)
+        : bytes(capacity), counts{static_cast<std::int64_t>(capacity)} {
+        refresh();
+    }
 
     void refresh() {
         used = total_in - total_out;
@@ -58,14 +106,17 @@ struct Ring {
     void reset() {
         write = read = 0;
         total_in = total_out = 0;
+        counts.reset();
     }
     void drain_in(std::size_t n) {
         write = write + n >= bytes.size() ? 0 : write + n;
         total_in += static_cast<std::uint32_t>(n);
+        counts.store(n);
     }
     void drain_out(std::size_t n) {
         read = bytes.empty() ? 0 : (read + n) % bytes.size();
         total_out += static_cast<std::uint32_t>(n);
+        counts.take(n);
     }
     // `memory` holds the caller's bytes. It may also be the ring itself, from `at` on.
     std::int32_t move(bool in, std::vector<std::uint8_t>& memory, std::size_t at,
@@ -156,7 +207,7 @@ public:
             case 13:
                 return count(size, step % 2 == 0);
             case 14:
-                return shift(input.take<std::uint32_t>());
+                return uncounted(input, size, input.take<std::uint32_t>());
             default:
                 return reset(step);
         }
@@ -186,6 +237,22 @@ public:
                 "what is held and free");
         require(zx::fuzz::take_said() == ring_.lines.said, "the log lines");
         ring_.lines.said.clear();
+    }
+
+    void check_counts() const {
+        const zx::test::Asked answer("fifos");
+        const auto is = [&](const char* key, std::int64_t expected) {
+            require(answer.number("fifos", fifo_, key) == static_cast<double>(expected), key);
+        };
+        require(answer.text("fifos", fifo_, "name") == "fuzz", "the name in the answer");
+        is("size_bytes", ring_.counts.size);
+        is("used_bytes", ring_.counts.used);
+        is("highest_bytes", ring_.counts.highest);
+        is("in_bytes", ring_.counts.in);
+        is("out_bytes", ring_.counts.out);
+        is("overwritten_bytes", ring_.counts.overwritten);
+        is("stale_bytes", ring_.counts.stale);
+        is("resets", ring_.counts.resets);
     }
 
 private:
@@ -285,10 +352,16 @@ private:
                 "counted");
         in ? ring_.drain_in(size) : ring_.drain_out(size);
     }
-    // Makes the totals look as if many more bytes had been moved.
-    void shift(std::uint32_t by) {
+    // While nothing is counted, stores some bytes, and makes the totals look as if many more had
+    // been moved.
+    void uncounted(Input& input, std::size_t size, std::uint32_t by) {
+        zxdiag_api_stop();
+        ring_.counts.turn(false);
+        in(input, size, false);
         fifo_->total_in = ring_.total_in += by;
         fifo_->total_out = ring_.total_out += by;
+        zxdiag_api_start();
+        ring_.counts.turn(true);
     }
     void reset(std::size_t which) {
         ring_.reset();
@@ -332,10 +405,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input({data, size});
     zxlog_api_setLoglevel(4);
     zx::fuzz::take_said();
+    zxdiag_api_start();
     Model model(input.take_below(kMaxCapacity + 1));
     while (!input.empty()) {
         model.run(input);
         model.check();
     }
+    model.check_counts();
     return 0;
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <deque>
 
+#include "asked.hpp"
 #include "support.hpp"
 #include "zxfifo.h"
 
@@ -117,6 +118,7 @@ public:
                 return change(input.take<std::uint8_t>(), input.take<std::uint8_t>());
             default:
                 zxfifo_api_shareListReset(&list_);
+                dropped_ += nodes_.size();
                 nodes_.clear();
         }
     }
@@ -129,6 +131,26 @@ public:
         }
         require(at == nullptr && list_.tail == (nodes_.empty() ? nullptr : nodes_.back().at),
                 "the end of a list");
+    }
+
+    // What the diagnosis says. It does not see a node that the program takes out or changes itself.
+    void check_answer() {
+        zxfifo_api_shareListReset(&list_);
+        dropped_ += nodes_.size();
+        nodes_.clear();
+        list_.drop_timer = looked_ = g_now;  // not now
+        in(8);
+        g_now += kSecond / 2;
+        in(8);
+        const zx::test::Asked answer("lists");
+        const auto is = [&](const char* key, std::uint64_t expected) {
+            require(answer.number("lists", &list_, key) == static_cast<double>(expected), key);
+        };
+        require(answer.text("lists", &list_, "name") == "fuzz", "the name in the answer");
+        is("nodes", 2);
+        is("span_us", kSecond / 2);
+        is("keep_s", list_.keep_seconds);
+        is("dropped", dropped_);
     }
 
     // Makes a node `by` microseconds old, and checks whether the list keeps it.
@@ -190,6 +212,7 @@ private:
         while (!nodes_.empty() &&
                (g_now < nodes_.front().time || g_now - nodes_.front().time >= keep)) {
             nodes_.pop_front();
+            ++dropped_;
         }
     }
     void read(std::int32_t offset) {
@@ -208,6 +231,7 @@ private:
     zxsharelist_ctt list_{};
     std::deque<Node> nodes_;
     std::uint64_t looked_ = 0;
+    std::size_t dropped_ = 0;
 };
 
 }  // namespace
@@ -232,6 +256,7 @@ void zx_fuzz_sweep() {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input({data, std::min<std::size_t>(size, 1024)});
     g_now = kStart;
+    zxdiag_api_start();
     Queues queues;
     Shared first(static_cast<std::uint32_t>(input.take_below(8)));
     Shared second(static_cast<std::uint32_t>(input.take_below(2148)));
@@ -247,5 +272,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         shared.run(input);
         shared.check();
     }
+    first.check_answer();
+    second.check_answer();
     return 0;
 }

@@ -39,8 +39,12 @@ class Work:
         self.rate = 0  # of the library, in bytes per second
 
     @property
-    def peers(self):
+    def others(self):
         return sorted((time, who) for who, time in self.times.items() if who != "library")
+
+    @property
+    def peers(self):  # "library+what" is this library with something switched on
+        return [other for other in self.others if not other[1].startswith("library+")]
 
     @property
     def ratio(self):
@@ -87,7 +91,7 @@ def table(works, limits, variant):
     lines = ["| work | library | peers | library : best peer | of `memcpy` |", "|---|---|---|---|---|"]
     for work in works:
         name = " ".join([f"`{work.name}`{variant}", *(a.replace(":", " ") for a in work.arguments)])
-        peers = ", ".join(f"{who} {time_text(time)}" for time, who in work.peers)
+        peers = ", ".join(f"{who} {time_text(time)}" for time, who in work.others)
         ratio = f"{work.ratio:.2f}" if work.peers else ""
         limit = limits.get(last_number(work)) if work.rate else None
         share = f"{100 * work.rate / limit:#.1f} %" if limit else ""

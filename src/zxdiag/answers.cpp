@@ -36,6 +36,10 @@ constexpr Topic kTopics[] = {
     {"program", "the name, the process, the version of the library, and whether it counts", answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
     {"trace", "what the threads do for seconds=N, for Chrome and Perfetto", answer_trace},
+    {"fifos", "each block FIFO: what it holds, how fast it runs, what was lost", answer_fifos},
+    {"lists", "each shared list: its nodes and their span in time", answer_lists},
+    {"threads", "each thread: its state word and its processor time", answer_threads},
+    {"descriptors", "how many descriptors are open, by kind", answer_descriptors},
 };
 
 Answer answer_help(const Question&) {

@@ -61,7 +61,11 @@ struct Answer {
 [[nodiscard]] cJSON* error_object(const char* text);
 
 // The functions that answer. Each is in the file of its topic.
+Answer answer_descriptors(const Question& question);
+Answer answer_fifos(const Question& question);
+Answer answer_lists(const Question& question);
 Answer answer_locks(const Question& question);
 Answer answer_trace(const Question& question);
+Answer answer_threads(const Question& question);
 
 }  // namespace zx::diag

@@ -12,15 +12,19 @@
 #include "internal/log.hpp"
 #include "zxdiag.h"
 #include "zxdiag/answers.hpp"
+#include "zxdiag/fifos.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/lists.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/trace.hpp"
+#include "zxdiag/threads.hpp"
 
 namespace zx::diag {
 
 std::atomic<std::uint32_t> g_mode{0};
 std::atomic<bool> g_is_environment_read{false};
+std::atomic<std::uint32_t> g_epoch{0};
 
 namespace {
 
@@ -46,13 +50,19 @@ void begin_anew_in_child() {
     g_switch = PTHREAD_MUTEX_INITIALIZER;
     forget_thread_records();
     forget_trace();
+    begin_fifos_anew();
+    begin_lists_anew();
+    begin_threads_anew();
     forget_service();
 }
 
 void count() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
-    g_mode.fetch_or(kCounting, std::memory_order_relaxed);
+    if ((g_mode.load(std::memory_order_relaxed) & kCounting) == 0) {
+        g_epoch.fetch_add(1, std::memory_order_relaxed);
+        g_mode.fetch_or(kCounting, std::memory_order_release);
+    }
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {

@@ -11,6 +11,7 @@
 #include "internal/fixed_text.hpp"
 #include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
+#include "zxdiag/hooks.hpp"
 #include "zxfifo/node.hpp"
 #include "zxmem.h"
 
@@ -73,12 +74,40 @@ void drain_out(zxfifoblock_ctt& fifo, std::uint32_t n) {
     fifo.total_out += n;
 }
 
-void reset(zxfifoblock_ctt& fifo) {
+void clear(zxfifoblock_ctt& fifo) {
     fifo.write_pos = fifo.start;
     fifo.read_pos = fifo.start;
     fifo.total_in = 0;
     fifo.total_out = 0;
 }
+
+void reset(zxfifoblock_ctt& fifo) {
+    clear(fifo);
+    if (zx::diag::is_on()) [[unlikely]] {
+        zx::diag::fifo_reset(fifo);
+    }
+}
+
+// At the end of each operation, also of one that only asks whether there is room.
+void see(const zxfifoblock_ctt& fifo) {
+    if (zx::diag::is_on()) [[unlikely]] {
+        zx::diag::fifo_seen(fifo);
+    }
+}
+
+// Holds the lock of a FIFO.
+class Held {
+public:
+    Held(zxfifoblock_ctt& fifo, const char* func, int line)
+        : fifo_(fifo), guard_(fifo.lock, func, line) {}
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+    ~Held() { see(fifo_); }
+
+private:
+    zxfifoblock_ctt& fifo_;
+    const zx::LockGuard guard_;
+};
 
 enum class Way { in, out };
 
@@ -112,6 +141,7 @@ std::int32_t move_pieces(zxfifoblock_ctt& fifo, Way way, void* memory, std::int3
         remaining -= moved;
     }
     refresh(fifo);
+    see(fifo);
     if (remaining > 0) {
         ZX_LOG_AT(caller, warning, "%.128s:maybe has an error,need %s %d,but %d", fifo.name,
                   in ? "in" : "out", length, length - remaining);
@@ -149,6 +179,7 @@ struct Holder {
 void let_go(void* argument) {
     const Holder& holder = *static_cast<const Holder*>(argument);
     refresh(*holder.fifo);
+    see(*holder.fifo);
     zxlock_api_release(&holder.fifo->lock, holder.caller.func, holder.caller.line);
 }
 
@@ -202,14 +233,18 @@ extern "C" zxfifoblock_ctt* zxfifo_api_blockInit(uint32_t capacity, const char* 
         free_all(fifo);
         return nullptr;
     }
-    reset(*fifo);
+    clear(*fifo);
     refresh(*fifo);
+    see(*fifo);
     return fifo;
 }
 
 extern "C" void zxfifo_api_blockDeinit(zxfifoblock_ctt** pfifo) {
     if (pfifo == nullptr || *pfifo == nullptr) {
         return;
+    }
+    if (zx::diag::was_on()) {
+        zx::diag::fifo_gone(**pfifo);
     }
     zxlock_api_deinit(&(*pfifo)->lock);
     free_all(*pfifo);  // the caller clears the pointer
@@ -221,7 +256,7 @@ extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source,
         return -1;
     }
     if (transfer == nullptr) {
-        const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+        const Held held(*fifo, __func__, __LINE__);
         return store(*fifo, source, length);
     }
     return move_locked(*fifo, zxfifo_innerapi_blockIOin, source, length, transfer);
@@ -233,7 +268,7 @@ extern "C" int32_t zxfifo_api_blockOut(zxfifoblock_ctt* fifo, void* dest, int32_
         return -1;
     }
     if (transfer == nullptr) {
-        const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+        const Held held(*fifo, __func__, __LINE__);
         return take(*fifo, dest, length);
     }
     return move_locked(*fifo, zxfifo_innerapi_blockIOout, dest, length, transfer);
@@ -250,7 +285,7 @@ extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payl
     }
     std::uint8_t prefix[ZXFIFO_PREFIX_SIZE];
     zx::store_be32(prefix, static_cast<std::uint32_t>(length));
-    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    const Held held(*fifo, __func__, __LINE__);
     store(*fifo, prefix, sizeof prefix);
     return store(*fifo, payload, length);
 }
@@ -264,7 +299,7 @@ extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, ui
     std::uint32_t length;
     std::uint32_t used;
     {
-        const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+        const Held held(*fifo, __func__, __LINE__);
         take(*fifo, prefix, sizeof prefix);
         length = zx::load_be32(prefix);
         if (length <= size) {
@@ -284,7 +319,7 @@ extern "C" int32_t zxfifo_api_blockSizeUsed(zxfifoblock_ctt* fifo) {
     if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
-    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    const Held held(*fifo, __func__, __LINE__);
     return static_cast<std::int32_t>(fifo->used);
 }
 
@@ -292,7 +327,7 @@ extern "C" int32_t zxfifo_api_blockSizeLeft(zxfifoblock_ctt* fifo) {
     if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
-    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    const Held held(*fifo, __func__, __LINE__);
     return static_cast<std::int32_t>(fifo->free);
 }
 
@@ -300,7 +335,7 @@ extern "C" int32_t zxfifo_api_blockResetNum(zxfifoblock_ctt* fifo) {
     if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
-    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    const Held held(*fifo, __func__, __LINE__);
     return static_cast<std::int32_t>(fifo->reset_count);
 }
 
@@ -308,7 +343,7 @@ extern "C" int32_t zxfifo_api_blockReset(zxfifoblock_ctt* fifo) {
     if (!ZX_ARE_GIVEN(named(fifo))) {
         return -1;
     }
-    const zx::LockGuard guard(fifo->lock, __func__, __LINE__);
+    const Held held(*fifo, __func__, __LINE__);
     reset(*fifo);
     refresh(*fifo);
     return static_cast<std::int32_t>(++fifo->reset_count);
@@ -334,6 +369,7 @@ extern "C" int32_t zxfifo_innerapi_blockDrainIn(zxfifoblock_ctt* fifo, uint32_t 
         return -1;
     }
     drain_in(*fifo, n);
+    see(*fifo);
     return 0;
 }
 
@@ -342,6 +378,7 @@ extern "C" int32_t zxfifo_innerapi_blockDrainOut(zxfifoblock_ctt* fifo, uint32_t
         return -1;
     }
     drain_out(*fifo, n);
+    see(*fifo);
     return 0;
 }
 

@@ -14,6 +14,7 @@
 #include "internal/args.hpp"
 #include "internal/lock_guard.hpp"
 #include "shared/units.hpp"
+#include "zxdiag/hooks.hpp"
 #include "zxfifo.h"
 #include "zxfifo/gate.hpp"
 #include "zxfifo/node.hpp"
@@ -73,6 +74,12 @@ void watch_forks() {
     });
 }
 
+void tell_change(const zxsharelist_ctt& list, std::uint32_t dropped = 0) {
+    if (zx::diag::is_on()) [[unlikely]] {
+        zx::diag::list_changed(list, dropped);
+    }
+}
+
 // Drops nodes at the head as long as `is_old` holds.
 template <typename Condition>
 void drop_while(zxsharelist_ctt& list, Condition is_old) {
@@ -96,6 +103,7 @@ void drop_while(zxsharelist_ctt& list, Condition is_old) {
         zx::fifo::free_node(node);
         node = next;
     }
+    tell_change(list, count);
 }
 
 }  // namespace
@@ -116,7 +124,14 @@ extern "C" int32_t zxfifo_api_shareListInit(zxsharelist_ctt* list, const char* n
     zxfifo_innerapi_shareListVarInit(list);
     char text[zx::fifo::kTextSize];
     zx::fifo::join(text, "zxfifo_lock_", name);
-    return zxlock_api_init(&list->lock, text);
+    if (zx::diag::was_on()) {
+        zx::diag::list_gone(*list);  // one that was at this address and was never given back
+    }
+    const std::int32_t result = zxlock_api_init(&list->lock, text);
+    if (result == 0) {
+        tell_change(*list);
+    }
+    return result;
 }
 
 extern "C" int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list) {
@@ -124,6 +139,9 @@ extern "C" int32_t zxfifo_api_shareListDeinit(zxsharelist_ctt* list) {
         return -1;
     }
     zxfifo_api_shareListReset(list);
+    if (zx::diag::was_on()) {
+        zx::diag::list_gone(*list);
+    }
     return zxlock_api_deinit(&list->lock);
 }
 
@@ -150,6 +168,7 @@ extern "C" void zxfifo_api_shareListIn(zxsharelist_ctt* list, IdList_ctt* node) 
     list->tail = node;
     list->newest = node->time;
     set_count(*list, list->count + 1);
+    tell_change(*list);
     if (zxtime_api_counterAsyncUs(&list->drop_timer, kDropIntervalUs) != 0) {
         zxfifo_api_shareListDropTimeout(list);
     }

@@ -36,16 +36,27 @@ Usable check(zxthread_ctt* thread, zx::Caller caller = {}) {
     return Usable::not_created;
 }
 
+// The caller holds the mutex, and the state word may have changed. There is no thread if it could
+// not be created.
+void unlock(zxthread_ctt& thread) {
+    if (zx::diag::is_on() && thread.created == 1) [[unlikely]] {
+        zx::diag::thread_state(thread);
+    }
+    pthread_mutex_unlock(&thread.mutex);
+}
+
 // Holds the mutex of a record that has one.
 class StateLock {
 public:
-    explicit StateLock(zxthread_ctt& thread) : mutex_(thread.mutex) { pthread_mutex_lock(&mutex_); }
+    explicit StateLock(zxthread_ctt& thread) : thread_(thread) {
+        pthread_mutex_lock(&thread_.mutex);
+    }
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
-    ~StateLock() { pthread_mutex_unlock(&mutex_); }
+    ~StateLock() { unlock(thread_); }
 
 private:
-    pthread_mutex_t& mutex_;
+    zxthread_ctt& thread_;
 };
 
 }  // namespace
@@ -107,6 +118,9 @@ extern "C" int32_t zxthread_api_destroy(zxthread_ctt* thread) {
     if (pthread_join(thread->handle, nullptr) != 0) {
         ZX_LOG(error, "%.128s:pthread_join(): error", thread->name);
     }
+    if (zx::diag::was_on()) {
+        zx::diag::thread_gone(*thread);
+    }
     std::memset(thread, 0, sizeof *thread);
     return 0;
 }
@@ -123,7 +137,7 @@ extern "C" int32_t zxthread_api_unlock(zxthread_ctt* thread) {
     if (check(thread) != Usable::yes) {
         return -1;
     }
-    pthread_mutex_unlock(&thread->mutex);
+    unlock(*thread);
     return 0;
 }
 
