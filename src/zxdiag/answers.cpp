@@ -33,6 +33,7 @@ constexpr Topic kTopics[] = {
     {"help", "what can be asked", answer_help},
     {"program", "the name, the process and the version of the library", answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
+    {"memory", "the tracked buffers by place: mark=NAME, since=NAME, by=name|place", answer_memory},
 };
 
 Answer answer_help(const Question&) {

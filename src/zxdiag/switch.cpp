@@ -13,6 +13,7 @@
 #include "zxdiag.h"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/memory.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 
@@ -45,22 +46,33 @@ void begin_anew_in_child() {
     g_switch = PTHREAD_MUTEX_INITIALIZER;
     forget_thread_records();
     forget_service();
+    forget_marks();
 }
 
-void count() {
+// Returns true if it was off.
+bool count() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
-    g_mode.fetch_or(kCounting, std::memory_order_relaxed);
+    const bool was_off = !is_on();
+    if (was_off) {
+        await_round();
+    }
+    g_mode.fetch_or(kCounting);
+    return was_off;
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {
-    const SwitchLock lock;
-    if (const char* const fault = start_service(path); fault != nullptr) {
-        ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
-        return -1;
+    bool was_off = false;
+    {
+        const SwitchLock lock;
+        if (const char* const fault = start_service(path); fault != nullptr) {
+            ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
+            return -1;
+        }
+        was_off = count();
+        ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
     }
-    count();
-    ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
+    count_memory(was_off);
     return 0;
 }
 
@@ -89,8 +101,12 @@ void read_environment() {
 }  // namespace zx::diag
 
 extern "C" int32_t zxdiag_api_start(void) {
-    const zx::diag::SwitchLock lock;
-    zx::diag::count();
+    bool was_off = false;
+    {
+        const zx::diag::SwitchLock lock;
+        was_off = zx::diag::count();
+    }
+    zx::diag::count_memory(was_off);
     return 0;
 }
 
