@@ -204,9 +204,12 @@ bool show_some(bool is_new, zx::Caller caller = {}) {
 }  // namespace
 
 void zx::mem::show_buffers(bool is_new) {
-    while (show_some(is_new)) {
+    constexpr unsigned kHoldsInARow = 16;
+    for (unsigned holds = 1; show_some(is_new); ++holds) {
         is_new = false;
-        sched_yield();  // those who wait take the lock first
+        if (holds % kHoldsInARow == 0) {
+            sched_yield();  // those who wait take the lock first
+        }
     }
 }
 
