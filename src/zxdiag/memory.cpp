@@ -3,10 +3,13 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <string_view>
 
 #include "internal/log.hpp"
@@ -53,9 +56,9 @@ constexpr std::size_t kMostMarks = 8;
 // Those who ask, who may be several, and the thread that serves. Nobody else waits for this mutex,
 // and nothing is called under it.
 pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
-constinit Mark g_marks[kMostMarks];
+Mark g_marks[kMostMarks];
 // The growth is that since the earlier sample, and since the later one as long as it is alone.
-constinit Snapshot g_samples[2];
+Snapshot g_samples[2];
 constinit std::size_t g_later = 0;
 
 class Guard {

@@ -2,9 +2,8 @@
 // the program, so each step is short, however many buffers there are.
 #include "zxdiag/places.hpp"
 
-#include <algorithm>
+#include <atomic>
 #include <cstring>
-#include <iterator>
 
 #include "zxdiag/memory.hpp"
 
