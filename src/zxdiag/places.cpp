@@ -98,6 +98,7 @@ std::size_t new_place(const memnode_ctt& record, std::uint64_t hash) {
     place.line.store(record.line, std::memory_order_relaxed);
     std::memcpy(place.name_key, record.name, sizeof record.name);
     std::strcpy(place.file_key, end_of(record.file));
+    place.file_given = record.file;
     place.name.set(record.name, sizeof record.name);
     place.file.set(place.file_key);
     place.hash = hash;
@@ -110,10 +111,12 @@ std::size_t new_place(const memnode_ctt& record, std::uint64_t hash) {
     return at;
 }
 
-std::size_t place_of(const memnode_ctt& record) {
+// Not inline: the usual way needs none of its stack.
+[[gnu::noinline]] std::size_t find_place(const memnode_ctt& record) {
     const std::uint64_t hash = hash_of(record);
     for (std::size_t at = chain_of(hash); at != kNoPlace; at = g_places[at].next) {
         if (g_places[at].hash == hash && is_at(g_places[at], record)) {
+            g_places[at].file_given = record.file;
             return at;
         }
     }
@@ -121,7 +124,8 @@ std::size_t place_of(const memnode_ctt& record) {
 }
 
 // Most names and files are literals, so the same pointers mean the same place: this saves most of
-// the search. The texts are compared, because the next text may have the place of the last one.
+// the search. The name is compared, because the next name may be in the memory of the last one; a
+// file's name stays where it is.
 std::size_t place_of(const memnode_ctt& record, const char* name) {
     constexpr unsigned kBits = 8;
     static constinit std::uint16_t recent[std::size_t{1} << kBits];
@@ -130,8 +134,8 @@ std::size_t place_of(const memnode_ctt& record, const char* name) {
     std::uint16_t& at = recent[pointers * kSpread >> (64U - kBits)];
     const Place& place = g_places[at];
     if (at < kFirstPlace || place.line.load(std::memory_order_relaxed) != record.line ||
-        std::strcmp(place.name_key, name) != 0 || std::strcmp(place.file_key, record.file) != 0) {
-        at = static_cast<std::uint16_t>(place_of(record));
+        place.file_given != record.file || std::strcmp(place.name_key, name) != 0) {
+        at = static_cast<std::uint16_t>(find_place(record));
     }
     return at;
 }
@@ -208,7 +212,7 @@ void buffer_found(BufferTrace& trace, const memnode_ctt& record) {
         return;
     }
     Place& place = trace.place != kNoPlace ? g_places[trace.place]
-                                           : count(trace, place_of(record), record.size);
+                                           : count(trace, find_place(record), record.size);
     join_round(place, trace);
     trace.older = nullptr;
     trace.younger = place.oldest;

@@ -31,6 +31,7 @@ struct alignas(64) Place {
     std::atomic<std::uint32_t> line{0};
     char name_key[ZXMEM_NAME_SIZE + 1]{};  // these two are for comparisons under the lock
     char file_key[kFileSize]{};
+    const char* file_given = nullptr;  // at the last comparison
     SharedText<ZXMEM_NAME_SIZE + 8> name{};
     SharedText<kFileSize> file{};
 };

@@ -286,7 +286,7 @@ extern "C" void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* nam
 
     list_append(node);
     index_add(node);
-    if (zx::diag::is_on()) [[unlikely]] {
+    if (zx::diag::is_on()) {
         zx::diag::buffer_made(node->trace, record, name != nullptr ? name : "");
     }
     if (2 * ++g_node_count > std::size_t{1} << g_table_bits) {  // short chains
@@ -301,7 +301,7 @@ extern "C" void zxmem_innerapi_nodeRm(void* buf) {
     }
     if (Node* const node = index_remove(buf); node != nullptr) {
         list_unlink(node);
-        if (node->trace.place != 0) [[unlikely]] {  // also while the diagnosis is off
+        if (node->trace.place != 0) {  // also while the diagnosis is off
             zx::diag::buffer_gone(node->trace, node->record.size);
         }
         --g_node_count;
