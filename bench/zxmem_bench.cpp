@@ -11,6 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "zxdiag.h"
+
 namespace {
 
 constexpr std::uint32_t kSize = 256;
@@ -21,6 +23,17 @@ struct Tracked {
     ~Tracked() { zxmem_api_deinit(); }
     void* take() { return zxmem_api_malloc(kSize, kName, "bench", __LINE__); }
     void give(void* buffer) { zxmem_api_free(&buffer); }
+};
+
+// The same, while the diagnosis counts the buffers by place.
+struct Counted {
+    Counted() { zxdiag_api_start(); }
+    ~Counted() { zxdiag_api_stop(); }
+    void* take() { return tracked_.take(); }
+    void give(void* buffer) { tracked_.give(buffer); }
+
+private:
+    Tracked tracked_;
 };
 
 // A simple implementation that offers the same information.
@@ -73,6 +86,11 @@ void allocates(benchmark::State& state) {
 }
 BENCHMARK_TEMPLATE(allocates, Tracked)
     ->Name("malloc_free/library")
+    ->Arg(10)
+    ->Arg(1000)
+    ->Arg(100000);
+BENCHMARK_TEMPLATE(allocates, Counted)
+    ->Name("malloc_free/library, counting")
     ->Arg(10)
     ->Arg(1000)
     ->Arg(100000);

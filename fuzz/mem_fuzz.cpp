@@ -1,11 +1,19 @@
 // Runs sequences of operations on the tracked allocator, against a list of what it should know.
-// What it does know is read from its table for a status page, and from its log.
+// What it does know is read from its table for a status page, from its log, and from the answers of
+// the diagnosis.
+#include <cjson/cJSON.h>
+#include <sys/syscall.h>
+
 #include <cinttypes>
 #include <ctime>
+#include <map>
+#include <memory>
+#include <tuple>
 #include <vector>
 
 #include "said.hpp"
 #include "support.hpp"
+#include "zxdiag.h"
 #include "zxmem.h"
 #include "zxt.h"
 
@@ -16,7 +24,12 @@ using zx::fuzz::require;
 
 constexpr std::size_t kMaxSteps = 64;
 constexpr std::size_t kMaxMany = 600;  // nodes: the index grows a few times
-constexpr const char* kFiles[] = {"a.c", "", "folder/a_longer_name.cpp"};
+constexpr const char* kFolder =
+    "folder/of_a_project/and_folders_in_it/one/two/three/four/five/six/seven/eight/nine/ten/eleven/"
+    "and/the/file/itself/with_a_name_at_whose_end_it_is_known.cpp";
+constexpr const char* kFiles[] = {"a.c", "", "folder/a_longer_name.cpp", kFolder};
+constexpr std::size_t kKeptOfFile = 127;
+constexpr int kFewPlaces = 1000;  // so that the diagnosis has not forgotten any
 
 std::time_t g_now = 1700000000;
 
@@ -30,6 +43,50 @@ struct Node {
     std::string file;
     std::int32_t line;
     std::time_t made;
+};
+
+// What the diagnosis should know of a place, and what it says.
+using Place = std::tuple<std::string, std::string, std::int64_t>;  // name, end of the file, line
+struct Counts {
+    std::int64_t buffers = 0;
+    std::int64_t bytes = 0;
+    std::int64_t oldest_s = 0;
+    bool operator==(const Counts&) const = default;
+};
+using Counted = std::map<Place, Counts>;
+
+struct Answer {
+    explicit Answer(const char* question) {
+        char* text = zxdiag_api_ask(question);
+        object.reset(cJSON_Parse(text));
+        zxdiag_api_free(&text);
+    }
+    static std::int64_t number(const cJSON* of, const char* key) {
+        const cJSON* const item = cJSON_GetObjectItem(of, key);
+        return item != nullptr ? static_cast<std::int64_t>(item->valuedouble) : 0;
+    }
+    static std::string text(const cJSON* of, const char* key) {
+        const char* const value = cJSON_GetStringValue(cJSON_GetObjectItem(of, key));
+        return value != nullptr ? value : "";
+    }
+    // The places that have `buffers` (the key) other than 0.
+    [[nodiscard]] Counted places(const char* buffers, const char* bytes) const {
+        Counted all;
+        const cJSON* row = nullptr;
+        cJSON_ArrayForEach(row, cJSON_GetObjectItem(object.get(), "places")) {
+            require(number(row, "made") - number(row, "freed") == number(row, "buffers"),
+                    "what was made and not freed is there");
+            if (number(row, buffers) != 0 || number(row, bytes) != 0) {
+                Counts& counts = all[{text(row, "name"), text(row, "file"), number(row, "line")}];
+                require(counts.buffers == 0, "a place is there once");
+                counts = {number(row, buffers), number(row, bytes),
+                          number(row, "buffers") != 0 ? number(row, "oldest_s") : 0};
+            }
+        }
+        return all;
+    }
+
+    std::unique_ptr<cJSON, decltype(&cJSON_Delete)> object{nullptr, cJSON_Delete};
 };
 
 std::string cell(const std::string& text) {
@@ -81,6 +138,8 @@ public:
         nodes_.clear();
         is_on_ = is_ready_ = true;
         check();
+        zxdiag_api_stop();
+        is_counting_ = false;
         zxmem_api_deinit();
         zxmem_api_init(0);
         is_on_ = is_ready_ = false;
@@ -92,7 +151,7 @@ public:
     }
 
     void run(Input& input) {
-        const std::size_t what = input.take_below(16);
+        const std::size_t what = input.take_below(18);
         g_now += what % 2 == 0 ? 0 : 1;
         if (what < 7) {
             allocate(input, what % 2 == 0 ? zxmem_api_malloc : zxmem_api_calloc);
@@ -106,6 +165,10 @@ public:
             }
         } else if (what == 12 && !buffers_.empty()) {
             change_nodes(input, buffers_[input.take_below(buffers_.size())]);
+        } else if (what == 16) {
+            diagnose(input.take_below(3));
+        } else if (what == 17) {
+            check_diagnosis();
         } else if (what == 15) {
             add_many(input);
         } else if (what == 13) {
@@ -117,7 +180,7 @@ public:
     }
 
     void check() {
-        static std::vector<char> page(1024 + 700 * (kMaxSteps + kMaxMany + 1));
+        static std::vector<char> page(1024 + 800 * (kMaxSteps + kMaxMany + 1));
         std::strcpy(page.data(), "<p>");
         zxmem_api_info(page.data(), "none");
         zxmem_api_showBlock();
@@ -135,9 +198,77 @@ public:
                 "the page");
         require(zx::fuzz::take_said() == lines_.said, "the lines");
         lines_.said.clear();
+        check_diagnosis();
     }
 
 private:
+    void diagnose(std::size_t what) {
+        if (what == 0) {
+            is_counting_ = zxdiag_api_start() == 0;
+        } else if (what == 1) {
+            zxdiag_api_stop();
+            is_counting_ = false;
+        } else if (is_ready_ && is_counting_) {
+            const Answer answer("memory mark=here");
+            require(Answer::text(answer.object.get(), "state") == "complete", "a mark");
+            marked_ = counted(false);
+            is_marked_ = true;
+        }
+    }
+
+    // The nodes by place, or by name alone.
+    [[nodiscard]] Counted counted(bool by_name) const {
+        Counted all;
+        for (const Node& node : nodes_) {
+            const std::string& file = node.file;
+            const std::size_t cut = file.size() > kKeptOfFile ? file.size() - kKeptOfFile : 0;
+            Counts& counts =
+                by_name ? all[{node.name, "", 0}]
+                        : all[{node.name, file.substr(cut), static_cast<std::uint32_t>(node.line)}];
+            ++counts.buffers;
+            counts.bytes += node.buffer.size;
+            counts.oldest_s = std::max(counts.oldest_s, g_now - node.made);
+        }
+        return all;
+    }
+
+    // How it differs from the mark.
+    [[nodiscard]] Counted more() const {
+        Counted all = counted(false);
+        for (const auto& [place, then] : marked_) {
+            all[place].buffers -= then.buffers;
+            all[place].bytes -= then.bytes;
+        }
+        std::erase_if(all, [](const auto& counts) {
+            return counts.second.buffers == 0 && counts.second.bytes == 0;
+        });
+        return all;
+    }
+
+    void check_diagnosis() const {
+        const Answer answer(is_marked_ && is_ready_ && is_counting_ ? "memory since=here"
+                                                                    : "memory");
+        const cJSON* const object = answer.object.get();
+        require(Answer::text(object, "state") == (!is_ready_      ? "not tracking"
+                                                  : !is_counting_ ? "not counting"
+                                                                  : "complete"),
+                "the state of the diagnosis");
+        if (!is_ready_ || !is_counting_) {
+            return;
+        }
+        require(Answer::number(object, "buffers") == static_cast<std::int64_t>(nodes_.size()),
+                "all nodes are counted");
+        if (Answer::number(object, "left_out") == 0) {
+            require(answer.places("buffers", "bytes") == counted(false), "the nodes by place");
+        }
+        if (cJSON_GetArraySize(cJSON_GetObjectItem(object, "places")) < kFewPlaces) {
+            require(Answer("memory by=name").places("buffers", "bytes") == counted(true),
+                    "the nodes by name");
+            require(!is_marked_ || answer.places("more_buffers", "more_bytes") == more(),
+                    "the difference");
+        }
+    }
+
     void switch_on(std::uint8_t enable) {
         zxmem_api_init(enable);
         is_on_ = is_ready_ || enable == 1;
@@ -275,13 +406,24 @@ private:
     zx::fuzz::Lines lines_{"MEMRY_MAP", zxlog_api_getLoglevel()};
     bool is_on_ = false;
     bool is_ready_ = false;
+    bool is_counting_ = false;
+    Counted marked_;
+    bool is_marked_ = false;
 };
 
 }  // namespace
 
-// This takes the place of the C library's function.
+// These take the place of the C library's functions.
 extern "C" [[gnu::visibility("default")]] std::time_t time(std::time_t*) noexcept {
     return g_now;
+}
+extern "C" [[gnu::visibility("default")]] int clock_gettime(clockid_t clock,
+                                                            timespec* now) noexcept {
+    if (clock != CLOCK_MONOTONIC) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+    }
+    *now = {g_now, 0};
+    return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

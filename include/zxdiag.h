@@ -11,6 +11,9 @@
  * question "help" lists all of them. An answer is a JSON object on one line. It has a member
  * "error" if the question is wrong.
  *
+ * With `ZX_DIAG_LEAKS=1` in the environment, the log says at the end of the program which tracked
+ * buffers it still holds.
+ *
  * The child of a fork has the diagnosis off. With `ZX_DIAG` it starts its own as its parent did.
  *
  * Threads: safe.

@@ -40,6 +40,7 @@ constexpr Topic kTopics[] = {
     {"lists", "each shared list: its nodes and their span in time", answer_lists},
     {"threads", "each thread: its state word and its processor time", answer_threads},
     {"descriptors", "how many descriptors are open, by kind", answer_descriptors},
+    {"memory", "the tracked buffers by place: mark=NAME, since=NAME, by=name|place", answer_memory},
 };
 
 Answer answer_help(const Question&) {

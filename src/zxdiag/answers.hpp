@@ -67,5 +67,6 @@ Answer answer_lists(const Question& question);
 Answer answer_locks(const Question& question);
 Answer answer_trace(const Question& question);
 Answer answer_threads(const Question& question);
+Answer answer_memory(const Question& question);
 
 }  // namespace zx::diag

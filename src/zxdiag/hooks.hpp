@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "zxlock.h"
+#include "zxmem.h"
 
 struct zxfifoblock_ctt;
 struct zxsharelist_ctt;
@@ -60,5 +61,31 @@ void list_gone(const zxsharelist_ctt& list);
 // Threads. The caller holds the mutex of the record, or nobody else uses the record.
 void thread_state(const zxthread_ctt& thread);
 void thread_gone(const zxthread_ctt& thread);
+// Memory. What the diagnosis keeps with each tracked buffer. All zeros at first. These functions
+// are called under the lock of the allocator, which guards the traces, too.
+struct BufferTrace {
+    BufferTrace* older;  // of the same place
+    BufferTrace* younger;
+    std::uint32_t made_s;  // by CLOCK_MONOTONIC; the allocator sets it
+    std::uint16_t place;   // 0: not counted
+    std::uint16_t round;   // in which the links were made
+};
+// `name` is as the caller gave it.
+void buffer_made(BufferTrace& trace, const memnode_ctt& record, const char* name);
+void buffer_gone(BufferTrace& trace, std::uint32_t size);  // only for a buffer that is counted
+
+// For buffers that may have been made while nothing was counted. A round begins, all buffers are
+// found, from the youngest to the oldest, and the round is complete. Others may be made or go
+// meanwhile.
+void begin_round();
+void buffer_found(BufferTrace& trace, const memnode_ctt& record);
+void round_is_complete();
+
+// A child goes on with the buffers: that this process still holds them at its end is no fault.
+void child_goes_on();
+
+// Without the lock: the allocator has a lock now, or has none from now on.
+void tracking_begins();
+void tracking_ends();
 
 }  // namespace zx::diag

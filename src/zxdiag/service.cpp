@@ -22,6 +22,7 @@
 #include <initializer_list>
 
 #include "zxdiag/answers.hpp"
+#include "zxdiag/memory.hpp"
 
 namespace zx::diag {
 namespace {
@@ -31,6 +32,7 @@ constexpr int kBacklog = 8;
 constexpr std::size_t kMostPending = 16U << 20U;  // bytes of answers that a client has not read
 constexpr std::int64_t kPatienceMs = 5000;        // for a client that reads nothing
 constexpr int kSeriesStepMs = 100;
+constexpr int kSampleStepMs = 10000;
 constexpr int kNice = 19;
 
 std::int64_t now_ms() {
@@ -223,9 +225,10 @@ void answer_all(Service& service) {
             waits[i + 2] = client.waits_for();
             is_active = is_active || client.has_series() || (waits[i + 2].events & POLLOUT) != 0;
         }
-        if (poll(waits, kMostClients + 2, is_active ? kSeriesStepMs : -1) < 0) {
+        if (poll(waits, kMostClients + 2, is_active ? kSeriesStepMs : kSampleStepMs) < 0) {
             continue;
         }
+        sample_memory();
         if (waits[0].revents != 0) {
             return;
         }

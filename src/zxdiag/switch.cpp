@@ -15,6 +15,7 @@
 #include "zxdiag/fifos.hpp"
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/lists.hpp"
+#include "zxdiag/memory.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/trace.hpp"
@@ -54,25 +55,34 @@ void begin_anew_in_child() {
     begin_lists_anew();
     begin_threads_anew();
     forget_service();
+    forget_marks();
 }
 
-void count() {
+// Returns true if it was off.
+bool count() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
-    if ((g_mode.load(std::memory_order_relaxed) & kCounting) == 0) {
+    const bool was_off = (g_mode.load(std::memory_order_relaxed) & kCounting) == 0;
+    if (was_off) {
         g_epoch.fetch_add(1, std::memory_order_relaxed);
-        g_mode.fetch_or(kCounting, std::memory_order_release);
+        await_round();
     }
+    g_mode.fetch_or(kCounting);
+    return was_off;
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {
-    const SwitchLock lock;
-    if (const char* const fault = start_service(path); fault != nullptr) {
-        ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
-        return -1;
+    bool was_off = false;
+    {
+        const SwitchLock lock;
+        if (const char* const fault = start_service(path); fault != nullptr) {
+            ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
+            return -1;
+        }
+        was_off = count();
+        ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
     }
-    count();
-    ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
+    count_memory(was_off);
     return 0;
 }
 
@@ -101,8 +111,12 @@ void read_environment() {
 }  // namespace zx::diag
 
 extern "C" int32_t zxdiag_api_start(void) {
-    const zx::diag::SwitchLock lock;
-    zx::diag::count();
+    bool was_off = false;
+    {
+        const zx::diag::SwitchLock lock;
+        was_off = zx::diag::count();
+    }
+    zx::diag::count_memory(was_off);
     return 0;
 }
 

@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "internal/cancel.hpp"
+#include "zxdiag/hooks.hpp"
 #include "zxmd.h"
 #include "zxmd/messages.hpp"
 #include "zxsignal.h"
@@ -32,6 +33,7 @@ void leave_parent(zx::Caller caller = {}) {
         std::exit(-1);
     }
     if (pid > 0) {
+        zx::diag::child_goes_on();
         std::exit(0);
     }
 }

@@ -1,5 +1,7 @@
 #include "zxmem/allocator.hpp"
 
+#include <sched.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include "internal/fixed_text.hpp"
 #include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
+#include "zxdiag/hooks.hpp"
 
 static_assert(offsetof(memnode_ctt, size) == 8 && offsetof(memnode_ctt, name) == 12);
 static_assert(offsetof(memnode_ctt, time) == 140 && offsetof(memnode_ctt, line) == 156);
@@ -35,6 +38,7 @@ struct Node {
     memnode_ctt record;
     Node* prev;
     Node* chain;
+    zx::diag::BufferTrace trace;
 };
 static_assert(offsetof(Node, record) == 0);
 
@@ -53,6 +57,7 @@ Chain* g_table = g_first_table;
 unsigned g_table_bits = kFirstBits;
 std::size_t g_node_count;
 memnode_ctt* g_last;
+Node* g_unseen;  // the youngest node that is still to be shown to the diagnosis
 
 // Neighbours in memory are neighbours in the table, too, which suits the cache. Folding gives the
 // remainder modulo 2^bits - 1, so buffers at distances of a power of two do not share a chain.
@@ -112,6 +117,9 @@ void list_append(Node* node) {
 }
 
 void list_unlink(Node* node) {
+    if (g_unseen == node) [[unlikely]] {
+        g_unseen = node->prev;
+    }
     memnode_ctt* const next = node->record.next;
     (node->prev != nullptr ? node->prev->record.next : first_memnode_ctt) = next;
     if (next != nullptr) {
@@ -121,10 +129,12 @@ void list_unlink(Node* node) {
     }
 }
 
-// The local time of day, converted once a second. Reading the files of the time zone must be no
-// cancellation point: a thread that is cancelled here would keep the list's lock for ever.
-void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
+// The local time of day, converted once a second. Returns the time by a clock that nobody sets, in
+// seconds, read as seldom. Reading the files of the time zone must be no cancellation point: a
+// thread that is cancelled here would keep the list's lock for ever.
+std::uint32_t write_time(char (&out)[ZXMEM_TIME_SIZE]) {
     static std::time_t text_second;
+    static std::uint32_t steady_second;
     static char text[ZXMEM_TIME_SIZE];
     const std::time_t now = std::time(nullptr);
     if (now != text_second || text[0] == '\0') {
@@ -134,8 +144,12 @@ void write_time(char (&out)[ZXMEM_TIME_SIZE]) {
         std::snprintf(text, sizeof text, "%02d:%02d:%02d", local.tm_hour, local.tm_min,
                       local.tm_sec);
         text_second = now;
+        timespec steady{};
+        clock_gettime(CLOCK_MONOTONIC, &steady);
+        steady_second = static_cast<std::uint32_t>(steady.tv_sec);
     }
     std::memcpy(out, text, sizeof text);
+    return steady_second;
 }
 
 // True when the list can be used. Warns when tracking is on but has no lock.
@@ -168,7 +182,44 @@ void* allocate(std::uint32_t size, const char* name, const char* file, std::uint
     return buffer;
 }
 
+// Bounds the time that others wait for the lock. Returns true when there are more nodes to show.
+bool show_some(bool is_new, zx::Caller caller = {}) {
+    constexpr int kAtOnce = 64;
+    const zx::LockGuard guard(zxmem_zxlock_ctt, caller.func, caller.line);
+    if (is_new) {
+        zx::diag::begin_round();
+        g_unseen = g_last != nullptr ? node_of(g_last) : nullptr;
+    }
+    for (int i = 0; i < kAtOnce && g_unseen != nullptr; ++i) {
+        Node* const node = g_unseen;
+        g_unseen = node->prev;
+        zx::diag::buffer_found(node->trace, node->record);
+    }
+    if (g_unseen == nullptr) {
+        zx::diag::round_is_complete();
+    }
+    return g_unseen != nullptr;
+}
+
 }  // namespace
+
+void zx::mem::show_buffers(bool is_new) {
+    constexpr unsigned kHoldsInARow = 16;
+    for (unsigned holds = 1; show_some(is_new); ++holds) {
+        is_new = false;
+        if (holds % kHoldsInARow == 0) {
+            sched_yield();  // those who wait take the lock first
+        }
+    }
+}
+
+bool zx::mem::can_be_locked() {
+    timespec limit{};
+    clock_gettime(CLOCK_REALTIME, &limit);
+    ++limit.tv_sec;
+    pthread_mutex_t& mutex = zxmem_zxlock_ctt.mutex;
+    return pthread_mutex_timedlock(&mutex, &limit) == 0 && pthread_mutex_unlock(&mutex) == 0;
+}
 
 extern "C" void zxmem_api_init(uint8_t enable) {
     if (flag_init == 1) {
@@ -177,11 +228,13 @@ extern "C" void zxmem_api_init(uint8_t enable) {
     zxmem_enable_dbg = enable;
     if (enable == 1 && zxlock_api_init(&zxmem_zxlock_ctt, "zxmem_zxlockctt") == 0) {
         flag_init = 1;
+        zx::diag::tracking_begins();
     }
 }
 
 extern "C" void zxmem_api_deinit(void) {
     if (flag_init == 1) {
+        zx::diag::tracking_ends();
         flag_init = 0;
         zxlock_api_deinit(&zxmem_zxlock_ctt);
     }
@@ -227,12 +280,15 @@ extern "C" void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* nam
     if (name != nullptr) {
         ZX_FILL_FIELD(record.name, name);
     }
-    write_time(record.time);
+    node->trace.made_s = write_time(record.time);
     record.line = line;
     record.file = file;
 
     list_append(node);
     index_add(node);
+    if (zx::diag::is_on()) {
+        zx::diag::buffer_made(node->trace, record, name != nullptr ? name : "");
+    }
     if (2 * ++g_node_count > std::size_t{1} << g_table_bits) {  // short chains
         index_grow();
     }
@@ -245,6 +301,9 @@ extern "C" void zxmem_innerapi_nodeRm(void* buf) {
     }
     if (Node* const node = index_remove(buf); node != nullptr) {
         list_unlink(node);
+        if (node->trace.place != 0) {  // also while the diagnosis is off
+            zx::diag::buffer_gone(node->trace, node->record.size);
+        }
         --g_node_count;
         std::free(node);
     }
