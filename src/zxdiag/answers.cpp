@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <iterator>
@@ -33,6 +34,8 @@ constexpr Topic kTopics[] = {
     {"help", "what can be asked", answer_help},
     {"program", "the name, the process and the version of the library", answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
+    {"waits", "who waits for whom, deadlocks, and locks that are taken in different orders",
+     answer_waits},
 };
 
 Answer answer_help(const Question&) {

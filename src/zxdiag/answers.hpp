@@ -62,5 +62,6 @@ struct Answer {
 
 // The functions that answer. Each is in the file of its topic.
 Answer answer_locks(const Question& question);
+Answer answer_waits(const Question& question);
 
 }  // namespace zx::diag

@@ -12,7 +12,9 @@
 #include "internal/log.hpp"
 #include "zxdiag.h"
 #include "zxdiag/answers.hpp"
+#include "zxdiag/coarse_clock.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/locks.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 
@@ -44,13 +46,26 @@ void begin_anew_in_child() {
     g_is_environment_read.store(false, std::memory_order_relaxed);
     g_switch = PTHREAD_MUTEX_INITIALIZER;
     forget_thread_records();
+    forget_locks_of_parent();
     forget_service();
 }
 
-void count() {
+void watch_forks() {
+    pthread_atfork(nullptr, nullptr, begin_anew_in_child);
+}
+
+void count(Caller caller = {}) {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
-    pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
+    pthread_once(&once, watch_forks);
+    if (is_on()) {
+        return;
+    }
+    clear_locks();
+    if (!start_coarse_clock()) {
+        ZX_LOG_AT(caller, warning, "there can be no thread that measures how long locks are held");
+    }
     g_mode.fetch_or(kCounting, std::memory_order_relaxed);
+    begin_to_count_locks();
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {
@@ -59,8 +74,7 @@ std::int32_t serve(const char* path, Caller caller = {}) {
         ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
         return -1;
     }
-    count();
-    ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
+    count(caller);
     return 0;
 }
 
@@ -99,13 +113,18 @@ extern "C" int32_t zxdiag_api_serve(const char* path) {
     if (!ZX_ARE_GIVEN({path, "path"})) {
         return -1;
     }
-    return zx::diag::serve(path);
+    if (zx::diag::serve(path) != 0) {
+        return -1;
+    }
+    ZX_LOG(notice, "the diagnosis is served at %s", path);
+    return 0;
 }
 
 extern "C" void zxdiag_api_stop(void) {
     const zx::diag::SwitchLock lock;
     zx::diag::stop_service();
     zx::diag::g_mode.store(0, std::memory_order_relaxed);
+    zx::diag::stop_coarse_clock();
 }
 
 extern "C" char* zxdiag_api_ask(const char* question) {
