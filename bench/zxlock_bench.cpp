@@ -1,4 +1,5 @@
-// Taking and releasing a lock, compared with a bare mutex and a mutex of GLib.
+// Taking and releasing a lock, also while the diagnosis counts, compared with a bare mutex and a
+// mutex of GLib.
 #include "zxlock.h"
 
 #include <benchmark/benchmark.h>
@@ -6,7 +7,10 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <thread>
+
+#include "zxdiag.h"
 
 namespace {
 
@@ -46,6 +50,13 @@ private:
     zxlock_ctt lock_{};
 };
 
+// The same while the diagnosis counts.
+class Counting : public Library {
+public:
+    Counting() { zxdiag_api_start(); }
+    ~Counting() { zxdiag_api_stop(); }
+};
+
 class Pthread {
 public:
     void obtain() { pthread_mutex_lock(&mutex_); }
@@ -75,21 +86,51 @@ void pairs(benchmark::State& state) {
     }
 }
 BENCHMARK(pairs<Library>)->Name("obtain_release/library");
+BENCHMARK(pairs<Counting>)->Name("obtain_release/counting");
 BENCHMARK(pairs<Pthread>)->Name("obtain_release/pthread");
 BENCHMARK(pairs<Glib>)->Name("obtain_release/glib");
+
+// A lock that is taken while another one is held.
+template <typename Lock>
+void nested_pairs(benchmark::State& state) {
+    const SecondThread second;
+    Lock outer;
+    Lock inner;
+    for ([[maybe_unused]] auto _ : state) {
+        outer.obtain();
+        inner.obtain();
+        benchmark::ClobberMemory();
+        inner.release();
+        outer.release();
+    }
+}
+BENCHMARK(nested_pairs<Library>)->Name("obtain_release_nested/library");
+BENCHMARK(nested_pairs<Counting>)->Name("obtain_release_nested/counting");
+BENCHMARK(nested_pairs<Pthread>)->Name("obtain_release_nested/pthread");
+BENCHMARK(nested_pairs<Glib>)->Name("obtain_release_nested/glib");
 
 // Two threads compete for the same lock all the time.
 template <typename Lock>
 void contended_pairs(benchmark::State& state) {
-    static Lock lock;
+    static std::optional<Lock> lock;
+    if (state.thread_index() == 0) {
+        lock.emplace();
+    }
     for ([[maybe_unused]] auto _ : state) {
-        lock.obtain();
+        lock->obtain();
         benchmark::ClobberMemory();
-        lock.release();
+        lock->release();
+    }
+    if (state.thread_index() == 0) {
+        lock.reset();
     }
 }
 BENCHMARK(contended_pairs<Library>)
     ->Name("obtain_release_contended/library")
+    ->Threads(2)
+    ->UseRealTime();
+BENCHMARK(contended_pairs<Counting>)
+    ->Name("obtain_release_contended/counting")
     ->Threads(2)
     ->UseRealTime();
 BENCHMARK(contended_pairs<Pthread>)

@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/lock_hooks.hpp"
 #include "zxlock.h"
 
 namespace zx::lock {
@@ -103,13 +104,28 @@ inline void write_free(Holder& out) {
     return lock != nullptr && lock->initialised == 1;
 }
 
+// The mutex alone, without a note of the holder. For usable locks only.
+inline void take(zxlock_ctt& lock, const char* func, int line) {
+    if (!diag::is_on()) [[likely]] {
+        pthread_mutex_lock(&lock.mutex);
+    } else if (pthread_mutex_trylock(&lock.mutex) != 0) {
+        diag::wait_for_mutex(lock, func, line);
+    } else if (!diag::note_taken(lock)) {
+        diag::note_any_taken(lock, func, line);
+    }
+}
+
+// Returns 0: the unlock of a mutex with default attributes cannot fail.
+inline int give_back(zxlock_ctt& lock) {
+    if (diag::is_on()) [[unlikely]] {
+        diag::note_released(lock);
+    }
+    return pthread_mutex_unlock(&lock.mutex);
+}
+
 // For usable locks only.
 inline void obtain(zxlock_ctt& lock, const char* func, int line) {
-    if (diag::is_on()) [[unlikely]] {
-        diag::take_mutex(lock, func, line);
-    } else {
-        pthread_mutex_lock(&lock.mutex);
-    }
+    take(lock, func, line);
     if (lock.locked != 0) [[unlikely]] {
         // Somebody unlocked the bare mutex of a lock that was obtained.
         std::memset(lock.holder, 0, sizeof lock.holder);
@@ -118,15 +134,11 @@ inline void obtain(zxlock_ctt& lock, const char* func, int line) {
     write_holder(lock.holder, func, line);
 }
 
-// Returns 0: the unlock of a mutex with default attributes cannot fail.
 inline int release(zxlock_ctt& lock) {
     // The fields are set before the unlock: after it they belong to the next holder.
     lock.locked = 0;
     write_free(lock.holder);
-    if (diag::is_on()) [[unlikely]] {
-        diag::mutex_given_back(lock);
-    }
-    return pthread_mutex_unlock(&lock.mutex);
+    return give_back(lock);
 }
 
 }  // namespace zx::lock

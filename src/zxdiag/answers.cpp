@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <iterator>
@@ -41,6 +42,8 @@ constexpr Topic kTopics[] = {
     {"threads", "each thread: its state word and its processor time", answer_threads},
     {"descriptors", "how many descriptors are open, by kind", answer_descriptors},
     {"memory", "the tracked buffers by place: mark=NAME, since=NAME, by=name|place", answer_memory},
+    {"waits", "who waits for whom, deadlocks, and locks that are taken in different orders",
+     answer_waits},
 };
 
 Answer answer_help(const Question&) {

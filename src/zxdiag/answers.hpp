@@ -68,5 +68,6 @@ Answer answer_locks(const Question& question);
 Answer answer_trace(const Question& question);
 Answer answer_threads(const Question& question);
 Answer answer_memory(const Question& question);
+Answer answer_waits(const Question& question);
 
 }  // namespace zx::diag

@@ -1,5 +1,6 @@
-// What the other modules tell the diagnosis. While it is off, each hook costs one load and one
-// branch that is not taken. The functions behind the hooks are in the files of their topics.
+// What the other modules tell the diagnosis, except when locks are taken. While it is off, each
+// hook costs one load and one branch that is not taken. The functions behind the hooks are in the
+// files of their topics.
 #pragma once
 
 #include <atomic>
@@ -43,11 +44,10 @@ inline void something_is_made() {
     }
 }
 
-// Locks. `func` is only valid during the call.
+// Locks; what they cost most is in lock_hooks.hpp. These are also called while the diagnosis is
+// off.
 void lock_made(const zxlock_ctt& lock);
 void lock_gone(const zxlock_ctt& lock);
-void take_mutex(zxlock_ctt& lock, const char* func, int line);  // waits for it, and takes it
-void mutex_given_back(zxlock_ctt& lock);                        // just before it is unlocked
 
 // Block FIFOs. The caller holds the lock of the FIFO, or is the only one who knows it.
 void fifo_seen(const zxfifoblock_ctt& fifo);  // counts what was moved since the last call

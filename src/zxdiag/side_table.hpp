@@ -20,6 +20,10 @@ class SideTable {
 public:
     // NULL: the record is not in the table.
     [[nodiscard]] Entry* find(const void* record) {
+        Entry& first = entries_[slot_of(record)];
+        if (first.record.load(std::memory_order_acquire) == record) [[likely]] {
+            return &first;
+        }
         for (std::size_t step = 0, at = slot_of(record); step < kSteps; ++step, ++at) {
             Entry& entry = entries_[at % Size];
             const void* const its = entry.record.load(std::memory_order_acquire);

@@ -12,9 +12,11 @@
 #include "internal/log.hpp"
 #include "zxdiag.h"
 #include "zxdiag/answers.hpp"
+#include "zxdiag/coarse_clock.hpp"
 #include "zxdiag/fifos.hpp"
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/lists.hpp"
+#include "zxdiag/locks.hpp"
 #include "zxdiag/memory.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
@@ -54,21 +56,31 @@ void begin_anew_in_child() {
     begin_fifos_anew();
     begin_lists_anew();
     begin_threads_anew();
+    forget_locks_of_parent();
     forget_service();
     forget_marks();
 }
 
+void watch_forks() {
+    pthread_atfork(nullptr, nullptr, begin_anew_in_child);
+}
+
 // Returns true if it was off.
-bool count() {
+bool count(Caller caller = {}) {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
-    pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
-    const bool was_off = (g_mode.load(std::memory_order_relaxed) & kCounting) == 0;
-    if (was_off) {
-        g_epoch.fetch_add(1, std::memory_order_relaxed);
-        await_round();
+    pthread_once(&once, watch_forks);
+    if ((g_mode.load(std::memory_order_relaxed) & kCounting) != 0) {
+        return false;
     }
+    clear_locks();
+    if (!start_coarse_clock()) {
+        ZX_LOG_AT(caller, warning, "there can be no thread that measures how long locks are held");
+    }
+    g_epoch.fetch_add(1, std::memory_order_relaxed);
+    await_round();
     g_mode.fetch_or(kCounting);
-    return was_off;
+    begin_to_count_locks();
+    return true;
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {
@@ -79,8 +91,7 @@ std::int32_t serve(const char* path, Caller caller = {}) {
             ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
             return -1;
         }
-        was_off = count();
-        ZX_LOG_AT(caller, notice, "the diagnosis is served at %s", path);
+        was_off = count(caller);
     }
     count_memory(was_off);
     return 0;
@@ -125,13 +136,18 @@ extern "C" int32_t zxdiag_api_serve(const char* path) {
     if (!ZX_ARE_GIVEN({path, "path"})) {
         return -1;
     }
-    return zx::diag::serve(path);
+    if (zx::diag::serve(path) != 0) {
+        return -1;
+    }
+    ZX_LOG(notice, "the diagnosis is served at %s", path);
+    return 0;
 }
 
 extern "C" void zxdiag_api_stop(void) {
     const zx::diag::SwitchLock lock;
     zx::diag::stop_service();
     zx::diag::g_mode.store(0, std::memory_order_relaxed);
+    zx::diag::stop_coarse_clock();
 }
 
 extern "C" char* zxdiag_api_ask(const char* question) {

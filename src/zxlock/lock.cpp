@@ -86,9 +86,7 @@ extern "C" int32_t zxlock_api_init(zxlock_ctt* lock, const char* name) {
     lock->report_misuse = 1;
     lock->initialised = 1;
     list_add(lock);
-    if (zx::diag::is_on()) {
-        zx::diag::lock_made(*lock);
-    }
+    zx::diag::lock_made(*lock);
     std::memcpy(lock->holder, zx::lock::kFree, sizeof zx::lock::kFree);
     return 0;
 }
@@ -101,9 +99,7 @@ extern "C" int32_t zxlock_api_deinit(zxlock_ctt* lock) {
         return 0;
     }
     list_remove(lock);
-    if (zx::diag::is_on()) {
-        zx::diag::lock_gone(*lock);
-    }
+    zx::diag::lock_gone(*lock);
     pthread_mutex_destroy(&lock->mutex);
     std::memset(lock, 0, sizeof *lock);
     return 0;
@@ -164,12 +160,12 @@ extern "C" int32_t zxlock_api_waitCmdStarting(zxlock_ctt* lock, uint32_t* cmd, u
     }
 
     for (std::int64_t steps = zx::step_count(timeoutMs, stepMs);;) {
-        pthread_mutex_lock(&lock->mutex);
+        zx::lock::take(*lock, __func__, __LINE__);
         const bool started = *cmd == kCmdStart;
         if (started) {
             *cmd = kCmdTaken;
         }
-        pthread_mutex_unlock(&lock->mutex);
+        zx::lock::give_back(*lock);
         if (started) {
             return 1;
         }

@@ -1,0 +1,14 @@
+// Counting locks.
+#pragma once
+
+namespace zx::diag {
+
+// Called when counting begins. The first one in a process empties the tables, in which the child of
+// a fork finds those of its parent; the second follows when the hooks are called.
+void clear_locks();
+void begin_to_count_locks();
+
+// In the child of a fork. Nothing is touched that costs time.
+void forget_locks_of_parent();
+
+}  // namespace zx::diag
