@@ -93,7 +93,7 @@ void tail(Connection& connection, const Options& options) {
         } else if (!options.json) {
             subtract(answer.get(), first.get());
             const auto age = static_cast<double>(now_ms() - begin) / kMilli;
-            std::printf("\nmore than %s ago: ", amount_text("age_s", age).c_str());
+            std::printf("\nmore than %s ago:\n", amount_text("age_s", age).c_str());
         }
         if (!options.json) {
             show(answer.get(), standard_output());
