@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <string_view>
 #include <thread>
 
@@ -103,52 +104,29 @@ void tail(Connection& connection, const Options& options) {
     }
 }
 
-// A file that is only changed once there is something to write. It is opened before, so that nobody
-// waits for a trace that cannot be written.
-class TraceFile {
-public:
-    explicit TraceFile(const std::string& path) : path_(path) {
-        constexpr mode_t kMode = 0644;
-        if (path == "-") {
-            fd_.reset(dup(STDOUT_FILENO));
-        } else {
-            fd_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
-            is_new_ = static_cast<bool>(fd_);
-            if (!is_new_ && errno == EEXIST) {
-                fd_.reset(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-            }
-        }
-        if (!fd_) {
+// Nobody waits for a trace that cannot be written.
+void check_writable(const std::string& path) {
+    const std::string directory = std::filesystem::path(path).parent_path();
+    const bool is_there = access(path.c_str(), F_OK) == 0;
+    if (access(is_there ? path.c_str() : directory.empty() ? "." : directory.c_str(), W_OK) != 0) {
+        throw tools::system_failure(clean(path));
+    }
+}
+
+// "-": standard output.
+void write_file(const std::string& path, std::string_view text) {
+    constexpr mode_t kMode = 0644;
+    const zxcommon::Descriptor file(
+        path == "-" ? dup(STDOUT_FILENO)
+                    : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
+    while (!text.empty()) {
+        const ssize_t size = write(file.get(), text.data(), text.size());
+        if (size < 0) {
             throw tools::system_failure(clean(path));
         }
+        text.remove_prefix(static_cast<std::size_t>(size));
     }
-    TraceFile(const TraceFile&) = delete;
-    TraceFile& operator=(const TraceFile&) = delete;
-    ~TraceFile() {
-        if (is_new_) {
-            unlink(path_.c_str());
-        }
-    }
-
-    void write_all(std::string_view text) {
-        if (path_ != "-" && ftruncate(fd_.get(), 0) != 0 && errno != EINVAL) {
-            throw tools::system_failure(clean(path_));
-        }
-        while (!text.empty()) {
-            const ssize_t size = write(fd_.get(), text.data(), text.size());
-            if (size < 0) {
-                throw tools::system_failure(clean(path_));
-            }
-            text.remove_prefix(static_cast<std::size_t>(size));
-        }
-        is_new_ = false;
-    }
-
-private:
-    const std::string path_;
-    zxcommon::Descriptor fd_;
-    bool is_new_ = false;
-};
+}
 
 // The number after the last "dropped", which follows the events.
 std::string dropped_text(std::string_view line) {
@@ -163,8 +141,10 @@ std::string dropped_text(std::string_view line) {
 }
 
 void trace(Connection& connection, const Options& options) {
-    const bool has_file = !options.output_file.empty();
-    TraceFile file(has_file ? options.output_file : "-");
+    const std::string path = options.output_file.empty() ? "-" : options.output_file;
+    if (path != "-") {
+        check_writable(path);
+    }
     const std::int64_t seconds_ms = static_cast<std::int64_t>(options.trace_seconds) * kMilli;
     const std::string_view line =
         ask(connection, question_of(options), seconds_ms + options.timeout_ms);
@@ -173,9 +153,9 @@ void trace(Connection& connection, const Options& options) {
         throw_if_error(parse_answer(line).get());
         throw tools::Failure("the answer is not a trace");
     }
-    file.write_all((options.json ? clean_json(line) : std::string(line)) + '\n');
-    if (has_file && options.output_file != "-") {
-        std::printf("%s: %s events, %s dropped\n", clean(options.output_file).c_str(),
+    write_file(path, (options.json ? clean_json(line) : std::string(line)) + '\n');
+    if (path != "-") {
+        std::printf("%s: %s events, %s dropped\n", clean(path).c_str(),
                     amount_text("events", static_cast<double>(shape.events)).c_str(),
                     dropped_text(line).c_str());
     }

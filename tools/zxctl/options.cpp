@@ -65,12 +65,15 @@ void take_directories(Options& options, const std::string& named) {
 
 // "trace 5" is "trace seconds=5".
 void take_seconds(const CLI::App& app, Options& options) {
-    for (std::string& word : options.pairs) {
-        if (const std::size_t at = word.starts_with("seconds=") ? 8 : 0;
-            const auto seconds = tools::parse_number(std::string_view(word).substr(at))) {
-            options.trace_seconds = *seconds;
-            word = "seconds=" + std::to_string(*seconds);
-        }
+    constexpr std::string_view kKey = "seconds=";
+    if (!options.pairs.empty() && tools::parse_number(options.pairs.front())) {
+        options.pairs.front().insert(0, kKey);
+    }
+    const auto found = std::ranges::find_if(
+        options.pairs, [&](const std::string& pair) { return pair.starts_with(kKey); });
+    if (found != options.pairs.end()) {
+        const std::string_view number = std::string_view(*found).substr(kKey.size());
+        options.trace_seconds = tools::parse_number(number).value_or(0);
     }
     if (options.trace_seconds == 0 || options.trace_seconds > kMostSeconds) {
         tools::exit_misused(app, "trace needs a number of seconds, from 1 to 86400: trace 5");
