@@ -55,7 +55,7 @@ void show_singles(const cJSON* answer, bool on_one_line) {
     cJSON_ArrayForEach(its, answer) {
         const std::string_view key = its->string != nullptr ? its->string : "";
         // Most tables leave out nothing.
-        if (is_single(its) && (key != "left_out" || its->valuedouble != 0)) {
+        if (is_single(its) && (!key.ends_with("left_out") || its->valuedouble != 0)) {
             line += (line.empty() ? "" : ", ") + title_of(key) + ' ' + value_text(key, its);
             table.add({title_of(key), value_text(key, its)});
         }
@@ -148,6 +148,9 @@ Paper standard_output() {
 
 void show(cJSON* answer, const Paper& paper) {
     complete(answer);
+    if (answer->child == nullptr) {
+        print("nothing");
+    }
     bool has_more = false;
     const cJSON* its = nullptr;
     cJSON_ArrayForEach(its, answer) {

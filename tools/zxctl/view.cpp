@@ -25,7 +25,7 @@ const std::vector<View>& known_views() {
           {"contended", "contended", "", ""},
           {"longest_hold_us", "longest hold", "", ""},
           {"taken", "taken", "", ""}},
-         5},
+         4},
         {"waits",
          {{"thread", "thread", "", ""},
           {"tid", "tid", "", ""},
@@ -153,6 +153,18 @@ bool comes_before(const Rank& a, const Rank& b) {
            std::tuple(!b.is_number, -b.number, b.text);
 }
 
+// Rows that are equal in one column are sorted by the next.
+bool row_comes_before(const View& view, const cJSON* a, const cJSON* b) {
+    for (std::size_t i = view.sorted_by; i < view.fields.size(); ++i) {
+        const Rank its = rank_of(view.fields[i], a);
+        const Rank other = rank_of(view.fields[i], b);
+        if (comes_before(its, other) || comes_before(other, its)) {
+            return comes_before(its, other);
+        }
+    }
+    return false;
+}
+
 std::string place_key(const cJSON* place) {
     const cJSON* const file = member(place, "file");
     return value_text("name", member(place, "name")) + '\n' + value_text("file", file) + ':' +
@@ -179,25 +191,25 @@ View view_of(const cJSON* array) {
 }
 
 Table table_of(const View& view, const cJSON* array, bool reversed) {
-    std::vector<std::pair<Rank, const cJSON*>> items;
+    std::vector<const cJSON*> items;
     const cJSON* item = nullptr;
     cJSON_ArrayForEach(item, array) {
         if (cJSON_IsObject(item) != 0) {
-            items.emplace_back(rank_of(view.fields[view.sorted_by], item), item);
+            items.push_back(item);
         }
     }
-    std::ranges::stable_sort(items, [&](const auto& a, const auto& b) {
-        return reversed ? comes_before(b.first, a.first) : comes_before(a.first, b.first);
+    std::ranges::stable_sort(items, [&](const cJSON* a, const cJSON* b) {
+        return reversed ? row_comes_before(view, b, a) : row_comes_before(view, a, b);
     });
     std::vector<Column> columns;
     for (const Field& field : view.fields) {
-        columns.push_back({field.title, std::ranges::any_of(items, [&](const auto& its) {
+        columns.push_back({field.title, std::ranges::any_of(items, [&](const cJSON* its) {
                                return field.also.empty() &&
-                                      is_number(member(its.second, field.key.c_str()));
+                                      is_number(member(its, field.key.c_str()));
                            })});
     }
     Table table(std::move(columns));
-    for (const auto& [rank, its] : items) {
+    for (const cJSON* const its : items) {
         std::vector<std::string> row;
         for (const Field& field : view.fields) {
             row.push_back(cell(field, its));

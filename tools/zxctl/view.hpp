@@ -22,7 +22,7 @@ struct Field {
 struct View {
     std::string array;  // the member of the answer that is the array
     std::vector<Field> fields;
-    std::size_t sorted_by = 0;  // a field; numbers have the greatest first
+    std::size_t sorted_by = 0;  // a field, and those after it; numbers have the greatest first
 };
 
 // How the array is best shown. One that this program does not know gets a column for each member of
