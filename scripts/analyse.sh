@@ -43,7 +43,7 @@ mkdir -p "$copy"
 find include shared src zxlog tools -type f -print0 | xargs -0 cp --parents -t "$copy"
 grep -rlE '__VA_OPT__|\[\] \{' "$copy" | xargs sed -i \
     -e 's/__VA_OPT__(, ) __VA_ARGS__/, ##__VA_ARGS__/g' -e 's/\[\] {/[]() {/g'
-includes=(. include zxlog/include src tools tools/zxcapture tools/zxrelay)
+includes=(. include zxlog/include src tools tools/zxcapture tools/zxctl tools/zxrelay)
 sources | (cd "$copy" && cppcheck --file-list=- -j "$jobs" "${includes[@]/#/-I}" \
     --language=c++ --std=c++20 --enable=warning,performance,portability --inline-suppr \
     --error-exitcode=1 --quiet)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# tool_described.sh PROGRAM FILES: the manual page FILES.1 has exactly the options of the program.
-# FILES.bash completes them, and after an option its argument. The program knows all options in
+# tool_described.sh PROGRAM FILES [OPTION BEGIN WORD]: the manual page FILES.1 has exactly the options
+# of the program. FILES.bash completes them, and BEGIN to WORD after OPTION. The program knows all options in
 # FILES.toml, if there is one, also those that are commented out.
 set -euo pipefail
 name=$(basename "$1")
@@ -14,8 +14,8 @@ source "$2.bash"
 complete_after() { "_$name" "$1" "$3" "$2"; }
 complete_after "$1" "$name" --
 diff <(echo "$known") <(printf '%s\n' "${COMPREPLY[@]}" | sort)
-complete_after "$1" --interface l
-[[ " ${COMPREPLY[*]} " == *" lo "* ]]
+complete_after "$1" "${3:---interface}" "${4:-l}"
+[[ " ${COMPREPLY[*]} " == *" ${5:-lo} "* ]]
 
 [[ -e $2.toml ]] || exit 0
 said=$("$1" --config <(sed -E 's/^# ([a-z-]+ = )/\1/' "$2.toml") --output nowhere 2>&1 || true)

@@ -50,6 +50,7 @@ mkdir "$tree/tmp/try"
 cp "$@" "$project/tests/data/tcp.pcap" "$tree/tmp/try"
 install "${@/#*\///tmp/try/}"
 in_tree zxrelay --version
+in_tree zxctl list
 in_tree zxcapture --read /tmp/try/tcp.pcap --quiet
 
 echo "== programs that use them"

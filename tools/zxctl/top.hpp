@@ -1,0 +1,83 @@
+// What the live screen shows, as lines of text. It knows nothing of the terminal.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "answer.hpp"
+#include "view.hpp"
+
+namespace ctl {
+
+enum class Style { plain, title, alarm, dim };
+
+struct ScreenLine {
+    std::string text;
+    Style style = Style::plain;
+};
+
+// Keys that are no characters.
+enum SpecialKey : int {
+    kKeyUp = 0x110000,
+    kKeyDown,
+    kKeyPageUp,
+    kKeyPageDown,
+    kKeyLeft,
+    kKeyRight
+};
+
+class Top {
+public:
+    explicit Top(std::string who) : who_(std::move(who)) {}
+
+    // What the program is asked each second, and its answers.
+    static constexpr std::array<const char*, 5> kQuestions = {"threads", "locks", "waits", "fifos",
+                                                              "memory"};
+    void take(std::size_t question, Json answer);
+
+    // What the first line says at its end; an alarm stands out.
+    void set_state(const std::string& state, bool is_alarm);
+
+    // False: quit.
+    bool on_key(int key);
+    [[nodiscard]] bool is_paused() const { return is_paused_; }
+
+    // At most `height` lines of at most `width` columns.
+    [[nodiscard]] std::vector<ScreenLine> draw(std::size_t width, std::size_t height);
+
+private:
+    struct Panel {
+        const char* title;
+        std::size_t question;
+        const char* array;
+        std::optional<std::size_t> sorted_by{};
+        bool reversed = false;
+        std::size_t first = 0;  // row that is shown
+    };
+
+    [[nodiscard]] static View view_for(const Panel& panel, const cJSON* array);
+    void sort_by(bool next);
+    [[nodiscard]] const cJSON* array_of(std::size_t question, const char* name) const;
+    [[nodiscard]] std::string summary() const;
+    [[nodiscard]] std::string alarm() const;
+    [[nodiscard]] std::string tabs() const;
+    void draw_panel(std::vector<ScreenLine>& lines, std::size_t width, std::size_t height);
+
+    const std::string who_;
+    std::string state_;
+    bool has_alarm_ = false;
+    std::array<Json, kQuestions.size()> answers_;
+    std::array<Panel, 4> panels_ = {{{"threads", 0, "threads"},
+                                     {"locks", 1, "locks"},
+                                     {"FIFOs", 3, "fifos"},
+                                     {"memory", 4, "places"}}};
+    std::size_t chosen_ = 0;
+    std::size_t page_ = 1;  // rows that fit
+    bool is_paused_ = false;
+    bool has_help_ = false;
+};
+
+}  // namespace ctl
