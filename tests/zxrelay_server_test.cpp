@@ -103,8 +103,8 @@ protected:
         relay.emplace(before + "exec '" ZX_RELAY "' " + with_usual(scheme, arguments));
         ASSERT_TRUE(logs("relaying"));
     }
-    void start_daemon(const std::string& arguments) {
-        relay.emplace("exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));
+    void start_daemon(const std::string& arguments, const std::string& before = "") {
+        relay.emplace(before + "exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));
         ASSERT_EQ(relay->wait(), 0) << relay->errors();
         watchdog = std::stoi(content_of(dir / "pid"));
     }
@@ -531,7 +531,7 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
         return client;
     };
     std::ofstream(file) << channel(0) << channel(1);
-    start_daemon("--watchdog --config " + file);
+    start_daemon("--watchdog --config " + file, "ulimit -n 256; ");
     const zxcommon::Descriptor source(connected(SOCK_STREAM, ports[0]));
     const zxcommon::Descriptor same = ask("c0");
     const zxcommon::Descriptor changed = ask("c1");
@@ -567,8 +567,12 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     EXPECT_TRUE(logs("the option --stall changes only when zxrelay is restarted"));
     EXPECT_TRUE(logs("0 channels opened, 1 closed"));
     EXPECT_TRUE(lists("c0", "c2"));
-    std::ofstream(file) << "stall = 9\n" << channel(2) << channel(0);
+    EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("at most ")));
+    std::ofstream(file) << "stall = 9\n"
+                        << channel(2) << channel(0)
+                        << "[on-demand]\nnetworks = ['239.0.0.0/8']\nmost = 20\n";
     signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("clients: the limit of open files allows no more"));
     EXPECT_TRUE(logs("0 channels opened, 0 closed, 0 not opened, 2 go on"));
     EXPECT_THAT(content_of(dir / "log"),
                 testing::ContainsRegex("--stall changes only(.|\n)*--stall changes only"));

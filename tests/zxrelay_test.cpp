@@ -213,7 +213,7 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     using relay::Demand;
     relay::Roster roster;
     relay::Board board;
-    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, {1, 0, {}}, roster,
+    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, {0, {}}, 1, roster,
                            board);
     relay::OnDemandOptions options{{"239.1.0.0/16", "ff02::/16", "127.0.0.1"}, "lo", 60, 2};
     relay::DemandStations demand(options, {}, senders, {1, false});
@@ -471,7 +471,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
                : name.ends_with(":4") ? relay::Demand::full
                                       : relay::Demand::unknown;
     };
-    relay::Senders senders(std::move(listener), settings, 1, {10, 0, {}}, roster, board);
+    relay::Senders senders(std::move(listener), settings, 1, {0, {}}, 10, roster, board);
     senders.start();
     const auto ask = [port](const std::string& target) {
         const std::string request = target + " HTTP/1.0\r\n\r\n";

@@ -22,9 +22,9 @@ std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std
 }  // namespace
 
 Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-                 Admission::Rules rules, Roster& roster, Board& board)
+                 Admission::Rules rules, unsigned most_clients, Roster& roster, Board& board)
     : roster_(roster),
-      admission_(std::move(rules)),
+      admission_(std::move(rules), most_clients),
       senders_(make_senders(settings, count, roster.guests, board)),
       door_(std::move(listener), admission_, settings.site, roster.guests, [this](Guest guest) {
           senders_[next_++ % senders_.size()]->inbox().adopt(std::move(guest));

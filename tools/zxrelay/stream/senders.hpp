@@ -17,7 +17,7 @@ class Senders {
 public:
     // The memory of `settings` is shared by `count` senders. Throws a Failure.
     Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-            Admission::Rules rules, Roster& roster, Board& board);
+            Admission::Rules rules, unsigned most_clients, Roster& roster, Board& board);
 
     ~Senders() { stop(); }
     Senders(const Senders&) = delete;
@@ -36,6 +36,8 @@ public:
     // these two functions.
     void change(const ChannelList& closed, const ChannelList& opened);
     void disconnect(std::uint64_t client);  // by its number
+
+    void set_most_clients(unsigned most) { admission_.set_most(most); }
 
     // Returns when no thread is left.
     void stop();
