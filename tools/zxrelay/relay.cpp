@@ -141,8 +141,9 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
 }
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
-    const bool is_changed =
-        watchdog::has_reloaded() && read_again("the channels of the start come back");
+    if (watchdog::has_reloaded()) {
+        read_again("the channels of the start come back");
+    }
     Board board(options_.senders);
     Roster roster;
     std::optional<DemandStations> demand;  // before the senders run
@@ -164,12 +165,13 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
                        roster, board);
     }
     senders.start();
-    if (is_changed) {
-        stations.change(config_.channels);  // as the worker before this one
+    if (watchdog::is_restart()) {
+        stations.change(config_.channels);  // one that cannot be opened now must not end the others
     } else {
         stations.start(config_.channels);
     }
     demand->start();
+    senders.open_door();
     Notifier notifier;
     announce_up(notifier);
     on_up();
@@ -247,9 +249,6 @@ void Relay::reload(Stations& stations, DemandStations& demand, Senders& senders)
     }
     senders.set_most_clients(max_clients(options_, config_));
     const Stations::Changes changes = stations.change(config_.channels);
-    if (!options_.watchdog) {
-        stations.drop_spare_inputs();  // the watchdog would hold them anyway
-    }
     demand.change(config_.on_demand, config_.options.channel);
     log({Level::notice, kTag},
         "the configuration is read again: %zu channels opened, %zu closed, %zu not opened, %zu "

@@ -23,7 +23,8 @@ public:
     Senders(const Senders&) = delete;
     Senders& operator=(const Senders&) = delete;
 
-    void start();  // throws a Failure
+    void start();      // throws a Failure
+    void open_door();  // the same; clients come in from now on
 
     // False if one of them hangs.
     [[nodiscard]] bool are_live() const;
@@ -48,7 +49,8 @@ private:
     std::vector<std::unique_ptr<Sender>> senders_;
     std::size_t next_ = 0;  // the sender of the next client
     Door door_;
-    std::vector<std::unique_ptr<Worker>> workers_;  // the first one is that of the door
+    Worker door_worker_;
+    std::vector<std::unique_ptr<Worker>> workers_;  // of the senders
 };
 
 }  // namespace relay
