@@ -103,8 +103,8 @@ protected:
         relay.emplace(before + "exec '" ZX_RELAY "' " + with_usual(scheme, arguments));
         ASSERT_TRUE(logs("relaying"));
     }
-    void start_daemon(const std::string& arguments) {
-        relay.emplace("exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));
+    void start_daemon(const std::string& arguments, const std::string& before = "") {
+        relay.emplace(before + "exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));
         ASSERT_EQ(relay->wait(), 0) << relay->errors();
         watchdog = std::stoi(content_of(dir / "pid"));
     }
@@ -367,6 +367,8 @@ TEST_F(RelayServer, SpeaksHttpWithThoseWhoAskForIt) {
     } cases[] = {
         {"GET /playlist.m3u" + host,
          {"HTTP/1.1 200 OK\r\n", "audio/x-mpegurl", "-1,news\nhttp://relay:8000/news\n"}},
+        {"GET /play%6Cist.m3u HTTP/1.1\r\nHost: a\r\nX-Forwarded-Proto: HTTPS, http\r\n\r\n",
+         {"-1,news\nhttps://a/news\n"}},
         {"HEAD /news" + host,
          {"HTTP/1.1 200 OK\r\n", "Content-Type: video/mp2t\r\n", "Accept-Ranges: none\r\n",
           "Access-Control-Allow-Origin: https://player.example\r\n"}},
@@ -476,8 +478,8 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
     }
     expect_complaint(ZX_RELAY, "--config /nonexistent/file", "/nonexistent/file");
     expect_complaint(ZX_RELAY, "-i tcp://[::1]:1 -o [::1]:2 --daemon", "--daemon requires --log");
-    expect_complaint(ZX_RELAY, "-i udp://[::1]:9 -o [::1]:2 --send rtp://[::1]:9",
-                     "--send 'rtp://[::1]:9' is an input of the channel 'stream'");
+    expect_complaint(ZX_RELAY, "-i udp://0.0.0.0:9 -o [::1]:2 --send rtp://localhost:9",
+                     "--send 'rtp://localhost:9' is an input of the channel 'stream'");
     const zxcommon::Descriptor listener = relay::open_listener({"127.0.0.1", "0"}, 1);
     const std::string taken = "127.0.0.1:" + std::to_string(port_of(listener.get()));
     const std::string text = dir / "text";
@@ -497,8 +499,7 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
         {"--input tcp://" + taken, "Address already in use"},
         {"--user no-such-user", "there is no user no-such-user"},
         {"--user ''", "--user: it is empty"},
-        {"--input udp://239.1.2.3:5000 --interface nowhere0", "no network interface nowhere0 (-1",
-         "ioctl SIOCGIFHWADDR failed"},
+        {"--input udp://239.1.2.3:5000 --interface nowhere0", "no network interface nowhere0"},
         {"--pid-file /nonexistent/pid", "cannot write the pid file /nonexistent/pid"},
         {"--pid-file " + text, "is not a pid file"},
         {"--log /nonexistent/log", "cannot write the log /nonexistent/log"},
@@ -517,6 +518,9 @@ TEST_F(RelayServer, TellsWhyItCannotStartAndLeavesNothing) {
 TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     const std::string file = dir / "relay.toml";
     const int ports[] = {free_port(SOCK_STREAM), free_port(SOCK_STREAM), free_port(SOCK_STREAM)};
+    const auto datagrams = [port = std::to_string(free_port(SOCK_DGRAM))](const std::string& way) {
+        return "[[channel]]\nname = \"d\"\ninput = \"" + way + "://127.0.0.1:" + port + "\"\n";
+    };
     const auto channel = [&](std::size_t i, const std::string& more = "") {
         return "[[channel]]\nname = \"c" + std::to_string(i) +
                "\"\ninput = \"tcp://127.0.0.1:" + std::to_string(ports[i]) + "\"\n" + more;
@@ -530,8 +534,8 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
         EXPECT_THAT(head, testing::StartsWith("HTTP/1.1 200 OK"));
         return client;
     };
-    std::ofstream(file) << channel(0) << channel(1);
-    start_daemon("--watchdog --config " + file);
+    std::ofstream(file) << channel(0) << channel(1) << datagrams("udp");
+    start_daemon("--watchdog --config " + file, "ulimit -n 256; ");
     const zxcommon::Descriptor source(connected(SOCK_STREAM, ports[0]));
     const zxcommon::Descriptor same = ask("c0");
     const zxcommon::Descriptor changed = ask("c1");
@@ -541,10 +545,11 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
                 send_all(source.get(), packets(first, 7));
             }
         });
-        std::ofstream(file) << channel(2) << channel(0) << channel(1, "keep = 3\n");
+        std::ofstream(file) << channel(2) << channel(0) << channel(1, "keep = 3\n")
+                            << datagrams("rtp");
         signal_supervisor(SIGHUP);
         EXPECT_EQ(receive_all(changed.get()), Bytes());
-        EXPECT_TRUE(logs("2 channels opened, 1 closed, 0 not opened, 1 go on"));
+        EXPECT_TRUE(logs("3 channels opened, 2 closed, 0 not opened, 1 go on"));
         EXPECT_EQ(receive_all(same.get(), 3500 * kPacketSize), packets(0, 3500));
     }
     const zxcommon::Descriptor fresh = ask("c2");
@@ -565,10 +570,14 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     std::ofstream(file) << "stall = 9\n" << channel(0) << channel(2);
     signal_supervisor(SIGHUP);
     EXPECT_TRUE(logs("the option --stall changes only when zxrelay is restarted"));
-    EXPECT_TRUE(logs("0 channels opened, 1 closed"));
+    EXPECT_TRUE(logs("0 channels opened, 2 closed"));
     EXPECT_TRUE(lists("c0", "c2"));
-    std::ofstream(file) << "stall = 9\n" << channel(2) << channel(0);
+    EXPECT_THAT(content_of(dir / "log"), testing::Not(HasSubstr("at most ")));
+    std::ofstream(file) << "stall = 9\n"
+                        << channel(2) << channel(0)
+                        << "[on-demand]\nnetworks = ['239.0.0.0/8']\nmost = 20\n";
     signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("clients: the limit of open files allows no more"));
     EXPECT_TRUE(logs("0 channels opened, 0 closed, 0 not opened, 2 go on"));
     EXPECT_THAT(content_of(dir / "log"),
                 testing::ContainsRegex("--stall changes only(.|\n)*--stall changes only"));
@@ -577,16 +586,25 @@ TEST_F(RelayServer, ReadsItsFileAgainWhileWhatHasNotChangedGoesOn) {
     EXPECT_TRUE(lists("c2", "c0"));
     std::ofstream(file) << "nonsense = 1\n";
     kill(worker(), SIGKILL);
-    EXPECT_TRUE(lists("c0", "c1"));
+    const auto lists_all = [&] {
+        const auto client = say("GET /playlist.m3u HTTP/1.1\r\nHost: x\r\n\r\n");
+        return text_of(receive_all(client.get()))
+            .ends_with("/c0\n#EXTINF:-1,c1\nhttp://x/c1\n#EXTINF:-1,d\nhttp://x/d\n");
+    };
+    EXPECT_TRUE(comes_true(lists_all));
     EXPECT_TRUE(
         logs("refused, and the channels of the start come back: " + file + ":1: 'nonsense'"));
     zxcommon::Descriptor blocker = relay::open_listener({"127.0.0.1", std::to_string(ports[2])}, 1);
     std::ofstream(file) << channel(0) << channel(2);
     signal_supervisor(SIGHUP);
-    EXPECT_TRUE(logs("0 channels opened, 1 closed, 1 not opened, 1 go on"));
+    EXPECT_TRUE(logs("0 channels opened, 2 closed, 1 not opened, 1 go on"));
     blocker.reset();
     EXPECT_TRUE(logs("the channel c2 is open now"));
     EXPECT_TRUE(lists("c0", "c2"));
+    fs::remove(file);
+    mkfifo(file.c_str(), 0600);
+    signal_supervisor(SIGHUP);
+    EXPECT_TRUE(logs("nothing changes: " + file + " is no longer a regular file"));
     signal_supervisor(SIGTERM);
     expect_nothing_left();
 }

@@ -213,7 +213,7 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     using relay::Demand;
     relay::Roster roster;
     relay::Board board;
-    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, {1, 0, {}}, roster,
+    relay::Senders senders(relay::open_listener({"127.0.0.1", "0"}, 1), {}, 1, {0, {}}, 1, roster,
                            board);
     relay::OnDemandOptions options{{"239.1.0.0/16", "ff02::/16", "127.0.0.1"}, "lo", 60, 2};
     relay::DemandStations demand(options, {}, senders, {1, false});
@@ -236,9 +236,9 @@ TEST(RelayDemand, OpensWhatIsAllowedUntilNobodyWantsIt) {
     EXPECT_EQ(demand.ask(asked, true), Demand::coming);
     EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail, false), Demand::coming);  // it opens nothing
     EXPECT_EQ(demand.ask("rtp/[ff02::1234]" + tail, true), Demand::coming);
-    EXPECT_EQ(demand.ask(asked, true), Demand::coming);
     EXPECT_EQ(demand.ask("rtp/232.1.0.2" + tail, true), Demand::full);  // one too many
     ASSERT_TRUE(comes_true([&] { return roster.channels().size() == 2; }));
+    EXPECT_TRUE(comes_true([&] { return demand.ask(asked, true) == Demand::open; }));
     const relay::ChannelPtr channel = roster.channels().front();
     EXPECT_EQ(channel->settings().fifo_bytes, 512U << 10U);
     ++channel->stats.clients;
@@ -462,17 +462,19 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     settings.stall_us = 1000000;
     settings.memory_bytes = 1U << 20U;
     std::atomic<int> openings{0};
+    std::atomic<bool> is_open{false};
     settings.on_demand = [&](const std::string& name, bool opens) {
         ++demands;
         openings += opens ? 1 : 0;
-        return name.ends_with(":1")   ? relay::Demand::coming
-               : name.ends_with(":5") ? demands < 5 ? relay::Demand::coming : relay::Demand::failed
+        return name.ends_with(":1")   ? is_open ? relay::Demand::open : relay::Demand::coming
+               : name.ends_with(":5") ? is_open ? relay::Demand::failed : relay::Demand::coming
                : name.ends_with(":2") ? relay::Demand::forbidden
                : name.ends_with(":4") ? relay::Demand::full
                                       : relay::Demand::unknown;
     };
-    relay::Senders senders(std::move(listener), settings, 1, {10, 0, {}}, roster, board);
+    relay::Senders senders(std::move(listener), settings, 1, {0, {}}, 10, roster, board);
     senders.start();
+    senders.open_door();
     const auto ask = [port](const std::string& target) {
         const std::string request = target + " HTTP/1.0\r\n\r\n";
         zxcommon::Descriptor fd(connected(SOCK_STREAM, port));
@@ -488,7 +490,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
     const zxcommon::Descriptor failing = ask("GET /udp/h%3A5");
     EXPECT_THAT(answer(ask("HEAD /rtp/h:1")), HasSubstr("1.1 200 OK\r\n"));
     EXPECT_THAT(answer(ask("HEAD /rtp/h:1?last=x")), HasSubstr("1.1 400 Bad Request\r\n"));
-    EXPECT_TRUE(comes_true([&] { return demands == 5; }));
+    EXPECT_TRUE(comes_true([&] { return demands == 4; }));
     EXPECT_EQ(openings, 3);
     relay::ChannelList channels;
     for (const char* const name : {"udp/239.1.1.1:1", "rtp/h:1"}) {
@@ -496,6 +498,7 @@ TEST(RelaySenders, WaitForAChannelThatAClientDemands) {
         its.is_listed = false;
         channels.push_back(std::make_shared<relay::Channel>(its));
     }
+    is_open = true;
     senders.change({}, channels);
     EXPECT_THAT(answer(failing), HasSubstr("1.1 503 Service Unavailable\r\n"));
     EXPECT_THAT(answer(ask("GET /udp/h:2")), HasSubstr("1.1 403 Forbidden\r\n"));

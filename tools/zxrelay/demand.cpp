@@ -88,7 +88,6 @@ std::unique_ptr<Station> open_station(const std::string& name, ChannelOptions op
                                    options.keep_seconds * kMicro,
                                    false,
                                    options.input_url};
-    require_interface(options.interface);
     auto inputs = open_inputs(input_urls(options), options.interface);
     auto station = std::make_unique<Station>(options, settings, std::move(inputs), around);
     station->channel()->rank = kRank;
@@ -135,11 +134,15 @@ Demand DemandStations::ask(const std::string& name, bool opens) {
     if (!has_room || interrupt_.is_raised()) {
         return Demand::full;
     }
+    const bool is_open = known != entries_.end() && known->second.station != nullptr;
     if (opens) {
-        entries_[name].wanted_us = zxtime_api_upTimeUs();
+        Entry& entry = is_open ? known->second : entries_[name];
+        entry.wanted_us = zxtime_api_upTimeUs();
+    }
+    if (opens && !is_open) {
         wake_.set();
     }
-    return Demand::coming;
+    return is_open ? Demand::open : Demand::coming;
 }
 
 void DemandStations::change(const OnDemandOptions& options, const ChannelOptions& usual) {
@@ -183,6 +186,8 @@ void DemandStations::open_asked() {
         Entry& entry = entries_[name];
         entry.has_failed = station == nullptr;
         entry.station = std::move(station);
+        entry.interface = usual.interface;
+        entry.wanted_us = zxtime_api_upTimeUs();
         if (entry.has_failed) {
             lock.unlock();
             senders_.change({}, {});  // those who wait for the channel ask again
@@ -247,7 +252,8 @@ bool DemandStations::is_over(const std::string& name, Entry& entry, std::uint64_
         entry.wanted_us = now_us;
     }
     const std::uint64_t linger_us = std::max(options_.linger_seconds * kMicro, kLeastLingerUs);
-    return now_us - entry.wanted_us >= linger_us || judge(name, networks_) != Demand::coming;
+    return now_us - entry.wanted_us >= linger_us || entry.interface != options_.interface ||
+           judge(name, networks_) != Demand::coming;
 }
 
 }  // namespace relay

@@ -45,6 +45,7 @@ private:
     struct Entry {
         std::unique_ptr<Station> station;  // null: the thread has not opened it yet, or could not
         bool has_failed = false;           // it is not tried again for a moment
+        std::string interface {};          // on which it is open
         std::uint64_t wanted_us = 0;       // when it was last asked for or had a client
     };
     void run();

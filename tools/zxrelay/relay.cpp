@@ -69,8 +69,8 @@ Sender::Settings sender_settings(const Options& options) {
     return settings;
 }
 
-std::uint64_t channel_descriptors(const Config& config) {
-    const std::uint64_t queues = config.options.senders + std::uint64_t{1};
+std::uint64_t channel_descriptors(const Config& config, unsigned senders) {
+    const std::uint64_t queues = senders + std::uint64_t{1};
     std::uint64_t sum = config.on_demand.networks.empty()
                             ? 0
                             : config.on_demand.most * (kDemandDescriptors + queues);
@@ -81,15 +81,14 @@ std::uint64_t channel_descriptors(const Config& config) {
     return sum;
 }
 
-// Every client needs a descriptor. The channels, the log, the status page and the connections that
-// are just being refused need some, too.
-unsigned max_clients(const Config& config) {
-    const Options& options = config.options;
+// Every client needs a descriptor. The channels of `config`, the log, the status page and the
+// connections that are just being refused need some, too.
+unsigned max_clients(const Options& options, const Config& config) {
     const std::uint64_t farewells = Farewells::kMost * (1 + std::uint64_t{options.senders});
     const std::uint64_t status = options.status_address.empty() ? 0 : kStatusDescriptors;
     const std::uint64_t senders = kSenderDescriptors * options.senders;
-    const std::uint64_t others =
-        kOtherDescriptors + channel_descriptors(config) + senders + farewells + status;
+    const std::uint64_t others = kOtherDescriptors + channel_descriptors(config, options.senders) +
+                                 senders + farewells + status;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const std::uint64_t allowed =
@@ -102,9 +101,9 @@ unsigned max_clients(const Config& config) {
         options.max_clients == 0 ? allowed : std::min<std::uint64_t>(options.max_clients, allowed));
 }
 
-Admission::Rules admission_rules(const Config& config) {
-    Admission::Rules rules{max_clients(config), config.options.max_per_address, {}};
-    std::ranges::transform(config.options.allowed_networks, std::back_inserter(rules.allowed),
+Admission::Rules admission_rules(const Options& options) {
+    Admission::Rules rules{options.max_per_address, {}};
+    std::ranges::transform(options.allowed_networks, std::back_inserter(rules.allowed),
                            parse_network);
     return rules;
 }
@@ -131,7 +130,6 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
     : command_line_(command_line),
       options_(config.options),
       fixed_(config.fixed),
-      planned_descriptors_(channel_descriptors(config)),
       config_(config),
       output_(parse_output(options_.output_address)),
       inputs_(open_all_inputs(config)),
@@ -143,8 +141,9 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
 }
 
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
-    const bool is_changed =
-        watchdog::has_reloaded() && read_again("the channels of the start come back");
+    if (watchdog::has_reloaded()) {
+        read_again("the channels of the start come back");
+    }
     Board board(options_.senders);
     Roster roster;
     std::optional<DemandStations> demand;  // before the senders run
@@ -152,8 +151,8 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
     settings.on_demand = [&demand](const std::string& name, bool opens) {
         return demand->ask(name, opens);
     };
-    Senders senders(std::move(listener_), settings, options_.senders, admission_rules(config_),
-                    roster, board);
+    Senders senders(std::move(listener_), settings, options_.senders, admission_rules(options_),
+                    max_clients(options_, config_), roster, board);
     const Surroundings around{options_.senders, options_.latency_ms == 0};
     Stations stations(senders, around, std::move(inputs_));
     demand.emplace(config_.on_demand, config_.options.channel, senders, around);
@@ -166,12 +165,13 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
                        roster, board);
     }
     senders.start();
-    if (is_changed) {
-        stations.change(config_.channels);  // as the worker before this one
+    if (watchdog::is_restart()) {
+        stations.change(config_.channels);  // one that cannot be opened now must not end the others
     } else {
         stations.start(config_.channels);
     }
     demand->start();
+    senders.open_door();
     Notifier notifier;
     announce_up(notifier);
     on_up();
@@ -183,7 +183,7 @@ Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::functio
         stations.open_missing_when_due();
         return !config_.on_demand.networks.empty() || !stations.finished() || !senders.drained();
     };
-    const auto load = [&] { reload(stations, *demand); };
+    const auto load = [&] { reload(stations, *demand, senders); };
     const End end = run_main_loop(signals, notifier, log_file, load, goes_on);
     Notifier::announce_end();
     stations.stop();
@@ -238,7 +238,7 @@ bool Relay::read_again(const char* consequence) {
     }
 }
 
-void Relay::reload(Stations& stations, DemandStations& demand) {
+void Relay::reload(Stations& stations, DemandStations& demand, Senders& senders) {
     if (config_.file.empty() || !read_again("nothing changes")) {
         return;
     }
@@ -247,14 +247,8 @@ void Relay::reload(Stations& stations, DemandStations& demand) {
         log({Level::warning, kTag}, "the option %s changes only when zxrelay is restarted",
             name.c_str());
     }
-    if (channel_descriptors(config_) > planned_descriptors_) {
-        log({Level::warning, kTag}, "%s",
-            "the limit of clients is that of fewer channels: restart zxrelay to correct it");
-    }
+    senders.set_most_clients(max_clients(options_, config_));
     const Stations::Changes changes = stations.change(config_.channels);
-    if (!options_.watchdog) {
-        stations.drop_spare_inputs();  // the watchdog would hold them anyway
-    }
     demand.change(config_.on_demand, config_.options.channel);
     log({Level::notice, kTag},
         "the configuration is read again: %zu channels opened, %zu closed, %zu not opened, %zu "

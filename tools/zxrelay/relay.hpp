@@ -19,6 +19,7 @@ namespace relay {
 class DemandStations;
 class Log;
 class Notifier;
+class Senders;
 class Stations;
 
 class Relay {
@@ -42,13 +43,12 @@ private:
                       const std::function<void()>& reload, const std::function<bool()>& goes_on);
     // Returns false if the file is refused. Then it logs an error with the `consequence`.
     bool read_again(const char* consequence);
-    void reload(Stations& stations, DemandStations& demand);
+    void reload(Stations& stations, DemandStations& demand, Senders& senders);
     [[nodiscard]] bool is_once() const;
 
     const CommandLine& command_line_;
     const Options options_;                           // those that do not change
     const std::map<std::string, std::string> fixed_;  // those that were set
-    const std::uint64_t planned_descriptors_;         // of the channels at the start
     Config config_;
     const Endpoint output_;
     InputPool inputs_;

@@ -4,7 +4,7 @@
 
 #include "common/failure.hpp"
 #include "common/seconds.hpp"
-#include "config/network.hpp"
+#include "stream/lookup.hpp"
 #include "zxcommon.hpp"
 #include "zxtime.h"
 
@@ -36,8 +36,10 @@ void Stations::start(const std::vector<ChannelOptions>& wanted) {
 }
 
 Stations::Changes Stations::change(const std::vector<ChannelOptions>& wanted) {
+    const HurriedLookups hurried;
     Changes changes;
     changes.closed = close_unless(wanted);  // first: a new channel may use the same port
+    pool_.prepare_for(wanted);
     changes.kept = stations_.size();
     unsigned rank = 0;
     for (const ChannelOptions& options : wanted) {
@@ -60,12 +62,12 @@ void Stations::open_missing_when_due() {
     if (zxtime_api_upTimeUs() < missing_us_) {
         return;
     }
+    const HurriedLookups hurried;
     missing_us_ = UINT64_MAX;
     unsigned rank = 0;
     for (const ChannelOptions& options : wanted_) {
         try {
             if (find(options) == nullptr) {
-                require_interface(options.interface);
                 open(options, rank);
                 log({Level::notice, kTag}, "the channel %s is open now", options.name.c_str());
             }

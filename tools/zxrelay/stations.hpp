@@ -34,9 +34,6 @@ public:
     // Tries from time to time to open the channels that change() could not open.
     void open_missing_when_due();
 
-    // Closes the sockets that were opened at the start and that no channel uses now.
-    void drop_spare_inputs() { pool_.drop_spare(); }
-
     // True if there are channels, and the streams of all of them have ended.
     [[nodiscard]] bool finished() const;
 

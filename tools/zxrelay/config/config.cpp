@@ -20,13 +20,39 @@ namespace fs = std::filesystem;
 constexpr char kChannel[] = "channel";
 constexpr char kOnDemand[] = "on-demand";
 
+// The address of a host that is written as one; nothing for a name.
+std::optional<Address> numeric(const std::string& host) {
+    try {
+        return parse_network(host == "localhost" ? "127.0.0.1" : host).address;
+    } catch (const tools::Failure&) {
+        return std::nullopt;
+    }
+}
+
+// True if the input receives what is sent there, as far as the texts tell.
+bool receives(const Url& input, const Endpoint& endpoint) {
+    const bool is_datagrams = input.scheme == Scheme::udp || input.scheme == Scheme::rtp;
+    if (!is_datagrams || input.endpoint.port != endpoint.port) {
+        return false;
+    }
+    const auto own = numeric(input.endpoint.host);
+    const auto other = numeric(endpoint.host);
+    if (!own || !other) {
+        return input.endpoint.host == endpoint.host;
+    }
+    const bool is_any = *own == *numeric("0.0.0.0") || *own == *numeric("::");
+    const bool is_loopback =
+        parse_network("127.0.0.0/8").contains(*other) || *other == *numeric("::1");
+    return *own == *other || (is_any && is_loopback);
+}
+
 // What is wrong if the channel sends to the address where it receives.
 std::optional<std::string> loop_of(const ChannelOptions& channel) {
     for (const std::string& text : channel.send_urls) {
         const Target target = parse_target(text);
         const bool is_same_way = target.interface == channel.interface && target.localaddr.empty();
         for (const std::string& input : input_urls(channel)) {
-            if (is_same_way && parse_url(input).endpoint == target.endpoint) {
+            if (is_same_way && receives(parse_url(input), target.endpoint)) {
                 return "'" + text + "' is an input of the channel '" + channel.name + "'";
             }
         }
@@ -36,7 +62,9 @@ std::optional<std::string> loop_of(const ChannelOptions& channel) {
 
 // Reads the command line and the file into a Config.
 struct Reader {
-    explicit Reader(const fs::path& folder);
+    // `again`: the file is read while zxrelay runs, so it must not be a pipe, for which it would
+    // wait.
+    explicit Reader(const fs::path& folder, bool again = false);
     Config finish();
 
     CLI::App app{"Relays an MPEG transport stream to any number of clients.", "zxrelay"};
@@ -50,11 +78,12 @@ private:
     void note_fixed();
 
     const fs::path folder_;
+    const bool again_;
     std::string path_;
     std::optional<Table> file_;
 };
 
-Reader::Reader(const fs::path& folder) : folder_(folder) {
+Reader::Reader(const fs::path& folder, bool again) : folder_(folder), again_(again) {
     define(app, config.options);
     app.add_option("--config", path_, "Read options and channels from a TOML file")
         ->option_text("FILE")
@@ -65,6 +94,9 @@ Reader::Reader(const fs::path& folder) : folder_(folder) {
 // The command line is read by now, but not checked yet.
 void Reader::read_file(const fs::path& path) {
     config.file = path;
+    if (again_ && fs::exists(path) && !fs::is_regular_file(path)) {
+        throw tools::Failure(config.file + " is no longer a regular file");
+    }
     file_ = Table::read(path);
     file_->set(app, {kChannel, kOnDemand});
 }
@@ -197,7 +229,7 @@ Config CommandLine::read_or_exit() const {
 }
 
 Config CommandLine::read() const {
-    Reader reader(folder_);
+    Reader reader(folder_, true);
     try {
         reader.app.parse(std::vector<std::string>(arguments_.rbegin(), arguments_.rend()));
     } catch (const CLI::Error& error) {

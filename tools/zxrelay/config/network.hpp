@@ -30,8 +30,7 @@ Network parse_network(const std::string& text);
 // The same, for a network that must contain a multicast address.
 Network parse_group_network(const std::string& text);
 
-// Throws a Failure if there is no such interface; empty means none. The library would log an error
-// at each attempt to use it.
+// Throws a Failure if there is no such interface. Empty means none.
 void require_interface(const std::string& name);
 
 bool contains(const std::vector<Network>& networks, const Address& address);

@@ -20,6 +20,7 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 constexpr int kErrorPauseMs = 10;
+constexpr int kSilenceMs = 10000;
 
 // One wake for all datagrams of this time. 2 ms of 300 Mbit/s fit any receive buffer; above that,
 // batches are full, and there is no pause.
@@ -76,24 +77,26 @@ private:
     std::array<mmsghdr, kBatchSize> messages_{};
 };
 
-DatagramSource::DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp,
-                               bool at_once)
-    : socket_(std::move(socket)),
+DatagramSource::DatagramSource(OpenInput input, Entrance& entrance, bool at_once)
+    : input_(std::move(input)),
       entrance_(entrance),
       batch_(std::make_unique<Batch>()),
       order_([this](std::span<const std::uint8_t> payload) { entrance_.push(payload); }),
-      has_said_rtp_(expects_rtp),
+      has_said_rtp_(input_.url.scheme == Scheme::rtp),
       gather_ms_(at_once ? 0 : kGatherMs) {
     const int on = 1;
-    setsockopt(socket_.get(), SOL_UDP, UDP_GRO, &on, sizeof on);  // old kernels do without
+    setsockopt(input_.fd.get(), SOL_UDP, UDP_GRO, &on, sizeof on);  // old kernels do without
 }
 
 DatagramSource::~DatagramSource() = default;
 
 void DatagramSource::run() {
     while (!interrupt_.is_raised()) {
-        if (interrupt_.wait(socket_.get(), wait_ms())) {
+        const auto order_ms = wait_ms();
+        if (interrupt_.wait(input_.fd.get(), order_ms.value_or(kSilenceMs))) {
             receive();
+        } else if (!order_ms) {
+            join_again(input_);  // the interface may have gone and come back
         }
         order_.expire(zxtime_api_upTimeUs());
         count_lost();
@@ -102,13 +105,14 @@ void DatagramSource::run() {
     count_lost();
 }
 
-int DatagramSource::wait_ms() const {
+// Until a datagram that is missing is given up. Nothing: none is missing.
+std::optional<int> DatagramSource::wait_ms() const {
     const auto due_us = order_.due_in_us(zxtime_api_upTimeUs());
-    return due_us ? static_cast<int>((*due_us + 999) / 1000) : kForever;
+    return due_us ? std::optional(static_cast<int>((*due_us + 999) / 1000)) : std::nullopt;
 }
 
 void DatagramSource::receive() {
-    const int count = batch_->receive(socket_.get());
+    const int count = batch_->receive(input_.fd.get());
     if (count < 0 && errno != EAGAIN) {
         interrupt_.pause(kErrorPauseMs);
     }

@@ -2,18 +2,19 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "input/entrance.hpp"
 #include "input/rtp.hpp"
+#include "input/sockets.hpp"
 #include "input/source.hpp"
 
 namespace relay {
 
 class DatagramSource final : public Source {
 public:
-    // `expects_rtp`: RTP is what the user has asked for, so it is not worth a line in the log.
     // `at_once`: a datagram does not wait for others, which would save wakes.
-    DatagramSource(zxcommon::Descriptor socket, Entrance& entrance, bool expects_rtp, bool at_once);
+    DatagramSource(OpenInput input, Entrance& entrance, bool at_once);
     ~DatagramSource() override;
 
     void run() override;
@@ -21,18 +22,18 @@ public:
 private:
     class Batch;
 
-    [[nodiscard]] int wait_ms() const;
+    [[nodiscard]] std::optional<int> wait_ms() const;
     void receive();
     void take(std::span<const std::uint8_t> received, std::size_t segment_size);
     void take_datagram(std::span<const std::uint8_t> datagram);
     void count_lost();
 
-    zxcommon::Descriptor socket_;
+    const OpenInput input_;
     Entrance& entrance_;
     std::unique_ptr<Batch> batch_;
     RtpOrder order_;
     std::uint64_t counted_lost_ = 0;
-    bool has_said_rtp_;
+    bool has_said_rtp_;  // or the user has asked for it
     const int gather_ms_;
 };
 

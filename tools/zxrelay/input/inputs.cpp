@@ -24,8 +24,7 @@ std::unique_ptr<Source> make_source(OpenInput input, const InputOptions& options
     switch (input.url.scheme) {
         case Scheme::udp:
         case Scheme::rtp:
-            return std::make_unique<DatagramSource>(
-                std::move(input.fd), entrance, input.url.scheme == Scheme::rtp, options.at_once);
+            return std::make_unique<DatagramSource>(std::move(input), entrance, options.at_once);
         case Scheme::tcp_listen:
             return std::make_unique<TcpListener>(std::move(input.fd), entrance, timeout,
                                                  options.once);
@@ -60,7 +59,7 @@ std::vector<OpenInput> open_inputs(const std::vector<std::string>& urls,
     for (const std::string& text : urls) {
         Url url = parse_url(text);
         zxcommon::Descriptor fd = open_input(url, interface);
-        inputs.push_back({std::move(url), std::move(fd)});
+        inputs.push_back({std::move(url), interface, std::move(fd)});
     }
     return inputs;
 }

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "config/url.hpp"
 #include "input/entrance.hpp"
 #include "input/selector.hpp"
+#include "input/sockets.hpp"
 #include "input/source.hpp"
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
@@ -19,12 +19,6 @@ struct InputOptions {
     unsigned timeout_seconds;  // after which a silent source may be replaced
     bool once;                 // end after the first stream
     bool at_once = false;      // datagrams do not wait for others
-};
-
-// An input whose socket or file is open.
-struct OpenInput {
-    Url url;
-    zxcommon::Descriptor fd;
 };
 
 // Opens the inputs, the main one first. Throws a Failure.

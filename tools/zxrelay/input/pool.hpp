@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "input/inputs.hpp"
+#include "options.hpp"
 
 namespace relay {
 
@@ -28,18 +29,20 @@ public:
     // are of the past when the input is taken again, and are dropped then.
     void note_idle();
 
-    // Closes what nobody has taken.
-    void drop_spare();
+    // Prepares for a change: closes what nobody has taken and none of these channels wants, and
+    // from now on opens files by their names, because others may be there now.
+    void prepare_for(const std::vector<ChannelOptions>& wanted);
 
 private:
     struct Entry {
         OpenInput input;
-        std::string interface;
         bool is_taken = false;
         bool is_idle = false;
     };
-    Entry* find(const std::string& url, const std::string& interface, bool is_taken);
+    Entry* find(const Url& url, const std::string& interface, bool is_taken);
+    zxcommon::Descriptor descriptor_of(Entry& entry) const;
     std::list<Entry> entries_;
+    bool opens_files_ = false;
 };
 
 }  // namespace relay

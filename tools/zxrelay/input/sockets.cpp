@@ -11,9 +11,10 @@
 #include <cstring>
 
 #include "common/failure.hpp"
+#include "config/network.hpp"
 #include "input/file.hpp"
+#include "stream/lookup.hpp"
 #include "stream/net.hpp"
-#include "zxnet.h"
 
 namespace relay {
 namespace {
@@ -43,20 +44,30 @@ void set_scope(sockaddr_storage& address, unsigned interface) {
     }
 }
 
-void join(int fd, const sockaddr_storage& group, const Url& url, unsigned interface) {
+// Without these options, a socket also receives what other sockets of the machine have joined, on
+// other interfaces and of other senders. For IPv6, the kernel looks at the group alone, so the
+// socket is bound to its interface, too.
+void receive_own_only(int fd, const Url& url, int family, const std::string& interface) {
+    const bool is_v4 = family == AF_INET;
+    const bool is_done = set_option(fd, is_v4 ? IPPROTO_IP : IPPROTO_IPV6,
+                                    is_v4 ? IP_MULTICAST_ALL : IPV6_MULTICAST_ALL, 0);
+    const bool is_bound = is_v4 || interface.empty() ||
+                          setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
+                                     static_cast<socklen_t>(interface.size())) == 0;
+    if (!is_done || !is_bound) {
+        fail("cannot prepare the socket for", url);
+    }
+}
+
+bool join(int fd, const sockaddr_storage& group, const Url& url, unsigned interface) {
     const int level = group.ss_family == AF_INET ? IPPROTO_IP : IPPROTO_IPV6;
-    bool is_joined;
     if (url.sender.empty()) {
         const group_req request{interface, group};
-        is_joined = setsockopt(fd, level, MCAST_JOIN_GROUP, &request, sizeof request) == 0;
-    } else {
-        const Addresses sender = resolve({url.sender, url.endpoint.port}, SOCK_DGRAM);
-        const group_source_req request{interface, group, stored(*sender)};
-        is_joined = setsockopt(fd, level, MCAST_JOIN_SOURCE_GROUP, &request, sizeof request) == 0;
+        return setsockopt(fd, level, MCAST_JOIN_GROUP, &request, sizeof request) == 0;
     }
-    if (!is_joined) {
-        fail("cannot join the multicast address", url);
-    }
+    const Addresses sender = resolve({url.sender, url.endpoint.port}, SOCK_DGRAM);
+    const group_source_req request{interface, group, stored(*sender)};
+    return setsockopt(fd, level, MCAST_JOIN_SOURCE_GROUP, &request, sizeof request) == 0;
 }
 
 zxcommon::Descriptor open_datagram_socket(const Url& url, const std::string& interface_name) {
@@ -81,7 +92,10 @@ zxcommon::Descriptor open_datagram_socket(const Url& url, const std::string& int
         fail("cannot receive on", url);
     }
     if (is_group) {
-        join(fd.get(), address, url, interface);
+        receive_own_only(fd.get(), url, address.ss_family, interface_name);
+        if (!join(fd.get(), address, url, interface)) {
+            fail("cannot join the multicast address", url);
+        }
     }
     return fd;
 }
@@ -116,6 +130,23 @@ bool is_multicast(const sockaddr_storage& address) {
     return IN6_IS_ADDR_MULTICAST(&in6.sin6_addr) != 0;
 }
 
+// Without the name of an interface, the kernel might choose another one. A socket that is a member
+// already stays one, and what fails now is tried again later.
+void join_again(const OpenInput& input) {
+    const unsigned interface = if_nametoindex(input.interface.c_str());
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (interface == 0 ||
+        getsockname(input.fd.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
+        !is_multicast(address)) {
+        return;
+    }
+    try {
+        join(input.fd.get(), address, input.url, interface);
+    } catch (const Failure&) {  // the name of the sender
+    }
+}
+
 sockaddr_storage stored(const addrinfo& info) {
     sockaddr_storage address{};
     std::memcpy(&address, info.ai_addr, info.ai_addrlen);
@@ -123,14 +154,7 @@ sockaddr_storage stored(const addrinfo& info) {
 }
 
 unsigned interface_index(const std::string& interface) {
-    std::uint8_t mac[ZXNET_MAC_SIZE];
-    if (interface.empty()) {
-        return 0;
-    }
-    if (const int code = zxnet_api_getIfaceMac_byte(interface.c_str(), mac); code != 0) {
-        throw Failure("there is no network interface " + interface + " (" + std::to_string(code) +
-                      ", see the log)");
-    }
+    require_interface(interface);
     return if_nametoindex(interface.c_str());
 }
 

@@ -11,9 +11,20 @@
 
 namespace relay {
 
+// An input whose socket or file is open.
+struct OpenInput {
+    Url url;
+    std::string interface;  // as the user has named it
+    zxcommon::Descriptor fd;
+};
+
 // A socket for datagrams, a listener, a file or standard input. Inputs that connect have none: they
 // open their sockets when they run. Throws a Failure.
 zxcommon::Descriptor open_input(const Url& url, const std::string& interface);
+
+// Joins the multicast group of the input once more, because its interface may have gone and come
+// back.
+void join_again(const OpenInput& input);
 
 bool is_multicast(const sockaddr_storage& address);
 

@@ -10,7 +10,7 @@
 #include "common/big_endian.hpp"
 #include "common/failure.hpp"
 #include "input/sockets.hpp"
-#include "stream/net.hpp"
+#include "stream/lookup.hpp"
 
 namespace relay {
 namespace {

@@ -173,6 +173,10 @@ bool has_reloaded() {
     return g_shared != nullptr && g_shared->has_reloaded;
 }
 
+bool is_restart() {
+    return g_shared != nullptr && g_shared->phase == Phase::up;
+}
+
 void end_with_watchdog() {
     if (g_shared == nullptr) {
         return;

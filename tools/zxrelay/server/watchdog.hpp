@@ -23,6 +23,9 @@ void set_phase(Phase phase);
 void note_reload();
 bool has_reloaded();
 
+// Called by the worker. True if another worker was up before it.
+bool is_restart();
+
 // Called by the worker: the kernel will send it SIGTERM when the
 // watchdog dies.
 void end_with_watchdog();

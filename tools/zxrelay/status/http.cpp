@@ -245,7 +245,7 @@ const Answer* HttpServer::refuse_action(MHD_Connection* connection,
         return &forbidden_;
     }
     const char* const given = header_of(connection, MHD_HTTP_HEADER_AUTHORIZATION);
-    return given != nullptr && is_token(given, "Bearer " + token) ? nullptr : &unauthorized_;
+    return given != nullptr && is_bearer(given, token) ? nullptr : &unauthorized_;
 }
 
 Answer HttpServer::make_answer(MHD_Connection* connection, std::string_view path) const {

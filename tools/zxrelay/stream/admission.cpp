@@ -6,7 +6,7 @@ Admission::Verdict Admission::enter(const Address& address, Ticket& ticket) {
     if (!rules_.allowed.empty() && !contains(rules_.allowed, address)) {
         return Verdict::not_allowed;
     }
-    if (inside_ >= rules_.most) {
+    if (inside_ >= most_) {
         return Verdict::too_many;
     }
     if (!enter_address(address)) {

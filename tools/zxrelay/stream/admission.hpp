@@ -18,11 +18,13 @@ namespace relay {
 class Admission {
 public:
     struct Rules {
-        unsigned most;                 // clients
         unsigned most_per_address;     // 0: no limit
         std::vector<Network> allowed;  // empty: all
     };
-    explicit Admission(Rules rules) : rules_(std::move(rules)) {}
+    Admission(Rules rules, unsigned most) : rules_(std::move(rules)), most_(most) {}
+
+    // How many clients there may be. Those that are in stay.
+    void set_most(unsigned most) { most_ = most; }
 
     struct Leave {
         Address address;
@@ -35,13 +37,12 @@ public:
     // Called by one thread. Sets `ticket` if the client is welcome.
     Verdict enter(const Address& address, Ticket& ticket);
 
-    [[nodiscard]] const Rules& rules() const { return rules_; }
-
 private:
     bool enter_address(const Address& address);
     void leave(const Address& address);
 
     const Rules rules_;
+    std::atomic<unsigned> most_;
     std::atomic<unsigned> inside_{0};  // tickets come back from all senders
     std::mutex mutex_;
     std::map<Address, unsigned> by_address_;  // if they are limited

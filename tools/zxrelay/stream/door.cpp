@@ -68,6 +68,7 @@ void Door::run(zxcommon::StopRequest& stop) {
     while (!stop.seen()) {
         turn();
     }
+    report_refused();
 }
 
 void Door::turn() {
@@ -82,7 +83,7 @@ void Door::turn() {
         }
     }
     farewells_.close_overdue(now_us_);
-    report_refused();
+    report_refused_when_due();
     update_listening();
 }
 
@@ -129,16 +130,19 @@ void Door::refuse(zxcommon::Descriptor fd, Admission::Verdict verdict) {
     farewells_.say(std::move(fd), refusal(status_for(verdict), site_), now_us_);
 }
 
-void Door::report_refused() {
+void Door::report_refused_when_due() {
     failed_.report_when_due();
-    if (refused_.empty() || now_us_ - reported_us_ < kReportUs) {
-        return;
+    if (!refused_.empty() && now_us_ - reported_us_ >= kReportUs) {
+        report_refused();
+        reported_us_ = now_us_;
     }
+}
+
+void Door::report_refused() {
     for (const auto& [verdict, count] : std::exchange(refused_, {})) {
         log({Level::warning, kTag}, "refused %llu clients: %s",
             static_cast<unsigned long long>(count), reason_for(verdict));
     }
-    reported_us_ = now_us_;
 }
 
 // While nobody can be taken, clients wait in the queue of the socket.

@@ -38,6 +38,7 @@ private:
     void accept_all();
     void receive(zxcommon::Descriptor fd, std::string peer);
     void refuse(zxcommon::Descriptor fd, Admission::Verdict verdict);
+    void report_refused_when_due();
     void report_refused();
     void update_listening();
 

@@ -70,14 +70,9 @@ std::string without_body(const std::string& text) {
     return text.substr(0, text.find("\r\n\r\n") + 4);
 }
 
-// A token is known by the query or by the field Authorization of RFC 6750.
 bool knows_token(const HttpRequest& request, const Site& site) {
-    constexpr char kScheme[] = "Bearer ";
-    constexpr std::size_t kSchemeSize = sizeof kScheme - 1;
-    const std::string& field = request.authorization;
     return is_token(request.parameter("token").value_or(""), site.token) ||
-           (strncasecmp(field.c_str(), kScheme, kSchemeSize) == 0 &&
-            is_token(std::string_view(field).substr(kSchemeSize), site.token));
+           is_bearer(request.authorization, site.token);
 }
 
 std::string options(const Site& site) {
@@ -90,7 +85,8 @@ std::string options(const Site& site) {
 
 std::string playlist(const HttpRequest& request, const Site& site) {
     // Players complete an address without a host with that of the playlist.
-    const char* const scheme = request.forwarded_scheme == "https" ? "https://" : "http://";
+    const bool is_secure = strcasecmp(request.forwarded_scheme.c_str(), "https") == 0;
+    const char* const scheme = is_secure ? "https://" : "http://";
     const std::string host = request.host.empty() ? "" : scheme + request.host;
     const std::string query = site.token.empty() ? "" : "?token=" + site.token;
     std::string body = "#EXTM3U\n";
@@ -117,17 +113,6 @@ std::optional<std::size_t> channel_of(const std::string& name, const Site& site)
     return is_clear ? std::optional<std::size_t>(found - site.channels.begin()) : std::nullopt;
 }
 
-HttpAnswer stream(const HttpRequest& request, const Site& site,
-                  std::optional<std::size_t> channel) {
-    const auto last = request.parameter("last");
-    const auto seconds = last ? tools::parse_number(*last) : std::nullopt;
-    if (last && !seconds) {
-        return {refusal(HTTP_STATUS_BAD_REQUEST, site), {}, {}, ""};
-    }
-    return {head(HTTP_STATUS_OK, site, "Content-Type: video/mp2t\r\nAccept-Ranges: none\r\n"),
-            channel, seconds, ""};
-}
-
 HttpAnswer answer_to_get(const HttpRequest& request, const Site& site) {
     if (!site.token.empty() && !knows_token(request, site)) {
         return {refusal(HTTP_STATUS_UNAUTHORIZED, site), {}, {}, ""};
@@ -135,12 +120,16 @@ HttpAnswer answer_to_get(const HttpRequest& request, const Site& site) {
     if (request.path == kPlaylistPath) {
         return {playlist(request, site), {}, {}, ""};
     }
-    std::string name = name_in(request);
-    if (const auto channel = channel_of(name, site)) {
-        return stream(request, site, *channel);
+    const auto last = request.parameter("last");
+    const auto seconds = last ? tools::parse_number(*last) : std::nullopt;
+    if (last && !seconds) {
+        return {refusal(HTTP_STATUS_BAD_REQUEST, site), {}, {}, ""};
     }
+    std::string name = name_in(request);
     const bool is_demand = name.starts_with("udp/") || name.starts_with("rtp/");
-    return {refusal(HTTP_STATUS_NOT_FOUND, site), {}, {}, is_demand ? std::move(name) : ""};
+    const auto channel = channel_of(name, site);
+    return {channel ? head_of_stream(site) : refusal(HTTP_STATUS_NOT_FOUND, site), channel, seconds,
+            is_demand ? std::move(name) : ""};
 }
 
 }  // namespace
@@ -166,8 +155,8 @@ HttpAnswer answer_to(const HttpRequest& request, const Site& site) {
     }
 }
 
-std::string head_of_stream(const HttpRequest& request, const Site& site) {
-    return without_body(stream(request, site, {}).text);
+std::string head_of_stream(const Site& site) {
+    return head(HTTP_STATUS_OK, site, "Content-Type: video/mp2t\r\nAccept-Ranges: none\r\n");
 }
 
 std::string refusal(unsigned status, const Site& site) {

@@ -29,15 +29,15 @@ struct HttpAnswer {
     // The stream of this channel follows the text. Without one, the connection ends.
     std::optional<std::size_t> channel;
     std::optional<std::uint64_t> last_seconds;  // the stream begins in the past
-    // No channel has this name, but one could be opened. If none is, the text is the answer.
+    // The name of a channel on demand. Its channel, if there is one, may be about to be closed.
     std::string demanded;
 };
 
 // `request` is no longer partial.
 HttpAnswer answer_to(const HttpRequest& request, const Site& site);
 
-// What a HEAD gets for a channel that a GET would open.
-std::string head_of_stream(const HttpRequest& request, const Site& site);
+// What comes before a stream.
+std::string head_of_stream(const Site& site);
 
 // The answer to a client that gets nothing else, with a request or without one.
 std::string refusal(unsigned status, const Site& site);

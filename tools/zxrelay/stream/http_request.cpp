@@ -24,6 +24,13 @@ std::string decoded(const std::string& path) {
     return text ? std::string(text.get(), static_cast<std::size_t>(size)) : "";
 }
 
+// The first text of a list such as "https, http".
+std::string first_of_list(const std::string& list) {
+    constexpr char kBetween[] = " \t,";
+    const std::size_t begin = std::min(list.find_first_not_of(kBetween), list.size());
+    return list.substr(begin, list.find_first_of(kBetween, begin) - begin);
+}
+
 // The host goes into the addresses of a playlist, so it must not contain anything else.
 bool is_host_character(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
@@ -63,6 +70,7 @@ struct HttpCallbacks {
             } else if (strcasecmp(reader.field_.c_str(), "authorization") == 0) {
                 reader.request_.authorization.append(at, size);
             } else if (strcasecmp(reader.field_.c_str(), "x-forwarded-proto") == 0) {
+                reader.request_.forwarded_scheme.append(reader.is_in_value_ ? "" : ",");
                 reader.request_.forwarded_scheme.append(at, size);
             }
             reader.is_in_value_ = true;
@@ -115,6 +123,7 @@ void HttpReader::complete() {
     std::string& field =
         request_.authorization;  // RFC 9110: blanks after a value do not belong to it
     field.erase(field.find_last_not_of(" \t") + 1);
+    request_.forwarded_scheme = first_of_list(request_.forwarded_scheme);
     const bool is_good = parser_.http_major == 1 && has_good_host() && split_target();
     request_.state = is_good ? HttpRequest::State::complete : HttpRequest::State::wrong;
 }

@@ -5,11 +5,10 @@
 #include <sys/socket.h>
 
 #include "common/failure.hpp"
+#include "stream/lookup.hpp"
 
 namespace relay {
 namespace {
-
-using tools::Failure;
 
 constexpr int kKeepAliveIdleSec = 5;
 constexpr int kKeepAliveIntervalSec = 2;
@@ -33,18 +32,6 @@ void detect_dead_peer(int fd) {
 }
 
 }  // namespace
-
-Addresses resolve(const Endpoint& endpoint, int type) {
-    addrinfo hints{};
-    hints.ai_socktype = type;
-    hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
-    addrinfo* list = nullptr;
-    if (const int code = getaddrinfo(endpoint.host.c_str(), endpoint.port.c_str(), &hints, &list);
-        code != 0) {
-        throw Failure("cannot use the address " + endpoint.text() + ": " + gai_strerror(code));
-    }
-    return Addresses(list);
-}
 
 zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog) {
     const Addresses addresses = resolve(endpoint, SOCK_STREAM);

@@ -1,9 +1,6 @@
 // The sockets of the relay.
 #pragma once
 
-#include <netdb.h>
-
-#include <memory>
 #include <string>
 
 #include "config/network.hpp"
@@ -11,14 +8,6 @@
 #include "zxcommon.hpp"
 
 namespace relay {
-
-struct AddressesFree {
-    void operator()(addrinfo* list) const { freeaddrinfo(list); }
-};
-using Addresses = std::unique_ptr<addrinfo, AddressesFree>;
-
-// The addresses of an endpoint for sockets of this type, such as SOCK_STREAM. Throws a Failure.
-Addresses resolve(const Endpoint& endpoint, int type);
 
 // Returns a non-blocking close-on-exec socket, or throws a Failure.
 zxcommon::Descriptor open_listener(const Endpoint& endpoint, int backlog);

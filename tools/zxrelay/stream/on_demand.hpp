@@ -7,7 +7,8 @@
 namespace relay {
 
 enum class Demand {
-    coming,     // the channel is or will soon be open
+    open,       // the channel is open, and stays so for two seconds at least
+    coming,     // it will soon be open
     forbidden,  // the rules of the relay exclude it
     full,       // no more channels can be opened now
     failed,     // it could not be opened a moment ago

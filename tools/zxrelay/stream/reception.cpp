@@ -13,6 +13,19 @@ using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
 
+// For a channel that is not opened.
+unsigned status_for(Demand demand) {
+    switch (demand) {
+        case Demand::forbidden:
+            return HTTP_STATUS_FORBIDDEN;
+        case Demand::full:
+        case Demand::failed:
+            return HTTP_STATUS_SERVICE_UNAVAILABLE;
+        default:
+            return HTTP_STATUS_NOT_FOUND;
+    }
+}
+
 }  // namespace
 
 Reception::Reception(zxcommon::Epoll& epoll, const Feeds& feeds, Site site, OnDemand on_demand,
@@ -143,27 +156,22 @@ bool Reception::must_wait(Newcomer& newcomer, HttpAnswer& answer) {
     const HttpRequest& request = newcomer.request();
     const bool is_for_head = request.method == HTTP_HEAD;
     const bool is_new = !newcomer.is_waiting();
-    switch (on_demand_(answer.demanded, is_new && !is_for_head)) {
-        case Demand::coming:
-            if (is_for_head) {
-                answer.text = head_of_stream(request, site_);
-                break;
-            }
-            if (is_new) {
-                newcomer.wait_for_channel(now_us_);
-            }
-            return epoll_.mod(newcomer.guest.fd.get(), 0);
-        case Demand::forbidden:
-            answer.text = refusal_to(request, HTTP_STATUS_FORBIDDEN, site_);
-            break;
-        case Demand::full:
-        case Demand::failed:
-            answer.text = refusal_to(request, HTTP_STATUS_SERVICE_UNAVAILABLE, site_);
-            break;
-        case Demand::unknown:
-            break;
+    const Demand demand = on_demand_(answer.demanded, is_new && !is_for_head);
+    if (demand != Demand::open && demand != Demand::coming) {
+        answer = {refusal_to(request, status_for(demand), site_), {}, {}, ""};
+        return false;
     }
-    return false;
+    if (is_for_head) {
+        answer.text = head_of_stream(site_);
+        return false;
+    }
+    if (demand == Demand::open && answer.channel) {
+        return false;
+    }
+    if (is_new) {
+        newcomer.wait_for_channel(now_us_);
+    }
+    return epoll_.mod(newcomer.guest.fd.get(), 0);
 }
 
 void Reception::give(Newcomer& newcomer, HttpAnswer answer) {

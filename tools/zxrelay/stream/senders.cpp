@@ -22,17 +22,17 @@ std::vector<std::unique_ptr<Sender>> make_senders(Sender::Settings settings, std
 }  // namespace
 
 Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-                 Admission::Rules rules, Roster& roster, Board& board)
+                 Admission::Rules rules, unsigned most_clients, Roster& roster, Board& board)
     : roster_(roster),
-      admission_(std::move(rules)),
+      admission_(std::move(rules), most_clients),
       senders_(make_senders(settings, count, roster.guests, board)),
-      door_(std::move(listener), admission_, settings.site, roster.guests, [this](Guest guest) {
-          senders_[next_++ % senders_.size()]->inbox().adopt(std::move(guest));
-      }) {
-    workers_.push_back(std::make_unique<Worker>(
-        "relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }));
+      door_(std::move(listener), admission_, settings.site, roster.guests,
+            [this](Guest guest) {
+                senders_[next_++ % senders_.size()]->inbox().adopt(std::move(guest));
+            }),
+      door_worker_("relay-accept", [this](zxcommon::StopRequest& stop) { door_.run(stop); }) {
     for (const auto& sender : senders_) {
-        const std::string suffix = count == 1 ? "" : std::to_string(workers_.size());
+        const std::string suffix = count == 1 ? "" : std::to_string(workers_.size() + 1);
         workers_.push_back(std::make_unique<Worker>(
             "relay-send" + suffix, [&sender](zxcommon::StopRequest& stop) { sender->run(stop); }));
     }
@@ -40,6 +40,10 @@ Senders::Senders(zxcommon::Descriptor listener, const Sender::Settings& settings
 
 void Senders::start() {
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->start(); });
+}
+
+void Senders::open_door() {
+    door_worker_.start();
 }
 
 bool Senders::are_live() const {
@@ -70,6 +74,7 @@ void Senders::stop() {
     door_.close();
     std::for_each(senders_.begin(), senders_.end(),
                   [](const auto& sender) { sender->inbox().close(); });
+    door_worker_.stop();
     std::for_each(workers_.begin(), workers_.end(), [](const auto& worker) { worker->stop(); });
 }
 

@@ -17,13 +17,14 @@ class Senders {
 public:
     // The memory of `settings` is shared by `count` senders. Throws a Failure.
     Senders(zxcommon::Descriptor listener, const Sender::Settings& settings, std::size_t count,
-            Admission::Rules rules, Roster& roster, Board& board);
+            Admission::Rules rules, unsigned most_clients, Roster& roster, Board& board);
 
     ~Senders() { stop(); }
     Senders(const Senders&) = delete;
     Senders& operator=(const Senders&) = delete;
 
-    void start();  // throws a Failure
+    void start();      // throws a Failure
+    void open_door();  // the same; clients come in from now on
 
     // False if one of them hangs.
     [[nodiscard]] bool are_live() const;
@@ -37,6 +38,8 @@ public:
     void change(const ChannelList& closed, const ChannelList& opened);
     void disconnect(std::uint64_t client);  // by its number
 
+    void set_most_clients(unsigned most) { admission_.set_most(most); }
+
     // Returns when no thread is left.
     void stop();
 
@@ -46,7 +49,8 @@ private:
     std::vector<std::unique_ptr<Sender>> senders_;
     std::size_t next_ = 0;  // the sender of the next client
     Door door_;
-    std::vector<std::unique_ptr<Worker>> workers_;  // the first one is that of the door
+    Worker door_worker_;
+    std::vector<std::unique_ptr<Worker>> workers_;  // of the senders
 };
 
 }  // namespace relay
