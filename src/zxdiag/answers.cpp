@@ -33,8 +33,14 @@ Answer answer_program(const Question&) {
 
 constexpr Topic kTopics[] = {
     {"help", "what can be asked", answer_help},
-    {"program", "the name, the process, the version of the library, and whether it counts", answer_program},
+    {"program", "the name, the process, the version of the library, and whether it counts",
+     answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
+    {"log", "the last lines=N lines of all levels, or of level=L and tag=T", answer_log},
+    {"tail", "each line from now on, or those of level=L and tag=T", answer_tail},
+    {"level", "sets the level of the log to level=L for seconds=N", answer_level},
+    {"tags", "suppresses the tags=T in the log for seconds=N", answer_tags},
+    {"dump", "writes the lines in memory to the log", answer_dump},
     {"trace", "what the threads do for seconds=N, for Chrome and Perfetto", answer_trace},
 };
 

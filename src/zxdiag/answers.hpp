@@ -61,7 +61,12 @@ struct Answer {
 [[nodiscard]] cJSON* error_object(const char* text);
 
 // The functions that answer. Each is in the file of its topic.
+Answer answer_dump(const Question& question);
+Answer answer_level(const Question& question);
 Answer answer_locks(const Question& question);
+Answer answer_log(const Question& question);
+Answer answer_tags(const Question& question);
+Answer answer_tail(const Question& question);
 Answer answer_trace(const Question& question);
 
 }  // namespace zx::diag

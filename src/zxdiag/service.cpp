@@ -20,6 +20,7 @@
 #include <ctime>
 
 #include "zxdiag/answers.hpp"
+#include "zxdiag/log.hpp"
 
 namespace zx::diag {
 namespace {
@@ -29,6 +30,7 @@ constexpr int kBacklog = 8;
 constexpr std::size_t kMostPending = 16U << 20U;  // bytes of answers that a client has not read
 constexpr std::int64_t kPatienceMs = 5000;        // for a client that reads nothing
 constexpr int kSeriesStepMs = 100;
+constexpr int kMostAtOnce = 1000;  // answers of a series in a step
 constexpr int kNice = 19;
 
 std::int64_t now_ms() {
@@ -85,8 +87,13 @@ public:
             leave_if_stuck();
             return;
         }
-        if (cJSON* const object = series_->next(); object != nullptr) {
+        for (int i = 0; i < kMostAtOnce && series_ != nullptr && pending_size_ == 0; ++i) {
+            cJSON* const object = series_->next();
+            if (object == nullptr) {
+                break;
+            }
             send(object);
+            write_pending();
         }
         if (series_ != nullptr && series_->is_over()) {
             delete series_;
@@ -194,6 +201,7 @@ struct Service {
 };
 constinit Service g_service;
 constinit std::atomic<bool> g_is_serving{false};
+constinit std::atomic<pid_t> g_thread{0};  // that answers
 
 void accept_client(Service& service) {
     const int fd = accept4(service.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -221,9 +229,11 @@ void answer_all(Service& service) {
             waits[i + 2] = client.waits_for();
             is_active = is_active || client.has_series() || (waits[i + 2].events & POLLOUT) != 0;
         }
-        if (poll(waits, kMostClients + 2, is_active ? kSeriesStepMs : -1) < 0) {
+        if (poll(waits, kMostClients + 2, is_active ? kSeriesStepMs : ms_until_log_is_restored()) <
+            0) {
             continue;
         }
+        restore_log_when_due();
         if (waits[0].revents != 0) {
             return;
         }
@@ -244,7 +254,9 @@ void answer_all(Service& service) {
 void* run(void*) {
     prctl(PR_SET_NAME, "zxdiag");
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
+    g_thread.store(gettid());
     answer_all(g_service);
+    g_thread.store(0);
     for (Client& client : g_service.clients) {
         client.leave();
     }
@@ -370,11 +382,16 @@ void forget_service() {
     for (Client& client : g_service.clients) {
         client.forget();
     }
+    g_thread.store(0);
     g_is_serving.store(false);
 }
 
 bool is_serving() {
     return g_is_serving.load();
+}
+
+bool is_service_thread() {
+    return g_thread.load() == gettid();
 }
 
 }  // namespace zx::diag

@@ -13,6 +13,7 @@
 #include "zxdiag.h"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/log.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/trace.hpp"
@@ -47,12 +48,14 @@ void begin_anew_in_child() {
     forget_thread_records();
     forget_trace();
     forget_service();
+    forget_lines();
 }
 
 void count() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] { pthread_atfork(nullptr, nullptr, begin_anew_in_child); });
     g_mode.fetch_or(kCounting, std::memory_order_relaxed);
+    start_keeping_lines();
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {
@@ -107,6 +110,7 @@ extern "C" int32_t zxdiag_api_serve(const char* path) {
 extern "C" void zxdiag_api_stop(void) {
     const zx::diag::SwitchLock lock;
     zx::diag::stop_service();
+    zx::diag::stop_keeping_lines();
     zx::diag::g_mode.store(0, std::memory_order_relaxed);
 }
 
