@@ -26,7 +26,7 @@ constexpr Fatal kFatal[] = {{SIGSEGV, "SIGSEGV"},
 
 // The thread that writes the lines. The program ends when it has.
 constinit std::atomic<pid_t> g_writer{0};
-constinit LineRing::Line g_room;  // the stack may be small
+constinit LineRing::Line g_room{};  // the stack may be small
 
 const char* name_of(int number) {
     for (const Fatal& fatal : kFatal) {
