@@ -188,8 +188,7 @@ TEST_F(DiagLog, OfManyThreadsIsWhole) {
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
             for (int n = 0; n < kEach; ++n) {
-                char part[8];
-                std::snprintf(part, sizeof part, "%d%06d", i, n);
+                const std::string part = std::to_string(1'000'000 * (i + 1) + n);
                 std::string text;
                 for (int repeats = n % 50; repeats >= 0; --repeats) {
                     text += part;
