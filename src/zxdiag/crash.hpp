@@ -3,7 +3,8 @@
 
 namespace zx::diag {
 
-// Takes back what handle_crashes() in hooks.hpp has changed, unless the program has changed it again.
+// Takes back what handle_crashes() in hooks.hpp has changed, unless the program has changed it
+// again.
 void leave_crashes_alone();
 
 }  // namespace zx::diag

@@ -38,8 +38,8 @@ void take_mutex(zxlock_ctt& lock, const char* func, int line);  // waits for it,
 void mutex_given_back(zxlock_ctt& lock);                        // just before it is unlocked
 
 // Signals. From now on the lines in memory are written to the log when a signal ends the program
-// because of a fault, or when it aborts. Signals that the program handles or ignores are left alone.
-// Called at the start, and when the program has set its signals.
+// because of a fault, or when it aborts. Signals that the program handles or ignores are left
+// alone. Called at the start, and when the program has set its signals.
 void handle_crashes();
 
 }  // namespace zx::diag
