@@ -18,11 +18,12 @@ constexpr char kTag[] = "NETWORK";
 constexpr char kLogPath[] = "/tmp/zxlog_bench.log";
 constexpr char kPeerPath[] = "/tmp/zxlog_bench_peer.log";
 
-[[gnu::noinline]] void log_stopped(const char* name, int code) {
+// Aligned, because a function of a few instructions is a fifth slower across two cache lines.
+[[gnu::noinline, gnu::aligned(64)]] void log_stopped(const char* name, int code) {
     ZX_LOG(debug, "%s failed : %d", name, code);
 }
 
-[[gnu::noinline]] void peer_stopped(const char* name, int code) {
+[[gnu::noinline, gnu::aligned(64)]] void peer_stopped(const char* name, int code) {
     av_log(nullptr, AV_LOG_DEBUG, "%s failed : %d\n", name, code);
 }
 

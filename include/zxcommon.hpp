@@ -28,6 +28,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "zxdiag.h"
 #include "zxepoll.h"
 #include "zxfifo.h"
 #include "zxlock.h"
@@ -504,18 +505,19 @@ struct LogLine {
 /**
  * Logs a line in the format of the library, and prints it in colour if #flag_stdPrint is set.
  *
- * A call is `zxcommon::log({zxcommon::Level::notice, "RELAY"}, "client %s has left", name)`. It
- * does nothing if the level or the tag is filtered out. Control characters in the message are
- * escaped. Do not call it in a signal handler: it allocates memory for a message of 1024 bytes and
- * more.
+ * A call is `zxcommon::log({zxcommon::Level::notice, "RELAY"}, "client %s has left", name)`. If the
+ * level or the tag is filtered out, zxdiag_log_keep() gets the line while the diagnosis is on.
+ * Control characters in the message are escaped. Do not call it in a signal handler: it allocates
+ * memory for a message of 1024 bytes and more.
  *
  * @param line    level, tag and caller.
  * @param format  a printf() format for the message, without a line end.
  */
 [[gnu::format(printf, 2, 3)]] inline void log(LogLine line, const char* format, ...) {
     const auto level = static_cast<std::uint32_t>(line.level);
-    if (zxlog_api_getLoglevel() < level ||
-        zxlog_api_strCasestrNum(strfilterTags, line.tag, 1, 1) != 0) {
+    const bool is_written = zxlog_api_getLoglevel() >= level &&
+                            zxlog_api_strCasestrNum(strfilterTags, line.tag, 1, 1) == 0;
+    if (!is_written && std::atomic_ref(zxdiag_log_isOn).load(std::memory_order_relaxed) == 0) {
         return;
     }
     char place[256] = "";
@@ -538,9 +540,9 @@ struct LogLine {
     va_end(again);
     va_end(args);
     const char* const name = strLoglevel_simple[level];
-    zxlog_innerapi_file("%s[%s][%s]%s%s\r\n", zxlog_innerapi_logTime(), name, line.tag, place,
-                        message);
-    if (std::atomic_ref(flag_stdPrint).load(std::memory_order_relaxed) != 0) {
+    const auto put = is_written ? zxlog_innerapi_file : zxdiag_log_keep;
+    put("%s[%s][%s]%s%s\r\n", zxlog_innerapi_logTime(), name, line.tag, place, message);
+    if (is_written && std::atomic_ref(flag_stdPrint).load(std::memory_order_relaxed) != 0) {
         constexpr const char* kColours[] = {"", "1;31", "1;33", "1;36", "0", "0;32"};
         std::printf("\033[%sm %s[%s][%s]%s%s\033[0m\r\n", kColours[level], zxlog_innerapi_logTime(),
                     name, line.tag, place, message);

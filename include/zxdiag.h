@@ -25,6 +25,8 @@
 
 #include <stdint.h>
 
+#include "zxlog.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -71,6 +73,22 @@ char* zxdiag_api_ask(const char* question);
  * Logs: error for NULL.
  */
 void zxdiag_api_free(char** answer);
+
+/**
+ * Non-zero while the last lines of the log are kept in memory. Only the library changes it. A
+ * program with a logging function of its own asks it when the level or the tags suppress a line,
+ * and then gives the line to zxdiag_log_keep().
+ */
+extern int8_t zxdiag_log_isOn;
+
+/**
+ * Keeps a line in memory, for the questions "log" and "tail" and for the case of a crash, and does
+ * not write it. The lines that zxlog_innerapi_file() writes are kept without this call. When
+ * nothing is kept, nothing is done.
+ * @param fmt  as for zxlog_innerapi_file().
+ * Signal handlers: safe; for conversions of integers, texts and pointers.
+ */
+void zxdiag_log_keep(const char* fmt, ...) ZXLOG_PRINTF(1, 2);
 
 #pragma GCC visibility pop
 

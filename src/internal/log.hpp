@@ -17,17 +17,12 @@
 #include "shared/line_buffer.hpp"
 #include "shared/line_writer.hpp"
 #include "shared/write_once.hpp"
+#include "zxdiag.h"
 #include "zxlog.h"
 
 namespace zx {
 
 enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
-
-// True when a message of this level and tag is wanted.
-[[nodiscard]] inline bool log_wanted(Level level, const char* tag) {
-    return zxlog_api_getLoglevel() >= static_cast<std::uint32_t>(level) &&
-           zxlog_api_strCasestrNum(strfilterTags, tag, 1, 1) == 0;
-}
 
 [[nodiscard]] inline const char* level_name(Level level) {
     return strLoglevel_simple[static_cast<std::uint32_t>(level)];
@@ -36,6 +31,38 @@ enum class Level : std::uint32_t { error = 1, warning, notice, info, debug };
 // Other threads may change the flags at any time.
 [[nodiscard]] inline bool is_set(const std::int8_t& flag) {
     return __atomic_load_n(&flag, __ATOMIC_RELAXED) != 0;
+}
+
+// False: nobody wants a message of this level.
+[[nodiscard]] inline bool may_be_wanted(Level level) {
+    if (zxlog_api_getLoglevel() >= static_cast<std::uint32_t>(level)) [[unlikely]] {
+        return true;
+    }
+    return is_set(zxdiag_log_isOn);
+}
+
+// True when the log gets a message of this level and tag.
+[[nodiscard]] inline bool is_written(Level level, const char* tag) {
+    return zxlog_api_getLoglevel() >= static_cast<std::uint32_t>(level) &&
+           zxlog_api_strCasestrNum(strfilterTags, tag, 1, 1) == 0;
+}
+
+// Where a message goes, and its first field. It goes to the log, or to memory if the diagnosis is
+// on and the log suppresses it. NULL: nowhere.
+struct LineStart {
+    void (*put)(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+    const char* time;
+};
+
+// Not inlined: few messages get here.
+[[nodiscard, gnu::noinline]] inline LineStart line_start(Level level, const char* tag) {
+    if (is_written(level, tag)) {
+        return {zxlog_innerapi_file, zxlog_innerapi_logTime()};
+    }
+    if (is_set(zxdiag_log_isOn)) {
+        return {zxdiag_log_keep, zxlog_innerapi_logTime()};
+    }
+    return {nullptr, nullptr};
 }
 
 // The place in an exported function that a helper speaks for. A helper has it as its last
@@ -77,29 +104,33 @@ inline constinit LineWriter g_echo{zxlog_innerapi_logTime, &strLoglevel_simple[2
     ZX_LOG_AT(::zx::Caller(__func__, __LINE__), level, body __VA_OPT__(, ) __VA_ARGS__)
 
 // The same for a helper that speaks for `caller`, a zx::Caller.
-#define ZX_LOG_AT(caller, level, body, ...)                            \
-    do {                                                               \
-        if (::zx::log_wanted(::zx::Level::level, kTag)) [[unlikely]] { \
-            if (::zx::is_set(flag_printLineFunc)) {                    \
-                ZX_LOG_LINE(level, "[%s %d]" body, (caller).func,      \
-                            (caller).line __VA_OPT__(, ) __VA_ARGS__); \
-            } else {                                                   \
-                ZX_LOG_LINE(level, body __VA_OPT__(, ) __VA_ARGS__);   \
-            }                                                          \
-        }                                                              \
+#define ZX_LOG_AT(caller, level, body, ...)                                              \
+    do {                                                                                 \
+        if (!::zx::may_be_wanted(::zx::Level::level)) [[likely]] {                       \
+            break;                                                                       \
+        }                                                                                \
+        if (const ::zx::LineStart zx_start = ::zx::line_start(::zx::Level::level, kTag); \
+            zx_start.put != nullptr) {                                                   \
+            if (::zx::is_set(flag_printLineFunc)) {                                      \
+                ZX_LOG_LINE(zx_start, level, "[%s %d]" body, (caller).func,              \
+                            (caller).line __VA_OPT__(, ) __VA_ARGS__);                   \
+            } else {                                                                     \
+                ZX_LOG_LINE(zx_start, level, body __VA_OPT__(, ) __VA_ARGS__);           \
+            }                                                                            \
+        }                                                                                \
     } while (0)
 
-// Writes one line to the log file and, when the echo is switched on, to standard output in colour.
-#define ZX_LOG_LINE(level, rest, ...)                                                  \
-    do {                                                                               \
-        zxlog_innerapi_file("%s[%s][%s]" rest "\r\n", zxlog_innerapi_logTime(),        \
-                            ::zx::level_name(::zx::Level::level),                      \
-                            kTag __VA_OPT__(, ) __VA_ARGS__);                          \
-        if (::zx::is_set(flag_stdPrint)) {                                             \
-            ::zx::echo(ZX_COLOUR_##level " %s[%s][%s]" rest "\033[0m\r\n",             \
-                       zxlog_innerapi_logTime(), ::zx::level_name(::zx::Level::level), \
-                       kTag __VA_OPT__(, ) __VA_ARGS__);                               \
-        }                                                                              \
+// Puts one line where it goes. What the log gets, standard output also gets in colour when the echo
+// is switched on.
+#define ZX_LOG_LINE(start, level, rest, ...)                                                      \
+    do {                                                                                          \
+        (start).put("%s[%s][%s]" rest "\r\n", (start).time, ::zx::level_name(::zx::Level::level), \
+                    kTag __VA_OPT__(, ) __VA_ARGS__);                                             \
+        if (::zx::is_set(flag_stdPrint) && ::zx::is_written(::zx::Level::level, kTag)) {          \
+            ::zx::echo(ZX_COLOUR_##level " %s[%s][%s]" rest "\033[0m\r\n",                        \
+                       zxlog_innerapi_logTime(), ::zx::level_name(::zx::Level::level),            \
+                       kTag __VA_OPT__(, ) __VA_ARGS__);                                          \
+        }                                                                                         \
     } while (0)
 
 // Messages that all modules share. For arguments see internal/args.hpp.

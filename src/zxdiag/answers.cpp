@@ -34,8 +34,14 @@ Answer answer_program(const Question&) {
 
 constexpr Topic kTopics[] = {
     {"help", "what can be asked", answer_help},
-    {"program", "the name, the process, the version of the library, and whether it counts", answer_program},
+    {"program", "the name, the process, the version of the library, and whether it counts",
+     answer_program},
     {"locks", "each lock: its holder, how often it was taken, the longest waits", answer_locks},
+    {"log", "the last lines=N lines of all levels, or of level=L and tag=T", answer_log},
+    {"tail", "each line from now on, or those of level=L and tag=T", answer_tail},
+    {"level", "sets the level of the log to level=L for seconds=N", answer_level},
+    {"tags", "suppresses the tags=T in the log for seconds=N", answer_tags},
+    {"dump", "writes the lines in memory to the log", answer_dump},
     {"trace", "what the threads do for seconds=N, for Chrome and Perfetto", answer_trace},
     {"fifos", "each block FIFO: what it holds, how fast it runs, what was lost", answer_fifos},
     {"lists", "each shared list: its nodes and their span in time", answer_lists},

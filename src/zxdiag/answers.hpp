@@ -62,9 +62,14 @@ struct Answer {
 
 // The functions that answer. Each is in the file of its topic.
 Answer answer_descriptors(const Question& question);
+Answer answer_dump(const Question& question);
 Answer answer_fifos(const Question& question);
+Answer answer_level(const Question& question);
 Answer answer_lists(const Question& question);
 Answer answer_locks(const Question& question);
+Answer answer_log(const Question& question);
+Answer answer_tags(const Question& question);
+Answer answer_tail(const Question& question);
 Answer answer_trace(const Question& question);
 Answer answer_threads(const Question& question);
 Answer answer_memory(const Question& question);

@@ -88,4 +88,9 @@ void child_goes_on();
 void tracking_begins();
 void tracking_ends();
 
+// Signals. From now on the lines in memory are written to the log when a signal ends the program
+// because of a fault, or when it aborts. Signals that the program handles or ignores are left
+// alone. Called at the start, and when the program has set its signals.
+void handle_crashes();
+
 }  // namespace zx::diag

@@ -22,6 +22,7 @@
 #include <initializer_list>
 
 #include "zxdiag/answers.hpp"
+#include "zxdiag/log.hpp"
 #include "zxdiag/memory.hpp"
 
 namespace zx::diag {
@@ -33,6 +34,7 @@ constexpr std::size_t kMostPending = 16U << 20U;  // bytes of answers that a cli
 constexpr std::int64_t kPatienceMs = 5000;        // for a client that reads nothing
 constexpr int kSeriesStepMs = 100;
 constexpr int kSampleStepMs = 10000;
+constexpr int kMostAtOnce = 1000;  // answers of a series in a step
 constexpr int kNice = 19;
 
 std::int64_t now_ms() {
@@ -89,8 +91,13 @@ public:
             leave_if_stuck();
             return;
         }
-        if (cJSON* const object = series_->next(); object != nullptr) {
+        for (int i = 0; i < kMostAtOnce && series_ != nullptr && pending_size_ == 0; ++i) {
+            cJSON* const object = series_->next();
+            if (object == nullptr) {
+                break;
+            }
             send(object);
+            write_pending();
         }
         if (series_ != nullptr && series_->is_over()) {
             delete series_;
@@ -198,6 +205,7 @@ struct Service {
 };
 constinit Service g_service;
 constinit std::atomic<bool> g_is_serving{false};
+constinit std::atomic<pid_t> g_thread{0};  // that answers
 
 void accept_client(Service& service) {
     const int fd = accept4(service.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -215,6 +223,14 @@ void accept_client(Service& service) {
     close(fd);
 }
 
+// A step at most while somebody gets a series; otherwise until the next sample or the end of a
+// change.
+int wait_ms(bool is_active) {
+    const int due_ms = is_active ? kSeriesStepMs : kSampleStepMs;
+    const int log_ms = ms_until_log_is_restored();
+    return log_ms >= 0 && log_ms < due_ms ? log_ms : due_ms;
+}
+
 // Returns when the service is to stop.
 void answer_all(Service& service) {
     for (;;) {
@@ -225,10 +241,11 @@ void answer_all(Service& service) {
             waits[i + 2] = client.waits_for();
             is_active = is_active || client.has_series() || (waits[i + 2].events & POLLOUT) != 0;
         }
-        if (poll(waits, kMostClients + 2, is_active ? kSeriesStepMs : kSampleStepMs) < 0) {
+        if (poll(waits, kMostClients + 2, wait_ms(is_active)) < 0) {
             continue;
         }
         sample_memory();
+        restore_log_when_due();
         if (waits[0].revents != 0) {
             return;
         }
@@ -249,7 +266,9 @@ void answer_all(Service& service) {
 void* run(void*) {
     prctl(PR_SET_NAME, "zxdiag");
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
+    g_thread.store(gettid());
     answer_all(g_service);
+    g_thread.store(0);
     for (Client& client : g_service.clients) {
         client.leave();
     }
@@ -375,11 +394,16 @@ void forget_service() {
     for (Client& client : g_service.clients) {
         client.forget();
     }
+    g_thread.store(0);
     g_is_serving.store(false);
 }
 
 bool is_serving() {
     return g_is_serving.load();
+}
+
+bool is_service_thread() {
+    return g_thread.load() == gettid();
 }
 
 }  // namespace zx::diag

@@ -17,4 +17,7 @@ void forget_service();
 
 [[nodiscard]] bool is_serving();
 
+// True in the thread that answers on the socket.
+[[nodiscard]] bool is_service_thread();
+
 }  // namespace zx::diag

@@ -17,11 +17,12 @@
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/lists.hpp"
 #include "zxdiag/locks.hpp"
+#include "zxdiag/log.hpp"
 #include "zxdiag/memory.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
-#include "zxdiag/trace.hpp"
 #include "zxdiag/threads.hpp"
+#include "zxdiag/trace.hpp"
 
 namespace zx::diag {
 
@@ -59,6 +60,7 @@ void begin_anew_in_child() {
     forget_locks_of_parent();
     forget_service();
     forget_marks();
+    forget_lines();
 }
 
 void watch_forks() {
@@ -80,6 +82,7 @@ bool count(Caller caller = {}) {
     await_round();
     g_mode.fetch_or(kCounting);
     begin_to_count_locks();
+    start_keeping_lines();
     return true;
 }
 
@@ -146,6 +149,7 @@ extern "C" int32_t zxdiag_api_serve(const char* path) {
 extern "C" void zxdiag_api_stop(void) {
     const zx::diag::SwitchLock lock;
     zx::diag::stop_service();
+    zx::diag::stop_keeping_lines();
     zx::diag::g_mode.store(0, std::memory_order_relaxed);
     zx::diag::stop_coarse_clock();
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "internal/log.hpp"
+#include "zxdiag/hooks.hpp"
 
 const char* zxsignal_desstring[ZXSIGNAL_COUNT] = {
     "Unknow",
@@ -138,6 +139,9 @@ extern "C" zxsignal_handler_cb zxsignal_api_catch(void) {
     zxsignal_innerapi_set(SIGPIPE, nullptr);
     for (const Disposition& disposition : kAfterPipe) {
         signal(disposition.number, disposition.handler);
+    }
+    if (zx::diag::is_on()) {
+        zx::diag::handle_crashes();
     }
     return signal(SIGSYS, zxsignal_innerapi_handler);
 }

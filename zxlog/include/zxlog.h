@@ -61,6 +61,9 @@ extern const char* strLoglevel_simple[6];
  */
 extern char strfilterTags[ZXLOG_FILTER_SIZE];
 
+/** Is given a line: `size` bytes with its line end, and no NUL. */
+typedef void (*zxdiag_log_tap_cb)(const char* line, uint32_t size);
+
 /* ------------------------------------------------------------ settings -- */
 
 /**
@@ -249,6 +252,55 @@ char* zxlog_api_sec2Time(uint64_t sec, char* out);
  * Threads: safe; for different `last`.
  */
 int32_t zxlog_api_timerAsyncSec(uint64_t* last, uint32_t intervalSec);
+
+/* ----------------------------------------------------------- diagnosis -- */
+
+/**
+ * Gives each line also to a function, just before it is written.
+ * @param tap  called by each thread that logs, maybe in a signal handler: it must be as safe as
+ *             logging is, and is called again if it logs itself. NULL: no function. A thread that
+ *             is just writing a line may still call the function before.
+ */
+void zxdiag_log_setTap(zxdiag_log_tap_cb tap);
+
+/**
+ * Sets the level, and remembers what the program has set. zxlog_api_getLoglevel() gives this level
+ * until zxdiag_log_restoreLevel(), or until the program sets one itself. A second call changes the
+ * level again.
+ * @param level  as for zxlog_api_setLoglevel().
+ */
+void zxdiag_log_overrideLevel(uint32_t level);
+
+/**
+ * Goes back to the level that the program has set.
+ * @return 1; 0 when zxdiag_log_overrideLevel() was not called, or when the program has set a level
+ *         since.
+ */
+int32_t zxdiag_log_restoreLevel(void);
+
+/**
+ * Suppresses other tags than ::strfilterTags names, which stays as it is:
+ * zxlog_api_strCasestrNum() searches these tags in its place. This lasts until
+ * zxdiag_log_restoreTags() or zxlog_api_setFilterTags(). Other threads may log at the same time; a
+ * line may then see a part of the old and a part of the new tags.
+ * @param tags  the list, cut to 1023 bytes; NULL counts as an empty text.
+ */
+void zxdiag_log_overrideTags(const char* tags);
+
+/**
+ * Suppresses the tags of ::strfilterTags again.
+ * @return 1; 0 when zxdiag_log_overrideTags() was not called, or when the program has called
+ *         zxlog_api_setFilterTags() since.
+ */
+int32_t zxdiag_log_restoreTags(void);
+
+/**
+ * Tells which tags are suppressed.
+ * @param tags  gets the text of zxdiag_log_overrideTags() or of ::strfilterTags; at least 1024
+ *              bytes. NULL: nothing is done.
+ * @return `tags`.
+ */
+char* zxdiag_log_tags(char* tags);
 
 #pragma GCC visibility pop
 

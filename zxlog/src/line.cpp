@@ -1,5 +1,7 @@
 // Lines of the log, and the time at their start.
+#include <atomic>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 
 #include "shared/line_buffer.hpp"
@@ -16,6 +18,8 @@ namespace {
 constexpr unsigned kTimeTexts = 16;
 [[gnu::tls_model("initial-exec")]] thread_local char t_time_texts[kTimeTexts][ZXLOG_SCRATCH_SIZE];
 [[gnu::tls_model("initial-exec")]] thread_local unsigned t_next_time_text;
+
+std::atomic<zxdiag_log_tap_cb> g_tap{nullptr};
 
 constexpr char kTimeShape[] = "[yyyy-mm-dd hh:mm:ss.mmm]";
 static_assert(sizeof kTimeShape <= ZXLOG_SCRATCH_SIZE);
@@ -60,7 +64,14 @@ void zxlog_innerapi_file(const char* fmt, ...) {
     va_start(args, fmt);
     line.format(fmt, args);
     va_end(args);
+    if (const auto tap = g_tap.load(std::memory_order_acquire); tap != nullptr) [[unlikely]] {
+        tap(line.data(), static_cast<std::uint32_t>(line.size()));
+    }
     zxlog::write_line(line.data(), line.size());
+}
+
+void zxdiag_log_setTap(zxdiag_log_tap_cb tap) {
+    g_tap.store(tap, std::memory_order_release);
 }
 
 }  // extern "C"

@@ -1,4 +1,5 @@
 // The level, the flags and the tag filter, which decide whether a line is wanted.
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -9,7 +10,23 @@
 
 namespace {
 
-std::atomic<std::uint32_t> g_level{3};
+// The level is in the lower half. While it is overridden, the upper half is that of the program
+// plus one.
+constexpr unsigned kHalf = 32;
+std::atomic<std::uint64_t> g_level{3};
+
+// In place of strfilterTags, which other threads may be reading.
+std::atomic<char> g_override_tags[ZXLOG_FILTER_SIZE];
+std::atomic<bool> g_are_tags_overridden{false};
+
+void copy_override(char* out) {
+    std::size_t size = 0;
+    while (size < ZXLOG_FILTER_SIZE - 1 &&
+           (out[size] = g_override_tags[size].load(std::memory_order_relaxed)) != '\0') {
+        ++size;
+    }
+    out[size] = '\0';
+}
 
 char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -57,6 +74,13 @@ const char* find_ignoring_case(const char* text, const char* part) {
     return count;
 }
 
+[[gnu::cold, gnu::noinline]] std::int32_t count_in_override(const char* part, std::int32_t max,
+                                                            std::int32_t match_case) {
+    char tags[ZXLOG_FILTER_SIZE];
+    copy_override(tags);
+    return zxlog_api_strCasestrNum(tags, part, max, match_case);
+}
+
 }  // namespace
 
 extern "C" {
@@ -71,11 +95,12 @@ void zxlog_api_setLoglevel(std::uint32_t level) {
 }
 
 std::uint32_t zxlog_api_getLoglevel(void) {
-    return g_level.load(std::memory_order_relaxed);
+    return static_cast<std::uint32_t>(g_level.load(std::memory_order_relaxed));
 }
 
 void zxlog_api_setFilterTags(const char* tags) {
     std::snprintf(strfilterTags, sizeof strfilterTags, "%s", tags != nullptr ? tags : "");
+    g_are_tags_overridden.store(false, std::memory_order_relaxed);
 }
 
 void zxlog_api_setPrintLineFunc(std::int8_t on) {
@@ -88,6 +113,10 @@ void zxlog_api_setStdPrint(std::int8_t on) {
 
 std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part, std::int32_t max,
                                      std::int32_t matchCase) {
+    if (text == strfilterTags && g_are_tags_overridden.load(std::memory_order_acquire))
+        [[unlikely]] {
+        return count_in_override(part, max, matchCase);
+    }
     if (text == nullptr || part == nullptr || text[0] == '\0' || part[0] == '\0') {
         return 0;
     }
@@ -108,6 +137,52 @@ std::int32_t zxlog_api_strCasestrNum(const char* text, const char* part, std::in
         return 0;
     }
     return count_parts(text, {part, size}, max, matchCase != 0);
+}
+
+void zxdiag_log_overrideLevel(std::uint32_t level) {
+    constexpr std::uint64_t kHighest = UINT32_MAX - 1;
+    std::uint64_t seen = g_level.load(std::memory_order_relaxed);
+    std::uint64_t own;
+    do {
+        const bool is_overridden = seen >> kHalf != 0;
+        own = is_overridden ? seen >> kHalf : std::min(seen, kHighest) + 1;
+    } while (!g_level.compare_exchange_weak(seen, own << kHalf | level, std::memory_order_relaxed));
+}
+
+std::int32_t zxdiag_log_restoreLevel(void) {
+    std::uint64_t seen = g_level.load(std::memory_order_relaxed);
+    do {
+        if (seen >> kHalf == 0) {
+            return 0;
+        }
+    } while (!g_level.compare_exchange_weak(seen, (seen >> kHalf) - 1, std::memory_order_relaxed));
+    return 1;
+}
+
+void zxdiag_log_overrideTags(const char* tags) {
+    const char* const text = tags != nullptr ? tags : "";
+    const std::size_t size = strnlen(text, ZXLOG_FILTER_SIZE - 1);
+    for (std::size_t i = 0; i < size; ++i) {
+        g_override_tags[i].store(text[i], std::memory_order_relaxed);
+    }
+    g_override_tags[size].store('\0', std::memory_order_relaxed);
+    g_are_tags_overridden.store(true, std::memory_order_release);
+}
+
+std::int32_t zxdiag_log_restoreTags(void) {
+    return g_are_tags_overridden.exchange(false, std::memory_order_relaxed) ? 1 : 0;
+}
+
+char* zxdiag_log_tags(char* tags) {
+    if (tags == nullptr) {
+        return nullptr;
+    }
+    if (g_are_tags_overridden.load(std::memory_order_acquire)) {
+        copy_override(tags);
+    } else {
+        std::snprintf(tags, ZXLOG_FILTER_SIZE, "%s", strfilterTags);
+    }
+    return tags;
 }
 
 }  // extern "C"

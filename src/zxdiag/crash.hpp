@@ -1,0 +1,10 @@
+// What happens when a fatal signal arrives.
+#pragma once
+
+namespace zx::diag {
+
+// Takes back what handle_crashes() in hooks.hpp has changed, unless the program has changed it
+// again.
+void leave_crashes_alone();
+
+}  // namespace zx::diag
