@@ -18,7 +18,7 @@
  *
  * Threads: safe.
  * Signal handlers: unsafe.
- * Cancellation: safe.
+ * Cancellation: none.
  */
 #ifndef ZXDIAG_H
 #define ZXDIAG_H

@@ -194,8 +194,8 @@ TEST_F(Ctl, AsksAProgramThatUsesTheLibrary) {
     EXPECT_THAT(run("list"), testing::MatchesRegex("program +process  state +library +socket\n"
                                                    "real +" +
                                                    me + "  serves  [0-9.]+ +/.*\n"));
-    EXPECT_THAT(run("real help"), HasSubstr("\nlocks    each lock: "));
-    EXPECT_THAT(run(me + " program"), HasSubstr("pid      " + me + "\n"));
+    EXPECT_THAT(run("real help"), testing::ContainsRegex("\nlocks +each lock: "));
+    EXPECT_THAT(run(me + " program"), testing::ContainsRegex("pid +" + me + "\n"));
     EXPECT_THAT(run("real locks --json"), StartsWith("{"));
     EXPECT_THAT(run("real none"), HasSubstr("there is no such question: ask 'help'\n1"));
     zxdiag_api_stop();

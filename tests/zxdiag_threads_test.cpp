@@ -90,7 +90,7 @@ TEST_F(DiagThreads, StatesAreThoseOfTheLastChange) {
                   const Asked in_child("threads");
                   return std::to_string(in_child.size("threads"));
               }),
-              "1");
+              "2");  // with the clock of the diagnosis
 
     worker.is_busy = false;
     worker.ends = true;  // it ends by itself, while its state is still RUN

@@ -87,6 +87,7 @@ bool count(Caller caller = {}) {
 }
 
 std::int32_t serve(const char* path, Caller caller = {}) {
+    const CancelHeld held;
     bool was_off = false;
     {
         const SwitchLock lock;
@@ -125,6 +126,7 @@ void read_environment() {
 }  // namespace zx::diag
 
 extern "C" int32_t zxdiag_api_start(void) {
+    const zx::CancelHeld held;
     bool was_off = false;
     {
         const zx::diag::SwitchLock lock;
