@@ -10,6 +10,8 @@
 #include "files.hpp"
 #include "zxdiag.h"
 #include "zxepoll.h"
+#include "zxfifo.h"
+#include "zxlock.h"
 #include "zxt.h"
 
 namespace {
@@ -35,6 +37,12 @@ TEST(DiagTrace, ShowsWhatEachThreadWaitedFor) {
     const int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
     epoll_event event{};
     EXPECT_EQ(zxepoll_wait_timeout(epfd, &event, 1, 20), 0);
+    zxfifoblock_ctt* fifo = zxfifo_api_blockInit(100, "queue");
+    zxlock_ctt outer{};
+    zxlock_api_init(&outer, "outer");
+    zxlock_api_obtain(&outer, __func__, __LINE__);
+    EXPECT_EQ(zxfifo_api_blockIn(fifo, "hello", 5, nullptr), 5);
+    zxlock_api_release(&outer, __func__, __LINE__);
     char said[16] = {};
     EXPECT_EQ(zxt_innerapi_cmdReadByPipe("sleep 0.02; echo x", said, sizeof said), 2);
 
@@ -47,6 +55,10 @@ TEST(DiagTrace, ShowsWhatEachThreadWaitedFor) {
             events[cJSON_GetStringValue(cJSON_GetObjectItem(each, "name"))] = each;
         }
     }
+    ASSERT_TRUE(events.contains("queue") && events.contains("outer"));
+    EXPECT_EQ(number(cJSON_GetObjectItem(events["queue"], "args"), "bytes"), 5);
+    EXPECT_LE(number(events["queue"], "dur"), number(events["outer"], "dur"));
+    EXPECT_LE(number(events["outer"], "ts"), number(events["queue"], "ts"));
     ASSERT_TRUE(events.contains("zxepoll_wait_timeout") && events.contains("sleep 0.02; echo x"));
     const cJSON* const wait = events["zxepoll_wait_timeout"];
     const cJSON* const command = events["sleep 0.02; echo x"];
@@ -58,6 +70,8 @@ TEST(DiagTrace, ShowsWhatEachThreadWaitedFor) {
     EXPECT_EQ(number(answer, "dropped"), 0);
     cJSON_Delete(answer);
     close(epfd);
+    zxfifo_api_blockDeinit(&fifo);
+    zxlock_api_deinit(&outer);
     zxdiag_api_stop();
 }
 

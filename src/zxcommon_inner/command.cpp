@@ -20,7 +20,7 @@
 
 namespace {
 
-using zx::diag::Span, zx::diag::Traced;
+using zx::diag::Span, zx::diag::TracedWait;
 
 constexpr char kSilently[] = "  > /dev/null";
 constexpr char kOutputPath[] = "/tmp/zxcmd_info";
@@ -54,7 +54,7 @@ extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
         return -1;
     }
     std::memcpy(cmd + std::strlen(cmd), kSilently, sizeof kSilently);
-    const Traced traced(Span::command, cmd);
+    const TracedWait traced(Span::command, cmd);
     return std::system(cmd) == 0 ? 1 : 0;
 }
 
@@ -63,7 +63,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint3
         return -1;
     }
     std::memset(info, 0, size);
-    const Traced traced(Span::command, cmd);
+    const TracedWait traced(Span::command, cmd);
     zx::CancelHeld held;
     std::FILE* const pipe = popen(cmd, "re");
     if (pipe == nullptr) {
@@ -87,7 +87,7 @@ extern "C" int32_t zxt_innerapi_cmdReadByTmp(const char* cmd, char* info, uint32
         ZX_LOG(error, "Command(%s) is too long", cmd);
         return -1;
     }
-    const Traced traced(Span::command, cmd);
+    const TracedWait traced(Span::command, cmd);
     zx::CancelHeld held;
     zx::UniqueFd file(make_output());
     if (file.get() < 0) {

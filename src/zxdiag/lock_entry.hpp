@@ -24,6 +24,7 @@ struct alignas(64) LockEntry {
     std::atomic<std::int64_t> longest_hold_us{};
     std::atomic<std::uint64_t> contended{};  // waits that are over
     std::atomic<std::int64_t> longest_wait_us{};
+    std::atomic<std::uint64_t> traced_ns{};  // when a traced holder took it
 
     std::atomic<std::uint32_t> serial{};  // no two locks have the same; never 0
     std::atomic<bool> has_order{};        // there are pairs with this lock

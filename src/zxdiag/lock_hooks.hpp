@@ -3,6 +3,7 @@
 #pragma once
 
 #include "zxdiag/coarse_clock.hpp"
+#include "zxdiag/hooks.hpp"
 #include "zxdiag/lock_entry.hpp"
 #include "zxdiag/thread_record.hpp"
 
@@ -24,11 +25,11 @@ inline void note_no_holder(LockEntry& entry) {
 }
 
 // The mutex was taken at once. False: the lock or the thread is not known yet, or the thread holds
-// other locks; note_any_taken() is to be called.
+// other locks, or it is traced; note_any_taken() is to be called.
 [[nodiscard]] inline bool note_taken(const zxlock_ctt& lock) {
     LockEntry* const entry = g_locks.find(&lock);
     ThreadRecord* const own = t_record;
-    if (entry == nullptr || own == nullptr || !t_held.is_empty()) [[unlikely]] {
+    if (entry == nullptr || own == nullptr || !t_held.is_empty() || is_tracing()) [[unlikely]] {
         return false;
     }
     note_holder(*entry, *own);
@@ -46,7 +47,7 @@ void note_any_released(const zxlock_ctt& lock);
 
 // Called just before the mutex is unlocked.
 inline void note_released(const zxlock_ctt& lock) {
-    if (t_held.is_only(&lock)) [[likely]] {
+    if (t_held.is_only(&lock) && !is_tracing()) [[likely]] {
         note_no_holder(t_held.pop_only());
     } else {
         note_any_released(lock);

@@ -12,6 +12,7 @@
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/order.hpp"
 #include "zxdiag/thread_record.hpp"
+#include "zxdiag/trace.hpp"
 #include "zxdiag/waits.hpp"
 
 namespace zx::diag {
@@ -62,6 +63,7 @@ void note_further(LockEntry& entry, ThreadRecord& own) {
         return;
     }
     note_holder(entry, own);
+    entry.traced_ns.store(is_tracing() ? steady_ns() : 0, std::memory_order_relaxed);
     t_held.push(entry);
 }
 
@@ -157,7 +159,11 @@ void wait_for_mutex(zxlock_ctt& lock, const char* func, int line) {
         return;
     }
     note_order(*own, *entry, func, line);
+    const std::uint64_t begin_ns = is_tracing() ? steady_ns() : 0;
     wait_for(lock, *entry, *own, func, line);
+    if (begin_ns != 0) {
+        trace(Span::lock_wait, begin_ns, entry->name.copy().text, ZXLOCK_NAME_SIZE, 0);
+    }
     note_further(*entry, *own);
 }
 
@@ -166,8 +172,13 @@ void note_any_released(const zxlock_ctt& lock) {
     if (entry == nullptr) {
         entry = g_locks.find(&lock);  // another thread took it, or this one has too many
     }
-    if (entry != nullptr && entry->holder.load(std::memory_order_relaxed) != nullptr) {
-        note_no_holder(*entry);
+    if (entry == nullptr || entry->holder.load(std::memory_order_relaxed) == nullptr) {
+        return;
+    }
+    note_no_holder(*entry);
+    const std::uint64_t since_ns = entry->traced_ns.exchange(0, std::memory_order_relaxed);
+    if (since_ns != 0 && is_tracing()) {
+        trace(Span::lock_hold, since_ns, entry->name.copy().text, ZXLOCK_NAME_SIZE, 0);
     }
 }
 

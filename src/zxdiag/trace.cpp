@@ -35,7 +35,8 @@ constinit Event g_events[kMostEvents];
 constinit std::atomic<std::uint32_t> g_trace{0};  // counts the traces
 constinit std::atomic<std::uint64_t> g_taken{0};  // events of this trace, also those without room
 constinit std::atomic<std::uint64_t> g_least_ns{0};
-constinit std::atomic<bool> g_is_taken{false};  // somebody traces
+constinit std::atomic<std::uint64_t> g_begin_ns{0};  // of this trace
+constinit std::atomic<bool> g_is_taken{false};       // somebody traces
 
 struct SpanText {
     const char* category;
@@ -125,6 +126,7 @@ public:
     TraceSeries(std::uint64_t seconds, std::uint64_t least_us)
         : end_ns_(steady_ns() + seconds * 1'000'000'000) {
         g_taken.store(0, std::memory_order_relaxed);
+        g_begin_ns.store(steady_ns(), std::memory_order_relaxed);
         g_least_ns.store(least_us * 1000, std::memory_order_relaxed);
         g_trace.fetch_add(1, std::memory_order_release);
         g_mode.fetch_or(kTracing, std::memory_order_relaxed);
@@ -162,7 +164,9 @@ void trace(Span span, std::uint64_t begin_ns, const char* name, std::size_t limi
            std::int64_t amount) {
     const ErrnoKept errno_kept;
     const std::uint64_t length = steady_ns() - begin_ns;
-    if (length < g_least_ns.load(std::memory_order_relaxed)) {
+    // What began under an earlier trace has an unknown length.
+    if (length < g_least_ns.load(std::memory_order_relaxed) ||
+        begin_ns < g_begin_ns.load(std::memory_order_relaxed)) {
         return;
     }
     const std::uint32_t trace = g_trace.load(std::memory_order_acquire);

@@ -86,12 +86,12 @@ extern "C" int32_t zxepoll_del(int epfd, int fd, uint32_t mask) {
 }
 
 extern "C" int32_t zxepoll_wait(int epfd, struct epoll_event* ev, int max) {
-    const zx::diag::Traced traced(zx::diag::Span::socket_wait, __func__, epfd);
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, __func__, epfd);
     return epoll_wait(epfd, ev, max, kWaitMs);
 }
 
 extern "C" int32_t zxepoll_wait_timeout(int epfd, struct epoll_event* ev, int max, int ms) {
-    const zx::diag::Traced traced(zx::diag::Span::socket_wait, __func__, epfd);
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, __func__, epfd);
     return epoll_wait(epfd, ev, max, ms);
 }
 

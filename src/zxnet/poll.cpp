@@ -94,7 +94,7 @@ std::int32_t wait_for(std::span<pollfd_ctt> records, std::int32_t timeout_ms) {
     if (sets.limit == 0) {
         return 0;
     }
-    const zx::diag::Traced traced(zx::diag::Span::socket_wait, caller.func, records.front().fd);
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, caller.func, records.front().fd);
     const int ready = sets.wait({timeout_ms / 1000, timeout_ms % 1000 * 1000L});
     if (ready >= 0) {
         for (pollfd_ctt& record : records) {
