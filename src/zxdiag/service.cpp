@@ -207,20 +207,22 @@ constinit Service g_service;
 constinit std::atomic<bool> g_is_serving{false};
 constinit std::atomic<pid_t> g_thread{0};  // that answers
 
-void accept_client(Service& service) {
+// False: nobody can be accepted now, such as when the process has no descriptor left.
+bool accept_client(Service& service) {
     const int fd = accept4(service.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd < 0) {
-        return;
+        return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
     }
     for (Client& client : service.clients) {
         if (!client.is_there()) {
             client.welcome(fd);
-            return;
+            return true;
         }
     }
     constexpr char kBusy[] = "{\"error\":\"too many clients\"}\n";
     (void)::send(fd, kBusy, sizeof kBusy - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
     close(fd);
+    return true;
 }
 
 // A step at most while somebody gets a series; otherwise until the next sample or the end of a
@@ -233,9 +235,11 @@ int wait_ms(bool is_active) {
 
 // Returns when the service is to stop.
 void answer_all(Service& service) {
+    bool is_full = false;  // the next step tries again to accept clients
     for (;;) {
-        pollfd waits[kMostClients + 2] = {{service.stop, POLLIN, 0}, {service.listener, POLLIN, 0}};
-        bool is_active = false;
+        pollfd waits[kMostClients + 2] = {{service.stop, POLLIN, 0},
+                                          {is_full ? -1 : service.listener, POLLIN, 0}};
+        bool is_active = is_full;
         for (int i = 0; i < kMostClients; ++i) {
             const Client& client = service.clients[i];
             waits[i + 2] = client.waits_for();
@@ -256,9 +260,7 @@ void answer_all(Service& service) {
             }
             client.go_on();
         }
-        if (waits[1].revents != 0) {
-            accept_client(service);
-        }
+        is_full = waits[1].revents != 0 && !accept_client(service);
     }
 }
 

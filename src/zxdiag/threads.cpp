@@ -22,6 +22,7 @@
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
 #include "zxdiag/shared_text.hpp"
+#include "zxdiag/waits.hpp"
 #include "zxthread.h"
 
 namespace zx::diag {
@@ -190,6 +191,9 @@ cJSON* as_object(const Task& task) {
     if (Worker* const worker = worker_of(task); worker != nullptr) {
         worker->round = g_round;
         add_worker(object, *worker);
+    }
+    if (const LockEntry* const lock = lock_awaited_by(task.tid); lock != nullptr) {
+        add_text(object, "waits_for", lock->name.copy().text);
     }
     add_number(object, "cpu_us", task.cpu_us);
     add_number(object, "cpu_percent", growth.per_s() * 100 / kUsPerSec);

@@ -249,6 +249,17 @@ bool copy_wait(const ThreadRecord& thread, WaitCopy& copy) {
     return thread.wait.number.load() == number;
 }
 
+const LockEntry* lock_awaited_by(pid_t tid) {
+    const LockEntry* lock = nullptr;
+    for_each_thread([&](const ThreadRecord& thread) {
+        WaitCopy wait;
+        if (thread.tid.load(std::memory_order_relaxed) == tid && copy_wait(thread, wait)) {
+            lock = wait.lock;
+        }
+    });
+    return lock;
+}
+
 void wait_for(zxlock_ctt& lock, LockEntry& entry, ThreadRecord& own, const char* func, int line) {
     const ErrnoKept errno_kept;
     begin_wait(own.wait, entry, func, line);

@@ -26,6 +26,9 @@ struct WaitCopy {
 // False: the thread waits for nothing, or has just ceased to.
 [[nodiscard]] bool copy_wait(const ThreadRecord& thread, WaitCopy& copy);
 
+// NULL: the thread waits for no lock.
+[[nodiscard]] const LockEntry* lock_awaited_by(pid_t tid);
+
 // Adds what is known about the holder: "holder", "holder_tid" and "holder_thread".
 void add_holder(cJSON* object, const LockEntry& entry, const ProgramMemory& memory);
 
