@@ -222,6 +222,10 @@ void define_reports(CLI::App& app, Options& options) {
                    "Let those who know TEXT disconnect clients on the status page")
         ->option_text("TEXT")
         ->check(is_token_text);
+    app.add_flag("--inside", options.inside,
+                 "Count locks, buffers and FIFOs, and show them on the page /inside of --status")
+        ->needs("--status")
+        ->option_text(" ");
     app.add_flag("--stats", options.print_stats,
                  "Print statistics even if standard output is not a terminal");
     app.add_option("--log", options.log_file, "Write the log to FILE (default: standard error)")

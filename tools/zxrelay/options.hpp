@@ -57,6 +57,7 @@ struct Options {
     unsigned max_per_address = 0;               // 0: no limit
     std::string token;                          // empty: clients need none
     std::string status_token;                   // empty: the status page disconnects nobody
+    bool inside = false;                        // count locks, buffers and FIFOs
     bool print_stats = false;
     bool daemon = false;
     bool watchdog = false;

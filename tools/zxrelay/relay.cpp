@@ -21,6 +21,7 @@
 #include "stream/snapshot.hpp"
 #include "stream/worker.hpp"
 #include "zxcommon.hpp"
+#include "zxdiag.h"
 #include "zxlog.h"
 #include "zxmem.h"
 
@@ -143,6 +144,9 @@ Relay::Relay(const CommandLine& command_line, const Config& config)
 Relay::End Relay::run(const sigset_t& signals, Log& log_file, const std::function<void()>& on_up) {
     if (watchdog::has_reloaded()) {
         read_again("the channels of the start come back");
+    }
+    if (options_.inside) {
+        zxdiag_api_start();
     }
     Board board(options_.senders);
     Roster roster;

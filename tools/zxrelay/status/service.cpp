@@ -13,6 +13,7 @@
 #include "common/seconds.hpp"
 #include "status/metrics.hpp"
 #include "status/page.hpp"
+#include "zxdiag.h"
 #include "zxtime.h"
 
 namespace relay {
@@ -62,6 +63,10 @@ void StatusServer::add_routes() {
     add_file("/", kStatusPage, kHtml);
     add_file("/status.css", kStatusStyle, kCss);
     add_file("/status.js", kStatusScript, kScript);
+    add_file("/common.js", kCommonScript, kScript);
+    add_file("/inside", kInsidePage, kHtml);
+    add_file("/inside.js", kInsideScript, kScript);
+    http_.add("/inside.json", [this] { return inside(); });
     http_.add("/memory", [this] { return memory_page(); });
     http_.add("/healthz", [this] { return health(); });
     http_.add("/metrics", [this] { return metrics(); });
@@ -113,6 +118,7 @@ void StatusServer::take_sample() {
     live_json_ = {};
     status_json_ = {};
     metrics_ = {};
+    inside_ = {};
 }
 
 const std::string& StatusServer::memory() {
@@ -151,6 +157,21 @@ Answer StatusServer::metrics() {
             [](const Report& report) { return Answer(to_metrics(report), kMetricsType); });
     }
     return metrics_;
+}
+
+// What the library tells about this process.
+Answer StatusServer::inside() {
+    if (!inside_) {
+        std::string text;
+        for (const char* const topic : {"program", "waits", "locks", "fifos", "memory"}) {
+            char* answer = zxdiag_api_ask(topic);
+            text.append(text.empty() ? "{\"" : ",\"").append(topic).append("\":");
+            text.append(answer != nullptr ? answer : "{}");
+            zxdiag_api_free(&answer);
+        }
+        inside_ = Answer(text + "}", kJson);
+    }
+    return inside_;
 }
 
 // A relay that waits for its source is healthy, too. The second line of the answer tells the state.

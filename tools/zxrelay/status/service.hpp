@@ -48,6 +48,7 @@ private:
     Answer memory_page();
     Answer json(bool with_memory);
     Answer metrics();
+    Answer inside();
     Answer health() const;
     Answer disconnect(std::string_view id) const;
     template <typename Make>
@@ -71,6 +72,7 @@ private:
     Answer live_json_;
     Answer status_json_;
     Answer metrics_;
+    Answer inside_;
 
     const tools::Event wake_;
     HttpServer http_;
