@@ -90,6 +90,9 @@ public:
         const auto form = control.take<std::uint8_t>() % (kTexts.size() + 2);
         is_null_ = form == kTexts.size() && may_miss;
         text_ = form < kTexts.size() ? kTexts[form] : control.take_text(8);
+        if (is_null_) {
+            text_.clear();  // in a field, a text that is missing is empty
+        }
         text_.shrink_to_fit();
     }
     [[nodiscard]] const char* get() const { return is_null_ ? nullptr : text_.c_str(); }
