@@ -17,7 +17,9 @@
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
+#include "zxdiag/locks.hpp"
 #include "zxdiag/shared_text.hpp"
+#include "zxdiag/trace.hpp"
 #include "zxfifo.h"
 
 namespace zx::diag {
@@ -116,6 +118,15 @@ void count_out(Fifo& entry, std::uint32_t n) {
     }
 }
 
+// The transfer began when the FIFO's lock was taken.
+void trace_transfer(Span span, const zxfifoblock_ctt& fifo, std::uint32_t n) {
+    if (is_tracing()) [[unlikely]] {
+        if (const std::uint64_t since_ns = traced_since_ns(fifo.lock); since_ns != 0) {
+            trace(span, since_ns, fifo.name, sizeof fifo.name, n);
+        }
+    }
+}
+
 cJSON* as_object(Fifo& entry, std::int64_t now_us) {
     const std::uint64_t id = entry.id.load(kRelaxed);
     if (entry.sampled_id != id) {
@@ -160,9 +171,11 @@ void fifo_seen(const zxfifoblock_ctt& fifo) {
     }
     if (const std::uint32_t n = fifo.total_in - entry->counted_in.load(kRelaxed); n != 0) {
         count_in(*entry, n);
+        trace_transfer(Span::fifo_in, fifo, n);
     }
     if (const std::uint32_t n = fifo.total_out - entry->counted_out.load(kRelaxed); n != 0) {
         count_out(*entry, n);
+        trace_transfer(Span::fifo_out, fifo, n);
     }
 }
 

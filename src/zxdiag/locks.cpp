@@ -182,6 +182,11 @@ void note_any_released(const zxlock_ctt& lock) {
     }
 }
 
+std::uint64_t traced_since_ns(const zxlock_ctt& lock) {
+    const LockEntry* const entry = g_locks.find(&lock);
+    return entry != nullptr ? entry->traced_ns.load(std::memory_order_relaxed) : 0;
+}
+
 // While nothing was counted, locks were released unseen.
 void begin_to_count_locks() {
     g_locks.for_each(

@@ -28,21 +28,22 @@ void trace(Span span, std::uint64_t begin_ns, const char* name, std::size_t limi
 // In the child of a fork, where nobody traces.
 void forget_trace();
 
-// Traces the rest of a block. A thread that is cancelled in it leaves no trace.
-class Traced {
+// Traces the rest of a block, which waits for something outside the program, and has a probe for
+// perf and bpftrace at its beginning and at its end. A thread that is cancelled in it leaves no
+// trace.
+class TracedWait {
 public:
-    // `name` must stay as long as the object, and need not have an end within `limit` bytes.
-    Traced(Span span, const char* name, std::int64_t amount, std::size_t limit = kWholeText)
-        : begin_ns_(is_tracing() ? steady_ns() : 0),
-          name_(name),
-          limit_(limit),
-          amount_(amount),
-          span_(span) {}
-    Traced(const Traced&) = delete;
-    Traced& operator=(const Traced&) = delete;
-    ~Traced() {
+    // `name` must stay as long as the object.
+    TracedWait(Span span, const char* name, std::int64_t amount = 0)
+        : begin_ns_(is_tracing() ? steady_ns() : 0), name_(name), amount_(amount), span_(span) {
+        DTRACE_PROBE3(zxcommon, wait_begin, static_cast<int>(span_), name_, amount_);
+    }
+    TracedWait(const TracedWait&) = delete;
+    TracedWait& operator=(const TracedWait&) = delete;
+    ~TracedWait() {
+        DTRACE_PROBE3(zxcommon, wait_end, static_cast<int>(span_), name_, amount_);
         if (begin_ns_ != 0) [[unlikely]] {
-            trace(span_, begin_ns_, name_, limit_, amount_);
+            trace(span_, begin_ns_, name_, kWholeText, amount_);
         }
     }
 
@@ -50,28 +51,8 @@ private:
     static constexpr std::size_t kWholeText = 4096;
     std::uint64_t begin_ns_;  // 0: nothing is traced
     const char* name_;
-    std::size_t limit_;
     std::int64_t amount_;
     Span span_;
-};
-
-// The same for a wait for something outside the program, which also has a probe for perf and
-// bpftrace at its beginning and at its end.
-class TracedWait {
-public:
-    TracedWait(Span span, const char* name, std::int64_t amount = 0)
-        : name_(name), amount_(amount), span_(span), traced_(span, name, amount) {
-        DTRACE_PROBE3(zxcommon, wait_begin, static_cast<int>(span_), name_, amount_);
-    }
-    TracedWait(const TracedWait&) = delete;
-    TracedWait& operator=(const TracedWait&) = delete;
-    ~TracedWait() { DTRACE_PROBE3(zxcommon, wait_end, static_cast<int>(span_), name_, amount_); }
-
-private:
-    const char* name_;
-    std::int64_t amount_;
-    Span span_;
-    const Traced traced_;
 };
 
 }  // namespace zx::diag

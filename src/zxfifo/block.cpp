@@ -12,7 +12,6 @@
 #include "internal/lock_guard.hpp"
 #include "internal/log.hpp"
 #include "zxdiag/hooks.hpp"
-#include "zxdiag/trace.hpp"
 #include "zxfifo/node.hpp"
 #include "zxmem.h"
 
@@ -30,7 +29,6 @@ static_assert(offsetof(zxfifoblockstat_ctt, fifo) == 16 && sizeof(zxfifoblocksta
 
 namespace {
 
-using zx::diag::Span, zx::diag::Traced;
 using zx::fifo::allocate;
 using zx::fifo::join;
 using zx::fifo::kTag;
@@ -257,7 +255,6 @@ extern "C" int32_t zxfifo_api_blockIn(zxfifoblock_ctt* fifo, const void* source,
     if (!ZX_ARE_GIVEN(named(fifo), named(source))) {
         return -1;
     }
-    const Traced traced(Span::fifo_in, fifo->name, length, sizeof fifo->name);
     if (transfer == nullptr) {
         const Held held(*fifo, __func__, __LINE__);
         return store(*fifo, source, length);
@@ -270,7 +267,6 @@ extern "C" int32_t zxfifo_api_blockOut(zxfifoblock_ctt* fifo, void* dest, int32_
     if (!ZX_ARE_GIVEN(named(fifo), named(dest))) {
         return -1;
     }
-    const Traced traced(Span::fifo_out, fifo->name, length, sizeof fifo->name);
     if (transfer == nullptr) {
         const Held held(*fifo, __func__, __LINE__);
         return take(*fifo, dest, length);
@@ -287,7 +283,6 @@ extern "C" int32_t zxfifo_api_blockLenIn(zxfifoblock_ctt* fifo, const void* payl
         ZX_LOG(error, "Error data size:%d", length);
         return -1;
     }
-    const Traced traced(Span::fifo_in, fifo->name, length, sizeof fifo->name);
     std::uint8_t prefix[ZXFIFO_PREFIX_SIZE];
     zx::store_be32(prefix, static_cast<std::uint32_t>(length));
     const Held held(*fifo, __func__, __LINE__);
@@ -300,7 +295,6 @@ extern "C" int32_t zxfifo_api_blockLenOut1(zxfifoblock_ctt* fifo, void* dest, ui
     if (!ZX_ARE_GIVEN(named(fifo), named(dest))) {
         return -1;
     }
-    const Traced traced(Span::fifo_out, fifo->name, size, sizeof fifo->name);
     std::uint8_t prefix[ZXFIFO_PREFIX_SIZE] = {};
     std::uint32_t length;
     std::uint32_t used;
