@@ -136,8 +136,7 @@ Demand DemandStations::ask(const std::string& name, bool opens) {
     }
     const bool is_open = known != entries_.end() && known->second.station != nullptr;
     if (opens) {
-        Entry& entry = is_open ? known->second : entries_[name];
-        entry.wanted_us = zxtime_api_upTimeUs();
+        entries_[name].wanted_us = zxtime_api_upTimeUs();
     }
     if (opens && !is_open) {
         wake_.set();

@@ -32,7 +32,7 @@ using tools::kMicro;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
-constexpr int kBacklog = 128;
+constexpr int kBacklog = 1024;  // a client that finds the queue full waits for a second or longer
 constexpr std::uint64_t kOtherDescriptors = 24;
 constexpr std::uint64_t kInputDescriptors = 8;    // of each input, with those of a transfer
 constexpr std::uint64_t kDemandDescriptors = 3;   // of each channel on demand, beside its queues

@@ -46,7 +46,8 @@ void set_scope(sockaddr_storage& address, unsigned interface) {
 
 // Without these options, a socket also receives what other sockets of the machine have joined, on
 // other interfaces and of other senders. For IPv6, the kernel looks at the group alone, so the
-// socket is bound to its interface, too.
+// socket is bound to its interface, too. This comes before bind(), which does the same for groups
+// of one link: after that, only root may do it.
 void receive_own_only(int fd, const Url& url, int family, const std::string& interface) {
     const bool is_v4 = family == AF_INET;
     const bool is_done = set_option(fd, is_v4 ? IPPROTO_IP : IPPROTO_IPV6,
@@ -88,14 +89,14 @@ zxcommon::Descriptor open_datagram_socket(const Url& url, const std::string& int
         set_option(fd.get(), SOL_SOCKET, SO_RCVBUF, kReceiveBuffer);
     }
     set_option(fd.get(), SOL_SOCKET, SO_REUSEADDR, is_group ? 1 : 0);  // a group has many receivers
+    if (is_group) {
+        receive_own_only(fd.get(), url, address.ss_family, interface_name);
+    }
     if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), found->ai_addrlen) != 0) {
         fail("cannot receive on", url);
     }
-    if (is_group) {
-        receive_own_only(fd.get(), url, address.ss_family, interface_name);
-        if (!join(fd.get(), address, url, interface)) {
-            fail("cannot join the multicast address", url);
-        }
+    if (is_group && !join(fd.get(), address, url, interface)) {
+        fail("cannot join the multicast address", url);
     }
     return fd;
 }
