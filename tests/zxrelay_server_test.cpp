@@ -285,6 +285,15 @@ TEST_F(RelayServer, RefusesClientsBeyondTheLimitAndTheOthersNoticeNothing) {
         clients.emplace_back(connected(SOCK_STREAM, out_port));
     }
     ASSERT_TRUE(logs("refused "));
+    ASSERT_TRUE(comes_true([this] {  // a client receives what comes after it is known
+        const std::string log = content_of(dir / "log");
+        const std::size_t most = log.find("at most ") + std::string_view("at most ").size();
+        unsigned known = 0;
+        for (std::size_t at = 0; (at = log.find("]client ", at)) != std::string::npos; ++at) {
+            ++known;
+        }
+        return known == std::stoul(log.substr(most));
+    }));
     for (std::uint64_t first = 0; first < 3500; first += 350, usleep(5000)) {
         send_all(source.get(), packets(first, 350));
     }
