@@ -57,16 +57,20 @@ void* Printer::work(void* argument) {
     return nullptr;
 }
 
+bool print_two_messages() {
+    Printer printer;
+    if (!printer.fifo || !printer.lock || !printer.worker || !printer.worker.start({5000, 1})) {
+        return false;  // the reason is in the log
+    }
+    printer.worker.run();
+    const bool is_printed = print(printer, "one") && print(printer, "two");
+    return printer.worker.stop({5000, 1}) && is_printed;
+}
+
 }  // namespace
 
 int main() {
-    Printer printer;
-    if (!printer.fifo || !printer.lock || !printer.worker || !printer.worker.start({5000, 1})) {
-        return 1;  // the reason is in the log
-    }
-    printer.worker.run();
-    bool is_done = print(printer, "one") && print(printer, "two");
-    is_done = printer.worker.stop({5000, 1}) && is_done;
+    const bool is_done = print_two_messages();  // the worker has ended: it was a member
     std::puts(is_done ? "stopped" : "failed");
     return is_done ? 0 : 1;
 }

@@ -26,6 +26,9 @@ using zx::test::comes_true;
 using zx::test::DiagClient;
 using zx::test::LogCapture;
 
+// These tests switch the diagnosis on themselves.
+[[maybe_unused]] const int kIgnored = unsetenv("ZX_DIAG");
+
 class Diag : public testing::Test {
 protected:
     Diag() { std::filesystem::permissions(folder.path(), std::filesystem::perms::owner_all); }

@@ -3,10 +3,8 @@
 #include <pthread.h>
 #include <sys/prctl.h>
 
-#include <bit>
-#include <csignal>
-
 #include "internal/poll.hpp"
+#include "zxdiag/quiet_thread.hpp"
 
 namespace zx::diag {
 
@@ -14,12 +12,12 @@ constinit CoarseClock g_coarse_clock;
 
 namespace {
 
-// Each start and each stop ends the threads of the starts before it.
-constinit std::atomic<std::uintptr_t> g_current{0};
+constinit std::atomic<bool> g_is_running{false};
+pthread_t g_thread;
 
-void* tick(void* number) {
+void* tick(void*) {
     prctl(PR_SET_NAME, "zxdiag-clock");
-    while (g_current.load(std::memory_order_relaxed) == std::bit_cast<std::uintptr_t>(number)) {
+    while (g_is_running.load(std::memory_order_relaxed)) {
         g_coarse_clock.us.store(steady_us(), std::memory_order_relaxed);
         sleep_ms(kTickMs);
     }
@@ -30,23 +28,20 @@ void* tick(void* number) {
 
 bool start_coarse_clock() {
     g_coarse_clock.us.store(steady_us(), std::memory_order_relaxed);
-    const std::uintptr_t number = g_current.fetch_add(1, std::memory_order_relaxed) + 1;
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);  // the thread inherits the mask
-    pthread_t thread;
-    const int code = pthread_create(&thread, &attributes, tick, std::bit_cast<void*>(number));
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    pthread_attr_destroy(&attributes);
-    return code == 0;
+    g_is_running.store(true, std::memory_order_relaxed);
+    const bool is_started = start_quiet_thread(g_thread, tick) == 0;
+    g_is_running.store(is_started, std::memory_order_relaxed);
+    return is_started;
 }
 
 void stop_coarse_clock() {
-    g_current.fetch_add(1, std::memory_order_relaxed);
+    if (g_is_running.exchange(false, std::memory_order_relaxed)) {
+        pthread_join(g_thread, nullptr);
+    }
+}
+
+void forget_coarse_clock() {
+    g_is_running.store(false, std::memory_order_relaxed);
 }
 
 }  // namespace zx::diag

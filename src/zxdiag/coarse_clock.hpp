@@ -21,6 +21,8 @@ extern CoarseClock g_coarse_clock;
 // Starts and ends the thread that sets the clock. Only one call at a time. Without the thread, all
 // times of this clock are equal. False: there can be no thread.
 bool start_coarse_clock();
-void stop_coarse_clock();
+void stop_coarse_clock();  // takes a tick at most
+
+void forget_coarse_clock();  // in the child of a fork, which does not have the thread
 
 }  // namespace zx::diag

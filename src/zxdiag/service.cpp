@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -13,7 +12,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +22,7 @@
 #include "zxdiag/answers.hpp"
 #include "zxdiag/log.hpp"
 #include "zxdiag/memory.hpp"
+#include "zxdiag/quiet_thread.hpp"
 
 namespace zx::diag {
 namespace {
@@ -198,7 +197,6 @@ private:
 
 struct Service {
     int listener = -1;
-    int stop = -1;  // an eventfd that wakes the thread
     pthread_t thread{};
     char path[sizeof sockaddr_un{}.sun_path]{};
     Client clients[kMostClients];
@@ -237,30 +235,31 @@ int wait_ms(bool is_active) {
 void answer_all(Service& service) {
     bool is_full = false;  // the next step tries again to accept clients
     for (;;) {
-        pollfd waits[kMostClients + 2] = {{service.stop, POLLIN, 0},
-                                          {is_full ? -1 : service.listener, POLLIN, 0}};
+        pollfd waits[kMostClients + 1];
+        waits[kMostClients] = {service.listener, is_full ? short{0} : short{POLLIN}, 0};
         bool is_active = is_full;
         for (int i = 0; i < kMostClients; ++i) {
             const Client& client = service.clients[i];
-            waits[i + 2] = client.waits_for();
-            is_active = is_active || client.has_series() || (waits[i + 2].events & POLLOUT) != 0;
+            waits[i] = client.waits_for();
+            is_active = is_active || client.has_series() || (waits[i].events & POLLOUT) != 0;
         }
-        if (poll(waits, kMostClients + 2, wait_ms(is_active)) < 0) {
+        if (poll(waits, kMostClients + 1, wait_ms(is_active)) < 0) {
             continue;
         }
         sample_memory();
         restore_log_when_due();
-        if (waits[0].revents != 0) {
+        const short wanted = waits[kMostClients].revents;
+        if ((wanted & POLLHUP) != 0) {
             return;
         }
         for (int i = 0; i < kMostClients; ++i) {
             Client& client = service.clients[i];
-            if (waits[i + 2].revents != 0) {
-                client.handle(waits[i + 2].revents);
+            if (waits[i].revents != 0) {
+                client.handle(waits[i].revents);
             }
             client.go_on();
         }
-        is_full = waits[1].revents != 0 && !accept_client(service);
+        is_full = wanted != 0 && !accept_client(service);
     }
 }
 
@@ -277,13 +276,11 @@ void* run(void*) {
     return nullptr;
 }
 
-void close_all(Service& service) {
-    for (int* const fd : {&service.listener, &service.stop}) {
-        if (*fd >= 0) {
-            close(*fd);
-        }
-        *fd = -1;
+void close_listener(Service& service) {
+    if (service.listener >= 0) {
+        close(service.listener);
     }
+    service.listener = -1;
 }
 
 // NULL: nobody else can put anything in place of the socket.
@@ -324,29 +321,24 @@ void remove_left_socket(const sockaddr_un& address) {
     }
 }
 
-bool listen_at(Service& service) {
+// Returns an error number, or 0.
+int listen_at(Service& service) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, service.path, sizeof address.sun_path);
     remove_left_socket(address);
-    service.stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     service.listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     // The mode of the descriptor is that of the file from its first moment.
-    return service.stop >= 0 && service.listener >= 0 &&
-           fchmod(service.listener, S_IRUSR | S_IWUSR) == 0 &&
-           bind(service.listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
-               0 &&
-           listen(service.listener, kBacklog) == 0;
-}
-
-int start_thread(Service& service) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);  // the thread inherits the mask
-    const int code = pthread_create(&service.thread, nullptr, run, nullptr);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return code;
+    if (service.listener < 0 || fchmod(service.listener, S_IRUSR | S_IWUSR) != 0 ||
+        bind(service.listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return errno;
+    }
+    if (listen(service.listener, kBacklog) != 0) {
+        const int code = errno;
+        unlink(service.path);
+        return code;
+    }
+    return 0;
 }
 
 }  // namespace
@@ -365,16 +357,16 @@ const char* start_service(const char* path) {
     if (const char* const fault = fault_of_directory(path); fault != nullptr) {
         return fault;
     }
-    int code = 0;
-    if (!listen_at(service)) {
-        code = errno;
-    } else if ((code = start_thread(service)) == 0) {
-        g_is_serving.store(true);
-        return nullptr;
-    } else {
+    int code = listen_at(service);
+    if (code == 0) {
+        code = start_quiet_thread(service.thread, run);
+        if (code == 0) {
+            g_is_serving.store(true);
+            return nullptr;
+        }
         unlink(service.path);
     }
-    close_all(service);
+    close_listener(service);
     return std::strerror(code);
 }
 
@@ -382,17 +374,16 @@ void stop_service() {
     if (!is_serving()) {
         return;
     }
-    const std::uint64_t one = 1;
-    (void)!write(g_service.stop, &one, sizeof one);
+    shutdown(g_service.listener, SHUT_RDWR);  // wakes the thread
     pthread_join(g_service.thread, nullptr);
     unlink(g_service.path);
-    close_all(g_service);
+    close_listener(g_service);
     g_is_serving.store(false);
 }
 
 // The clients' memory stays as it is: the thread that was using it does not exist here.
 void forget_service() {
-    close_all(g_service);
+    close_listener(g_service);
     for (Client& client : g_service.clients) {
         client.forget();
     }

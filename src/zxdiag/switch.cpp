@@ -54,6 +54,7 @@ void begin_anew_in_child() {
     g_switch = PTHREAD_MUTEX_INITIALIZER;
     forget_thread_records();
     forget_trace();
+    forget_coarse_clock();
     begin_fifos_anew();
     begin_lists_anew();
     begin_threads_anew();

@@ -274,11 +274,12 @@ std::vector<Call> make_calls() {
     const auto add = [&](const Way& way, const auto&... same) {
         (all.push_back({same.name, same.hook, same.row, way}), ...);
     };
-    add({-1, EACCES}, ZX_CALL(access), ZX_CALL(chdir), ZX_CALL(dup3), ZX_CALL(epoll_create1),
-        ZX_CALL(fcntl), ZX_CALL(fork), ZX_CALL(fstat), ZX_CALL(getrlimit), ZX_CALL(getsockopt),
-        ZX_CALL(initgroups), ZX_CALL_AS(reboot, note_reboot), ZX_CALL_AS(ioctl, keep_interface),
-        ZX_CALL(lstat), ZX_CALL_AS(open, open_within), ZX_CALL(prctl), ZX_CALL(putenv),
-        ZX_CALL(remove), ZX_CALL(setenv), ZX_CALL(setresgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
+    add({-1, EACCES}, ZX_CALL(access), ZX_CALL(bind), ZX_CALL(chdir), ZX_CALL(dup3),
+        ZX_CALL(epoll_create1), ZX_CALL(fcntl), ZX_CALL(listen), ZX_CALL(fork), ZX_CALL(fstat),
+        ZX_CALL(getrlimit), ZX_CALL(getsockopt), ZX_CALL(initgroups),
+        ZX_CALL_AS(reboot, note_reboot), ZX_CALL_AS(ioctl, keep_interface), ZX_CALL(lstat),
+        ZX_CALL_AS(open, open_within), ZX_CALL(prctl), ZX_CALL(putenv), ZX_CALL(remove),
+        ZX_CALL(setenv), ZX_CALL(setresgid), ZX_CALL(setrlimit), ZX_CALL(setsid),
         ZX_CALL_AS(settimeofday, keep_clock), ZX_CALL(setresuid), ZX_CALL(sigaction),
         ZX_CALL(signal), ZX_CALL(sigprocmask), ZX_CALL(socket), ZX_CALL(stat), ZX_CALL(syscall),
         ZX_CALL(sysconf), ZX_CALL_AS(system, system_within), ZX_CALL(unsetenv), ZX_CALL(fsync),
@@ -326,9 +327,9 @@ constexpr char kNeedsNoFault[] =
     "sig@(addset|delset|emptyset|ismember|pending)|umask|exit|usleep|"
     "@(hto|nto)*|pthread_@(mutex_@(lock|unlock|destroy)|once|setcancelstate))";
 
-// What only the diagnosis calls. Nothing of it runs in these scenarios; it has tests of its own.
+// What only the diagnosis calls while it runs. It has tests of its own.
 constexpr char kCallsOfDiagnosis[] =
-    "@(cJSON_*|accept4|bind|listen|poll|eventfd|pipe2|opendir|readdir|closedir|dirfd|readlink|"
+    "@(cJSON_*|accept4|poll|shutdown|pipe2|opendir|readdir|closedir|dirfd|readlink|"
     "openat|dlsym|gettid|setpriority|sigfillset|program_invocation_short_name|"
     "pthread_@(mutex_@(try|timed)lock|setspecific|key_create|getcpuclockid|attr_*))";
 

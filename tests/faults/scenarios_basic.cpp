@@ -20,6 +20,7 @@
 #include "zxaes.h"
 #include "zxcommon.h"
 #include "zxdes.h"
+#include "zxdiag.h"
 #include "zxenv.h"
 #include "zxfifo.h"
 #include "zxlog.h"
@@ -51,6 +52,13 @@ ZX_SCENARIO(lock_waits) {
                                                                           zxlock_api_deinit);
     return Said{zxlock_api_waitStateTimeout(&record, &word, 1, 2, 2, 1),
                 zxlock_api_waitCmdStarting(&record, &word, 2, 1)};
+}
+
+ZX_SCENARIO(diagnosis) {
+    const std::string path = in_directory("socket");
+    const Said served{zxdiag_api_serve(path.c_str()), access(path.c_str(), F_OK)};
+    zxdiag_api_stop();
+    return Said{served, access(path.c_str(), F_OK)};
 }
 
 std::ptrdiff_t times_listed(const zxlock_ctt& lock) {
