@@ -9,16 +9,15 @@
 #include <iterator>
 
 #include "bytes.hpp"
-#include "decoder.hpp"
 #include "files.hpp"
+#include "filter/filter.hpp"
 #include "internal/bytes.hpp"
-#include "line.hpp"
 #include "log_capture.hpp"
 #include "process.hpp"
+#include "show/line.hpp"
 
 namespace {
 
-using capture::Decoder;
 using capture::Wanted;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -76,14 +75,12 @@ capture::Frame as_frame(const Bytes& bytes, std::size_t captured = SIZE_MAX) {
             {1700000000, kNanos}};
 }
 
-// Decodes one frame after another, so that a test sees fields that are left from an earlier frame.
 class CaptureLine : public testing::Test {
 protected:
     // The line without its time, and with single blanks.
     std::string line(const Bytes& bytes, std::size_t captured = SIZE_MAX) {
         const capture::Frame frame = as_frame(bytes, captured);
-        EXPECT_TRUE(decoder.passes(frame));
-        const std::string text(printer.print(frame, decoder.record(), decoder.layers()));
+        const std::string text(printer.print(frame, capture::dissect(frame)));
         EXPECT_THAT(text, testing::AllOf(StartsWith("22:13:20.123456 "), EndsWith("\n")));
         std::string plain = text.substr(16, text.size() - 17);
         const auto are_blanks = [](char a, char b) { return a == ' ' && b == ' '; };
@@ -92,7 +89,6 @@ protected:
     }
 
     zx::test::LogCapture log{0};
-    Decoder decoder{Wanted{}};
     capture::Line printer{{.utc = true}};
 };
 
@@ -125,10 +121,11 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {syn6, "[::1]:43210 > [::2]:80 TCP 78 [SYN]"},
         {ipv6("11", kDatagram), "[::1]:5353 > [::2]:53 UDP 72 payload 10"},
         {ipv6("3a", kSegment), "::1 > ::2 ICMPv6 78"},
-        {ipv6("00", kSegment), "::1 > ::2 IP6/0 78"},
+        {ipv6("fd", kSegment), "::1 > ::2 IP6/253 78"},
         {with(lan, 12, {0, 38}), macs + "802.3 60 length 38"},
         {with(lan, 12, {0x88, 0xB5}), macs + "0x88b5 60"},
-        {with(lan, 12, {0x81, 0, 0x20, 0x64, 8, 0}), macs + "0x8100 60 vlan 100, type 0x0800"},
+        {with(lan, 12, {0x81, 0, 0x20, 0x64, 8, 6}),
+         macs + "ARP 60 vlan 100 operation 0, not for IPv4 on Ethernet"},
         {with(lan, 12, {0x88, 0x47}), macs + "0x8847 60 MPLS <unicast>"},
         // Headers that contradict each other.
         {with(kSyn, 14, {0x44}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
@@ -157,6 +154,10 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
     }
 }
 
+bool passes(const capture::Filter& filter, const capture::Frame& frame) {
+    return filter.passes(frame, capture::dissect(frame));
+}
+
 TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
     const zx::test::LogCapture log(0);
     const Bytes frames[] = {
@@ -177,28 +178,28 @@ TEST(CaptureFilter, LetsPassWhatIsAskedForAndNothingElse) {
         {{.ip = {"92.168.1.10", "192.168.1.1"}}, {1, 2}},
         {{.source_ip = {"192.168.1.10", "92.168.1.10"}, .dest_ip = {"10.0.0.1"}}, {0, 2, 3}},
         {{.dest_ip = {"10.0.0.10"}}, {1}},
-        {{.port = 80}, {0, 1, 2}},
+        {{.port = 80}, {0, 1, 2, 5}},
         {{.source_port = 80, .dest_port = 53}, {2}},
-        {{.protocol = "tcp"}, {0, 1, 3}},
+        {{.protocol = "tcp"}, {0, 1, 3, 5}},
         {{.protocol = "tcp", .dest_ip = {"10.0.0.1", "10.0.0.10"}, .source_port = 80}, {0}},
         {{.mac = {kMacB}}, {0, 1, 2, 3, 5}},
         {{.source_mac = {"00:00:00:00:00:00", kMacA}, .dest_mac = {"ff:ff:ff:ff:ff:ff"}}, {4}},
         {{.dest_mac = {kMacB}, .port = 5000}, {0, 1}},
     };
     for (const auto& c : cases) {
-        Decoder decoder(c.wanted);
+        const capture::Filter filter(c.wanted);
         std::vector<std::size_t> passing;
         for (std::size_t i = 0; i < std::size(frames); ++i) {
-            if (decoder.passes(as_frame(frames[i]))) {
+            if (passes(filter, as_frame(frames[i]))) {
                 passing.push_back(i);
             }
         }
         EXPECT_EQ(passing, c.passing) << "case " << &c - cases;
     }
     // The zeros after the captured bytes are no ports and no addresses.
-    EXPECT_FALSE(Decoder({.ip = {"0.0.0.0"}}).passes(as_frame(kSyn, 20)));
-    EXPECT_FALSE(Decoder({.mac = {"00:00:00:00:00:00"}}).passes(as_frame(kSyn, 5)));
-    EXPECT_FALSE(Decoder({.source_port = 43210}).passes(as_frame(kSyn, 40)));
+    EXPECT_FALSE(passes(capture::Filter({.ip = {"0.0.0.0"}}), as_frame(kSyn, 20)));
+    EXPECT_FALSE(passes(capture::Filter({.mac = {"00:00:00:00:00:00"}}), as_frame(kSyn, 5)));
+    EXPECT_FALSE(passes(capture::Filter({.source_port = 43210}), as_frame(kSyn, 40)));
 }
 
 class CaptureProgram : public testing::Test {
@@ -315,7 +316,7 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {"-r " + folder + "other",
          "other does not contain Ethernet frames: its link type is Raw IP"},
         {"-i nowhere0", "there is no network interface nowhere0"},
-        {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IPv4 address"},
+        {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IP address"},
         {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is not a MAC address"},
         {reading + " --port 65536", "--port: Value 65536 not in range"},
         {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},

@@ -1,4 +1,4 @@
-// Reads and writes 16-bit numbers in network byte order, at any address.
+// Reads and writes numbers in network byte order, at any address.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,10 @@ namespace tools {
 
 [[nodiscard]] constexpr std::uint16_t load_be16(const std::uint8_t* at) {
     return static_cast<std::uint16_t>(at[0] << 8U | at[1]);
+}
+
+[[nodiscard]] constexpr std::uint32_t load_be32(const std::uint8_t* at) {
+    return static_cast<std::uint32_t>(load_be16(at)) << 16U | load_be16(at + 2);
 }
 
 constexpr void store_be16(std::uint8_t* at, std::uint16_t value) {

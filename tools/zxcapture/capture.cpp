@@ -4,19 +4,31 @@
 
 #include <cstdio>
 
-#include "capture_file.hpp"
 #include "common/failure.hpp"
-#include "counts.hpp"
-#include "decoder.hpp"
-#include "field_dump.hpp"
-#include "line.hpp"
-#include "output.hpp"
-#include "progress.hpp"
-#include "source.hpp"
+#include "filter/filter.hpp"
+#include "packet/names.hpp"
+#include "show/counts.hpp"
+#include "show/field_dump.hpp"
+#include "show/line.hpp"
+#include "show/output.hpp"
+#include "show/progress.hpp"
+#include "source/source.hpp"
 #include "stop.hpp"
+#include "write/capture_file.hpp"
 
 namespace capture {
 namespace {
+
+std::unique_ptr<Printer> printer_for(const Options& options) {
+    switch (options.form) {
+        case Form::line:
+            return std::make_unique<Line>(options.time);
+        case Form::dump:
+            return std::make_unique<FieldDump>(options.time);
+        default:
+            return nullptr;
+    }
+}
 
 class Session {
 public:
@@ -27,14 +39,13 @@ public:
     void print_counts();
 
 private:
-    void handle_passed(const Frame& frame);
+    void handle_passed(const Frame& frame, const Packet& packet);
 
     const Options& options_;
     std::unique_ptr<Source> source_;
     std::optional<CaptureFile> file_;
-    std::optional<FieldDump> dump_;
-    Decoder decoder_;
-    Line line_;
+    Filter filter_;
+    std::unique_ptr<Printer> printer_;  // NULL: nothing is printed for each frame
     Output output_{STDOUT_FILENO};
     Counts counts_;
 };
@@ -43,13 +54,10 @@ Session::Session(const Options& options)
     : options_(options),
       source_(options.interface.empty() ? open_file(options.input_file, options.output_file)
                                         : open_interface(options.interface, options.promiscuous)),
-      decoder_(options.wanted),
-      line_(options.time) {
+      filter_(options.wanted),
+      printer_(printer_for(options)) {
     if (!options.output_file.empty()) {
         file_.emplace(options.output_file);
-    }
-    if (options.form == Form::dump) {
-        dump_.emplace();
     }
     if (!options.interface.empty()) {
         std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n", options.interface.c_str());
@@ -67,30 +75,35 @@ void Session::run() {
             break;
         }
         if (got == Got::nothing) {
+            if (printer_) {
+                printer_->refresh(output_);
+            }
             flush();
             continue;
         }
         counts_.add_seen();
-        if (decoder_.passes(frame)) {
-            handle_passed(frame);
+        const Packet packet = dissect(frame);
+        if (filter_.passes(frame, packet)) {
+            handle_passed(frame, packet);
         }
         progress.show_when_due(*source_);
     }
+    if (printer_) {
+        printer_->finish(output_);
+    }
 }
 
-void Session::handle_passed(const Frame& frame) {
-    counts_.add_passed(frame, protocol_name(decoder_.record(), decoder_.layers()));
+void Session::handle_passed(const Frame& frame, const Packet& packet) {
+    counts_.add_passed(frame, protocol_name(packet));
     if (file_) {
         file_->add(frame);
     }
-    if (options_.form != Form::none) {
-        output_.add(line_.print(frame, decoder_.record(), decoder_.layers()));
-    }
-    if (dump_) {
-        output_.add(dump_->print(decoder_, frame));
+    if (printer_) {
+        printer_->add(frame, packet, counts_.seen(), output_);
     }
 }
 
+// Called when there is no frame for now, and at the end.
 void Session::flush() {
     output_.flush();
     if (file_) {

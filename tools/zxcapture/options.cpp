@@ -1,21 +1,16 @@
 #include "options.hpp"
 
-#include <arpa/inet.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cctype>
 
 #include "common/command_line.hpp"
 #include "zxcommon.h"
-#include "zxframe.h"
 
 namespace capture {
 namespace {
 
 constexpr char kNotes[] =
     R"(Filters: A frame passes if it matches all filters. A MAC or IP address may be a list such as
-10.0.0.1,10.0.0.2, of which one must match. Protocol, IP address and port filters pass only IPv4.
+10.0.0.1,10.0.0.2, of which one must match. VLAN tags and extension headers do not hide anything.
 
 Capture files: zxcapture reads every format that libpcap supports. It writes pcap with nanoseconds.
 
@@ -32,42 +27,24 @@ At the end, zxcapture prints the number of frames to standard error, or to stand
 
 constexpr char kNoText[] = " ";  // keeps the excluded options out of the help text
 
-bool is_mac(const std::string& text) {
-    bool good = text.size() == ZXFRAME_MAC_TEXT_SIZE - 1;
-    for (std::size_t i = 0; good && i < text.size(); ++i) {
-        good =
-            i % 3 == 2 ? text[i] == ':' : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
-    }
-    return good;
+// The validators return an error message, which is empty if the text is valid.
+std::string validate_mac(const std::string& text) {
+    return check_mac(text) ? "" : "'" + text + "' is not a MAC address such as 00:11:22:aa:bb:cc";
 }
 
-// The validators return an error message, which is empty if the text is valid. The frame engine
-// compares texts, so normalize_mac() also converts the text to lower case, which the engine prints.
-std::string normalize_mac(std::string& text) {
-    if (!is_mac(text)) {
-        return "'" + text + "' is not a MAC address such as 00:11:22:aa:bb:cc";
-    }
-    std::ranges::transform(text, text.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return {};
-}
-
-std::string check_ip(std::string& text) {
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
-        return "'" + text + "' is not an IPv4 address such as 192.168.1.10";
-    }
-    return {};
+std::string validate_ip(const std::string& text) {
+    return check_ip(text) ? ""
+                          : "'" + text + "' is not an IP address such as 192.168.1.10 or fe80::1";
 }
 
 CLI::Option* add_addresses(CLI::App& app, const char* name, std::vector<std::string>& texts,
-                           const char* help, std::string (*check)(std::string&)) {
+                           const char* help, std::string (*check)(const std::string&)) {
     return app.add_option(name, texts, help)
         ->option_text("ADDRESS")
         ->group("Filters")
         ->delimiter(',')
         ->allow_extra_args(false)
-        ->transform(CLI::Validator(check, ""));
+        ->check(check);
 }
 
 CLI::Option* add_port(CLI::App& app, const char* name, std::int32_t& port, const char* help) {
@@ -77,7 +54,6 @@ CLI::Option* add_port(CLI::App& app, const char* name, std::int32_t& port, const
         ->check(CLI::Range(1, 65535));
 }
 
-// The frame engine ignores --source-X and --dest-X if --X is given.
 void exclude(CLI::Option* either, std::initializer_list<CLI::Option*> others) {
     for (CLI::Option* const other : others) {
         either->excludes(other);
@@ -86,20 +62,20 @@ void exclude(CLI::Option* either, std::initializer_list<CLI::Option*> others) {
 
 void define_filters(CLI::App& app, Wanted& wanted) {
     CLI::Option* either =
-        add_addresses(app, "--mac", wanted.mac, "Source or destination MAC address", normalize_mac);
+        add_addresses(app, "--mac", wanted.mac, "Source or destination MAC address", validate_mac);
     exclude(either, {add_addresses(app, "--source-mac", wanted.source_mac, "Source MAC address",
-                                   normalize_mac),
+                                   validate_mac),
                      add_addresses(app, "--dest-mac", wanted.dest_mac, "Destination MAC address",
-                                   normalize_mac)});
-    app.add_option("--protocol", wanted.protocol, "Transport protocol: tcp or udp")
+                                   validate_mac)});
+    app.add_option("--protocol", wanted.protocol, "Protocol: tcp, udp, icmp, icmpv6 or igmp")
         ->option_text("NAME")
         ->group("Filters")
-        ->transform(CLI::IsMember({"tcp", "udp"}, CLI::ignore_case));
-    either = add_addresses(app, "--ip", wanted.ip, "Source or destination IPv4 address", check_ip);
+        ->transform(CLI::IsMember(filtered_protocols(), CLI::ignore_case));
+    either = add_addresses(app, "--ip", wanted.ip, "Source or destination IP address", validate_ip);
     exclude(
         either,
-        {add_addresses(app, "--source-ip", wanted.source_ip, "Source IPv4 address", check_ip),
-         add_addresses(app, "--dest-ip", wanted.dest_ip, "Destination IPv4 address", check_ip)});
+        {add_addresses(app, "--source-ip", wanted.source_ip, "Source IP address", validate_ip),
+         add_addresses(app, "--dest-ip", wanted.dest_ip, "Destination IP address", validate_ip)});
     either = add_port(app, "--port", wanted.port, "Source or destination port of TCP or UDP");
     exclude(either,
             {add_port(app, "--source-port", wanted.source_port, "Source port of TCP or UDP"),

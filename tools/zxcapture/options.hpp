@@ -3,24 +3,10 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "filter/filter.hpp"
 
 namespace capture {
-
-// The conditions of the filters. A frame passes if it meets all of them; of a list of addresses, it
-// must meet one. The texts have the form that the frame engine compares.
-struct Wanted {
-    std::vector<std::string> mac{};
-    std::vector<std::string> source_mac{};
-    std::vector<std::string> dest_mac{};
-    std::string protocol{};
-    std::vector<std::string> ip{};
-    std::vector<std::string> source_ip{};
-    std::vector<std::string> dest_ip{};
-    std::int32_t port = 0;
-    std::int32_t source_port = 0;
-    std::int32_t dest_port = 0;
-};
 
 // What is printed for each frame; `dump` is a line and the fields.
 enum class Form { line, dump, none };

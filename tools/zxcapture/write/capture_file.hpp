@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "frame.hpp"
+#include "source/frame.hpp"
 
 namespace capture {
 

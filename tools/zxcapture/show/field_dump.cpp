@@ -1,7 +1,8 @@
-#include "field_dump.hpp"
+#include "show/field_dump.hpp"
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "common/failure.hpp"
@@ -35,23 +36,28 @@ std::string readable(std::string_view log) {
 
 }  // namespace
 
-FieldDump::FieldDump() : memory_(memfd_create("field dump", MFD_CLOEXEC)) {
+FieldDump::FieldDump(const TimeForm& form)
+    : line_(form), memory_(memfd_create("field dump", MFD_CLOEXEC)) {
     const std::string path = "/proc/self/fd/" + std::to_string(memory_.get());
     if (memory_.get() < 0 || zxlog_api_setFile(path.c_str()) != 0) {
         throw tools::system_failure("cannot collect the field dump");
     }
 }
 
-std::string FieldDump::print(Decoder& decoder, const Frame& frame) {
+void FieldDump::add(const Frame& frame, const Packet& packet, std::uint64_t, Output& output) {
+    output.add(line_.print(frame, packet));
+    output.add(fields(frame, packet));
+}
+
+std::string FieldDump::fields(const Frame& frame, const Packet& packet) {
     zxlog_api_setLoglevel(kLevelInformation);
-    decoder.dump(frame);
+    engine_.dump(frame, packet);
     zxlog_api_setLoglevel(kLevelOff);
     std::string text = readable(take_log());
-    const Layers& layers = decoder.layers();
-    const std::size_t dumped = std::min<std::size_t>(decoder.record().data_len, ZXFRAME_DATA_SIZE);
-    const std::size_t there = decoder.captured_payload(frame);
-    if (layers.depth == Depth::transport && layers.protocol == kProtocolUdp &&
-        layers.flaw == Flaw::none && there < dumped) {
+    const std::size_t dumped = std::min<std::size_t>(engine_.record().data_len, ZXFRAME_DATA_SIZE);
+    const std::size_t there = captured_payload(frame, packet).size();
+    if (packet.depth == Depth::transport && packet.transport == Transport::udp &&
+        packet.flaw == Flaw::none && there < dumped) {
         text.append(kIndent).append("Data: only the first ");
         text += std::to_string(there) + " bytes are in this frame\n";
     }

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "frame.hpp"
+#include "source/frame.hpp"
 
 namespace capture {
 
@@ -16,6 +16,7 @@ public:
     void add_seen() { ++seen_; }
     void add_passed(const Frame& frame, std::string_view protocol);
 
+    [[nodiscard]] std::uint64_t seen() const { return seen_; }
     [[nodiscard]] std::uint64_t passed() const { return passed_; }
 
     // One line, without a line end.

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "source.hpp"
+#include "source/source.hpp"
 
 namespace capture {
 

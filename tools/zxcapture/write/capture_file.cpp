@@ -1,7 +1,7 @@
-#include "capture_file.hpp"
+#include "write/capture_file.hpp"
 
 #include "common/failure.hpp"
-#include "output.hpp"
+#include "show/output.hpp"
 
 namespace capture {
 namespace {

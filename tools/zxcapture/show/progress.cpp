@@ -1,4 +1,4 @@
-#include "progress.hpp"
+#include "show/progress.hpp"
 
 #include <time.h>
 

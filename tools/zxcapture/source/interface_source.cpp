@@ -15,7 +15,7 @@
 
 #include "common/big_endian.hpp"
 #include "common/failure.hpp"
-#include "source.hpp"
+#include "source/source.hpp"
 #include "zxcommon.hpp"
 #include "zxframe.h"
 

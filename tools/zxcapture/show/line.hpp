@@ -4,22 +4,20 @@
 #include <string>
 #include <string_view>
 
-#include "frame.hpp"
-#include "layers.hpp"
 #include "options.hpp"
-#include "zxframe.h"
+#include "show/printer.hpp"
 
 namespace capture {
 
-// A short name of the innermost protocol whose header is present.
-[[nodiscard]] std::string protocol_name(const ether_ctt& record, const Layers& layers);
-
-class Line {
+class Line : public Printer {
 public:
     explicit Line(const TimeForm& form) : form_(form) {}
 
+    void add(const Frame& frame, const Packet& packet, std::uint64_t number,
+             Output& output) override;
+
     // Returns the line with its line end. The text is valid until the next call.
-    std::string_view print(const Frame& frame, const ether_ctt& record, const Layers& layers);
+    std::string_view print(const Frame& frame, const Packet& packet);
 
 private:
     void add_time(const timespec& time);

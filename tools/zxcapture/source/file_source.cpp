@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "common/failure.hpp"
-#include "source.hpp"
+#include "source/source.hpp"
 #include "stop.hpp"
 
 namespace capture {

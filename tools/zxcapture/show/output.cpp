@@ -1,4 +1,4 @@
-#include "output.hpp"
+#include "show/output.hpp"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "counts.hpp"
+#include "show/counts.hpp"
 
 #include <algorithm>
 #include <vector>
