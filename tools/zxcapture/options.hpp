@@ -5,6 +5,8 @@
 #include <string>
 
 #include "filter/filter.hpp"
+#include "source/source.hpp"
+#include "write/capture_files.hpp"
 
 namespace capture {
 
@@ -17,13 +19,14 @@ struct TimeForm {
 };
 
 struct Options {
-    std::string input_file;  // "-": standard input; empty: capture from the interface
-    std::string interface;
-    bool promiscuous = false;
+    bool lists_interfaces = false;  // and nothing else
+    std::string input_file;         // "-": standard input; empty: a live capture
+    Live live;
+    Selection selection;
     Wanted wanted;
     Form form = Form::line;
     TimeForm time;
-    std::string output_file;       // "-": standard output; empty: no capture file is written
+    Writing writing;
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
 };
 
