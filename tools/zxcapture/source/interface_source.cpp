@@ -41,6 +41,7 @@ private:
     int link_ = DLT_EN10MB;
     int descriptor_ = -1;                 // readable when there are frames; of pcap_
     bool has_reported_nothing_ = false;   // since the last frame
+    bool is_gone_ = false;                // the interface; its last frames may still come
     std::optional<timespec> stopped_at_;  // when the signal was noticed
 };
 
@@ -121,19 +122,24 @@ Got InterfaceSource::next(Frame& frame) {
     if (stop_requested() && !stopped_at_) {
         clock_gettime(CLOCK_REALTIME, &stopped_at_.emplace());
     }
-    if (has_reported_nothing_ && !wait() && stopped_at_) {
-        return Got::end;
+    if (has_reported_nothing_ && !wait()) {
+        if (is_gone_) {
+            throw Failure("the interface " + name_ + " has gone away");
+        }
+        if (stopped_at_) {
+            return Got::end;
+        }
     }
     pcap_pkthdr* header = nullptr;
     const u_char* bytes = nullptr;
     const int result = pcap_next_ex(pcap_.get(), &header, &bytes);
     if (result < 0) {
-        if (if_nametoindex(name_.c_str()) == 0 && name_ != kAnyInterface) {
-            throw Failure("the interface " + name_ + " has gone away");
+        is_gone_ = name_ != kAnyInterface && if_nametoindex(name_.c_str()) == 0;
+        if (!is_gone_) {
+            fail(pcap_geterr(pcap_.get()));
         }
-        fail(pcap_geterr(pcap_.get()));
     }
-    has_reported_nothing_ = result == 0;
+    has_reported_nothing_ = result <= 0;
     if (has_reported_nothing_) {
         return Got::nothing;
     }
@@ -141,11 +147,13 @@ Got InterfaceSource::next(Frame& frame) {
     return is_after_stop(frame.time) ? Got::end : Got::frame;
 }
 
-// Returns whether there may be frames. Those that arrived before a signal are there after twice the
-// time that the kernel takes to hand them over.
+// Returns whether there are frames. Those that arrived before a signal, or before the interface
+// went away, are there after a few times the time that the kernel takes to hand them over.
 bool InterfaceSource::wait() const {
+    constexpr int kLastWaitMs = 4 * kDeliveryMs;
     pollfd wanted{descriptor_, POLLIN, 0};
-    return poll(&wanted, 1, stopped_at_ ? 2 * kDeliveryMs : kWaitMs) > 0;
+    return poll(&wanted, 1, stopped_at_ || is_gone_ ? kLastWaitMs : kWaitMs) > 0 &&
+           (wanted.revents & POLLIN) != 0;
 }
 
 bool InterfaceSource::is_after_stop(const timespec& time) const {
