@@ -324,6 +324,7 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {reading + " -w " + file, "while reading from it"},
         {"-r " + folder + "ring0 -C 1 -W 2 -w " + folder + "ring", "while reading from it"},
         {reading + " udp prot 5", "cannot filter by 'udp prot 5': syntax error"},
+        {"-i any --promiscuous", "--promiscuous excludes --interface any"},
         {reading + " -W 2 -w part", "--file-count needs --file-size or --file-seconds"},
         {reading + " -w part -G 5", "--file-seconds needs a time such as %H%M%S"},
         {reading + " -w - -C 1", "--write - is one file"},

@@ -224,6 +224,9 @@ Options parse_options(int argc, char** argv) {
         tools::exit_misused(app,
                             "give a capture file (--read FILE) or an interface (--interface NAME)");
     }
+    if (options.live.promiscuous && options.live.interface == kAnyInterface) {
+        tools::exit_misused(app, "--promiscuous excludes --interface any: it is for one interface");
+    }
     Writing& writing = options.writing;
     const bool stdout_taken = writing.path == "-";
     if (stdout_taken && flags.dump) {
