@@ -15,6 +15,10 @@ namespace {
 constexpr std::size_t kSize = 1316;
 constexpr long kBatch = 256;
 
+long number(const char* text) {
+    return std::strtol(text, nullptr, 10);
+}
+
 // False, with errno: the network is down.
 bool send_some(int fd, long count) {
     static std::array<char, kSize> bytes;
@@ -43,10 +47,10 @@ int main(int argc, char** argv) {
     }
     sockaddr_in to{};
     to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<std::uint16_t>(std::atoi(argv[2])));
+    to.sin_port = htons(static_cast<std::uint16_t>(number(argv[2])));
     inet_pton(AF_INET, argv[1], &to.sin_addr);
-    const long count = std::atol(argv[3]);
-    const long rate = std::atol(argv[4]);
+    const long count = number(argv[3]);
+    const long rate = number(argv[4]);
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) {
         std::perror("connect");

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# live.sh ZXCAPTURE DATAGRAMS [SECONDS]
+# live.sh ZXCAPTURE DATAGRAMS [SECONDS KIB]
 #
 # Captures what a sender in one network namespace sends to another one, over a pair of interfaces:
 # with a filter of the kernel, from all interfaces, with VLAN tags, with a buffer that overflows,
-# while the interface goes down, up and away, and at 1 Gbit/s for SECONDS (1). Exit 77: skipped,
-# because namespaces are not allowed here or a program is not installed.
+# while the interface goes down, up and away, and at 1 Gbit/s for SECONDS (1). The buffer for this is
+# KIB (262144, which holds everything of a second, because the machine may be busy). Exit 77:
+# skipped, because namespaces are not allowed here or a program is not installed.
 set -euo pipefail
-capture=$1 datagrams=$2 seconds=${3-1}
+capture=$1 datagrams=$2 seconds=${3-1} kib=${4-262144}
 for program in ip nsenter capinfos python3 tshark; do
     command -v "$program" >/dev/null || { echo "skipped: no $program"; exit 77; }
 done
@@ -112,7 +113,7 @@ finish
 counted '20 seen'
 
 count=$((95000 * seconds))
-start -i port -q -w "$work/fast"
+start -i port -q -B "$kib" -w "$work/fast"
 send 239.1.1.1 1234 "$count" 95000
 sleep 0.2
 ticks=$(awk '{print $14 + $15}' "/proc/$pid/stat")

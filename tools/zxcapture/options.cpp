@@ -131,7 +131,7 @@ void define_sources(CLI::App& app, Options& options) {
         ->needs(interface)
         ->option_text(kNoText);
     app.add_option("-B,--buffer-size", options.live.buffer_kib,
-                   "Buffer of the kernel for a live capture, in KiB (16384)")
+                   "Buffer of the kernel for a live capture, in KiB (65536)")
         ->option_text("KIB")
         ->needs(interface)
         ->check(CLI::Range(1U, kMostBufferKib));

@@ -30,7 +30,8 @@ inline constexpr char kAnyInterface[] = "any";  // all of them
 struct Live {
     std::string interface {};
     bool promiscuous = false;
-    std::uint32_t buffer_kib = 16U << 10U;  // of the kernel
+    // Of the kernel: half a second at 1 Gbit/s, in which a busy machine may let nobody read it.
+    std::uint32_t buffer_kib = 64U << 10U;
 };
 
 // Frames that were lost because a buffer was full.
