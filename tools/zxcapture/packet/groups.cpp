@@ -37,13 +37,6 @@ constexpr GroupAct kRecordActs[] = {GroupAct::is_include, GroupAct::is_exclude,
 
 }  // namespace
 
-Address Groups::address_at(std::size_t at) const {
-    Address address;
-    address.is_ipv6 = is_ipv6_;
-    std::copy_n(&rest_[at], address_size(), address.bytes.begin());
-    return address;
-}
-
 // A query of IGMPv3 and MLDv2 goes on with sources after the `fixed` part. `size` is of the
 // message, captured or not.
 void Groups::extend_query(std::size_t fixed, std::size_t size) {
@@ -79,7 +72,8 @@ bool Groups::begin(std::size_t size) {
     if (message == std::end(kMessages) || rest_.size() < fixed) {
         return false;
     }
-    only_ = GroupRecord{.act = message->act, .group = address_at(fixed - address_size())};
+    only_ = GroupRecord{.act = message->act,
+                        .group = address_at(&rest_[fixed - address_size()], is_ipv6_)};
     version_ = message->version;
     if (message->act == GroupAct::query) {
         if (!is_ipv6_ && rest_[1] == 0) {
@@ -118,7 +112,7 @@ std::optional<GroupRecord> Groups::read_record() {
         return std::nullopt;
     }
     GroupRecord record;
-    record.group = address_at(4);
+    record.group = address_at(&rest_[4], is_ipv6_);
     record.source_count = tools::load_be16(&rest_[2]);
     const std::size_t sources = record.source_count * address_size();
     const std::size_t whole = fixed + sources + std::size_t{4} * rest_[1];

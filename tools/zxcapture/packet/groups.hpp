@@ -58,7 +58,6 @@ public:
 private:
     friend std::optional<Groups> read_groups(const Frame& frame, const Packet& packet);
     std::optional<GroupRecord> read_record();
-    [[nodiscard]] Address address_at(std::size_t at) const;
     [[nodiscard]] std::size_t address_size() const { return is_ipv6_ ? 16 : 4; }
     bool begin(std::size_t size);
     void extend_query(std::size_t fixed, std::size_t size);

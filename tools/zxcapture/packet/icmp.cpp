@@ -76,7 +76,7 @@ void add_rest(Icmp& icmp, Bytes bytes) {
     if (icmp.type == kEchoRequest || icmp.type == kEchoReply) {
         icmp.echo = {tools::load_be16(&bytes[4]), tools::load_be16(&bytes[6])};
     } else if (icmp.type == kRedirect) {
-        std::copy_n(&bytes[4], 4, icmp.target.emplace().bytes.begin());
+        icmp.target = address_at(&bytes[4], false);
     } else if (icmp.type == kUnreachable && icmp.code == kFragmentationNeeded) {
         icmp.largest_packet = tools::load_be16(&bytes[6]);
     }
@@ -94,9 +94,7 @@ void add_rest6(Icmp& icmp, Bytes bytes) {
         icmp.largest_packet = tools::load_be32(&bytes[4]);
     } else if (icmp.type >= kNeighbourSolicitation && icmp.type <= kRedirect6 &&
                bytes.size() >= kHeader + kAddress) {
-        Address& target = icmp.target.emplace();
-        target.is_ipv6 = true;
-        std::copy_n(&bytes[kHeader], kAddress, target.bytes.begin());
+        icmp.target = address_at(&bytes[kHeader], true);
     }
 }
 

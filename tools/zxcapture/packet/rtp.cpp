@@ -27,7 +27,8 @@ std::optional<Rtp> read_rtp(const Frame& frame, const Packet& packet) {
         return std::nullopt;
     }
     const std::span<const std::uint8_t> payload = captured_payload(frame, packet);
-    return tools::parse_rtp(payload, packet.payload - payload.size());
+    const std::size_t in_other_fragments = packet.first_fragment ? 1 : 0;  // or more
+    return tools::parse_rtp(payload, packet.payload - payload.size() + in_other_fragments);
 }
 
 std::optional<Rtp> looks_like_rtp(const Frame& frame, const Packet& packet) {

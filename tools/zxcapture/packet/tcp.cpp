@@ -66,7 +66,7 @@ std::optional<Tcp> read_tcp(const Frame& frame, const Packet& packet) {
     if (packet.transport != Transport::tcp || bytes.size() < kFixedSize) {
         return std::nullopt;
     }
-    constexpr std::uint16_t kFlags = 0x1FF;
+    constexpr std::uint16_t kFlags = 0xFFF;
     return Tcp{.sequence = tools::load_be32(&bytes[4]),
                .acknowledgment = tools::load_be32(&bytes[8]),
                .flags = static_cast<std::uint16_t>(tools::load_be16(&bytes[12]) & kFlags),

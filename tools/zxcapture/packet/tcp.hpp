@@ -25,7 +25,7 @@ enum TcpFlag : std::uint16_t {
 struct Tcp {
     std::uint32_t sequence = 0;
     std::uint32_t acknowledgment = 0;
-    std::uint16_t flags = 0;   // bits of TcpFlag
+    std::uint16_t flags = 0;   // bits of TcpFlag, and three more above them, which are reserved
     std::uint16_t window = 0;  // not scaled
     std::uint16_t checksum = 0;
     std::uint16_t urgent = 0;

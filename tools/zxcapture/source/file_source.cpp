@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "common/failure.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
@@ -28,10 +30,15 @@ private:
 
     const std::string name_;  // for error messages
     std::unique_ptr<pcap_t, PcapCloser> pcap_;
+    int link_ = DLT_EN10MB;
     std::FILE* file_;                    // that pcap_ reads
     std::uint64_t size_ = 0;             // bytes of a regular file; 0: a pipe
     bool has_reported_nothing_ = false;  // since the last frame
 };
+
+// The link types that dissect() knows.
+constexpr int kLinks[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
+                          DLT_IPV4,   DLT_IPV6,      DLT_NULL,       DLT_LOOP};
 
 bool is_same_file(const struct stat& st, const std::string& path) {
     struct stat other {};
@@ -49,9 +56,12 @@ FileSource::FileSource(const std::string& path, const std::string& output)
         throw Failure("cannot read " +
                       (named.starts_with(path + ":") ? named : name_ + ": " + named));
     }
-    if (const int type = pcap_datalink(pcap_.get()); type != DLT_EN10MB) {
-        const char* const type_name = pcap_datalink_val_to_description_or_dlt(type);
-        throw Failure(name_ + " does not contain Ethernet frames: its link type is " + type_name);
+    link_ = pcap_datalink(pcap_.get());
+    if (std::ranges::find(kLinks, link_) == std::end(kLinks)) {
+        const char* const type_name = pcap_datalink_val_to_description_or_dlt(link_);
+        throw Failure(name_ +
+                      " contains neither Ethernet frames nor IP packets: its link type is " +
+                      type_name);
     }
     file_ = pcap_file(pcap_.get());
     struct stat st {};
@@ -74,6 +84,7 @@ Got FileSource::next(Frame& frame) {
     if (result == 1) {
         frame.bytes = {bytes, header->caplen};
         frame.length = header->len;
+        frame.link = link_;
         frame.time = {header->ts.tv_sec,
                       header->ts.tv_usec};  // nanoseconds, as requested in the constructor
         return Got::frame;
