@@ -121,8 +121,8 @@ def extensions(protocol):
     for kind, following in zip(chain, chain[1:] + [protocol]):
         words = R.randrange(3)
         if kind == 44:
-            more = R.random() < 0.3
-            data += bytes([following, 0]) + u16(more) + some(4)
+            offset, more = R.choice([0, 0, R.randrange(8192)]), R.random() < 0.3
+            data += bytes([following, 0]) + u16(offset << 3 | more) + some(4)
         elif kind == 51:
             data += bytes([following, 4]) + u16(0) + some(20)
         elif kind == 43:  # of type 4, with no segments left

@@ -2,7 +2,6 @@
 """layers.py CAPTURE_FIELDS FRAMES VALUES: compares what the capture tool reads of every frame with
 what tshark shows, for built frames and for all capture files in $ZX_CAPTURES. Fails when any value
 differs, or when there are fewer frames or values. Exit 77: skipped, there is no tshark."""
-import ipaddress
 import os
 import re
 import shutil
