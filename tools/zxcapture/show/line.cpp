@@ -59,7 +59,7 @@ std::int64_t micros(const timespec& time) {
 }
 
 void add_micros(Text& text, const timespec& time) {
-    if (is_good(time)) {
+    if (time.tv_nsec >= 0 && time.tv_nsec < kMicro * kSecond) {
         text << '.' << Digits{static_cast<std::uint64_t>(time.tv_nsec / kMicro), 6} << ' ';
     } else {
         text << ".------ ";
@@ -116,14 +116,23 @@ void Line::add_time(const timespec& time) {
         case Clock::none:
             break;
         case Clock::epoch:
-            text_ << static_cast<std::uint64_t>(time.tv_sec);
-            add_micros(text_, time);
+            add_time_since_1970(time);
             break;
         case Clock::since_line:
         case Clock::since_first:
             add_time_since(time);
             break;
     }
+}
+
+void Line::add_time_since_1970(const timespec& time) {
+    const auto seconds = static_cast<std::uint64_t>(time.tv_sec);
+    if (time.tv_sec < 0) {
+        text_ << '-' << 0 - seconds;
+    } else {
+        text_ << seconds;
+    }
+    add_micros(text_, time);
 }
 
 void Line::add_time_of_day(const timespec& time) {

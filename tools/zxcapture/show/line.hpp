@@ -26,6 +26,7 @@ public:
 
 private:
     void add_time(const timespec& time);
+    void add_time_since_1970(const timespec& time);
     void add_time_of_day(const timespec& time);
     void add_time_since(const timespec& time);
 
