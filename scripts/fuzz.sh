@@ -27,7 +27,7 @@ build fuzz capture_seeds "${targets[@]/%/_fuzz}"
 run() {
     local target=$1 log=$work/$1.log corpus=$work/corpus/$1 findings=$work/findings/$1
     local seeds=("fuzz/seeds/$target")
-    [[ $target == frame_* ]] && seeds+=("$work/captured")
+    [[ $target == frame_* || $target == capture_dissect ]] && seeds+=("$work/captured")
     mkdir -p "$corpus" "$findings"
     if ! "$work/fuzz/${target}_fuzz" -max_total_time="$seconds" -max_len=2048 -timeout=10 \
         -artifact_prefix="$findings/" -print_final_stats=1 "$corpus" "${seeds[@]}" \

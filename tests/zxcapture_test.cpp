@@ -97,6 +97,9 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
                             "0001 0002 00000000 00000000 5018 0000 00000000 68656c6c6f");
     const Bytes lan = from_hex(kMacs, 60);
     const Bytes syn6 = ipv6("06", kSegment);
+    const std::string zeros(26, '0');
+    const std::string kIps = "0a000001 0a000002";
+    const std::string kPair = "10.0.0.1 > 10.0.0.2 ";
     const std::string macs = kMacA + " > " + kMacB + " ";
     const std::string to_all = kMacA + " > ff:ff:ff:ff:ff:ff ";
     const struct {
@@ -112,7 +115,7 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {with(kSyn, 16, {0, 0}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN]"},
         {kArp, to_all + "ARP 42 who has 10.0.0.2? tell 10.0.0.1"},
         {with(kArp, 21, {2}), to_all + "ARP 42 10.0.0.1 is at " + kMacA},
-        {with(kSyn, 23, {1}), "192.168.1.10 > 10.0.0.1 ICMP 58"},
+        {with(kSyn, 23, {1}), "192.168.1.10 > 10.0.0.1 ICMP 58 type 168 code 202"},
         {with(kSyn, 23, {253}), "192.168.1.10 > 10.0.0.1 IP/253 58"},
         {with(kSyn, 23, {4}), "192.168.1.10 > 10.0.0.1 IP/4 58 IPIP tunnels"},
         {with(kSyn, 20, {0x20, 0}),
@@ -120,13 +123,36 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {with(kSyn, 20, {0x20, 2}), "192.168.1.10 > 10.0.0.1 TCP 58 fragment at 16 of id 4961"},
         {syn6, "[::1]:43210 > [::2]:80 TCP 78 [SYN]"},
         {ipv6("11", kDatagram), "[::1]:5353 > [::2]:53 UDP 72 payload 10"},
-        {ipv6("3a", kSegment), "::1 > ::2 ICMPv6 78"},
+        {ipv6("3a", kSegment), "::1 > ::2 ICMPv6 78 type 168 code 202"},
         {ipv6("fd", kSegment), "::1 > ::2 IP6/253 78"},
         {with(lan, 12, {0, 38}), macs + "802.3 60 length 38"},
         {with(lan, 12, {0x88, 0xB5}), macs + "0x88b5 60"},
         {with(lan, 12, {0x81, 0, 0x20, 0x64, 8, 6}),
          macs + "ARP 60 vlan 100 operation 0, not for IPv4 on Ethernet"},
         {with(lan, 12, {0x88, 0x47}), macs + "0x8847 60 MPLS <unicast>"},
+        // Messages and groups.
+        {ipv4("01", kIps, "0800 0000 0007 0009"), kPair + "ICMP 42 echo request id 7 sequence 9"},
+        {ipv4("01", kIps, "0304 0000 0000 05dc"),
+         kPair + "ICMP 42 unreachable: fragmentation needed, at most 1500"},
+        {ipv6("3a", "8700 0000 00000000 fe80" + zeros + "01"),
+         "::1 > ::2 ICMPv6 78 neighbour solicitation to fe80::1"},
+        {ipv4("02", kIps, "1600 0000 e0010203"), kPair + "IGMP 42 v2 join 224.1.2.3"},
+        {ipv4("02", kIps, "1100 0000 00000000 02000000"), kPair + "IGMP 46 v3 query"},
+        {ipv4("02", kIps,
+              "2200 0000 0000 0004 0400 0000 e0010101 0300 0000 e0010102"
+              "0500 0001 e0010103 0a000001 0200 0000 e0010104"),
+         kPair + "IGMP 78 v3 join 224.1.1.1 (to exclude), leave 224.1.1.2 (to include),"
+                 " join 224.1.1.3 (allow, 1 source), join 224.1.1.4 (exclude)"},
+        {ipv4("02", kIps, "2200 0000 0000 0002 0400 0000 e0010101"),
+         kPair + "IGMP 50 v3 join 224.1.1.1 (to exclude) cut short"},
+        {ipv6("3a", "8400 0000 0000 0000 ff0e" + zeros + "01"),
+         "::1 > ::2 ICMPv6 78 MLDv1 leave ff0e::1"},
+        // RTP, with a tag inside a tag.
+        {with(from_hex(kMacs, 64), 12,
+              from_hex("88a8 2064 8100 0005 0800 45000028 00000000 40110000" + kIps +
+                       "138c 138c 0014 0000 80a1 0102 00000304 00000005")),
+         "10.0.0.1:5004 > 10.0.0.2:5004 UDP 64 vlan 100 vlan 5 payload 12 RTP type 33 MP2T marked"
+         " sequence 258 time 772"},
         // Headers that contradict each other.
         {with(kSyn, 14, {0x44}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
         {with(kSyn, 16, {0, 39}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
@@ -152,6 +178,20 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
     for (const auto& c : cases) {
         EXPECT_EQ(line(c.frame, c.captured), c.line);
     }
+}
+
+TEST_F(CaptureLine, ShowsMoreOfEveryLayerOnRequest) {
+    capture::Line verbose({.clock = capture::Clock::none}, {.verbose = true, .link = true});
+    const auto ends = [&](const Bytes& bytes, const std::string& end) {
+        const capture::Frame frame = as_frame(bytes);
+        EXPECT_THAT(std::string(verbose.print(frame, capture::dissect(frame))),
+                    EndsWith(end + "\n"));
+    };
+    ends(with(kSyn, 20, {0x40, 0}),
+         " [SYN] ttl 64 id 4961 dscp 0 DF IP checksum wrong seq 0 win 0 mss 1460 checksum wrong");
+    EXPECT_THAT(std::string(verbose.print(as_frame(kArp), capture::dissect(as_frame(kArp)))),
+                StartsWith(kMacA + " > ff:ff:ff:ff:ff:ff 0x0806 "));
+    ends(kQuery, " payload 10 ttl 64 id 4961 dscp 0 IP checksum wrong no checksum");
 }
 
 bool passes(const capture::Filter& filter, const capture::Frame& frame) {
@@ -256,10 +296,11 @@ TEST_F(CaptureProgram, ShowsAFileAndWritesWhatPasses) {
 
 TEST_F(CaptureProgram, DumpsFieldsWithTheFramesOwnPayload) {
     const Bytes brief = ipv4("11", "01010101 02020202", "0001 0002 000d 0000 73686f7274");
-    EXPECT_EQ(run("--dump -r " + write("file", {kQuery, brief, with(kSyn, 20, {0x20, 2})})), 0);
+    EXPECT_EQ(run("--dump -r " + write("file", {kQuery, brief, with(kSyn, 20, {0x60, 2})})), 0);
     for (const char* const part :
          {"payload 10\n    ============  FRAME  ============\n",
           "\n    Data: 10 bytes\n    00000000: 61 20 71 75 65 73 74 69 6f 6e",
+          "\n    Flags: DF MF\n    Fragment offset: 16\n",
           "\n    Data: 5 bytes\n    00000000: 73 68 6f 72 74   "}) {
         EXPECT_THAT(out, HasSubstr(part));
     }
@@ -315,7 +356,7 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {"-r /nonexistent/file", "cannot read /nonexistent/file: No such file"},
         {"-r " + folder + "text", "text: unknown file format"},
         {"-r " + folder + "other",
-         "other does not contain Ethernet frames: its link type is 802.11"},
+         "other contains neither Ethernet frames nor IP packets: its link type is 802.11"},
         {"-i nowhere0", "there is no network interface nowhere0"},
         {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IP address"},
         {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is not a MAC address"},

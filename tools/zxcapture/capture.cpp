@@ -22,9 +22,9 @@ namespace {
 std::unique_ptr<Printer> printer_for(const Options& options) {
     switch (options.form) {
         case Form::line:
-            return std::make_unique<Line>(options.time);
+            return std::make_unique<Line>(options.time, options.line);
         case Form::dump:
-            return std::make_unique<FieldDump>(options.time);
+            return std::make_unique<FieldDump>(options.time, options.line);
         default:
             return nullptr;
     }

@@ -96,7 +96,28 @@ struct Flags {
     bool dump = false;
     bool quiet = false;
     bool numeric = false;  // as it always is
+    std::size_t time = 0;  // how often each was given
+    std::size_t hex = 0;
 };
+
+void define_times(CLI::App& app, Flags& flags, TimeForm& time) {
+    app.add_flag("-t", flags.time,
+                 "Form of the times: -t none, -tt seconds since 1970, -ttt since the line before, "
+                 "-tttt with the date, -ttttt since the first line")
+        ->option_text(kNoText);
+    app.add_flag("--utc", time.utc, "Print times in UTC instead of local time");
+    app.add_flag("--date", time.date, "Print the date before the time");
+}
+
+void define_lines(CLI::App& app, Flags& flags, LineForm& line) {
+    app.add_flag("-v,--verbose", line.verbose,
+                 "Also print fields of IP and TCP, and whether the checksums are right");
+    app.add_flag("-e,--link", line.link, "Also print the addresses and the type of the link");
+    app.add_flag("-X,--hex", flags.hex,
+                 "Print the packet after its line in hexadecimal digits and as text; -XX: the "
+                 "whole frame")
+        ->option_text(kNoText);
+}
 
 void define_output(CLI::App& app, Options& options, Flags& flags) {
     CLI::Option* const dump =
@@ -105,13 +126,24 @@ void define_output(CLI::App& app, Options& options, Flags& flags) {
     dump->excludes(quiet);
     dump->option_text(kNoText);
     quiet->option_text(kNoText);
-    app.add_flag("--utc", options.time.utc, "Print times in UTC instead of local time");
-    app.add_flag("--date", options.time.date, "Print the date before the time");
+    define_lines(app, flags, options.line);
+    define_times(app, flags, options.time);
     app.add_flag("-n,--numeric", flags.numeric, "Names are never looked up; this changes nothing")
         ->option_text(kNoText);
     app.add_option("-c,--count", options.max_frames, "End after N frames have passed")
         ->option_text("N")
         ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
+}
+
+// How often -t and -X are given says what they mean.
+void set_forms(const Flags& flags, Options& options) {
+    constexpr Clock kClocks[] = {Clock::day,        Clock::none, Clock::epoch,
+                                 Clock::since_line, Clock::day,  Clock::since_first};
+    options.time.clock = kClocks[std::min(flags.time, std::size(kClocks) - 1)];
+    options.time.date |= flags.time == 4;
+    options.line.hex = flags.hex == 0   ? HexForm::none
+                       : flags.hex == 1 ? HexForm::packet
+                                        : HexForm::frame;
 }
 
 void define_sources(CLI::App& app, Options& options) {
@@ -241,6 +273,7 @@ Options parse_options(int argc, char** argv) {
         options.selection.snapshot_length = kLargestFrame;
     }
     options.selection.expression = joined(expression);
+    set_forms(flags, options);
     options.form = flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
     return options;
 }

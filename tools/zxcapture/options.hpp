@@ -13,9 +13,29 @@ namespace capture {
 // What is printed for each frame; `dump` is a line and the fields.
 enum class Form { line, dump, none };
 
+// Which time the line of a frame begins with.
+enum class Clock {
+    day,          // the time of the day
+    none,         // nothing
+    epoch,        // seconds since 1970
+    since_line,   // since the line before
+    since_first,  // since the first line
+};
+
 struct TimeForm {
     bool utc = false;
-    bool date = false;
+    bool date = false;  // before the time of the day
+    Clock clock = Clock::day;
+};
+
+// The bytes after the line of a frame.
+enum class HexForm { none, packet, frame };
+
+// What a line shows beside the usual.
+struct LineForm {
+    bool verbose = false;  // fields of IP and TCP, and checksums
+    bool link = false;     // the addresses and the type of the link
+    HexForm hex = HexForm::none;
 };
 
 struct Options {
@@ -26,6 +46,7 @@ struct Options {
     Wanted wanted;
     Form form = Form::line;
     TimeForm time;
+    LineForm line;
     Writing writing;
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
 };

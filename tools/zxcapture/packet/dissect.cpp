@@ -61,10 +61,10 @@ private:
                 break;
             case DLT_NULL:
             case DLT_LOOP:
-                add_ip_alone(kLoopSize);
+                add_loop();
                 break;
             default:
-                add_ip_alone(0);
+                add_ip_alone();
         }
     }
 
@@ -84,15 +84,45 @@ private:
         }
     }
 
-    // An IP packet, after a header that says nothing more.
-    void add_ip_alone(std::size_t header) {
-        if (has(header + 1)) {
+    // The address family in the order of the machine that captured, which is below 256; or flags,
+    // and an EtherType.
+    void add_loop() {
+        if (has(kLoopSize)) {
             packet_.depth = Depth::link;
-            const unsigned version = bytes_[header] / 16U;
-            add_type(version == 4   ? kTypeIpv4
-                     : version == 6 ? kTypeIpv6
-                                    : std::uint16_t{0},
-                     header);
+            const std::uint32_t family = tools::load_be32(bytes_);
+            const std::uint32_t swapped = __builtin_bswap32(family);
+            add_type(family <= UINT8_MAX    ? type_of_family(family)
+                     : swapped <= UINT8_MAX ? type_of_family(swapped)
+                                            : tools::load_be16(bytes_ + 2),
+                     kLoopSize);
+        }
+    }
+
+    static std::uint16_t type_of_family(std::uint32_t family) {
+        switch (family) {
+            case 2:
+                return kTypeIpv4;
+            case 10:  // AF_INET6 of Linux; then of NetBSD, FreeBSD, macOS and Windows
+            case 24:
+            case 28:
+            case 30:
+            case 23:
+                return kTypeIpv6;
+            default:
+                return kTypeNone;
+        }
+    }
+
+    // An IP packet without any header before it.
+    void add_ip_alone() {
+        if (has(1)) {
+            packet_.depth = Depth::link;
+            const unsigned version = bytes_[0] / 16U;
+            if (version == 4 || version == 6) {
+                add_type(version == 4 ? kTypeIpv4 : kTypeIpv6, 0);
+            } else {
+                packet_.flaw = Flaw::malformed;
+            }
         }
     }
 
@@ -140,8 +170,8 @@ private:
         packet_.network = Network::ipv4;
         packet_.hops = header[8];
         packet_.protocol = header[9];
-        std::copy_n(header + 12, 4, packet_.source.bytes.begin());
-        std::copy_n(header + 16, 4, packet_.dest.bytes.begin());
+        packet_.source = address_at(header + 12, false);
+        packet_.dest = address_at(header + 16, false);
         packet_.dont_fragment = (fragment & 0x4000U) != 0;
         packet_.fragment_id = tools::load_be16(header + 4);
         set_fragment(8U * (fragment & 0x1FFFU), (fragment & 0x2000U) != 0);
@@ -156,6 +186,7 @@ private:
 
     void set_fragment(std::uint32_t offset, bool has_more) {
         packet_.fragment_offset = offset;
+        packet_.more_fragments = has_more;
         packet_.later_fragment = offset != 0;
         packet_.first_fragment = offset == 0 && has_more;
     }
@@ -170,9 +201,8 @@ private:
         packet_.network = Network::ipv6;
         packet_.protocol = header[6];
         packet_.hops = header[7];
-        packet_.source.is_ipv6 = packet_.dest.is_ipv6 = true;
-        std::copy_n(header + 8, 16, packet_.source.bytes.begin());
-        std::copy_n(header + 24, 16, packet_.dest.bytes.begin());
+        packet_.source = address_at(header + 8, true);
+        packet_.dest = address_at(header + 24, true);
         packet_.transport_at = static_cast<std::uint32_t>(at + kIpv6Size);
         const std::size_t payload = tools::load_be16(header + 4);
         set_end(payload == 0 ? 0 : kIpv6Size + payload);
@@ -195,6 +225,7 @@ private:
                 return false;
             }
             const std::uint8_t* const header = bytes_ + at;
+            packet_.is_routed |= packet_.protocol == kRouting && header[3] != 0;
             std::size_t size = 8 + std::size_t{8} * header[1];
             if (packet_.protocol == kFragment) {
                 const std::uint16_t fragment = tools::load_be16(header + 2);

@@ -29,9 +29,6 @@ Names or_number(std::string full, std::string number) {
 }
 
 Names of_type(std::uint16_t type) {
-    if (type <= kLargestLength) {
-        return {"802.3", "802.3"};
-    }
     char name[ZXFRAME_NAME_SIZE] = "";
     zxframe_innerapi_printEthrtType(0, type, name);
     char number[sizeof "0x0000"];
@@ -60,32 +57,47 @@ Names of_ipv6(std::uint8_t protocol) {
     }
 }
 
+Names of(const Packet& packet) {
+    switch (packet.network) {
+        case Network::ipv4:
+            return of_ipv4(packet.protocol);
+        case Network::ipv6:
+            return of_ipv6(packet.protocol);
+        default:
+            return packet.has_length() ? Names{"802.3", "802.3"} : of_type(packet.type);
+    }
+}
+
 const Names& names_of(const Packet& packet) {
     constexpr std::uint32_t kIpv4 = 1U << 16U;
     constexpr std::uint32_t kIpv6 = 2U << 16U;
+    constexpr std::uint32_t kLength = 3U << 16U;
     static std::unordered_map<std::uint32_t, Names> known;
     const std::uint32_t key = packet.network == Network::ipv4   ? kIpv4 | packet.protocol
                               : packet.network == Network::ipv6 ? kIpv6 | packet.protocol
+                              : packet.has_length()             ? kLength
                                                                 : packet.type;
     auto at = known.find(key);
     if (at == known.end()) {
-        at = known
-                 .emplace(key, packet.network == Network::ipv4   ? of_ipv4(packet.protocol)
-                               : packet.network == Network::ipv6 ? of_ipv6(packet.protocol)
-                                                                 : of_type(packet.type))
-                 .first;
+        at = known.emplace(key, of(packet)).first;
     }
     return at->second;
+}
+
+// Whether nothing says what the frame carries.
+bool is_unknown(const Packet& packet) {
+    const bool has_no_type = packet.type == kTypeNone && !packet.has_macs;
+    return packet.depth == Depth::none || (packet.depth == Depth::link && has_no_type);
 }
 
 }  // namespace
 
 std::string_view protocol_name(const Packet& packet) {
-    return packet.depth == Depth::none ? "?" : std::string_view(names_of(packet).brief);
+    return is_unknown(packet) ? "?" : std::string_view(names_of(packet).brief);
 }
 
 std::string_view full_protocol_name(const Packet& packet) {
-    return packet.depth == Depth::none ? "" : std::string_view(names_of(packet).full);
+    return is_unknown(packet) ? "" : std::string_view(names_of(packet).full);
 }
 
 }  // namespace capture

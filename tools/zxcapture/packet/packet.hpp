@@ -4,6 +4,7 @@
 // frame alone, which headers are there. It knows more of them, and it does not format anything.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <compare>
 #include <cstddef>
@@ -14,13 +15,14 @@
 
 namespace capture {
 
+inline constexpr std::uint16_t kTypeNone = 0;  // the link says nothing that is known here
 inline constexpr std::uint16_t kTypeIpv4 = 0x0800;
 inline constexpr std::uint16_t kTypeArp = 0x0806;
 inline constexpr std::uint16_t kTypeVlan = 0x8100;         // IEEE 802.1Q
 inline constexpr std::uint16_t kTypeServiceVlan = 0x88A8;  // IEEE 802.1ad
 inline constexpr std::uint16_t kTypeOldServiceVlan = 0x9100;
 inline constexpr std::uint16_t kTypeIpv6 = 0x86DD;
-inline constexpr std::uint16_t kLargestLength = 1500;  // IEEE 802.3 has a length in place of a type
+inline constexpr std::uint16_t kLargestLength = 1500;
 inline constexpr std::uint8_t kProtocolIcmp = 1;
 inline constexpr std::uint8_t kProtocolIgmp = 2;
 inline constexpr std::uint8_t kProtocolTcp = 6;
@@ -43,8 +45,17 @@ enum class Transport : std::uint8_t { none, tcp, udp, icmp, icmpv6, igmp };
 struct Address {
     std::array<std::uint8_t, 16> bytes{};
     bool is_ipv6 = false;
+    [[nodiscard]] std::size_t size() const { return is_ipv6 ? 16 : 4; }
     auto operator<=>(const Address&) const = default;
 };
+
+// The address in the bytes at `at`.
+[[nodiscard]] inline Address address_at(const std::uint8_t* at, bool is_ipv6) {
+    Address address;
+    address.is_ipv6 = is_ipv6;
+    std::copy_n(at, address.size(), address.bytes.begin());
+    return address;
+}
 
 // A VLAN tag. All lengths and numbers of this file are in the order of this machine.
 struct Tag {
@@ -52,6 +63,7 @@ struct Tag {
     std::uint16_t control = 0;
     [[nodiscard]] unsigned vlan() const { return control & 0xFFFU; }
     [[nodiscard]] unsigned priority() const { return control >> 13U; }
+    [[nodiscard]] bool may_drop() const { return (control & 0x1000U) != 0; }
 };
 
 inline constexpr std::size_t kMostTags = 8;         // more are malformed
@@ -67,13 +79,15 @@ struct Packet {
     bool has_macs = false;  // of Ethernet: at 0 the destination, at 6 the source
     std::uint8_t tag_count = 0;
     std::array<Tag, kMostTags> tags{};  // the outermost first
-    std::uint16_t type = 0;             // EtherType after the tags; or a length, see kLargestLength
+    std::uint16_t type = kTypeNone;     // EtherType after the tags; or a length, see has_length()
 
     std::uint8_t protocol = 0;  // of IPv4, or after the extension headers of IPv6
     std::uint8_t hops = 0;      // the time to live, or the hop limit
     bool dont_fragment = false;
+    bool more_fragments = false;
     bool first_fragment = false;        // of several fragments
     bool later_fragment = false;        // has no transport header
+    bool is_routed = false;             // has a routing header of IPv6, and is on its way
     std::uint32_t fragment_id = 0;      // of IPv4 also without fragments
     std::uint32_t fragment_offset = 0;  // in bytes
     Address source;                     // of IP
@@ -87,6 +101,11 @@ struct Packet {
     std::uint32_t payload_at = 0;
     std::uint32_t payload = 0;  // bytes of the packet after its TCP or UDP header
 
+    // IEEE 802.3 has a length in place of a type.
+    [[nodiscard]] bool has_length() const { return has_macs && type <= kLargestLength; }
+    [[nodiscard]] bool has_ip() const {
+        return network == Network::ipv4 || network == Network::ipv6;
+    }
     [[nodiscard]] bool has_ports() const {
         return depth == Depth::transport &&
                (transport == Transport::tcp || transport == Transport::udp);
@@ -108,6 +127,14 @@ struct Packet {
 [[nodiscard]] inline std::span<const std::uint8_t> captured_payload(const Frame& frame,
                                                                     const Packet& packet) {
     return bytes_at(frame, packet.payload_at, packet.payload);
+}
+
+// What was captured of the transport layer, from its header to the end of the packet.
+[[nodiscard]] inline std::span<const std::uint8_t> captured_transport(const Frame& frame,
+                                                                      const Packet& packet) {
+    return packet.depth == Depth::transport
+               ? bytes_at(frame, packet.transport_at, packet.network_end - packet.transport_at)
+               : std::span<const std::uint8_t>();
 }
 
 }  // namespace capture

@@ -1,7 +1,6 @@
 #include "show/engine.hpp"
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/big_endian.hpp"
 
@@ -92,9 +91,8 @@ void Engine::copy_payload(const Frame& frame, const Packet& packet) {
     if (packet.depth == Depth::transport && packet.transport == Transport::udp) {
         std::uint8_t(&data)[ZXFRAME_DATA_SIZE] = record_->data;
         const std::span<const std::uint8_t> payload = captured_payload(frame, packet);
-        const std::size_t size = std::min(payload.size(), sizeof data);
-        std::memcpy(data, payload.data(), size);
-        std::memset(data + size, 0, sizeof data - size);
+        const auto end = std::copy_n(payload.begin(), std::min(payload.size(), sizeof data), data);
+        std::fill(end, std::end(data), std::uint8_t{0});
     }
 }
 

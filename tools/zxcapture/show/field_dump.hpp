@@ -14,7 +14,7 @@ namespace capture {
 class FieldDump : public Printer {
 public:
     // Throws a Failure if the log cannot be sent to memory.
-    explicit FieldDump(const TimeForm& form);
+    FieldDump(const TimeForm& time, const LineForm& form);
 
     void add(const Frame& frame, const Packet& packet, std::uint64_t number,
              Output& output) override;

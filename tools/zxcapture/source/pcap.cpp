@@ -28,7 +28,8 @@ int known_link(pcap_t* pcap, const std::string& name) {
                               DLT_IPV4,   DLT_IPV6,      DLT_NULL,       DLT_LOOP};
     const int link = pcap_datalink(pcap);
     if (std::ranges::find(kKnown, link) == std::end(kKnown)) {
-        throw tools::Failure(name + " does not contain Ethernet frames: its link type is " +
+        throw tools::Failure(name +
+                             " contains neither Ethernet frames nor IP packets: its link type is " +
                              pcap_datalink_val_to_description_or_dlt(link));
     }
     return link;
