@@ -110,4 +110,12 @@ struct Packet {
     return bytes_at(frame, packet.payload_at, packet.payload);
 }
 
+// What was captured of the transport layer, from its header to the end of the packet.
+[[nodiscard]] inline std::span<const std::uint8_t> captured_transport(const Frame& frame,
+                                                                      const Packet& packet) {
+    return packet.depth == Depth::transport
+               ? bytes_at(frame, packet.transport_at, packet.network_end - packet.transport_at)
+               : std::span<const std::uint8_t>();
+}
+
 }  // namespace capture

@@ -2,17 +2,11 @@
 
 #include <algorithm>
 
-#include "common/big_endian.hpp"
+#include "common/rtp.hpp"
 #include "input/packetizer.hpp"
 
 namespace relay {
 namespace {
-
-using Bytes = std::span<const std::uint8_t>;
-
-constexpr std::size_t kHeaderSize = 12;
-constexpr std::size_t kWord = 4;
-constexpr int kVersion = 2;
 
 // A larger step of the numbers is no loss: the sender has started again.
 constexpr int kLargestGap = 3000;
@@ -21,49 +15,13 @@ int signed_step(std::uint16_t difference) {
     return static_cast<std::int16_t>(difference);
 }
 
-// Removes `size` bytes at the front; false if there are fewer.
-bool cut_front(Bytes& bytes, std::size_t size) {
-    if (bytes.size() < size) {
-        return false;
-    }
-    bytes = bytes.subspan(size);
-    return true;
-}
-
-// An extension begins with two bytes of any meaning and its length in words.
-bool cut_extension(Bytes& bytes) {
-    return bytes.size() >= kWord && cut_front(bytes, kWord + tools::load_be16(&bytes[2]) * kWord);
-}
-
-// The last byte of the padding is its size.
-bool cut_padding(Bytes& bytes) {
-    const std::size_t size = bytes.empty() ? 0 : bytes.back();
-    if (size == 0 || size > bytes.size()) {
-        return false;
-    }
-    bytes = bytes.first(bytes.size() - size);
-    return true;
-}
-
 }  // namespace
 
-std::optional<RtpDatagram> parse_rtp(Bytes datagram) {
-    if (datagram.size() < kHeaderSize || datagram[0] >> 6U != kVersion) {
-        return std::nullopt;
-    }
-    const bool is_padded = (datagram[0] & 0x20U) != 0;
-    const bool is_extended = (datagram[0] & 0x10U) != 0;
-    const std::size_t contributors = datagram[0] & 0x0fU;
-    Bytes payload = datagram;
-    const bool fits = cut_front(payload, kHeaderSize + contributors * kWord) &&
-                      (!is_extended || cut_extension(payload)) &&
-                      (!is_padded || cut_padding(payload));
-    if (!fits || !is_transport_stream(payload)) {
-        return std::nullopt;
-    }
-    const std::uint32_t high = tools::load_be16(&datagram[8]);
-    return RtpDatagram{tools::load_be16(&datagram[2]),
-                       high << 16U | tools::load_be16(&datagram[10]), payload};
+std::optional<RtpDatagram> parse_rtp(std::span<const std::uint8_t> datagram) {
+    const auto rtp = tools::parse_rtp(datagram);
+    return rtp && is_transport_stream(rtp->payload)
+               ? std::optional(RtpDatagram{rtp->sequence, rtp->sender, rtp->payload})
+               : std::nullopt;
 }
 
 void RtpOrder::feed(const RtpDatagram& datagram, std::uint64_t now_us) {
