@@ -14,6 +14,7 @@
 #include "show/progress.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
+#include "streams/streams.hpp"
 #include "write/capture_file.hpp"
 
 namespace capture {
@@ -25,6 +26,9 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<Line>(options.time);
         case Form::dump:
             return std::make_unique<FieldDump>(options.time);
+        case Form::streams:
+            return std::make_unique<TablesPrinter>(std::make_unique<Streams>(options.rtp_clocks),
+                                                   options.tables, "--streams");
         default:
             return nullptr;
     }
@@ -35,6 +39,7 @@ public:
     explicit Session(const Options& options);
 
     void run();
+    void finish();
     void flush();
     void print_counts();
 
@@ -88,6 +93,10 @@ void Session::run() {
         }
         progress.show_when_due(*source_);
     }
+}
+
+// After an error, too.
+void Session::finish() {
     if (printer_) {
         printer_->finish(output_);
     }
@@ -140,6 +149,7 @@ void run(const Options& options) {
     };
     try {
         attempt(&Session::run);
+        attempt(&Session::finish);
         attempt(&Session::flush);
         attempt(&Session::print_counts);
     } catch (const OutputClosed&) {

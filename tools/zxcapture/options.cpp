@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "common/command_line.hpp"
+#include "common/number.hpp"
 #include "zxcommon.h"
 
 namespace capture {
@@ -85,7 +86,48 @@ void define_filters(CLI::App& app, Wanted& wanted) {
 struct Flags {
     bool dump = false;
     bool quiet = false;
+    bool json = false;
+    bool streams = false;
+    std::vector<std::string> rtp_clocks;
 };
+
+// The payload type and the rate of its clock; the validator returns an error message.
+std::string read_clock(const std::string& text, RtpClocks& clocks) {
+    const std::size_t end = text.find('=');
+    const auto type = tools::parse_number(text.substr(0, end));
+    const auto rate = tools::parse_number(end == std::string::npos ? "" : text.substr(end + 1));
+    if (!type || *type >= RtpClocks::kTypes || !rate || *rate == 0 || *rate > UINT32_MAX) {
+        return "'" + text + "' is not a payload type and a rate such as 97=48000";
+    }
+    clocks.set(static_cast<std::uint8_t>(*type), static_cast<std::uint32_t>(*rate));
+    return "";
+}
+
+void define_streams(CLI::App& app, Flags& flags) {
+    constexpr char kGroup[] = "Streams";
+    app.add_flag("--streams", flags.streams,
+                 "Show a table of all streams: rates, losses, jitter, continuity; with --json an "
+                 "object a second")
+        ->group(kGroup);
+    app.add_option("--rtp-clock", flags.rtp_clocks,
+                   "The rate of the RTP clock of a payload type in Hz, such as 97=48000")
+        ->option_text("TYPE=RATE")
+        ->group(kGroup)
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check([](const std::string& text) {
+            RtpClocks clocks;
+            return read_clock(text, clocks);
+        });
+}
+
+// A table is live as long as frames may come: those of a file are there at once.
+TablesForm tables_form(const Options& options, const Flags& flags) {
+    const bool is_live = options.input_file.empty() || options.input_file == "-";
+    return flags.json                              ? TablesForm::json
+           : is_live && isatty(STDOUT_FILENO) == 1 ? TablesForm::live
+                                                   : TablesForm::summary;
+}
 
 void define_output(CLI::App& app, Options& options, Flags& flags) {
     CLI::Option* const dump =
@@ -94,6 +136,7 @@ void define_output(CLI::App& app, Options& options, Flags& flags) {
     dump->excludes(quiet);
     dump->option_text(kNoText);
     quiet->option_text(kNoText);
+    app.add_flag("--json", flags.json, "With --streams: JSON");
     app.add_flag("--utc", options.time.utc, "Print times in UTC instead of local time");
     app.add_flag("--date", options.time.date, "Print the date before the time");
     app.add_option("-w,--write", options.output_file,
@@ -127,6 +170,7 @@ Options parse_options(int argc, char** argv) {
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
+    define_streams(app, flags);
     define_filters(app, options.wanted);
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
@@ -143,7 +187,14 @@ Options parse_options(int argc, char** argv) {
         tools::exit_misused(app,
                             "cannot write a capture file to a terminal: redirect standard output");
     }
-    options.form = flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
+    for (const std::string& text : flags.rtp_clocks) {
+        read_clock(text, options.rtp_clocks);
+    }
+    options.tables = tables_form(options, flags);
+    options.form = flags.streams                 ? Form::streams
+                   : flags.quiet || stdout_taken ? Form::none
+                   : flags.dump                  ? Form::dump
+                                                 : Form::line;
     return options;
 }
 

@@ -5,11 +5,14 @@
 #include <string>
 
 #include "filter/filter.hpp"
+#include "streams/rtp_source.hpp"
+#include "streams/tables.hpp"
 
 namespace capture {
 
-// What is printed for each frame; `dump` is a line and the fields.
-enum class Form { line, dump, none };
+// What is printed for each frame; `dump` is a line and the fields. `streams` are tables of all
+// frames.
+enum class Form { line, dump, streams, none };
 
 struct TimeForm {
     bool utc = false;
@@ -22,6 +25,8 @@ struct Options {
     bool promiscuous = false;
     Wanted wanted;
     Form form = Form::line;
+    TablesForm tables = TablesForm::summary;  // of `streams`
+    RtpClocks rtp_clocks;
     TimeForm time;
     std::string output_file;       // "-": standard output; empty: no capture file is written
     std::uint64_t max_frames = 0;  // that pass; 0: no limit

@@ -85,7 +85,7 @@ void TablesPrinter::end_second(std::int64_t seconds, Output& output) {
 
 void TablesPrinter::show() {
     shown_us_ = clock_us();
-    live_.set(tables_->headline(), tables_->sheets());
+    live_.set(tables_->headline(false), tables_->sheets(false));
     screen_->show(live_);
 }
 
@@ -116,8 +116,9 @@ void TablesPrinter::print_json(bool is_summary, Output& output) const {
 }
 
 void TablesPrinter::print_summary(Output& output) const {
-    output.add(tables_->headline() + '\n');
-    for (Sheet& sheet : tables_->sheets()) {
+    output.add(tables_->headline(true) + '\n');
+    std::vector<Sheet> sheets = tables_->sheets(true);
+    for (Sheet& sheet : sheets) {
         if (sheet.rows.empty()) {
             continue;
         }

@@ -28,13 +28,13 @@ public:
     // So many seconds of the stream are over at this time. Rates are those of these seconds.
     virtual void end_second(std::int64_t now_us, double seconds) = 0;
 
-    // The tables as they are after the last second, one after the other.
-    [[nodiscard]] virtual std::vector<Sheet> sheets() const = 0;
+    // The tables as they are now, one after the other. `is_summary`: the last time.
+    [[nodiscard]] virtual std::vector<Sheet> sheets(bool is_summary) const = 0;
 
     // One line about all of them.
-    [[nodiscard]] virtual std::string headline() const = 0;
+    [[nodiscard]] virtual std::string headline(bool is_summary) const = 0;
 
-    // The same as an object. `is_summary`: the last one.
+    // The same as an object.
     [[nodiscard]] virtual tools::Json json(bool is_summary) const = 0;
 };
 
