@@ -14,6 +14,7 @@
 #include "show/progress.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
+#include "streams/extract.hpp"
 #include "streams/streams.hpp"
 #include "write/capture_file.hpp"
 
@@ -29,6 +30,8 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
         case Form::streams:
             return std::make_unique<TablesPrinter>(std::make_unique<Streams>(options.rtp_clocks),
                                                    options.tables, "--streams");
+        case Form::extract:
+            return std::make_unique<Extract>(options.extracted_flow, options.output_file);
         default:
             return nullptr;
     }
@@ -61,7 +64,7 @@ Session::Session(const Options& options)
                                         : open_interface(options.interface, options.promiscuous)),
       filter_(options.wanted),
       printer_(printer_for(options)) {
-    if (!options.output_file.empty()) {
+    if (!options.output_file.empty() && options.form != Form::extract) {
         file_.emplace(options.output_file);
     }
     if (!options.interface.empty()) {

@@ -4,6 +4,7 @@
 
 #include "common/command_line.hpp"
 #include "common/number.hpp"
+#include "streams/extract.hpp"
 #include "zxcommon.h"
 
 namespace capture {
@@ -103,12 +104,21 @@ std::string read_clock(const std::string& text, RtpClocks& clocks) {
     return "";
 }
 
-void define_streams(CLI::App& app, Flags& flags) {
+void define_streams(CLI::App& app, Options& options, Flags& flags) {
     constexpr char kGroup[] = "Streams";
     app.add_flag("--streams", flags.streams,
                  "Show a table of all streams: rates, losses, jitter, continuity; with --json an "
                  "object a second")
         ->group(kGroup);
+    app.add_option("--extract", options.extracted_flow,
+                   "Write the transport stream of this flow to the file of --write, such as "
+                   "239.0.0.1:1234 or '10.0.0.2:5000>239.0.0.1:1234'")
+        ->option_text("FLOW")
+        ->group(kGroup)
+        ->check([](const std::string& text) {
+            return read_flow_name(text) ? ""
+                                        : "'" + text + "' is not a flow such as 239.0.0.1:1234";
+        });
     app.add_option("--rtp-clock", flags.rtp_clocks,
                    "The rate of the RTP clock of a payload type in Hz, such as 97=48000")
         ->option_text("TYPE=RATE")
@@ -160,6 +170,16 @@ void define_sources(CLI::App& app, Options& options) {
     promiscuous->needs(interface)->option_text(kNoText);
 }
 
+Form form_of(const Options& options, const Flags& flags, bool stdout_taken) {
+    if (flags.streams) {
+        return Form::streams;
+    }
+    if (!options.extracted_flow.empty()) {
+        return Form::extract;
+    }
+    return flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
+}
+
 }  // namespace
 
 Options parse_options(int argc, char** argv) {
@@ -170,7 +190,7 @@ Options parse_options(int argc, char** argv) {
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
-    define_streams(app, flags);
+    define_streams(app, options, flags);
     define_filters(app, options.wanted);
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
@@ -191,10 +211,10 @@ Options parse_options(int argc, char** argv) {
         read_clock(text, options.rtp_clocks);
     }
     options.tables = tables_form(options, flags);
-    options.form = flags.streams                 ? Form::streams
-                   : flags.quiet || stdout_taken ? Form::none
-                   : flags.dump                  ? Form::dump
-                                                 : Form::line;
+    if (!options.extracted_flow.empty() && options.output_file.empty()) {
+        tools::exit_misused(app, "--extract needs --write FILE for the transport stream");
+    }
+    options.form = form_of(options, flags, stdout_taken);
     return options;
 }
 

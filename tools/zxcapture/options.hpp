@@ -11,8 +11,8 @@
 namespace capture {
 
 // What is printed for each frame; `dump` is a line and the fields. `streams` are tables of all
-// frames.
-enum class Form { line, dump, streams, none };
+// frames; `extract` writes one of their streams.
+enum class Form { line, dump, streams, extract, none };
 
 struct TimeForm {
     bool utc = false;
@@ -27,6 +27,7 @@ struct Options {
     Form form = Form::line;
     TablesForm tables = TablesForm::summary;  // of `streams`
     RtpClocks rtp_clocks;
+    std::string extracted_flow;  // of `extract`
     TimeForm time;
     std::string output_file;       // "-": standard output; empty: no capture file is written
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
