@@ -7,8 +7,10 @@
 #include "common/failure.hpp"
 #include "filter/filter.hpp"
 #include "packet/names.hpp"
+#include "show/columns.hpp"
 #include "show/counts.hpp"
 #include "show/field_dump.hpp"
+#include "show/json.hpp"
 #include "show/line.hpp"
 #include "show/output.hpp"
 #include "show/progress.hpp"
@@ -25,6 +27,10 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<Line>(options.time);
         case Form::dump:
             return std::make_unique<FieldDump>(options.time);
+        case Form::json:
+            return std::make_unique<Json>(options.fields);
+        case Form::columns:
+            return std::make_unique<Columns>(options.fields);
         default:
             return nullptr;
     }

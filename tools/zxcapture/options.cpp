@@ -84,16 +84,64 @@ void define_filters(CLI::App& app, Wanted& wanted) {
 
 struct Flags {
     bool dump = false;
+    bool json = false;
+    bool list_fields = false;
     bool quiet = false;
+    std::vector<std::string> fields{};
 };
 
+std::string validate_field(const std::string& name) {
+    if (find_field(name) != nullptr) {
+        return "";
+    }
+    std::string sentence = "'" + name + "' is not a field";
+    const char* before = "; near it are ";
+    for (const std::string_view near : fields_near(name)) {
+        sentence.append(before).append(near);
+        before = ", ";
+    }
+    return sentence + "; --list-fields prints all";
+}
+
+void define_fields(CLI::App& app, Flags& flags) {
+    app.add_flag("--json", flags.json, "Print a JSON object for each frame, with its fields");
+    app.add_option(
+           "--fields", flags.fields,
+           "Print these fields only, as columns or with --json; such as frame.number,ip.src")
+        ->option_text("NAMES")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(validate_field);
+    app.add_flag("--list-fields", flags.list_fields, "Print the names of all fields and exit");
+}
+
+// The fields that are wanted: those that are named, or all. JSON has each one once.
+std::vector<const Field*> fields_of(const Flags& flags) {
+    std::vector<const Field*> fields;
+    for (const std::string& name : flags.fields) {
+        const Field* const field = find_field(name);
+        if (!flags.json || std::ranges::find(fields, field) == fields.end()) {
+            fields.push_back(field);
+        }
+    }
+    if (fields.empty()) {
+        std::ranges::transform(all_fields(), std::back_inserter(fields),
+                               [](const Field& field) { return &field; });
+    }
+    return fields;
+}
+
+Form form_of(const Flags& flags, bool stdout_taken) {
+    return flags.quiet || stdout_taken ? Form::none
+           : flags.json                ? Form::json
+           : !flags.fields.empty()     ? Form::columns
+           : flags.dump                ? Form::dump
+                                       : Form::line;
+}
+
 void define_output(CLI::App& app, Options& options, Flags& flags) {
-    CLI::Option* const dump =
-        app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
-    CLI::Option* const quiet = app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
-    dump->excludes(quiet);
-    dump->option_text(kNoText);
-    quiet->option_text(kNoText);
+    app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
+    app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
     app.add_flag("--utc", options.time.utc, "Print times in UTC instead of local time");
     app.add_flag("--date", options.time.date, "Print the date before the time");
     app.add_option("-w,--write", options.output_file,
@@ -127,23 +175,33 @@ Options parse_options(int argc, char** argv) {
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
+    define_fields(app, flags);
     define_filters(app, options.wanted);
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
 
+    if (flags.list_fields) {
+        std::fputs(field_list().c_str(), stdout);
+        std::exit(EXIT_SUCCESS);
+    }
     if (options.input_file.empty() && options.interface.empty()) {
         tools::exit_misused(app,
                             "give a capture file (--read FILE) or an interface (--interface NAME)");
     }
     const bool stdout_taken = options.output_file == "-";
-    if (stdout_taken && flags.dump) {
-        tools::exit_misused(app, "--dump and --write - cannot both use standard output");
+    const bool shows_more = flags.dump || flags.json || !flags.fields.empty();
+    if (stdout_taken && shows_more) {
+        tools::exit_misused(app, "--write - needs standard output for the capture file");
+    }
+    if (flags.dump + flags.quiet + (flags.json || !flags.fields.empty()) > 1) {
+        tools::exit_misused(app, "only one of --dump, --quiet and --json or --fields can be given");
     }
     if (stdout_taken && isatty(STDOUT_FILENO) == 1) {
         tools::exit_misused(app,
                             "cannot write a capture file to a terminal: redirect standard output");
     }
-    options.form = flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
+    options.form = form_of(flags, stdout_taken);
+    options.fields = fields_of(flags);
     return options;
 }
 

@@ -3,13 +3,15 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "filter/filter.hpp"
+#include "show/field_table.hpp"
 
 namespace capture {
 
-// What is printed for each frame; `dump` is a line and the fields.
-enum class Form { line, dump, none };
+// What is printed for each frame; `dump` is a line and all that the frame engine shows.
+enum class Form { line, dump, json, columns, none };
 
 struct TimeForm {
     bool utc = false;
@@ -22,6 +24,7 @@ struct Options {
     bool promiscuous = false;
     Wanted wanted;
     Form form = Form::line;
+    std::vector<const Field*> fields;  // of `json` and `columns`
     TimeForm time;
     std::string output_file;       // "-": standard output; empty: no capture file is written
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
