@@ -30,6 +30,7 @@ def is_explained(name, expected, got, inner, flaw, shown):
         (not got and layer == "rtp") or  # more looks like RTP to tshark
         (layer == "arp" and shown["eth.type"] == "0x8035") or  # we have no names for RARP
         (name == "frame.len" and int(got[0]) >= 2**31) or  # tshark ends there
+        (name == "frame.len" and expected == ["0"]) or  # a file that lies: less than was captured
         (name == "ip.len" and got == ["0"]) or  # tshark shows how long it must be
         (name == "ip.dst" and shown["ip.cur_rt"]) or  # the end of a source route
         (name == "tcp.len" and "1" in shown["ip.flags.mf"]) or  # none for a fragment

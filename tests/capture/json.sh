@@ -20,7 +20,7 @@ source "${0%/*}/merged.sh"
 merge_by_link "$ZX_CAPTURES"
 
 mapfile -t names < <("$program" --list-fields | cut -d' ' -f1)
-for file in "$work"/1.pcap; do
+for file in "$work"/*.pcap; do
     shown=("${names[@]/zx.flaw/frame.protocols}" ip.cur_rt tcp.flags.ace)
     tshark -Q -n -r "$file" -T fields -E header=y -E occurrence=a "${shown[@]/#/-e}" \
         --enable-heuristic rtp_udp -o ip.defragment:FALSE -o ipv6.defragment:FALSE -o ip.tso_support:TRUE \
@@ -32,4 +32,4 @@ for file in "$work"/1.pcap; do
     } >"$file.columns"
     "$program" --read "$file" --json >"$file.json" 2>"$work/errors"
 done
-python3 "${0%/*}/fields.py" "$frames" "$values" "$work"/1.pcap
+python3 "${0%/*}/fields.py" "$frames" "$values" "$work"/*.pcap

@@ -16,7 +16,7 @@
 #include "show/progress.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
-#include "write/capture_file.hpp"
+#include "write/capture_files.hpp"
 
 namespace capture {
 namespace {
@@ -36,20 +36,27 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
     }
 }
 
+std::unique_ptr<Source> source_for(const Options& options) {
+    return options.live.interface.empty() ? open_file(options.input_file, options.selection)
+                                          : open_interface(options.live, options.selection);
+}
+
 class Session {
 public:
     explicit Session(const Options& options);
 
     void run();
+    void finish_printing();
     void flush();
+    void finish_files();
     void print_counts();
 
 private:
-    void handle_passed(const Frame& frame, const Packet& packet);
+    bool handle(const Frame& frame);
 
     const Options& options_;
     std::unique_ptr<Source> source_;
-    std::optional<CaptureFile> file_;
+    std::optional<CaptureFiles> files_;
     Filter filter_;
     std::unique_ptr<Printer> printer_;  // NULL: nothing is printed for each frame
     Output output_{STDOUT_FILENO};
@@ -58,15 +65,15 @@ private:
 
 Session::Session(const Options& options)
     : options_(options),
-      source_(options.interface.empty() ? open_file(options.input_file, options.output_file)
-                                        : open_interface(options.interface, options.promiscuous)),
+      source_(source_for(options)),
       filter_(options.wanted),
       printer_(printer_for(options)) {
-    if (!options.output_file.empty()) {
-        file_.emplace(options.output_file);
+    if (!options.writing.path.empty()) {
+        files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
-    if (!options.interface.empty()) {
-        std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n", options.interface.c_str());
+    if (!options.live.interface.empty()) {
+        std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n",
+                     options.live.interface.c_str());
     }
 }
 
@@ -74,8 +81,7 @@ void Session::run() {
     const bool is_screen_free = options_.form == Form::none || isatty(STDOUT_FILENO) == 0;
     Progress progress(is_screen_free && isatty(STDERR_FILENO) == 1);
     Frame frame;
-    while (!stop_requested() &&
-           (options_.max_frames == 0 || counts_.passed() < options_.max_frames)) {
+    while (options_.max_frames == 0 || counts_.passed() < options_.max_frames) {
         const Got got = source_->next(frame);
         if (got == Got::end) {
             break;
@@ -88,32 +94,49 @@ void Session::run() {
             continue;
         }
         counts_.add_seen();
-        const Packet packet = dissect(frame);
-        if (filter_.passes(frame, packet)) {
-            handle_passed(frame, packet);
+        if (got == Got::frame && !handle(frame)) {
+            break;
         }
         progress.show_when_due(*source_);
     }
-    if (printer_) {
-        printer_->finish(output_);
-    }
 }
 
-void Session::handle_passed(const Frame& frame, const Packet& packet) {
-    counts_.add_passed(frame, protocol_name(packet));
-    if (file_) {
-        file_->add(frame);
+// False: the last capture file is complete.
+bool Session::handle(const Frame& frame) {
+    const Packet packet = dissect(frame);
+    if (!filter_.passes(frame, packet)) {
+        return true;
     }
+    if (files_) {
+        if (!files_->has_room_for(frame)) {
+            return false;
+        }
+        files_->add(frame);
+    }
+    counts_.add_passed(frame, protocol_name(packet));
     if (printer_) {
         printer_->add(frame, packet, counts_.seen(), output_);
+    }
+    return true;
+}
+
+void Session::finish_printing() {
+    if (printer_) {
+        printer_->finish(output_);
     }
 }
 
 // Called when there is no frame for now, and at the end.
 void Session::flush() {
     output_.flush();
-    if (file_) {
-        file_->flush();
+    if (files_) {
+        files_->flush();
+    }
+}
+
+void Session::finish_files() {
+    if (files_) {
+        files_->finish();
     }
 }
 
@@ -121,9 +144,10 @@ void Session::flush() {
 void Session::print_counts() {
     std::string text = counts_.text() + "\n";
     if (const auto drops = source_->drops()) {
-        text += "frames: " + std::to_string(*drops) + " dropped by the kernel\n";
+        text += "frames: " + std::to_string(drops->kernel) + " dropped by the kernel, " +
+                std::to_string(drops->interface) + " by the interface\n";
     }
-    if (options_.form == Form::none && options_.output_file != "-") {
+    if (options_.form == Form::none && options_.writing.path != "-") {
         output_.add(text);
         output_.flush();
     } else {
@@ -134,6 +158,10 @@ void Session::print_counts() {
 }  // namespace
 
 void run(const Options& options) {
+    if (options.lists_interfaces) {
+        std::fputs(list_interfaces().c_str(), stdout);
+        return;
+    }
     install_stop_handlers();
     Session session(options);
     std::optional<tools::Failure> failure;
@@ -146,6 +174,8 @@ void run(const Options& options) {
     };
     try {
         attempt(&Session::run);
+        attempt(&Session::finish_printing);
+        attempt(&Session::finish_files);
         attempt(&Session::flush);
         attempt(&Session::print_counts);
     } catch (const OutputClosed&) {

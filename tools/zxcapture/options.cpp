@@ -12,10 +12,15 @@ constexpr char kNotes[] =
     R"(Filters: A frame passes if it matches all filters. A MAC or IP address may be a list such as
 10.0.0.1,10.0.0.2, of which one must match. VLAN tags and extension headers do not hide anything.
 
-Capture files: zxcapture reads every format that libpcap supports. It writes pcap with nanoseconds.
+EXPRESSION is as tcpdump has it, compiled by libpcap. In a live capture, the kernel filters by it.
+
+Capture files: zxcapture reads every format that libpcap supports. It writes pcap or pcapng, both
+with nanoseconds.
 
 Examples:
   zxcapture --interface eth0 --protocol tcp --port 80
+  zxcapture -i eth0 'udp port 1234 and dst net 239.0.0.0/8'
+  zxcapture -i any -w ring.pcap -C 100 -W 10
   zxcapture --read trace.pcapng --source-ip 192.168.1.10 --dump
   zxcapture --interface eth0 --mac 00:11:22:aa:bb:cc --count 100 --write part.pcap
   ssh host tcpdump -w - | zxcapture --read - --quiet
@@ -24,6 +29,11 @@ A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C) and SIG
 
 At the end, zxcapture prints the number of frames to standard error, or to standard output with
 --quiet.)";
+
+constexpr char kFiles[] = "Capture files";
+constexpr std::uint64_t kMib = 1U << 20U;
+constexpr std::uint64_t kMostMib = UINT64_MAX / kMib;
+constexpr std::uint32_t kMostBufferKib = INT32_MAX >> 10U;  // libpcap has it in bytes
 
 constexpr char kNoText[] = " ";  // keeps the excluded options out of the help text
 
@@ -87,6 +97,7 @@ struct Flags {
     bool json = false;
     bool list_fields = false;
     bool quiet = false;
+    bool numeric = false;  // as it always is
     std::vector<std::string> fields{};
 };
 
@@ -131,6 +142,18 @@ std::vector<const Field*> fields_of(const Flags& flags) {
     return fields;
 }
 
+// What is wrong with what is to be printed, or an empty text.
+std::string complaint_about(const Flags& flags, bool stdout_taken) {
+    const bool has_fields = flags.json || !flags.fields.empty();
+    if (stdout_taken && (flags.dump || has_fields)) {
+        return "--write - needs standard output for the capture file";
+    }
+    if (int{flags.dump} + int{flags.quiet} + int{has_fields} > 1) {
+        return "give only one of --dump, --quiet, and --json or --fields";
+    }
+    return "";
+}
+
 Form form_of(const Flags& flags, bool stdout_taken) {
     return flags.quiet || stdout_taken ? Form::none
            : flags.json                ? Form::json
@@ -144,9 +167,8 @@ void define_output(CLI::App& app, Options& options, Flags& flags) {
     app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
     app.add_flag("--utc", options.time.utc, "Print times in UTC instead of local time");
     app.add_flag("--date", options.time.date, "Print the date before the time");
-    app.add_option("-w,--write", options.output_file,
-                   "Write the frames that pass to a new capture file (-: standard output)")
-        ->option_text("FILE");
+    app.add_flag("-n,--numeric", flags.numeric, "Names are never looked up; this changes nothing")
+        ->option_text(kNoText);
     app.add_option("-c,--count", options.max_frames, "End after N frames have passed")
         ->option_text("N")
         ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
@@ -156,13 +178,88 @@ void define_sources(CLI::App& app, Options& options) {
     CLI::Option* const file = app.add_option("-r,--read", options.input_file,
                                              "Read frames from a capture file (-: standard input)")
                                   ->option_text("FILE");
-    CLI::Option* const interface = app.add_option("-i,--interface", options.interface,
-                                                  "Capture frames from a network interface")
-                                       ->option_text("NAME");
-    CLI::Option* const promiscuous = app.add_flag("--promiscuous", options.promiscuous,
-                                                  "Also capture frames for other stations");
+    CLI::Option* const interface =
+        app.add_option("-i,--interface", options.live.interface,
+                       "Capture frames from a network interface (any: from all)")
+            ->option_text("NAME");
     file->excludes(interface);
-    promiscuous->needs(interface)->option_text(kNoText);
+    app.add_flag("-D,--list-interfaces", options.lists_interfaces,
+                 "Print the network interfaces and exit")
+        ->option_text(kNoText);
+    app.add_flag("--promiscuous", options.live.promiscuous,
+                 "Also capture frames for other stations")
+        ->needs(interface)
+        ->option_text(kNoText);
+    app.add_option("-B,--buffer-size", options.live.buffer_kib,
+                   "Buffer of the kernel for a live capture, in KiB (16384)")
+        ->option_text("KIB")
+        ->needs(interface)
+        ->check(CLI::Range(1U, kMostBufferKib));
+    app.add_option("-s,--snapshot-length", options.selection.snapshot_length,
+                   "Keep only the first N bytes of each frame (0: all)")
+        ->option_text("N")
+        ->check(CLI::Range(0U, kLargestFrame));
+}
+
+void define_files(CLI::App& app, Writing& writing) {
+    CLI::Option* const file =
+        app.add_option("-w,--write", writing.path,
+                       "Write the frames that pass to a new capture file (-: standard output)")
+            ->option_text("FILE")
+            ->group(kFiles);
+    app.add_flag("--pcapng", writing.pcapng, "Write pcapng, also if FILE does not end in .pcapng")
+        ->option_text(kNoText)
+        ->group(kFiles)
+        ->needs(file);
+    app.add_option("-C,--file-size", writing.file_size,
+                   "Start the next file before one is larger than MIB (1 MiB: 1048576 bytes)")
+        ->option_text("MIB")
+        ->group(kFiles)
+        ->needs(file)
+        ->check(CLI::Range(std::uint64_t{1}, kMostMib));
+    app.add_option("-G,--file-seconds", writing.seconds,
+                   "Start the next file after this time, with the "
+                   "time in its name, such as part-%H%M%S.pcap")
+        ->option_text("SECONDS")
+        ->group(kFiles)
+        ->needs(file)
+        ->check(CLI::Range(1U, UINT32_MAX));
+    app.add_option("-W,--file-count", writing.file_count,
+                   "With -C: after N files, write the first again; with -G: end after N files")
+        ->option_text("N")
+        ->group(kFiles)
+        ->needs(file)
+        ->check(CLI::Range(1U, UINT32_MAX));
+}
+
+// What is wrong with the files that are to be written, or an empty text.
+std::string complaint_about(const Writing& writing) {
+    const bool is_several = writing.file_size != 0 || writing.seconds != 0;
+    if (writing.path == "-" && is_several) {
+        return "--write - is one file: it excludes --file-size and --file-seconds";
+    }
+    if (writing.path == "-" && isatty(STDOUT_FILENO) == 1) {
+        return "cannot write a capture file to a terminal: redirect standard output";
+    }
+    if (writing.file_count != 0 && !is_several) {
+        return "--file-count needs --file-size or --file-seconds";
+    }
+    if (writing.file_count != 0 && writing.file_size != 0 && writing.seconds != 0) {
+        return "--file-count excludes one of --file-size and --file-seconds";
+    }
+    if (writing.seconds != 0 && writing.path.find('%') == std::string::npos) {
+        return "--file-seconds needs a time such as %H%M%S in the name of the file, or each file "
+               "replaces the one before it";
+    }
+    return "";
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
 }
 
 }  // namespace
@@ -170,13 +267,17 @@ void define_sources(CLI::App& app, Options& options) {
 Options parse_options(int argc, char** argv) {
     Options options;
     Flags flags;
-    CLI::App app("Shows the Ethernet frames of a capture file or of a live interface.",
-                 "zxcapture");
+    std::vector<std::string> expression;
+    CLI::App app("Shows the frames of a capture file or of a live interface.", "zxcapture");
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
     define_fields(app, flags);
+    define_files(app, options.writing);
     define_filters(app, options.wanted);
+    app.add_option("EXPRESSION", expression,
+                   "Filter expression as tcpdump has it, such as 'udp port 1234'")
+        ->option_text(kNoText);
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
 
@@ -184,22 +285,24 @@ Options parse_options(int argc, char** argv) {
         std::fputs(field_list().c_str(), stdout);
         std::exit(EXIT_SUCCESS);
     }
-    if (options.input_file.empty() && options.interface.empty()) {
+    if (options.input_file.empty() && options.live.interface.empty() && !options.lists_interfaces) {
         tools::exit_misused(app,
                             "give a capture file (--read FILE) or an interface (--interface NAME)");
     }
-    const bool stdout_taken = options.output_file == "-";
-    const bool shows_more = flags.dump || flags.json || !flags.fields.empty();
-    if (stdout_taken && shows_more) {
-        tools::exit_misused(app, "--write - needs standard output for the capture file");
+    Writing& writing = options.writing;
+    const bool stdout_taken = writing.path == "-";
+    if (const std::string complaint = complaint_about(flags, stdout_taken); !complaint.empty()) {
+        tools::exit_misused(app, complaint);
     }
-    if (flags.dump + flags.quiet + (flags.json || !flags.fields.empty()) > 1) {
-        tools::exit_misused(app, "only one of --dump, --quiet and --json or --fields can be given");
+    if (const std::string complaint = complaint_about(writing); !complaint.empty()) {
+        tools::exit_misused(app, complaint);
     }
-    if (stdout_taken && isatty(STDOUT_FILENO) == 1) {
-        tools::exit_misused(app,
-                            "cannot write a capture file to a terminal: redirect standard output");
+    writing.pcapng = writing.pcapng || writing.path.ends_with(".pcapng");
+    writing.file_size *= kMib;
+    if (options.selection.snapshot_length == 0) {
+        options.selection.snapshot_length = kLargestFrame;
     }
+    options.selection.expression = joined(expression);
     options.form = form_of(flags, stdout_taken);
     options.fields = fields_of(flags);
     return options;

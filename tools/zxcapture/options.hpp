@@ -7,6 +7,8 @@
 
 #include "filter/filter.hpp"
 #include "show/field_table.hpp"
+#include "source/source.hpp"
+#include "write/capture_files.hpp"
 
 namespace capture {
 
@@ -19,14 +21,15 @@ struct TimeForm {
 };
 
 struct Options {
-    std::string input_file;  // "-": standard input; empty: capture from the interface
-    std::string interface;
-    bool promiscuous = false;
+    bool lists_interfaces = false;  // and nothing else
+    std::string input_file;         // "-": standard input; empty: a live capture
+    Live live;
+    Selection selection;
     Wanted wanted;
     Form form = Form::line;
     std::vector<const Field*> fields;  // of `json` and `columns`
     TimeForm time;
-    std::string output_file;       // "-": standard output; empty: no capture file is written
+    Writing writing;
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
 };
 
