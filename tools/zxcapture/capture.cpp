@@ -16,6 +16,8 @@
 #include "show/progress.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
+#include "streams/conversations.hpp"
+#include "streams/streams.hpp"
 #include "write/capture_files.hpp"
 
 namespace capture {
@@ -31,6 +33,12 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<Json>(options.fields);
         case Form::columns:
             return std::make_unique<Columns>(options.fields);
+        case Form::streams:
+            return std::make_unique<TablesPrinter>(std::make_unique<Streams>(options.rtp_clocks),
+                                                   options.tables, "--streams");
+        case Form::conversations:
+            return std::make_unique<TablesPrinter>(std::make_unique<Conversations>(),
+                                                   options.tables, "--conversations");
         default:
             return nullptr;
     }

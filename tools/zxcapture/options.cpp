@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "common/command_line.hpp"
+#include "common/number.hpp"
 #include "zxcommon.h"
 
 namespace capture {
@@ -98,7 +99,10 @@ struct Flags {
     bool list_fields = false;
     bool quiet = false;
     bool numeric = false;  // as it always is
+    bool streams = false;
+    bool conversations = false;
     std::vector<std::string> fields{};
+    std::vector<std::string> rtp_clocks{};
 };
 
 std::string validate_field(const std::string& name) {
@@ -142,20 +146,68 @@ std::vector<const Field*> fields_of(const Flags& flags) {
     return fields;
 }
 
+// The payload type and the rate of its clock; the validator returns an error message.
+std::string read_clock(const std::string& text, RtpClocks& clocks) {
+    const std::size_t end = text.find('=');
+    const auto type = tools::parse_number(text.substr(0, end));
+    const auto rate = tools::parse_number(end == std::string::npos ? "" : text.substr(end + 1));
+    if (!type || *type >= RtpClocks::kTypes || !rate || *rate == 0 || *rate > UINT32_MAX) {
+        return "'" + text + "' is not a payload type and a rate such as 97=48000";
+    }
+    clocks.set(static_cast<std::uint8_t>(*type), static_cast<std::uint32_t>(*rate));
+    return "";
+}
+
+void define_streams(CLI::App& app, Flags& flags) {
+    constexpr char kGroup[] = "Streams";
+    app.add_flag("--streams", flags.streams,
+                 "Show a table of all streams: rates, losses, jitter, continuity; with --json an "
+                 "object a second")
+        ->group(kGroup);
+    app.add_flag("--conversations", flags.conversations,
+                 "Show a table of all TCP connections: state, bytes, retransmissions, round trips; "
+                 "with --json an object for each")
+        ->group(kGroup);
+    app.add_option("--rtp-clock", flags.rtp_clocks,
+                   "The rate of the RTP clock of a payload type in Hz, such as 97=48000")
+        ->option_text("TYPE=RATE")
+        ->group(kGroup)
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check([](const std::string& text) {
+            RtpClocks clocks;
+            return read_clock(text, clocks);
+        });
+}
+
+// A table is live as long as frames may come: those of a file are there at once.
+TablesForm tables_form(const Options& options, const Flags& flags) {
+    const bool is_live = options.input_file.empty() || options.input_file == "-";
+    return flags.json                              ? TablesForm::json
+           : is_live && isatty(STDOUT_FILENO) == 1 ? TablesForm::live
+                                                   : TablesForm::summary;
+}
+
 // What is wrong with what is to be printed, or an empty text.
 std::string complaint_about(const Flags& flags, bool stdout_taken) {
-    const bool has_fields = flags.json || !flags.fields.empty();
-    if (stdout_taken && (flags.dump || has_fields)) {
-        return "--write - needs standard output for the capture file";
+    const bool has_tables = flags.streams || flags.conversations;
+    const bool has_fields = !flags.fields.empty() || (flags.json && !has_tables);
+    const int forms = int{flags.dump} + int{flags.quiet} + int{flags.streams} +
+                      int{flags.conversations} + int{has_fields};
+    if (forms > 1) {
+        return "give only one of --dump, --quiet, --streams, --conversations, and --json or "
+               "--fields";
     }
-    if (int{flags.dump} + int{flags.quiet} + int{has_fields} > 1) {
-        return "give only one of --dump, --quiet, and --json or --fields";
+    if (stdout_taken && forms > int{flags.quiet}) {
+        return "--write - needs standard output for the capture file";
     }
     return "";
 }
 
 Form form_of(const Flags& flags, bool stdout_taken) {
     return flags.quiet || stdout_taken ? Form::none
+           : flags.streams             ? Form::streams
+           : flags.conversations       ? Form::conversations
            : flags.json                ? Form::json
            : !flags.fields.empty()     ? Form::columns
            : flags.dump                ? Form::dump
@@ -274,6 +326,7 @@ Options parse_options(int argc, char** argv) {
     define_output(app, options, flags);
     define_fields(app, flags);
     define_files(app, options.writing);
+    define_streams(app, flags);
     define_filters(app, options.wanted);
     app.add_option("EXPRESSION", expression,
                    "Filter expression as tcpdump has it, such as 'udp port 1234'")
@@ -297,6 +350,10 @@ Options parse_options(int argc, char** argv) {
     if (const std::string complaint = complaint_about(writing); !complaint.empty()) {
         tools::exit_misused(app, complaint);
     }
+    for (const std::string& text : flags.rtp_clocks) {
+        read_clock(text, options.rtp_clocks);
+    }
+    options.tables = tables_form(options, flags);
     writing.pcapng = writing.pcapng || writing.path.ends_with(".pcapng");
     writing.file_size *= kMib;
     if (options.selection.snapshot_length == 0) {

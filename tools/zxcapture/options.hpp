@@ -8,12 +8,15 @@
 #include "filter/filter.hpp"
 #include "show/field_table.hpp"
 #include "source/source.hpp"
+#include "streams/rtp_source.hpp"
+#include "streams/tables.hpp"
 #include "write/capture_files.hpp"
 
 namespace capture {
 
-// What is printed for each frame; `dump` is a line and all that the frame engine shows.
-enum class Form { line, dump, json, columns, none };
+// What is printed for each frame; `dump` is a line and all that the frame engine shows. `streams`
+// and `conversations` are tables of all frames.
+enum class Form { line, dump, json, columns, streams, conversations, none };
 
 struct TimeForm {
     bool utc = false;
@@ -27,7 +30,9 @@ struct Options {
     Selection selection;
     Wanted wanted;
     Form form = Form::line;
-    std::vector<const Field*> fields;  // of `json` and `columns`
+    std::vector<const Field*> fields;         // of `json` and `columns`
+    TablesForm tables = TablesForm::summary;  // of `streams` and `conversations`
+    RtpClocks rtp_clocks;
     TimeForm time;
     Writing writing;
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
