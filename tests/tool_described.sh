@@ -5,7 +5,7 @@
 set -euo pipefail
 name=$(basename "$1")
 
-known=$("$1" --help | sed -En 's|^  (-[a-z],)?(--[a-z-]+).*|\2|p' | sort)
+known=$("$1" --help | sed -En 's|^  (-[A-Za-z],)?(--[a-z-]+).*|\2|p' | sort)
 paged=$(grep -A 1 '^\.TP' "$2.1" | grep -oE '\\-\\-[a-z\\-]+' | tr -d '\\' | sort)
 diff <(echo "$known") <(echo "$paged")
 

@@ -304,9 +304,10 @@ TEST_F(CaptureProgram, DumpsEveryRealFrame) {
 TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
     const std::string file = write("file", {kSyn});
     const std::string reading = "-r " + file;
+    write("ring0", {kSyn});
     std::ofstream(folder + "text") << "this is no capture file, but it is long enough for one";
     std::string other = content_of(file);
-    other[20] = 101;  // raw IP
+    other[20] = 105;  // IEEE 802.11
     std::ofstream(folder + "other") << other;
     const std::pair<std::string, const char*> cases[] = {
         {"", "give a capture file (--read FILE) or an interface (--interface NAME)"},
@@ -314,13 +315,19 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {"-r /nonexistent/file", "cannot read /nonexistent/file: No such file"},
         {"-r " + folder + "text", "text: unknown file format"},
         {"-r " + folder + "other",
-         "other does not contain Ethernet frames: its link type is Raw IP"},
+         "other does not contain Ethernet frames: its link type is 802.11"},
         {"-i nowhere0", "there is no network interface nowhere0"},
         {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IP address"},
         {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is not a MAC address"},
         {reading + " --port 65536", "--port: Value 65536 not in range"},
         {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
         {reading + " -w " + file, "while reading from it"},
+        {"-r " + folder + "ring0 -C 1 -W 2 -w " + folder + "ring", "while reading from it"},
+        {reading + " udp prot 5", "cannot filter by 'udp prot 5': syntax error"},
+        {reading + " -W 2 -w part", "--file-count needs --file-size or --file-seconds"},
+        {reading + " -w part -G 5", "--file-seconds needs a time such as %H%M%S"},
+        {reading + " -w - -C 1", "--write - is one file"},
+        {reading + " -w %H -C 1 -G 5 -W 2", "--file-count excludes one of"},
         {reading + " -w /nonexistent/file", "cannot write /nonexistent/file: No such file"},
     };
     for (const auto& [arguments, sentence] : cases) {

@@ -150,7 +150,8 @@ def agrees_with_tshark(paths):
             same(f"{path} {key} lost", source["lost"], theirs["lost"])
             if source["payload_type"] < 96 and theirs["most"] > 0:
                 same(f"{path} {key} jitter", source["jitter_most_us"] / 1000, theirs["most"], 0.01)
-                same(f"{path} {key} mean jitter", source["jitter_mean_us"] / 1000, theirs["mean"], 0.05)
+                if source["payload_type"] == 0:  # of video, it leaves out packets from the mean
+                    same(f"{path} {key} mean jitter", source["jitter_mean_us"] / 1000, theirs["mean"], 0.05)
             compared += 1
     return compared
 
@@ -158,7 +159,8 @@ def agrees_with_tshark(paths):
 def agrees_with_capinfos(folder):
     """A file of one flow: packets, bytes, bytes each second, and the mean rate."""
     path = folder + "/one.pcap"
-    write_pcap(path, [(n * 12345, udp_frame(each, "239.0.0.2")) for n, each in enumerate(messages())])
+    frames = [(n * 12345, udp_frame(each, "239.0.0.2")) for n, each in enumerate(messages())]
+    write_pcap(path, frames)
     names, values = (line.split("\t") for line in run("capinfos", "-TM", path).decode().splitlines())
     info = dict(zip(names, values))
     seconds = objects(path)
@@ -166,12 +168,10 @@ def agrees_with_capinfos(folder):
     same("packets", flow["packets"], int(info["Number of packets"]))
     same("bytes", flow["bytes"], int(info["Data size (bytes)"]))
     same("rate", flow["mean_bits_per_s"], float(info["Data bit rate (bits/sec)"]), 1)
-    whole = [each for each in seconds if not each["summary"]]
-    frame = flow["bytes"] // flow["packets"]
-    for number, each in enumerate(whole):
-        count = len([n for n in range(flow["packets"]) if n * 12345 // MICRO == number])
-        if count * frame * 8 != each["flows"][0]["bits_per_s"] and count == 81:
-            raise AssertionError(f"second {number}: {each['flows'][0]['bits_per_s']}")
+    assert len(seconds) > 3, "an object a second"
+    for number, each in enumerate(seconds[:-1]):
+        bits = 8 * sum(len(frame) for at, frame in frames if at // MICRO == number)
+        same(f"rate of second {number}", each["flows"][0]["bits_per_s"], bits)
     assert flow["kind"] == "TS" and flow["ts"]["continuity_errors"] == 0, flow["ts"]
 
 
@@ -217,49 +217,78 @@ def extraction(folder):
         assert file.read() == b"".join(messages()), "the extracted stream"
 
 
+def works(*arguments):
+    return subprocess.run(arguments, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False).returncode == 0
+
+
 def network(folder):
-    """A network of two ends: what netem drops and delays, and who joins, in a VLAN."""
+    """A network of two ends: what netem drops and delays, what the sender leaves out, and who joins."""
     space = f"streams{os.getpid()}"
-    made = subprocess.run(["ip", "netns", "add", space], stderr=subprocess.DEVNULL, check=False)
-    if made.returncode != 0:
+    if not works("ip", "netns", "add", space):
         print("skipped in part: no network namespaces here")
         return
     try:
-        inside = ("ip", "netns", "exec", space)
-        for command in ("ip link add a type veth peer name b", "ip link set a up", "ip link set b up",
-                        "ip link add link a name a.10 type vlan id 10", "ip address add 10.1.0.1/24 dev a.10",
-                        "ip link set a.10 up", "ip route add 239.0.0.0/8 dev a.10"):
-            run(*inside, *command.split())
+        inside = ("nsenter", "--net=/run/netns/" + space)
+        for command in ("link add near type veth peer name far", "link set near up", "link set far up"):
+            run(*inside, "ip", *command.split())
+        has_vlan = works(*inside, "ip", *"link add link near name near.10 type vlan id 10".split())
+        has_netem = works(*inside, "tc", *NETEM, "loss", "0%")
+        print("VLAN interfaces:", has_vlan, " netem:", has_netem)
+        port, vlans = ("near.10", [10]) if has_vlan else ("near", [])
+        for command in (f"address add 10.1.0.1/24 dev {port}", f"link set {port} up", f"route add 239.0.0.0/8 dev {port}"):
+            run(*inside, "ip", *command.split())
         with open(folder + "/live", "wb") as out:
-            capture = subprocess.Popen([*inside, CAPTURE, "--interface", "b", "--streams", "--json"],
+            capture = subprocess.Popen([*inside, CAPTURE, "--interface", "far", "--streams", "--json"],
                                        stdout=out, stderr=subprocess.PIPE)
             capture.stderr.readline()
             time.sleep(0.5)
-            subprocess.run([*inside, sys.executable, __file__, CAPTURE, SAMPLE, "send"], check=True)
+            subprocess.run([*inside, sys.executable, __file__, CAPTURE, SAMPLE, str(int(has_netem))], check=True)
             time.sleep(1.5)
-            dropped = int(re.search(rb"dropped (\d+)", run(*inside, "tc", "-s", "qdisc", "show", "dev", "a")).group(1))
+            dropped = 0
+            if has_netem:
+                shown = run(*inside, "tc", "-s", "qdisc", "show", "dev", "near")
+                dropped = int(re.search(rb"dropped (\d+)", shown).group(1))
+                assert dropped > 0, "netem drops nothing"
             capture.send_signal(signal.SIGINT)
             capture.communicate(timeout=20)
         with open(folder + "/live", "rb") as lines:
             seconds = [json.loads(line) for line in lines]
         assert len(seconds) > 3, "an object a second"
         last = seconds[-1]
-        flow = {each["destination"]: each for each in last["flows"]}["239.0.0.5"]
+        found = {each["destination"]: each for each in last["flows"]}
+        flow, tagged = found["239.0.0.5"], found["239.0.0.7"]
         source, = flow["rtp"]
-        assert flow["vlans"] == [10] and flow["kind"] == "RTP+TS" and flow["members"] == 1, flow
-        assert dropped > 0, "netem drops nothing"
+        assert flow["vlans"] == vlans and flow["kind"] == "RTP+TS" and flow["members"] == 0, flow
         same("lost", source["lost"], dropped + 7)
         same("packets", source["packets"] + source["lost"], 2000)
-        assert 1000 < source["jitter_mean_us"] < 8000, source
-        states = {each["group"]: each["joined"] for each in last["members"] if each["vlans"] == [10]}
-        assert states["239.0.0.5"] is True and states["239.0.0.6"] is False, states
+        same("late", source["late"], 0)
+        assert not has_netem or 200 < source["jitter_mean_us"] < 2000, source
+        assert tagged["vlans"] == [20] and tagged["members"] == 1, tagged
+        same("late in a VLAN", tagged["rtp"][0]["late"], 1)
+        counts = [each["members"] for second in seconds for each in second["flows"]
+                  if each["destination"] == "239.0.0.5"]
+        assert 1 in counts, "the sender was a member until it ended"
+        states = {each["group"]: each["joined"] for each in last["members"] if each["vlans"] == vlans}
+        assert states["239.0.0.5"] is False and states["239.0.0.6"] is False, states
         assert any(group.startswith("ff") for group in states), "no group of MLD"
     finally:
         run("ip", "netns", "del", space)
 
 
-def send():
-    """Runs in the network: joins groups, leaves one, and sends 2000 datagrams without seven."""
+NETEM = "qdisc replace dev near root netem limit 10000".split()
+
+
+def send(has_netem):
+    """Runs in the network: joins groups, leaves one, and sends 2000 datagrams without seven. Frames
+    with a tag are made by hand, so they need no interface for their VLAN."""
+    raw = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+    raw.bind(("near", 0))
+    for n in (1, 2, 4, 3, 5):
+        raw.send(udp_frame(rtp(n, n, 9, 33, messages()[0]), "239.0.0.7", vlan=20))
+    report = bytes.fromhex("1600f900") + socket.inet_aton("239.0.0.7")
+    raw.send(bytes.fromhex("01005e00000702000000000b810000140800")
+             + struct.pack(">BBHHHBBH4s4s", 0x45, 0, 28, 0, 0, 1, 2, 0, socket.inet_aton("10.0.0.3"),
+                           socket.inet_aton("239.0.0.7")) + report)
     member = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for group in ("239.0.0.5", "239.0.0.6"):
         request = socket.inet_aton(group) + socket.inet_aton("10.1.0.1")
@@ -269,11 +298,11 @@ def send():
     sender.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_LOOP, 0)
     payload, begin = messages()[0], time.monotonic()
     for n in range(2000):
-        if n == 100:
-            run("tc", "qdisc", "add", "dev", "a", "root", "netem", "limit", "10000", "delay", "10ms", "5ms", "loss", "3%")
-        if n == 1900:
+        if has_netem and n == 100:
+            run("tc", *NETEM, "delay", "10ms", "1ms", "loss", "3%")
+        if has_netem and n == 1900:
             time.sleep(0.1)
-            run("tc", "qdisc", "change", "dev", "a", "root", "netem", "limit", "10000", "delay", "0ms", "loss", "0%")
+            run("tc", "qdisc", "change", *NETEM[2:], "delay", "0ms", "loss", "0%")
         time.sleep(max(0.0, begin + n * 0.002 - time.monotonic()))
         if n not in range(1000, 1007):
             stamp = int((time.monotonic() - begin) * 90000)
@@ -281,7 +310,7 @@ def send():
 
 
 if len(sys.argv) > 3:
-    send()
+    send(sys.argv[3] == "1")
     sys.exit()
 for program in ("tshark", "capinfos", "ffprobe", "ip", "tc"):
     if shutil.which(program) is None:

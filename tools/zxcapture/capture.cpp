@@ -7,16 +7,19 @@
 #include "common/failure.hpp"
 #include "filter/filter.hpp"
 #include "packet/names.hpp"
+#include "show/columns.hpp"
 #include "show/counts.hpp"
 #include "show/field_dump.hpp"
+#include "show/json.hpp"
 #include "show/line.hpp"
 #include "show/output.hpp"
 #include "show/progress.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
+#include "streams/conversations.hpp"
 #include "streams/extract.hpp"
 #include "streams/streams.hpp"
-#include "write/capture_file.hpp"
+#include "write/capture_files.hpp"
 
 namespace capture {
 namespace {
@@ -27,14 +30,26 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<Line>(options.time);
         case Form::dump:
             return std::make_unique<FieldDump>(options.time);
+        case Form::json:
+            return std::make_unique<Json>(options.fields);
+        case Form::columns:
+            return std::make_unique<Columns>(options.fields);
         case Form::streams:
             return std::make_unique<TablesPrinter>(std::make_unique<Streams>(options.rtp_clocks),
                                                    options.tables, "--streams");
+        case Form::conversations:
+            return std::make_unique<TablesPrinter>(std::make_unique<Conversations>(),
+                                                   options.tables, "--conversations");
         case Form::extract:
-            return std::make_unique<Extract>(options.extracted_flow, options.output_file);
+            return std::make_unique<Extract>(options.extracted_flow, options.writing.path);
         default:
             return nullptr;
     }
+}
+
+std::unique_ptr<Source> source_for(const Options& options) {
+    return options.live.interface.empty() ? open_file(options.input_file, options.selection)
+                                          : open_interface(options.live, options.selection);
 }
 
 class Session {
@@ -42,16 +57,17 @@ public:
     explicit Session(const Options& options);
 
     void run();
-    void finish();
+    void finish_printing();
     void flush();
+    void finish_files();
     void print_counts();
 
 private:
-    void handle_passed(const Frame& frame, const Packet& packet);
+    bool handle(const Frame& frame);
 
     const Options& options_;
     std::unique_ptr<Source> source_;
-    std::optional<CaptureFile> file_;
+    std::optional<CaptureFiles> files_;
     Filter filter_;
     std::unique_ptr<Printer> printer_;  // NULL: nothing is printed for each frame
     Output output_{STDOUT_FILENO};
@@ -60,15 +76,15 @@ private:
 
 Session::Session(const Options& options)
     : options_(options),
-      source_(options.interface.empty() ? open_file(options.input_file, options.output_file)
-                                        : open_interface(options.interface, options.promiscuous)),
+      source_(source_for(options)),
       filter_(options.wanted),
       printer_(printer_for(options)) {
-    if (!options.output_file.empty() && options.form != Form::extract) {
-        file_.emplace(options.output_file);
+    if (!options.writing.path.empty() && options.form != Form::extract) {
+        files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
-    if (!options.interface.empty()) {
-        std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n", options.interface.c_str());
+    if (!options.live.interface.empty()) {
+        std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n",
+                     options.live.interface.c_str());
     }
 }
 
@@ -76,8 +92,7 @@ void Session::run() {
     const bool is_screen_free = options_.form == Form::none || isatty(STDOUT_FILENO) == 0;
     Progress progress(is_screen_free && isatty(STDERR_FILENO) == 1);
     Frame frame;
-    while (!stop_requested() &&
-           (options_.max_frames == 0 || counts_.passed() < options_.max_frames)) {
+    while (options_.max_frames == 0 || counts_.passed() < options_.max_frames) {
         const Got got = source_->next(frame);
         if (got == Got::end) {
             break;
@@ -90,36 +105,49 @@ void Session::run() {
             continue;
         }
         counts_.add_seen();
-        const Packet packet = dissect(frame);
-        if (filter_.passes(frame, packet)) {
-            handle_passed(frame, packet);
+        if (got == Got::frame && !handle(frame)) {
+            break;
         }
         progress.show_when_due(*source_);
     }
 }
 
-// After an error, too.
-void Session::finish() {
-    if (printer_) {
-        printer_->finish(output_);
+// False: the last capture file is complete.
+bool Session::handle(const Frame& frame) {
+    const Packet packet = dissect(frame);
+    if (!filter_.passes(frame, packet)) {
+        return true;
     }
-}
-
-void Session::handle_passed(const Frame& frame, const Packet& packet) {
+    if (files_) {
+        if (!files_->has_room_for(frame)) {
+            return false;
+        }
+        files_->add(frame);
+    }
     counts_.add_passed(frame, protocol_name(packet));
-    if (file_) {
-        file_->add(frame);
-    }
     if (printer_) {
         printer_->add(frame, packet, counts_.seen(), output_);
+    }
+    return true;
+}
+
+void Session::finish_printing() {
+    if (printer_) {
+        printer_->finish(output_);
     }
 }
 
 // Called when there is no frame for now, and at the end.
 void Session::flush() {
     output_.flush();
-    if (file_) {
-        file_->flush();
+    if (files_) {
+        files_->flush();
+    }
+}
+
+void Session::finish_files() {
+    if (files_) {
+        files_->finish();
     }
 }
 
@@ -127,9 +155,10 @@ void Session::flush() {
 void Session::print_counts() {
     std::string text = counts_.text() + "\n";
     if (const auto drops = source_->drops()) {
-        text += "frames: " + std::to_string(*drops) + " dropped by the kernel\n";
+        text += "frames: " + std::to_string(drops->kernel) + " dropped by the kernel, " +
+                std::to_string(drops->interface) + " by the interface\n";
     }
-    if (options_.form == Form::none && options_.output_file != "-") {
+    if (options_.form == Form::none && options_.writing.path != "-") {
         output_.add(text);
         output_.flush();
     } else {
@@ -140,6 +169,10 @@ void Session::print_counts() {
 }  // namespace
 
 void run(const Options& options) {
+    if (options.lists_interfaces) {
+        std::fputs(list_interfaces().c_str(), stdout);
+        return;
+    }
     install_stop_handlers();
     Session session(options);
     std::optional<tools::Failure> failure;
@@ -152,7 +185,8 @@ void run(const Options& options) {
     };
     try {
         attempt(&Session::run);
-        attempt(&Session::finish);
+        attempt(&Session::finish_printing);
+        attempt(&Session::finish_files);
         attempt(&Session::flush);
         attempt(&Session::print_counts);
     } catch (const OutputClosed&) {

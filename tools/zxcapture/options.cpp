@@ -14,10 +14,15 @@ constexpr char kNotes[] =
     R"(Filters: A frame passes if it matches all filters. A MAC or IP address may be a list such as
 10.0.0.1,10.0.0.2, of which one must match. VLAN tags and extension headers do not hide anything.
 
-Capture files: zxcapture reads every format that libpcap supports. It writes pcap with nanoseconds.
+EXPRESSION is as tcpdump has it, compiled by libpcap. In a live capture, the kernel filters by it.
+
+Capture files: zxcapture reads every format that libpcap supports. It writes pcap or pcapng, both
+with nanoseconds.
 
 Examples:
   zxcapture --interface eth0 --protocol tcp --port 80
+  zxcapture -i eth0 'udp port 1234 and dst net 239.0.0.0/8'
+  zxcapture -i any -w ring.pcap -C 100 -W 10
   zxcapture --read trace.pcapng --source-ip 192.168.1.10 --dump
   zxcapture --interface eth0 --mac 00:11:22:aa:bb:cc --count 100 --write part.pcap
   ssh host tcpdump -w - | zxcapture --read - --quiet
@@ -26,6 +31,11 @@ A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C) and SIG
 
 At the end, zxcapture prints the number of frames to standard error, or to standard output with
 --quiet.)";
+
+constexpr char kFiles[] = "Capture files";
+constexpr std::uint64_t kMib = 1U << 20U;
+constexpr std::uint64_t kMostMib = UINT64_MAX / kMib;
+constexpr std::uint32_t kMostBufferKib = INT32_MAX >> 10U;  // libpcap has it in bytes
 
 constexpr char kNoText[] = " ";  // keeps the excluded options out of the help text
 
@@ -86,11 +96,57 @@ void define_filters(CLI::App& app, Wanted& wanted) {
 
 struct Flags {
     bool dump = false;
-    bool quiet = false;
     bool json = false;
+    bool list_fields = false;
+    bool quiet = false;
+    bool numeric = false;  // as it always is
     bool streams = false;
-    std::vector<std::string> rtp_clocks;
+    bool conversations = false;
+    std::string extract{};
+    std::vector<std::string> fields{};
+    std::vector<std::string> rtp_clocks{};
 };
+
+std::string validate_field(const std::string& name) {
+    if (find_field(name) != nullptr) {
+        return "";
+    }
+    std::string sentence = "'" + name + "' is not a field";
+    const char* before = "; near it are ";
+    for (const std::string_view near : fields_near(name)) {
+        sentence.append(before).append(near);
+        before = ", ";
+    }
+    return sentence + "; --list-fields prints all";
+}
+
+void define_fields(CLI::App& app, Flags& flags) {
+    app.add_flag("--json", flags.json, "Print a JSON object for each frame, with its fields");
+    app.add_option(
+           "--fields", flags.fields,
+           "Print these fields only, as columns or with --json; such as frame.number,ip.src")
+        ->option_text("NAMES")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(validate_field);
+    app.add_flag("--list-fields", flags.list_fields, "Print the names of all fields and exit");
+}
+
+// The fields that are wanted: those that are named, or all. JSON has each one once.
+std::vector<const Field*> fields_of(const Flags& flags) {
+    std::vector<const Field*> fields;
+    for (const std::string& name : flags.fields) {
+        const Field* const field = find_field(name);
+        if (!flags.json || std::ranges::find(fields, field) == fields.end()) {
+            fields.push_back(field);
+        }
+    }
+    if (fields.empty()) {
+        std::ranges::transform(all_fields(), std::back_inserter(fields),
+                               [](const Field& field) { return &field; });
+    }
+    return fields;
+}
 
 // The payload type and the rate of its clock; the validator returns an error message.
 std::string read_clock(const std::string& text, RtpClocks& clocks) {
@@ -104,13 +160,13 @@ std::string read_clock(const std::string& text, RtpClocks& clocks) {
     return "";
 }
 
-void define_streams(CLI::App& app, Options& options, Flags& flags) {
+void define_streams(CLI::App& app, Flags& flags) {
     constexpr char kGroup[] = "Streams";
     app.add_flag("--streams", flags.streams,
                  "Show a table of all streams: rates, losses, jitter, continuity; with --json an "
                  "object a second")
         ->group(kGroup);
-    app.add_option("--extract", options.extracted_flow,
+    app.add_option("--extract", flags.extract,
                    "Write the transport stream of this flow to the file of --write, such as "
                    "239.0.0.1:1234 or '10.0.0.2:5000>239.0.0.1:1234'")
         ->option_text("FLOW")
@@ -119,6 +175,10 @@ void define_streams(CLI::App& app, Options& options, Flags& flags) {
             return read_flow_name(text) ? ""
                                         : "'" + text + "' is not a flow such as 239.0.0.1:1234";
         });
+    app.add_flag("--conversations", flags.conversations,
+                 "Show a table of all TCP connections: state, bytes, retransmissions, round trips; "
+                 "with --json an object for each")
+        ->group(kGroup);
     app.add_option("--rtp-clock", flags.rtp_clocks,
                    "The rate of the RTP clock of a payload type in Hz, such as 97=48000")
         ->option_text("TYPE=RATE")
@@ -139,19 +199,40 @@ TablesForm tables_form(const Options& options, const Flags& flags) {
                                                    : TablesForm::summary;
 }
 
+// What is wrong with what is to be printed, or an empty text.
+std::string complaint_about(const Flags& flags, bool stdout_taken) {
+    const bool has_tables = flags.streams || flags.conversations;
+    const bool has_fields = !flags.fields.empty() || (flags.json && !has_tables);
+    const int forms = int{flags.dump} + int{flags.quiet} + int{flags.streams} +
+                      int{flags.conversations} + int{!flags.extract.empty()} + int{has_fields};
+    if (forms > 1) {
+        return "give only one of --dump, --quiet, --streams, --conversations, --extract, and "
+               "--json or --fields";
+    }
+    if (stdout_taken && forms > int{flags.quiet} && flags.extract.empty()) {
+        return "--write - needs standard output for the capture file";
+    }
+    return "";
+}
+
+Form form_of(const Flags& flags, bool stdout_taken) {
+    return !flags.extract.empty()        ? Form::extract
+           : flags.quiet || stdout_taken ? Form::none
+           : flags.streams               ? Form::streams
+           : flags.conversations         ? Form::conversations
+           : flags.json                  ? Form::json
+           : !flags.fields.empty()       ? Form::columns
+           : flags.dump                  ? Form::dump
+                                         : Form::line;
+}
+
 void define_output(CLI::App& app, Options& options, Flags& flags) {
-    CLI::Option* const dump =
-        app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
-    CLI::Option* const quiet = app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
-    dump->excludes(quiet);
-    dump->option_text(kNoText);
-    quiet->option_text(kNoText);
-    app.add_flag("--json", flags.json, "With --streams: JSON");
+    app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
+    app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
     app.add_flag("--utc", options.time.utc, "Print times in UTC instead of local time");
     app.add_flag("--date", options.time.date, "Print the date before the time");
-    app.add_option("-w,--write", options.output_file,
-                   "Write the frames that pass to a new capture file (-: standard output)")
-        ->option_text("FILE");
+    app.add_flag("-n,--numeric", flags.numeric, "Names are never looked up; this changes nothing")
+        ->option_text(kNoText);
     app.add_option("-c,--count", options.max_frames, "End after N frames have passed")
         ->option_text("N")
         ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
@@ -161,23 +242,91 @@ void define_sources(CLI::App& app, Options& options) {
     CLI::Option* const file = app.add_option("-r,--read", options.input_file,
                                              "Read frames from a capture file (-: standard input)")
                                   ->option_text("FILE");
-    CLI::Option* const interface = app.add_option("-i,--interface", options.interface,
-                                                  "Capture frames from a network interface")
-                                       ->option_text("NAME");
-    CLI::Option* const promiscuous = app.add_flag("--promiscuous", options.promiscuous,
-                                                  "Also capture frames for other stations");
+    CLI::Option* const interface =
+        app.add_option("-i,--interface", options.live.interface,
+                       "Capture frames from a network interface (any: from all)")
+            ->option_text("NAME");
     file->excludes(interface);
-    promiscuous->needs(interface)->option_text(kNoText);
+    app.add_flag("-D,--list-interfaces", options.lists_interfaces,
+                 "Print the network interfaces and exit")
+        ->option_text(kNoText);
+    app.add_flag("--promiscuous", options.live.promiscuous,
+                 "Also capture frames for other stations")
+        ->needs(interface)
+        ->option_text(kNoText);
+    app.add_option("-B,--buffer-size", options.live.buffer_kib,
+                   "Buffer of the kernel for a live capture, in KiB (16384)")
+        ->option_text("KIB")
+        ->needs(interface)
+        ->check(CLI::Range(1U, kMostBufferKib));
+    app.add_option("-s,--snapshot-length", options.selection.snapshot_length,
+                   "Keep only the first N bytes of each frame (0: all)")
+        ->option_text("N")
+        ->check(CLI::Range(0U, kLargestFrame));
 }
 
-Form form_of(const Options& options, const Flags& flags, bool stdout_taken) {
-    if (flags.streams) {
-        return Form::streams;
+void define_files(CLI::App& app, Writing& writing) {
+    CLI::Option* const file =
+        app.add_option("-w,--write", writing.path,
+                       "Write the frames that pass to a new capture file (-: standard output)")
+            ->option_text("FILE")
+            ->group(kFiles);
+    app.add_flag("--pcapng", writing.pcapng, "Write pcapng, also if FILE does not end in .pcapng")
+        ->option_text(kNoText)
+        ->group(kFiles)
+        ->needs(file);
+    app.add_option("-C,--file-size", writing.file_size,
+                   "Start the next file before one is larger than MIB (1 MiB: 1048576 bytes)")
+        ->option_text("MIB")
+        ->group(kFiles)
+        ->needs(file)
+        ->check(CLI::Range(std::uint64_t{1}, kMostMib));
+    app.add_option("-G,--file-seconds", writing.seconds,
+                   "Start the next file after this time, with the "
+                   "time in its name, such as part-%H%M%S.pcap")
+        ->option_text("SECONDS")
+        ->group(kFiles)
+        ->needs(file)
+        ->check(CLI::Range(1U, UINT32_MAX));
+    app.add_option("-W,--file-count", writing.file_count,
+                   "With -C: after N files, write the first again; with -G: end after N files")
+        ->option_text("N")
+        ->group(kFiles)
+        ->needs(file)
+        ->check(CLI::Range(1U, UINT32_MAX));
+}
+
+// What is wrong with the files that are to be written, or an empty text.
+std::string complaint_about(const Writing& writing, const Flags& flags) {
+    const bool is_several = writing.file_size != 0 || writing.seconds != 0;
+    if (!flags.extract.empty() && (writing.path.empty() || is_several)) {
+        return "--extract needs --write FILE for the transport stream, and one file alone";
     }
-    if (!options.extracted_flow.empty()) {
-        return Form::extract;
+    if (writing.path == "-" && is_several) {
+        return "--write - is one file: it excludes --file-size and --file-seconds";
     }
-    return flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
+    if (writing.path == "-" && isatty(STDOUT_FILENO) == 1) {
+        return "cannot write a capture file to a terminal: redirect standard output";
+    }
+    if (writing.file_count != 0 && !is_several) {
+        return "--file-count needs --file-size or --file-seconds";
+    }
+    if (writing.file_count != 0 && writing.file_size != 0 && writing.seconds != 0) {
+        return "--file-count excludes one of --file-size and --file-seconds";
+    }
+    if (writing.seconds != 0 && writing.path.find('%') == std::string::npos) {
+        return "--file-seconds needs a time such as %H%M%S in the name of the file, or each file "
+               "replaces the one before it";
+    }
+    return "";
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
 }
 
 }  // namespace
@@ -185,36 +334,50 @@ Form form_of(const Options& options, const Flags& flags, bool stdout_taken) {
 Options parse_options(int argc, char** argv) {
     Options options;
     Flags flags;
-    CLI::App app("Shows the Ethernet frames of a capture file or of a live interface.",
-                 "zxcapture");
+    std::vector<std::string> expression;
+    CLI::App app("Shows the frames of a capture file or of a live interface.", "zxcapture");
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
-    define_streams(app, options, flags);
+    define_fields(app, flags);
+    define_files(app, options.writing);
+    define_streams(app, flags);
     define_filters(app, options.wanted);
+    app.add_option("EXPRESSION", expression,
+                   "Filter expression as tcpdump has it, such as 'udp port 1234'")
+        ->option_text(kNoText);
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
 
-    if (options.input_file.empty() && options.interface.empty()) {
+    if (flags.list_fields) {
+        std::fputs(field_list().c_str(), stdout);
+        std::exit(EXIT_SUCCESS);
+    }
+    if (options.input_file.empty() && options.live.interface.empty() && !options.lists_interfaces) {
         tools::exit_misused(app,
                             "give a capture file (--read FILE) or an interface (--interface NAME)");
     }
-    const bool stdout_taken = options.output_file == "-";
-    if (stdout_taken && flags.dump) {
-        tools::exit_misused(app, "--dump and --write - cannot both use standard output");
+    Writing& writing = options.writing;
+    const bool stdout_taken = writing.path == "-";
+    if (const std::string complaint = complaint_about(flags, stdout_taken); !complaint.empty()) {
+        tools::exit_misused(app, complaint);
     }
-    if (stdout_taken && isatty(STDOUT_FILENO) == 1) {
-        tools::exit_misused(app,
-                            "cannot write a capture file to a terminal: redirect standard output");
+    if (const std::string complaint = complaint_about(writing, flags); !complaint.empty()) {
+        tools::exit_misused(app, complaint);
     }
     for (const std::string& text : flags.rtp_clocks) {
         read_clock(text, options.rtp_clocks);
     }
     options.tables = tables_form(options, flags);
-    if (!options.extracted_flow.empty() && options.output_file.empty()) {
-        tools::exit_misused(app, "--extract needs --write FILE for the transport stream");
+    writing.pcapng = writing.pcapng || writing.path.ends_with(".pcapng");
+    writing.file_size *= kMib;
+    if (options.selection.snapshot_length == 0) {
+        options.selection.snapshot_length = kLargestFrame;
     }
-    options.form = form_of(options, flags, stdout_taken);
+    options.selection.expression = joined(expression);
+    options.form = form_of(flags, stdout_taken);
+    options.extracted_flow = flags.extract;
+    options.fields = fields_of(flags);
     return options;
 }
 

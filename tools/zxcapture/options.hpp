@@ -3,16 +3,20 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "filter/filter.hpp"
+#include "show/field_table.hpp"
+#include "source/source.hpp"
 #include "streams/rtp_source.hpp"
 #include "streams/tables.hpp"
+#include "write/capture_files.hpp"
 
 namespace capture {
 
-// What is printed for each frame; `dump` is a line and the fields. `streams` are tables of all
-// frames; `extract` writes one of their streams.
-enum class Form { line, dump, streams, extract, none };
+// What is printed for each frame; `dump` is a line and all that the frame engine shows. `streams`
+// and `conversations` are tables of all frames; `extract` writes the stream of one flow.
+enum class Form { line, dump, json, columns, streams, conversations, extract, none };
 
 struct TimeForm {
     bool utc = false;
@@ -20,16 +24,18 @@ struct TimeForm {
 };
 
 struct Options {
-    std::string input_file;  // "-": standard input; empty: capture from the interface
-    std::string interface;
-    bool promiscuous = false;
+    bool lists_interfaces = false;  // and nothing else
+    std::string input_file;         // "-": standard input; empty: a live capture
+    Live live;
+    Selection selection;
     Wanted wanted;
     Form form = Form::line;
-    TablesForm tables = TablesForm::summary;  // of `streams`
+    std::vector<const Field*> fields;         // of `json` and `columns`
+    TablesForm tables = TablesForm::summary;  // of `streams` and `conversations`
     RtpClocks rtp_clocks;
     std::string extracted_flow;  // of `extract`
     TimeForm time;
-    std::string output_file;       // "-": standard output; empty: no capture file is written
+    Writing writing;
     std::uint64_t max_frames = 0;  // that pass; 0: no limit
 };
 

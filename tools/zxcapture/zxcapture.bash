@@ -4,12 +4,12 @@ _zxcapture() {
     COMPREPLY=()
     case $option in
         -r | --read | -w | --write) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
-        -i | --interface) mapfile -t COMPREPLY < <(cd /sys/class/net && compgen -f -- "$word"); return ;;
-        --protocol) mapfile -t COMPREPLY < <(compgen -W 'tcp udp' -- "$word"); return ;;
-        -c | --count | --*mac | --*ip | --*port) return ;;
+        -i | --interface) mapfile -t COMPREPLY < <(cd /sys/class/net && compgen -f -W any -- "$word"); return ;;
+        --protocol) mapfile -t COMPREPLY < <(compgen -W 'tcp udp icmp icmpv6 igmp' -- "$word"); return ;;
+        -[cBsCGW] | --count | --buffer-size | --snapshot-length | --file-* | --*mac | --*ip | --*port) return ;;
     esac
     local options
-    options=$("$1" --help 2>/dev/null | sed -En 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p')
+    options=$("$1" --help 2>/dev/null | sed -En 's/^  (-[A-Za-z],)?(--[a-z-]+).*/\2/p')
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
 }
 complete -o filenames -F _zxcapture zxcapture

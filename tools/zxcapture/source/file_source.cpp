@@ -1,10 +1,11 @@
 // Reads capture files with libpcap.
-#include <pcap/pcap.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "common/failure.hpp"
+#include "filter/expression.hpp"
+#include "source/pcap.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
 
@@ -13,58 +14,62 @@ namespace {
 
 using tools::Failure;
 
-struct PcapCloser {
-    void operator()(pcap_t* pcap) const { pcap_close(pcap); }
-};
-
 class FileSource : public Source {
 public:
-    FileSource(const std::string& path, const std::string& output);
+    FileSource(const std::string& path, const Selection& selection);
     Got next(Frame& frame) override;
+    [[nodiscard]] int link() const override { return link_; }
     [[nodiscard]] std::optional<double> position() const override;
+    [[nodiscard]] std::optional<FileId> file_id() const override { return id_; }
 
 private:
     [[nodiscard]] bool would_wait();
+    Got take(const pcap_pkthdr& header, const u_char* bytes, Frame& frame) const;
 
     const std::string name_;  // for error messages
-    std::unique_ptr<pcap_t, PcapCloser> pcap_;
+    const std::uint32_t snapshot_length_;
+    Pcap pcap_;
+    int link_;
+    std::optional<Expression> expression_;
     std::FILE* file_;                    // that pcap_ reads
     std::uint64_t size_ = 0;             // bytes of a regular file; 0: a pipe
+    std::optional<FileId> id_;           // of a regular file
     bool has_reported_nothing_ = false;  // since the last frame
 };
 
-bool is_same_file(const struct stat& st, const std::string& path) {
-    struct stat other {};
-    return !path.empty() && stat(path.c_str(), &other) == 0 && other.st_dev == st.st_dev &&
-           other.st_ino == st.st_ino;
-}
-
-FileSource::FileSource(const std::string& path, const std::string& output)
-    : name_(path == "-" ? "standard input" : path) {
+Pcap open_offline(const std::string& path, const std::string& name) {
     char reason[PCAP_ERRBUF_SIZE] = "";
-    pcap_.reset(
+    Pcap pcap(
         pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason));
-    if (pcap_ == nullptr) {
+    if (pcap == nullptr) {
         const std::string named(reason);  // libpcap includes the path if it cannot open the file
         throw Failure("cannot read " +
-                      (named.starts_with(path + ":") ? named : name_ + ": " + named));
+                      (named.starts_with(path + ":") ? named : name + ": " + named));
     }
-    if (const int type = pcap_datalink(pcap_.get()); type != DLT_EN10MB) {
-        const char* const type_name = pcap_datalink_val_to_description_or_dlt(type);
-        throw Failure(name_ + " does not contain Ethernet frames: its link type is " + type_name);
+    return pcap;
+}
+
+FileSource::FileSource(const std::string& path, const Selection& selection)
+    : name_(path == "-" ? "standard input" : path),
+      snapshot_length_(selection.snapshot_length),
+      pcap_(open_offline(path, name_)),
+      link_(known_link(pcap_.get(), name_)),
+      file_(pcap_file(pcap_.get())) {
+    if (!selection.expression.empty()) {
+        expression_.emplace(pcap_.get(), selection.expression, 0);
     }
-    file_ = pcap_file(pcap_.get());
     struct stat st {};
     fstat(fileno(file_), &st);
     if (S_ISREG(st.st_mode)) {
         size_ = static_cast<std::uint64_t>(st.st_size);
-        if (is_same_file(st, output)) {
-            throw Failure("cannot write " + output + " while reading from it");
-        }
+        id_ = {st.st_dev, st.st_ino};
     }
 }
 
 Got FileSource::next(Frame& frame) {
+    if (stop_requested()) {
+        return Got::end;
+    }
     if (would_wait()) {
         return Got::nothing;
     }
@@ -72,16 +77,21 @@ Got FileSource::next(Frame& frame) {
     const u_char* bytes = nullptr;
     const int result = pcap_next_ex(pcap_.get(), &header, &bytes);
     if (result == 1) {
-        frame.bytes = {bytes, header->caplen};
-        frame.length = header->len;
-        frame.time = {header->ts.tv_sec,
-                      header->ts.tv_usec};  // nanoseconds, as requested in the constructor
-        return Got::frame;
+        return take(*header, bytes, frame);
     }
     if (result != PCAP_ERROR_BREAK && !stop_requested()) {
         throw Failure(name_ + " ends early: " + pcap_geterr(pcap_.get()));
     }
     return Got::end;
+}
+
+Got FileSource::take(const pcap_pkthdr& header, const u_char* bytes, Frame& frame) const {
+    frame = frame_of(header, bytes, link_);
+    if (expression_ && !expression_->passes(frame)) {
+        return Got::filtered;
+    }
+    frame.bytes = frame.bytes.first(std::min<std::size_t>(frame.bytes.size(), snapshot_length_));
+    return Got::frame;
 }
 
 // Returns true once before next() may wait for a pipe, so that the caller can flush its output.
@@ -105,8 +115,8 @@ std::optional<double> FileSource::position() const {
 
 }  // namespace
 
-std::unique_ptr<Source> open_file(const std::string& path, const std::string& output) {
-    return std::make_unique<FileSource>(path, output);
+std::unique_ptr<Source> open_file(const std::string& path, const Selection& selection) {
+    return std::make_unique<FileSource>(path, selection);
 }
 
 }  // namespace capture

@@ -8,11 +8,14 @@
 
 namespace capture {
 
+// The limit that libpcap itself has. With offloads, frames are much larger than 64 KiB.
+inline constexpr std::uint32_t kLargestFrame = 256U << 10U;
+
 struct Frame {
     std::span<const std::uint8_t> bytes;  // the captured part
-    std::uint32_t length = 0;             // bytes on the wire
-    timespec time{};
-    int link = 1;  // its link type as libpcap numbers them (DLT_…); 1: Ethernet
+    std::uint32_t length = 0;             // bytes on the wire, at least those captured
+    timespec time{};  // from 1970 to 2262, so that its nanoseconds fit into 64 bits
+    int link = 1;     // its link type as libpcap numbers them (DLT_…); 1: Ethernet
 };
 
 // The time in microseconds. A damaged file may contain any number.

@@ -1,217 +1,171 @@
-// Captures from a live interface through a packet socket.
-#include <arpa/inet.h>
-#include <linux/if_ether.h>
-#include <linux/if_packet.h>
+// Captures from live interfaces with libpcap, through a ring of the kernel.
 #include <net/if.h>
-#include <net/if_arp.h>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
-#include <algorithm>
 #include <array>
-#include <cstring>
-#include <vector>
 
-#include "common/big_endian.hpp"
 #include "common/failure.hpp"
+#include "filter/expression.hpp"
+#include "source/pcap.hpp"
 #include "source/source.hpp"
-#include "zxcommon.hpp"
-#include "zxframe.h"
+#include "stop.hpp"
 
 namespace capture {
 namespace {
 
 using tools::Failure;
-using tools::system_failure;
 
-constexpr std::size_t kLargestFrame = 256U
-                                      << 10U;  // with offloads, frames are much larger than 64 KiB
-constexpr std::size_t kVlanTagSize = 4;
-constexpr std::size_t kMacsSize = std::size_t{2} * ZXFRAME_MAC_SIZE;
-constexpr int kKernelBuffer = 16 << 20;
+// The kernel hands frames over at the latest after this time, or when a block of its ring is full.
+// libpcap's immediate mode would hand over each frame at once, but in a ring that holds less and is
+// read more often.
+constexpr int kDeliveryMs = 20;
 constexpr int kWaitMs = 250;
 
 class InterfaceSource : public Source {
 public:
-    InterfaceSource(const std::string& name, bool promiscuous);
+    InterfaceSource(const Live& live, const Selection& selection);
     Got next(Frame& frame) override;
-    [[nodiscard]] std::optional<std::uint64_t> drops() override;
+    [[nodiscard]] int link() const override { return link_; }
+    [[nodiscard]] std::optional<Drops> drops() override;
 
 private:
-    [[nodiscard]] int hardware_type() const;
-    void start();
-    bool receive(Frame& frame);
-    std::size_t put_vlan_tag_back(const tpacket_auxdata& data, std::size_t size);
-    [[noreturn]] void fail() const;
-
-    template <typename Value>
-    void set_option(int level, int option, const Value& value) {
-        if (setsockopt(socket_.get(), level, option, &value, sizeof value) != 0) {
-            fail();
-        }
-    }
+    void request(const Live& live, const Selection& selection);
+    void activate();
+    void filter(const std::string& expression);
+    [[nodiscard]] bool wait() const;
+    [[nodiscard]] bool is_after_stop(const timespec& time) const;
+    [[noreturn]] void fail(const std::string& reason) const;
 
     const std::string name_;
-    const int index_;
-    zxcommon::Descriptor socket_;
-    std::vector<std::uint8_t> buffer_;   // room for a VLAN tag, then a frame
-    bool has_reported_nothing_ = false;  // since the last frame
-    std::uint64_t drops_ = 0;
+    Pcap pcap_;
+    int link_ = DLT_EN10MB;
+    int descriptor_ = -1;                 // readable when there are frames; of pcap_
+    bool has_reported_nothing_ = false;   // since the last frame
+    std::optional<timespec> stopped_at_;  // when the signal was noticed
 };
 
-int index_of(const std::string& name) {
-    const unsigned index = if_nametoindex(name.c_str());
-    if (index == 0) {
+void check_interface(const std::string& name) {
+    // libpcap also captures from other things, such as USB, which have names of their own.
+    if (name != kAnyInterface && if_nametoindex(name.c_str()) == 0) {
         throw Failure("there is no network interface " + name);
     }
-    return static_cast<int>(index);
 }
 
-// With protocol 0 the socket receives nothing, in particular not from other interfaces, before
-// bind().
-zxcommon::Descriptor open_socket(const std::string& name) {
-    zxcommon::Descriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (fd.get() < 0 && errno == EPERM) {
-        throw Failure("capturing from " + name + " needs root or the capability CAP_NET_RAW");
+InterfaceSource::InterfaceSource(const Live& live, const Selection& selection)
+    : name_(live.interface) {
+    check_interface(name_);
+    char reason[PCAP_ERRBUF_SIZE] = "";
+    pcap_.reset(pcap_create(name_.c_str(), reason));
+    if (pcap_ == nullptr) {
+        fail(reason);
     }
-    if (fd.get() < 0) {
-        throw system_failure("cannot capture from " + name);
+    request(live, selection);
+    activate();
+    if (name_ == kAnyInterface && pcap_set_datalink(pcap_.get(), DLT_LINUX_SLL2) != 0) {
+        fail(pcap_geterr(pcap_.get()));
     }
-    return fd;
+    link_ = known_link(pcap_.get(), "the interface " + name_);
+    if (!selection.expression.empty()) {
+        filter(selection.expression);
+    }
+    if (pcap_setnonblock(pcap_.get(), 1, reason) != 0) {
+        fail(reason);
+    }
+    descriptor_ = pcap_get_selectable_fd(pcap_.get());
 }
 
-InterfaceSource::InterfaceSource(const std::string& name, bool promiscuous)
-    : name_(name),
-      index_(index_of(name)),
-      socket_(open_socket(name)),
-      buffer_(kVlanTagSize + kLargestFrame) {
-    if (hardware_type() == ARPHRD_LOOPBACK) {
-        set_option(SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);  // each of these also arrives
-    }
-    set_option(SOL_SOCKET, SO_TIMESTAMPNS, 1);
-    set_option(SOL_PACKET, PACKET_AUXDATA, 1);
-    // SO_RCVBUFFORCE exceeds the system limit, but needs a capability.
-    if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kKernelBuffer,
-                   sizeof kKernelBuffer) != 0) {
-        set_option(SOL_SOCKET, SO_RCVBUF, kKernelBuffer);
-    }
-    start();
-    if (promiscuous) {
-        packet_mreq request{};
-        request.mr_ifindex = index_;
-        request.mr_type = PACKET_MR_PROMISC;
-        set_option(SOL_PACKET, PACKET_ADD_MEMBERSHIP, request);
+void InterfaceSource::request(const Live& live, const Selection& selection) {
+    pcap_t* const pcap = pcap_.get();
+    pcap_set_snaplen(pcap, static_cast<int>(selection.snapshot_length));
+    pcap_set_promisc(pcap, live.promiscuous ? 1 : 0);
+    pcap_set_timeout(pcap, kDeliveryMs);
+    pcap_set_buffer_size(pcap, static_cast<int>(live.buffer_kib << 10U));
+    if (pcap_set_tstamp_precision(pcap, PCAP_TSTAMP_PRECISION_NANO) != 0) {
+        fail("it has no times with nanoseconds");
     }
 }
 
-void InterfaceSource::start() {
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = index_;
-    if (bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        fail();
+void InterfaceSource::activate() {
+    const int result = pcap_activate(pcap_.get());
+    if (result == PCAP_ERROR_PERM_DENIED) {
+        throw Failure("capturing from " + name_ + " needs root or the capability CAP_NET_RAW");
     }
-    int code = 0;  // bind() succeeds even if the interface is down
-    socklen_t size = sizeof code;
-    getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &code, &size);
-    if (code != 0) {
-        errno = code;
-        fail();
-    }
-}
-
-void InterfaceSource::fail() const {
-    if (errno == ENETDOWN) {
+    if (result == PCAP_ERROR_IFACE_NOT_UP) {
         throw Failure("the interface " + name_ + " is down");
     }
-    throw system_failure("cannot capture from " + name_);
+    const std::string reason = pcap_geterr(pcap_.get());
+    if (result < 0) {
+        fail(reason.empty() ? pcap_statustostr(result) : reason);
+    }
+    if (result > 0) {
+        std::fprintf(stderr, "warning: %s\n",
+                     reason.empty() ? pcap_statustostr(result) : reason.c_str());
+    }
 }
 
-int InterfaceSource::hardware_type() const {
-    ifreq request{};
-    name_.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    if (ioctl(socket_.get(), SIOCGIFHWADDR, &request) != 0) {
-        fail();
+void InterfaceSource::filter(const std::string& expression) {
+    bpf_u_int32 network = 0;
+    bpf_u_int32 netmask = 0;  // also if the interface has no address
+    char reason[PCAP_ERRBUF_SIZE];
+    if (pcap_lookupnet(name_.c_str(), &network, &netmask, reason) != 0) {
+        netmask = 0;
     }
-    const int type = request.ifr_hwaddr.sa_family;
-    if (type != ARPHRD_ETHER && type != ARPHRD_LOOPBACK) {
-        throw Failure("the interface " + name_ + " does not carry Ethernet frames (hardware type " +
-                      std::to_string(type) + ")");
-    }
-    return type;
+    Expression(pcap_.get(), expression, netmask).install(pcap_.get());
+}
+
+void InterfaceSource::fail(const std::string& reason) const {
+    throw Failure("cannot capture from " + name_ + ": " + reason);
 }
 
 Got InterfaceSource::next(Frame& frame) {
+    if (stop_requested() && !stopped_at_) {
+        clock_gettime(CLOCK_REALTIME, &stopped_at_.emplace());
+    }
+    if (has_reported_nothing_ && !wait() && stopped_at_) {
+        return Got::end;
+    }
+    pcap_pkthdr* header = nullptr;
+    const u_char* bytes = nullptr;
+    const int result = pcap_next_ex(pcap_.get(), &header, &bytes);
+    if (result < 0) {
+        if (if_nametoindex(name_.c_str()) == 0 && name_ != kAnyInterface) {
+            throw Failure("the interface " + name_ + " has gone away");
+        }
+        fail(pcap_geterr(pcap_.get()));
+    }
+    has_reported_nothing_ = result == 0;
     if (has_reported_nothing_) {
-        pollfd wanted{socket_.get(), POLLIN, 0};
-        poll(&wanted, 1, kWaitMs);
+        return Got::nothing;
     }
-    has_reported_nothing_ = !receive(frame);
-    return has_reported_nothing_ ? Got::nothing : Got::frame;
+    frame = frame_of(*header, bytes, link_);
+    return is_after_stop(frame.time) ? Got::end : Got::frame;
 }
 
-bool InterfaceSource::receive(Frame& frame) {
-    iovec room{buffer_.data() + kVlanTagSize, kLargestFrame};
-    alignas(cmsghdr) std::array<std::uint8_t, 256> control;
-    msghdr message{};
-    message.msg_iov = &room;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    const ssize_t length = recvmsg(socket_.get(), &message, MSG_TRUNC);
-    if (length < 0) {
-        if (errno != EAGAIN && errno != EINTR) {
-            fail();
-        }
-        return false;
-    }
-    const std::size_t size = std::min(static_cast<std::size_t>(length), kLargestFrame);
-    std::size_t tag_size = 0;
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;
-         part = CMSG_NXTHDR(&message, part)) {
-        if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_TIMESTAMPNS) {
-            std::memcpy(&frame.time, CMSG_DATA(part), sizeof frame.time);
-        } else if (part->cmsg_level == SOL_PACKET && part->cmsg_type == PACKET_AUXDATA) {
-            tpacket_auxdata data{};
-            std::memcpy(&data, CMSG_DATA(part), sizeof data);
-            tag_size = put_vlan_tag_back(data, size);
-        }
-    }
-    frame.bytes = {buffer_.data() + kVlanTagSize - tag_size, size + tag_size};
-    frame.length = static_cast<std::uint32_t>(static_cast<std::size_t>(length) + tag_size);
-    return true;
+// Returns whether there may be frames. Those that arrived before a signal are there after twice the
+// time that the kernel takes to hand them over.
+bool InterfaceSource::wait() const {
+    pollfd wanted{descriptor_, POLLIN, 0};
+    return poll(&wanted, 1, stopped_at_ ? 2 * kDeliveryMs : kWaitMs) > 0;
 }
 
-// The kernel removes the VLAN tag, which follows the MAC addresses on the wire. This moves the MAC
-// addresses to the free bytes before the frame and writes the tag after them. Returns by how many
-// bytes the frame has grown.
-std::size_t InterfaceSource::put_vlan_tag_back(const tpacket_auxdata& data, std::size_t size) {
-    if ((data.tp_status & TP_STATUS_VLAN_VALID) == 0 || size < kMacsSize) {
-        return 0;
-    }
-    const bool has_type = (data.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
-    std::memmove(buffer_.data(), buffer_.data() + kVlanTagSize, kMacsSize);
-    tools::store_be16(buffer_.data() + kMacsSize,
-                      has_type ? data.tp_vlan_tpid : std::uint16_t{ETH_P_8021Q});
-    tools::store_be16(buffer_.data() + kMacsSize + 2, data.tp_vlan_tci);
-    return kVlanTagSize;
+bool InterfaceSource::is_after_stop(const timespec& time) const {
+    return stopped_at_ &&
+           (time.tv_sec > stopped_at_->tv_sec ||
+            (time.tv_sec == stopped_at_->tv_sec && time.tv_nsec > stopped_at_->tv_nsec));
 }
 
-std::optional<std::uint64_t> InterfaceSource::drops() {
-    tpacket_stats stats{};
-    socklen_t size = sizeof stats;
-    if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
-        drops_ += stats.tp_drops;  // the kernel resets its counter with each call
+std::optional<Drops> InterfaceSource::drops() {
+    pcap_stat stats{};
+    if (pcap_stats(pcap_.get(), &stats) != 0) {
+        return std::nullopt;
     }
-    return drops_;
+    return Drops{stats.ps_drop, stats.ps_ifdrop};
 }
 
 }  // namespace
 
-std::unique_ptr<Source> open_interface(const std::string& name, bool promiscuous) {
-    return std::make_unique<InterfaceSource>(name, promiscuous);
+std::unique_ptr<Source> open_interface(const Live& live, const Selection& selection) {
+    return std::make_unique<InterfaceSource>(live, selection);
 }
 
 }  // namespace capture

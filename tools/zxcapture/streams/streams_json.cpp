@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "streams/json_members.hpp"
 #include "streams/overview.hpp"
 
 namespace capture {
@@ -10,36 +11,6 @@ namespace {
 using tools::Json;
 
 constexpr std::int64_t kRecentUs = 2000000;  // as long as a flow is active without packets
-
-void put(cJSON* object, const char* key, double value) {
-    cJSON_AddNumberToObject(object, key, value);
-}
-
-void put(cJSON* object, const char* key, std::uint64_t value) {
-    cJSON_AddNumberToObject(object, key, static_cast<double>(value));
-}
-
-void put(cJSON* object, const char* key, std::int64_t value) {
-    cJSON_AddNumberToObject(object, key, static_cast<double>(value));
-}
-
-void put(cJSON* object, const char* key, const std::string& value) {
-    cJSON_AddStringToObject(object, key, value.c_str());
-}
-
-// A new object at the end of an array.
-cJSON* add_object(cJSON* array) {
-    cJSON* const object = cJSON_CreateObject();
-    cJSON_AddItemToArray(array, object);
-    return object;
-}
-
-void add_vlans(cJSON* object, const Vlans& vlans) {
-    cJSON* const array = cJSON_AddArrayToObject(object, "vlans");
-    for (std::size_t i = 0; i < std::min<std::size_t>(vlans.count, vlans.ids.size()); ++i) {
-        cJSON_AddItemToArray(array, cJSON_CreateNumber(vlans.ids[i]));
-    }
-}
 
 // Up to the last one that is not 0.
 void add_histogram(cJSON* object, const Gaps& gaps) {
@@ -117,7 +88,7 @@ void add_transport_stream(cJSON* flow_object, const Flow& flow, const Overview& 
 
 void add_flow(cJSON* array, const Flow& flow, const Overview& overview) {
     cJSON* const object = add_object(array);
-    add_vlans(object, flow.vlans());
+    put_vlans(object, flow.vlans());
     put(object, "source", text_of(flow.source()));
     put(object, "source_port", std::uint64_t{flow.source_port()});
     put(object, "destination", text_of(flow.dest()));
@@ -152,7 +123,7 @@ void add_flow(cJSON* array, const Flow& flow, const Overview& overview) {
 
 void add_member(cJSON* array, const Member& member) {
     cJSON* const object = add_object(array);
-    add_vlans(object, member.vlans);
+    put_vlans(object, member.vlans);
     put(object, "group", text_of(member.group));
     put(object, "host", text_of(member.host));
     cJSON_AddBoolToObject(object, "joined", member.is_in);

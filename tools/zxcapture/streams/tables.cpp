@@ -105,12 +105,15 @@ void TablesPrinter::finish(Output& output) {
 }
 
 void TablesPrinter::print_json(bool is_summary, Output& output) const {
-    const tools::Json object = tables_->json(is_summary);
-    char* const text = cJSON_PrintUnformatted(object.get());
-    if (text != nullptr) {
-        output.add(terminal::clean_json(text));
-        output.add("\n");
-        cJSON_free(text);
+    const tools::Json objects = tables_->json(is_summary);
+    const bool is_array = cJSON_IsArray(objects.get()) != 0;
+    for (const cJSON* object = is_array ? objects->child : objects.get(); object != nullptr;
+         object = object->next) {
+        if (char* const text = cJSON_PrintUnformatted(object); text != nullptr) {
+            output.add(terminal::clean_json(text));
+            output.add("\n");
+            cJSON_free(text);
+        }
     }
     output.flush();
 }

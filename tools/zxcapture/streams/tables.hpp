@@ -34,7 +34,7 @@ public:
     // One line about all of them.
     [[nodiscard]] virtual std::string headline(bool is_summary) const = 0;
 
-    // The same as an object.
+    // The same as an object, or as an array of objects, which are each printed on a line.
     [[nodiscard]] virtual tools::Json json(bool is_summary) const = 0;
 };
 
