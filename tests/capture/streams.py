@@ -175,6 +175,19 @@ def agrees_with_capinfos(folder):
     assert flow["kind"] == "TS" and flow["ts"]["continuity_errors"] == 0, flow["ts"]
 
 
+def times(folder):
+    """A quiet time is one object; time that goes back begins a new second and is no gap."""
+    path = folder + "/times.pcap"
+    frame = udp_frame(b"x" * 58, "239.0.0.8")
+    write_pcap(path + ".1", [(at, frame) for at in (0, 500000, 10200000)])
+    write_pcap(path + ".2", [(at, frame) for at in (3000000, 4500000)])
+    run("mergecap", "-a", "-F", "pcap", "-w", path, path + ".1", path + ".2")
+    seconds = [(each["time_us"], [flow["bits_per_s"] for flow in each["flows"]]) for each in objects(path)]
+    assert seconds == [(1000000, [1600]), (10000000, [0]), (11000000, [800]), (4000000, [800]), (4500000, [800])], seconds
+    flow, = objects(path)[-1]["flows"]
+    assert (flow["packets"], flow["gap_least_us"], flow["gap_most_us"]) == (5, 500000, 9700000), flow
+
+
 def continuity(folder):
     """Packets of one PID are taken out, sent twice and three times; the programme is known."""
     packets = [each[at:at + PACKET] for each in messages() for at in range(0, len(each), PACKET)]
@@ -312,7 +325,7 @@ def send(has_netem):
 if len(sys.argv) > 3:
     send(sys.argv[3] == "1")
     sys.exit()
-for program in ("tshark", "capinfos", "ffprobe", "ip", "tc"):
+for program in ("tshark", "capinfos", "mergecap", "ffprobe", "ip", "tc"):
     if shutil.which(program) is None:
         print(f"skipped: no {program}")
         sys.exit(77)
@@ -324,6 +337,7 @@ with tempfile.TemporaryDirectory() as work:
         media = os.environ["ZX_CAPTURES"] + "/media/"
         assert agrees_with_tshark([media + name for name in sorted(os.listdir(media)) if ".pcap" in name]) > 2
     agrees_with_capinfos(work)
+    times(work)
     continuity(work)
     extraction(work)
     network(work)

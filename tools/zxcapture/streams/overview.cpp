@@ -14,21 +14,35 @@ const typename Map::mapped_type& at_or_none(const Map& map, std::uint32_t number
 
 }  // namespace
 
-Overview::Overview(const Streams& streams) {
+Overview::Overview(const Streams& streams, bool active_alone) {
+    for (const Streams::Flows::Entry& entry : streams.flows().entries()) {
+        const Flow& flow = entry.value;
+        if (flow.is_active() || !active_alone) {
+            sources_[flow.number()];
+            pids_[flow.number()];
+            members_[{flow.dest(), flow.vlans()}] = 0;
+        }
+    }
     for (const RtpSources::Entry& entry : streams.sources().entries()) {
-        sources_[static_cast<std::uint32_t>(entry.key[0] >> 32U)].push_back(
-            {static_cast<std::uint32_t>(entry.key[0]), &entry.value});
+        if (const auto at = sources_.find(static_cast<std::uint32_t>(entry.key[0] >> 32U));
+            at != sources_.end()) {
+            at->second.push_back({static_cast<std::uint32_t>(entry.key[0]), &entry.value});
+        }
     }
     for (const Pids::Entry& entry : streams.pids().entries()) {
-        pids_[static_cast<std::uint32_t>(entry.key[0] >> 16U)].push_back(
-            {static_cast<std::uint16_t>(entry.key[0]), &entry.value});
+        if (const auto at = pids_.find(static_cast<std::uint32_t>(entry.key[0] >> 16U));
+            at != pids_.end()) {
+            at->second.push_back({static_cast<std::uint16_t>(entry.key[0]), &entry.value});
+        }
     }
     for (auto& [number, pids] : pids_) {
         std::ranges::sort(pids, {}, &PidOf::pid);
     }
     for (const Members::Map::Entry& entry : streams.members().map().entries()) {
         const Member& member = entry.value;
-        members_[{member.group, member.vlans}] += member.is_in ? 1U : 0U;
+        if (const auto at = members_.find({member.group, member.vlans}); at != members_.end()) {
+            at->second += member.is_in ? 1U : 0U;
+        }
     }
 }
 

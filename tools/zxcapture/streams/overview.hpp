@@ -12,8 +12,9 @@ namespace capture {
 
 class Overview {
 public:
-    // The tables must not change while this is used.
-    explicit Overview(const Streams& streams);
+    // The tables must not change while this is used. `active_alone`: it knows nothing of flows that
+    // were idle, which makes it quick.
+    explicit Overview(const Streams& streams, bool active_alone = false);
 
     struct Rtp {
         std::uint32_t sender = 0;

@@ -139,7 +139,7 @@ void add_member(cJSON* array, const Member& member) {
 
 // All members and all flows are in the summary. A second has those that were not idle.
 Json Streams::json(bool is_summary) const {
-    const Overview overview(*this);
+    const Overview overview(*this, !is_summary);
     Json object(cJSON_CreateObject());
     cJSON_AddBoolToObject(object.get(), "summary", is_summary);
     put(object.get(), "time_us", now_us_);

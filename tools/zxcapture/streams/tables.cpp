@@ -57,8 +57,12 @@ void TablesPrinter::refresh(Output& output) {
 }
 
 void TablesPrinter::pass(std::int64_t now, Output& output) {
-    if (!begin_us_ || now < *begin_us_) {
-        begin_us_ = now;  // captures that were joined may go back in time
+    if (begin_us_ && now < *begin_us_) {  // captures that were joined may go back in time
+        end_second(1, output);
+        begin_us_.reset();
+    }
+    if (!begin_us_) {
+        begin_us_ = now;
         next_look_us_ = now;
     }
     if (now - *begin_us_ >= kSecondUs) {
