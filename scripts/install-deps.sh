@@ -12,7 +12,7 @@ packages_of() {
     case $1 in
         build) echo build-essential cmake ninja-build pkg-config libcjson-dev libcli11-dev \
                     libcurl4-openssl-dev libhttp-parser-dev libmicrohttpd-dev libncurses-dev libpcap-dev \
-                    libsystemd-dev libtomlplusplus-dev systemtap-sdt-dev ;;
+                    rapidjson-dev libsystemd-dev libtomlplusplus-dev systemtap-sdt-dev ;;
         test) echo abigail-tools libgtest-dev libgmock-dev clang-format chromium \
                    chromium-driver curl ffmpeg iproute2 jq prometheus python3 systemd tcpdump tshark vlc-bin \
                    vlc-plugin-base ;;

@@ -14,10 +14,10 @@
 #include <string>
 #include <thread>
 
-#include "amount.hpp"
 #include "files.hpp"
 #include "log_capture.hpp"
 #include "process.hpp"
+#include "terminal/amount.hpp"
 #include "top.hpp"
 #include "zxcommon.hpp"
 #include "zxdiag.h"
@@ -183,7 +183,7 @@ TEST(CtlAmount, IsReadable) {
                  {"tid", 1234567, "1234567"},     {"x_percent", 12.34, "12.3 %"},
                  {"x_bytes_per_s", 2048, "2KB/s"}};
     for (const auto& its : cases) {
-        EXPECT_EQ(ctl::amount_text(its.key, its.value), its.text) << its.key;
+        EXPECT_EQ(terminal::amount_text(its.key, its.value), its.text) << its.key;
     }
 }
 
@@ -336,9 +336,9 @@ TEST_F(Ctl, WatchesFollowsAndTraces) {
     EXPECT_THAT(run("fake trace 1 -o /none/x"), HasSubstr("/none/x: No such file or directory\n1"));
 }
 
-std::string text_of(const std::vector<ctl::ScreenLine>& lines) {
+std::string text_of(const std::vector<terminal::ScreenLine>& lines) {
     std::string text;
-    for (const ctl::ScreenLine& line : lines) {
+    for (const terminal::ScreenLine& line : lines) {
         text += line.text + '\n';
     }
     return text;
@@ -372,16 +372,16 @@ TEST(CtlTop, ShowsPanelsThatCanBeSortedAndMoved) {
     EXPECT_LT(text.find("t49 "), text.find("t48 "));
     EXPECT_EQ(text.find("t31 "), std::string::npos);
     EXPECT_EQ(std::ranges::count(text, '\n'), 24);
-    top.on_key(ctl::kKeyPageDown);
+    top.on_key(terminal::kKeyPageDown);
     EXPECT_THAT(text_of(top.draw(80, 24)), HasSubstr("t31 "));
     for (int i = 0; i < 99; ++i) {
-        top.on_key(ctl::kKeyDown);
+        top.on_key(terminal::kKeyDown);
     }
     EXPECT_THAT(text_of(top.draw(80, 24)), testing::AllOf(HasSubstr("t0 "), HasSubstr("t16 ")));
     top.on_key('S');  // the column before
     top.on_key('r');
-    top.on_key(ctl::kKeyPageUp);
-    top.on_key(ctl::kKeyPageUp);
+    top.on_key(terminal::kKeyPageUp);
+    top.on_key(terminal::kKeyPageUp);
     EXPECT_THAT(text_of(top.draw(80, 24)),
                 testing::ContainsRegex("sorted by tid, reversed\nthread [^\n]*\nt49 "));
     top.on_key('2');
@@ -395,7 +395,7 @@ TEST(CtlTop, ShowsPanelsThatCanBeSortedAndMoved) {
     for (std::size_t size = 0; size < 30; ++size) {
         const auto lines = top.draw(size, 30 - size);
         EXPECT_EQ(lines.size(), 30 - size);
-        for (const ctl::ScreenLine& line : lines) {
+        for (const terminal::ScreenLine& line : lines) {
             EXPECT_LE(line.text.size(), size);
         }
     }

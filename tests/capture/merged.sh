@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # For scripts that read many captures.
 
 # merge_captures WORK FOLDER...: the frames of all capture files in the folders, in one file
@@ -12,4 +13,3 @@ merge_captures() {
         mapfile -t files < <(awk -F '\t' -v link="$link" '$2 == link {print $1}' "$work/links")
         [[ ${#files[@]} -eq 0 ]] || mergecap -a -F nsecpcap -w "$work/merged-$link" "${files[@]}"
     done
-}

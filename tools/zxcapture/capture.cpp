@@ -7,13 +7,18 @@
 #include "common/failure.hpp"
 #include "filter/filter.hpp"
 #include "packet/names.hpp"
+#include "show/columns.hpp"
 #include "show/counts.hpp"
 #include "show/field_dump.hpp"
+#include "show/json.hpp"
 #include "show/line.hpp"
 #include "show/output.hpp"
 #include "show/progress.hpp"
 #include "source/source.hpp"
 #include "stop.hpp"
+#include "streams/conversations.hpp"
+#include "streams/extract.hpp"
+#include "streams/streams.hpp"
 #include "write/capture_files.hpp"
 
 namespace capture {
@@ -25,6 +30,18 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<Line>(options.time, options.line);
         case Form::dump:
             return std::make_unique<FieldDump>(options.time, options.line);
+        case Form::json:
+            return std::make_unique<Json>(options.fields);
+        case Form::columns:
+            return std::make_unique<Columns>(options.fields);
+        case Form::streams:
+            return std::make_unique<TablesPrinter>(std::make_unique<Streams>(options.rtp_clocks),
+                                                   options.tables, "--streams");
+        case Form::conversations:
+            return std::make_unique<TablesPrinter>(std::make_unique<Conversations>(),
+                                                   options.tables, "--conversations");
+        case Form::extract:
+            return std::make_unique<Extract>(options.extracted_flow, options.writing.path);
         default:
             return nullptr;
     }
@@ -62,7 +79,7 @@ Session::Session(const Options& options)
       source_(source_for(options)),
       filter_(options.wanted),
       printer_(printer_for(options)) {
-    if (!options.writing.path.empty()) {
+    if (!options.writing.path.empty() && options.form != Form::extract) {
         files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
     if (!options.live.interface.empty()) {

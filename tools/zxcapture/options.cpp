@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include "common/command_line.hpp"
+#include "common/number.hpp"
+#include "streams/extract.hpp"
 #include "zxcommon.h"
 
 namespace capture {
@@ -94,10 +96,17 @@ void define_filters(CLI::App& app, Wanted& wanted) {
 
 struct Flags {
     bool dump = false;
+    bool json = false;
+    bool list_fields = false;
     bool quiet = false;
     bool numeric = false;  // as it always is
     std::size_t time = 0;  // how often each was given
     std::size_t hex = 0;
+    bool streams = false;
+    bool conversations = false;
+    std::string extract{};
+    std::vector<std::string> fields{};
+    std::vector<std::string> rtp_clocks{};
 };
 
 void define_times(CLI::App& app, Flags& flags, TimeForm& time) {
@@ -119,13 +128,128 @@ void define_lines(CLI::App& app, Flags& flags, LineForm& line) {
         ->option_text(kNoText);
 }
 
+std::string validate_field(const std::string& name) {
+    if (find_field(name) != nullptr) {
+        return "";
+    }
+    std::string sentence = "'" + name + "' is not a field";
+    const char* before = "; near it are ";
+    for (const std::string_view near : fields_near(name)) {
+        sentence.append(before).append(near);
+        before = ", ";
+    }
+    return sentence + "; --list-fields prints all";
+}
+
+void define_fields(CLI::App& app, Flags& flags) {
+    app.add_flag("--json", flags.json, "Print a JSON object for each frame, with its fields");
+    app.add_option(
+           "--fields", flags.fields,
+           "Print these fields only, as columns or with --json; such as frame.number,ip.src")
+        ->option_text("NAMES")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(validate_field);
+    app.add_flag("--list-fields", flags.list_fields, "Print the names of all fields and exit");
+}
+
+// The fields that are wanted: those that are named, or all. JSON has each one once.
+std::vector<const Field*> fields_of(const Flags& flags) {
+    std::vector<const Field*> fields;
+    for (const std::string& name : flags.fields) {
+        const Field* const field = find_field(name);
+        if (!flags.json || std::ranges::find(fields, field) == fields.end()) {
+            fields.push_back(field);
+        }
+    }
+    if (fields.empty()) {
+        std::ranges::transform(all_fields(), std::back_inserter(fields),
+                               [](const Field& field) { return &field; });
+    }
+    return fields;
+}
+
+// The payload type and the rate of its clock; the validator returns an error message.
+std::string read_clock(const std::string& text, RtpClocks& clocks) {
+    const std::size_t end = text.find('=');
+    const auto type = tools::parse_number(text.substr(0, end));
+    const auto rate = tools::parse_number(end == std::string::npos ? "" : text.substr(end + 1));
+    if (!type || *type >= RtpClocks::kTypes || !rate || *rate == 0 || *rate > UINT32_MAX) {
+        return "'" + text + "' is not a payload type and a rate such as 97=48000";
+    }
+    clocks.set(static_cast<std::uint8_t>(*type), static_cast<std::uint32_t>(*rate));
+    return "";
+}
+
+void define_streams(CLI::App& app, Flags& flags) {
+    constexpr char kGroup[] = "Streams";
+    app.add_flag("--streams", flags.streams,
+                 "Show a table of all streams: rates, losses, jitter, continuity; with --json an "
+                 "object a second")
+        ->group(kGroup);
+    app.add_option("--extract", flags.extract,
+                   "Write the transport stream of this flow to the file of --write, such as "
+                   "239.0.0.1:1234 or '10.0.0.2:5000>239.0.0.1:1234'")
+        ->option_text("FLOW")
+        ->group(kGroup)
+        ->check([](const std::string& text) {
+            return read_flow_name(text) ? ""
+                                        : "'" + text + "' is not a flow such as 239.0.0.1:1234";
+        });
+    app.add_flag("--conversations", flags.conversations,
+                 "Show a table of all TCP connections: state, bytes, retransmissions, round trips; "
+                 "with --json an object for each")
+        ->group(kGroup);
+    app.add_option("--rtp-clock", flags.rtp_clocks,
+                   "The rate of the RTP clock of a payload type in Hz, such as 97=48000")
+        ->option_text("TYPE=RATE")
+        ->group(kGroup)
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check([](const std::string& text) {
+            RtpClocks clocks;
+            return read_clock(text, clocks);
+        });
+}
+
+// A table is live as long as frames may come: those of a file are there at once.
+TablesForm tables_form(const Options& options, const Flags& flags) {
+    const bool is_live = options.input_file.empty() || options.input_file == "-";
+    return flags.json                              ? TablesForm::json
+           : is_live && isatty(STDOUT_FILENO) == 1 ? TablesForm::live
+                                                   : TablesForm::summary;
+}
+
+// What is wrong with what is to be printed, or an empty text.
+std::string complaint_about(const Flags& flags, bool stdout_taken) {
+    const bool has_tables = flags.streams || flags.conversations;
+    const bool has_fields = !flags.fields.empty() || (flags.json && !has_tables);
+    const int forms = int{flags.dump} + int{flags.quiet} + int{flags.streams} +
+                      int{flags.conversations} + int{!flags.extract.empty()} + int{has_fields};
+    if (forms > 1) {
+        return "give only one of --dump, --quiet, --streams, --conversations, --extract, and "
+               "--json or --fields";
+    }
+    if (stdout_taken && forms > int{flags.quiet} && flags.extract.empty()) {
+        return "--write - needs standard output for the capture file";
+    }
+    return "";
+}
+
+Form form_of(const Flags& flags, bool stdout_taken) {
+    return !flags.extract.empty()        ? Form::extract
+           : flags.quiet || stdout_taken ? Form::none
+           : flags.streams               ? Form::streams
+           : flags.conversations         ? Form::conversations
+           : flags.json                  ? Form::json
+           : !flags.fields.empty()       ? Form::columns
+           : flags.dump                  ? Form::dump
+                                         : Form::line;
+}
+
 void define_output(CLI::App& app, Options& options, Flags& flags) {
-    CLI::Option* const dump =
-        app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
-    CLI::Option* const quiet = app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
-    dump->excludes(quiet);
-    dump->option_text(kNoText);
-    quiet->option_text(kNoText);
+    app.add_flag("-d,--dump", flags.dump, "Print all fields of each frame after its line");
+    app.add_flag("-q,--quiet", flags.quiet, "Print only the counts");
     define_lines(app, flags, options.line);
     define_times(app, flags, options.time);
     app.add_flag("-n,--numeric", flags.numeric, "Names are never looked up; this changes nothing")
@@ -205,8 +329,11 @@ void define_files(CLI::App& app, Writing& writing) {
 }
 
 // What is wrong with the files that are to be written, or an empty text.
-std::string complaint_about(const Writing& writing) {
+std::string complaint_about(const Writing& writing, const Flags& flags) {
     const bool is_several = writing.file_size != 0 || writing.seconds != 0;
+    if (!flags.extract.empty() && (writing.path.empty() || is_several)) {
+        return "--extract needs --write FILE for the transport stream, and one file alone";
+    }
     if (writing.path == "-" && is_several) {
         return "--write - is one file: it excludes --file-size and --file-seconds";
     }
@@ -244,7 +371,9 @@ Options parse_options(int argc, char** argv) {
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
+    define_fields(app, flags);
     define_files(app, options.writing);
+    define_streams(app, flags);
     define_filters(app, options.wanted);
     app.add_option("EXPRESSION", expression,
                    "Filter expression as tcpdump has it, such as 'udp port 1234'")
@@ -252,6 +381,10 @@ Options parse_options(int argc, char** argv) {
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
 
+    if (flags.list_fields) {
+        std::fputs(field_list().c_str(), stdout);
+        std::exit(EXIT_SUCCESS);
+    }
     if (options.input_file.empty() && options.live.interface.empty() && !options.lists_interfaces) {
         tools::exit_misused(app,
                             "give a capture file (--read FILE) or an interface (--interface NAME)");
@@ -261,12 +394,16 @@ Options parse_options(int argc, char** argv) {
     }
     Writing& writing = options.writing;
     const bool stdout_taken = writing.path == "-";
-    if (stdout_taken && flags.dump) {
-        tools::exit_misused(app, "--dump and --write - cannot both use standard output");
-    }
-    if (const std::string complaint = complaint_about(writing); !complaint.empty()) {
+    if (const std::string complaint = complaint_about(flags, stdout_taken); !complaint.empty()) {
         tools::exit_misused(app, complaint);
     }
+    if (const std::string complaint = complaint_about(writing, flags); !complaint.empty()) {
+        tools::exit_misused(app, complaint);
+    }
+    for (const std::string& text : flags.rtp_clocks) {
+        read_clock(text, options.rtp_clocks);
+    }
+    options.tables = tables_form(options, flags);
     writing.pcapng = writing.pcapng || writing.path.ends_with(".pcapng");
     writing.file_size *= kMib;
     if (options.selection.snapshot_length == 0) {
@@ -274,7 +411,9 @@ Options parse_options(int argc, char** argv) {
     }
     options.selection.expression = joined(expression);
     set_forms(flags, options);
-    options.form = flags.quiet || stdout_taken ? Form::none : flags.dump ? Form::dump : Form::line;
+    options.form = form_of(flags, stdout_taken);
+    options.extracted_flow = flags.extract;
+    options.fields = fields_of(flags);
     return options;
 }
 

@@ -3,15 +3,20 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "filter/filter.hpp"
+#include "show/field_table.hpp"
 #include "source/source.hpp"
+#include "streams/rtp_source.hpp"
+#include "streams/tables.hpp"
 #include "write/capture_files.hpp"
 
 namespace capture {
 
-// What is printed for each frame; `dump` is a line and the fields.
-enum class Form { line, dump, none };
+// What is printed for each frame; `dump` is a line and all that the frame engine shows. `streams`
+// and `conversations` are tables of all frames; `extract` writes the stream of one flow.
+enum class Form { line, dump, json, columns, streams, conversations, extract, none };
 
 // Which time the line of a frame begins with.
 enum class Clock {
@@ -45,6 +50,10 @@ struct Options {
     Selection selection;
     Wanted wanted;
     Form form = Form::line;
+    std::vector<const Field*> fields;         // of `json` and `columns`
+    TablesForm tables = TablesForm::summary;  // of `streams` and `conversations`
+    RtpClocks rtp_clocks;
+    std::string extracted_flow;  // of `extract`
     TimeForm time;
     LineForm line;
     Writing writing;

@@ -24,6 +24,10 @@ void install_stop_handlers() {
     sigaction(SIGPIPE, &action, nullptr);
 }
 
+void request_stop() {
+    g_stop = 1;
+}
+
 bool stop_requested() {
     return g_stop != 0;
 }

@@ -7,6 +7,9 @@ namespace capture {
 // is ignored: writing to a closed pipe is only an error.
 void install_stop_handlers();
 
+// As such a signal does.
+void request_stop();
+
 [[nodiscard]] bool stop_requested();
 
 }  // namespace capture

@@ -6,7 +6,7 @@ _zxcapture() {
         -r | --read | -w | --write) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
         -i | --interface) mapfile -t COMPREPLY < <(cd /sys/class/net && compgen -f -W any -- "$word"); return ;;
         --protocol) mapfile -t COMPREPLY < <(compgen -W 'tcp udp icmp icmpv6 igmp' -- "$word"); return ;;
-        -[cBsCGW] | --count | --buffer-size | --snapshot-length | --file-* | --*mac | --*ip | --*port) return ;;
+        -[cBsCGW] | --count | --buffer-size | --snapshot-length | --file-* | --extract | --rtp-clock | --*mac | --*ip | --*port) return ;;
     esac
     local options
     options=$("$1" --help 2>/dev/null | sed -En 's/^  (-[A-Za-z],)?(--[a-z-]+).*/\2/p')

@@ -2,17 +2,13 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string_view>
 
-#include "zxjson.h"
+#include "common/json.hpp"
 
 namespace ctl {
 
-struct JsonDeleter {
-    void operator()(cJSON* tree) const { cJSON_Delete(tree); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using tools::Json;
 
 // The object that the line is. Throws a Failure, with one sentence, for a line that is none or that
 // has more than `kMostParts` parts: each part takes some hundred bytes of memory.

@@ -9,19 +9,21 @@
 #include <string_view>
 #include <thread>
 
-#include "amount.hpp"
 #include "answer.hpp"
 #include "common/failure.hpp"
 #include "connection.hpp"
 #include "places.hpp"
 #include "screen.hpp"
 #include "show.hpp"
-#include "table.hpp"
-#include "text.hpp"
+#include "terminal/amount.hpp"
+#include "terminal/table.hpp"
+#include "terminal/text.hpp"
 #include "view.hpp"
 
 namespace ctl {
 namespace {
+
+using terminal::amount_text, terminal::clean, terminal::clean_json, terminal::Table;
 
 constexpr std::int64_t kMilli = 1000;
 

@@ -10,10 +10,12 @@
 #include "common/failure.hpp"
 #include "common/number.hpp"
 #include "connection.hpp"
-#include "text.hpp"
+#include "terminal/text.hpp"
 
 namespace ctl {
 namespace {
+
+using terminal::clean;
 
 constexpr std::string_view kSuffix = ".sock";
 

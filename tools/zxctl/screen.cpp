@@ -1,116 +1,22 @@
 #include "screen.hpp"
 
-#define NCURSES_NOMACROS
-#include <curses.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
 #include "common/failure.hpp"
-#include "text.hpp"
+#include "terminal/screen.hpp"
+#include "terminal/text.hpp"
 #include "top.hpp"
 
 namespace ctl {
 namespace {
 
+using terminal::clean, terminal::clean_json;
+
 constexpr std::int64_t kRoundMs = 1000;
-
-// The terminal belongs to the screen until the object goes.
-class Terminal {
-public:
-    Terminal() : screen_(newterm(nullptr, stdout, stdin)) {
-        if (screen_ == nullptr) {
-            throw tools::Failure("top needs a terminal that TERM names");
-        }
-        constexpr int kEscapeMs = 25;
-        set_escdelay(kEscapeMs);
-        cbreak();
-        noecho();
-        curs_set(0);
-        keypad(stdscr, true);
-        nodelay(stdscr, true);
-        if (has_colors()) {
-            start_color();
-            use_default_colors();
-            init_pair(kAlarmPair, COLOR_RED, -1);
-        }
-    }
-    Terminal(const Terminal&) = delete;
-    Terminal& operator=(const Terminal&) = delete;
-    ~Terminal() {
-        endwin();
-        delscreen(screen_);
-    }
-
-    void show(Top& top) const {
-        const int width = getmaxx(stdscr);
-        const int height = getmaxy(stdscr);
-        erase();
-        int row = 0;
-        for (const ScreenLine& line :
-             top.draw(static_cast<std::size_t>(width), static_cast<std::size_t>(height))) {
-            attrset(attribute_of(line.style));
-            const bool is_bar = line.style == Style::title;
-            mvaddstr(
-                row++, 0,
-                (is_bar ? fitted(line.text, static_cast<std::size_t>(width), false) : line.text)
-                    .c_str());
-        }
-        attrset(A_NORMAL);
-        refresh();
-    }
-
-    // Gives the keys to the screen. False: quit.
-    [[nodiscard]] bool handle_keys(Top& top) const {
-        for (int key; (key = getch()) != ERR;) {
-            if (!top.on_key(translated(key))) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-private:
-    static constexpr short kAlarmPair = 1;
-
-    static int attribute_of(Style style) {
-        switch (style) {
-            case Style::title:
-                return static_cast<int>(A_REVERSE);
-            case Style::alarm:
-                return static_cast<int>(A_BOLD) | (has_colors() ? COLOR_PAIR(kAlarmPair) : 0);
-            case Style::dim:
-                return static_cast<int>(A_DIM);
-            case Style::plain:
-                break;
-        }
-        return static_cast<int>(A_NORMAL);
-    }
-
-    static int translated(int key) {
-        switch (key) {
-            case KEY_UP:
-                return kKeyUp;
-            case KEY_DOWN:
-                return kKeyDown;
-            case KEY_PPAGE:
-                return kKeyPageUp;
-            case KEY_NPAGE:
-                return kKeyPageDown;
-            case KEY_LEFT:
-                return kKeyLeft;
-            case KEY_RIGHT:
-                return kKeyRight;
-            default:
-                return key;
-        }
-    }
-
-    SCREEN* screen_;
-};
 
 std::string time_of_day() {
     const std::time_t now = std::time(nullptr);
@@ -218,11 +124,11 @@ void show_top(Connection& connection, const Place& place, const Options& options
     Top top(clean(place.name) +
             (place.process != 0 ? " (" + std::to_string(place.process) + ")" : ""));
     Rounds rounds(connection, top, options.timeout_ms);
-    const Terminal terminal;
-    while (terminal.handle_keys(top)) {
+    const terminal::Screen screen("top");
+    while (screen.handle_keys(top)) {
         rounds.go_on();
-        terminal.show(top);
-        pollfd waits[] = {{STDIN_FILENO, POLLIN, 0}, {rounds.fd(), POLLIN, 0}};
+        screen.show(top);
+        pollfd waits[] = {{screen.fd(), POLLIN, 0}, {rounds.fd(), POLLIN, 0}};
         poll(waits, 2, kStepMs);
         if ((waits[0].revents & (POLLHUP | POLLERR)) != 0) {
             return;

@@ -8,13 +8,15 @@
 #include <cstdio>
 #include <string>
 
-#include "amount.hpp"
-#include "text.hpp"
+#include "terminal/amount.hpp"
+#include "terminal/text.hpp"
 #include "view.hpp"
 #include "zxlog.h"
 
 namespace ctl {
 namespace {
+
+using terminal::clean, terminal::Table, terminal::title_of;
 
 constexpr const char* kColourOff = "\x1b[0m";
 constexpr const char* kBold = "\x1b[1m";

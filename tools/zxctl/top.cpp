@@ -5,12 +5,16 @@
 #include <iterator>
 #include <utility>
 
-#include "amount.hpp"
-#include "text.hpp"
+#include "terminal/amount.hpp"
+#include "terminal/text.hpp"
 #include "view.hpp"
 
 namespace ctl {
 namespace {
+
+using terminal::beginning, terminal::cut, terminal::fitted, terminal::width_of;
+using enum terminal::SpecialKey;
+using terminal::ScreenLine, terminal::Style, terminal::amount_text, terminal::clean;
 
 enum Question : std::size_t { kThreads, kLocks, kWaits, kFifos, kMemory };
 

@@ -8,28 +8,12 @@
 #include <vector>
 
 #include "answer.hpp"
+#include "terminal/screen.hpp"
 #include "view.hpp"
 
 namespace ctl {
 
-enum class Style { plain, title, alarm, dim };
-
-struct ScreenLine {
-    std::string text;
-    Style style = Style::plain;
-};
-
-// Keys that are no characters.
-enum SpecialKey : int {
-    kKeyUp = 0x110000,
-    kKeyDown,
-    kKeyPageUp,
-    kKeyPageDown,
-    kKeyLeft,
-    kKeyRight
-};
-
-class Top {
+class Top final : public terminal::Content {
 public:
     explicit Top(std::string who) : who_(std::move(who)) {}
 
@@ -41,12 +25,11 @@ public:
     // What the first line says at its end; an alarm stands out.
     void set_state(const std::string& state, bool is_alarm);
 
-    // False: quit.
-    bool on_key(int key);
+    bool on_key(int key) override;
     [[nodiscard]] bool is_paused() const { return is_paused_; }
 
-    // At most `height` lines of at most `width` columns.
-    [[nodiscard]] std::vector<ScreenLine> draw(std::size_t width, std::size_t height);
+    [[nodiscard]] std::vector<terminal::ScreenLine> draw(std::size_t width,
+                                                         std::size_t height) override;
 
 private:
     struct Panel {
@@ -64,7 +47,8 @@ private:
     [[nodiscard]] std::string summary() const;
     [[nodiscard]] std::string alarm() const;
     [[nodiscard]] std::string tabs() const;
-    void draw_panel(std::vector<ScreenLine>& lines, std::size_t width, std::size_t height);
+    void draw_panel(std::vector<terminal::ScreenLine>& lines, std::size_t width,
+                    std::size_t height);
 
     const std::string who_;
     std::string state_;

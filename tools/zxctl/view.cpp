@@ -1,15 +1,16 @@
 #include "view.hpp"
+#include "terminal/amount.hpp"
+#include "terminal/text.hpp"
 
 #include <algorithm>
 #include <map>
 #include <tuple>
 #include <utility>
 
-#include "amount.hpp"
-#include "text.hpp"
-
 namespace ctl {
 namespace {
+
+using terminal::amount_text, terminal::clean, terminal::Column, terminal::Table, terminal::title_of;
 
 constexpr std::size_t kMostFields = 12;  // of an array that this program does not know
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "answer.hpp"
-#include "table.hpp"
+#include "terminal/table.hpp"
 
 namespace ctl {
 
@@ -30,7 +30,7 @@ struct View {
 [[nodiscard]] View view_of(const cJSON* array);
 
 // The array's objects as rows. `reversed`: the smallest number first.
-[[nodiscard]] Table table_of(const View& view, const cJSON* array, bool reversed);
+[[nodiscard]] terminal::Table table_of(const View& view, const cJSON* array, bool reversed);
 
 // A value as people read it.
 [[nodiscard]] std::string value_text(std::string_view key, const cJSON* value);

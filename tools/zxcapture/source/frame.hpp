@@ -18,4 +18,14 @@ struct Frame {
     int link = 1;     // its link type as libpcap numbers them (DLT_…); 1: Ethernet
 };
 
+// The time in microseconds. A damaged file may contain any number.
+[[nodiscard]] inline std::int64_t microseconds_of(const timespec& time) {
+    constexpr std::int64_t kMostSeconds = std::int64_t{1} << 40U;
+    const std::int64_t seconds = time.tv_sec < 0              ? 0
+                                 : time.tv_sec > kMostSeconds ? kMostSeconds
+                                                              : time.tv_sec;
+    const bool is_good = time.tv_nsec >= 0 && time.tv_nsec < 1000000000;
+    return seconds * 1000000 + (is_good ? time.tv_nsec / 1000 : 0);
+}
+
 }  // namespace capture

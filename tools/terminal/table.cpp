@@ -1,11 +1,11 @@
-#include "table.hpp"
+#include "terminal/table.hpp"
 
 #include <algorithm>
 #include <numeric>
 
-#include "text.hpp"
+#include "terminal/text.hpp"
 
-namespace ctl {
+namespace terminal {
 namespace {
 
 constexpr std::size_t kGap = 2;
@@ -67,4 +67,4 @@ std::vector<std::size_t> Table::widths_for(std::size_t width) const {
     return widths;
 }
 
-}  // namespace ctl
+}  // namespace terminal

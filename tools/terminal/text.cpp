@@ -1,11 +1,11 @@
-#include "text.hpp"
+#include "terminal/text.hpp"
 
 #include <langinfo.h>
 #include <wchar.h>
 
 #include <cstdio>
 
-namespace ctl {
+namespace terminal {
 namespace {
 
 struct Character {
@@ -144,4 +144,4 @@ std::string fitted(std::string_view text, std::size_t columns, bool to_the_right
     return out.insert(to_the_right ? 0 : out.size(), blanks, ' ');
 }
 
-}  // namespace ctl
+}  // namespace terminal

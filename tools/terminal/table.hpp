@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace ctl {
+namespace terminal {
 
 struct Column {
     std::string title;
@@ -31,4 +31,4 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-}  // namespace ctl
+}  // namespace terminal

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace ctl {
+namespace terminal {
 
 // A copy in which nothing can control a terminal: each control character, each byte that is no
 // UTF-8 and each character without a width is replaced by "\x" and its bytes in hexadecimal digits.
@@ -25,4 +25,4 @@ inline constexpr std::size_t kLongest = 8192;
 [[nodiscard]] std::string cut(std::string_view text, std::size_t columns);
 [[nodiscard]] std::string fitted(std::string_view text, std::size_t columns, bool to_the_right);
 
-}  // namespace ctl
+}  // namespace terminal

@@ -1,4 +1,4 @@
-#include "amount.hpp"
+#include "terminal/amount.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <iterator>
 
-#include "text.hpp"
+#include "terminal/text.hpp"
 #include "zxt.h"
 
-namespace ctl {
+namespace terminal {
 namespace {
 
 constexpr double kMostWhole = 9e15;  // every whole number up to here is exact
@@ -127,4 +127,4 @@ std::string title_of(std::string_view key) {
     return title;
 }
 
-}  // namespace ctl
+}  // namespace terminal

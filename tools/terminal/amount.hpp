@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace ctl {
+namespace terminal {
 
 // A number as a text. The end of its key tells the unit: _us and _s are times, _bytes and
 // _bytes_per_s are sizes and rates, _percent is a share; all other numbers are counts. Any number
@@ -14,4 +14,4 @@ namespace ctl {
 // The key of a member as people read it: without its unit, and with blanks.
 [[nodiscard]] std::string title_of(std::string_view key);
 
-}  // namespace ctl
+}  // namespace terminal
