@@ -6,10 +6,11 @@
 #include <vector>
 
 #include "common/failure.hpp"
+#include "common/rtp_order.hpp"
+#include "common/transport_stream.hpp"
 #include "config/network.hpp"
 #include "config/url.hpp"
 #include "input/packetizer.hpp"
-#include "input/rtp.hpp"
 #include "stream/http_answer.hpp"
 #include "stream/http_request.hpp"
 #include "stream/request.hpp"
@@ -76,7 +77,7 @@ std::vector<std::uint8_t> stream_of(Input& input) {
 void check_packets(Input& control, const std::vector<std::uint8_t>& stream) {
     Content emitted;
     relay::Packetizer packetizer([&](Bytes message) {
-        require(relay::is_transport_stream(message), "whole packets");
+        require(tools::is_transport_stream(message), "whole packets");
         emitted.insert(emitted.end(), message.begin(), message.end());
     });
     PacketModel model;
@@ -93,7 +94,7 @@ void check_packets(Input& control, const std::vector<std::uint8_t>& stream) {
     model.finish();
     require(emitted == model.emitted, "the packets");
     require(emitted.size() + packetizer.skipped() == stream.size(), "every byte is accounted for");
-    require(!relay::is_transport_stream(stream) || packetizer.skipped() == 0,
+    require(!tools::is_transport_stream(stream) || packetizer.skipped() == 0,
             "packets in step are never skipped");
 }
 
@@ -190,7 +191,7 @@ std::optional<Bytes> payload_of(Bytes all) {
 
 void check_rtp(Input input) {
     Content emitted;
-    relay::RtpOrder order([&](Bytes payload) { emitted.push_back(payload[1]); });
+    tools::RtpOrder order([&](Bytes payload) { emitted.push_back(payload[1]); });
     OrderModel model;
     std::uint16_t sequence = 65000;
     std::uint64_t now = 1;
@@ -205,9 +206,9 @@ void check_rtp(Input input) {
             std::uint8_t& byte = bytes[input.take_below(20)];
             byte = static_cast<std::uint8_t>(byte ^ 1U << input.take_below(8));
         }
-        const auto datagram = relay::parse_rtp(bytes);
+        const auto datagram = tools::parse_stream_rtp(bytes);
         const auto payload = payload_of(bytes);
-        require(datagram.has_value() == (payload && relay::is_transport_stream(*payload)),
+        require(datagram.has_value() == (payload && tools::is_transport_stream(*payload)),
                 "what is RTP");
         if (datagram) {
             require(datagram->payload.data() == payload->data() &&

@@ -17,6 +17,7 @@
 #include "source/source.hpp"
 #include "stop.hpp"
 #include "streams/conversations.hpp"
+#include "streams/extract.hpp"
 #include "streams/streams.hpp"
 #include "write/capture_files.hpp"
 
@@ -39,6 +40,8 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
         case Form::conversations:
             return std::make_unique<TablesPrinter>(std::make_unique<Conversations>(),
                                                    options.tables, "--conversations");
+        case Form::extract:
+            return std::make_unique<Extract>(options.extracted_flow, options.writing.path);
         default:
             return nullptr;
     }
@@ -76,7 +79,7 @@ Session::Session(const Options& options)
       source_(source_for(options)),
       filter_(options.wanted),
       printer_(printer_for(options)) {
-    if (!options.writing.path.empty()) {
+    if (!options.writing.path.empty() && options.form != Form::extract) {
         files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
     if (!options.live.interface.empty()) {

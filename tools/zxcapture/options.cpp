@@ -4,6 +4,7 @@
 
 #include "common/command_line.hpp"
 #include "common/number.hpp"
+#include "streams/extract.hpp"
 #include "zxcommon.h"
 
 namespace capture {
@@ -101,6 +102,7 @@ struct Flags {
     bool numeric = false;  // as it always is
     bool streams = false;
     bool conversations = false;
+    std::string extract{};
     std::vector<std::string> fields{};
     std::vector<std::string> rtp_clocks{};
 };
@@ -164,6 +166,15 @@ void define_streams(CLI::App& app, Flags& flags) {
                  "Show a table of all streams: rates, losses, jitter, continuity; with --json an "
                  "object a second")
         ->group(kGroup);
+    app.add_option("--extract", flags.extract,
+                   "Write the transport stream of this flow to the file of --write, such as "
+                   "239.0.0.1:1234 or '10.0.0.2:5000>239.0.0.1:1234'")
+        ->option_text("FLOW")
+        ->group(kGroup)
+        ->check([](const std::string& text) {
+            return read_flow_name(text) ? ""
+                                        : "'" + text + "' is not a flow such as 239.0.0.1:1234";
+        });
     app.add_flag("--conversations", flags.conversations,
                  "Show a table of all TCP connections: state, bytes, retransmissions, round trips; "
                  "with --json an object for each")
@@ -193,25 +204,26 @@ std::string complaint_about(const Flags& flags, bool stdout_taken) {
     const bool has_tables = flags.streams || flags.conversations;
     const bool has_fields = !flags.fields.empty() || (flags.json && !has_tables);
     const int forms = int{flags.dump} + int{flags.quiet} + int{flags.streams} +
-                      int{flags.conversations} + int{has_fields};
+                      int{flags.conversations} + int{!flags.extract.empty()} + int{has_fields};
     if (forms > 1) {
-        return "give only one of --dump, --quiet, --streams, --conversations, and --json or "
-               "--fields";
+        return "give only one of --dump, --quiet, --streams, --conversations, --extract, and "
+               "--json or --fields";
     }
-    if (stdout_taken && forms > int{flags.quiet}) {
+    if (stdout_taken && forms > int{flags.quiet} && flags.extract.empty()) {
         return "--write - needs standard output for the capture file";
     }
     return "";
 }
 
 Form form_of(const Flags& flags, bool stdout_taken) {
-    return flags.quiet || stdout_taken ? Form::none
-           : flags.streams             ? Form::streams
-           : flags.conversations       ? Form::conversations
-           : flags.json                ? Form::json
-           : !flags.fields.empty()     ? Form::columns
-           : flags.dump                ? Form::dump
-                                       : Form::line;
+    return !flags.extract.empty()        ? Form::extract
+           : flags.quiet || stdout_taken ? Form::none
+           : flags.streams               ? Form::streams
+           : flags.conversations         ? Form::conversations
+           : flags.json                  ? Form::json
+           : !flags.fields.empty()       ? Form::columns
+           : flags.dump                  ? Form::dump
+                                         : Form::line;
 }
 
 void define_output(CLI::App& app, Options& options, Flags& flags) {
@@ -285,8 +297,11 @@ void define_files(CLI::App& app, Writing& writing) {
 }
 
 // What is wrong with the files that are to be written, or an empty text.
-std::string complaint_about(const Writing& writing) {
+std::string complaint_about(const Writing& writing, const Flags& flags) {
     const bool is_several = writing.file_size != 0 || writing.seconds != 0;
+    if (!flags.extract.empty() && (writing.path.empty() || is_several)) {
+        return "--extract needs --write FILE for the transport stream, and one file alone";
+    }
     if (writing.path == "-" && is_several) {
         return "--write - is one file: it excludes --file-size and --file-seconds";
     }
@@ -347,7 +362,7 @@ Options parse_options(int argc, char** argv) {
     if (const std::string complaint = complaint_about(flags, stdout_taken); !complaint.empty()) {
         tools::exit_misused(app, complaint);
     }
-    if (const std::string complaint = complaint_about(writing); !complaint.empty()) {
+    if (const std::string complaint = complaint_about(writing, flags); !complaint.empty()) {
         tools::exit_misused(app, complaint);
     }
     for (const std::string& text : flags.rtp_clocks) {
@@ -361,6 +376,7 @@ Options parse_options(int argc, char** argv) {
     }
     options.selection.expression = joined(expression);
     options.form = form_of(flags, stdout_taken);
+    options.extracted_flow = flags.extract;
     options.fields = fields_of(flags);
     return options;
 }

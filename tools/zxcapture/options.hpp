@@ -15,8 +15,8 @@
 namespace capture {
 
 // What is printed for each frame; `dump` is a line and all that the frame engine shows. `streams`
-// and `conversations` are tables of all frames.
-enum class Form { line, dump, json, columns, streams, conversations, none };
+// and `conversations` are tables of all frames; `extract` writes the stream of one flow.
+enum class Form { line, dump, json, columns, streams, conversations, extract, none };
 
 struct TimeForm {
     bool utc = false;
@@ -33,6 +33,7 @@ struct Options {
     std::vector<const Field*> fields;         // of `json` and `columns`
     TablesForm tables = TablesForm::summary;  // of `streams` and `conversations`
     RtpClocks rtp_clocks;
+    std::string extracted_flow;  // of `extract`
     TimeForm time;
     Writing writing;
     std::uint64_t max_frames = 0;  // that pass; 0: no limit

@@ -98,16 +98,20 @@ std::string LiveTable::tabs() const {
     return text + (is_paused_ ? "  paused" : "");
 }
 
+// The last ones may not fit.
 std::string LiveTable::help() const {
-    std::string text = "sort:";
-    if (!sheets_.empty()) {
-        for (const SheetColumn& column : sheets_[chosen_].columns) {
-            if (column.key != '\0') {
-                text.append(1, ' ').append(1, column.key).append(1, ' ').append(column.title);
-            }
+    std::string text = "q quit  space pause";
+    if (sheets_.empty()) {
+        return text;
+    }
+    text += sheets_.size() > 1 ? "  Tab table" : "";
+    text += "  sort by:";
+    for (const SheetColumn& column : sheets_[chosen_].columns) {
+        if (column.key != '\0') {
+            text.append(1, ' ').append(1, column.key).append(1, ' ').append(column.title);
         }
     }
-    return text + (sheets_.size() > 1 ? "  Tab table" : "") + "  space pause  q quit";
+    return text;
 }
 
 std::vector<ScreenLine> LiveTable::draw(std::size_t width, std::size_t height) {

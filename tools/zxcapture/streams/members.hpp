@@ -22,8 +22,9 @@ struct Member {
 
 class Members {
 public:
-    static constexpr std::size_t kMost = 4096;
     using Map = BoundedMap<std::tuple_size_v<EndsKey>, Member>;
+
+    explicit Members(std::size_t most) : map_(most) {}
 
     void add(const Frame& frame, const Packet& packet, std::int64_t now_us);
 
@@ -33,7 +34,7 @@ private:
     void take(const GroupRecord& record, const Packet& packet, unsigned version,
               std::int64_t now_us);
 
-    Map map_{kMost};
+    Map map_;
 };
 
 }  // namespace capture

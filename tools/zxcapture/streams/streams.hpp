@@ -9,12 +9,22 @@ namespace capture {
 
 class Streams final : public Tables {
 public:
-    static constexpr std::size_t kMostFlows = 4096;
-    static constexpr std::size_t kMostSources = 4096;
-    static constexpr std::size_t kMostPids = 8192;
+    // How many there can be. The one that was idle for the longest time is given up.
+    struct Limits {
+        std::size_t flows = 4096;
+        std::size_t sources = 4096;  // of RTP
+        std::size_t pids = 16384;
+        std::size_t members = 4096;
+    };
     using Flows = BoundedMap<std::tuple_size_v<EndsKey>, Flow>;
 
-    explicit Streams(const RtpClocks& clocks) : clocks_(clocks) {}
+    explicit Streams(const RtpClocks& clocks) : Streams(clocks, Limits{}) {}
+    Streams(const RtpClocks& clocks, const Limits& limits)
+        : clocks_(clocks),
+          flows_(limits.flows),
+          sources_(limits.sources),
+          pids_(limits.pids),
+          members_(limits.members) {}
 
     void add(const Frame& frame, const Packet& packet, std::int64_t now_us) override;
     void end_second(std::int64_t now_us, double seconds) override;
@@ -35,9 +45,9 @@ public:
 
 private:
     const RtpClocks clocks_;
-    Flows flows_{kMostFlows};
-    RtpSources sources_{kMostSources};
-    Pids pids_{kMostPids};
+    Flows flows_;
+    RtpSources sources_;
+    Pids pids_;
     Members members_;
     std::uint32_t next_number_ = 1;
     std::uint64_t forgotten_packets_ = 0;

@@ -105,9 +105,14 @@ Sheet programmes_sheet(const Streams& streams) {
     return sheet;
 }
 
+// ISO/IEC 13818-1 and ETSI EN 300 468 give these PIDs to tables.
 std::string use_of(const Flow& flow, std::uint16_t pid) {
-    if (pid == 0) {
-        return "PAT";
+    constexpr std::pair<std::uint16_t, const char*> kTables[] = {
+        {0, "PAT"}, {1, "CAT"}, {16, "NIT"}, {17, "SDT"}, {18, "EIT"}, {20, "TDT"}};
+    for (const auto& [its, name] : kTables) {
+        if (its == pid) {
+            return name;
+        }
     }
     for (const Programme& programme : flow.transport_stream().programmes()) {
         if (programme.map_pid == pid) {

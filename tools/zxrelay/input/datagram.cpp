@@ -10,12 +10,13 @@
 #include <cerrno>
 #include <cstring>
 
-#include "input/packetizer.hpp"
+#include "common/transport_stream.hpp"
 #include "zxtime.h"
 
 namespace relay {
 namespace {
 
+using tools::is_transport_stream;
 using zxcommon::Level, zxcommon::log;
 
 constexpr char kTag[] = "RELAY";
@@ -141,7 +142,7 @@ void DatagramSource::take(std::span<const std::uint8_t> received, std::size_t se
 void DatagramSource::take_datagram(std::span<const std::uint8_t> datagram) {
     if (is_transport_stream(datagram)) {
         entrance_.push(datagram);
-    } else if (const auto rtp = parse_rtp(datagram)) {
+    } else if (const auto rtp = tools::parse_stream_rtp(datagram)) {
         if (!std::exchange(has_said_rtp_, true)) {
             log({Level::notice, kTag}, "the source %s sends RTP: its headers are removed",
                 entrance_.name().c_str());

@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
+#include "common/rtp_order.hpp"
 #include "input/entrance.hpp"
-#include "input/rtp.hpp"
 #include "input/sockets.hpp"
 #include "input/source.hpp"
 
@@ -31,7 +31,7 @@ private:
     const OpenInput input_;
     Entrance& entrance_;
     std::unique_ptr<Batch> batch_;
-    RtpOrder order_;
+    tools::RtpOrder order_;
     std::uint64_t counted_lost_ = 0;
     bool has_said_rtp_;  // or the user has asked for it
     const int gather_ms_;

@@ -4,25 +4,14 @@
 #include <cstring>
 
 namespace relay {
+
+using tools::kSyncByte, tools::packets_at_front;
+
 namespace {
 
-constexpr std::uint8_t kSyncByte = 0x47;
 constexpr std::size_t kLookAhead = 2 * kPacketSize;  // to the third sync byte
 
-// The size of the whole packets at the front.
-std::size_t packets_at_front(std::span<const std::uint8_t> bytes) {
-    std::size_t size = 0;
-    while (size + kPacketSize <= bytes.size() && bytes[size] == kSyncByte) {
-        size += kPacketSize;
-    }
-    return size;
-}
-
 }  // namespace
-
-bool is_transport_stream(std::span<const std::uint8_t> bytes) {
-    return !bytes.empty() && packets_at_front(bytes) == bytes.size();
-}
 
 void Packetizer::feed(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {

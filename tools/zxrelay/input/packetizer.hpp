@@ -7,12 +7,10 @@
 #include <span>
 #include <vector>
 
+#include "common/transport_stream.hpp"
 #include "stream/channel.hpp"
 
 namespace relay {
-
-// True if the bytes are whole packets that all begin with the sync byte.
-bool is_transport_stream(std::span<const std::uint8_t> bytes);
 
 // It finds the packets by three sync bytes in a row, each a packet apart, and follows them until a
 // sync byte is missing.

@@ -7,12 +7,12 @@
 #include <span>
 
 #include "common/event.hpp"
-
+#include "common/transport_stream.hpp"
 #include "zxcommon.hpp"
 
 namespace relay {
 
-inline constexpr std::size_t kPacketSize = 188;
+using tools::kPacketSize;
 inline constexpr std::size_t kMessageSize = 7 * kPacketSize;
 inline constexpr std::size_t kLargestMessage = 65535;  // no datagram is larger
 

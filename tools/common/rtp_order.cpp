@@ -1,11 +1,11 @@
-#include "input/rtp.hpp"
+#include "common/rtp_order.hpp"
 
 #include <algorithm>
 
 #include "common/rtp.hpp"
-#include "input/packetizer.hpp"
+#include "common/transport_stream.hpp"
 
-namespace relay {
+namespace tools {
 namespace {
 
 // A larger step of the numbers is no loss: the sender has started again.
@@ -17,8 +17,8 @@ int signed_step(std::uint16_t difference) {
 
 }  // namespace
 
-std::optional<RtpDatagram> parse_rtp(std::span<const std::uint8_t> datagram) {
-    const auto rtp = tools::parse_rtp(datagram);
+std::optional<RtpDatagram> parse_stream_rtp(std::span<const std::uint8_t> datagram) {
+    const auto rtp = parse_rtp(datagram);
     return rtp && is_transport_stream(rtp->payload)
                ? std::optional(RtpDatagram{rtp->sequence, rtp->sender, rtp->payload})
                : std::nullopt;
@@ -110,4 +110,4 @@ std::uint64_t RtpOrder::oldest_us() const {
     return oldest;
 }
 
-}  // namespace relay
+}  // namespace tools

@@ -1,4 +1,4 @@
-// RTP: its header, and the order of its datagrams.
+// Transport streams in RTP, and the order of their datagrams.
 #pragma once
 
 #include <array>
@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace relay {
+namespace tools {
 
 // A datagram of RTP (RFC 3550) with transport stream packets in it (RFC 2250).
 struct RtpDatagram {
@@ -19,7 +19,7 @@ struct RtpDatagram {
 
 // Returns nothing if the lengths in the header do not fit the datagram, or the payload is anything
 // else than whole packets.
-std::optional<RtpDatagram> parse_rtp(std::span<const std::uint8_t> datagram);
+std::optional<RtpDatagram> parse_stream_rtp(std::span<const std::uint8_t> datagram);
 
 // Emits payloads in the order in which they were sent. Datagrams that come early wait for those
 // before them, in a window of 64 datagrams and for 100 ms at most.
@@ -67,4 +67,4 @@ private:
     std::uint64_t lost_ = 0;
 };
 
-}  // namespace relay
+}  // namespace tools
