@@ -1,9 +1,11 @@
 # shellcheck shell=bash
 # For sourcing: the captures of a folder, merged into a file for each type of link.
 
-# merge_by_link FOLDER: writes $work/TYPE.pcap, where TYPE is the number that tshark gives the link
+# merge_by_link WORK FOLDER: writes WORK/TYPE.pcap, where TYPE is the number that tshark gives the link
 # type. A frame has the same number there for all programs.
 merge_by_link() {
+    local work=$1
+    shift
     find "$1" -name '*.pcap*' -print0 | sort -z | xargs -0 capinfos -Trc >"$work/files" 2>/dev/null || true
     cut -f1 "$work/files" | tr '\n' '\0' | xargs -0 mergecap -a -F pcapng -w "$work/merged"
     local type name

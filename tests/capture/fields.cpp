@@ -236,7 +236,7 @@ int main(int argc, char** argv) {
         std::printf("%s\t", name);
     }
     std::printf("\n");
-    const auto source = open_file(argv[1], "");
+    const auto source = open_file(argv[1], {});
     Frame frame;
     for (Got got = source->next(frame); got != Got::end; got = source->next(frame)) {
         if (got == Got::frame) {

@@ -17,7 +17,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export WIRESHARK_CONFIG_DIR=$work  # independent of the user's settings
 source "${0%/*}/by_link.sh"
-merge_by_link "$ZX_CAPTURES"
+merge_by_link "$work" "$ZX_CAPTURES"
 
 mapfile -t names < <("$program" --list-fields | cut -d' ' -f1)
 for file in "$work"/*.pcap; do

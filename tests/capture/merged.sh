@@ -13,3 +13,4 @@ merge_captures() {
         mapfile -t files < <(awk -F '\t' -v link="$link" '$2 == link {print $1}' "$work/links")
         [[ ${#files[@]} -eq 0 ]] || mergecap -a -F nsecpcap -w "$work/merged-$link" "${files[@]}"
     done
+}
