@@ -21,6 +21,7 @@
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
+#include "zxdiag/mutex.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/waits.hpp"
 #include "zxthread.h"
@@ -45,7 +46,7 @@ struct alignas(64) Worker {
 };
 
 constinit Known<Worker, kMostWorkers> g_workers;
-pthread_mutex_t g_asking = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex g_asking;
 
 // The clocks of a thread have its number in theirs: that is how the kernel numbers these clocks.
 pid_t tid_of(pthread_t thread) {
@@ -244,7 +245,7 @@ void thread_gone(const zxthread_ctt& thread) {
 void begin_threads_anew() {
     g_workers.forget_other_threads();
     g_workers.forget_all();
-    g_asking = PTHREAD_MUTEX_INITIALIZER;
+    g_asking.forget_other_threads();
 }
 
 Answer answer_threads(const Question&) {
@@ -254,11 +255,12 @@ Answer answer_threads(const Question&) {
     }
     cJSON* const answer = cJSON_CreateObject();
     cJSON* const threads = cJSON_AddArrayToObject(answer, "threads");
-    pthread_mutex_lock(&g_asking);
-    ++g_round;
-    add_tasks(threads, directory);
-    add_ended(threads);
-    pthread_mutex_unlock(&g_asking);
+    {
+        const MutexGuard guard(g_asking);
+        ++g_round;
+        add_tasks(threads, directory);
+        add_ended(threads);
+    }
     closedir(directory);
     add_number(answer, "left_out", g_workers.left_out());
     return {answer, nullptr};
