@@ -10,6 +10,7 @@
 #include "zxdiag/answers.hpp"
 #include "zxdiag/coarse_clock.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/order.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/trace.hpp"
@@ -106,7 +107,7 @@ void add_lock(cJSON* locks, const LockEntry& entry, const Waiting& waiting,
         return static_cast<double>(from.load(std::memory_order_relaxed));
     };
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "name", entry.name.copy().text);
+    add_text(object, "name", entry.name.copy().text);
     char address[sizeof "0x0123456789abcdef"];
     std::snprintf(address, sizeof address, "%p", entry.record.load(std::memory_order_relaxed));
     cJSON_AddStringToObject(object, "address", address);

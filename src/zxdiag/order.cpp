@@ -9,6 +9,7 @@
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/mutex.hpp"
 #include "zxdiag/reports.hpp"
 
@@ -154,10 +155,10 @@ bool add_pair(const Pair& pair, const PairPlaces& places, Inversion& inversion) 
 
 void add_pair_object(cJSON* object, const char* key, const PairText& pair) {
     cJSON* const its = key != nullptr ? cJSON_AddObjectToObject(object, key) : cJSON_CreateObject();
-    cJSON_AddStringToObject(its, "outer", pair.outer);
-    cJSON_AddStringToObject(its, "outer_place", pair.places.outer.text);
-    cJSON_AddStringToObject(its, "inner", pair.inner);
-    cJSON_AddStringToObject(its, "inner_place", pair.places.inner.text);
+    add_text(its, "outer", pair.outer);
+    add_text(its, "outer_place", pair.places.outer.text);
+    add_text(its, "inner", pair.inner);
+    add_text(its, "inner_place", pair.places.inner.text);
     if (key == nullptr) {
         cJSON_AddItemToArray(object, its);
     }
@@ -199,7 +200,7 @@ void add_inversions(cJSON* answer) {
     cJSON* const inversions = cJSON_AddArrayToObject(answer, "inversions");
     for (const Inversion& inversion : g_inversions) {
         cJSON* const object = cJSON_CreateObject();
-        cJSON_AddStringToObject(object, "text", sentence_of(inversion).text);
+        add_text(object, "text", sentence_of(inversion).text);
         cJSON_AddNumberToObject(object, "age_s",
                                 static_cast<double>(steady_us() - inversion.at_us) / kUsPerSec);
         add_pair_object(object, "first", inversion.pairs[0]);

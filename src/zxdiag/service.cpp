@@ -90,7 +90,9 @@ public:
             leave_if_stuck();
             return;
         }
-        for (int i = 0; i < kMostAtOnce && series_ != nullptr && pending_size_ == 0; ++i) {
+        for (int i = 0;
+             i < kMostAtOnce && series_ != nullptr && pending_size_ == 0 && !series_->is_over();
+             ++i) {
             cJSON* const object = series_->next();
             if (object == nullptr) {
                 break;

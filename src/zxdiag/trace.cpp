@@ -11,6 +11,7 @@
 
 #include "shared/write_once.hpp"
 #include "zxdiag/answers.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/thread_record.hpp"
 
@@ -68,7 +69,7 @@ double micros(std::uint64_t ns) {
 cJSON* object_of(const Event& event) {
     const SpanText text = text_of(event.span.load(std::memory_order_relaxed));
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "name", event.name.copy().text);
+    add_text(object, "name", event.name.copy().text);
     cJSON_AddStringToObject(object, "cat", text.category);
     cJSON_AddStringToObject(object, "ph", "X");
     cJSON_AddNumberToObject(object, "ts", micros(event.begin_ns.load(std::memory_order_relaxed)));
@@ -98,7 +99,7 @@ cJSON* name_of_thread(pid_t tid) {
     cJSON_AddStringToObject(object, "ph", "M");
     cJSON_AddNumberToObject(object, "pid", getpid());
     cJSON_AddNumberToObject(object, "tid", tid);
-    cJSON_AddStringToObject(cJSON_AddObjectToObject(object, "args"), "name", name);
+    add_text(cJSON_AddObjectToObject(object, "args"), "name", name);
     return object;
 }
 

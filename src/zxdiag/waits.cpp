@@ -7,6 +7,7 @@
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "zxdiag/answers.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/order.hpp"
 #include "zxdiag/reports.hpp"
 
@@ -216,7 +217,7 @@ void add_cycles(cJSON* answer) {
     cJSON* const cycles = cJSON_AddArrayToObject(answer, "cycles");
     for (const Cycle& cycle : g_cycles) {
         cJSON* const object = cJSON_CreateObject();
-        cJSON_AddStringToObject(object, "text", sentence_of(cycle).text);
+        add_text(object, "text", sentence_of(cycle).text);
         cJSON_AddNumberToObject(object, "age_s",
                                 static_cast<double>(steady_us() - cycle.at_us) / kUsPerSec);
         cJSON* const members = cJSON_AddArrayToObject(object, "members");
@@ -224,12 +225,11 @@ void add_cycles(cJSON* answer) {
             const Member& member = cycle.members[k];
             cJSON* const its = cJSON_CreateObject();
             cJSON_AddNumberToObject(its, "tid", member.tid);
-            cJSON_AddStringToObject(its, "thread", member.thread.text);
-            cJSON_AddStringToObject(its, "lock", member.lock);
-            cJSON_AddStringToObject(its, "place", member.place.text);
-            cJSON_AddStringToObject(its, "held_by",
-                                    cycle.members[(k + 1) % cycle.count].thread.text);
-            cJSON_AddStringToObject(its, "held_at", member.held_at.text);
+            add_text(its, "thread", member.thread.text);
+            add_text(its, "lock", member.lock);
+            add_text(its, "place", member.place.text);
+            add_text(its, "held_by", cycle.members[(k + 1) % cycle.count].thread.text);
+            add_text(its, "held_at", member.held_at.text);
             cJSON_AddItemToArray(members, its);
         }
         cJSON_AddItemToArray(cycles, object);
@@ -274,18 +274,18 @@ void add_holder(cJSON* object, const LockEntry& entry, const ProgramMemory& memo
     if (holder == nullptr) {
         return;
     }
-    cJSON_AddStringToObject(object, "holder", holder_place(entry, memory).text);
+    add_text(object, "holder", holder_place(entry, memory).text);
     const pid_t tid = holder->tid.load(std::memory_order_relaxed);
     cJSON_AddNumberToObject(object, "holder_tid", tid);
-    cJSON_AddStringToObject(object, "holder_thread",
-                            holder == &g_ended_thread ? "(ended)" : thread_name(tid).text);
+    add_text(object, "holder_thread",
+             holder == &g_ended_thread ? "(ended)" : thread_name(tid).text);
 }
 
 void add_waiter(cJSON* object, const WaitCopy& wait) {
     const pid_t tid = wait.thread->tid.load(std::memory_order_relaxed);
     cJSON_AddNumberToObject(object, "tid", tid);
-    cJSON_AddStringToObject(object, "thread", thread_name(tid).text);
-    cJSON_AddStringToObject(object, "place", wait.thread->wait.place.copy().text);
+    add_text(object, "thread", thread_name(tid).text);
+    add_text(object, "place", wait.thread->wait.place.copy().text);
     cJSON_AddNumberToObject(object, "waiting_us", static_cast<double>(steady_us() - wait.since_us));
 }
 
@@ -301,7 +301,7 @@ Answer answer_waits(const Question&) {
         if (WaitCopy wait; copy_wait(thread, wait)) {
             cJSON* const object = cJSON_CreateObject();
             add_waiter(object, wait);
-            cJSON_AddStringToObject(object, "lock", wait.lock->name.copy().text);
+            add_text(object, "lock", wait.lock->name.copy().text);
             add_holder(object, *wait.lock, memory);
             cJSON_AddItemToArray(waits, object);
         }
