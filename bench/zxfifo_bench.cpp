@@ -23,9 +23,14 @@ extern "C" {
 #include <thread>
 #include <vector>
 
-#include "zxdiag.h"
+#include "diagnosis.hpp"
 
 namespace {
+
+using zx::bench::Counting;
+using zx::bench::kTracedTurns;
+using zx::bench::Tracing;
+using zx::bench::With;
 
 constexpr std::size_t kCapacity = 1U << 20U;
 
@@ -48,13 +53,6 @@ public:
 
 private:
     zxfifoblock_ctt* fifo_;
-};
-
-// The same while the diagnosis counts what goes through.
-class CountedFifo : public BlockFifo {
-public:
-    CountedFifo() { zxdiag_api_start(); }
-    ~CountedFifo() { zxdiag_api_stop(); }
 };
 
 class Mutex {
@@ -163,15 +161,20 @@ void one_thread(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-#define ZX_BENCH(function, work, ...)                                             \
-    BENCHMARK(function<BlockFifo>)->Name(work "/library") __VA_ARGS__;            \
-    BENCHMARK(function<CountedFifo>)->Name(work "/library+counting") __VA_ARGS__; \
-    BENCHMARK(function<AvFifo>)->Name(work "/libavutil+mutex") __VA_ARGS__;       \
-    BENCHMARK(function<JackRing<Mutex>>)->Name(work "/jack+mutex") __VA_ARGS__;   \
-    BENCHMARK(function<JackRing<NoLock>>)->Name(work "/jack") __VA_ARGS__;        \
+#define ZX_BENCH(function, work, ...)                                                           \
+    BENCHMARK(function<BlockFifo>)->Name(work "/library") __VA_ARGS__;                          \
+    BENCHMARK(function<With<Counting, BlockFifo>>)->Name(work "/library+counting") __VA_ARGS__; \
+    BENCHMARK(function<AvFifo>)->Name(work "/libavutil+mutex") __VA_ARGS__;                     \
+    BENCHMARK(function<JackRing<Mutex>>)->Name(work "/jack+mutex") __VA_ARGS__;                 \
+    BENCHMARK(function<JackRing<NoLock>>)->Name(work "/jack") __VA_ARGS__;                      \
     BENCHMARK(function<BoostQueue>)->Name(work "/boost-spsc") __VA_ARGS__
 
 ZX_BENCH(one_thread, "blockLenIn_blockLenOut1", ->Arg(188)->Arg(1316));
+BENCHMARK(one_thread<With<Tracing, BlockFifo>>)
+    ->Name("blockLenIn_blockLenOut1/library+tracing")
+    ->Arg(188)
+    ->Arg(1316)
+    ->Iterations(kTracedTurns);
 
 // A producer and a consumer that check the FIFO before each call. One iteration is a batch of
 // messages.

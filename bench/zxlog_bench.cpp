@@ -1,4 +1,5 @@
-// A line that the level suppresses, and a line to a file, compared with libavutil and spdlog.
+// A line that the level suppresses, and a line to a file, also while the diagnosis keeps the lines
+// in memory, compared with libavutil and spdlog.
 #include <benchmark/benchmark.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
@@ -6,6 +7,7 @@
 
 #include <cstdio>
 
+#include "diagnosis.hpp"
 #include "internal/log.hpp"
 
 extern "C" {
@@ -13,6 +15,9 @@ extern "C" {
 }
 
 namespace {
+
+struct Off {};
+using zx::bench::Counting;
 
 constexpr char kTag[] = "NETWORK";
 constexpr char kLogPath[] = "/tmp/zxlog_bench.log";
@@ -27,13 +32,16 @@ constexpr char kPeerPath[] = "/tmp/zxlog_bench_peer.log";
     av_log(nullptr, AV_LOG_DEBUG, "%s failed : %d\n", name, code);
 }
 
+template <typename Switch>
 void stopped_library(benchmark::State& state) {
+    [[maybe_unused]] const Switch is_on;
     zxlog_api_setLoglevel(3);
     for (auto _ : state) {
         log_stopped("connect", 111);
     }
 }
-BENCHMARK(stopped_library)->Name("line_stopped/library");
+BENCHMARK(stopped_library<Off>)->Name("line_stopped/library");
+BENCHMARK(stopped_library<Counting>)->Name("line_stopped/library+counting");
 
 void stopped_libavutil(benchmark::State& state) {
     av_log_set_level(AV_LOG_INFO);
@@ -43,7 +51,9 @@ void stopped_libavutil(benchmark::State& state) {
 }
 BENCHMARK(stopped_libavutil)->Name("line_stopped/libavutil");
 
+template <typename Switch>
 void line_library(benchmark::State& state) {
+    [[maybe_unused]] const Switch is_on;
     zxlog_api_setFile(kLogPath);
     for (auto _ : state) {
         ZX_LOG(error, "%s failed : %d", "connect", 111);
@@ -51,7 +61,8 @@ void line_library(benchmark::State& state) {
     zxlog_api_setFile(nullptr);
     unlink(kLogPath);
 }
-BENCHMARK(line_library)->Name("line_written/library");
+BENCHMARK(line_library<Off>)->Name("line_written/library");
+BENCHMARK(line_library<Counting>)->Name("line_written/library+counting");
 
 void line_spdlog(benchmark::State& state) {
     const auto logger = spdlog::basic_logger_mt(kTag, kPeerPath);
