@@ -24,11 +24,13 @@ extern "C" {
 #include <vector>
 
 #include "diagnosis.hpp"
+#include "support.hpp"
 
 namespace {
 
 using zx::bench::Counting;
 using zx::bench::kTracedTurns;
+using zx::bench::SecondThread;
 using zx::bench::Tracing;
 using zx::bench::With;
 
@@ -151,6 +153,7 @@ private:
 
 template <typename Fifo>
 void one_thread(benchmark::State& state) {
+    const SecondThread second;
     Fifo fifo;
     const std::vector<std::uint8_t> in(static_cast<std::size_t>(state.range(0)), 0x47);
     std::vector<std::uint8_t> out(in.size());
@@ -242,6 +245,7 @@ private:
 
 template <typename Queue>
 void nodes(benchmark::State& state) {
+    const SecondThread second;
     Queue queue;
     for (std::int64_t i = 0; i < state.range(0); ++i) {
         queue.put();

@@ -8,12 +8,10 @@
 #include <glib.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
-#include <thread>
 
 #include "diagnosis.hpp"
+#include "support.hpp"
 
 // The functions behind the locks of libevent. No header declares them.
 extern "C" evthread_lock_callbacks evthread_lock_fns_;
@@ -22,33 +20,9 @@ namespace {
 
 using zx::bench::Counting;
 using zx::bench::kTracedTurns;
+using zx::bench::SecondThread;
 using zx::bench::Tracing;
 using zx::bench::With;
-
-// Starts a second thread, which sleeps. With a single thread the C library leaves out the atomic
-// operations, which would not be realistic for a server.
-class SecondThread {
-public:
-    ~SecondThread() {
-        {
-            const std::scoped_lock lock(mutex_);
-            done_ = true;
-        }
-        wake_.notify_one();
-        thread_.join();
-    }
-
-private:
-    void sleep() {
-        std::unique_lock lock(mutex_);
-        wake_.wait(lock, [this] { return done_; });
-    }
-
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    bool done_ = false;
-    std::thread thread_{&SecondThread::sleep, this};
-};
 
 class Library {
 public:

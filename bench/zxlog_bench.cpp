@@ -9,6 +9,7 @@
 
 #include "diagnosis.hpp"
 #include "internal/log.hpp"
+#include "support.hpp"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -18,6 +19,7 @@ namespace {
 
 struct Off {};
 using zx::bench::Counting;
+using zx::bench::SecondThread;
 
 constexpr char kTag[] = "NETWORK";
 constexpr char kLogPath[] = "/tmp/zxlog_bench.log";
@@ -34,6 +36,7 @@ constexpr char kPeerPath[] = "/tmp/zxlog_bench_peer.log";
 
 template <typename Switch>
 void stopped_library(benchmark::State& state) {
+    const SecondThread second;
     [[maybe_unused]] const Switch is_on;
     zxlog_api_setLoglevel(3);
     for (auto _ : state) {
@@ -44,6 +47,7 @@ BENCHMARK(stopped_library<Off>)->Name("line_stopped/library");
 BENCHMARK(stopped_library<Counting>)->Name("line_stopped/library+counting");
 
 void stopped_libavutil(benchmark::State& state) {
+    const SecondThread second;
     av_log_set_level(AV_LOG_INFO);
     for (auto _ : state) {
         peer_stopped("connect", 111);
@@ -53,6 +57,7 @@ BENCHMARK(stopped_libavutil)->Name("line_stopped/libavutil");
 
 template <typename Switch>
 void line_library(benchmark::State& state) {
+    const SecondThread second;
     [[maybe_unused]] const Switch is_on;
     zxlog_api_setFile(kLogPath);
     for (auto _ : state) {
@@ -65,6 +70,7 @@ BENCHMARK(line_library<Off>)->Name("line_written/library");
 BENCHMARK(line_library<Counting>)->Name("line_written/library+counting");
 
 void line_spdlog(benchmark::State& state) {
+    const SecondThread second;
     const auto logger = spdlog::basic_logger_mt(kTag, kPeerPath);
     logger->set_pattern("[%Y-%m-%d %H:%M:%S.%e][%l][%n]%v");
     logger->flush_on(spdlog::level::trace);

@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "diagnosis.hpp"
+#include "support.hpp"
 
 namespace {
 
 using zx::bench::Counting;
 using zx::bench::kTracedTurns;
+using zx::bench::SecondThread;
 using zx::bench::Tracing;
 using zx::bench::With;
 
@@ -71,6 +73,7 @@ struct Untracked {
 // For each buffer that is allocated, the oldest one is freed, as in a queue.
 template <typename Allocator>
 void allocates(benchmark::State& state) {
+    const SecondThread second;
     Allocator allocator;
     std::vector<void*> live(static_cast<std::size_t>(state.range(0)));
     for (void*& buffer : live) {
