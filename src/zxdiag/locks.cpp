@@ -176,7 +176,8 @@ void note_any_released(const zxlock_ctt& lock) {
         return;
     }
     note_no_holder(*entry);
-    const std::uint64_t since_ns = entry->traced_ns.exchange(0, std::memory_order_relaxed);
+    const std::uint64_t since_ns = entry->traced_ns.load(std::memory_order_relaxed);
+    entry->traced_ns.store(0, std::memory_order_relaxed);
     if (since_ns != 0 && is_tracing()) {
         trace(Span::lock_hold, since_ns, entry->name.copy().text, ZXLOCK_NAME_SIZE, 0);
     }
