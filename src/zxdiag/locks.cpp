@@ -246,7 +246,7 @@ Place holder_place(const LockEntry& entry, const ProgramMemory& memory) {
         return place;
     }
     if (!read_field(entry, memory, offsetof(zxlock_ctt, holder), place.text, ZXLOCK_HOLDER_SIZE)) {
-        return {"gone"};
+        return memory.can_read() ? Place{"gone"} : Place{"busy"};
     }
     // The note follows the taking.
     const bool is_same = entry.holder.load(std::memory_order_acquire) == holder &&
