@@ -57,13 +57,10 @@ Pair g_pairs[kMostPairs];
 PairPlaces g_places[kMostPairs];
 std::uint32_t g_search = 0;
 
-// Where the calling thread took a lock that it holds, which keeps the record from going away.
+// Where the calling thread took a lock that it holds. A program with a fault may have given back
+// the memory of the lock nevertheless.
 Place own_place(const LockEntry& entry) {
-    Place place{};
-    const auto* const record =
-        static_cast<const zxlock_ctt*>(entry.record.load(std::memory_order_relaxed));
-    std::memcpy(place.text, record->holder, sizeof record->holder);
-    return place;
+    return holder_place(entry, ProgramMemory());
 }
 
 PairText text_of(const Pair& pair, const PairPlaces& places) {

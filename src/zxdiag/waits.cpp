@@ -71,15 +71,15 @@ bool find_cycle(ThreadRecord& own, Chain& chain) {
 }
 
 // The diagnosis does not see who locks and unlocks bare mutexes. The C library keeps the thread
-// that has a mutex; where it does not tell, the look at the record has to do.
+// that has a mutex. Where it does not tell, or no descriptor is left to ask it, the look at the
+// record has to do.
 bool is_held_by([[maybe_unused]] const WaitCopy& wait,
                 [[maybe_unused]] const ProgramMemory& memory) {
 #ifdef __GLIBC__
-    const auto* const lock =
-        static_cast<const zxlock_ctt*>(wait.lock->record.load(std::memory_order_relaxed));
     pthread_mutex_t mutex;
-    return memory.read(&lock->mutex, &mutex, sizeof mutex) &&
-           mutex.__data.__owner == wait.holder->tid.load(std::memory_order_relaxed);
+    return !memory.can_read() ||
+           (read_field(*wait.lock, memory, offsetof(zxlock_ctt, mutex), &mutex, sizeof mutex) &&
+            mutex.__data.__owner == wait.holder->tid.load(std::memory_order_relaxed));
 #else
     return true;
 #endif
@@ -200,6 +200,7 @@ void begin_wait(LockWait& wait, LockEntry& entry, const char* func, int line) {
     const Place place = place_of(func, line);
     wait.place.set(place.text);
     wait.since_us.store(steady_us(), std::memory_order_relaxed);
+    wait.serial.store(entry.serial.load(std::memory_order_relaxed), std::memory_order_relaxed);
     wait.lock.store(&entry, std::memory_order_release);
     wait.number.fetch_add(1);
 }
@@ -244,9 +245,11 @@ bool copy_wait(const ThreadRecord& thread, WaitCopy& copy) {
     if (number % 2 == 0 || lock == nullptr) {
         return false;
     }
+    // The entry may serve another lock, if the program has given this one back.
+    const bool is_same = thread.wait.serial.load(std::memory_order_relaxed) == lock->serial.load();
     copy = {&thread, number, lock, lock->holder.load(),
             thread.wait.since_us.load(std::memory_order_acquire)};
-    return thread.wait.number.load() == number;
+    return is_same && thread.wait.number.load() == number;
 }
 
 const LockEntry* lock_awaited_by(pid_t tid) {
@@ -308,6 +311,7 @@ Answer answer_waits(const Question&) {
     });
     add_cycles(answer);
     cJSON_AddNumberToObject(answer, "cycles_left_out", static_cast<double>(g_cycles.left_out()));
+    cJSON_AddBoolToObject(answer, "threads_are_full", are_thread_records_full());
     add_inversions(answer);
     return {answer, nullptr};
 }
