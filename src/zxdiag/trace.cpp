@@ -1,5 +1,6 @@
 #include "zxdiag/trace.hpp"
 
+#include <sys/sdt.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@ namespace {
 
 constexpr std::size_t kMostEvents = 65536;
 constexpr std::int64_t kLongestTrace = 60;  // seconds
+constexpr std::size_t kWholeText = 4096;
 constexpr std::uint64_t kSettleNs = 200'000'000;
 
 struct Event {
@@ -215,6 +217,30 @@ cJSON* all_events(cJSON* events) {
     return object;
 }
 
+// Notes what the calling thread waits for, for a trace that ends meanwhile. False: there is no
+// room.
+bool begin_outside_wait(Span span, const char* name, std::int64_t amount) {
+    const ErrnoKept errno_kept;
+    const ThreadRecord* const self = own_record();
+    if (self == nullptr) {
+        return false;
+    }
+    OutsideWait& wait = g_outside_waits[self - g_thread_records];
+    wait.since_ns.store(0, std::memory_order_relaxed);
+    wait.tid.store(self->tid.load(std::memory_order_relaxed), std::memory_order_release);
+    wait.span.store(static_cast<std::uint32_t>(span), std::memory_order_release);
+    wait.amount.store(amount, std::memory_order_release);
+    wait.name.set(name);
+    wait.since_ns.store(steady_ns(), std::memory_order_release);
+    return true;
+}
+
+void end_outside_wait() {
+    if (t_record != nullptr) {
+        g_outside_waits[t_record - g_thread_records].since_ns.store(0, std::memory_order_relaxed);
+    }
+}
+
 class TraceSeries final : public Series {
 public:
     TraceSeries(std::uint64_t seconds, std::uint64_t least_us)
@@ -289,25 +315,22 @@ void trace(Span span, std::uint64_t begin_ns, const char* name, std::size_t limi
     event.trace.store(trace, std::memory_order_release);
 }
 
-bool begin_outside_wait(Span span, const char* name, std::int64_t amount) {
-    const ErrnoKept errno_kept;
-    const ThreadRecord* const self = own_record();
-    if (self == nullptr) {
-        return false;
-    }
-    OutsideWait& wait = g_outside_waits[self - g_thread_records];
-    wait.since_ns.store(0, std::memory_order_relaxed);
-    wait.tid.store(self->tid.load(std::memory_order_relaxed), std::memory_order_release);
-    wait.span.store(static_cast<std::uint32_t>(span), std::memory_order_release);
-    wait.amount.store(amount, std::memory_order_release);
-    wait.name.set(name);
-    wait.since_ns.store(steady_ns(), std::memory_order_release);
-    return true;
+TracedWait::TracedWait(Span span, const char* name, std::int64_t amount)
+    : begin_ns_(is_tracing() ? steady_ns() : 0),
+      name_(name),
+      amount_(amount),
+      span_(span),
+      is_noted_(is_on() && begin_outside_wait(span, name, amount)) {
+    DTRACE_PROBE3(zxcommon, wait_begin, static_cast<int>(span), name, amount);
 }
 
-void end_outside_wait() {
-    if (t_record != nullptr) {
-        g_outside_waits[t_record - g_thread_records].since_ns.store(0, std::memory_order_relaxed);
+TracedWait::~TracedWait() {
+    DTRACE_PROBE3(zxcommon, wait_end, static_cast<int>(span_), name_, amount_);
+    if (is_noted_) {
+        end_outside_wait();
+    }
+    if (begin_ns_ != 0) {
+        trace(span_, begin_ns_, name_, kWholeText, amount_);
     }
 }
 
