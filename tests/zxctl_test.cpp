@@ -101,7 +101,8 @@ const std::map<std::string, std::string> kAnswers = {
      R"({"level":3,"lines":[{"at":"12:00","level":"ERROR","tag":"T","text":"no"}]})"},
     {"new",
      R"({"things":[{"some_us":1,"some_name":"x"}],"empty":[{}],"numbers":[1,2],"is_new":true})"},
-    {"trace seconds=1", R"({"traceEvents":[{"name":"\"]{"},{"args":{}}],"dropped":7})"},
+    {"trace seconds=1", R"({"traceEvents":[{"name":"\"]{","ph":"X","args":{"ph":"X"}},)"
+                        R"({"name":"\"ph\":\"X\"","ph":"M"}],"dropped":7})"},
 };
 
 // The answers above, each on one line.
@@ -346,7 +347,7 @@ TEST_F(Ctl, WatchesFollowsAndTraces) {
         return answer_well(fd, question);
     });
     const std::string file = folder.path() + "/trace.json";
-    EXPECT_EQ(run("fake trace 1 -o " + file), file + ": 2 events, 7 dropped\n");
+    EXPECT_EQ(run("fake trace 1 -o " + file), file + ": 1 events, 7 dropped\n");
     EXPECT_EQ(content_of(file), kAnswers.at("trace seconds=1") + '\n');
     EXPECT_EQ(run("fake trace 1 --json"), content_of(file));
     EXPECT_THAT(run("fake trace 2 -o " + file), HasSubstr("no such question\n1"));

@@ -181,7 +181,7 @@ void trace(Connection& connection, const Options& options) {
     file.write((options.json ? clean_json(line) : std::string(line)) + '\n');
     if (path != "-") {
         std::printf("%s: %s events, %s dropped\n", clean(path).c_str(),
-                    amount_text("events", static_cast<double>(shape.events)).c_str(),
+                    amount_text("events", static_cast<double>(shape.spans)).c_str(),
                     dropped_text(line).c_str());
     }
 }
