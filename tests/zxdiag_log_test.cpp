@@ -198,8 +198,8 @@ TEST(DiagBlockedLog, IsChangedAllTheSame) {
                     zxdiag_api_serve(path.c_str());
                     zxlog_api_setLoglevel(5);
                     DiagClient client(path);
-                    std::string answers = client.ask("level level=4 seconds=1") +
-                                          client.ask("tags tags=A,B seconds=1");
+                    std::string answers = client.ask("level level=4 seconds=1");
+                    answers += client.ask("tags tags=A,B seconds=1");
                     while (lines_of(client.ask("log lines=1")).back().text !=
                            "the log suppresses the tags '' again") {
                         usleep(10000);
