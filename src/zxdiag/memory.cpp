@@ -13,6 +13,7 @@
 #include "internal/log.hpp"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/mutex.hpp"
 #include "zxdiag/places.hpp"
 #include "zxmem/allocator.hpp"
@@ -303,15 +304,11 @@ bool fill(Table& table, const Wish& wish, Times& times) {
     return true;
 }
 
-void add_number(cJSON* object, const char* key, auto number) {
-    cJSON_AddNumberToObject(object, key, static_cast<double>(number));
-}
-
 cJSON* object_of(const Row& row, const Wish& wish, const Times& times) {
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "name", row.name.text);
+    add_text(object, "name", row.name.text);
     if (!wish.is_by_name) {
-        cJSON_AddStringToObject(object, "file", row.file.text);
+        add_text(object, "file", row.file.text);
         add_number(object, "line", row.line);
     }
     add_number(object, "buffers", row.buffers);

@@ -60,6 +60,12 @@ public:
         }
     }
 
+    // The record of an entry; NULL: it is gone.
+    [[nodiscard]] static const void* record_of(const Entry& entry) {
+        const void* const record = entry.record.load(std::memory_order_acquire);
+        return record != &g_gone ? record : nullptr;
+    }
+
     // How often there was no room.
     [[nodiscard]] std::uint64_t left_out() const {
         return left_out_.load(std::memory_order_relaxed);
@@ -69,8 +75,7 @@ public:
     template <typename Visit>
     void for_each(Visit visit) {
         for (Entry& entry : entries_) {
-            const void* const record = entry.record.load(std::memory_order_acquire);
-            if (record != nullptr && record != &g_gone) {
+            if (record_of(entry) != nullptr) {
                 visit(entry);
             }
         }

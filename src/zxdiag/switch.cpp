@@ -71,8 +71,8 @@ bool count(Caller caller = {}) {
     }
     g_epoch.fetch_add(1, std::memory_order_relaxed);
     await_round();
-    g_mode.fetch_or(kCounting);
     begin_to_count_locks();
+    g_mode.fetch_or(kCounting);
     start_keeping_lines();
     return true;
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -22,6 +23,7 @@
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
 #include "zxdiag/mutex.hpp"
+#include "zxdiag/program_memory.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/waits.hpp"
 #include "zxthread.h"
@@ -49,9 +51,14 @@ constinit Known<Worker, kMostWorkers> g_workers;
 constinit Mutex g_asking;
 
 // The clocks of a thread have its number in theirs: that is how the kernel numbers these clocks.
+// The C library reads it from the memory of the thread, which is gone if the program has joined the
+// thread with a function of its own. 0: not known.
 pid_t tid_of(pthread_t thread) {
+    char memory[1024];
     clockid_t clock;
-    return pthread_getcpuclockid(thread, &clock) == 0 ? ~(clock >> 3) : 0;
+    const bool is_there =
+        ProgramMemory().read(std::bit_cast<const void*>(thread), memory, sizeof memory);
+    return is_there && pthread_getcpuclockid(thread, &clock) == 0 ? ~(clock >> 3) : 0;
 }
 clockid_t processor_clock_of(pid_t tid) {
     constexpr clockid_t kOfThread = 4;

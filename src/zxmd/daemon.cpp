@@ -126,6 +126,7 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
         ZX_LOG(error, "ERROR: can't change directory to %s: chdir", logdir);
         std::exit(-1);
     }
+    zx::diag::child_begins();
     return result;
 }
 
@@ -142,6 +143,7 @@ extern "C" int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg)
             std::exit(1);
         }
         if (pid == 0) {
+            zx::diag::child_begins();
             return childfunc(arg);
         }
         ZX_LOG(info, "I am father");
