@@ -7,8 +7,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 namespace zx::bench {
@@ -22,6 +25,31 @@ inline std::vector<std::uint8_t> some_bytes(std::size_t size) {
     }
     return bytes;
 }
+
+// Starts a second thread, which sleeps. With a single thread the C library leaves out the atomic
+// operations, which would not be realistic for a server.
+class SecondThread {
+public:
+    ~SecondThread() {
+        {
+            const std::scoped_lock lock(mutex_);
+            done_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+    }
+
+private:
+    void sleep() {
+        std::unique_lock lock(mutex_);
+        wake_.wait(lock, [this] { return done_; });
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool done_ = false;
+    std::thread thread_{&SecondThread::sleep, this};
+};
 
 // Hides the value of `value` from the compiler.
 template <typename Value>

@@ -23,9 +23,16 @@ extern "C" {
 #include <thread>
 #include <vector>
 
-#include "zxdiag.h"
+#include "diagnosis.hpp"
+#include "support.hpp"
 
 namespace {
+
+using zx::bench::Counting;
+using zx::bench::kTracedTurns;
+using zx::bench::SecondThread;
+using zx::bench::Tracing;
+using zx::bench::With;
 
 constexpr std::size_t kCapacity = 1U << 20U;
 
@@ -48,13 +55,6 @@ public:
 
 private:
     zxfifoblock_ctt* fifo_;
-};
-
-// The same while the diagnosis counts what goes through.
-class CountedFifo : public BlockFifo {
-public:
-    CountedFifo() { zxdiag_api_start(); }
-    ~CountedFifo() { zxdiag_api_stop(); }
 };
 
 class Mutex {
@@ -153,6 +153,7 @@ private:
 
 template <typename Fifo>
 void one_thread(benchmark::State& state) {
+    const SecondThread second;
     Fifo fifo;
     const std::vector<std::uint8_t> in(static_cast<std::size_t>(state.range(0)), 0x47);
     std::vector<std::uint8_t> out(in.size());
@@ -163,15 +164,20 @@ void one_thread(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-#define ZX_BENCH(function, work, ...)                                             \
-    BENCHMARK(function<BlockFifo>)->Name(work "/library") __VA_ARGS__;            \
-    BENCHMARK(function<CountedFifo>)->Name(work "/library+counting") __VA_ARGS__; \
-    BENCHMARK(function<AvFifo>)->Name(work "/libavutil+mutex") __VA_ARGS__;       \
-    BENCHMARK(function<JackRing<Mutex>>)->Name(work "/jack+mutex") __VA_ARGS__;   \
-    BENCHMARK(function<JackRing<NoLock>>)->Name(work "/jack") __VA_ARGS__;        \
+#define ZX_BENCH(function, work, ...)                                                           \
+    BENCHMARK(function<BlockFifo>)->Name(work "/library") __VA_ARGS__;                          \
+    BENCHMARK(function<With<Counting, BlockFifo>>)->Name(work "/library+counting") __VA_ARGS__; \
+    BENCHMARK(function<AvFifo>)->Name(work "/libavutil+mutex") __VA_ARGS__;                     \
+    BENCHMARK(function<JackRing<Mutex>>)->Name(work "/jack+mutex") __VA_ARGS__;                 \
+    BENCHMARK(function<JackRing<NoLock>>)->Name(work "/jack") __VA_ARGS__;                      \
     BENCHMARK(function<BoostQueue>)->Name(work "/boost-spsc") __VA_ARGS__
 
 ZX_BENCH(one_thread, "blockLenIn_blockLenOut1", ->Arg(188)->Arg(1316));
+BENCHMARK(one_thread<With<Tracing, BlockFifo>>)
+    ->Name("blockLenIn_blockLenOut1/library+tracing")
+    ->Arg(188)
+    ->Arg(1316)
+    ->Iterations(kTracedTurns);
 
 // A producer and a consumer that check the FIFO before each call. One iteration is a batch of
 // messages.
@@ -239,6 +245,7 @@ private:
 
 template <typename Queue>
 void nodes(benchmark::State& state) {
+    const SecondThread second;
     Queue queue;
     for (std::int64_t i = 0; i < state.range(0); ++i) {
         queue.put();

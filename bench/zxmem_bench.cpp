@@ -1,8 +1,9 @@
 // A tracked allocation and its free while many buffers are in use, compared with calloc and a table
-// of the buffers under a mutex.
+// of the buffers under a mutex. And calloc and free alone, for scripts/bench-tools.sh.
 #include "zxmem.h"
 
 #include <benchmark/benchmark.h>
+#include <mcheck.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -11,9 +12,16 @@
 #include <unordered_map>
 #include <vector>
 
-#include "zxdiag.h"
+#include "diagnosis.hpp"
+#include "support.hpp"
 
 namespace {
+
+using zx::bench::Counting;
+using zx::bench::kTracedTurns;
+using zx::bench::SecondThread;
+using zx::bench::Tracing;
+using zx::bench::With;
 
 constexpr std::uint32_t kSize = 256;
 constexpr char kName[] = "a buffer of the benchmark";
@@ -23,17 +31,6 @@ struct Tracked {
     ~Tracked() { zxmem_api_deinit(); }
     void* take() { return zxmem_api_malloc(kSize, kName, "bench", __LINE__); }
     void give(void* buffer) { zxmem_api_free(&buffer); }
-};
-
-// The same, while the diagnosis counts the buffers by place.
-struct Counted {
-    Counted() { zxdiag_api_start(); }
-    ~Counted() { zxdiag_api_stop(); }
-    void* take() { return tracked_.take(); }
-    void give(void* buffer) { tracked_.give(buffer); }
-
-private:
-    Tracked tracked_;
 };
 
 // A simple implementation that offers the same information.
@@ -65,9 +62,18 @@ private:
     std::unordered_map<void*, Node> nodes_;
 };
 
+// Lets glibc trace the allocations if the environment says so.
+struct Untracked {
+    Untracked() { mtrace(); }
+    ~Untracked() { muntrace(); }
+    void* take() { return std::calloc(1, kSize); }
+    void give(void* buffer) { std::free(buffer); }
+};
+
 // For each buffer that is allocated, the oldest one is freed, as in a queue.
 template <typename Allocator>
 void allocates(benchmark::State& state) {
+    const SecondThread second;
     Allocator allocator;
     std::vector<void*> live(static_cast<std::size_t>(state.range(0)));
     for (void*& buffer : live) {
@@ -84,20 +90,17 @@ void allocates(benchmark::State& state) {
         allocator.give(buffer);
     }
 }
-BENCHMARK_TEMPLATE(allocates, Tracked)
-    ->Name("malloc_free/library")
+#define ZX_BENCH(allocator, name) \
+    BENCHMARK(allocates<allocator>)->Name(name)->Arg(10)->Arg(1000)->Arg(100000)
+using Counted = With<Counting, Tracked>;
+using Traced = With<Tracing, Tracked>;
+ZX_BENCH(Tracked, "malloc_free/library");
+ZX_BENCH(Counted, "malloc_free/library+counting");
+BENCHMARK(allocates<Traced>)
+    ->Name("malloc_free/library+tracing")
     ->Arg(10)
-    ->Arg(1000)
-    ->Arg(100000);
-BENCHMARK_TEMPLATE(allocates, Counted)
-    ->Name("malloc_free/library, counting")
-    ->Arg(10)
-    ->Arg(1000)
-    ->Arg(100000);
-BENCHMARK_TEMPLATE(allocates, Table)
-    ->Name("malloc_free/calloc+map")
-    ->Arg(10)
-    ->Arg(1000)
-    ->Arg(100000);
+    ->Iterations(kTracedTurns);
+ZX_BENCH(Table, "malloc_free/calloc+map");
+ZX_BENCH(Untracked, "calloc_free/glibc");
 
 }  // namespace

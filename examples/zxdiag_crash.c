@@ -1,5 +1,5 @@
-/* A program crashes. Its log has the level of errors, but at the end of the log stand the last lines of all
-   levels. A child process crashes here, and its parent shows the log. */
+/* A program crashes. Its log has the level of errors, but at the end of the log stand the last
+   lines of all levels. A child process crashes here, and its parent shows the log. */
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -16,7 +16,8 @@ static void print_growth(void) {
     cJSON_ArrayForEach(place, cJSON_GetObjectItem(memory, "places")) {
         const double more = cJSON_GetNumberValue(cJSON_GetObjectItem(place, "more_buffers"));
         if (more > 0) {
-            printf("%s: %.0f more\n", cJSON_GetStringValue(cJSON_GetObjectItem(place, "name")), more);
+            printf("%s: %.0f more\n", cJSON_GetStringValue(cJSON_GetObjectItem(place, "name")),
+                   more);
         }
     }
     cJSON_Delete(memory);

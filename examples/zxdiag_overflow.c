@@ -28,7 +28,8 @@ int main(void) {
         return EXIT_FAILURE; /* the log says what failed */
     }
     for (int i = 0; i < 10; ++i) {
-        zxfifo_api_blockIn(fifo, packet, sizeof packet, NULL); /* never asks whether there is room */
+        zxfifo_api_blockIn(fifo, packet, sizeof packet,
+                           NULL); /* never asks whether there is room */
         if (i % 3 == 0) {
             zxfifo_api_blockOut(fifo, packet, sizeof packet, NULL); /* too slow */
         }

@@ -12,6 +12,7 @@ install(
     COMPONENT development
     FILES_MATCHING
     PATTERN "*.md"
+    PATTERN "*.schema.json"
     PATTERN "*.svg"
     PATTERN "*.png")
 install(

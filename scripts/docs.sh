@@ -31,6 +31,7 @@ failed=0
 doxygen docs/Doxyfile 2>"$out/warnings"
 # The pages link to the example programs by relative paths, as in the source tree.
 cp -r examples "$out/html/examples"
+cp docs/zxdiag.schema.json "$out/html"
 sed -i -E 's|href="(\.\./)+examples|href="examples|g' "$out"/html/*.html
 python3 scripts/docs_man.py "$out/xml" "$out/man" "$ZX_DOCS_VERSION" || failed=1
 if command -v groff >/dev/null; then

@@ -14,12 +14,13 @@ packages_of() {
                     libcurl4-openssl-dev libhttp-parser-dev libmicrohttpd-dev libncurses-dev libpcap-dev \
                     rapidjson-dev libsystemd-dev libtomlplusplus-dev systemtap-sdt-dev ;;
         test) echo abigail-tools libgtest-dev libgmock-dev clang-format chromium \
-                   chromium-driver curl ffmpeg iproute2 jq prometheus python3 systemd tcpdump tshark vlc-bin \
-                   vlc-plugin-base ;;
-        bench) echo gstreamer1.0-plugins-base gstreamer1.0-tools icecast2 iproute2 libavformat-dev \
-                    libavutil-dev libbenchmark-dev libboost-dev libbsd-dev libglib2.0-dev libisal-dev \
-                    libjack-jackd2-dev libnet1-dev libspdlog-dev libssl-dev libtins-dev multicat \
-                    nettle-dev python3 socat zlib1g-dev ;;
+                   chromium-driver curl ffmpeg iproute2 jq prometheus python3 python3-jsonschema \
+                   systemd tcpdump tshark vlc-bin vlc-plugin-base ;;
+        bench) echo gstreamer1.0-plugins-base gstreamer1.0-tools icecast2 iproute2 libabsl-dev \
+                    libavformat-dev libavutil-dev libbenchmark-dev libboost-dev libbsd-dev libevent-dev \
+                    libglib2.0-dev libisal-dev libjack-jackd2-dev libjemalloc2 libmimalloc2.0 libnet1-dev \
+                    libspdlog-dev libssl-dev libtins-dev linux-perf multicat nettle-dev python3 socat \
+                    zlib1g-dev ;;
         fuzz) echo clang libclang-rt-14-dev ;;
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;

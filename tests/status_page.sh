@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# The status page of a running relay in a real browser: its numbers change, its tables are complete,
-# nothing comes from elsewhere, and it fits a phone and a desk in light and dark.
+# The status page of a running relay and its page "inside" in a real browser: the numbers change, the
+# tables are complete, nothing comes from elsewhere, and both fit a phone and a desk in light and dark.
 #   status_page.sh RELAY SAMPLE [FOLDER [SECONDS]]
-# FOLDER keeps pictures of the page, which are taken when the relay has run for SECONDS.
+# FOLDER keeps pictures of the pages, which are taken when the relay has run for SECONDS.
 # (docs/status-page.png is status-page-1280-light.png after 118 seconds, with a palette by ffmpeg.)
 # Exit 77: skipped, because there is no browser.
 set -euo pipefail
@@ -25,7 +25,7 @@ trap cleanup EXIT
 
 in_port=25610 out_port=25611 page=http://127.0.0.1:25612
 "$relay" --input "tcp://127.0.0.1:$in_port" --output "127.0.0.1:$out_port" \
-    --status "${page#http://}" --status-token secret --log "$work/relay.log" &
+    --status "${page#http://}" --status-token secret --inside --log "$work/relay.log" &
 relay_pid=$!
 pids+=("$relay_pid")
 until grep -qs relaying "$work/relay.log"; do kill -0 "$relay_pid"; sleep 0.05; done
@@ -69,6 +69,25 @@ holds() {
 text() { echo "document.getElementById('$1').textContent"; }
 part() { echo "document.querySelector('#channels [data-part=\"$1\"]')"; }
 
+# fits NAME: looks at the page on a phone and a desk, in light and dark, and takes pictures of it.
+fits() {
+    local width scheme height
+    for width in 1280 390; do
+        for scheme in light dark; do
+            devtools Emulation.setEmulatedMedia \
+                '{"features": [{"name": "prefers-color-scheme", "value": "'$scheme'"}]}'
+            devtools Emulation.setDeviceMetricsOverride \
+                '{"width": '$width', "height": 800, "deviceScaleFactor": 1, "mobile": false}'
+            holds "the page fits $width pixels" "document.documentElement.scrollWidth <= $width"
+            height=$(script 'document.documentElement.scrollHeight')
+            devtools Emulation.setDeviceMetricsOverride \
+                '{"width": '$width', "height": '"$height"', "deviceScaleFactor": 1, "mobile": false}'
+            sleep 0.5  # colours fade
+            curl -sSf "$session/screenshot" | jq -r .value | base64 -d >"$pictures/$1-$width-$scheme.png"
+        done
+    done
+}
+
 devtools Emulation.setDeviceMetricsOverride '{"width": 1280, "height": 800, "deviceScaleFactor": 1, "mobile": false}'
 post "$session/url" "{\"url\": \"$page/\"}" >/dev/null || true  # the answer is null
 holds "the page is alive" "$(text state) === 'Running'"
@@ -86,20 +105,18 @@ count=$(jq '.memory.rows | length' <<<"$status")
 holds "all buffers are shown" "$count > 0 && document.querySelectorAll('#memory tr').length === $count + 1"
 
 sleep "${4:-0}"
-for width in 1280 390; do
-    for scheme in light dark; do
-        devtools Emulation.setEmulatedMedia \
-            '{"features": [{"name": "prefers-color-scheme", "value": "'$scheme'"}]}'
-        devtools Emulation.setDeviceMetricsOverride \
-            '{"width": '$width', "height": 800, "deviceScaleFactor": 1, "mobile": false}'
-        holds "the page fits $width pixels" "document.documentElement.scrollWidth <= $width"
-        height=$(script 'document.documentElement.scrollHeight')
-        devtools Emulation.setDeviceMetricsOverride \
-            '{"width": '$width', "height": '"$height"', "deviceScaleFactor": 1, "mobile": false}'
-        sleep 0.5  # colours fade
-        curl -sSf "$session/screenshot" | jq -r .value | base64 -d >"$pictures/status-page-$width-$scheme.png"
-    done
-done
+fits status-page
+
+post "$session/url" "{\"url\": \"$page/inside\"}" >/dev/null || true
+inside=$(curl -sSf "$page/inside.json")
+held=$(jq '[.memory.places[] | select(.buffers > 0)] | length' <<<"$inside")
+rows() { echo "document.querySelector('#$1 tbody').rows.length"; }
+holds "all locks are shown inside" "$(rows locks) === $(jq '.locks.locks | length' <<<"$inside")"
+holds "all FIFOs are shown" "$(rows fifos) === $(jq '.fifos.fifos | length' <<<"$inside")"
+holds "buffers are shown by place" "$held > 0 && $(rows places) === $held"
+holds "locks are counted" "[...document.querySelectorAll('#locks td:nth-child(3)')].some(cell => /[1-9]/.test(cell.textContent))"
+fits inside-page
+post "$session/url" "{\"url\": \"$page/\"}" >/dev/null || true
 
 errors=$(logged browser)
 [[ $(jq length <<<"$errors") == 0 ]] || { echo "the browser complains: $errors" >&2; exit 1; }

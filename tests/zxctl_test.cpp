@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -100,7 +101,8 @@ const std::map<std::string, std::string> kAnswers = {
      R"({"level":3,"lines":[{"at":"12:00","level":"ERROR","tag":"T","text":"no"}]})"},
     {"new",
      R"({"things":[{"some_us":1,"some_name":"x"}],"empty":[{}],"numbers":[1,2],"is_new":true})"},
-    {"trace seconds=1", R"({"traceEvents":[{"name":"\"]{"},{"args":{}}],"dropped":7})"},
+    {"trace seconds=1", R"({"traceEvents":[{"name":"\"]{","ph":"X","args":{"ph":"X"}},)"
+                        R"({"name":"\"ph\":\"X\"","ph":"M"}],"dropped":7})"},
 };
 
 // The answers above, each on one line.
@@ -234,6 +236,21 @@ TEST_F(Ctl, KnowsWhomToAsk) {
     }
 }
 
+// What the shell is offered contains nothing that it expands.
+TEST_F(Ctl, CompletesNamesThatAreSafe) {
+    const FakeProgram one(socket_of("fake.12"), answer_well);
+    const FakeProgram two(socket_of("$(touch${IFS}touched).34"), answer_well);
+    const FakeProgram three(socket_of("f*.56"), answer_well);
+    EXPECT_THAT(run("list"), HasSubstr("$(touch${IFS}touched)       34  serves"));
+    Process shell("cd '" + folder.path() +
+                  "' && ZX_DIAG=. bash -c 'source " ZX_CTL_COMPLETION
+                  "; for begin in \"\" f; do _zxctl " ZX_CTL
+                  " \"$begin\"; echo \"${COMPREPLY[*]}\"; done' >words");
+    EXPECT_EQ(shell.wait(), 0) << shell.errors();
+    EXPECT_EQ(content_of(folder.path() + "/words"), "list 34 56 fake 12\nfake\n");
+    EXPECT_FALSE(std::filesystem::exists(folder.path() + "/touched"));
+}
+
 // Whatever a program sends, the tool answers with one sentence, in bounded time and memory.
 TEST_F(Ctl, EnduresBadPrograms) {
     const std::string deep(2000, '[');
@@ -324,16 +341,27 @@ TEST_F(Ctl, WatchesFollowsAndTraces) {
     EXPECT_THAT(run("log tail level=5"),
                 StartsWith("1 [INFO][A] one\n2 [DEBUG][B] two\nzxctl: log (7): "));
 
-    const FakeProgram fake(socket_of("fake"), answer_well);
+    std::atomic<int> traced{0};
+    const FakeProgram fake(socket_of("fake"), [&](int fd, const std::string& question) {
+        ++traced;
+        return answer_well(fd, question);
+    });
     const std::string file = folder.path() + "/trace.json";
-    EXPECT_EQ(run("fake trace 1 -o " + file), file + ": 2 events, 7 dropped\n");
+    EXPECT_EQ(run("fake trace 1 -o " + file), file + ": 1 events, 7 dropped\n");
     EXPECT_EQ(content_of(file), kAnswers.at("trace seconds=1") + '\n');
     EXPECT_EQ(run("fake trace 1 --json"), content_of(file));
     EXPECT_THAT(run("fake trace 2 -o " + file), HasSubstr("no such question\n1"));
     EXPECT_NE(content_of(file), "");  // the old one is kept
     EXPECT_THAT(run("fake trace 2 -o " + file + "2"), HasSubstr("no such question\n1"));
     EXPECT_FALSE(std::filesystem::exists(file + "2"));
-    EXPECT_THAT(run("fake trace 1 -o /none/x"), HasSubstr("/none/x: No such file or directory\n1"));
+    traced = 0;
+    for (const auto& [path, reason] :
+         std::map<std::string, std::string>{{"/none/x", "/none/x: No such file or directory"},
+                                            {folder.path(), folder.path() + ": Is a directory"},
+                                            {"/dev/full", "/dev/full: No space left on device"}}) {
+        EXPECT_THAT(run("fake trace 1 -o " + path), HasSubstr(reason + "\n1"));
+    }
+    EXPECT_EQ(traced, 1);  // for /dev/full
 }
 
 std::string text_of(const std::vector<terminal::ScreenLine>& lines) {

@@ -1,12 +1,14 @@
 // The log of a running program, with the real libzxlog. What changes a process for good happens in
 // a child.
 #include <cjson/cJSON.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <string>
@@ -165,10 +167,47 @@ TEST_F(DiagLog, IsChangedForAWhile) {
     zxdiag_api_stop();
     EXPECT_EQ(zxlog_api_getLoglevel(), 5U);
     zxcommon::log({Level::error, "OLD"}, "hidden");
-    EXPECT_THAT(content_of(log), testing::AllOf(HasSubstr("the tags 'OLD' again"),
-                                                HasSubstr("[OLD]shown"), Not(HasSubstr("[CAMERA]")),
+    EXPECT_THAT(content_of(log), testing::AllOf(HasSubstr("[OLD]shown"), Not(HasSubstr("[CAMERA]")),
                                                 Not(HasSubstr("Catch")), Not(HasSubstr("hidden"))));
+    char* kept = zxdiag_api_ask("log");
+    EXPECT_EQ(lines_of(kept).back(),
+              (Line{"NOTICE", "DIAG", "the log suppresses the tags 'OLD' again"}));
+    zxdiag_api_free(&kept);
     zxlog_api_setFilterTags("");
+}
+
+// A terminal as standard error that nobody reads, and that is full.
+void block_standard_error() {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    unlockpt(terminal);
+    const int fd = open(ptsname(terminal), O_WRONLY | O_NOCTTY | O_NONBLOCK);
+    while (write(fd, "full", 4) > 0) {
+    }
+    fcntl(fd, F_SETFL, 0);
+    dup2(fd, STDERR_FILENO);
+}
+
+TEST(DiagBlockedLog, IsChangedAllTheSame) {
+    const zx::test::Folder folder;
+    const std::string path = folder.path() + "/socket";
+    EXPECT_THAT(in_child([&] {
+                    alarm(30);
+                    zxlog_api_setLoglevel(1);
+                    block_standard_error();
+                    zxlog_api_setFile(nullptr);
+                    zxdiag_api_serve(path.c_str());
+                    zxlog_api_setLoglevel(5);
+                    DiagClient client(path);
+                    std::string answers = client.ask("level level=4 seconds=1");
+                    answers += client.ask("tags tags=A,B seconds=1");
+                    while (lines_of(client.ask("log lines=1")).back().text !=
+                           "the log suppresses the tags '' again") {
+                        usleep(10000);
+                    }
+                    return answers + client.ask("log lines=4");
+                }),
+                testing::AllOf(HasSubstr("\"for_s\":1"), HasSubstr("is 4 for 1 s"),
+                               HasSubstr("is 5 again"), HasSubstr("'A,B' for 1 s")));
 }
 
 // Seven characters, again and again.
@@ -326,6 +365,32 @@ TEST(DiagCrash, WritesTheLinesInMemory) {
                      }),
               "<ended by 11>");
     EXPECT_THAT(content_of(log), is_written);
+}
+
+// Other threads go on logging while the lines in memory are being written.
+TEST(DiagCrash, WritesTheLinesBeforeIt) {
+    constexpr int kMost = 4096;
+    const zx::test::Folder folder;
+    const std::string log = folder.path() + "/log";
+    EXPECT_EQ(end_of(log,
+                     [] {
+                         std::atomic<int> count{0};
+                         const auto work = [&] {
+                             for (;;) {
+                                 zxcommon::log({Level::debug, "CAMERA"}, "again");
+                                 ++count;
+                             }
+                         };
+                         std::thread(work).detach();
+                         std::thread(work).detach();
+                         comes_true([&] { return count > kMost; });
+                         fault();
+                     }),
+              "<ended by 11>");
+    const std::string written = content_of(log);
+    const std::size_t end = written.rfind(" end here (");
+    ASSERT_NE(end, std::string::npos);
+    EXPECT_GT(std::stoi(written.substr(end + 11)), kMost - 100);
 }
 
 TEST(DiagCrash, LeavesTheProgramsOwnHandlersAlone) {

@@ -10,7 +10,8 @@ namespace zx {
 // reported and not held.
 class LockGuard {
 public:
-    LockGuard(zxlock_ctt& lock, const char* func, int line)
+    // Inlined by hand: the compiler takes the probes for long code, but they are nops.
+    [[gnu::always_inline]] LockGuard(zxlock_ctt& lock, const char* func, int line)
         : lock_(lock), func_(func), line_(line) {
         if (lock::is_usable(&lock_)) [[likely]] {
             lock::obtain(lock_, func_, line_);

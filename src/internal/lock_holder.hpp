@@ -2,6 +2,8 @@
 // constant note.
 #pragma once
 
+#include <sys/sdt.h>
+
 #include <bit>
 #include <charconv>
 #include <cstddef>
@@ -104,8 +106,10 @@ inline void write_free(Holder& out) {
     return lock != nullptr && lock->initialised == 1;
 }
 
-// The mutex alone, without a note of the holder. For usable locks only.
+// The mutex alone, without a note of the holder. For usable locks only. The probes are nops; the
+// record begins with the name, so they need no other argument.
 inline void take(zxlock_ctt& lock, const char* func, int line) {
+    DTRACE_PROBE1(zxcommon, lock_wanted, &lock);
     if (!diag::is_on()) [[likely]] {
         pthread_mutex_lock(&lock.mutex);
     } else if (pthread_mutex_trylock(&lock.mutex) != 0) {
@@ -113,10 +117,12 @@ inline void take(zxlock_ctt& lock, const char* func, int line) {
     } else if (!diag::note_taken(lock)) {
         diag::note_any_taken(lock, func, line);
     }
+    DTRACE_PROBE1(zxcommon, lock_taken, &lock);
 }
 
 // Returns 0: the unlock of a mutex with default attributes cannot fail.
 inline int give_back(zxlock_ctt& lock) {
+    DTRACE_PROBE1(zxcommon, lock_released, &lock);
     if (diag::is_on()) [[unlikely]] {
         diag::note_released(lock);
     }

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "zxdiag/trace.hpp"
+
 namespace zx {
 
 namespace safe_name {
@@ -59,9 +61,15 @@ namespace safe_name {
     return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 
+// Runs a command, and returns what std::system() returns.
+inline int run(const char* command) {
+    const diag::TracedWait traced(diag::Span::command, command);
+    return std::system(command);
+}
+
 // Runs a command without looking at its result: a failure shows elsewhere or not at all.
 inline void run_unasked(const char* command) {
-    [[maybe_unused]] const int status = std::system(command);
+    [[maybe_unused]] const int status = run(command);
 }
 
 }  // namespace zx

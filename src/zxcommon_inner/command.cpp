@@ -54,8 +54,7 @@ extern "C" int32_t zxt_innerapi_cmdRet(char* cmd) {
         return -1;
     }
     std::memcpy(cmd + std::strlen(cmd), kSilently, sizeof kSilently);
-    const TracedWait traced(Span::command, cmd);
-    return std::system(cmd) == 0 ? 1 : 0;
+    return zx::run(cmd) == 0 ? 1 : 0;
 }
 
 extern "C" int32_t zxt_innerapi_cmdReadByPipe(const char* cmd, char* info, uint32_t size) {
@@ -120,5 +119,5 @@ extern "C" int32_t zxt_innerapi_kill(const char* cmd) {
         return -1;
     }
     const int32_t grep = zxt_innerapi_cmdIsGrep(cmd);
-    return grep == 1 ? std::system(command) : grep;
+    return grep == 1 ? zx::run(command) : grep;
 }

@@ -11,6 +11,7 @@
 
 #include "zxcommon.h"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/json.hpp"
 
 namespace zx::diag {
 namespace {
@@ -25,7 +26,7 @@ Answer answer_help(const Question& question);
 
 Answer answer_program(const Question&) {
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "program", program_invocation_short_name);
+    add_text(object, "program", program_invocation_short_name);
     cJSON_AddNumberToObject(object, "pid", getpid());
     cJSON_AddStringToObject(object, "library", zxcommon_api_version());
     cJSON_AddBoolToObject(object, "counting", is_on() ? 1 : 0);
@@ -113,7 +114,7 @@ Answer answer_to(const Question& question) {
 
 cJSON* error_object(const char* text) {
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "error", text);
+    add_text(object, "error", text);
     return object;
 }
 

@@ -98,6 +98,10 @@ void handle_crashes() {
     }
 }
 
+bool is_crashing() {
+    return g_writer.load(std::memory_order_relaxed) != 0;
+}
+
 void leave_crashes_alone() {
     g_writer.store(0);  // in a child, the thread may be one of the parent
     for (const Fatal& fatal : kFatal) {

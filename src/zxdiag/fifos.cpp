@@ -6,8 +6,6 @@
 // the reader far behind only stands here.
 #include "zxdiag/fifos.hpp"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <cstdint>
 
@@ -18,6 +16,7 @@
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
 #include "zxdiag/locks.hpp"
+#include "zxdiag/mutex.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/trace.hpp"
 #include "zxfifo.h"
@@ -57,7 +56,7 @@ struct alignas(512) Fifo {
 };
 
 constinit Known<Fifo, kMostFifos> g_fifos;
-pthread_mutex_t g_asking = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex g_asking;
 
 // The level that the totals show. When it cannot be, the reader or the writer has passed the other:
 // the one that needs fewer bytes for it.
@@ -192,20 +191,19 @@ void fifo_gone(const zxfifoblock_ctt& fifo) {
 
 void begin_fifos_anew() {
     g_fifos.forget_other_threads();
-    g_asking = PTHREAD_MUTEX_INITIALIZER;
+    g_asking.forget_other_threads();
 }
 
 Answer answer_fifos(const Question&) {
     cJSON* const answer = cJSON_CreateObject();
     cJSON* const fifos = cJSON_AddArrayToObject(answer, "fifos");
-    pthread_mutex_lock(&g_asking);
+    const MutexGuard guard(g_asking);
     const std::int64_t now_us = steady_us();
     g_fifos.for_each([&](Fifo& entry) {
         if (cJSON* const object = as_object(entry, now_us); object != nullptr) {
             cJSON_AddItemToArray(fifos, object);
         }
     });
-    pthread_mutex_unlock(&g_asking);
     add_number(answer, "left_out", g_fifos.left_out());
     return {answer, nullptr};
 }

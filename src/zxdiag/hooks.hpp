@@ -44,6 +44,13 @@ inline void something_is_made() {
     }
 }
 
+// In the child of a fork that the library has made: it goes on as its parent did.
+inline void child_begins() {
+    if (was_on()) {
+        something_is_made();
+    }
+}
+
 // Locks; what they cost most is in lock_hooks.hpp. These are also called while the diagnosis is
 // off.
 void lock_made(const zxlock_ctt& lock);

@@ -45,6 +45,10 @@ struct Place {
 };
 [[nodiscard]] Place place_of(const char* func, int line);
 
+// Copies a part of the lock's record. False: the lock is gone, or that cannot be read.
+[[nodiscard]] bool read_field(const LockEntry& entry, const ProgramMemory& memory,
+                              std::size_t offset, void* to, std::size_t size);
+
 // Where the holder took the lock; "gone" or "busy" if that cannot be read, "" if nobody is known to
 // hold it.
 [[nodiscard]] Place holder_place(const LockEntry& entry, const ProgramMemory& memory);

@@ -17,6 +17,9 @@ inline void note_holder(LockEntry& entry, ThreadRecord& own) {
 }
 
 inline void note_no_holder(LockEntry& entry) {
+    if (entry.holder.load(std::memory_order_relaxed) == nullptr) [[unlikely]] {
+        return;  // it was taken before counting began again
+    }
     entry.holder.store(nullptr, std::memory_order_relaxed);
     const std::int64_t since_us = entry.since_us.load(std::memory_order_relaxed);
     if (const std::int64_t now_us = coarse_us(); now_us != since_us) [[unlikely]] {

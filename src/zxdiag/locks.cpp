@@ -10,6 +10,7 @@
 #include "zxdiag/answers.hpp"
 #include "zxdiag/coarse_clock.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/order.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/trace.hpp"
@@ -68,8 +69,9 @@ void note_further(LockEntry& entry, ThreadRecord& own) {
 }
 
 void forget(const zxlock_ctt& lock) {
-    if (const LockEntry* const entry = g_locks.find(&lock); entry != nullptr) {
+    if (LockEntry* const entry = g_locks.find(&lock); entry != nullptr) {
         forget_order_of(*entry);
+        entry->holder.store(nullptr, std::memory_order_relaxed);
         g_locks.remove(&lock);
         g_is_full.store(false, std::memory_order_relaxed);
     }
@@ -106,7 +108,7 @@ void add_lock(cJSON* locks, const LockEntry& entry, const Waiting& waiting,
         return static_cast<double>(from.load(std::memory_order_relaxed));
     };
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "name", entry.name.copy().text);
+    add_text(object, "name", entry.name.copy().text);
     char address[sizeof "0x0123456789abcdef"];
     std::snprintf(address, sizeof address, "%p", entry.record.load(std::memory_order_relaxed));
     cJSON_AddStringToObject(object, "address", address);
@@ -161,6 +163,9 @@ void wait_for_mutex(zxlock_ctt& lock, const char* func, int line) {
     note_order(*own, *entry, func, line);
     const std::uint64_t begin_ns = is_tracing() ? steady_ns() : 0;
     wait_for(lock, *entry, *own, func, line);
+    if (g_locks.find(&lock) != entry) {
+        return;  // the program has given the lock back, and this wait should not have been
+    }
     if (begin_ns != 0) {
         trace(Span::lock_wait, begin_ns, entry->name.copy().text, ZXLOCK_NAME_SIZE, 0);
     }
@@ -176,7 +181,8 @@ void note_any_released(const zxlock_ctt& lock) {
         return;
     }
     note_no_holder(*entry);
-    const std::uint64_t since_ns = entry->traced_ns.exchange(0, std::memory_order_relaxed);
+    const std::uint64_t since_ns = entry->traced_ns.load(std::memory_order_relaxed);
+    entry->traced_ns.store(0, std::memory_order_relaxed);
     if (since_ns != 0 && is_tracing()) {
         trace(Span::lock_hold, since_ns, entry->name.copy().text, ZXLOCK_NAME_SIZE, 0);
     }
@@ -187,7 +193,8 @@ std::uint64_t traced_since_ns(const zxlock_ctt& lock) {
     return entry != nullptr ? entry->traced_ns.load(std::memory_order_relaxed) : 0;
 }
 
-// While nothing was counted, locks were released unseen.
+// While nothing was counted, locks were released unseen. Threads still list them as held, but what
+// has no holder counts no more.
 void begin_to_count_locks() {
     g_locks.for_each(
         [](LockEntry& entry) { entry.holder.store(nullptr, std::memory_order_relaxed); });
@@ -226,6 +233,12 @@ Place in_sentence(const Place& place) {
     return out;
 }
 
+bool read_field(const LockEntry& entry, const ProgramMemory& memory, std::size_t offset, void* to,
+                std::size_t size) {
+    const auto* const record = static_cast<const char*>(g_locks.record_of(entry));
+    return record != nullptr && memory.read(record + offset, to, size);
+}
+
 Place holder_place(const LockEntry& entry, const ProgramMemory& memory) {
     Place place{};
     const ThreadRecord* const holder = entry.holder.load(std::memory_order_acquire);
@@ -233,10 +246,8 @@ Place holder_place(const LockEntry& entry, const ProgramMemory& memory) {
     if (holder == nullptr) {
         return place;
     }
-    const auto* const record =
-        static_cast<const zxlock_ctt*>(entry.record.load(std::memory_order_acquire));
-    if (!memory.read(record->holder, place.text, sizeof record->holder)) {
-        return {"gone"};
+    if (!read_field(entry, memory, offsetof(zxlock_ctt, holder), place.text, ZXLOCK_HOLDER_SIZE)) {
+        return memory.can_read() ? Place{"gone"} : Place{"busy"};
     }
     // The note follows the taking.
     const bool is_same = entry.holder.load(std::memory_order_acquire) == holder &&

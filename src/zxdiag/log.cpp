@@ -70,8 +70,9 @@ const LogFunctions& log_functions() {
     return g_log;
 }
 
+// The lines before a crash must not give way to later ones while they are being written.
 void keep(const char* line, std::uint32_t size) {
-    if (t_is_writing_kept) {
+    if (t_is_writing_kept || is_crashing()) {
         return;
     }
     while (size != 0 && (line[size - 1] == '\n' || line[size - 1] == '\r')) {
@@ -92,17 +93,22 @@ std::int64_t now_ms() {
 constinit std::int64_t g_level_until_ms = 0;
 constinit std::int64_t g_tags_until_ms = 0;
 
+// Keeps a notice in memory only. The log may block, and then nobody would answer questions.
+#define ZX_KEEP(body, ...)                                                                         \
+    zxdiag_log_keep("%s[%s][%s]" body "\r\n", zxlog_innerapi_logTime(), level_name(Level::notice), \
+                    kTag, __VA_ARGS__)
+
 void restore_level() {
     g_level_until_ms = 0;
     if (log_functions().restore_level() != 0) {
-        ZX_LOG(notice, "the level of the log is %u again", zxlog_api_getLoglevel());
+        ZX_KEEP("the level of the log is %u again", zxlog_api_getLoglevel());
     }
 }
 
 void restore_tags() {
     g_tags_until_ms = 0;
     if (log_functions().restore_tags() != 0) {
-        ZX_LOG(notice, "the log suppresses the tags '%s' again", strfilterTags);
+        ZX_KEEP("the log suppresses the tags '%s' again", strfilterTags);
     }
 }
 
@@ -294,15 +300,15 @@ void start_keeping_lines() {
 
 void stop_keeping_lines() {
     leave_crashes_alone();
-    __atomic_store_n(&zxdiag_log_isOn, 0, __ATOMIC_RELAXED);
-    if (const auto set_tap = log_functions().set_tap; set_tap != nullptr) {
-        set_tap(nullptr);
-    }
     if (g_level_until_ms != 0) {
         restore_level();
     }
     if (g_tags_until_ms != 0) {
         restore_tags();
+    }
+    __atomic_store_n(&zxdiag_log_isOn, 0, __ATOMIC_RELAXED);
+    if (const auto set_tap = log_functions().set_tap; set_tap != nullptr) {
+        set_tap(nullptr);
     }
 }
 
@@ -396,10 +402,10 @@ Answer answer_level(const Question& question) {
     cJSON_AddNumberToObject(object, "level", static_cast<double>(level));
     cJSON_AddNumberToObject(object, "before", zxlog_api_getLoglevel());
     cJSON_AddNumberToObject(object, "for_s", static_cast<double>(seconds));
-    ZX_LOG(notice, "the level of the log is %d for %d s", static_cast<int>(level),
-           static_cast<int>(seconds));
     log_functions().override_level(static_cast<std::uint32_t>(level));
     g_level_until_ms = now_ms() + seconds * 1000;
+    ZX_KEEP("the level of the log is %d for %d s", static_cast<int>(level),
+            static_cast<int>(seconds));
     return {object, nullptr};
 }
 
@@ -417,9 +423,9 @@ Answer answer_tags(const Question& question) {
     add_text(object, "tags", tags);
     add_text(object, "before", log_functions().tags(before));
     cJSON_AddNumberToObject(object, "for_s", static_cast<double>(seconds));
-    ZX_LOG(notice, "the log suppresses the tags '%s' for %d s", tags, static_cast<int>(seconds));
     log_functions().override_tags(tags);
     g_tags_until_ms = now_ms() + seconds * 1000;
+    ZX_KEEP("the log suppresses the tags '%s' for %d s", tags, static_cast<int>(seconds));
     return {object, nullptr};
 }
 

@@ -1,7 +1,5 @@
 #include "zxdiag/memory.hpp"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -15,6 +13,8 @@
 #include "internal/log.hpp"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/json.hpp"
+#include "zxdiag/mutex.hpp"
 #include "zxdiag/places.hpp"
 #include "zxmem/allocator.hpp"
 
@@ -55,19 +55,11 @@ constexpr std::size_t kMostMarks = 8;
 
 // Those who ask, who may be several, and the thread that serves. Nobody else waits for this mutex,
 // and nothing is called under it.
-pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex g_mutex;
 Mark g_marks[kMostMarks];
 // The growth is that since the earlier sample, and since the later one as long as it is alone.
 Snapshot g_samples[2];
 constinit std::size_t g_later = 0;
-
-class Guard {
-public:
-    Guard() { pthread_mutex_lock(&g_mutex); }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-    ~Guard() { pthread_mutex_unlock(&g_mutex); }
-};
 
 Numbers numbers_of(const Place& place) {
     return {place.id.load(std::memory_order_acquire), place.buffers.load(std::memory_order_relaxed),
@@ -290,7 +282,7 @@ struct Times {
 
 // False when there is no mark of this name.
 bool fill(Table& table, const Wish& wish, Times& times) {
-    const Guard guard;
+    const MutexGuard guard(g_mutex);
     if (is_complete()) {
         take_sample(times.now_us);
     }
@@ -312,15 +304,11 @@ bool fill(Table& table, const Wish& wish, Times& times) {
     return true;
 }
 
-void add_number(cJSON* object, const char* key, auto number) {
-    cJSON_AddNumberToObject(object, key, static_cast<double>(number));
-}
-
 cJSON* object_of(const Row& row, const Wish& wish, const Times& times) {
     cJSON* const object = cJSON_CreateObject();
-    cJSON_AddStringToObject(object, "name", row.name.text);
+    add_text(object, "name", row.name.text);
     if (!wish.is_by_name) {
-        cJSON_AddStringToObject(object, "file", row.file.text);
+        add_text(object, "file", row.file.text);
         add_number(object, "line", row.line);
     }
     add_number(object, "buffers", row.buffers);
@@ -431,13 +419,13 @@ void tracking_ends() {
 
 void sample_memory() {
     if (is_on() && is_complete()) {
-        const Guard guard;
+        const MutexGuard guard(g_mutex);
         take_sample(now_us());
     }
 }
 
 void forget_marks() {
-    g_mutex = PTHREAD_MUTEX_INITIALIZER;
+    g_mutex.forget_other_threads();
     for (Mark& mark : g_marks) {
         mark.snapshot.at_us = 0;
     }

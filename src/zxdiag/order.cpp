@@ -9,6 +9,7 @@
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/mutex.hpp"
 #include "zxdiag/reports.hpp"
 
@@ -56,13 +57,10 @@ Pair g_pairs[kMostPairs];
 PairPlaces g_places[kMostPairs];
 std::uint32_t g_search = 0;
 
-// Where the calling thread took a lock that it holds, which keeps the record from going away.
+// Where the calling thread took a lock that it holds. A program with a fault may have given back
+// the memory of the lock nevertheless.
 Place own_place(const LockEntry& entry) {
-    Place place{};
-    const auto* const record =
-        static_cast<const zxlock_ctt*>(entry.record.load(std::memory_order_relaxed));
-    std::memcpy(place.text, record->holder, sizeof record->holder);
-    return place;
+    return holder_place(entry, ProgramMemory());
 }
 
 PairText text_of(const Pair& pair, const PairPlaces& places) {
@@ -154,10 +152,10 @@ bool add_pair(const Pair& pair, const PairPlaces& places, Inversion& inversion) 
 
 void add_pair_object(cJSON* object, const char* key, const PairText& pair) {
     cJSON* const its = key != nullptr ? cJSON_AddObjectToObject(object, key) : cJSON_CreateObject();
-    cJSON_AddStringToObject(its, "outer", pair.outer);
-    cJSON_AddStringToObject(its, "outer_place", pair.places.outer.text);
-    cJSON_AddStringToObject(its, "inner", pair.inner);
-    cJSON_AddStringToObject(its, "inner_place", pair.places.inner.text);
+    add_text(its, "outer", pair.outer);
+    add_text(its, "outer_place", pair.places.outer.text);
+    add_text(its, "inner", pair.inner);
+    add_text(its, "inner_place", pair.places.inner.text);
     if (key == nullptr) {
         cJSON_AddItemToArray(object, its);
     }
@@ -199,7 +197,7 @@ void add_inversions(cJSON* answer) {
     cJSON* const inversions = cJSON_AddArrayToObject(answer, "inversions");
     for (const Inversion& inversion : g_inversions) {
         cJSON* const object = cJSON_CreateObject();
-        cJSON_AddStringToObject(object, "text", sentence_of(inversion).text);
+        add_text(object, "text", sentence_of(inversion).text);
         cJSON_AddNumberToObject(object, "age_s",
                                 static_cast<double>(steady_us() - inversion.at_us) / kUsPerSec);
         add_pair_object(object, "first", inversion.pairs[0]);

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +23,7 @@
 #include "zxdiag/answers.hpp"
 #include "zxdiag/log.hpp"
 #include "zxdiag/memory.hpp"
+#include "zxdiag/own_socket.hpp"
 #include "zxdiag/quiet_thread.hpp"
 
 namespace zx::diag {
@@ -32,8 +34,9 @@ constexpr int kBacklog = 8;
 constexpr std::size_t kMostPending = 16U << 20U;  // bytes of answers that a client has not read
 constexpr std::int64_t kPatienceMs = 5000;        // for a client that reads nothing
 constexpr int kSeriesStepMs = 100;
-constexpr int kSampleStepMs = 10000;
-constexpr int kMostAtOnce = 1000;  // answers of a series in a step
+constexpr int kRestMs = 1000;
+constexpr std::int64_t kIdleMs = 10000;  // so long a client keeps its place from others
+constexpr int kMostAtOnce = 1000;        // answers of a series in a step
 constexpr int kNice = 19;
 
 std::int64_t now_ms() {
@@ -45,21 +48,22 @@ std::int64_t now_ms() {
 // Somebody who asks. Its memory is given back when it leaves.
 class Client {
 public:
-    [[nodiscard]] bool is_there() const { return fd_ >= 0; }
+    [[nodiscard]] bool is_there() const { return socket_.number() >= 0; }
+    [[nodiscard]] bool is_idle() const {
+        return series_ == nullptr && pending_size_ == 0 && now_ms() - since_ms_ > kIdleMs;
+    }
     [[nodiscard]] bool has_series() const { return series_ != nullptr; }
 
     void welcome(int fd) {
-        fd_ = fd;
+        socket_.set(fd);
         since_ms_ = now_ms();
     }
 
     // Leaves without touching memory.
     void forget() {
-        if (is_there()) {
-            close(fd_);
-        }
-        fd_ = -1;
+        socket_.close();
         asked_size_ = 0;
+        has_ended_ = false;
         series_ = nullptr;
         pending_ = nullptr;
         pending_size_ = pending_at_ = 0;
@@ -73,7 +77,8 @@ public:
 
     // A client whose answer waits is not asked for more.
     [[nodiscard]] pollfd waits_for() const {
-        return {fd_, static_cast<short>(pending_size_ != 0 ? POLLOUT : POLLIN), 0};
+        const int events = pending_size_ != 0 ? POLLOUT : has_ended_ ? 0 : POLLIN;
+        return {socket_.number(), static_cast<short>(events), 0};
     }
 
     void handle(short events) {
@@ -90,7 +95,9 @@ public:
             leave_if_stuck();
             return;
         }
-        for (int i = 0; i < kMostAtOnce && series_ != nullptr && pending_size_ == 0; ++i) {
+        for (int i = 0;
+             i < kMostAtOnce && series_ != nullptr && pending_size_ == 0 && !series_->is_over();
+             ++i) {
             cJSON* const object = series_->next();
             if (object == nullptr) {
                 break;
@@ -105,6 +112,13 @@ public:
         answer_waiting();
     }
 
+    // A client that asks no more leaves when it has its answers.
+    void leave_if_done() {
+        if (has_ended_ && series_ == nullptr && pending_size_ == 0) {
+            leave();
+        }
+    }
+
 private:
     void leave_if_stuck() {
         if (pending_size_ != 0 && now_ms() - since_ms_ > kPatienceMs) {
@@ -113,12 +127,15 @@ private:
     }
 
     void read_question() {
-        const ssize_t size = recv(fd_, asked_ + asked_size_, sizeof asked_ - asked_size_, 0);
-        if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR)) {
+        const ssize_t size =
+            recv(socket_.get(), asked_ + asked_size_, sizeof asked_ - asked_size_, 0);
+        if (size < 0 && errno != EAGAIN && errno != EINTR) {
             leave();
             return;
         }
+        has_ended_ = size == 0;
         asked_size_ += size > 0 ? static_cast<std::size_t>(size) : 0;
+        since_ms_ = now_ms();
         if (asked_size_ == sizeof asked_ && std::memchr(asked_, '\n', asked_size_) == nullptr) {
             send(error_object("the question is too long"));
             write_pending();
@@ -167,8 +184,8 @@ private:
 
     void write_pending() {
         while (is_there() && pending_size_ != 0) {
-            const ssize_t size = ::send(fd_, pending_ + pending_at_, pending_size_ - pending_at_,
-                                        MSG_NOSIGNAL | MSG_DONTWAIT);
+            const ssize_t size = ::send(socket_.get(), pending_ + pending_at_,
+                                        pending_size_ - pending_at_, MSG_NOSIGNAL | MSG_DONTWAIT);
             if (size < 0) {
                 if (errno != EAGAIN && errno != EINTR) {
                     leave();
@@ -185,7 +202,8 @@ private:
         }
     }
 
-    int fd_ = -1;
+    OwnSocket socket_;
+    bool has_ended_ = false;  // asks no more, but may wait for answers
     char asked_[Question::kLongest + 1]{};
     std::size_t asked_size_ = 0;
     char* pending_ = nullptr;  // an answer that is being sent
@@ -195,23 +213,56 @@ private:
     Series* series_ = nullptr;
 };
 
+// The file of the listening socket, wherever the program is when it is removed.
+class SocketFile {
+public:
+    void note(const char* path) {
+        struct stat its {};
+        if (realpath(path, path_) == nullptr) {
+            std::snprintf(path_, sizeof path_, "%s", path);
+        }
+        is_noted_ = lstat(path_, &its) == 0;
+        device_ = its.st_dev;
+        inode_ = its.st_ino;
+    }
+    // Somebody may have put another file there.
+    void remove() {
+        struct stat its {};
+        if (is_noted_ && lstat(path_, &its) == 0 && its.st_dev == device_ && its.st_ino == inode_) {
+            unlink(path_);
+        }
+        is_noted_ = false;
+    }
+
+private:
+    char path_[PATH_MAX]{};
+    bool is_noted_ = false;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+};
+
 struct Service {
-    int listener = -1;
+    OwnSocket listener;
     pthread_t thread{};
     char path[sizeof sockaddr_un{}.sun_path]{};
+    SocketFile file;
     Client clients[kMostClients];
 };
 constinit Service g_service;
 constinit std::atomic<bool> g_is_serving{false};
+constinit std::atomic<bool> g_must_stop{false};
 constinit std::atomic<pid_t> g_thread{0};  // that answers
 
 // False: nobody can be accepted now, such as when the process has no descriptor left.
 bool accept_client(Service& service) {
-    const int fd = accept4(service.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    const int fd = accept4(service.listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd < 0) {
         return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
     }
     for (Client& client : service.clients) {
+        if (client.is_idle()) {
+            client.leave();
+        }
         if (!client.is_there()) {
             client.welcome(fd);
             return true;
@@ -223,20 +274,19 @@ bool accept_client(Service& service) {
     return true;
 }
 
-// A step at most while somebody gets a series; otherwise until the next sample or the end of a
-// change.
+// A step at most while somebody gets a series; otherwise a second, or until the end of a change.
 int wait_ms(bool is_active) {
-    const int due_ms = is_active ? kSeriesStepMs : kSampleStepMs;
+    const int due_ms = is_active ? kSeriesStepMs : kRestMs;
     const int log_ms = ms_until_log_is_restored();
     return log_ms >= 0 && log_ms < due_ms ? log_ms : due_ms;
 }
 
-// Returns when the service is to stop.
+// Returns when the service is to stop, or when the program has closed its socket.
 void answer_all(Service& service) {
     bool is_full = false;  // the next step tries again to accept clients
     for (;;) {
         pollfd waits[kMostClients + 1];
-        waits[kMostClients] = {service.listener, is_full ? short{0} : short{POLLIN}, 0};
+        waits[kMostClients] = {service.listener.number(), is_full ? short{0} : short{POLLIN}, 0};
         bool is_active = is_full;
         for (int i = 0; i < kMostClients; ++i) {
             const Client& client = service.clients[i];
@@ -248,8 +298,7 @@ void answer_all(Service& service) {
         }
         sample_memory();
         restore_log_when_due();
-        const short wanted = waits[kMostClients].revents;
-        if ((wanted & POLLHUP) != 0) {
+        if (g_must_stop.load() || service.listener.get() < 0) {
             return;
         }
         for (int i = 0; i < kMostClients; ++i) {
@@ -258,8 +307,9 @@ void answer_all(Service& service) {
                 client.handle(waits[i].revents);
             }
             client.go_on();
+            client.leave_if_done();
         }
-        is_full = wanted != 0 && !accept_client(service);
+        is_full = waits[kMostClients].revents != 0 && !accept_client(service);
     }
 }
 
@@ -274,13 +324,6 @@ void* run(void*) {
         client.leave();
     }
     return nullptr;
-}
-
-void close_listener(Service& service) {
-    if (service.listener >= 0) {
-        close(service.listener);
-    }
-    service.listener = -1;
 }
 
 // NULL: nobody else can put anything in place of the socket.
@@ -327,18 +370,24 @@ int listen_at(Service& service) {
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, service.path, sizeof address.sun_path);
     remove_left_socket(address);
-    service.listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    // The mode of the descriptor is that of the file from its first moment.
-    if (service.listener < 0 || fchmod(service.listener, S_IRUSR | S_IWUSR) != 0 ||
-        bind(service.listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
         return errno;
     }
-    if (listen(service.listener, kBacklog) != 0) {
-        const int code = errno;
-        unlink(service.path);
-        return code;
+    service.listener.set(fd);
+    // The mode of the descriptor is that of the file from its first moment.
+    if (fchmod(fd, S_IRUSR | S_IWUSR) != 0 ||
+        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return errno;
     }
-    return 0;
+    service.file.note(service.path);
+    return listen(fd, kBacklog) == 0 ? 0 : errno;
+}
+
+void remove_file_at_exit() {
+    if (is_serving()) {
+        g_service.file.remove();
+    }
 }
 
 }  // namespace
@@ -359,14 +408,17 @@ const char* start_service(const char* path) {
     }
     int code = listen_at(service);
     if (code == 0) {
+        g_must_stop.store(false);
         code = start_quiet_thread(service.thread, run);
-        if (code == 0) {
-            g_is_serving.store(true);
-            return nullptr;
-        }
-        unlink(service.path);
     }
-    close_listener(service);
+    if (code == 0) {
+        g_is_serving.store(true);
+        static bool is_registered = false;
+        is_registered = is_registered || std::atexit(remove_file_at_exit) == 0;
+        return nullptr;
+    }
+    service.file.remove();
+    service.listener.close();
     return std::strerror(code);
 }
 
@@ -374,16 +426,17 @@ void stop_service() {
     if (!is_serving()) {
         return;
     }
-    shutdown(g_service.listener, SHUT_RDWR);  // wakes the thread
+    g_must_stop.store(true);
+    shutdown(g_service.listener.get(), SHUT_RDWR);  // wakes the thread, or it wakes by itself
     pthread_join(g_service.thread, nullptr);
-    unlink(g_service.path);
-    close_listener(g_service);
+    g_service.file.remove();
+    g_service.listener.close();
     g_is_serving.store(false);
 }
 
 // The clients' memory stays as it is: the thread that was using it does not exist here.
 void forget_service() {
-    close_listener(g_service);
+    g_service.listener.close();
     for (Client& client : g_service.clients) {
         client.forget();
     }

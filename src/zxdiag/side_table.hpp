@@ -1,12 +1,12 @@
 // What the diagnosis knows about the records of other modules, whose layout must not change.
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+
+#include "zxdiag/mutex.hpp"
 
 namespace zx::diag {
 
@@ -41,13 +41,12 @@ public:
     // there is no room. The owner of the record must see to it that nobody removes it meanwhile.
     template <typename Prepare>
     [[nodiscard]] Entry* add(const void* record, Prepare prepare) {
-        pthread_mutex_lock(&changes_);
+        const MutexGuard guard(changes_);
         Entry* entry = find(record);
         if (entry == nullptr && (entry = room_for(record)) != nullptr) {
             prepare(*entry);
             entry->record.store(record, std::memory_order_release);
         }
-        pthread_mutex_unlock(&changes_);
         if (entry == nullptr) {
             left_out_.fetch_add(1, std::memory_order_relaxed);
         }
@@ -55,11 +54,16 @@ public:
     }
 
     void remove(const void* record) {
-        pthread_mutex_lock(&changes_);
+        const MutexGuard guard(changes_);
         if (Entry* const entry = find(record); entry != nullptr) {
             entry->record.store(&g_gone, std::memory_order_release);
         }
-        pthread_mutex_unlock(&changes_);
+    }
+
+    // The record of an entry; NULL: it is gone.
+    [[nodiscard]] static const void* record_of(const Entry& entry) {
+        const void* const record = entry.record.load(std::memory_order_acquire);
+        return record != &g_gone ? record : nullptr;
     }
 
     // How often there was no room.
@@ -71,15 +75,13 @@ public:
     template <typename Visit>
     void for_each(Visit visit) {
         for (Entry& entry : entries_) {
-            const void* const record = entry.record.load(std::memory_order_acquire);
-            if (record != nullptr && record != &g_gone) {
+            if (record_of(entry) != nullptr) {
                 visit(entry);
             }
         }
     }
 
-    // For the child of a fork, in which a thread that no longer exists may have held the mutex.
-    void forget_other_threads() { changes_ = PTHREAD_MUTEX_INITIALIZER; }
+    void forget_other_threads() { changes_.forget_other_threads(); }
 
 private:
     static constexpr std::size_t kSteps = 64;
@@ -103,7 +105,7 @@ private:
     }
 
     Entry entries_[Size]{};
-    pthread_mutex_t changes_ = PTHREAD_MUTEX_INITIALIZER;
+    Mutex changes_;
     std::atomic<std::uint64_t> left_out_{0};
 };
 

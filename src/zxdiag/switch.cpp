@@ -19,6 +19,7 @@
 #include "zxdiag/locks.hpp"
 #include "zxdiag/log.hpp"
 #include "zxdiag/memory.hpp"
+#include "zxdiag/mutex.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/threads.hpp"
@@ -35,23 +36,12 @@ namespace {
 constexpr char kTag[] = "DIAG";
 constexpr std::size_t kPathSize = 108;  // of a Unix socket
 
-pthread_mutex_t g_switch = PTHREAD_MUTEX_INITIALIZER;
-
-class SwitchLock {
-public:
-    SwitchLock() { pthread_mutex_lock(&g_switch); }
-    SwitchLock(const SwitchLock&) = delete;
-    SwitchLock& operator=(const SwitchLock&) = delete;
-    ~SwitchLock() { pthread_mutex_unlock(&g_switch); }
-
-private:
-    const CancelHeld held_;
-};
+constinit Mutex g_switch;
 
 void begin_anew_in_child() {
     g_mode.store(0, std::memory_order_relaxed);
     g_is_environment_read.store(false, std::memory_order_relaxed);
-    g_switch = PTHREAD_MUTEX_INITIALIZER;
+    g_switch.forget_other_threads();
     forget_thread_records();
     forget_trace();
     forget_coarse_clock();
@@ -81,8 +71,8 @@ bool count(Caller caller = {}) {
     }
     g_epoch.fetch_add(1, std::memory_order_relaxed);
     await_round();
-    g_mode.fetch_or(kCounting);
     begin_to_count_locks();
+    g_mode.fetch_or(kCounting);
     start_keeping_lines();
     return true;
 }
@@ -91,7 +81,7 @@ std::int32_t serve(const char* path, Caller caller = {}) {
     const CancelHeld held;
     bool was_off = false;
     {
-        const SwitchLock lock;
+        const MutexGuard guard(g_switch);
         if (const char* const fault = start_service(path); fault != nullptr) {
             ZX_LOG_AT(caller, error, "cannot serve the diagnosis at %s: %s", path, fault);
             return -1;
@@ -130,7 +120,7 @@ extern "C" int32_t zxdiag_api_start(void) {
     const zx::CancelHeld held;
     bool was_off = false;
     {
-        const zx::diag::SwitchLock lock;
+        const zx::diag::MutexGuard guard(zx::diag::g_switch);
         was_off = zx::diag::count();
     }
     zx::diag::count_memory(was_off);
@@ -150,7 +140,8 @@ extern "C" int32_t zxdiag_api_serve(const char* path) {
 }
 
 extern "C" void zxdiag_api_stop(void) {
-    const zx::diag::SwitchLock lock;
+    const zx::CancelHeld held;
+    const zx::diag::MutexGuard guard(zx::diag::g_switch);
     zx::diag::stop_service();
     zx::diag::stop_keeping_lines();
     zx::diag::g_mode.store(0, std::memory_order_relaxed);

@@ -18,6 +18,7 @@ constinit thread_local HeldLocks t_held;
 
 namespace {
 
+constinit std::atomic<bool> g_is_full{false};  // until a thread ends
 pthread_key_t g_key;
 bool g_has_key = false;
 
@@ -32,6 +33,7 @@ void give_back(void* its) {
         return true;
     });
     record->tid.store(0, std::memory_order_release);
+    g_is_full.store(false, std::memory_order_relaxed);
 }
 
 void make_key() {
@@ -43,7 +45,7 @@ void make_key() {
 ThreadRecord* take_thread_record() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, make_key);
-    if (!g_has_key) {
+    if (!g_has_key || are_thread_records_full()) {
         return nullptr;
     }
     const pid_t tid = gettid();
@@ -58,7 +60,12 @@ ThreadRecord* take_thread_record() {
             return &record;
         }
     }
+    g_is_full.store(true, std::memory_order_relaxed);
     return nullptr;
+}
+
+bool are_thread_records_full() {
+    return g_is_full.load(std::memory_order_relaxed);
 }
 
 void forget_thread_records() {
@@ -69,6 +76,7 @@ void forget_thread_records() {
             record.tid.store(0, std::memory_order_relaxed);
         }
     }
+    g_is_full.store(false, std::memory_order_relaxed);
     t_record = nullptr;
     t_held.clear();
 }

@@ -77,6 +77,7 @@ private:
 struct LockWait {
     std::atomic<std::uint64_t> number{0};
     std::atomic<LockEntry*> lock{};
+    std::atomic<std::uint32_t> serial{0};  // of the lock
     std::atomic<std::int64_t> since_us{0};
     SharedText<sizeof(Place)> place;
 };
@@ -101,6 +102,9 @@ extern ThreadRecord g_ended_thread;
 
 // Takes a record for the calling thread, which has none. NULL: all are taken.
 ThreadRecord* take_thread_record();
+
+// True: further threads are left out, with the locks that they hold and wait for.
+[[nodiscard]] bool are_thread_records_full();
 
 // The record of the calling thread. NULL: there are too many threads.
 [[nodiscard]] inline ThreadRecord* own_record() {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -21,6 +22,8 @@
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
+#include "zxdiag/mutex.hpp"
+#include "zxdiag/program_memory.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/waits.hpp"
 #include "zxthread.h"
@@ -45,12 +48,17 @@ struct alignas(64) Worker {
 };
 
 constinit Known<Worker, kMostWorkers> g_workers;
-pthread_mutex_t g_asking = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex g_asking;
 
 // The clocks of a thread have its number in theirs: that is how the kernel numbers these clocks.
+// The C library reads it from the memory of the thread, which is gone if the program has joined the
+// thread with a function of its own. 0: not known.
 pid_t tid_of(pthread_t thread) {
+    char memory[1024];
     clockid_t clock;
-    return pthread_getcpuclockid(thread, &clock) == 0 ? ~(clock >> 3) : 0;
+    const bool is_there =
+        ProgramMemory().read(std::bit_cast<const void*>(thread), memory, sizeof memory);
+    return is_there && pthread_getcpuclockid(thread, &clock) == 0 ? ~(clock >> 3) : 0;
 }
 clockid_t processor_clock_of(pid_t tid) {
     constexpr clockid_t kOfThread = 4;
@@ -244,7 +252,7 @@ void thread_gone(const zxthread_ctt& thread) {
 void begin_threads_anew() {
     g_workers.forget_other_threads();
     g_workers.forget_all();
-    g_asking = PTHREAD_MUTEX_INITIALIZER;
+    g_asking.forget_other_threads();
 }
 
 Answer answer_threads(const Question&) {
@@ -254,11 +262,12 @@ Answer answer_threads(const Question&) {
     }
     cJSON* const answer = cJSON_CreateObject();
     cJSON* const threads = cJSON_AddArrayToObject(answer, "threads");
-    pthread_mutex_lock(&g_asking);
-    ++g_round;
-    add_tasks(threads, directory);
-    add_ended(threads);
-    pthread_mutex_unlock(&g_asking);
+    {
+        const MutexGuard guard(g_asking);
+        ++g_round;
+        add_tasks(threads, directory);
+        add_ended(threads);
+    }
     closedir(directory);
     add_number(answer, "left_out", g_workers.left_out());
     return {answer, nullptr};

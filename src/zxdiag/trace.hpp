@@ -1,8 +1,6 @@
 // A record of how long the threads wait and work, for a while.
 #pragma once
 
-#include <sys/sdt.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -30,29 +28,21 @@ void forget_trace();
 
 // Traces the rest of a block, which waits for something outside the program, and has a probe for
 // perf and bpftrace at its beginning and at its end. A thread that is cancelled in it leaves no
-// trace.
+// trace. One must not be made inside another.
 class TracedWait {
 public:
     // `name` must stay as long as the object.
-    TracedWait(Span span, const char* name, std::int64_t amount = 0)
-        : begin_ns_(is_tracing() ? steady_ns() : 0), name_(name), amount_(amount), span_(span) {
-        DTRACE_PROBE3(zxcommon, wait_begin, static_cast<int>(span_), name_, amount_);
-    }
+    TracedWait(Span span, const char* name, std::int64_t amount = 0);
     TracedWait(const TracedWait&) = delete;
     TracedWait& operator=(const TracedWait&) = delete;
-    ~TracedWait() {
-        DTRACE_PROBE3(zxcommon, wait_end, static_cast<int>(span_), name_, amount_);
-        if (begin_ns_ != 0) [[unlikely]] {
-            trace(span_, begin_ns_, name_, kWholeText, amount_);
-        }
-    }
+    ~TracedWait();
 
 private:
-    static constexpr std::size_t kWholeText = 4096;
     std::uint64_t begin_ns_;  // 0: nothing is traced
     const char* name_;
     std::int64_t amount_;
     Span span_;
+    bool is_noted_;
 };
 
 }  // namespace zx::diag

@@ -7,6 +7,7 @@
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
 #include "zxdiag/answers.hpp"
+#include "zxdiag/json.hpp"
 #include "zxdiag/order.hpp"
 #include "zxdiag/reports.hpp"
 
@@ -70,15 +71,15 @@ bool find_cycle(ThreadRecord& own, Chain& chain) {
 }
 
 // The diagnosis does not see who locks and unlocks bare mutexes. The C library keeps the thread
-// that has a mutex; where it does not tell, the look at the record has to do.
+// that has a mutex. Where it does not tell, or no descriptor is left to ask it, the look at the
+// record has to do.
 bool is_held_by([[maybe_unused]] const WaitCopy& wait,
                 [[maybe_unused]] const ProgramMemory& memory) {
 #ifdef __GLIBC__
-    const auto* const lock =
-        static_cast<const zxlock_ctt*>(wait.lock->record.load(std::memory_order_relaxed));
     pthread_mutex_t mutex;
-    return memory.read(&lock->mutex, &mutex, sizeof mutex) &&
-           mutex.__data.__owner == wait.holder->tid.load(std::memory_order_relaxed);
+    return !memory.can_read() ||
+           (read_field(*wait.lock, memory, offsetof(zxlock_ctt, mutex), &mutex, sizeof mutex) &&
+            mutex.__data.__owner == wait.holder->tid.load(std::memory_order_relaxed));
 #else
     return true;
 #endif
@@ -199,6 +200,7 @@ void begin_wait(LockWait& wait, LockEntry& entry, const char* func, int line) {
     const Place place = place_of(func, line);
     wait.place.set(place.text);
     wait.since_us.store(steady_us(), std::memory_order_relaxed);
+    wait.serial.store(entry.serial.load(std::memory_order_relaxed), std::memory_order_relaxed);
     wait.lock.store(&entry, std::memory_order_release);
     wait.number.fetch_add(1);
 }
@@ -216,7 +218,7 @@ void add_cycles(cJSON* answer) {
     cJSON* const cycles = cJSON_AddArrayToObject(answer, "cycles");
     for (const Cycle& cycle : g_cycles) {
         cJSON* const object = cJSON_CreateObject();
-        cJSON_AddStringToObject(object, "text", sentence_of(cycle).text);
+        add_text(object, "text", sentence_of(cycle).text);
         cJSON_AddNumberToObject(object, "age_s",
                                 static_cast<double>(steady_us() - cycle.at_us) / kUsPerSec);
         cJSON* const members = cJSON_AddArrayToObject(object, "members");
@@ -224,12 +226,11 @@ void add_cycles(cJSON* answer) {
             const Member& member = cycle.members[k];
             cJSON* const its = cJSON_CreateObject();
             cJSON_AddNumberToObject(its, "tid", member.tid);
-            cJSON_AddStringToObject(its, "thread", member.thread.text);
-            cJSON_AddStringToObject(its, "lock", member.lock);
-            cJSON_AddStringToObject(its, "place", member.place.text);
-            cJSON_AddStringToObject(its, "held_by",
-                                    cycle.members[(k + 1) % cycle.count].thread.text);
-            cJSON_AddStringToObject(its, "held_at", member.held_at.text);
+            add_text(its, "thread", member.thread.text);
+            add_text(its, "lock", member.lock);
+            add_text(its, "place", member.place.text);
+            add_text(its, "held_by", cycle.members[(k + 1) % cycle.count].thread.text);
+            add_text(its, "held_at", member.held_at.text);
             cJSON_AddItemToArray(members, its);
         }
         cJSON_AddItemToArray(cycles, object);
@@ -244,9 +245,11 @@ bool copy_wait(const ThreadRecord& thread, WaitCopy& copy) {
     if (number % 2 == 0 || lock == nullptr) {
         return false;
     }
+    // The entry may serve another lock, if the program has given this one back.
+    const bool is_same = thread.wait.serial.load(std::memory_order_relaxed) == lock->serial.load();
     copy = {&thread, number, lock, lock->holder.load(),
             thread.wait.since_us.load(std::memory_order_acquire)};
-    return thread.wait.number.load() == number;
+    return is_same && thread.wait.number.load() == number;
 }
 
 const LockEntry* lock_awaited_by(pid_t tid) {
@@ -274,18 +277,18 @@ void add_holder(cJSON* object, const LockEntry& entry, const ProgramMemory& memo
     if (holder == nullptr) {
         return;
     }
-    cJSON_AddStringToObject(object, "holder", holder_place(entry, memory).text);
+    add_text(object, "holder", holder_place(entry, memory).text);
     const pid_t tid = holder->tid.load(std::memory_order_relaxed);
     cJSON_AddNumberToObject(object, "holder_tid", tid);
-    cJSON_AddStringToObject(object, "holder_thread",
-                            holder == &g_ended_thread ? "(ended)" : thread_name(tid).text);
+    add_text(object, "holder_thread",
+             holder == &g_ended_thread ? "(ended)" : thread_name(tid).text);
 }
 
 void add_waiter(cJSON* object, const WaitCopy& wait) {
     const pid_t tid = wait.thread->tid.load(std::memory_order_relaxed);
     cJSON_AddNumberToObject(object, "tid", tid);
-    cJSON_AddStringToObject(object, "thread", thread_name(tid).text);
-    cJSON_AddStringToObject(object, "place", wait.thread->wait.place.copy().text);
+    add_text(object, "thread", thread_name(tid).text);
+    add_text(object, "place", wait.thread->wait.place.copy().text);
     cJSON_AddNumberToObject(object, "waiting_us", static_cast<double>(steady_us() - wait.since_us));
 }
 
@@ -301,13 +304,14 @@ Answer answer_waits(const Question&) {
         if (WaitCopy wait; copy_wait(thread, wait)) {
             cJSON* const object = cJSON_CreateObject();
             add_waiter(object, wait);
-            cJSON_AddStringToObject(object, "lock", wait.lock->name.copy().text);
+            add_text(object, "lock", wait.lock->name.copy().text);
             add_holder(object, *wait.lock, memory);
             cJSON_AddItemToArray(waits, object);
         }
     });
     add_cycles(answer);
     cJSON_AddNumberToObject(answer, "cycles_left_out", static_cast<double>(g_cycles.left_out()));
+    cJSON_AddBoolToObject(answer, "threads_are_full", are_thread_records_full());
     add_inversions(answer);
     return {answer, nullptr};
 }

@@ -109,10 +109,11 @@ extern "C" int32_t zxepoll_close(int* epfd) {
 extern "C" int32_t zxepoll_waitfd_timeout_noopt(int epfd, int fd, uint8_t mode, uint32_t ms) {
     const std::uint32_t wanted = wanted_mask(mode);
     const std::uint32_t budget_us = ms * 1000U;  // 32 bits, as the interface says
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, __func__, fd);
     const std::uint64_t start = zxtime_api_us();
     while (true) {
         epoll_event events[2]{};
-        const int count = zxepoll_wait_timeout(epfd, events, 2, kPassMs);
+        const int count = epoll_wait(epfd, events, 2, kPassMs);
         for (int i = 0; i < count; ++i) {
             if (events[i].data.fd != fd) {
                 continue;

@@ -1,6 +1,7 @@
 #include "zxfifo.h"
 
 #include <pthread.h>
+#include <sys/sdt.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -58,13 +59,22 @@ void refresh(zxfifoblock_ctt& fifo) {
     fifo.free = space_total(fifo) - fifo.used;
 }
 
-void drain_in(zxfifoblock_ctt& fifo, std::uint32_t n) {
+// perf cannot use a probe whose argument is a register in one place and a constant in another.
+#define ZX_FIFO_PROBE(probe, fifo, n)                   \
+    do {                                                \
+        __asm__("" : "+r"(n));                          \
+        DTRACE_PROBE2(zxcommon, probe, (fifo).name, n); \
+    } while (0)
+
+// Inlined by hand: the compiler takes the probes for long code, but they are nops.
+[[gnu::always_inline]] inline void drain_in(zxfifoblock_ctt& fifo, std::uint32_t n) {
     const bool wraps = n >= fifo.end - fifo.write_pos;
     fifo.write_pos = wraps ? fifo.start : fifo.write_pos + n;
     fifo.total_in += n;
+    ZX_FIFO_PROBE(fifo_in, fifo, n);
 }
 
-void drain_out(zxfifoblock_ctt& fifo, std::uint32_t n) {
+[[gnu::always_inline]] inline void drain_out(zxfifoblock_ctt& fifo, std::uint32_t n) {
     if (n < fifo.end - fifo.read_pos) {
         fifo.read_pos += n;
     } else if (fifo.end != fifo.start) {
@@ -72,6 +82,7 @@ void drain_out(zxfifoblock_ctt& fifo, std::uint32_t n) {
         fifo.read_pos = fifo.start + (fifo.read_pos - fifo.start + n) % (fifo.end - fifo.start);
     }
     fifo.total_out += n;
+    ZX_FIFO_PROBE(fifo_out, fifo, n);
 }
 
 void clear(zxfifoblock_ctt& fifo) {

@@ -16,6 +16,7 @@
 
 #include "internal/cancel.hpp"
 #include "zxdiag/hooks.hpp"
+#include "zxdiag/trace.hpp"
 #include "zxmd.h"
 #include "zxmd/messages.hpp"
 #include "zxsignal.h"
@@ -52,6 +53,7 @@ void occupy_standard_error() {
 
 // Waits until any child has ended, and gives its status.
 pid_t wait_for_child(int& status, zx::Caller caller = {}) {
+    const zx::diag::TracedWait traced(zx::diag::Span::command, caller.func);
     for (;;) {
         const pid_t pid = waitpid(0, &status, WNOHANG);
         if (pid > 0) {
@@ -124,6 +126,7 @@ extern "C" int32_t zxmd_api_startDaemon(const char* logdir) {
         ZX_LOG(error, "ERROR: can't change directory to %s: chdir", logdir);
         std::exit(-1);
     }
+    zx::diag::child_begins();
     return result;
 }
 
@@ -140,6 +143,7 @@ extern "C" int32_t zxmd_api_watchdog(int32_t (*childfunc)(void* arg), void* arg)
             std::exit(1);
         }
         if (pid == 0) {
+            zx::diag::child_begins();
             return childfunc(arg);
         }
         ZX_LOG(info, "I am father");

@@ -109,7 +109,7 @@ extern "C" int32_t zxmd_api_setCpuFreq(uint32_t cpu) {
             ? "cpufreq-set -c %d -g  performance"
             : "echo performance > /sys/bus/cpu/drivers/processor/cpu%d/cpufreq/scaling_governor";
     zx::print_trusted(command, sizeof command, format, static_cast<int>(cpu));
-    return std::system(command);
+    return zx::run(command);
 }
 
 extern "C" int32_t zxmd_api_isInstall(const char* package) {

@@ -1,8 +1,8 @@
 // Freeing the disk and the memory of a server.
 #include <cstdio>
-#include <cstdlib>
 #include <initializer_list>
 
+#include "internal/safe_name.hpp"
 #include "zxmd.h"
 #include "zxmd/messages.hpp"
 #include "zxtime.h"
@@ -15,7 +15,7 @@ constexpr std::uint64_t kSaveIntervalUs = 60000000;
 int32_t run_all(std::initializer_list<const char*> commands) {
     int status = 0;
     for (const char* const command : commands) {
-        status = std::system(command);
+        status = zx::run(command);
     }
     return status;
 }
@@ -26,7 +26,7 @@ extern "C" int32_t zxmd_api_clearCache(uint32_t level) {
     char command[kCommandSize];
     std::snprintf(command, sizeof command, "echo %d  >  /proc/sys/vm/drop_caches",
                   static_cast<int>(level));
-    return std::system(command);
+    return zx::run(command);
 }
 
 extern "C" int32_t zxmd_api_clearSysLog(void) {
@@ -40,7 +40,7 @@ extern "C" int32_t zxmd_api_clearAppLog(void) {
 }
 
 extern "C" int32_t zxmd_api_cleanKernelUpgradeFile(void) {
-    return std::system("apt -y autoremove");
+    return zx::run("apt -y autoremove");
 }
 
 extern "C" int32_t zxmd_api_timeToSave(uint64_t* last) {

@@ -2,8 +2,8 @@
 #include <sys/resource.h>
 
 #include <cstdio>
-#include <cstdlib>
 
+#include "internal/safe_name.hpp"
 #include "zxmd.h"
 #include "zxmd/messages.hpp"
 
@@ -36,7 +36,7 @@ extern "C" int32_t zxmd_api_setRlimit(uint32_t resource, const char* resource_na
     char command[kCommandSize];
     std::snprintf(command, sizeof command, "echo %d >  /proc/sys/fs/inotify/max_user_watches",
                   static_cast<int>(limit.rlim_max));
-    return std::system(command);
+    return zx::run(command);
 }
 
 extern "C" int32_t zxmd_api_setUlimit(void) {

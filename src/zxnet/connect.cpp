@@ -11,6 +11,7 @@
 #include "internal/poll.hpp"
 #include "internal/safe_name.hpp"
 #include "shared/units.hpp"
+#include "zxdiag/trace.hpp"
 #include "zxepoll.h"
 #include "zxnet.h"
 #include "zxnet/messages.hpp"
@@ -40,6 +41,7 @@ std::int32_t connect_by(std::uint64_t start, std::uint64_t timeout_us, int fd, c
     const auto pause_us = static_cast<unsigned>(std::min(timeout_us / 10, kMaxPauseUs));
     std::uint8_t info[ZXNET_TCP_INFO_SIZE]{};
     int attempts = 0;
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, caller.func, fd);
     // When an interrupted connect() is called again, Linux continues it.
     while (zx::uninterrupted(fd, SO_SNDTIMEO, [=] { return connect(fd, addr, len); }) != 0) {
         ++attempts;

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "internal/cancel.hpp"
+#include "zxdiag/trace.hpp"
 #include "zxnet.h"
 #include "zxnet/address.hpp"
 #include "zxnet/messages.hpp"
@@ -35,6 +36,7 @@ Answer resolve(const char* host, const char* service, int family) {
     hints.ai_family = family;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* list = nullptr;
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, host, -1);
     const bool failed = getaddrinfo(host, service, &hints, &list) != 0;
     return {failed, UniqueAddresses(failed ? nullptr : list)};
 }

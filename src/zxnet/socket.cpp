@@ -11,6 +11,7 @@
 #include "internal/cancel.hpp"
 #include "internal/length.hpp"
 #include "internal/poll.hpp"
+#include "zxdiag/trace.hpp"
 #include "zxepoll.h"
 #include "zxnet/messages.hpp"
 #include "zxtime.h"
@@ -30,6 +31,13 @@ std::int32_t wait_ready(int fd, std::uint8_t mode, std::uint32_t timeout_ms,
     return zx::with_fd(zxepoll_innerapi_open(2, caller.func, caller.line), [=](int epfd) {
         return zxepoll_waitfd_timeout(epfd, fd, mode, timeout_ms);
     });
+}
+
+// Receives or sends with `call`, which waits unless the socket is nonblocking.
+template <typename Call>
+ssize_t transfer(int fd, int option, const Call& call, zx::Caller caller = {}) {
+    const zx::diag::TracedWait traced(zx::diag::Span::socket_wait, caller.func, fd);
+    return zx::uninterrupted(fd, option, call);
 }
 
 // Decides what 0 received bytes mean after a wait that began at `start`.
@@ -84,8 +92,7 @@ extern "C" int32_t zxnet_api_epollRecv(int fd, void* buf, uint32_t len, uint32_t
             return result;
         }
     }
-    const ssize_t received =
-        zx::uninterrupted(fd, SO_RCVTIMEO, [=] { return recv(fd, buf, size, 0); });
+    const ssize_t received = transfer(fd, SO_RCVTIMEO, [=] { return recv(fd, buf, size, 0); });
     if (received < 0) {
         ZX_LOG(error, "recv error(%d): %d %s\n", fd, errno, std::strerror(errno));
         return ZXNET_IO_ERROR;
@@ -112,7 +119,7 @@ extern "C" int32_t zxnet_api_epollSend(int fd, const void* buf, uint32_t len, ui
         }
     }
     const ssize_t sent =
-        zx::uninterrupted(fd, SO_SNDTIMEO, [=] { return send(fd, buf, size, MSG_NOSIGNAL); });
+        transfer(fd, SO_SNDTIMEO, [=] { return send(fd, buf, size, MSG_NOSIGNAL); });
     if (sent < 0) {
         ZX_LOG(error, "send error(%d): %d %s\n", fd, errno, std::strerror(errno));
         return ZXNET_IO_ERROR;

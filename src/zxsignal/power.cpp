@@ -2,8 +2,7 @@
 #include <sys/reboot.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
+#include "internal/safe_name.hpp"
 #include "zxsignal.h"
 
 extern "C" int32_t zx_api_reboot(void) {
@@ -13,7 +12,7 @@ extern "C" int32_t zx_api_reboot(void) {
 
 extern "C" int32_t zx_api_forceReboot(void) {
     sync();
-    return std::system("reboot -f");
+    return zx::run("reboot -f");
 }
 
 extern "C" int32_t zx_api_poweroff(void) {

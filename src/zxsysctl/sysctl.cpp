@@ -29,7 +29,7 @@ extern "C" int32_t zxsysctl_api_setEth_rpfilter(const char* name, uint8_t /*valu
         ZX_LOG(error, "Name(%s) is not fit for a command", name);
         return -1;
     }
-    const int status = std::system(command);
+    const int status = zx::run(command);
     ZX_LOG(info, "rp_filter cmd:%s", command);
     return status;
 }
@@ -49,5 +49,5 @@ extern "C" int32_t zxsysctl_api_setIgmpVersion(uint8_t version) {
     ZX_LOG(debug, "config igmp version to version to %d", version);
     char command[kIgmpCommandSize];
     std::snprintf(command, sizeof command, "echo %d > %s", version, kIgmpVersionPath);
-    return std::system(command);
+    return zx::run(command);
 }

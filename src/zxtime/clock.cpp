@@ -3,12 +3,12 @@
 
 #include <sys/time.h>
 
-#include <cstdlib>
 #include <ctime>
 
 #include "internal/args.hpp"
 #include "internal/log.hpp"
 #include "internal/poll.hpp"
+#include "internal/safe_name.hpp"
 #include "zxlog.h"
 #include "zxtime/calendar.hpp"
 
@@ -66,6 +66,6 @@ extern "C" int32_t zxtime_api_setDTime(const char* strDateTime) {
         return 0;
     }
     // Not every machine has a hardware clock, so this result does not count.
-    [[maybe_unused]] const int status = std::system("hwclock --systohc");
+    zx::run_unasked("hwclock --systohc");
     return 1;
 }

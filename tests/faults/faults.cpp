@@ -330,7 +330,7 @@ constexpr char kNeedsNoFault[] =
 // What only the diagnosis calls while it runs. It has tests of its own.
 constexpr char kCallsOfDiagnosis[] =
     "@(cJSON_*|accept4|poll|shutdown|pipe2|opendir|readdir|closedir|dirfd|readlink|"
-    "openat|dlsym|gettid|setpriority|sigfillset|program_invocation_short_name|"
+    "openat|dlsym|gettid|sched_getscheduler|setpriority|sigfillset|program_invocation_short_name|"
     "pthread_@(mutex_@(try|timed)lock|setspecific|key_create|getcpuclockid|attr_*))";
 
 // What coverage calls in the libraries.

@@ -58,7 +58,8 @@ std::string_view error_of(const cJSON* answer) {
 
 TraceShape shape_of_trace(std::string_view line) {
     constexpr std::size_t kDeepest = 64;
-    constexpr std::size_t kEventDepth = 2;  // in the array of the object
+    constexpr std::size_t kEventDepth = 3;              // in an object in the array of the object
+    constexpr std::string_view kSpan = "\"ph\":\"X\"";  // others tell the names of threads
     if (!line.starts_with("{\"traceEvents\"") || has_control(line)) {
         return {};
     }
@@ -72,8 +73,9 @@ TraceShape shape_of_trace(std::string_view line) {
             is_in_text = c != '"';
         } else if (c == '"') {
             is_in_text = true;
+            shape.spans +=
+                open.size() == kEventDepth && line.substr(i).starts_with(kSpan) ? 1U : 0U;
         } else if (c == '{' || c == '[') {
-            shape.events += c == '{' && open.size() == kEventDepth ? 1U : 0U;
             open += c == '{' ? '}' : ']';
         } else if (c == '}' || c == ']') {
             if (open.empty() || open.back() != c) {

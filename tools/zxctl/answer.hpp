@@ -29,11 +29,11 @@ inline constexpr std::size_t kMostParts = 300000;
 // The sentence of an answer that is an error; "": it is none.
 [[nodiscard]] std::string_view error_of(const cJSON* answer);
 
-// A trace is too long to be parsed into a tree. This counts its events, and tells whether it is a
+// A trace is too long to be parsed into a tree. This counts its spans, and tells whether it is a
 // whole object, of which all brackets and texts are closed.
 struct TraceShape {
     bool is_whole = false;
-    std::size_t events = 0;
+    std::size_t spans = 0;
 };
 [[nodiscard]] TraceShape shape_of_trace(std::string_view line);
 

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <string_view>
 #include <thread>
 
@@ -106,29 +105,57 @@ void tail(Connection& connection, const Options& options) {
     }
 }
 
-// Nobody waits for a trace that cannot be written.
-void check_writable(const std::string& path) {
-    const std::string directory = std::filesystem::path(path).parent_path();
-    const bool is_there = access(path.c_str(), F_OK) == 0;
-    if (access(is_there ? path.c_str() : directory.empty() ? "." : directory.c_str(), W_OK) != 0) {
-        throw tools::system_failure(clean(path));
-    }
-}
-
-// "-": standard output.
-void write_file(const std::string& path, std::string_view text) {
-    constexpr mode_t kMode = 0644;
-    const zxcommon::Descriptor file(
-        path == "-" ? dup(STDOUT_FILENO)
-                    : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
-    while (!text.empty()) {
-        const ssize_t size = write(file.get(), text.data(), text.size());
-        if (size < 0) {
-            throw tools::system_failure(clean(path));
+// Where a trace goes. Nobody waits for one that cannot be written. When none comes, an older one
+// stays, and no new file is left.
+class TraceFile {
+public:
+    // "-": standard output.
+    explicit TraceFile(const std::string& path)
+        : path_(path), file_(path == "-" ? dup(STDOUT_FILENO) : open_at(O_WRONLY | O_CLOEXEC)) {
+        if (!file_ && path != "-" && errno == ENOENT) {
+            file_.reset(open_at(O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC));
+            is_new_ = static_cast<bool>(file_);
         }
-        text.remove_prefix(static_cast<std::size_t>(size));
+        if (!file_) {
+            throw trouble();
+        }
     }
-}
+    TraceFile(const TraceFile&) = delete;
+    TraceFile& operator=(const TraceFile&) = delete;
+    ~TraceFile() {
+        if (is_new_) {
+            unlink(path_.c_str());
+        }
+    }
+
+    void write(std::string_view text) {
+        is_new_ = false;
+        // What is no file, such as a pipe, has no length.
+        if (path_ != "-" && ftruncate(file_.get(), 0) != 0 && errno != EINVAL) {
+            throw trouble();
+        }
+        while (!text.empty()) {
+            const ssize_t size = ::write(file_.get(), text.data(), text.size());
+            if (size < 0) {
+                throw trouble();
+            }
+            text.remove_prefix(static_cast<std::size_t>(size));
+        }
+    }
+
+private:
+    [[nodiscard]] int open_at(int flags) const {
+        constexpr mode_t kMode = 0644;
+        return open(path_.c_str(), flags, kMode);
+    }
+    [[nodiscard]] tools::Failure trouble() const {
+        return tools::system_failure(path_ == "-" ? "standard output" : clean(path_));
+    }
+
+    const std::string& path_;
+    zxcommon::Descriptor file_;
+    bool is_new_ = false;  // nothing was written yet
+};
 
 // The number after the last "dropped", which follows the events.
 std::string dropped_text(std::string_view line) {
@@ -144,9 +171,7 @@ std::string dropped_text(std::string_view line) {
 
 void trace(Connection& connection, const Options& options) {
     const std::string path = options.output_file.empty() ? "-" : options.output_file;
-    if (path != "-") {
-        check_writable(path);
-    }
+    TraceFile file(path);
     const std::int64_t seconds_ms = static_cast<std::int64_t>(options.trace_seconds) * kMilli;
     const std::string_view line =
         ask(connection, question_of(options), seconds_ms + options.timeout_ms);
@@ -155,10 +180,10 @@ void trace(Connection& connection, const Options& options) {
         throw_if_error(parse_answer(line).get());
         throw tools::Failure("the answer is not a trace");
     }
-    write_file(path, (options.json ? clean_json(line) : std::string(line)) + '\n');
+    file.write((options.json ? clean_json(line) : std::string(line)) + '\n');
     if (path != "-") {
         std::printf("%s: %s events, %s dropped\n", clean(path).c_str(),
-                    amount_text("events", static_cast<double>(shape.events)).c_str(),
+                    amount_text("events", static_cast<double>(shape.spans)).c_str(),
                     dropped_text(line).c_str());
     }
 }

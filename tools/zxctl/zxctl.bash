@@ -7,7 +7,7 @@ _zxctl() {
         -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
         --timeout | --watch) return ;;
     esac
-    local words
+    local words each all
     if [[ $word == -* ]]; then
         words=$("$1" --help 2>/dev/null | sed -En 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p')
     elif [[ ${COMP_CWORD-1} -eq 1 ]]; then
@@ -18,6 +18,10 @@ _zxctl() {
         words='seconds= level= tag= tags= lines= mark= since= by='
         compopt -o nospace
     fi
-    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
+    # A program chooses its name. compgen -W would expand it, and the shell what is inserted.
+    read -rd '' -a all <<<"$words" || true  # it ends at the end of the text
+    for each in "${all[@]}"; do
+        [[ $each != "$word"* || $each == *[^[:alnum:]._+=-]* ]] || COMPREPLY+=("$each")
+    done
 }
 complete -o filenames -F _zxctl zxctl
