@@ -11,7 +11,8 @@ work=$(mktemp -d)
 chmod 755 "$work"
 mkdir -m 777 "$work/vlc"
 pids=()
-trap 'kill "${pids[@]}" 2>/dev/null || true; rm -rf "$work"' EXIT
+# Killed players may still be writing.
+trap 'kill "${pids[@]}" 2>/dev/null || true; wait || true; rm -rf "$work"' EXIT
 
 # VLC refuses to run as root.
 as_nobody=(env)
