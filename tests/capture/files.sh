@@ -41,8 +41,8 @@ for file in "$work"/merged-*; do
 done
 echo "$readable files as pcapng, and $(echo "$work"/merged-* | wc -w) of them with tshark"
 ((readable >= 5))
-capinfos "$work/a.pcapng" | grep -q 'File timestamp precision: *nanoseconds (9)'
-capinfos "$work/a.pcapng" | grep -q 'Capture application: zxcapture'
+facts=$(capinfos "$work/a.pcapng")
+[[ $facts =~ File\ timestamp\ precision:\ *nanoseconds\ \(9\) && $facts == *'Capture application: zxcapture'* ]]
 
 # Frames of an hour and ten minutes, with enough of them for 3 MiB.
 python3 - "$work/all" <<'END'
