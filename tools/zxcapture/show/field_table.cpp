@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <numeric>
@@ -406,9 +407,12 @@ constexpr Field kFields[] = {
      [](const Headers& h, Values& v) { add(v, h.rtp.sender); }},
 };
 
-// How many letters must change, come or go to make one text of the other.
+// How many letters must change, come or go to make one text of the other. Of long texts, the
+// beginning counts.
 std::size_t edit_distance(std::string_view one, std::string_view other) {
-    std::vector<std::size_t> row(other.size() + 1);
+    constexpr std::size_t kMost = 63;
+    other = other.substr(0, kMost);
+    std::array<std::size_t, kMost + 1> row;
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < one.size(); ++i) {
         std::size_t diagonal = row[0];
@@ -419,7 +423,7 @@ std::size_t edit_distance(std::string_view one, std::string_view other) {
             row[k + 1] = std::min({changed, row[k] + 1, diagonal + 1});
         }
     }
-    return row.back();
+    return row[other.size()];
 }
 
 template <typename Number>
