@@ -160,7 +160,9 @@ std::vector<Sheet> Conversations::sheets(bool is_summary) const {
     for (const Map::Entry& entry : connections_.entries()) {
         sheet.rows.push_back(row_of(entry.value, is_summary));
     }
-    return {sheet};
+    std::vector<Sheet> sheets;
+    sheets.push_back(std::move(sheet));  // an initializer list would copy it
+    return sheets;
 }
 
 std::string Conversations::headline(bool) const {
