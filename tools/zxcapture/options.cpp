@@ -224,13 +224,15 @@ TablesForm tables_form(const Options& options, const Flags& flags) {
 std::string complaint_about(const Flags& flags, bool stdout_taken) {
     const bool has_tables = flags.streams || flags.conversations;
     const bool has_fields = !flags.fields.empty() || (flags.json && !has_tables);
-    const int forms = int{flags.dump} + int{flags.quiet} + int{flags.streams} +
-                      int{flags.conversations} + int{!flags.extract.empty()} + int{has_fields};
+    const bool given[] = {
+        flags.dump, flags.quiet, flags.streams, flags.conversations, !flags.extract.empty(),
+        has_fields};
+    const auto forms = std::ranges::count(given, true);
     if (forms > 1) {
         return "give only one of --dump, --quiet, --streams, --conversations, --extract, and "
                "--json or --fields";
     }
-    if (stdout_taken && forms > int{flags.quiet} && flags.extract.empty()) {
+    if (stdout_taken && forms > (flags.quiet ? 1 : 0) && flags.extract.empty()) {
         return "--write - needs standard output for the capture file";
     }
     return "";
