@@ -188,6 +188,14 @@ def times(folder):
     assert (flow["packets"], flow["gap_least_us"], flow["gap_most_us"]) == (5, 500000, 9700000), flow
 
 
+def many_ports(folder):
+    """Flows that differ in the source port alone cost no more than others."""
+    write_pcap(folder + "/ports.pcap", [(n, udp_frame(b"", "8.8.8.8", n)) for n in range(60000)])
+    before = os.times().children_user
+    run(CAPTURE, "--read", folder + "/ports.pcap", "--streams")
+    assert os.times().children_user - before < 1, "more than 16 us a frame"
+
+
 def continuity(folder):
     """Packets of one PID are taken out, sent twice and three times; the programme is known."""
     packets = [each[at:at + PACKET] for each in messages() for at in range(0, len(each), PACKET)]
@@ -338,6 +346,7 @@ with tempfile.TemporaryDirectory() as work:
         assert agrees_with_tshark([media + name for name in sorted(os.listdir(media)) if ".pcap" in name]) > 2
     agrees_with_capinfos(work)
     times(work)
+    many_ports(work)
     continuity(work)
     extraction(work)
     network(work)
