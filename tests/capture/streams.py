@@ -14,6 +14,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import zlib
 
 CAPTURE, SAMPLE = sys.argv[1:3]
 PACKET = 188
@@ -223,6 +224,32 @@ def continuity(folder):
          for each in shown], stream["programmes"]
 
 
+def section(table, number, body):
+    """With the CRC of ISO/IEC 13818-1, which takes the bits in the other order than zlib."""
+    content = struct.pack(">BHHBBB", table, 0xB000 | 9 + len(body), number, 0xC1, 0, 0) + body
+    turned = bytes(int(f"{byte:08b}"[::-1], 2) for byte in content)
+    return content + struct.pack(">I", int(f"{zlib.crc32(turned) ^ 0xFFFFFFFF:032b}"[::-1], 2))
+
+
+def table_packets(pid, content, counter=0):
+    parts = [(b"\0" + content)[at:at + 184].ljust(184, b"\xff") for at in range(0, len(content) + 1, 184)]
+    return [struct.pack(">BHB", 0x47, pid | (n == 0) << 14, 0x10 | n + counter) + part for n, part in enumerate(parts)]
+
+
+def maps(folder):
+    """Maps of three packets come at the same time, each packet twice; a map moves to another PID."""
+    parts = b"".join(struct.pack(">BHH", 0x1B, 0xE100 + n, 0xF064) + bytes(100) for n in range(4))
+    made = [section(2, n, struct.pack(">HH", 0xE100, 0xF000) + parts) for n in (1, 2, 3)]
+    lists = [section(0, 1, struct.pack(">6H", 1, 0xE021, 2, 0xE022, 3, pid)) for pid in (0xE023, 0xE024)]
+    pairs = zip(table_packets(0x21, made[0]), table_packets(0x22, made[1]))
+    packets = table_packets(0, lists[0]) + [packet for pair in pairs for packet in pair for _ in range(2)] \
+        + table_packets(0, lists[1], 1) + table_packets(0x24, made[2])
+    write_pcap(folder + "/maps.pcap", [(n, udp_frame(packet, "239.0.0.10")) for n, packet in enumerate(packets)])
+    found = flows(folder + "/maps.pcap")["239.0.0.10"]["ts"]["programmes"]
+    assert [(each["number"], each["pmt_pid"], len(each["parts"])) for each in found] == \
+        [(1, 0x21, 4), (2, 0x22, 4), (3, 0x24, 4)], found
+
+
 def extraction(folder):
     """The sample comes back from RTP in disorder, with RTCP between, and from one of two sources."""
     all_frames = []
@@ -351,5 +378,6 @@ with tempfile.TemporaryDirectory() as work:
     times(work)
     many_ports(work)
     continuity(work)
+    maps(work)
     extraction(work)
     network(work)
