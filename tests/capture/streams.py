@@ -33,12 +33,16 @@ def rtp(sequence, timestamp, sender, kind, payload):
     return struct.pack(">BBHII", 0x80, kind, sequence % 65536, timestamp % 2**32, sender) + payload
 
 
-def udp_frame(payload, dest, source_port=5000, vlan=None):
+def ip_frame(protocol, content, dest, vlan=None, source="10.0.0.2"):
     tag = b"" if vlan is None else struct.pack(">HH", 0x8100, vlan)
+    header = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(content), 0, 0x4000, 16, protocol, 0,
+                         socket.inet_aton(source), socket.inet_aton(dest))
+    return bytes.fromhex("01005e00000102000000000a") + tag + b"\x08\x00" + header + content
+
+
+def udp_frame(payload, dest, source_port=5000, vlan=None):
     udp = struct.pack(">HHHH", source_port, 1234, 8 + len(payload), 0) + payload
-    header = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(udp), 0, 0x4000, 16, 17, 0,
-                         socket.inet_aton("10.0.0.2"), socket.inet_aton(dest))
-    return bytes.fromhex("01005e00000102000000000a") + tag + b"\x08\x00" + header + udp
+    return ip_frame(17, udp, dest, vlan)
 
 
 def write_pcap(path, frames):
@@ -252,6 +256,21 @@ def maps(folder):
         [(1, 0x21, 4), (2, 0x22, 4), (3, 0x24, 4)], found
 
 
+def members(folder):
+    """A host is in a group while it takes at least one source: what the records of IGMPv3 leave."""
+    histories = [(True, (5, "12"), (6, "1")), (False, (5, "12"), (6, "1"), (6, "2")), (False, (3, "12"), (6, "21")),
+                 (True, (4, ""), (6, "1")), (False, (4, ""), (3, "1"), (6, "1")), (True, (3, "1"), (3, "23"), (6, "12"))]
+    frames = []
+    for number, (_, *records) in enumerate(histories):
+        for kind, sources in records:
+            record = struct.pack(">BBH4B", kind, 0, len(sources), 239, 0, 1, number)
+            record += b"".join(bytes([10, 0, 0, int(source)]) for source in sources)
+            frames.append((len(frames), ip_frame(2, bytes.fromhex("2200000000000001") + record, "224.0.0.22")))
+    write_pcap(folder + "/members.pcap", frames)
+    joined = {each["group"]: each["joined"] for each in objects(folder + "/members.pcap")[-1]["members"]}
+    assert joined == {f"239.0.1.{number}": each[0] for number, each in enumerate(histories)}, joined
+
+
 def extraction(folder):
     """The sample comes back from RTP in disorder, with RTCP between, and from one of two sources."""
     all_frames = []
@@ -339,9 +358,7 @@ def send(has_netem):
     for n in (1, 2, 4, 3, 5):
         raw.send(udp_frame(rtp(n, n, 9, 33, messages()[0]), "239.0.0.7", vlan=20))
     report = bytes.fromhex("1600f900") + socket.inet_aton("239.0.0.7")
-    raw.send(bytes.fromhex("01005e00000702000000000b810000140800")
-             + struct.pack(">BBHHHBBH4s4s", 0x45, 0, 28, 0, 0, 1, 2, 0, socket.inet_aton("10.0.0.3"),
-                           socket.inet_aton("239.0.0.7")) + report)
+    raw.send(ip_frame(2, report, "239.0.0.7", 20, "10.0.0.3"))
     member = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for group in ("239.0.0.5", "239.0.0.6"):
         request = socket.inet_aton(group) + socket.inet_aton("10.1.0.1")
@@ -381,5 +398,6 @@ with tempfile.TemporaryDirectory() as work:
     many_ports(work)
     continuity(work)
     maps(work)
+    members(work)
     extraction(work)
     network(work)
