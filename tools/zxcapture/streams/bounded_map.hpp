@@ -81,11 +81,17 @@ private:
         return count;
     }
 
+    // Each bit changes all others: the last step of SplitMix64.
+    static std::uint64_t mix(std::uint64_t word) {
+        word = (word ^ word >> 30U) * 0xBF58476D1CE4E5B9U;
+        word = (word ^ word >> 27U) * 0x94D049BB133111EBU;
+        return word ^ word >> 31U;
+    }
+
     Entry*& place_of(const Key& key) {
         std::uint64_t mixed = seed_;
         for (const std::uint64_t word : key) {
-            mixed = (mixed ^ word) * 0x9E3779B97F4A7C15U;
-            mixed ^= mixed >> 32U;
+            mixed = mix(mixed ^ word);
         }
         return places_[mixed & (places_.size() - 1)];
     }
@@ -119,7 +125,8 @@ private:
     }
 
     const std::size_t most_;
-    const std::uint64_t seed_ = std::random_device{}();
+    const std::uint64_t seed_ =
+        std::uint64_t{std::random_device{}()} << 32U | std::random_device{}();
     std::vector<Entry*> places_;
     std::deque<Entry> entries_;
     Entry* newest_ = nullptr;

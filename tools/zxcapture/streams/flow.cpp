@@ -25,7 +25,7 @@ std::optional<Rtp> rtp_of(std::span<const std::uint8_t> payload, std::size_t mis
 bool follows(const RtpHead& head, const RtpHead& before) {
     const int step = static_cast<std::int16_t>(head.sequence - before.sequence);
     constexpr int kMost = RtpSource::kLargestStep;
-    return head.sender == before.sender && step != 0 && step > -kMost && step < kMost;
+    return step != 0 && step > -kMost && step < kMost;
 }
 
 }  // namespace
@@ -128,22 +128,36 @@ void Flow::add_payload(const Frame& frame, const Packet& packet, std::int64_t no
 }
 
 void Flow::add_rtp(const RtpHead& head, std::int64_t now_us, const Parts& parts) {
-    if (!is_rtp_ && waiting_ != 0 && follows(head, waiting_head_)) {
+    if (!is_rtp_ && await(head, now_us)) {
         is_rtp_ = true;
-        other_packets_ = packets_ - 1 - waiting_;
-        for (; waiting_ != 0; --waiting_) {
-            feed(waiting_head_, waiting_us_, parts);
+        other_packets_ = packets_ - 1;
+        for (const Waiting& each : waiting_) {
+            other_packets_ -= each.count;
+            for (std::uint32_t i = 0; i < each.count; ++i) {
+                feed(each.head, each.us, parts);
+            }
         }
     }
     if (is_rtp_) {
         feed(head, now_us, parts);
-        return;
     }
-    const bool is_same = waiting_ != 0 && head.sender == waiting_head_.sender &&
-                         head.sequence == waiting_head_.sequence;
-    waiting_ = is_same ? waiting_ + 1 : 1;
-    waiting_head_ = head;
-    waiting_us_ = now_us;
+}
+
+// True: one that waits is from the same source. Otherwise this one waits from now on.
+bool Flow::await(const RtpHead& head, std::int64_t now_us) {
+    auto its = std::ranges::find_if(waiting_, [&](const Waiting& each) {
+        return each.count != 0 && each.head.sender == head.sender;
+    });
+    if (its == waiting_.end()) {
+        std::ranges::move_backward(waiting_.begin(), waiting_.end() - 1, waiting_.end());
+        its = waiting_.begin();
+        its->count = 0;
+    } else if (follows(head, its->head)) {
+        return true;
+    }
+    const bool is_same = its->count != 0 && head.sequence == its->head.sequence;
+    *its = {head, now_us, is_same ? its->count + 1 : 1};
+    return false;
 }
 
 void Flow::feed(const RtpHead& head, std::int64_t now_us, const Parts& parts) const {

@@ -80,6 +80,7 @@ private:
     void add_payload(const Frame& frame, const Packet& packet, std::int64_t now_us,
                      const Parts& parts);
     void add_rtp(const RtpHead& head, std::int64_t now_us, const Parts& parts);
+    [[nodiscard]] bool await(const RtpHead& head, std::int64_t now_us);
     void feed(const RtpHead& head, std::int64_t now_us, const Parts& parts) const;
 
     std::uint32_t number_ = 0;
@@ -103,11 +104,16 @@ private:
     unsigned idle_seconds_ = 0;
 
     // Nothing in a datagram says for certain that it is RTP. So the last one that looks like it
-    // waits for another from the same source, with a number close to its own.
+    // waits for another from the same source, with a number close to its own. Several sources may
+    // take turns.
+    struct Waiting {
+        RtpHead head;
+        std::int64_t us = 0;
+        std::uint32_t count = 0;  // how often it has come
+    };
+    static constexpr std::size_t kMostWaiting = 4;
     bool is_rtp_ = false;
-    std::uint32_t waiting_ = 0;  // how often it has come
-    RtpHead waiting_head_;
-    std::int64_t waiting_us_ = 0;
+    std::array<Waiting, kMostWaiting> waiting_{};  // the newest source first
     std::uint64_t other_packets_ = 0;
 
     TransportStream stream_;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 
 #include "packet/groups.hpp"
 #include "streams/flow.hpp"
@@ -18,6 +19,18 @@ struct Member {
     std::int64_t last_us = 0;   // the last report
     std::uint64_t reports = 0;
     std::uint16_t sources = 0;  // that the last report names
+
+    // What the host takes: from all sources, but for some, or from these alone.
+    static constexpr std::size_t kMostSources = 64;
+    bool takes_all = false;
+    bool takes_others = false;  // that had no room, or were not captured
+    std::set<Address> taken;
+
+    void follow(const GroupRecord& record);
+
+private:
+    void allow(const GroupRecord& record);
+    void block(const GroupRecord& record);
 };
 
 class Members {

@@ -103,11 +103,11 @@ RtpSource::Place RtpSource::place_outside(std::uint16_t sequence) {
 // RFC 3550, section 6.4.1.
 void RtpSource::add_jitter(const RtpHead& head, std::int64_t now_us) {
     if (has_time_) {
-        const double arrival = static_cast<double>(now_us - last_us_) * clock_rate_ / 1e6;
-        const auto sent = static_cast<std::int32_t>(head.timestamp - last_timestamp_);
-        jitter_ += (std::fabs(arrival - sent) - jitter_) / 16;
-        jitter_most_ = std::max(jitter_most_, jitter_);
-        jitter_sum_ += jitter_;
+        const auto arrival_us = static_cast<double>(now_us - last_us_);
+        const auto ticks = static_cast<std::int32_t>(head.timestamp - last_timestamp_);
+        jitter_us_ += (std::fabs(arrival_us - ticks * 1e6 / clock_rate_) - jitter_us_) / 16;
+        jitter_most_us_ = std::max(jitter_most_us_, jitter_us_);
+        jitter_sum_us_ += jitter_us_;
         ++jitter_count_;
     }
     has_time_ = true;

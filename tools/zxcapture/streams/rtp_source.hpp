@@ -51,10 +51,10 @@ public:
     [[nodiscard]] std::uint64_t strays() const { return strays_; }
     [[nodiscard]] std::uint8_t payload_type() const { return payload_type_; }
     [[nodiscard]] std::uint32_t clock_rate() const { return clock_rate_; }
-    [[nodiscard]] double jitter_us() const { return in_us(jitter_); }
-    [[nodiscard]] double jitter_most_us() const { return in_us(jitter_most_); }
+    [[nodiscard]] double jitter_us() const { return jitter_us_; }
+    [[nodiscard]] double jitter_most_us() const { return jitter_most_us_; }
     [[nodiscard]] double jitter_mean_us() const {
-        return jitter_count_ == 0 ? 0 : in_us(jitter_sum_ / static_cast<double>(jitter_count_));
+        return jitter_count_ == 0 ? 0 : jitter_sum_us_ / static_cast<double>(jitter_count_);
     }
 
 private:
@@ -66,9 +66,6 @@ private:
     void go_on(std::uint16_t sequence, unsigned step);
     void add_jitter(const RtpHead& head, std::int64_t now_us);
     [[nodiscard]] std::uint64_t lost_in_run() const { return last_ + 1 - first_ - in_run_; }
-    [[nodiscard]] double in_us(double ticks) const {
-        return clock_rate_ == 0 ? 0 : ticks * 1e6 / clock_rate_;
-    }
 
     std::uint64_t packets_ = 0;
     std::uint64_t disordered_ = 0;
@@ -90,9 +87,10 @@ private:
     bool has_time_ = false;
     std::int64_t last_us_ = 0;
     std::uint32_t last_timestamp_ = 0;
-    double jitter_ = 0;
-    double jitter_most_ = 0;
-    double jitter_sum_ = 0;
+    // Not in ticks: another payload type may have another clock.
+    double jitter_us_ = 0;
+    double jitter_most_us_ = 0;
+    double jitter_sum_us_ = 0;
     std::uint64_t jitter_count_ = 0;
 };
 

@@ -93,7 +93,9 @@ void TransportStream::add_packet(Bytes packet, std::uint32_t number, Pids& pids)
     ++entry->value.packets;
     entry->value.scrambled += (packet[3] & 0xC0U) != 0 ? 1U : 0U;
     check_continuity(packet, entry->value);
-    if (pid == kAssociationPid || (tables_ != nullptr && tables_->map_pids.test(pid))) {
+    const bool has_table =
+        pid == kAssociationPid || (tables_ != nullptr && tables_->map_pids.test(pid));
+    if (has_table && !entry->value.is_repeated) {
         add_table_part(packet, pid);
     }
 }
@@ -125,31 +127,45 @@ void TransportStream::add_table_part(Bytes packet, std::uint16_t pid) {
     if (tables_ == nullptr) {
         tables_ = std::make_unique<Tables>();
     }
+    Section* const begun = section_of(pid);
     const bool begins = (packet[1] & 0x40U) != 0;
-    if (!begins) {
-        continue_section(pid, payload);
-        return;
-    }
     // The pointer tells where a section begins; one that has begun earlier ends there.
-    const std::size_t before = payload[0];
-    payload = payload.subspan(1);
+    const std::size_t before = begins ? payload[0] : payload.size();
+    payload = payload.subspan(begins ? 1 : 0);
     if (before > payload.size()) {
         return;
     }
-    continue_section(pid, payload.first(before));
-    tables_->section.pid = pid;
-    tables_->section.size = 0;
+    if (begun != nullptr) {
+        continue_section(*begun, payload.first(before));
+        begun->size = begins ? 0 : begun->size;
+    }
     if (before < payload.size() && payload[before] != kStuffing) {
-        tables_->section.bytes[tables_->section.size++] = payload[before];
-        continue_section(pid, payload.subspan(before + 1));
+        continue_section(begin_section(pid), payload.subspan(before));
     }
 }
 
-void TransportStream::continue_section(std::uint16_t pid, Bytes bytes) {
-    Section& section = tables_->section;
-    if (section.pid != pid || section.size == 0) {
-        return;
+TransportStream::Section* TransportStream::section_of(std::uint16_t pid) {
+    const auto its = std::ranges::find_if(tables_->sections, [&](const Section& section) {
+        return section.pid == pid && section.size != 0;
+    });
+    return its == tables_->sections.end() ? nullptr : &*its;
+}
+
+// The PID has none.
+TransportStream::Section& TransportStream::begin_section(std::uint16_t pid) {
+    std::vector<Section>& sections = tables_->sections;
+    auto its = std::ranges::find(sections, 0U, &Section::size);
+    if (its == sections.end() && sections.size() < kMostSections) {
+        its = sections.emplace(its);
+    } else if (its == sections.end()) {
+        its = sections.begin() + static_cast<long>(tables_->next_section++ % kMostSections);
+        its->size = 0;
     }
+    its->pid = pid;
+    return *its;
+}
+
+void TransportStream::continue_section(Section& section, Bytes bytes) {
     const std::size_t size = std::min(bytes.size(), Section::kLargest - section.size);
     std::copy_n(bytes.begin(), size, section.bytes.begin() + static_cast<long>(section.size));
     section.size += size;
@@ -161,7 +177,7 @@ void TransportStream::continue_section(std::uint16_t pid, Bytes bytes) {
         if (whole > section.size) {
             return;
         }
-        take_section(pid, Bytes(section.bytes).first(whole));
+        take_section(section.pid, Bytes(section.bytes).first(whole));
         std::copy(section.bytes.begin() + static_cast<long>(whole),
                   section.bytes.begin() + static_cast<long>(section.size), section.bytes.begin());
         section.size -= whole;
@@ -195,14 +211,18 @@ void TransportStream::take_associations(Bytes section) {
     for (std::size_t at = kSectionFixed; at + 4 + kCrcSize <= section.size(); at += 4) {
         const std::uint16_t number = tools::load_be16(&section[at]);
         const std::uint16_t pid = pid_at(&section[at + 2]);
-        const bool is_known = std::ranges::any_of(
-            programmes(), [&](const Programme& its) { return its.number == number; });
-        if (number != 0 && !is_known && tables.programme_count < kMostProgrammes) {
-            tables.programmes[tables.programme_count] = Programme{};
-            tables.programmes[tables.programme_count].number = number;
-            tables.programmes[tables.programme_count++].map_pid = pid;
-            tables.map_pids.set(pid);
+        const auto known = std::span(tables.programmes).first(tables.programme_count);
+        const auto its = std::ranges::find(known, number, &Programme::number);
+        const bool is_new = its == known.end();
+        if (number == 0 || (is_new ? known.size() == kMostProgrammes : its->map_pid == pid)) {
+            continue;
         }
+        // A map that moves is another one.
+        Programme& programme = is_new ? tables.programmes[tables.programme_count++] : *its;
+        programme = Programme{};
+        programme.number = number;
+        programme.map_pid = pid;
+        tables.map_pids.set(pid);
     }
 }
 

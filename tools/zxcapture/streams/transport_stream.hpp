@@ -8,6 +8,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "streams/bounded_map.hpp"
 
@@ -47,6 +48,7 @@ class TransportStream {
 public:
     static constexpr std::size_t kPacketSize = 188;
     static constexpr std::size_t kMostProgrammes = 32;
+    static constexpr std::size_t kMostSections = 8;  // that come at the same time
 
     // `captured` is the beginning of a payload of `size` bytes. A payload that is no transport
     // stream is a loss of synchronism once packets have come. `number` tells the streams apart.
@@ -83,15 +85,18 @@ private:
         std::size_t programme_count = 0;
         std::array<Programme, kMostProgrammes> programmes{};
         std::bitset<8192> map_pids{};
-        Section section{};
-        std::uint8_t version = 0xFF;  // of the PAT
+        std::vector<Section> sections;  // each of another PID, and those that wait for one
+        std::size_t next_section = 0;   // is given up when there are too many
+        std::uint8_t version = 0xFF;    // of the PAT
     };
     using Bytes = std::span<const std::uint8_t>;
 
     void add_packet(Bytes packet, std::uint32_t number, Pids& pids);
     void check_continuity(Bytes packet, Pid& pid);
     void add_table_part(Bytes packet, std::uint16_t pid);
-    void continue_section(std::uint16_t pid, Bytes bytes);
+    Section& begin_section(std::uint16_t pid);
+    Section* section_of(std::uint16_t pid);
+    void continue_section(Section& section, Bytes bytes);
     void take_section(std::uint16_t pid, Bytes section);
     void take_associations(Bytes section);
     void take_map(std::uint16_t pid, Bytes section);
