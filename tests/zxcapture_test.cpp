@@ -160,7 +160,11 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {with(kSyn, 46, {0x70}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kQuery, 38, {0, 19}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         {with(kQuery, 38, {0, 7}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
-        // Captures that end just before or after a header.
+        // Frames that end within a header, and captures that end just before or after one.
+        {from_hex(kMacs, 13), "? > ? ? 13 malformed"},
+        {Bytes(kSyn.begin(), kSyn.begin() + 33), macs + "IPv4 33 malformed"},
+        {Bytes(kSyn.begin(), kSyn.begin() + 33), macs + "IPv4 33 malformed", 20},
+        {Bytes(kArp.begin(), kArp.begin() + 41), to_all + "ARP 41 malformed"},
         {kSyn, "? > ? ? 58 truncated: 13 of 58 bytes", 13},
         {kSyn, macs + "IPv4 58 truncated: 14 of 58 bytes", 14},
         {kSyn, macs + "IPv4 58 truncated: 33 of 58 bytes", 33},

@@ -42,10 +42,16 @@ public:
 private:
     // False, with the flaw noted, when fewer bytes were captured.
     bool has(std::size_t size) {
-        if (frame_.bytes.size() < size) {
-            packet_.flaw = Flaw::truncated;
+        const bool is_there = frame_.bytes.size() >= size;
+        if (!is_there) {
+            packet_.flaw = flaw_without(size);
         }
-        return frame_.bytes.size() >= size;
+        return is_there;
+    }
+
+    // The flaw of a header that was not captured: it may be too long for the whole frame, too.
+    [[nodiscard]] Flaw flaw_without(std::size_t needed) const {
+        return needed > frame_.length ? Flaw::malformed : Flaw::truncated;
     }
 
     void add_link() {
@@ -280,7 +286,7 @@ private:
     // The flaw of a header that needs the frame up to `needed`.
     [[nodiscard]] Flaw flaw_before(std::size_t needed) const {
         return needed > packet_.network_end   ? Flaw::malformed
-               : needed > frame_.bytes.size() ? Flaw::truncated
+               : needed > frame_.bytes.size() ? flaw_without(needed)
                                               : Flaw::none;
     }
 

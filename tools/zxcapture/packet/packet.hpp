@@ -33,8 +33,8 @@ enum class Depth : std::uint8_t { none, link, network, transport };
 
 enum class Flaw : std::uint8_t {
     none,
-    truncated,  // a header ends after the captured bytes
-    malformed,  // a header contradicts the one around it
+    truncated,  // a header ends after the captured bytes, and before the end of the frame
+    malformed,  // a header contradicts the one around it, or ends after the frame
 };
 
 enum class Network : std::uint8_t { none, arp, ipv4, ipv6 };
