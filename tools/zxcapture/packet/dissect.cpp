@@ -36,6 +36,9 @@ public:
 
     Packet run() {
         add_link();
+        if (ends_after_frame()) {
+            packet_.flaw = Flaw::malformed;
+        }
         return packet_;
     }
 
@@ -157,6 +160,9 @@ private:
             packet_.network = Network::arp;
         }
     }
+
+    // Whether the length in the header of IP is a lie.
+    [[nodiscard]] bool ends_after_frame() const { return packet_.network_end > frame_.length; }
 
     // The length is 0 in a packet that the interface will segment.
     void set_end(std::size_t length) {
@@ -317,7 +323,7 @@ private:
         const std::size_t size = is_tcp ? std::size_t{4} * (header[12] / 16) : fixed;
         const std::size_t udp_size = is_tcp ? size : tools::load_be16(header + 4);
         const bool udp_ends_outside = at + udp_size > end && !packet_.first_fragment;
-        packet_.flaw = size < fixed || udp_size < fixed || udp_ends_outside || end > frame_.length
+        packet_.flaw = size < fixed || udp_size < fixed || udp_ends_outside || ends_after_frame()
                            ? Flaw::malformed
                            : flaw_before(at + size);
         if (packet_.flaw != Flaw::malformed) {
