@@ -6,6 +6,7 @@
 
 #include "common/big_endian.hpp"
 #include "packet/checksum.hpp"
+#include "packet/flaw.hpp"
 #include "packet/groups.hpp"
 #include "packet/icmp.hpp"
 #include "packet/names.hpp"
@@ -119,9 +120,6 @@ void add_groups(Text& text, Groups& groups, bool is_mld, bool is_verbose) {
     if (count > kMostGroups && !is_verbose) {
         text << " and " << count - kMostGroups << " more";
     }
-    if (groups.is_cut()) {
-        text << " cut short";
-    }
 }
 
 void add_rtp(Text& text, const Frame& frame, const Packet& packet, bool is_verbose) {
@@ -149,9 +147,10 @@ void add_extent(Text& text, const Frame& frame, const Packet& packet) {
     } else if (packet.payload != 0) {
         text << " payload " << packet.payload;
     }
-    if (packet.flaw == Flaw::truncated) {
+    const Flaw flaw = flaw_of(frame, packet);
+    if (flaw == Flaw::truncated) {
         text << " truncated: " << frame.bytes.size() << " of " << frame.length << " bytes";
-    } else if (packet.flaw == Flaw::malformed) {
+    } else if (flaw == Flaw::malformed) {
         text << " malformed";
     }
 }
