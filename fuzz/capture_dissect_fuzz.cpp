@@ -53,8 +53,11 @@ void check_places(const Frame& frame, const Packet& packet) {
     }
     if (packet.has_ports() && packet.flaw == Flaw::none) {
         require(packet.payload_at <= captured, "a header without a flaw was captured");
-        require(packet.network_end <= frame.length, "a packet without a flaw fits the frame");
     }
+    require(packet.flaw == Flaw::malformed || packet.network_end <= frame.length,
+            "a packet that is not malformed fits the frame");
+    require(packet.flaw != Flaw::truncated || captured < frame.length,
+            "only what was captured in part is truncated");
     if (packet.flaw != Flaw::malformed) {
         require(packet.payload_at + std::uint64_t{packet.payload} <= packet.network_end,
                 "the payload");

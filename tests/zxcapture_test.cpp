@@ -100,6 +100,10 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
     const std::string zeros(26, '0');
     const std::string kIps = "0a000001 0a000002";
     const std::string kPair = "10.0.0.1 > 10.0.0.2 ";
+    const std::string kSolicits = "neighbour solicitation to fe80::1";
+    const auto solicit = [&](const std::string& option) {
+        return ipv6("3a", "8700 0000 00000000 fe80" + zeros + "01" + option);
+    };
     const std::string macs = kMacA + " > " + kMacB + " ";
     const std::string to_all = kMacA + " > ff:ff:ff:ff:ff:ff ";
     const struct {
@@ -134,8 +138,6 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {ipv4("01", kIps, "0800 0000 0007 0009"), kPair + "ICMP 42 echo request id 7 sequence 9"},
         {ipv4("01", kIps, "0304 0000 0000 05dc"),
          kPair + "ICMP 42 unreachable: fragmentation needed, at most 1500"},
-        {ipv6("3a", "8700 0000 00000000 fe80" + zeros + "01"),
-         "::1 > ::2 ICMPv6 78 neighbour solicitation to fe80::1"},
         {ipv4("02", kIps, "1600 0000 e0010203"), kPair + "IGMP 42 v2 join 224.1.2.3"},
         {ipv4("02", kIps, "1100 0000 00000000 02000000"), kPair + "IGMP 46 v3 query"},
         {ipv4("02", kIps,
@@ -144,7 +146,15 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
          kPair + "IGMP 78 v3 join 224.1.1.1 (to exclude), leave 224.1.1.2 (to include),"
                  " join 224.1.1.3 (allow, 1 source), join 224.1.1.4 (exclude)"},
         {ipv4("02", kIps, "2200 0000 0000 0002 0400 0000 e0010101"),
-         kPair + "IGMP 50 v3 join 224.1.1.1 (to exclude) cut short"},
+         kPair + "IGMP 50 v3 join 224.1.1.1 (to exclude) malformed"},
+        {ipv4("02", kIps, "2200 0000 0000 0001 0400 0001 e0010101 0a000001"),
+         kPair + "IGMP 54 v3 join 224.1.1.1 (to exclude, 1 source) truncated: 53 of 54 bytes", 53},
+        {solicit("0101 020000000001"), "::1 > ::2 ICMPv6 86 " + kSolicits},
+        {solicit("0100 020000000001"), "::1 > ::2 ICMPv6 86 " + kSolicits + " malformed"},
+        {solicit("0102 020000000001"), "::1 > ::2 ICMPv6 86 " + kSolicits + " malformed"},
+        {solicit("0101 020000000001"),
+         "::1 > ::2 ICMPv6 86 " + kSolicits + " truncated: 85 of 86 bytes", 85},
+        {with(kSyn, 54, {2, 5}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {ipv6("3a", "8400 0000 0000 0000 ff0e" + zeros + "01"),
          "::1 > ::2 ICMPv6 78 MLDv1 leave ff0e::1"},
         // RTP, with a tag inside a tag.
@@ -157,10 +167,18 @@ TEST_F(CaptureLine, ShowsWhatIsThereOfEveryKindOfFrame) {
         {with(kSyn, 14, {0x44}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
         {with(kSyn, 16, {0, 39}), "192.168.1.10 > 10.0.0.1 TCP 58 malformed"},
         {with(kSyn, 16, {0, 99}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
+        {with(ipv4("01", kIps, "0800 0000 0007 0009"), 16, {0, 99}),
+         kPair + "ICMP 42 echo request id 7 sequence 9 malformed"},
+        {with(kSyn, 16, {0, 99, 0, 0, 0x20, 2}),
+         "192.168.1.10 > 10.0.0.1 TCP 58 fragment at 16 of id 0 malformed"},
         {with(kSyn, 46, {0x70}), "192.168.1.10:43210 > 10.0.0.1:80 TCP 58 [SYN] malformed"},
         {with(kQuery, 38, {0, 19}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
         {with(kQuery, 38, {0, 7}), "10.0.0.2:5353 > 10.0.0.3:53 UDP 52 malformed"},
-        // Captures that end just before or after a header.
+        // Frames that end within a header, and captures that end just before or after one.
+        {from_hex(kMacs, 13), "? > ? ? 13 malformed"},
+        {Bytes(kSyn.begin(), kSyn.begin() + 33), macs + "IPv4 33 malformed"},
+        {Bytes(kSyn.begin(), kSyn.begin() + 33), macs + "IPv4 33 malformed", 20},
+        {Bytes(kArp.begin(), kArp.begin() + 41), to_all + "ARP 41 malformed"},
         {kSyn, "? > ? ? 58 truncated: 13 of 58 bytes", 13},
         {kSyn, macs + "IPv4 58 truncated: 14 of 58 bytes", 14},
         {kSyn, macs + "IPv4 58 truncated: 33 of 58 bytes", 33},

@@ -65,6 +65,24 @@ def plant(path):
         add(ms, (1, 1004), b, SYN, 40)
     add(4000, (1, 1003), b, SYN, 31000)
     add(4001, b, (1, 1003), SYN | ACK, 90, 31001)
+    # Two connections of the same ports, of which only the server's half was captured; then two of
+    # which the second SYN is missing; then one that is accepted when it tries again.
+    for ms, n, m in ((4100, 50, 60), (4200, 5000, 6000)):
+        add(ms, b, (1, 1006), SYN | ACK, m, n + 1)
+        add(ms + 10, b, (1, 1006), FIN | ACK, m + 1, n + 1)
+    add(4300, (1, 1007), b, SYN, 70)
+    add(4301, b, (1, 1007), SYN | ACK, 80, 71)
+    add(4302, (1, 1007), b, RST, 71)
+    add(4400, b, (1, 1007), SYN | ACK, 8000, 7001)
+    add(4401, (1, 1007), b, ACK, 7001, 8001)
+    add(4500, (1, 1008), b, SYN, 90)
+    add(4501, b, (1, 1008), RST | ACK, 0, 91)
+    add(4600, (1, 1008), b, SYN, 90)
+    add(4601, b, (1, 1008), SYN | ACK, 300, 91)
+    # Of the first one, only the client's half was captured; of the second one, only the server's.
+    add(4700, (1, 1009), b, SYN, 100)
+    add(4701, (1, 1009), b, RST, 101)
+    add(4800, b, (1, 1009), SYN | ACK, 400, 501)
     # The client asks twice whether the server is there, then sends its last byte again, which was
     # never acknowledged.
     a, b = (201, 1005), (202, 80)
@@ -83,6 +101,13 @@ PLANTED = [(1001, "open", [7], 25000, [30000, 10000], [1, 0, 0, 0], [0, 0, 0, 0]
            (1003, "reset", [], None, [], [0, 0, 0, 0], [0, 0, 1, 0]),
            (1003, "open", [], None, [], [0, 0, 0, 0], [0, 0, 0, 0]),
            (1004, "half-seen", [], None, [], [2, 0, 0, 0], [0, 0, 0, 0]),
+           (1006, "half-seen", [], None, [], [0, 0, 0, 0], [0, 0, 0, 0]),
+           (1006, "half-seen", [], None, [], [0, 0, 0, 0], [0, 0, 0, 0]),
+           (1007, "reset", [], None, [], [0, 0, 1, 0], [0, 0, 0, 0]),
+           (1007, "open", [], None, [], [0, 0, 0, 0], [0, 0, 0, 0]),
+           (1008, "reset", [], None, [], [1, 0, 0, 0], [0, 0, 1, 0]),
+           (1009, "half-seen", [], None, [], [0, 0, 0, 0], [0, 0, 0, 0]),
+           (1009, "reset", [], None, [], [0, 0, 1, 0], [0, 0, 0, 0]),
            (1005, "open", [], None, [10000], [1, 0, 0, 0], [0, 0, 0, 0])]
 
 
@@ -98,7 +123,7 @@ def check(path):
         trips = [up["round_trip_most_us"], up["round_trip_least_us"]][:up["round_trips"]] if "round_trips" in up else []
         got.append((one["client_port"], one["state"], one["vlans"], one.get("handshake_us"), trips,
                     [up[name] for name in WAY[2:]], [down[name] for name in WAY[2:]]))
-    def order(row): return (row[0], row[1] == "open")
+    def order(row): return row[:2]
     for expected, found in zip(sorted(PLANTED, key=order), sorted(got, key=order), strict=True):
         if expected != found:
             sys.exit(f"planted {expected}, but zxcapture found {found}")

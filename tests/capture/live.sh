@@ -81,6 +81,11 @@ counted '2 seen, 2 passed, 136 bytes'
 tshark -r "$work/tagged" -T fields -e ieee8021ad.id -e vlan.id 2>/dev/null | tr '\t' ' ' >"$work/tags"
 [[ $(cat "$work/tags") == $'100 200\n 100,200' ]] || fail "other tags: $(cat "$work/tags")"
 
+start -i any -e -c 1 udp
+send 239.1.1.1 1234 1 1
+finish ''
+grep -q 'multicast interface port .* 0x0800 ' "$work/lines" || fail "no name: $(cat "$work/lines")"
+
 # The loopback interface shows each frame once.
 start -i any -w "$work/any" udp
 send 239.1.1.1 1234 30 100000

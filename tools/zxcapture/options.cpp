@@ -267,6 +267,7 @@ void set_forms(const Flags& flags, Options& options) {
                                  Clock::since_line, Clock::day,  Clock::since_first};
     options.time.clock = kClocks[std::min(flags.time, std::size(kClocks) - 1)];
     options.time.date |= flags.time == 4;
+    options.line.is_live = !options.live.interface.empty();
     options.line.hex = flags.hex == 0   ? HexForm::none
                        : flags.hex == 1 ? HexForm::packet
                                         : HexForm::frame;

@@ -40,6 +40,7 @@ enum class HexForm { none, packet, frame };
 struct LineForm {
     bool verbose = false;  // fields of IP and TCP, and checksums
     bool link = false;     // the addresses and the type of the link
+    bool is_live = false;  // the frames are from this host, whose interfaces have names
     HexForm hex = HexForm::none;
 };
 

@@ -36,16 +36,25 @@ public:
 
     Packet run() {
         add_link();
+        if (ends_after_frame()) {
+            packet_.flaw = Flaw::malformed;
+        }
         return packet_;
     }
 
 private:
     // False, with the flaw noted, when fewer bytes were captured.
     bool has(std::size_t size) {
-        if (frame_.bytes.size() < size) {
-            packet_.flaw = Flaw::truncated;
+        const bool is_there = frame_.bytes.size() >= size;
+        if (!is_there) {
+            packet_.flaw = flaw_without(size);
         }
-        return frame_.bytes.size() >= size;
+        return is_there;
+    }
+
+    // The flaw of a header that was not captured: it may be too long for the whole frame, too.
+    [[nodiscard]] Flaw flaw_without(std::size_t needed) const {
+        return needed > frame_.length ? Flaw::malformed : Flaw::truncated;
     }
 
     void add_link() {
@@ -151,6 +160,9 @@ private:
             packet_.network = Network::arp;
         }
     }
+
+    // Whether the length in the header of IP is a lie.
+    [[nodiscard]] bool ends_after_frame() const { return packet_.network_end > frame_.length; }
 
     // The length is 0 in a packet that the interface will segment.
     void set_end(std::size_t length) {
@@ -280,7 +292,7 @@ private:
     // The flaw of a header that needs the frame up to `needed`.
     [[nodiscard]] Flaw flaw_before(std::size_t needed) const {
         return needed > packet_.network_end   ? Flaw::malformed
-               : needed > frame_.bytes.size() ? Flaw::truncated
+               : needed > frame_.bytes.size() ? flaw_without(needed)
                                               : Flaw::none;
     }
 
@@ -311,7 +323,7 @@ private:
         const std::size_t size = is_tcp ? std::size_t{4} * (header[12] / 16) : fixed;
         const std::size_t udp_size = is_tcp ? size : tools::load_be16(header + 4);
         const bool udp_ends_outside = at + udp_size > end && !packet_.first_fragment;
-        packet_.flaw = size < fixed || udp_size < fixed || udp_ends_outside || end > frame_.length
+        packet_.flaw = size < fixed || udp_size < fixed || udp_ends_outside || ends_after_frame()
                            ? Flaw::malformed
                            : flaw_before(at + size);
         if (packet_.flaw != Flaw::malformed) {

@@ -33,8 +33,8 @@ enum class Depth : std::uint8_t { none, link, network, transport };
 
 enum class Flaw : std::uint8_t {
     none,
-    truncated,  // a header ends after the captured bytes
-    malformed,  // a header contradicts the one around it
+    truncated,  // a header ends after the captured bytes, and before the end of the frame
+    malformed,  // a header contradicts the one around it, or ends after the frame
 };
 
 enum class Network : std::uint8_t { none, arp, ipv4, ipv6 };
@@ -72,7 +72,7 @@ inline constexpr std::size_t kMostExtensions = 16;  // IPv6 extension headers; m
 // Places count from the start of the frame. What a depth or a kind does not have is 0.
 struct Packet {
     Depth depth = Depth::none;  // the innermost header that is present
-    Flaw flaw = Flaw::none;     // in the next one, in an extension header, or in the TCP options
+    Flaw flaw = Flaw::none;     // in the next one, or in a length; flaw_of() looks deeper
     Network network = Network::none;
     Transport transport = Transport::none;
 

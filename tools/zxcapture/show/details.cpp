@@ -6,6 +6,7 @@
 
 #include "common/big_endian.hpp"
 #include "packet/checksum.hpp"
+#include "packet/flaw.hpp"
 #include "packet/groups.hpp"
 #include "packet/icmp.hpp"
 #include "packet/names.hpp"
@@ -119,9 +120,6 @@ void add_groups(Text& text, Groups& groups, bool is_mld, bool is_verbose) {
     if (count > kMostGroups && !is_verbose) {
         text << " and " << count - kMostGroups << " more";
     }
-    if (groups.is_cut()) {
-        text << " cut short";
-    }
 }
 
 void add_rtp(Text& text, const Frame& frame, const Packet& packet, bool is_verbose) {
@@ -149,9 +147,10 @@ void add_extent(Text& text, const Frame& frame, const Packet& packet) {
     } else if (packet.payload != 0) {
         text << " payload " << packet.payload;
     }
-    if (packet.flaw == Flaw::truncated) {
+    const Flaw flaw = flaw_of(frame, packet);
+    if (flaw == Flaw::truncated) {
         text << " truncated: " << frame.bytes.size() << " of " << frame.length << " bytes";
-    } else if (packet.flaw == Flaw::malformed) {
+    } else if (flaw == Flaw::malformed) {
         text << " malformed";
     }
 }
@@ -239,8 +238,18 @@ void add_checksum(Text& text, const Frame& frame, const Packet& packet) {
     }
 }
 
+void add_interface(Text& text, std::uint32_t index, InterfaceNames* interfaces) {
+    const std::string_view name = interfaces != nullptr ? interfaces->find(index) : "";
+    text << " interface ";
+    if (name.empty()) {
+        text << index;
+    } else {
+        text << name;
+    }
+}
+
 // The header that Linux writes in place of any other: where a frame goes, and one address.
-void add_cooked_link(Text& text, const Frame& frame) {
+void add_cooked_link(Text& text, const Frame& frame, InterfaceNames* interfaces) {
     constexpr std::string_view kWays[] = {"in", "broadcast", "multicast", "other", "out"};
     const bool is_new = frame.link == DLT_LINUX_SLL2;
     const std::uint8_t* const header = frame.bytes.data();
@@ -248,7 +257,7 @@ void add_cooked_link(Text& text, const Frame& frame) {
     const unsigned size = is_new ? header[11] : tools::load_be16(header + 4);
     text << (way < std::size(kWays) ? kWays[way] : "?");
     if (is_new) {
-        text << " interface " << tools::load_be32(header + 4);
+        add_interface(text, tools::load_be32(header + 4), interfaces);
     }
     if (size == ZXFRAME_MAC_SIZE) {
         text << ' ' << Mac{header + (is_new ? 12 : 6)};
@@ -296,13 +305,13 @@ void add_details(Text& text, const Frame& frame, const Packet& packet, bool is_v
     }
 }
 
-void add_link(Text& text, const Frame& frame, const Packet& packet) {
+void add_link(Text& text, const Frame& frame, const Packet& packet, InterfaceNames* interfaces) {
     if (packet.has_macs) {
         const std::uint8_t* const macs = frame.bytes.data();
         text << Mac{macs + ZXFRAME_MAC_SIZE} << " > " << Mac{macs};
     } else if (packet.depth != Depth::none &&
                (frame.link == DLT_LINUX_SLL || frame.link == DLT_LINUX_SLL2)) {
-        add_cooked_link(text, frame);
+        add_cooked_link(text, frame, interfaces);
     } else {
         return;
     }

@@ -9,6 +9,7 @@
 #include <numeric>
 
 #include "common/big_endian.hpp"
+#include "packet/flaw.hpp"
 #include "zxframe.h"
 
 namespace capture {
@@ -231,8 +232,8 @@ constexpr Field kFields[] = {
     // the fields of a header may be missing or wrong.
     {"zx.flaw", Layer::frame, Notation::flaw, kOne, "truncated (by the capture) or malformed",
      [](const Headers& h, Values& v) {
-         if (h.packet.flaw != Flaw::none) {
-             add(v, h.packet.flaw == Flaw::truncated ? 0 : 1);
+         if (const Flaw flaw = flaw_of(h.frame, h.packet); flaw != Flaw::none) {
+             add(v, flaw == Flaw::truncated ? 0 : 1);
          }
      }},
 

@@ -77,7 +77,7 @@ std::string_view Line::print(const Frame& frame, const Packet& packet) {
     text_.clear();
     add_time(frame.time);
     if (form_.link) {
-        add_link(text_, frame, packet);
+        add_link(text_, frame, packet, form_.is_live ? &interfaces_ : nullptr);
     }
     std::size_t start = text_.size();
     add_source(text_, frame, packet);

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "options.hpp"
+#include "show/interface_names.hpp"
 #include "show/printer.hpp"
 #include "show/text.hpp"
 
@@ -35,6 +36,7 @@ private:
     std::optional<time_t> second_;  // that second_text_ shows
     std::string second_text_;
     std::optional<timespec> start_;  // the line before, or the first one
+    InterfaceNames interfaces_;
     Text text_;
 };
 

@@ -151,8 +151,16 @@ void Connection::follow_handshake(const Tcp& tcp, bool from_client, std::int64_t
 }
 
 bool Connection::is_begun_again_by(const Packet& packet, const Tcp& tcp) const {
-    const Way& way = ways_[is_from_client(packet) ? 0 : 1];
-    return tcp.has(kSyn) && !tcp.has(kAck) && way.frames != 0 && way.first_sequence != tcp.sequence;
+    const bool from_client = is_from_client(packet);
+    const Way& way = ways_[from_client ? 0 : 1];
+    const Way& other = ways_[from_client ? 1 : 0];
+    const bool is_over = other.resets != 0 || other.is_finished;
+    const bool is_other =
+        way.frames != 0 ? way.first_sequence != tcp.sequence : tcp.has(kAck) && is_over;
+    // A refused client may try the same SYN again, and be accepted.
+    const bool is_answer =
+        tcp.has(kAck) && other.frames != 0 && tcp.acknowledgment == other.first_sequence + 1;
+    return tcp.has(kSyn) && is_other && !is_answer;
 }
 
 void Connection::end_second(double seconds) {

@@ -95,7 +95,8 @@ public:
 
     void add(const Frame& frame, const Packet& packet, const Tcp& tcp, std::int64_t now_us);
 
-    // Whether this segment begins another connection between the same ports.
+    // Whether this segment begins another connection between the same ports: a SYN, or the answer
+    // to one that was not captured.
     [[nodiscard]] bool is_begun_again_by(const Packet& packet, const Tcp& tcp) const;
 
     void end_second(double seconds);
