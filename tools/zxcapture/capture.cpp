@@ -24,7 +24,7 @@
 namespace capture {
 namespace {
 
-std::unique_ptr<Printer> printer_for(const Options& options) {
+std::unique_ptr<Printer> printer_for(const Options& options, const Source& source) {
     switch (options.form) {
         case Form::line:
             return std::make_unique<Line>(options.time, options.line);
@@ -41,7 +41,8 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<TablesPrinter>(std::make_unique<Conversations>(),
                                                    options.tables, "--conversations");
         case Form::extract:
-            return std::make_unique<Extract>(options.extracted_flow, options.writing.path);
+            return std::make_unique<Extract>(options.extracted_flow, options.writing.path,
+                                             source.file_id());
         default:
             return nullptr;
     }
@@ -78,7 +79,7 @@ Session::Session(const Options& options)
     : options_(options),
       source_(source_for(options)),
       filter_(options.wanted),
-      printer_(printer_for(options)) {
+      printer_(printer_for(options, *source_)) {
     if (!options.writing.path.empty() && options.form != Form::extract) {
         files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }

@@ -1,4 +1,4 @@
-// Where the bytes of a capture file go. Only whole records are written, so at any moment the file
+// Where the bytes of a capture file or a transport stream go. Only whole records are written, so at any moment the file
 // is one that can be read.
 #pragma once
 
