@@ -78,8 +78,7 @@ private:
 Session::Session(const Options& options)
     : options_(options),
       source_(source_for(options)),
-      filter_(options.wanted),
-      printer_(printer_for(options, *source_)) {
+      filter_(options.wanted) {
     if (!options.writing.path.empty() && options.form != Form::extract) {
         files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
@@ -87,6 +86,7 @@ Session::Session(const Options& options)
         std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n",
                      options.live.interface.c_str());
     }
+    printer_ = printer_for(options, *source_);  // it may draw on the screen from now on
 }
 
 void Session::run() {
