@@ -84,3 +84,9 @@ same all both-*
 
 # A reader that is slow gets everything.
 "$capture" -q -r all -w - | (sleep 0.3; cat) | cmp - <("$capture" -r all -w - 2>/dev/null)
+
+# While a pipe pauses, also within a frame, an object a second comes.
+objects() { "$capture" -r "$1" --streams --json 2>/dev/null | wc -l; }
+head -c 2093 all >two  # frames
+paused=$(objects <(head -c 1500 two; sleep 2.2; tail -c +1501 two))
+((paused > $(objects two))) || fail "no objects while a pipe pauses: $paused"

@@ -64,6 +64,7 @@ public:
     void print_counts();
 
 private:
+    void idle();
     bool handle(const Frame& frame);
 
     const Options& options_;
@@ -76,9 +77,7 @@ private:
 };
 
 Session::Session(const Options& options)
-    : options_(options),
-      source_(source_for(options)),
-      filter_(options.wanted) {
+    : options_(options), source_(source_for(options)), filter_(options.wanted) {
     if (!options.writing.path.empty() && options.form != Form::extract) {
         files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
@@ -89,7 +88,16 @@ Session::Session(const Options& options)
     printer_ = printer_for(options, *source_);  // it may draw on the screen from now on
 }
 
+// There is no frame for now.
+void Session::idle() {
+    if (printer_) {
+        printer_->refresh(output_);
+    }
+    flush();
+}
+
 void Session::run() {
+    source_->on_idle([this] { idle(); });
     const bool is_screen_free = options_.form == Form::none || isatty(STDOUT_FILENO) == 0;
     Progress progress(is_screen_free && isatty(STDERR_FILENO) == 1);
     Frame frame;
@@ -97,13 +105,6 @@ void Session::run() {
         const Got got = source_->next(frame);
         if (got == Got::end) {
             break;
-        }
-        if (got == Got::nothing) {
-            if (printer_) {
-                printer_->refresh(output_);
-            }
-            flush();
-            continue;
         }
         counts_.add_seen();
         if (got == Got::frame && !handle(frame)) {

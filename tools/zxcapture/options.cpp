@@ -212,9 +212,9 @@ void define_streams(CLI::App& app, Flags& flags) {
         });
 }
 
-// A table is live as long as frames may come: those of a file are there at once.
+// A table is live as long as frames may come: those of a regular file are there at once.
 TablesForm tables_form(const Options& options, const Flags& flags) {
-    const bool is_live = options.input_file.empty() || options.input_file == "-";
+    const bool is_live = options.input_file.empty() || !is_regular_file(options.input_file);
     return flags.json                              ? TablesForm::json
            : is_live && isatty(STDOUT_FILENO) == 1 ? TablesForm::live
                                                    : TablesForm::summary;
