@@ -27,7 +27,7 @@ Examples:
   zxcapture --interface eth0 --mac 00:11:22:aa:bb:cc --count 100 --write part.pcap
   ssh host tcpdump -w - | zxcapture --read - --quiet
 
-A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C) and SIGTERM end it.
+A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C), SIGTERM and SIGHUP end it.
 
 At the end, zxcapture prints the number of frames to standard error, or to standard output with
 --quiet.)";
