@@ -323,7 +323,8 @@ TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
     EXPECT_EQ(run("-r " + path, "| head -n 1"), 0);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
     EXPECT_EQ(err, "");
-    for (const char* const option : {">/dev/full", "-q >/dev/full", "-q -w /dev/full"}) {
+    for (const char* const option : {">/dev/full", "-q >/dev/full", "-q -w /dev/full",
+                                     "-D >/dev/full", "--list-fields >/dev/full"}) {
         EXPECT_EQ(run("-r " + path + " " + option), 1);
         EXPECT_THAT(err, HasSubstr("zxcapture: cannot write "));
     }
@@ -375,6 +376,8 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IP address"},
         {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is not a MAC address"},
         {reading + " --port 65536", "--port: Value 65536 not in range"},
+        {reading + " -c -1", "'-1' is not a number from 1 to 18446744073709551615"},
+        {reading + " -c 99999999999999999999999", "is not a number from 1"},
         {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
         {reading + " -w " + file, "while reading from it"},
         {"-r " + folder + "ring0 -C 1 -W 2 -w " + folder + "ring", "while reading from it"},

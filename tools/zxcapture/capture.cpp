@@ -168,14 +168,24 @@ void Session::print_counts() {
     }
 }
 
+void print_list(const std::string& list) {
+    try {
+        Output output(STDOUT_FILENO);
+        output.add(list);
+        output.flush();
+    } catch (const OutputClosed&) {
+        return;  // its reader has enough
+    }
+}
+
 }  // namespace
 
 void run(const Options& options) {
-    if (options.lists_interfaces) {
-        std::fputs(list_interfaces().c_str(), stdout);
+    install_stop_handlers();
+    if (options.lists_fields || options.lists_interfaces) {
+        print_list(options.lists_fields ? field_list() : list_interfaces());
         return;
     }
-    install_stop_handlers();
     Session session(options);
     std::optional<tools::Failure> failure;
     const auto attempt = [&](void (Session::*step)()) {
