@@ -65,6 +65,8 @@ const std::string kSegment = "a8ca 0050 00000000 00000000 6002 0000 00000000 020
 const std::string kDatagram = "14e9 0035 0012 0000 61207175657374696f6e";  // "a question"
 const Bytes kSyn = ipv4("06", "c0a8010a 0a000001", kSegment);
 const Bytes kQuery = ipv4("11", "0a000002 0a000003", kDatagram);
+const Bytes kStream =  // a packet of a transport stream
+    ipv4("11", "0a000002 0a000003", "14e9 0035 00c4 0000 471fff10" + std::string(368, '0'));
 const Bytes kArp = from_hex(
     "ffffffffffff 02000000000a 0806 000108000604 0001 02000000000a 0a000001 000000000000 "
     "0a000002");
@@ -339,10 +341,23 @@ TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
     EXPECT_EQ(run("-r " + path, "| head -n 1"), 0);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
     EXPECT_EQ(err, "");
-    for (const char* const option : {">/dev/full", "-q >/dev/full", "-q -w /dev/full"}) {
+    for (const char* const option : {">/dev/full", "-q >/dev/full", "-q -w /dev/full",
+                                     "-D >/dev/full", "--list-fields >/dev/full"}) {
         EXPECT_EQ(run("-r " + path + " " + option), 1);
         EXPECT_THAT(err, HasSubstr("zxcapture: cannot write "));
     }
+}
+
+TEST_F(CaptureProgram, ExtractsAStream) {
+    const std::string path = write("file", {kStream, kStream});
+    const std::string before = content_of(path);
+    const std::string extract = "-r " + path + " --extract 10.0.0.3:53 -w ";
+    EXPECT_EQ(run(extract + path), 1);
+    EXPECT_THAT(err, HasSubstr("while reading from it"));
+    EXPECT_EQ(content_of(path), before);
+    EXPECT_EQ(run(extract + "-"), 0);
+    EXPECT_EQ(out.size(), 2 * 188);
+    EXPECT_EQ(out.substr(188), before.substr(before.size() - 188));
 }
 
 // Real files of many kinds, some of them broken.
@@ -379,6 +394,8 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
         {reading + " --ip 10.0.0.1,10.0.0", "'10.0.0' is not an IP address"},
         {reading + " --mac 1:2:3:4:5:6", "'1:2:3:4:5:6' is not a MAC address"},
         {reading + " --port 65536", "--port: Value 65536 not in range"},
+        {reading + " -c -1", "'-1' is not a number from 1 to 18446744073709551615"},
+        {reading + " -c 99999999999999999999999", "is not a number from 1"},
         {reading + " --ip 1.1.1.1 --dest-ip 1.1.1.1", "--ip excludes --dest-ip"},
         {reading + " -w " + file, "while reading from it"},
         {"-r " + folder + "ring0 -C 1 -W 2 -w " + folder + "ring", "while reading from it"},

@@ -84,3 +84,20 @@ same all both-*
 
 # A reader that is slow gets everything.
 "$capture" -q -r all -w - | (sleep 0.3; cat) | cmp - <("$capture" -r all -w - 2>/dev/null)
+
+# While a pipe pauses, also within a frame, an object a second comes.
+objects() { "$capture" -r "$1" --streams --json 2>/dev/null | wc -l; }
+head -c 2093 all >two  # frames
+paused=$(objects <(head -c 1500 two; sleep 2.2; tail -c +1501 two))
+((paused > $(objects two))) || fail "no objects while a pipe pauses: $paused"
+
+# A reader that has stopped reading does not hold up the end.
+mkfifo stuck
+exec 3<>stuck
+for writing in "" "-w -"; do
+    "$capture" -r all $writing >stuck 2>/dev/null &
+    sleep 0.5
+    kill -HUP $!
+    timeout 10 tail --pid=$! -f /dev/null || { kill -KILL $!; fail "does not end: $writing"; }
+    wait $!
+done

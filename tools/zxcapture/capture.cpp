@@ -24,7 +24,7 @@
 namespace capture {
 namespace {
 
-std::unique_ptr<Printer> printer_for(const Options& options) {
+std::unique_ptr<Printer> printer_for(const Options& options, const Source& source) {
     switch (options.form) {
         case Form::line:
             return std::make_unique<Line>(options.time, options.line);
@@ -41,7 +41,8 @@ std::unique_ptr<Printer> printer_for(const Options& options) {
             return std::make_unique<TablesPrinter>(std::make_unique<Conversations>(),
                                                    options.tables, "--conversations");
         case Form::extract:
-            return std::make_unique<Extract>(options.extracted_flow, options.writing.path);
+            return std::make_unique<Extract>(options.extracted_flow, options.writing.path,
+                                             source.file_id());
         default:
             return nullptr;
     }
@@ -63,6 +64,7 @@ public:
     void print_counts();
 
 private:
+    void idle();
     bool handle(const Frame& frame);
 
     const Options& options_;
@@ -75,10 +77,7 @@ private:
 };
 
 Session::Session(const Options& options)
-    : options_(options),
-      source_(source_for(options)),
-      filter_(options.wanted),
-      printer_(printer_for(options)) {
+    : options_(options), source_(source_for(options)), filter_(options.wanted) {
     if (!options.writing.path.empty() && options.form != Form::extract) {
         files_.emplace(options.writing, options.selection.snapshot_length, *source_);
     }
@@ -86,9 +85,19 @@ Session::Session(const Options& options)
         std::fprintf(stderr, "capturing from %s; press Ctrl-C to end\n",
                      options.live.interface.c_str());
     }
+    printer_ = printer_for(options, *source_);  // it may draw on the screen from now on
+}
+
+// There is no frame for now.
+void Session::idle() {
+    if (printer_) {
+        printer_->refresh(output_);
+    }
+    flush();
 }
 
 void Session::run() {
+    source_->on_idle([this] { idle(); });
     const bool is_screen_free = options_.form == Form::none || isatty(STDOUT_FILENO) == 0;
     Progress progress(is_screen_free && isatty(STDERR_FILENO) == 1);
     Frame frame;
@@ -96,13 +105,6 @@ void Session::run() {
         const Got got = source_->next(frame);
         if (got == Got::end) {
             break;
-        }
-        if (got == Got::nothing) {
-            if (printer_) {
-                printer_->refresh(output_);
-            }
-            flush();
-            continue;
         }
         counts_.add_seen();
         if (got == Got::frame && !handle(frame)) {
@@ -166,14 +168,24 @@ void Session::print_counts() {
     }
 }
 
+void print_list(const std::string& list) {
+    try {
+        Output output(STDOUT_FILENO);
+        output.add(list);
+        output.flush();
+    } catch (const OutputClosed&) {
+        return;  // its reader has enough
+    }
+}
+
 }  // namespace
 
 void run(const Options& options) {
-    if (options.lists_interfaces) {
-        std::fputs(list_interfaces().c_str(), stdout);
+    install_stop_handlers();
+    if (options.lists_fields || options.lists_interfaces) {
+        print_list(options.lists_fields ? field_list() : list_interfaces());
         return;
     }
-    install_stop_handlers();
     Session session(options);
     std::optional<tools::Failure> failure;
     const auto attempt = [&](void (Session::*step)()) {

@@ -27,7 +27,7 @@ Examples:
   zxcapture --interface eth0 --mac 00:11:22:aa:bb:cc --count 100 --write part.pcap
   ssh host tcpdump -w - | zxcapture --read - --quiet
 
-A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C) and SIGTERM end it.
+A live capture needs root or the capability CAP_NET_RAW. SIGINT (Ctrl-C), SIGTERM and SIGHUP end it.
 
 At the end, zxcapture prints the number of frames to standard error, or to standard output with
 --quiet.)";
@@ -97,7 +97,6 @@ void define_filters(CLI::App& app, Wanted& wanted) {
 struct Flags {
     bool dump = false;
     bool json = false;
-    bool list_fields = false;
     bool quiet = false;
     bool numeric = false;  // as it always is
     std::size_t time = 0;  // how often each was given
@@ -141,7 +140,7 @@ std::string validate_field(const std::string& name) {
     return sentence + "; --list-fields prints all";
 }
 
-void define_fields(CLI::App& app, Flags& flags) {
+void define_fields(CLI::App& app, Options& options, Flags& flags) {
     app.add_flag("--json", flags.json, "Print a JSON object for each frame, with its fields");
     app.add_option(
            "--fields", flags.fields,
@@ -150,7 +149,7 @@ void define_fields(CLI::App& app, Flags& flags) {
         ->delimiter(',')
         ->allow_extra_args(false)
         ->check(validate_field);
-    app.add_flag("--list-fields", flags.list_fields, "Print the names of all fields and exit");
+    app.add_flag("--list-fields", options.lists_fields, "Print the names of all fields and exit");
 }
 
 // The fields that are wanted: those that are named, or all. JSON has each one once.
@@ -212,9 +211,9 @@ void define_streams(CLI::App& app, Flags& flags) {
         });
 }
 
-// A table is live as long as frames may come: those of a file are there at once.
+// A table is live as long as frames may come: those of a regular file are there at once.
 TablesForm tables_form(const Options& options, const Flags& flags) {
-    const bool is_live = options.input_file.empty() || options.input_file == "-";
+    const bool is_live = options.input_file.empty() || !is_regular_file(options.input_file);
     return flags.json                              ? TablesForm::json
            : is_live && isatty(STDOUT_FILENO) == 1 ? TablesForm::live
                                                    : TablesForm::summary;
@@ -258,7 +257,11 @@ void define_output(CLI::App& app, Options& options, Flags& flags) {
         ->option_text(kNoText);
     app.add_option("-c,--count", options.max_frames, "End after N frames have passed")
         ->option_text("N")
-        ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX));
+        ->check([](const std::string& text) {
+            return tools::parse_number(text).value_or(0) != 0
+                       ? ""
+                       : "'" + text + "' is not a number from 1 to " + std::to_string(UINT64_MAX);
+        });
 }
 
 // How often -t and -X are given says what they mean.
@@ -374,7 +377,7 @@ Options parse_options(int argc, char** argv) {
     tools::define_common(app, zxcommon_api_version());
     define_sources(app, options);
     define_output(app, options, flags);
-    define_fields(app, flags);
+    define_fields(app, options, flags);
     define_files(app, options.writing);
     define_streams(app, flags);
     define_filters(app, options.wanted);
@@ -384,11 +387,8 @@ Options parse_options(int argc, char** argv) {
     app.footer(kNotes);
     tools::parse(app, {argv + 1, argv + argc});
 
-    if (flags.list_fields) {
-        std::fputs(field_list().c_str(), stdout);
-        std::exit(EXIT_SUCCESS);
-    }
-    if (options.input_file.empty() && options.live.interface.empty() && !options.lists_interfaces) {
+    const bool only_lists = options.lists_fields || options.lists_interfaces;
+    if (options.input_file.empty() && options.live.interface.empty() && !only_lists) {
         tools::exit_misused(app,
                             "give a capture file (--read FILE) or an interface (--interface NAME)");
     }

@@ -46,6 +46,7 @@ struct LineForm {
 
 struct Options {
     bool lists_interfaces = false;  // and nothing else
+    bool lists_fields = false;      // likewise
     std::string input_file;         // "-": standard input; empty: a live capture
     Live live;
     Selection selection;

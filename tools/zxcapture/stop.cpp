@@ -20,6 +20,11 @@ void install_stop_handlers() {
     action.sa_handler = on_signal;  // without SA_RESTART, so that system calls end
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction before {};
+    sigaction(SIGHUP, nullptr, &before);
+    if (before.sa_handler != SIG_IGN) {  // as nohup has it
+        sigaction(SIGHUP, &action, nullptr);
+    }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
 }

@@ -1,6 +1,10 @@
 #include "show/output.hpp"
 
+#include <limits.h>
+#include <poll.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "common/failure.hpp"
 #include "stop.hpp"
@@ -9,8 +13,31 @@ namespace capture {
 namespace {
 
 constexpr std::size_t kFull = 64U << 10U;
+constexpr int kPatienceMs = 1000;
 
 }  // namespace
+
+bool write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        std::size_t size = bytes.size();
+        if (stop_requested()) {
+            pollfd reader{fd, POLLOUT, 0};
+            if (poll(&reader, 1, kPatienceMs) == 0) {
+                throw OutputClosed();
+            }
+            size = std::min<std::size_t>(size, PIPE_BUF);  // a pipe with room takes it at once
+        }
+        const ssize_t count = write(fd, bytes.data(), size);
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno == EPIPE) {
+            throw OutputClosed();
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
 
 Output::Output(int fd) : fd_(fd) {
     buffer_.reserve(2 * kFull);
@@ -24,20 +51,11 @@ void Output::add(std::string_view text) {
 }
 
 void Output::flush() {
-    std::size_t done = 0;
-    while (done < buffer_.size()) {
-        const ssize_t written = write(fd_, buffer_.data() + done, buffer_.size() - done);
-        if (written >= 0) {
-            done += static_cast<std::size_t>(written);
-        } else if (errno == EPIPE || (errno == EINTR && stop_requested())) {
-            buffer_.clear();
-            throw OutputClosed();
-        } else if (errno != EINTR) {
-            buffer_.clear();
-            throw tools::system_failure("cannot write to standard output");
-        }
-    }
+    const bool is_written = write_all(fd_, buffer_);
     buffer_.clear();
+    if (!is_written) {
+        throw tools::system_failure("cannot write to standard output");
+    }
 }
 
 }  // namespace capture

@@ -7,8 +7,12 @@
 
 namespace capture {
 
-// The reader of the output has closed it, or a signal arrived while the output was blocked.
+// The reader of the output has closed it, or has stopped reading it when a signal came.
 struct OutputClosed : std::exception {};
+
+// Writes all bytes. After a signal, a slow reader of a pipe still gets the rest, but one that has
+// stopped reading cannot hold up the end. Throws OutputClosed. False: another error, in errno.
+[[nodiscard]] bool write_all(int fd, std::string_view bytes);
 
 class Output {
 public:

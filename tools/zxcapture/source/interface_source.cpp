@@ -19,7 +19,6 @@ using tools::Failure;
 // libpcap's immediate mode would hand over each frame at once, but in a ring that holds less and is
 // read more often.
 constexpr int kDeliveryMs = 20;
-constexpr int kWaitMs = 250;
 
 class InterfaceSource : public Source {
 public:
@@ -40,7 +39,6 @@ private:
     Pcap pcap_;
     int link_ = DLT_EN10MB;
     int descriptor_ = -1;                 // readable when there are frames; of pcap_
-    bool has_reported_nothing_ = false;   // since the last frame
     bool is_gone_ = false;                // the interface; its last frames may still come
     std::optional<timespec> stopped_at_;  // when the signal was noticed
 };
@@ -119,32 +117,33 @@ void InterfaceSource::fail(const std::string& reason) const {
 }
 
 Got InterfaceSource::next(Frame& frame) {
-    if (stop_requested() && !stopped_at_) {
-        clock_gettime(CLOCK_REALTIME, &stopped_at_.emplace());
-    }
-    if (has_reported_nothing_ && !wait()) {
-        if (is_gone_) {
-            throw Failure("the interface " + name_ + " has gone away");
+    for (bool has_idled = false;; has_idled = true) {
+        if (stop_requested() && !stopped_at_) {
+            clock_gettime(CLOCK_REALTIME, &stopped_at_.emplace());
         }
-        if (stopped_at_) {
-            return Got::end;
+        if (has_idled && !wait()) {
+            if (is_gone_) {
+                throw Failure("the interface " + name_ + " has gone away");
+            }
+            if (stopped_at_) {
+                return Got::end;
+            }
         }
-    }
-    pcap_pkthdr* header = nullptr;
-    const u_char* bytes = nullptr;
-    const int result = pcap_next_ex(pcap_.get(), &header, &bytes);
-    if (result < 0) {
-        is_gone_ = name_ != kAnyInterface && if_nametoindex(name_.c_str()) == 0;
-        if (!is_gone_) {
-            fail(pcap_geterr(pcap_.get()));
+        pcap_pkthdr* header = nullptr;
+        const u_char* bytes = nullptr;
+        const int result = pcap_next_ex(pcap_.get(), &header, &bytes);
+        if (result > 0) {
+            frame = frame_of(*header, bytes, link_);
+            return is_after_stop(frame.time) ? Got::end : Got::frame;
         }
+        if (result < 0) {
+            is_gone_ = name_ != kAnyInterface && if_nametoindex(name_.c_str()) == 0;
+            if (!is_gone_) {
+                fail(pcap_geterr(pcap_.get()));
+            }
+        }
+        idle();
     }
-    has_reported_nothing_ = result <= 0;
-    if (has_reported_nothing_) {
-        return Got::nothing;
-    }
-    frame = frame_of(*header, bytes, link_);
-    return is_after_stop(frame.time) ? Got::end : Got::frame;
 }
 
 // Returns whether there are frames. Those that arrived before a signal, or before the interface

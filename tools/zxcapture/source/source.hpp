@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,7 +16,6 @@ namespace capture {
 enum class Got {
     frame,
     filtered,  // a frame that the filter expression does not let pass; it is only counted
-    nothing,   // no frame yet; the following call of next() may wait
     end,       // of the file, or by a signal
 };
 
@@ -54,9 +54,13 @@ public:
     Source& operator=(const Source&) = delete;
     virtual ~Source() = default;
 
-    // Reads the next frame, whose bytes are valid until the next call. Throws a Failure if the
-    // source fails.
+    // Reads the next frame, whose bytes are valid until the next call. Waits for it. Throws a
+    // Failure if the source fails.
     virtual Got next(Frame& frame) = 0;
+
+    // From now on, next() calls `idle` when it begins to wait, and a few times a second while it
+    // waits. What `idle` throws comes out of next(). A regular file never waits.
+    void on_idle(std::function<void()> idle) { idle_ = std::move(idle); }
 
     // The link type of its frames, see Frame::link.
     [[nodiscard]] virtual int link() const = 0;
@@ -69,6 +73,18 @@ public:
 
     // The file that is read; it must not be written.
     [[nodiscard]] virtual std::optional<FileId> file_id() const { return std::nullopt; }
+
+protected:
+    static constexpr int kWaitMs = 250;
+
+    void idle() const {
+        if (idle_) {
+            idle_();
+        }
+    }
+
+private:
+    std::function<void()> idle_;
 };
 
 // These functions throw a Failure if they cannot open the source, or if libpcap cannot compile the
@@ -77,6 +93,10 @@ public:
 // Opens a capture file; "-" is standard input. Frames that the expression does not let pass are
 // reported as Got::filtered.
 std::unique_ptr<Source> open_file(const std::string& path, const Selection& selection);
+
+// Whether such a file is a regular one: all of its frames are there. A pipe may have to be waited
+// for.
+bool is_regular_file(const std::string& path);
 
 // Captures from an interface. The expression filters in the kernel, so frames that it does not let
 // pass never arrive. After a signal, next() still returns the frames that arrived before it.

@@ -1,7 +1,6 @@
 #include "streams/extract.hpp"
 
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include "common/failure.hpp"
 #include "common/number.hpp"
@@ -51,9 +50,11 @@ std::optional<FlowName> read_flow_name(const std::string& text) {
     return source ? std::optional(FlowName{source, *dest}) : std::nullopt;
 }
 
-Extract::Extract(const std::string& name, const std::string& path)
+Extract::Extract(const std::string& name, const std::string& path,
+                 const std::optional<FileId>& read)
     : name_(name),
       path_(path),
+      read_(read),
       wanted_(read_flow_name(name).value()),
       order_([this](std::span<const std::uint8_t> packets) { write(packets); }) {}
 
@@ -103,17 +104,18 @@ void Extract::take(std::span<const std::uint8_t> payload, std::int64_t now_us) {
 }
 
 void Extract::write(std::span<const std::uint8_t> packets) {
-    if (!file_) {
-        file_.reset(path_ == "-" ? fdopen(dup(STDOUT_FILENO), "w")
-                                 : std::fopen(path_.c_str(), "we"));
-        check(file_ != nullptr);
+    if (!sink_) {
+        sink_.emplace(path_, read_);
     }
-    check(std::fwrite(packets.data(), 1, packets.size(), file_.get()) == packets.size());
+    sink_->add(packets);
+    sink_->end_record();
     bytes_ += packets.size();
 }
 
 void Extract::refresh(Output&) {
-    check(!file_ || std::fflush(file_.get()) == 0);
+    if (sink_) {
+        sink_->flush();
+    }
 }
 
 void Extract::finish(Output& output) {
@@ -135,16 +137,6 @@ void Extract::finish(Output& output) {
         }
     }
     std::fputc('\n', stderr);
-}
-
-void Extract::check(bool good) const {
-    if (good) {
-        return;
-    }
-    if (errno == EPIPE) {
-        throw OutputClosed();
-    }
-    throw tools::system_failure("cannot write " + (path_ == "-" ? "standard output" : path_));
 }
 
 }  // namespace capture

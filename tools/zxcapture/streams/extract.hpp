@@ -1,14 +1,13 @@
 // Writes the transport stream that one flow carries.
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <optional>
 #include <string>
 
 #include "common/rtp_order.hpp"
 #include "show/printer.hpp"
 #include "streams/flow.hpp"
+#include "write/sink.hpp"
 
 namespace capture {
 
@@ -30,8 +29,9 @@ struct FlowName {
 // A payload is whole packets, or RTP with such packets, which are put into order.
 class Extract final : public Printer {
 public:
-    // `name` is good. The file at `path` (-: standard output) is made when the first packet comes.
-    Extract(const std::string& name, const std::string& path);
+    // `name` is good. The file at `path` (-: standard output) is made when the first packet
+    // comes; it must not be the one that is `read`.
+    Extract(const std::string& name, const std::string& path, const std::optional<FileId>& read);
 
     // These throw a Failure if there are several such flows, if a packet was captured in part, or
     // if the file cannot be written; and OutputClosed if it is a pipe whose reader has closed it.
@@ -48,21 +48,18 @@ private:
         Vlans vlans;
         bool operator==(const Ends&) const = default;
     };
-    struct Closer {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
 
     [[nodiscard]] bool is_wanted(const Packet& packet) const;
     void check_ends(const Packet& packet);
     void take(std::span<const std::uint8_t> payload, std::int64_t now_us);
     void write(std::span<const std::uint8_t> packets);
-    void check(bool good) const;
 
     const std::string name_;
     const std::string path_;
+    const std::optional<FileId> read_;
     const FlowName wanted_;
     std::optional<Ends> ends_;  // of the first packet
-    std::unique_ptr<std::FILE, Closer> file_;
+    std::optional<Sink> sink_;
     tools::RtpOrder order_;
     std::uint64_t bytes_ = 0;
     std::uint64_t skipped_ = 0;  // datagrams

@@ -1,20 +1,16 @@
 #include "write/sink.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "common/failure.hpp"
 #include "show/output.hpp"
-#include "stop.hpp"
 
 namespace capture {
 namespace {
 
 constexpr std::size_t kFull = 256U << 10U;
 constexpr mode_t kMode = 0666;  // less the umask
-constexpr int kPatienceMs = 1000;
 
 }  // namespace
 
@@ -48,34 +44,15 @@ void Sink::end_record() {
 }
 
 void Sink::flush() {
-    std::size_t done = 0;
-    while (done < buffer_.size()) {
-        const ssize_t count = write(descriptor_, buffer_.data() + done, buffer_.size() - done);
-        if (count >= 0) {
-            done += static_cast<std::size_t>(count);
-        } else if (errno == EINTR) {
-            wait_after_stop();
-        } else {
-            buffer_.clear();
-            fail();
-        }
-    }
-    written_ += done;
+    const bool is_written = write_all(descriptor_, buffer_);
+    written_ += buffer_.size();
     buffer_.clear();
-}
-
-// A slow reader of a pipe gets the rest. One that has stopped reading cannot hold up the end.
-void Sink::wait_after_stop() const {
-    pollfd pipe{descriptor_, POLLOUT, 0};
-    if (stop_requested() && poll(&pipe, 1, kPatienceMs) == 0) {
-        throw OutputClosed();
+    if (!is_written) {
+        fail();
     }
 }
 
 void Sink::fail() const {
-    if (errno == EPIPE) {
-        throw OutputClosed();
-    }
     throw tools::system_failure("cannot write " + name_);
 }
 

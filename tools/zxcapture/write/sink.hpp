@@ -1,5 +1,5 @@
-// Where the bytes of a capture file go. Only whole records are written, so at any moment the file
-// is one that can be read.
+// Where the bytes of a capture file or a transport stream go. Only whole records are written, so at
+// any moment the file is one that can be read.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +30,6 @@ public:
     [[nodiscard]] std::uint64_t size() const { return written_ + buffer_.size(); }
 
 private:
-    void wait_after_stop() const;
     [[noreturn]] void fail() const;
 
     const std::string name_;  // for error messages
