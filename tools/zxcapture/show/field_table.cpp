@@ -202,7 +202,7 @@ bool is_record(const GroupRecord& record) {
 template <bool records, bool others>
 void group(const Headers& headers, Values& values) {
     for (const GroupRecord& record : headers.groups) {
-        if (is_record(record) ? records : others) {
+        if ((records && is_record(record)) || (others && !is_record(record))) {
             add_address(values, record.group);
         }
     }

@@ -23,6 +23,7 @@ std::vector<std::string> lines_of(const Sheet& sheet, std::size_t width) {
     terminal::Table table(std::move(columns));
     for (const std::vector<Cell>& row : sheet.rows) {
         std::vector<std::string> texts;
+        texts.reserve(row.size());
         for (const Cell& cell : row) {
             texts.push_back(cell.text);
         }
