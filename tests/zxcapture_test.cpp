@@ -349,7 +349,8 @@ TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
 }
 
 TEST_F(CaptureProgram, ExtractsAStream) {
-    const std::string path = write("file", {kStream, kStream});
+    const Bytes fragment = with(kStream, 20, {0x20, 0x00});
+    const std::string path = write("file", {fragment, kStream, kStream});
     const std::string before = content_of(path);
     const std::string extract = "-r " + path + " --extract 10.0.0.3:53 -w ";
     EXPECT_EQ(run(extract + path), 1);
@@ -358,6 +359,7 @@ TEST_F(CaptureProgram, ExtractsAStream) {
     EXPECT_EQ(run(extract + "-"), 0);
     EXPECT_EQ(out.size(), 2 * 188);
     EXPECT_EQ(out.substr(188), before.substr(before.size() - 188));
+    EXPECT_THAT(err, StartsWith("10.0.0.3:53: 2 packets written, 1 datagrams in fragments left"));
 }
 
 // Real files of many kinds, some of them broken.

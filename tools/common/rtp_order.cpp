@@ -33,7 +33,8 @@ void RtpOrder::feed(const RtpDatagram& datagram, std::uint64_t now_us) {
     }
     const auto distance = static_cast<std::uint16_t>(datagram.sequence - next_);
     if (signed_step(distance) < 0) {
-        return;  // it has come twice, or too late
+        ++unused_;  // it has come twice, or too late
+        return;
     }
     for (unsigned steps = distance; steps >= kWindow; --steps) {
         release_next();
@@ -51,7 +52,8 @@ bool RtpOrder::continues(const RtpDatagram& datagram) const {
 void RtpOrder::place(const RtpDatagram& datagram, std::uint64_t now_us) {
     Slot& slot = slot_of(datagram.sequence);
     if (slot.is_held) {
-        return;  // it has come twice
+        ++unused_;  // it has come twice
+        return;
     }
     if (datagram.sequence == next_) {
         emit_(datagram.payload);  // the usual case, without a copy

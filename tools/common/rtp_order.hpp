@@ -45,6 +45,9 @@ public:
     // Datagrams that have not come in time.
     [[nodiscard]] std::uint64_t lost() const { return lost_; }
 
+    // Datagrams that came twice, or too late. They were not emitted.
+    [[nodiscard]] std::uint64_t unused() const { return unused_; }
+
 private:
     struct Slot {
         bool is_held = false;
@@ -65,6 +68,7 @@ private:
     std::uint32_t sender_ = 0;
     std::uint16_t next_ = 0;  // the sequence number that is due
     std::uint64_t lost_ = 0;
+    std::uint64_t unused_ = 0;
 };
 
 }  // namespace tools

@@ -169,23 +169,12 @@ void Session::print_counts() {
 }
 
 void print_list(const std::string& list) {
-    try {
-        Output output(STDOUT_FILENO);
-        output.add(list);
-        output.flush();
-    } catch (const OutputClosed&) {
-        return;  // its reader has enough
-    }
+    Output output(STDOUT_FILENO);
+    output.add(list);
+    output.flush();
 }
 
-}  // namespace
-
-void run(const Options& options) {
-    install_stop_handlers();
-    if (options.lists_fields || options.lists_interfaces) {
-        print_list(options.lists_fields ? field_list() : list_interfaces());
-        return;
-    }
+void run_session(const Options& options) {
     Session session(options);
     std::optional<tools::Failure> failure;
     const auto attempt = [&](void (Session::*step)()) {
@@ -195,17 +184,30 @@ void run(const Options& options) {
             failure = failure ? failure : first;
         }
     };
-    try {
-        attempt(&Session::run);
-        attempt(&Session::finish_printing);
-        attempt(&Session::finish_files);
-        attempt(&Session::flush);
-        attempt(&Session::print_counts);
-    } catch (const OutputClosed&) {
-        return;
-    }
+    attempt(&Session::run);
+    attempt(&Session::finish_printing);
+    attempt(&Session::finish_files);
+    attempt(&Session::flush);
+    attempt(&Session::print_counts);
     if (failure) {
         throw *failure;
+    }
+}
+
+}  // namespace
+
+void run(const Options& options) {
+    install_stop_handlers();
+    try {
+        if (options.lists_fields) {
+            print_list(field_list());
+        } else if (options.lists_interfaces) {
+            print_list(list_interfaces());
+        } else {
+            run_session(options);
+        }
+    } catch (const OutputClosed&) {
+        return;  // its reader has enough
     }
 }
 

@@ -63,6 +63,10 @@ void Extract::add(const Frame& frame, const Packet& packet, std::uint64_t number
         return;
     }
     check_ends(packet);
+    if (packet.first_fragment) {  // the others have no ports
+        ++fragmented_;
+        return;
+    }
     const std::span<const std::uint8_t> payload = captured_payload(frame, packet);
     if (payload.size() < packet.payload) {
         throw Failure("frame " + std::to_string(number) + " of " + name_ +
@@ -122,15 +126,19 @@ void Extract::finish(Output& output) {
     order_.finish();
     refresh(output);
     if (bytes_ == 0) {
-        throw Failure(skipped_ == 0 ? "there is no packet of " + name_
-                                    : name_ +
+        throw Failure(skipped_ != 0 ? name_ +
                                           " is no transport stream: its datagrams are neither "
-                                          "whole packets nor RTP with such packets");
+                                          "whole packets nor RTP with such packets"
+                      : fragmented_ != 0 ? "the datagrams of " + name_ + " are in fragments"
+                                         : "there is no packet of " + name_);
     }
     std::fprintf(stderr, "%s: %llu packets written", name_.c_str(),
                  static_cast<unsigned long long>(bytes_ / tools::kPacketSize));
     const std::pair<std::uint64_t, const char*> troubles[] = {
-        {order_.lost(), "datagrams are missing"}, {skipped_, "other datagrams left out"}};
+        {order_.lost(), "datagrams are missing"},
+        {order_.unused(), "datagrams came twice or too late"},
+        {fragmented_, "datagrams in fragments left out"},
+        {skipped_, "other datagrams left out"}};
     for (const auto& [count, what] : troubles) {
         if (count != 0) {
             std::fprintf(stderr, ", %llu %s", static_cast<unsigned long long>(count), what);

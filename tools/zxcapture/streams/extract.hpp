@@ -62,7 +62,8 @@ private:
     std::optional<Sink> sink_;
     tools::RtpOrder order_;
     std::uint64_t bytes_ = 0;
-    std::uint64_t skipped_ = 0;  // datagrams
+    std::uint64_t skipped_ = 0;     // datagrams
+    std::uint64_t fragmented_ = 0;  // datagrams
 };
 
 }  // namespace capture

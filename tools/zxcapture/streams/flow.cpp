@@ -112,7 +112,8 @@ void Flow::add(const Frame& frame, const Packet& packet, std::int64_t now_us, co
 void Flow::add_payload(const Frame& frame, const Packet& packet, std::int64_t now_us,
                        const Parts& parts) {
     std::span<const std::uint8_t> payload = captured_payload(frame, packet);
-    const std::size_t missing = packet.payload - payload.size();
+    // What other fragments have is missing: packet.payload ends with the first one.
+    const std::size_t missing = packet.payload - payload.size() + (packet.first_fragment ? 1 : 0);
     if (const std::optional<Rtp> rtp = rtp_of(payload, missing)) {
         add_rtp({.sender = rtp->sender,
                  .timestamp = rtp->timestamp,
