@@ -8,6 +8,7 @@
 #include <string>
 
 #include "packet/checksum.hpp"
+#include "packet/flaw.hpp"
 #include "packet/groups.hpp"
 #include "packet/icmp.hpp"
 #include "packet/names.hpp"
@@ -56,7 +57,9 @@ void check_places(const Frame& frame, const Packet& packet) {
     }
     require(packet.flaw == Flaw::malformed || packet.network_end <= frame.length,
             "a packet that is not malformed fits the frame");
-    require(packet.flaw != Flaw::truncated || captured < frame.length,
+    const Flaw flaw = flaw_of(frame, packet);
+    require(flaw == packet.flaw || packet.flaw == Flaw::none, "a flaw stays");
+    require(flaw != Flaw::truncated || captured < frame.length,
             "only what was captured in part is truncated");
     if (packet.flaw != Flaw::malformed) {
         require(packet.payload_at + std::uint64_t{packet.payload} <= packet.network_end,
