@@ -45,8 +45,10 @@ int32_t zxdiag_api_start(void);
  *
  * The socket has the mode 0600. At most eight clients are served at a time.
  *
- * @param path  where to put the socket. Nobody but the user and root may be able to write to its
- *              directory. A socket that another process has left there is replaced.
+ * The socket is removed by zxdiag_api_stop() and by exit().
+ *
+ * @param path  where to put the socket, at most 107 bytes. Nobody but the user and root may be able
+ *              to write to its directory. A socket that another process has left there is replaced.
  * @return 0; -1 when `path` is NULL or too long, when the program serves already, or when the
  * socket or the thread cannot be made. Logs: error for each -1, notice when it serves.
  */

@@ -338,9 +338,10 @@ TEST_F(CaptureProgram, ShowsWhatIsThereOfAFileThatBreaksOff) {
 
 TEST_F(CaptureProgram, EndsQuietlyWithItsReaderAndLoudlyWithAFullDisk) {
     const std::string path = write("file", std::vector<Bytes>(5000, kSyn));
-    EXPECT_EQ(run("-r " + path, "| head -n 1"), 0);
+    EXPECT_EQ(run("-r " + path + " -w " + folder + "part", "| head -n 1"), 0);
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
     EXPECT_EQ(err, "");
+    EXPECT_GE(content_of(folder + "part").size(), 500 * kSyn.size());  // as far as it has come
     for (const char* const option : {">/dev/full", "-q >/dev/full", "-q -w /dev/full",
                                      "-D >/dev/full", "--list-fields >/dev/full"}) {
         EXPECT_EQ(run("-r " + path + " " + option), 1);

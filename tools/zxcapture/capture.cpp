@@ -174,21 +174,27 @@ void print_list(const std::string& list) {
     output.flush();
 }
 
+// What was captured is written to the end, also if the reader of the lines has enough.
 void run_session(const Options& options) {
     Session session(options);
     std::optional<tools::Failure> failure;
+    bool is_closed = false;
     const auto attempt = [&](void (Session::*step)()) {
         try {
             (session.*step)();
         } catch (const tools::Failure& first) {
             failure = failure ? failure : first;
+        } catch (const OutputClosed&) {
+            is_closed = true;
         }
     };
     attempt(&Session::run);
     attempt(&Session::finish_printing);
     attempt(&Session::finish_files);
     attempt(&Session::flush);
-    attempt(&Session::print_counts);
+    if (!is_closed) {
+        attempt(&Session::print_counts);
+    }
     if (failure) {
         throw *failure;
     }

@@ -15,9 +15,17 @@ namespace {
 constexpr std::size_t kFull = 64U << 10U;
 constexpr int kPatienceMs = 1000;
 
+// What could not be written is not tried again.
+struct Emptied {
+    std::string& buffer;
+    ~Emptied() { buffer.clear(); }
+};
+
 }  // namespace
 
-bool write_all(int fd, std::string_view bytes) {
+bool write_all(int fd, std::string& buffer) {
+    const Emptied emptied{buffer};
+    std::string_view bytes = buffer;
     while (!bytes.empty()) {
         std::size_t size = bytes.size();
         if (stop_requested()) {
@@ -51,9 +59,7 @@ void Output::add(std::string_view text) {
 }
 
 void Output::flush() {
-    const bool is_written = write_all(fd_, buffer_);
-    buffer_.clear();
-    if (!is_written) {
+    if (!write_all(fd_, buffer_)) {
         throw tools::system_failure("cannot write to standard output");
     }
 }

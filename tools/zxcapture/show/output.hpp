@@ -10,9 +10,10 @@ namespace capture {
 // The reader of the output has closed it, or has stopped reading it when a signal came.
 struct OutputClosed : std::exception {};
 
-// Writes all bytes. After a signal, a slow reader of a pipe still gets the rest, but one that has
-// stopped reading cannot hold up the end. Throws OutputClosed. False: another error, in errno.
-[[nodiscard]] bool write_all(int fd, std::string_view bytes);
+// Writes the buffer, which is empty afterwards in any case. After a signal, a slow reader of a pipe
+// still gets the rest, but one that has stopped reading cannot hold up the end. Throws
+// OutputClosed. False: another error, in errno.
+[[nodiscard]] bool write_all(int fd, std::string& buffer);
 
 class Output {
 public:

@@ -35,8 +35,9 @@ struct RtpHead {
 
 class RtpSource {
 public:
-    // A packet that is so many numbers behind the last is late; one that is further behind, or
-    // that goes on by `kLargestStep`, belongs to a restart if the next number follows.
+    // A packet is late if its number is lower than the last one, by less than the window. One that
+    // is lower still, or goes on by `kLargestStep`, belongs to a restart if the next number
+    // follows.
     static constexpr unsigned kWindow = 512;
     static constexpr unsigned kLargestStep = 3000;
 

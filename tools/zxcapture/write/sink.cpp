@@ -44,10 +44,8 @@ void Sink::end_record() {
 }
 
 void Sink::flush() {
-    const bool is_written = write_all(descriptor_, buffer_);
     written_ += buffer_.size();
-    buffer_.clear();
-    if (!is_written) {
+    if (!write_all(descriptor_, buffer_)) {
         fail();
     }
 }
