@@ -26,7 +26,7 @@ namespace safe_name {
 // Characters that a shell treats specially, and control characters, which end words or mean
 // something to some shell.
 [[nodiscard]] constexpr bool is_shell_byte(char c) {
-    return (c >= 0 && c <= ' ') || c == 0x7F ||
+    return static_cast<unsigned char>(c) <= ' ' || c == 0x7F ||
            std::string_view("|&;<>()$`\\\"'*?[{").find(c) != std::string_view::npos;
 }
 

@@ -16,14 +16,6 @@
 #include "zxfifo/node.hpp"
 #include "zxmem.h"
 
-static_assert(offsetof(zxfifoblock_ctt, size) == 128 && offsetof(zxfifoblock_ctt, start) == 136);
-static_assert(offsetof(zxfifoblock_ctt, end) == 144 && offsetof(zxfifoblock_ctt, lock) == 152);
-static_assert(offsetof(zxfifoblock_ctt, write_pos) == 456 &&
-              offsetof(zxfifoblock_ctt, read_pos) == 464);
-static_assert(offsetof(zxfifoblock_ctt, total_in) == 472 &&
-              offsetof(zxfifoblock_ctt, total_out) == 476);
-static_assert(offsetof(zxfifoblock_ctt, used) == 480 && offsetof(zxfifoblock_ctt, free) == 484);
-static_assert(offsetof(zxfifoblock_ctt, reset_count) == 488 && sizeof(zxfifoblock_ctt) == 496);
 static_assert(offsetof(zxfifoblockstat_ctt, used) == 8 &&
               offsetof(zxfifoblockstat_ctt, reset_count) == 12);
 static_assert(offsetof(zxfifoblockstat_ctt, fifo) == 16 && sizeof(zxfifoblockstat_ctt) == 24);

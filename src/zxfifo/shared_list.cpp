@@ -23,10 +23,6 @@
 static_assert(offsetof(IdList_ctt, size) == 4 && offsetof(IdList_ctt, data) == 8);
 static_assert(offsetof(IdList_ctt, time) == 16 && offsetof(IdList_ctt, next) == 24);
 static_assert(sizeof(IdList_ctt) == 32);
-static_assert(offsetof(zxsharelist_ctt, keep_seconds) == 4 && offsetof(zxsharelist_ctt, head) == 8);
-static_assert(offsetof(zxsharelist_ctt, tail) == 16 && offsetof(zxsharelist_ctt, drop_timer) == 24);
-static_assert(offsetof(zxsharelist_ctt, newest) == 32 && offsetof(zxsharelist_ctt, lock) == 40);
-static_assert(sizeof(zxsharelist_ctt) == 344);
 
 namespace {
 

@@ -11,11 +11,6 @@
 #include "internal/poll.hpp"
 #include "zxdiag/hooks.hpp"
 
-static_assert(sizeof(zxlock_ctt::name) == 128 && offsetof(zxlock_ctt, mutex) == 128);
-static_assert(offsetof(zxlock_ctt, initialised) == 168 &&
-              offsetof(zxlock_ctt, report_misuse) == 169);
-static_assert(offsetof(zxlock_ctt, locked) == 170 && offsetof(zxlock_ctt, holder) == 171);
-static_assert(sizeof(zxlock_ctt::holder) == 133 && sizeof(zxlock_ctt) == 304);
 static_assert(sizeof(zxlocklist_entry_ctt) == 16 && offsetof(zxlocklist_entry_ctt, used) == 8);
 
 zxlocklist_entry_ctt zxlocklist_ctt[ZXLOCK_LIST_SIZE];

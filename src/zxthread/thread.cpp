@@ -12,10 +12,6 @@
 #include "zxdiag/hooks.hpp"
 #include "zxlock.h"
 
-static_assert(offsetof(zxthread_ctt, mutex) == 8 && offsetof(zxthread_ctt, created) == 48);
-static_assert(offsetof(zxthread_ctt, misuse_logged) == 49 && offsetof(zxthread_ctt, name) == 50);
-static_assert(offsetof(zxthread_ctt, state) == 180 && sizeof(zxthread_ctt) == 184);
-
 namespace {
 
 constexpr char kTag[] = "THREAD";

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Makes build/sysroot/ARCH: the headers and libraries of another architecture, to build for it and to run
+# its programs under qemu. A tree that is there stays. Nothing on this machine is changed.
+#
+#   scripts/sysroot.sh ARCH
+#
+# ARCH: arm64 or s390x. The packages come from the package sources of this machine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/steps.sh
+case "$# ${1-}" in
+    "1 arm64" | "1 s390x") ;;
+    *) misused ;;
+esac
+tree=build/sysroot/$1
+[[ ! -e $tree ]] || exit 0
+
+packages=libc6-dev,libstdc++6,libcjson-dev,libcli11-dev,libcurl4-openssl-dev,libgmock-dev
+packages+=,libgtest-dev,libhttp-parser-dev,libmicrohttpd-dev,libncurses-dev,libpcap-dev,libsystemd-dev
+packages+=,libtomlplusplus-dev,rapidjson-dev,systemtap-sdt-dev
+# shellcheck source=/dev/null
+source /etc/os-release
+# shellcheck disable=SC2016  # this variable is apt's
+mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
+    "Codename: $VERSION_CODENAME" 'Component: main' | head -n 1)
+work=$tree.part
+mkdir -p build/sysroot
+rm -rf "$work"
+mmdebstrap --quiet --variant=extract --architectures="$1" --include="$packages" \
+    "$VERSION_CODENAME" "$work" "$mirror"
+# Only what compilers and programs need: qemu uses the files here instead of those of the machine.
+find "$work" -mindepth 1 -maxdepth 1 ! -name lib ! -name 'lib*' ! -name usr -exec rm -rf {} +
+find "$work/usr" -mindepth 1 -maxdepth 1 ! -name 'lib*' ! -name include ! -name share -exec rm -rf {} +
+find "$work/usr/share" -mindepth 1 -maxdepth 1 ! -name cmake ! -name pkgconfig -exec rm -rf {} +
+# Links with a full path would lead out of the tree.
+find "$work" -type l -lname '/*' -printf '%p\n%l\n' | while read -r link && read -r target; do
+    ln -sfr "$work$target" "$link"
+done
+# So would the full paths in the files of some packages for CMake.
+find "$work/usr/lib" -name '*.cmake' -exec sed -i 's#"/usr/#"${CMAKE_SYSROOT}/usr/#g' {} +
+mv "$work" "$tree"
