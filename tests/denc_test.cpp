@@ -194,7 +194,7 @@ TEST(DencTest, CiphersLeaveNoSecretsOnTheStack) {
             expect_wiped(work, text, 4);
             for (const auto any_way : {kEncrypt, kDecrypt}) {
                 const auto ctx = std::make_unique<zxaes_ctt>(keyed(any_way, key));
-                const auto* const keys = reinterpret_cast<const std::uint8_t*>(ctx->roundKeys);
+                const auto* const keys = reinterpret_cast<const std::uint8_t*>(ctx->buffer);
                 expect_wiped(work, Bytes(keys, keys + 15 * 16), 4);
             }
         }

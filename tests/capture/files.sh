@@ -88,7 +88,7 @@ same all both-*
 # While a pipe pauses, also within a frame, an object a second comes.
 objects() { "$capture" -r "$1" --streams --json 2>/dev/null | wc -l; }
 head -c 2093 all >two  # frames
-paused=$(objects <(head -c 1500 two; sleep 2.2; tail -c +1501 two))
+paused=$(objects <(head -c 1500 two; sleep 3.2; tail -c +1501 two))
 ((paused > $(objects two))) || fail "no objects while a pipe pauses: $paused"
 
 # A reader that has stopped reading does not hold up the end.
