@@ -1,18 +1,23 @@
 #!/usr/bin/env bash
-# Compares the binary interface of the built libraries with the record in packaging/abi. Fails on
-# every difference, including an added function.
+# Compares the binary interface of the built libraries with the record of their architecture in
+# packaging/abi. Fails on every difference, including an added function.
 #
-#   scripts/abi.sh             builds the libraries first
-#   scripts/abi.sh BUILD_DIR   uses the libraries in BUILD_DIR, which need debug information
-#   scripts/abi.sh --update    updates the record after an intended change
+#   scripts/abi.sh [--update] [BUILD_DIR]
+#
+# BUILD_DIR: where the libraries are, with debug information. Without it, they are built first.
+# --update: updates the record after an intended change.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
 
+is_update=
+if [[ ${1-} == --update ]]; then
+    is_update=yes
+    shift
+fi
 [[ $# -le 1 ]] || misused
-build=${1-}
-if [[ -z $build || $build == --update ]]; then
-    build=build/tsan
+build=${1-build/tsan}
+if [[ $# -eq 0 ]]; then
     scripts/install-deps.sh build test
     build tsan zxcommon zxlog
 fi
@@ -23,18 +28,25 @@ record() {
         python3 scripts/abi_trim.py
 }
 
+machine=$(readelf -h "$build/src/libzxcommon.so" | sed -n 's/^ *Machine: *//p')
+case $machine in
+    AArch64) recorded=packaging/abi/arm64 ;;
+    *X86-64) recorded=packaging/abi/amd64 ;;
+    *) echo "$0: there is no record for $machine" >&2; exit 1 ;;
+esac
 failed=0
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 for library in "$build/src/libzxcommon.so" "$build/zxlog/libzxlog.so"; do
     name=$(basename "$library" .so)
     record "$library" >"$work/$name.abi"
-    if [[ ${1-} == --update ]]; then
-        cp "$work/$name.abi" packaging/abi/
+    if [[ -n $is_update ]]; then
+        mkdir -p "$recorded"
+        cp "$work/$name.abi" "$recorded/"
         continue
     fi
     # abidiff reports no change if it cannot read a record.
-    python3 scripts/abi_trim.py <"packaging/abi/$name.abi" >"$work/recorded.abi"
+    python3 scripts/abi_trim.py <"$recorded/$name.abi" >"$work/recorded.abi"
     abidiff "$work/recorded.abi" "$work/$name.abi" || failed=1
 done
 exit $failed

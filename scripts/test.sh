@@ -7,6 +7,9 @@
 #                            interface, the static analysis, the documentation build, and every fuzz
 #                            target for five seconds
 #   scripts/test.sh --all    runs both; every change must pass this
+#   scripts/test.sh --arch ARCH
+#                            builds for another architecture, arm64 or s390x, and runs the suite under
+#                            qemu, without the tests in tests/emulated.txt
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -19,7 +22,7 @@ suite() {
 }
 
 rest() {
-    stage packages scripts/install-deps.sh build test analyse docs fuzz
+    stage packages scripts/install-deps.sh build test analyse docs fuzz cross
     for preset in asan tsan; do
         stage "build $preset" build $preset
         stage "test $preset" run_tests $preset
@@ -27,12 +30,34 @@ rest() {
     stage analysis scripts/analyse.sh
     stage documentation scripts/docs.sh
     stage fuzzing scripts/fuzz.sh 5
+    emulated arm64 OFF
+}
+
+# run_emulated ARCH: runs the tests, except those that qemu cannot run.
+run_emulated() {
+    local left_out
+    left_out=$(sed -n 's/^    //p' tests/emulated.txt | paste -sd'|')
+    ctest --preset "$1" --parallel $((2 * $(nproc))) --no-tests=error --output-on-failure \
+        --exclude-regex "^($left_out)\$" | counted
+}
+
+# emulated ARCH ON|OFF: builds and tests for another architecture, with or without the programs in tools/.
+emulated() {
+    stage "headers and libraries for $1" scripts/sysroot.sh "$1"
+    need_emulation "$1"
+    cmake --preset "$1" -DZX_BUILD_TOOLS="$2" >/dev/null
+    stage "build $1" build "$1"
+    stage "test $1" run_emulated "$1"
 }
 
 case "$# ${1-}" in
     "0 ") suite ;;
     "1 --rest") rest ;;
     "1 --all") suite; rest ;;
+    "2 --arch")
+        [[ $2 == arm64 || $2 == s390x ]] || misused
+        stage packages scripts/install-deps.sh build test cross
+        emulated "$2" ON ;;
     *) misused ;;
 esac
 echo "all passed in $SECONDS s"
