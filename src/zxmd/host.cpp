@@ -26,7 +26,14 @@ constexpr std::size_t kPathSize = 1024;
 
 constexpr std::array kProgramDirectories{"/bin",  "/usr/bin",  "/usr/local/bin",
                                          "/sbin", "/usr/sbin", "/usr/local/sbin"};
-constexpr std::array kLibraryDirectories{"/usr/lib/x86_64-linux-gnu", "/lib/x86_64-linux-gnu",
+#if defined __x86_64__
+#define ZX_MULTIARCH "x86_64-linux-gnu"
+#elif defined __aarch64__
+#define ZX_MULTIARCH "aarch64-linux-gnu"
+#elif defined __s390x__
+#define ZX_MULTIARCH "s390x-linux-gnu"
+#endif
+constexpr std::array kLibraryDirectories{"/usr/lib/" ZX_MULTIARCH, "/lib/" ZX_MULTIARCH,
                                          "/usr/local/lib"};
 
 // True for the plain name of a file. A path could lead to another directory.
