@@ -23,12 +23,17 @@ endfunction()
 # Builds what the thread sanitizer checks: the programs of the tests with the label "threads".
 add_custom_target(threads_tests)
 
-# zx_add_test(NAME [THREADS] [LONG] [CPU ...] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
+# The values of ZX_CPU that hide features of this kind of processor, for the paths of other ones.
+set(ZX_CPUS_x86_64 avx2 narrow portable)
+set(ZX_CPUS_aarch64 portable)
+set(ZX_CPUS ${ZX_CPUS_${CMAKE_SYSTEM_PROCESSOR}})
+
+# zx_add_test(NAME [THREADS] [LONG] [CPUS] [LIBRARIES ...]): one program a module, from NAME_test.cpp in the
 # current directory. It is linked against the shared library, with the log caught, unless it names
 # its libraries itself. THREADS: also worth a run under the thread sanitizer.
-# LONG: takes seconds, so that it begins before the others. CPU: run once more with each of these values of ZX_CPU, for the paths of other processors.
+# LONG: takes seconds, so that it begins before the others. CPUS: run once more with each of ZX_CPUS.
 function(zx_add_test name)
-    cmake_parse_arguments(arg "THREADS;LONG" "" "LIBRARIES;CPU" ${ARGN})
+    cmake_parse_arguments(arg "THREADS;LONG;CPUS" "" "LIBRARIES" ${ARGN})
     if(NOT arg_LIBRARIES)
         set(arg_LIBRARIES zx_test_support)
     endif()
@@ -45,7 +50,10 @@ function(zx_add_test name)
         set(cost 10)
     endif()
     gtest_discover_tests(${name}_test PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 600 DISCOVERY_TIMEOUT 300)
-    foreach(cpu IN LISTS arg_CPU)
+    if(NOT arg_CPUS)
+        return()
+    endif()
+    foreach(cpu IN LISTS ZX_CPUS)
         gtest_discover_tests(${name}_test TEST_PREFIX ${cpu}. TEST_LIST ${name}_${cpu}
                              PROPERTIES LABELS ${label} COST ${cost} TIMEOUT 600 ENVIRONMENT ZX_CPU=${cpu}
                              DISCOVERY_TIMEOUT 300)

@@ -7,9 +7,9 @@
  * equal, zxaes_api_done() starts every message with the same IV, the feedback mode is not a
  * standard one, and nothing here detects that a message was changed.
  *
- * On x86-64 processors with AES instructions, the time that a call takes does not depend on keys
- * and data. Elsewhere, and with ZX_CPU=portable in the environment, the code uses tables, and its
- * timing can reveal a key to other programs on the same processor.
+ * On x86-64 and arm64 processors with AES instructions, the time that a call takes does not depend
+ * on keys and data. Elsewhere, and with ZX_CPU=portable in the environment, the code uses tables,
+ * and its timing can reveal a key to other programs on the same processor.
  *
  * Nothing is allocated. No state is kept between calls except in the caller's arguments. No key,
  * schedule or data is left on the stack. Log tag: zxaes.

@@ -4,8 +4,10 @@
 // constexpr table of choices lists them, the fastest first and the portable one last:
 //
 //     constexpr zx::Choice<Sum*> kSums[] = {
-//     #ifdef __x86_64__
+//     #if defined __x86_64__
 //         {zx::kAvx2, 0, sum_avx2},
+//     #elif defined __aarch64__
+//         {zx::kNeon, 0, sum_neon},
 //     #endif
 //         {zx::kPortable, 0, sum_portable},
 //     };
@@ -18,8 +20,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#ifdef __x86_64__
+#if defined __x86_64__
 #include <cpuid.h>
+#elif defined __aarch64__
+#include <sys/auxv.h>
 #endif
 
 namespace zx {
@@ -27,28 +31,29 @@ namespace zx {
 using CpuFeatures = std::uint32_t;
 
 inline constexpr CpuFeatures kPortable = 0;
-inline constexpr CpuFeatures kAvx2 = 1U << 0U;
-inline constexpr CpuFeatures kAes = 1U << 1U;
-inline constexpr CpuFeatures kPclmul = 1U << 2U;
-inline constexpr CpuFeatures kSha = 1U << 3U;
+inline constexpr CpuFeatures kAes = 1U << 0U;
+inline constexpr CpuFeatures kSha = 1U << 1U;
+inline constexpr CpuFeatures kClmul = 1U << 2U;  // carry-less multiplication
+inline constexpr CpuFeatures kAvx2 = 1U << 3U;
 inline constexpr CpuFeatures kVpclmul = 1U << 4U;
 inline constexpr CpuFeatures kVpclmul512 = 1U << 5U;
+inline constexpr CpuFeatures kNeon = 1U << 6U;
 inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
 
-// ZX_CPU in the environment hides features of the processor: all ("portable"), everything wider
-// than 128 bits ("narrow"), or everything wider than 256 bits and the instructions for SHA
-// ("avx2"). So the tests run all paths on one machine, and a user can compare them.
+// ZX_CPU in the environment hides features of the processor: all ("portable") or, on x86-64 only,
+// everything wider than 128 bits ("narrow"), or everything wider than 256 bits and the instructions
+// for SHA ("avx2"). So the tests run all paths on one machine, and a user can compare them.
 [[nodiscard, gnu::cold, gnu::noinline]] inline CpuFeatures ask_cpu() {
     CpuFeatures found = kCpuAsked;
-#ifdef __x86_64__
     const char* const given = secure_getenv("ZX_CPU");
     const std::string_view wish = given != nullptr ? given : "";
     if (wish == "portable") {
         return found;
     }
-    const auto note = [&found](CpuFeatures feature, bool is_there) {
+    [[maybe_unused]] const auto note = [&found](CpuFeatures feature, bool is_there) {
         found |= is_there ? feature : 0;
     };
+#if defined __x86_64__
     const auto has = [&found](CpuFeatures features) { return (features & ~found) == 0; };
     __builtin_cpu_init();
     note(kAvx2, __builtin_cpu_supports("avx2") != 0 && wish != "narrow");
@@ -57,15 +62,21 @@ inline constexpr CpuFeatures kCpuAsked = 1U << 31U;
     if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_SSSE3) != 0 &&
         (ecx & bit_SSE4_1) != 0) {
         note(kAes, (ecx & bit_AES) != 0);
-        note(kPclmul, (ecx & bit_PCLMUL) != 0);
+        note(kClmul, (ecx & bit_PCLMUL) != 0);
         if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0) {
             note(kSha, (ebx & bit_SHA) != 0 && wish != "avx2");
-            note(kVpclmul, (ecx & bit_VPCLMULQDQ) != 0 && has(kAvx2 | kPclmul));
+            note(kVpclmul, (ecx & bit_VPCLMULQDQ) != 0 && has(kAvx2 | kClmul));
             note(kVpclmul512, has(kVpclmul) && wish != "avx2" &&
                                   __builtin_cpu_supports("avx512f") != 0 &&
                                   __builtin_cpu_supports("avx512bw") != 0);
         }
     }
+#elif defined __aarch64__
+    const unsigned long all = getauxval(AT_HWCAP);
+    note(kNeon, (all & HWCAP_ASIMD) != 0);
+    note(kAes, (all & HWCAP_AES) != 0);
+    note(kSha, (all & HWCAP_SHA1) != 0);
+    note(kClmul, (all & HWCAP_PMULL) != 0);
 #endif
     return found;
 }

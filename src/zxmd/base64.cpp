@@ -34,15 +34,19 @@ void decode_portable(const Values& values, const char* text, std::size_t size, s
 }
 
 constexpr zx::Choice<zx::md::EncodeGroups*> kEncoders[] = {
-#ifdef __x86_64__
+#if defined __x86_64__
     {zx::kAvx2, 0, zx::md::encode_avx2},
+#elif defined __aarch64__
+    {zx::kNeon, 0, zx::md::encode_neon},
 #endif
     {zx::kPortable, 0, encode_portable},
 };
 
 constexpr zx::Choice<zx::md::DecodeGroups*> kDecoders[] = {
-#ifdef __x86_64__
+#if defined __x86_64__
     {zx::kAvx2, 0, zx::md::decode_avx2},
+#elif defined __aarch64__
+    {zx::kNeon, 0, zx::md::decode_neon},
 #endif
     {zx::kPortable, 0, decode_portable},
 };

@@ -20,9 +20,12 @@ using EncodeGroups = std::size_t(const char* alphabet, const std::uint8_t* in, s
 using DecodeGroups = void(const Values& values, const char* text, std::size_t size,
                           std::uint8_t* out);
 
-#ifdef __x86_64__
+#if defined __x86_64__
 EncodeGroups encode_avx2;
 DecodeGroups decode_avx2;
+#elif defined __aarch64__
+EncodeGroups encode_neon;
+DecodeGroups decode_neon;
 #endif
 
 // Encodes the first 24 bits.

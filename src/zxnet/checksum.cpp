@@ -25,8 +25,10 @@ std::uint32_t sum_blocks_portable(const std::uint8_t* at, std::size_t blocks) {
 }
 
 constexpr zx::Choice<zx::net::SumBlocks*> kSums[] = {
-#ifdef __x86_64__
+#if defined __x86_64__
     {zx::kAvx2, 0, zx::net::sum_blocks_avx2},
+#elif defined __aarch64__
+    {zx::kNeon, 0, zx::net::sum_blocks_neon},
 #endif
     {zx::kPortable, 0, sum_blocks_portable},
 };

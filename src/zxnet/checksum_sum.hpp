@@ -43,8 +43,10 @@ inline constexpr std::size_t kLanes = sizeof(Lanes) / sizeof(std::uint32_t);
 
 using SumBlocks = std::uint32_t(const std::uint8_t* at, std::size_t blocks);
 
-#ifdef __x86_64__
+#if defined __x86_64__
 SumBlocks sum_blocks_avx2;
+#elif defined __aarch64__
+SumBlocks sum_blocks_neon;
 #endif
 
 }  // namespace zx::net

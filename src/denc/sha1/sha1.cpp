@@ -28,9 +28,11 @@ constexpr std::uint64_t kTooLong = std::uint64_t{1} << 61U;  // in bytes: 2^64 b
 // AVX2 pays from two blocks on, because it prepares the words of a block during the rounds of
 // another.
 constexpr zx::Choice<zx::sha1::Process*> kProcesses[] = {
-#ifdef __x86_64__
+#if defined __x86_64__
     {zx::kSha, 0, zx::sha1::process_ni},
     {zx::kAvx2, 2, zx::sha1::process_avx2},
+#elif defined __aarch64__
+    {zx::kSha, 0, zx::sha1::process_armv8},
 #endif
     {zx::kPortable, 0, zx::sha1::process_portable},
 };

@@ -14,9 +14,11 @@ using Process = void(Words& hash, const std::uint8_t* blocks, std::size_t count)
 
 Process process_portable;
 
-#ifdef __x86_64__
+#if defined __x86_64__
 Process process_avx2;  // for at least one block
 Process process_ni;
+#elif defined __aarch64__
+Process process_armv8;
 #endif
 
 }  // namespace zx::sha1

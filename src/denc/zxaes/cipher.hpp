@@ -70,13 +70,13 @@ struct Cipher {
 // By tables.
 extern const Cipher kByTables;
 
-#ifdef __x86_64__
+#if defined __x86_64__ || defined __aarch64__
 // By the processor's own instructions. These take the same time for all data.
 extern const Cipher kByInstructions;
 #endif
 
 inline constexpr Choice<const Cipher*> kCiphers[] = {
-#ifdef __x86_64__
+#if defined __x86_64__ || defined __aarch64__
     {kAes, 0, &kByInstructions},
 #endif
     {kPortable, 0, &kByTables},

@@ -79,7 +79,9 @@ constexpr zx::Choice<Crc*> kCrcs[] = {
 #ifdef __x86_64__
     {zx::kVpclmul512, zx::crc::kWidestMin, zx::crc::fold_widest<kVariant>},
     {zx::kVpclmul, zx::crc::kWideMin, zx::crc::fold_wide<kVariant>},
-    {zx::kPclmul, zx::crc::kFoldMin, zx::crc::fold_narrow<kVariant>},
+#endif
+#ifdef ZX_TARGET_NARROW
+    {zx::kClmul, zx::crc::kFoldMin, zx::crc::fold_narrow<kVariant>},
 #endif
     {zx::kPortable, 0, kPlain},
 };

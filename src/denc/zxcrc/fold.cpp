@@ -1,34 +1,25 @@
 #include "denc/zxcrc/fold.hpp"
 
-#ifdef __x86_64__
-
-// gcc warns of its own functions for 512 bits, because these begin with uninitialised registers.
-#pragma GCC diagnostic push
-#ifndef __clang__
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#if defined __x86_64__
+#include "denc/zxcrc/clmul_x86.hpp"
+#elif defined __aarch64__
+#include "denc/zxcrc/clmul_armv8.hpp"
 #endif
-#include <immintrin.h>
-#pragma GCC diagnostic pop
+
+#ifdef ZX_NARROW
 
 // The lanes become registers only when the loops over them are unrolled completely.
 #define ZX_UNROLLED _Pragma("GCC unroll 4")
-#define ZX_NARROW   ZX_TARGET_NARROW [[gnu::always_inline]] inline
 #define ZX_WIDE     ZX_TARGET_WIDE [[gnu::always_inline]] inline
 #define ZX_WIDEST   ZX_TARGET_WIDEST [[gnu::always_inline]] inline
 
 namespace {
 
-using zx::crc::reflected;
-using zx::crc::remainder_of_power;
-using zx::crc::Variant;
+using namespace zx::crc;
 
-constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
-constexpr std::ptrdiff_t kPair = 2 * kBlock;
-constexpr std::ptrdiff_t kFour = 4 * kBlock;
+constexpr std::ptrdiff_t kBlock = sizeof(Block);
 constexpr int kLanes = 4;  // independent chains keep the multiplier busy
-static_assert(zx::crc::kFoldMin == kBlock);
-static_assert(zx::crc::kWideMin == kLanes * kPair && zx::crc::kWidestMin == kLanes * kFour);
+static_assert(kFoldMin == kBlock);
 
 constexpr std::uint64_t quotient_of_x64(std::uint32_t polynomial) {
     std::uint64_t quotient = 1;
@@ -41,39 +32,18 @@ constexpr std::uint64_t quotient_of_x64(std::uint32_t polynomial) {
     return quotient;
 }
 
-constexpr long long as_signed(std::uint64_t bits) {
-    return static_cast<long long>(bits);
-}
-
-ZX_NARROW __m128i load(const std::uint8_t* at) {
-    return _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(at)));
-}
-
 // Byte i becomes the former byte i + n, or 0 when there is no such byte.
-ZX_NARROW __m128i slide(__m128i bytes, std::ptrdiff_t n) {
+ZX_NARROW Block slide(Block bytes, std::ptrdiff_t n) {
     constexpr std::uint8_t kNo = 0x80;
     static constexpr std::uint8_t kFrom[3 * kBlock] = {
         kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo,
         0,   1,   2,   3,   4,   5,   6,   7,   8,   9,   10,  11,  12,  13,  14,  15,
         kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo, kNo};
-    return _mm_shuffle_epi8(bytes, load(kFrom + kBlock + n));
+    return shuffled(bytes, load(kFrom + kBlock + n));
 }
 
-ZX_NARROW __m128i backwards() {
-    return _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-}
-
-ZX_NARROW __m128i reverse_bytes(__m128i bytes) {
-    return _mm_shuffle_epi8(bytes, backwards());
-}
-
-ZX_NARROW __m128i reverse_bits(__m128i bits) {
-    const __m128i nibble = _mm_set1_epi8(0x0F);
-    const __m128i reversed = _mm_set_epi8(15, 7, 11, 3, 13, 5, 9, 1, 14, 6, 10, 2, 12, 4, 8, 0);
-    const __m128i lower = _mm_shuffle_epi8(reversed, _mm_and_si128(bits, nibble));
-    const __m128i upper =
-        _mm_shuffle_epi8(reversed, _mm_and_si128(_mm_srli_epi16(bits, 4), nibble));
-    return reverse_bytes(_mm_or_si128(_mm_slli_epi16(lower, 4), upper));
+ZX_NARROW Block backwards() {
+    return joined(0x0001020304050607, 0x08090A0B0C0D0E0F);
 }
 
 // The first bit of a message is the highest one of a register. In a reflected CRC it is the lowest
@@ -85,72 +55,66 @@ struct Folder {
     // Bytes move this way to make room for those that follow.
     static constexpr std::ptrdiff_t kForward = kIsReflected ? 1 : -1;
 
-    ZX_NARROW static __m128i load_block(const std::uint8_t* at) {
-        return kIsReflected ? load(at) : reverse_bytes(load(at));
+    ZX_NARROW static Block load_block(const std::uint8_t* at) {
+        return kIsReflected ? load(at) : shuffled(load(at), backwards());
     }
 
-    ZX_NARROW static __m128i initial() {
+    ZX_NARROW static Block initial() {
         constexpr std::uint64_t kBits = kIsReflected ? std::uint64_t{reflected(kVariant.initial)}
                                                      : std::uint64_t{kVariant.initial} << 32U;
-        return kIsReflected ? _mm_set_epi64x(0, as_signed(kBits))
-                            : _mm_set_epi64x(as_signed(kBits), 0);
+        return kIsReflected ? joined(0, kBits) : joined(kBits, 0);
     }
 
     // Half a register, multiplied by this, moves by n bits. The product of two reflected numbers is
     // one bit further already.
-    static constexpr long long factor(unsigned n) {
-        return as_signed(kIsReflected
-                             ? reflected(std::uint64_t{remainder_of_power(kPolynomial, n - 1)})
-                             : remainder_of_power(kPolynomial, n));
+    static constexpr std::uint64_t factor(unsigned n) {
+        return kIsReflected ? reflected(std::uint64_t{remainder_of_power(kPolynomial, n - 1)})
+                            : remainder_of_power(kPolynomial, n);
     }
 
     template <unsigned kBits>
-    ZX_NARROW static __m128i move_factors() {
-        constexpr long long kFirst = factor(kBits + 64);
-        constexpr long long kSecond = factor(kBits);
-        return kIsReflected ? _mm_set_epi64x(kSecond, kFirst) : _mm_set_epi64x(kFirst, kSecond);
+    ZX_NARROW static Block move_factors() {
+        constexpr std::uint64_t kFirst = factor(kBits + 64);
+        constexpr std::uint64_t kSecond = factor(kBits);
+        return kIsReflected ? joined(kSecond, kFirst) : joined(kFirst, kSecond);
     }
 
     template <unsigned kBits>
-    ZX_NARROW static __m128i move(__m128i bits) {
-        const __m128i factors = move_factors<kBits>();
-        return _mm_xor_si128(_mm_clmulepi64_si128(bits, factors, 0x00),
-                             _mm_clmulepi64_si128(bits, factors, 0x11));
+    ZX_NARROW static Block move(Block bits) {
+        const Block factors = move_factors<kBits>();
+        return product<0, 0>(bits, factors) ^ product<1, 1>(bits, factors);
     }
 
-    ZX_NARROW static __m128i append(__m128i folded, __m128i block) {
-        return _mm_xor_si128(move<8 * kBlock>(folded), block);
+    ZX_NARROW static Block append(Block folded, Block block) {
+        return move<8 * kBlock>(folded) ^ block;
     }
 
     // Appends the last `size` bytes of `last`, 1 to 15 of them.
-    ZX_NARROW static __m128i append_rest(__m128i folded, __m128i last, std::ptrdiff_t size) {
+    ZX_NARROW static Block append_rest(Block folded, Block last, std::ptrdiff_t size) {
         const std::ptrdiff_t away = kForward * (kBlock - size);
-        const __m128i rest = slide(slide(last, away), -away);
-        return append(slide(folded, -away), _mm_or_si128(slide(folded, kForward * size), rest));
+        const Block rest = slide(slide(last, away), -away);
+        return append(slide(folded, -away), slide(folded, kForward * size) | rest);
     }
 
     // The remainder. 128 bits, followed by 32 zeros, become 96 bits and then 64. The last step
     // divides by multiplying (Barrett).
-    ZX_NARROW static std::uint32_t finish(__m128i folded) {
-        const __m128i all = kIsReflected ? reverse_bits(folded) : folded;
+    ZX_NARROW static std::uint32_t finish(Block folded) {
+        const Block all = kIsReflected ? shuffled(reverse_bits(folded), backwards()) : folded;
         constexpr std::uint64_t kPowers[] = {remainder_of_power(kPolynomial, 96),
                                              remainder_of_power(kPolynomial, 64)};
         constexpr std::uint64_t kDivisor[] = {std::uint64_t{1} << 32U | kPolynomial,
                                               quotient_of_x64(kPolynomial)};
-        const __m128i powers = _mm_set_epi64x(as_signed(kPowers[1]), as_signed(kPowers[0]));
-        const __m128i divisor = _mm_set_epi64x(as_signed(kDivisor[1]), as_signed(kDivisor[0]));
-        const __m128i bits96 = _mm_xor_si128(_mm_clmulepi64_si128(all, powers, 0x01),
-                                             _mm_slli_si128(_mm_move_epi64(all), 4));
-        const __m128i bits64 = _mm_xor_si128(_mm_clmulepi64_si128(bits96, powers, 0x11), bits96);
-        const __m128i quotient = _mm_clmulepi64_si128(_mm_srli_epi64(bits64, 32), divisor, 0x10);
-        const __m128i product = _mm_clmulepi64_si128(_mm_srli_epi64(quotient, 32), divisor, 0x00);
-        const auto remainder =
-            static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_xor_si128(bits64, product)));
+        const Block powers = joined(kPowers[1], kPowers[0]);
+        const Block divisor = joined(kDivisor[1], kDivisor[0]);
+        const Block bits96 = product<1, 0>(all, powers) ^ raised(all);
+        const Block bits64 = product<1, 1>(bits96, powers) ^ bits96;
+        const Block quotient = product<0, 1>(uppers(bits64), divisor);
+        const std::uint32_t remainder = lowest(bits64 ^ product<0, 0>(uppers(quotient), divisor));
         return kIsReflected ? reflected(remainder) : remainder;
     }
 
     // Folds the blocks of 16 bytes and the rest that are left, after what is folded so far.
-    ZX_NARROW static std::uint32_t run_on(__m128i folded, const std::uint8_t* at,
+    ZX_NARROW static std::uint32_t run_on(Block folded, const std::uint8_t* at,
                                           const std::uint8_t* end) {
         for (; end - at >= kBlock; at += kBlock) {
             folded = append(folded, load_block(at));
@@ -164,7 +128,7 @@ struct Folder {
     ZX_NARROW static std::uint32_t run(const std::uint8_t* at, std::ptrdiff_t size) {
         constexpr std::ptrdiff_t kStep = kLanes * kBlock;
         const std::uint8_t* const end = at + size;
-        __m128i lanes[kLanes] = {_mm_xor_si128(load_block(at), initial())};
+        Block lanes[kLanes] = {load_block(at) ^ initial()};
         at += kBlock;
         if (size < 2 * kStep) {
             return run_on(lanes[0], at, end);
@@ -176,7 +140,7 @@ struct Folder {
         while (end - at >= kStep) {
             ZX_UNROLLED
             for (int i = 0; i < kLanes; ++i, at += kBlock) {
-                lanes[i] = _mm_xor_si128(move<8 * kStep>(lanes[i]), load_block(at));
+                lanes[i] = move<8 * kStep>(lanes[i]) ^ load_block(at);
             }
         }
         ZX_UNROLLED
@@ -186,7 +150,11 @@ struct Folder {
         return run_on(lanes[0], at, end);
     }
 
+#ifdef __x86_64__
     // The same with two blocks in a register, for kWideMin bytes or more.
+
+    static constexpr std::ptrdiff_t kPair = 2 * kBlock;
+    static_assert(kWideMin == kLanes * kPair);
 
     ZX_WIDE static __m256i load_pair(const std::uint8_t* at) {
         const __m256i pair =
@@ -228,6 +196,9 @@ struct Folder {
 
     // The same with four blocks in a register, for kWidestMin bytes or more.
 
+    static constexpr std::ptrdiff_t kFour = 4 * kBlock;
+    static_assert(kWidestMin == kLanes * kFour);
+
     ZX_WIDEST static __m512i load_four(const std::uint8_t* at) {
         const __m512i four = _mm512_loadu_si512(at);
         return kIsReflected ? four : _mm512_shuffle_epi8(four, _mm512_broadcast_i32x4(backwards()));
@@ -264,37 +235,40 @@ struct Folder {
         for (; end - at >= kFour; at += kFour) {
             lanes[0] = append_four<8 * kFour>(lanes[0], load_four(at));
         }
-        __m128i folded = _mm512_castsi512_si128(lanes[0]);
+        Block folded = _mm512_castsi512_si128(lanes[0]);
         folded = append(folded, _mm512_extracti32x4_epi32(lanes[0], 1));
         folded = append(folded, _mm512_extracti32x4_epi32(lanes[0], 2));
         folded = append(folded, _mm512_extracti32x4_epi32(lanes[0], 3));
         return run_on(folded, at, end);
     }
+#endif
 };
 
 }  // namespace
+
+#define ZX_FOLD(function)                                                                \
+    template std::uint32_t zx::crc::function<kModbus>(const std::uint8_t*, std::size_t); \
+    template std::uint32_t zx::crc::function<kMpeg2>(const std::uint8_t*, std::size_t);  \
+    template std::uint32_t zx::crc::function<kXmodem>(const std::uint8_t*, std::size_t);
 
 template <const Variant& kVariant>
 ZX_TARGET_NARROW std::uint32_t zx::crc::fold_narrow(const std::uint8_t* at, std::size_t size) {
     return Folder<kVariant>::run(at, static_cast<std::ptrdiff_t>(size));
 }
+ZX_FOLD(fold_narrow)
 
+#ifdef __x86_64__
 template <const Variant& kVariant>
 ZX_TARGET_WIDE std::uint32_t zx::crc::fold_wide(const std::uint8_t* at, std::size_t size) {
     return Folder<kVariant>::run_wide(at, static_cast<std::ptrdiff_t>(size));
 }
+ZX_FOLD(fold_wide)
 
 template <const Variant& kVariant>
 ZX_TARGET_WIDEST std::uint32_t zx::crc::fold_widest(const std::uint8_t* at, std::size_t size) {
     return Folder<kVariant>::run_widest(at, static_cast<std::ptrdiff_t>(size));
 }
-
-#define ZX_FOLD(variant)                                                                    \
-    template std::uint32_t zx::crc::fold_narrow<variant>(const std::uint8_t*, std::size_t); \
-    template std::uint32_t zx::crc::fold_wide<variant>(const std::uint8_t*, std::size_t);   \
-    template std::uint32_t zx::crc::fold_widest<variant>(const std::uint8_t*, std::size_t);
-ZX_FOLD(zx::crc::kModbus)
-ZX_FOLD(zx::crc::kMpeg2)
-ZX_FOLD(zx::crc::kXmodem)
+ZX_FOLD(fold_widest)
+#endif
 
 #endif

@@ -56,22 +56,28 @@ constexpr std::uint32_t of_byte(const Variant& variant, std::uint8_t byte) {
 // one.
 using Crc = std::uint32_t(const std::uint8_t* at, std::size_t size);
 
-#ifdef __x86_64__
+#if defined __x86_64__
 #define ZX_TARGET_NARROW [[gnu::target("pclmul,sse4.1,ssse3")]]
 #define ZX_TARGET_WIDE   [[gnu::target("vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
 #define ZX_TARGET_WIDEST [[gnu::target("avx512f,avx512bw,vpclmulqdq,avx2,pclmul,sse4.1,ssse3")]]
 
-// The fewest bytes for one, two and four blocks of 16 bytes in a register.
-inline constexpr std::size_t kFoldMin = 16;
+// The fewest bytes for two and four blocks of 16 bytes in a register.
 inline constexpr std::size_t kWideMin = 128;
 inline constexpr std::size_t kWidestMin = 256;
 
 template <const Variant& kVariant>
-ZX_TARGET_NARROW std::uint32_t fold_narrow(const std::uint8_t* at, std::size_t size);
-template <const Variant& kVariant>
 ZX_TARGET_WIDE std::uint32_t fold_wide(const std::uint8_t* at, std::size_t size);
 template <const Variant& kVariant>
 ZX_TARGET_WIDEST std::uint32_t fold_widest(const std::uint8_t* at, std::size_t size);
+#elif defined __aarch64__
+#define ZX_TARGET_NARROW  // src/CMakeLists.txt names the target
+#endif
+
+#ifdef ZX_TARGET_NARROW
+inline constexpr std::size_t kFoldMin = 16;
+
+template <const Variant& kVariant>
+ZX_TARGET_NARROW std::uint32_t fold_narrow(const std::uint8_t* at, std::size_t size);
 #endif
 
 }  // namespace zx::crc
