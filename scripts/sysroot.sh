@@ -37,5 +37,6 @@ find "$work" -type l -lname '/*' -printf '%p\n%l\n' | while read -r link && read
     ln -sfr "$work$target" "$link"
 done
 # So would the full paths in the files of some packages for CMake.
+# shellcheck disable=SC2016  # for CMake
 find "$work/usr/lib" -name '*.cmake' -exec sed -i 's#"/usr/#"${CMAKE_SYSROOT}/usr/#g' {} +
 mv "$work" "$tree"
