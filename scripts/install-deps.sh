@@ -3,7 +3,7 @@
 #
 #   scripts/install-deps.sh GROUP...
 #
-# Groups: build, test, bench, fuzz, analyse, memcheck, coverage, docs, package.
+# Groups: build, test, bench, fuzz, analyse, memcheck, coverage, docs, package, cross.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -27,6 +27,7 @@ packages_of() {
         coverage) echo gcovr ;;
         docs) echo doxygen python3 ;;
         package) echo debootstrap dpkg-dev fakeroot lintian ;;
+        cross) echo g++-aarch64-linux-gnu g++-s390x-linux-gnu mmdebstrap qemu-user qemu-user-static ;;
         *) misused ;;
     esac
 }

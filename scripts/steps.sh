@@ -45,3 +45,30 @@ build() {
 run_tests() {
     ctest --preset "$1" --parallel $((2 * $(nproc))) --no-tests=error --output-on-failure | counted
 }
+
+# processor_of ARCH: the name of Debian's architecture that compilers and qemu use.
+processor_of() { if [[ $1 == arm64 ]]; then echo aarch64; else echo "$1"; fi; }
+
+# can_run ARCH: whether programs of the architecture run here, through qemu if need be. Tries it with the
+# dynamic linker that comes with the cross compiler.
+can_run() {
+    local linker
+    [[ $(dpkg --print-architecture) != "$1" ]] || return 0
+    linker=$(echo "/usr/$(processor_of "$1")-linux-gnu/lib"/ld*.so.1)
+    "$linker" --version >/dev/null 2>&1
+}
+
+# need_emulation ARCH: fails if programs of the architecture do not run here. Root first registers qemu with the
+# kernel, which lasts until the machine restarts.
+need_emulation() {
+    local formats=/proc/sys/fs/binfmt_misc rule
+    ! can_run "$1" || return 0
+    rule=/usr/lib/binfmt.d/qemu-$(processor_of "$1").conf
+    if [[ $(id -u) -eq 0 ]]; then
+        [[ -e $formats/register ]] || mount -t binfmt_misc binfmt_misc $formats || true
+        cat "$rule" >$formats/register || true
+    fi
+    can_run "$1" && return
+    echo "$0: programs for $1 do not run here: that takes a kernel with binfmt_misc, and root once to register $rule" >&2
+    return 1
+}
