@@ -45,7 +45,7 @@ stage documentation scripts/docs.sh
 build=build/package
 triplet=$(dpkg-architecture -a"$arch" -qDEB_HOST_MULTIARCH)
 settings=(-DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$triplet"
-    -DCMAKE_SKIP_INSTALL_RPATH=ON -DZX_BUILD_TESTS=OFF)
+    -DCMAKE_SKIP_RPATH=ON -DZX_BUILD_TESTS=OFF)
 if [[ $arch != "$native" ]]; then
     build+=-$arch
     settings+=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/cross.cmake" -DZX_ARCH="$arch")
