@@ -35,8 +35,9 @@ for path in /proc /dev; do
     mount --rbind --make-rslave "$path" "$tree$path"
 done
 
-in_tree() { chroot "$tree" env PATH=/usr/sbin:/usr/bin:/sbin:/bin \
-    DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
+# A compiler cache of this machine is not there.
+in_tree() { chroot "$tree" env -u CMAKE_C_COMPILER_LAUNCHER -u CMAKE_CXX_COMPILER_LAUNCHER \
+    PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
 install() { in_tree apt-get install -y -qq --no-install-recommends "$@" >/dev/null; }
 
 # files: lists all files except those that apt and dpkg keep for themselves.
