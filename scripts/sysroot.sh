@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes build/sysroot/ARCH: the headers and libraries of another architecture, to build for it and to run
-# its programs under qemu. A tree that is there stays. Nothing on this machine is changed.
+# Makes build/sysroot/ARCH: the headers and libraries of another architecture, to build for it, to run
+# its programs under qemu and to make packages. A tree that is there stays. Nothing on this machine is changed.
 #
 #   scripts/sysroot.sh ARCH
 #
@@ -13,7 +13,7 @@ case "$# ${1-}" in
     *) misused ;;
 esac
 tree=build/sysroot/$1
-[[ ! -e $tree ]] || exit 0
+[[ ! -e $tree/DEBIAN ]] || exit 0
 
 packages=libc6-dev,libstdc++6,libcjson-dev,libcli11-dev,libcurl4-openssl-dev,libgmock-dev
 packages+=,libgtest-dev,libhttp-parser-dev,libmicrohttpd-dev,libncurses-dev,libpcap-dev,libsystemd-dev
@@ -26,10 +26,18 @@ mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
 work=$tree.part
 mkdir -p build/sysroot
 rm -rf "$work"
+# dpkg-shlibdeps finds in DEBIAN which packages the libraries come from.
+# shellcheck disable=SC2016  # for the shell of mmdebstrap
 mmdebstrap --quiet --variant=extract --architectures="$1" --include="$packages" \
+    --extract-hook='mkdir "$1/DEBIAN"
+        for package in "$1"/var/cache/apt/archives/*.deb; do
+            for file in shlibs symbols; do
+                dpkg-deb --info "$package" $file 2>/dev/null >>"$1/DEBIAN/$file" || true
+            done
+        done' \
     "$VERSION_CODENAME" "$work" "$mirror"
 # Only what compilers and programs need: qemu uses the files here instead of those of the machine.
-find "$work" -mindepth 1 -maxdepth 1 ! -name lib ! -name 'lib*' ! -name usr -exec rm -rf {} +
+find "$work" -mindepth 1 -maxdepth 1 ! -name 'lib*' ! -name usr ! -name DEBIAN -exec rm -rf {} +
 find "$work/usr" -mindepth 1 -maxdepth 1 ! -name 'lib*' ! -name include ! -name share -exec rm -rf {} +
 find "$work/usr/share" -mindepth 1 -maxdepth 1 ! -name cmake ! -name pkgconfig -exec rm -rf {} +
 # Links with a full path would lead out of the tree.
@@ -39,4 +47,5 @@ done
 # So would the full paths in the files of some packages for CMake.
 # shellcheck disable=SC2016  # for CMake
 find "$work/usr/lib" -name '*.cmake' -exec sed -i 's#"/usr/#"${CMAKE_SYSROOT}/usr/#g' {} +
+rm -rf "$tree"
 mv "$work" "$tree"

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# try.sh PACKAGE...: installs and tries the packages in a minimal Debian system. Called by
-# scripts/package.sh as root.
+# try.sh ARCH PACKAGE...: installs and tries the packages in a minimal Debian system of the architecture, whose
+# programs must run here. Called by scripts/package.sh as root.
 set -euo pipefail
+arch=$1
+shift
 tree=$(mktemp -d)
 trap 'rm -rf --one-file-system "$tree"' EXIT
 project=$(cd "$(dirname "$0")/../.." && pwd)
@@ -15,8 +17,8 @@ mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 log=$project/build/debootstrap.log
 chmod 755 "$tree"
-echo "== a minimal Debian $VERSION_CODENAME; takes minutes"
-debootstrap --keyring="$keyring" --variant=minbase "$VERSION_CODENAME" "$tree" "$mirror" \
+echo "== a minimal Debian $VERSION_CODENAME for $arch; takes minutes"
+debootstrap --arch="$arch" --keyring="$keyring" --variant=minbase "$VERSION_CODENAME" "$tree" "$mirror" \
     >"$log" 2>&1 || { tail "$log"; exit 1; }
 for path in /etc/apt /usr/share/keyrings; do
     mkdir -p "$tree$path"
@@ -33,8 +35,9 @@ for path in /proc /dev; do
     mount --rbind --make-rslave "$path" "$tree$path"
 done
 
-in_tree() { chroot "$tree" env PATH=/usr/sbin:/usr/bin:/sbin:/bin \
-    DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
+# A compiler cache of this machine is not there.
+in_tree() { chroot "$tree" env -u CMAKE_C_COMPILER_LAUNCHER -u CMAKE_CXX_COMPILER_LAUNCHER \
+    PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
 install() { in_tree apt-get install -y -qq --no-install-recommends "$@" >/dev/null; }
 
 # files: lists all files except those that apt and dpkg keep for themselves.
@@ -58,6 +61,10 @@ cp -r "$project/tests/abi" "$tree/tmp/try/"
 examples=()
 if [[ -d $project/examples ]]; then
     cp -r "$project/examples" "$tree/tmp/try/"
+    if [[ $arch != "$(dpkg --print-architecture)" ]]; then
+        echo "   without the example zxnet_group: qemu lacks the socket option IP_MULTICAST_IF"
+        rm "$tree/tmp/try/examples/zxnet_group.c"
+    fi
     mapfile -t examples < <(cd "$tree" && find tmp/try/examples -name '*.c' -o -name '*.cpp')
 fi
 in_tree /tmp/try/abi/consume.sh cmake cc c++ "${examples[@]/#//}"

@@ -26,7 +26,7 @@ for language in C CXX; do
     "$cmake" --no-warn-unused-cli -S "$consumer" -B "$work/$language" -DCONSUMER_LANGUAGE=$language \
         -DCONSUMER_SOURCES="${!sources}" -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
         -DCMAKE_CXX_STANDARD=20 >/dev/null
-    "$cmake" --build "$work/$language" >/dev/null
+    "$cmake" --build "$work/$language" --parallel "$(nproc)" >/dev/null
     "$cmake" --build "$work/$language" --target test
 done
 
