@@ -19,7 +19,7 @@ suite() {
 }
 
 rest() {
-    stage packages scripts/install-deps.sh build test analyse docs fuzz
+    stage packages scripts/install-deps.sh build test clang analyse docs
     for preset in asan tsan; do
         stage "build $preset" build $preset
         stage "test $preset" run_tests $preset

@@ -36,7 +36,7 @@
 #include "files.hpp"
 #include "zxlog.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZX_ASAN
 extern "C" void __asan_handle_no_return();
 #else
 static void __asan_handle_no_return() {}
