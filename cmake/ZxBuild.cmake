@@ -27,12 +27,22 @@ target_compile_options(
               $<$<AND:$<CXX_COMPILER_ID:GNU>,$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},x86_64>>:-mstringop-strategy=libcall>
               # Clang complains of formats that are passed on with a va_list; gcc does not.
               $<$<CXX_COMPILER_ID:Clang>:-Wno-format-nonliteral>
+              $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>
               $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
 
 if(ZX_SANITIZE)
+    # For tests: compilers have different names for this.
+    if(ZX_SANITIZE MATCHES "address")
+        target_compile_definitions(zx_flags INTERFACE ZX_ASAN)
+    elseif(ZX_SANITIZE MATCHES "thread")
+        target_compile_definitions(zx_flags INTERFACE ZX_TSAN)
+    endif()
     target_compile_options(
         zx_flags INTERFACE -fsanitize=${ZX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(zx_flags INTERFACE -fsanitize=${ZX_SANITIZE})
+    # Clang puts the sanitizers into the program. The libraries need those for C++, also in a program in C.
+    target_link_options(zx_flags INTERFACE $<$<LINK_LANG_AND_ID:C,Clang>:-fsanitize-link-c++-runtime>)
+    target_link_libraries(zx_flags INTERFACE $<$<LINK_LANG_AND_ID:C,Clang>:stdc++>)
 else()
     target_link_options(zx_flags INTERFACE -Wl,-z,defs)
     target_compile_options(zx_flags INTERFACE -fstack-protector-strong $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)

@@ -19,7 +19,7 @@ if [[ $# -eq 0 ]]; then
     for source in fuzz/*_fuzz.cpp; do targets+=("$(basename "$source" _fuzz.cpp)"); done
 fi
 
-scripts/install-deps.sh build fuzz
+scripts/install-deps.sh build clang
 build fuzz capture_seeds "${targets[@]/%/_fuzz}"
 "$work/fuzz/capture_seeds" "$work/captured" tests/data
 

@@ -3,7 +3,7 @@
 #
 #   scripts/install-deps.sh GROUP...
 #
-# Groups: build, test, bench, fuzz, analyse, memcheck, coverage, docs, package, cross.
+# Groups: build, test, bench, clang, analyse, memcheck, coverage, docs, package, cross.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -21,7 +21,7 @@ packages_of() {
                     libglib2.0-dev libisal-dev libjack-jackd2-dev libjemalloc2 libmimalloc2.0 libnet1-dev \
                     libspdlog-dev libssl-dev libtins-dev linux-perf multicat nettle-dev python3 socat \
                     zlib1g-dev ;;
-        fuzz) echo clang libclang-rt-14-dev ;;
+        clang) echo clang libclang-rt-14-dev ;; # for the presets asan and fuzz
         analyse) echo clang clang-tidy cppcheck ;;
         memcheck) echo valgrind ;;
         coverage) echo gcovr ;;

@@ -46,7 +46,7 @@ namespace {
 
 template <typename R, typename... Args>
 R stand_in(Args...) {
-    return R{};
+    return R();
 }
 template <typename R, typename... Args>
 auto stand_in_for(R (*)(Args...)) -> R (*)(Args...) {

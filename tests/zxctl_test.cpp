@@ -287,7 +287,7 @@ TEST_F(Ctl, EnduresBadPrograms) {
         return false;
     });
     EXPECT_EQ(run("bad locks"), "zxctl: bad (7): the answer is longer than 16 MiB\n1");
-#ifndef __SANITIZE_ADDRESS__
+#ifndef ZX_ASAN
     rusage used{};
     getrusage(RUSAGE_CHILDREN, &used);
     EXPECT_LT(used.ru_maxrss, 100 * 1024);  // KiB

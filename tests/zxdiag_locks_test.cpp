@@ -17,7 +17,7 @@
 #include "zxdiag.h"
 #include "zxlock.h"
 
-#ifdef __SANITIZE_THREAD__
+#ifdef ZX_TSAN
 // These tests do on purpose what this sanitizer reports, and start threads after a fork. Locks that
 // another thread releases confuse it.
 extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options();

@@ -14,7 +14,7 @@
 namespace {
 
 TEST(FifoTest, CancelledTransferGivesTheLockBack) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZX_ASAN
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
 #endif
     const auto worker = [](void* argument) -> void* {

@@ -41,7 +41,7 @@ public:
     }
 
     zx::test::LogCapture log;
-    const zx::test::Folder folder;
+    const zx::test::Folder folder{};
     const std::string fifo = folder.path() + "/fifo";
     const int made = mkfifo(fifo.c_str(), 0600);
 };
@@ -69,7 +69,7 @@ TEST_P(WaitingTest, KeepsWaitingWhenSignalsArrive) {
 // Cancels a call while it waits for the other end. The tests with injected faults (tests/faults)
 // cancel it at its other cancellation points.
 TEST_P(WaitingTest, CanBeCancelled) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZX_ASAN
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
 #endif
     const auto before = zx::test::open_descriptors();
@@ -110,8 +110,8 @@ TEST(UserTest, IsChangedForGood) {
         bool keeps_capabilities;
         std::uint32_t capabilities;
     } starts[] = {
-        {0, 0, false, 0},    // an administrator
-#ifndef __SANITIZE_THREAD__  // the sanitizer's thread would need the capabilities, too
+        {0, 0, false, 0},  // an administrator
+#ifndef ZX_TSAN            // the sanitizer's thread would need the capabilities, too
         {0, 0, true, 0},
         {1000, 1000, true, 1U << CAP_SETUID | 1U << CAP_SETGID},
         {kNobody, 0, true, 0},                        // could go back to root

@@ -62,7 +62,7 @@ protected:
         EXPECT_EQ(result, "as wanted");
     }
     int flags() const {
-        ifreq request{"zx0", {}};
+        ifreq request{{"zx0"}, {}};
         EXPECT_EQ(ioctl(fd, SIOCGIFFLAGS, &request), 0);
         return request.ifr_flags;
     }

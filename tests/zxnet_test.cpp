@@ -92,7 +92,7 @@ private:
 };
 
 TEST(NetTest, KeepsWaitingWhenSignalsArrive) {
-#ifdef __SANITIZE_THREAD__
+#ifdef ZX_TSAN
     GTEST_SKIP() << "the thread sanitizer keeps signals back while a call waits";
 #endif
     zx::test::LogCapture log;
@@ -171,7 +171,7 @@ TEST(NetTest, KeepsWaitingWhenSignalsArrive) {
 }
 
 TEST(NetTest, CancelledWaitRemovesItsDescriptor) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZX_ASAN
     GTEST_SKIP() << "the address sanitizer does not follow a cancelled thread";
 #endif
     const Socket socket(SOCK_DGRAM);

@@ -342,7 +342,7 @@ TEST_F(RelayServer, KeepsToItsMemoryWhateverItsClientsDo) {
     EXPECT_LT(most, 7U << 20U);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they take what they want
+#if !defined(ZX_ASAN) && !defined(ZX_TSAN)  // they take what they want
 TEST_F(RelayServer, LosesAClientRatherThanItselfWhenThereIsNoMemory) {
     start("tcp", "--client-buffer 256m");
     const pid_t pid = relays().front();

@@ -405,6 +405,7 @@ TEST(RelaySelector, TakesOverAfterASilenceAndGivesBackToTheBest) {
         {9.1, 1, false},  {10.0, 1, false}, {11.1, 1, true}, {11.2, 0, false}, {12.0, 0, false},
         {12.9, 0, false}, {13.15, 0, true},
     };
+    const tools::MutexGuard lock(selector.mutex());
     for (const auto& message : messages) {
         const auto now = static_cast<std::uint64_t>(message.seconds * kSecond);
         EXPECT_EQ(selector.admits(message.rank, now), message.passes) << message.seconds;

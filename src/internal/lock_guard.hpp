@@ -2,16 +2,17 @@
 #pragma once
 
 #include "internal/lock_holder.hpp"
+#include "internal/mutex.hpp"
 #include "zxlock.h"
 
 namespace zx {
 
 // Holds a lock; `func` and `line` are the place that holds it. A lock that cannot be used is
 // reported and not held.
-class LockGuard {
+class ZX_SCOPED_CAPABILITY LockGuard {
 public:
     // Inlined by hand: the compiler takes the probes for long code, but they are nops.
-    [[gnu::always_inline]] LockGuard(zxlock_ctt& lock, const char* func, int line)
+    [[gnu::always_inline]] LockGuard(NamedLock& lock, const char* func, int line) ZX_ACQUIRE(lock)
         : lock_(lock), func_(func), line_(line) {
         if (lock::is_usable(&lock_)) [[likely]] {
             lock::obtain(lock_, func_, line_);
@@ -21,7 +22,7 @@ public:
     }
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
-    ~LockGuard() {
+    ~LockGuard() ZX_RELEASE() {
         if (lock::is_usable(&lock_)) [[likely]] {
             lock::release(lock_);
         } else {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "internal/mutex.hpp"
 #include "internal/poll.hpp"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/growth.hpp"
@@ -16,7 +17,6 @@
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
 #include "zxdiag/locks.hpp"
-#include "zxdiag/mutex.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/trace.hpp"
 #include "zxfifo.h"
@@ -27,6 +27,8 @@ namespace {
 constexpr std::size_t kMostFifos = 4096;
 constexpr std::size_t kNameRoom = ZXFIFO_NAME_SIZE + 8;  // a multiple of 8, with a NUL
 constexpr auto kRelaxed = std::memory_order_relaxed;
+
+constinit Mutex g_asking;
 
 // The size is a power of 2: finding an entry then takes a nanosecond less, of the 20 in which a
 // message of 188 bytes is stored.
@@ -49,14 +51,12 @@ struct alignas(512) Fifo {
     std::atomic<std::int64_t> since_us{};
     SharedText<kNameRoom> name;
 
-    // Guarded by g_asking.
-    std::uint64_t sampled_id{};
-    Growth in_growth;
-    Growth out_growth;
+    std::uint64_t sampled_id ZX_GUARDED_BY(g_asking){};
+    Growth in_growth ZX_GUARDED_BY(g_asking);
+    Growth out_growth ZX_GUARDED_BY(g_asking);
 };
 
 constinit Known<Fifo, kMostFifos> g_fifos;
-constinit Mutex g_asking;
 
 // The level that the totals show. When it cannot be, the reader or the writer has passed the other:
 // the one that needs fewer bytes for it.
@@ -126,7 +126,7 @@ void trace_transfer(Span span, const zxfifoblock_ctt& fifo, std::uint32_t n) {
     }
 }
 
-cJSON* as_object(Fifo& entry, std::int64_t now_us) {
+cJSON* as_object(Fifo& entry, std::int64_t now_us) ZX_REQUIRES(g_asking) {
     const std::uint64_t id = entry.id.load(kRelaxed);
     if (entry.sampled_id != id) {
         entry.sampled_id = id;
@@ -200,6 +200,7 @@ Answer answer_fifos(const Question&) {
     const MutexGuard guard(g_asking);
     const std::int64_t now_us = steady_us();
     g_fifos.for_each([&](Fifo& entry) {
+        g_asking.is_held();
         if (cJSON* const object = as_object(entry, now_us); object != nullptr) {
             cJSON_AddItemToArray(fifos, object);
         }

@@ -11,10 +11,10 @@
 #include <string_view>
 
 #include "internal/log.hpp"
+#include "internal/mutex.hpp"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/json.hpp"
-#include "zxdiag/mutex.hpp"
 #include "zxdiag/places.hpp"
 #include "zxmem/allocator.hpp"
 
@@ -56,10 +56,10 @@ constexpr std::size_t kMostMarks = 8;
 // Those who ask, who may be several, and the thread that serves. Nobody else waits for this mutex,
 // and nothing is called under it.
 constinit Mutex g_mutex;
-Mark g_marks[kMostMarks];
+Mark g_marks[kMostMarks] ZX_GUARDED_BY(g_mutex);
 // The growth is that since the earlier sample, and since the later one as long as it is alone.
-Snapshot g_samples[2];
-constinit std::size_t g_later = 0;
+Snapshot g_samples[2] ZX_GUARDED_BY(g_mutex);
+constinit std::size_t g_later ZX_GUARDED_BY(g_mutex) = 0;
 
 Numbers numbers_of(const Place& place) {
     return {place.id.load(std::memory_order_acquire), place.buffers.load(std::memory_order_relaxed),
@@ -73,7 +73,7 @@ void take(Snapshot& out, std::int64_t now) {
 }
 
 // NULL: there is no such mark.
-Mark* find_mark(std::string_view name) {
+Mark* find_mark(std::string_view name) ZX_REQUIRES(g_mutex) {
     auto* const found = std::find_if(std::begin(g_marks), std::end(g_marks), [&](const Mark& mark) {
         return mark.snapshot.at_us != 0 && name == mark.name;
     });
@@ -81,7 +81,7 @@ Mark* find_mark(std::string_view name) {
 }
 
 // In place of the mark of this name, or of the oldest one.
-void set_mark(const char* name, std::int64_t now) {
+void set_mark(const char* name, std::int64_t now) ZX_REQUIRES(g_mutex) {
     Mark* mark = find_mark(name);
     if (mark == nullptr) {
         mark = std::min_element(std::begin(g_marks), std::end(g_marks),
@@ -93,7 +93,7 @@ void set_mark(const char* name, std::int64_t now) {
     take(mark->snapshot, now);
 }
 
-void take_sample(std::int64_t now) {
+void take_sample(std::int64_t now) ZX_REQUIRES(g_mutex) {
     constexpr std::int64_t kStepUs = 10 * kUsPerSecond;
     const std::int64_t later_us = g_samples[g_later].at_us;
     if (later_us == 0 || now - later_us >= kStepUs) {
@@ -103,7 +103,7 @@ void take_sample(std::int64_t now) {
 }
 
 // NULL: there is none that is a second old.
-const Snapshot* sample_for_growth(std::int64_t now) {
+const Snapshot* sample_for_growth(std::int64_t now) ZX_REQUIRES(g_mutex) {
     const Snapshot& earlier = g_samples[1 - g_later];
     const Snapshot& base = earlier.at_us != 0 ? earlier : g_samples[g_later];
     return base.at_us != 0 && now - base.at_us >= kUsPerSecond ? &base : nullptr;

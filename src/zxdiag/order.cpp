@@ -8,9 +8,9 @@
 
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
+#include "internal/mutex.hpp"
 #include "internal/poll.hpp"
 #include "zxdiag/json.hpp"
-#include "zxdiag/mutex.hpp"
 #include "zxdiag/reports.hpp"
 
 namespace zx::diag {
@@ -50,12 +50,11 @@ struct Inversion {
 
 constinit Reports<Inversion, 64> g_inversions;
 
-// The mutex guards all of these.
 constinit Mutex g_mutex;
-std::size_t g_pair_count = 0;
-Pair g_pairs[kMostPairs];
-PairPlaces g_places[kMostPairs];
-std::uint32_t g_search = 0;
+std::size_t g_pair_count ZX_GUARDED_BY(g_mutex) = 0;
+Pair g_pairs[kMostPairs] ZX_GUARDED_BY(g_mutex);
+PairPlaces g_places[kMostPairs] ZX_GUARDED_BY(g_mutex);
+std::uint32_t g_search ZX_GUARDED_BY(g_mutex) = 0;
 
 // Where the calling thread took a lock that it holds. A program with a fault may have given back
 // the memory of the lock nevertheless.
@@ -73,7 +72,7 @@ PairText text_of(const Pair& pair, const PairPlaces& places) {
 
 // Marks what `from` leads to, nearest first, until `to` is reached. `reached_by` is the pair that
 // leads to a lock.
-bool is_reached(LockEntry& from, const LockEntry& to) {
+bool is_reached(LockEntry& from, const LockEntry& to) ZX_REQUIRES(g_mutex) {
     ++g_search;
     from.search = g_search;
     from.distance = 0;
@@ -96,7 +95,7 @@ bool is_reached(LockEntry& from, const LockEntry& to) {
 }
 
 // Describes the last pair and the way from its inner lock back to its outer one.
-void describe_last(Inversion& inversion) {
+void describe_last(Inversion& inversion) ZX_REQUIRES(g_mutex) {
     inversion.at_us = steady_us();
     const Pair& last = g_pairs[g_pair_count - 1];
     inversion.pairs[0] = text_of(last, g_places[g_pair_count - 1]);

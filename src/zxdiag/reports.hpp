@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "zxdiag/mutex.hpp"
+#include "internal/mutex.hpp"
 
 namespace zx::diag {
 

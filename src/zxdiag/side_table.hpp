@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "zxdiag/mutex.hpp"
+#include "internal/mutex.hpp"
 
 namespace zx::diag {
 
@@ -93,7 +93,7 @@ private:
         return (reinterpret_cast<std::uintptr_t>(record) * kSpread) >> (64U - kBits);
     }
 
-    Entry* room_for(const void* record) {
+    Entry* room_for(const void* record) ZX_REQUIRES(changes_) {
         for (std::size_t step = 0, at = slot_of(record); step < kSteps; ++step, ++at) {
             Entry& entry = entries_[at % Size];
             const void* const its = entry.record.load(std::memory_order_relaxed);

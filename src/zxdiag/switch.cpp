@@ -10,6 +10,7 @@
 #include "internal/args.hpp"
 #include "internal/cancel.hpp"
 #include "internal/log.hpp"
+#include "internal/mutex.hpp"
 #include "zxdiag.h"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/coarse_clock.hpp"
@@ -19,7 +20,6 @@
 #include "zxdiag/locks.hpp"
 #include "zxdiag/log.hpp"
 #include "zxdiag/memory.hpp"
-#include "zxdiag/mutex.hpp"
 #include "zxdiag/service.hpp"
 #include "zxdiag/thread_record.hpp"
 #include "zxdiag/threads.hpp"
@@ -59,7 +59,7 @@ void watch_forks() {
 }
 
 // Returns true if it was off.
-bool count(Caller caller = {}) {
+bool count(Caller caller = {}) ZX_REQUIRES(g_switch) {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, watch_forks);
     if ((g_mode.load(std::memory_order_relaxed) & kCounting) != 0) {
@@ -120,7 +120,7 @@ extern "C" int32_t zxdiag_api_start(void) {
     const zx::CancelHeld held;
     bool was_off = false;
     {
-        const zx::diag::MutexGuard guard(zx::diag::g_switch);
+        const zx::MutexGuard guard(zx::diag::g_switch);
         was_off = zx::diag::count();
     }
     zx::diag::count_memory(was_off);
@@ -141,7 +141,7 @@ extern "C" int32_t zxdiag_api_serve(const char* path) {
 
 extern "C" void zxdiag_api_stop(void) {
     const zx::CancelHeld held;
-    const zx::diag::MutexGuard guard(zx::diag::g_switch);
+    const zx::MutexGuard guard(zx::diag::g_switch);
     zx::diag::stop_service();
     zx::diag::stop_keeping_lines();
     zx::diag::g_mode.store(0, std::memory_order_relaxed);

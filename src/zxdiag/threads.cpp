@@ -16,13 +16,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "internal/mutex.hpp"
 #include "internal/poll.hpp"
 #include "zxdiag/answers.hpp"
 #include "zxdiag/growth.hpp"
 #include "zxdiag/hooks.hpp"
 #include "zxdiag/json.hpp"
 #include "zxdiag/known.hpp"
-#include "zxdiag/mutex.hpp"
 #include "zxdiag/program_memory.hpp"
 #include "zxdiag/shared_text.hpp"
 #include "zxdiag/waits.hpp"
@@ -35,6 +35,8 @@ constexpr std::size_t kMostWorkers = 1024;
 constexpr std::size_t kNameRoom = ZXTHREAD_NAME_SIZE + 8;  // a multiple of 8, with a NUL
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
+constinit Mutex g_asking;
+
 // Changed by a thread that holds the mutex of the record, so by one at a time.
 struct alignas(64) Worker {
     std::atomic<const void*> record{};
@@ -44,11 +46,10 @@ struct alignas(64) Worker {
     std::atomic<std::int64_t> since_us{};  // when it was first seen
     SharedText<kNameRoom> name;
 
-    std::uint64_t round{};  // of the last answer that has this thread; guarded by g_asking
+    std::uint64_t round ZX_GUARDED_BY(g_asking){};  // of the last answer that has this thread
 };
 
 constinit Known<Worker, kMostWorkers> g_workers;
-constinit Mutex g_asking;
 
 // The clocks of a thread have its number in theirs: that is how the kernel numbers these clocks.
 // The C library reads it from the memory of the thread, which is gone if the program has joined the
@@ -166,8 +167,8 @@ private:
     };
     Sample samples_[kSize]{};
 };
-constinit Samples g_samples;
-std::uint64_t g_round = 0;  // guarded by g_asking
+constinit Samples g_samples ZX_GUARDED_BY(g_asking);
+std::uint64_t g_round ZX_GUARDED_BY(g_asking) = 0;
 
 void add_worker(cJSON* object, const Worker& worker) {
     const std::uint32_t state = worker.state.load(kRelaxed);
@@ -190,7 +191,7 @@ Worker* worker_of(const Task& task) {
     return found;
 }
 
-cJSON* as_object(const Task& task) {
+cJSON* as_object(const Task& task) ZX_REQUIRES(g_asking) {
     Growth& growth = g_samples.of(task, g_round);
     growth.see(task.cpu_us, steady_us());
     cJSON* const object = cJSON_CreateObject();
@@ -209,7 +210,7 @@ cJSON* as_object(const Task& task) {
     return object;
 }
 
-void add_tasks(cJSON* threads, DIR* directory) {
+void add_tasks(cJSON* threads, DIR* directory) ZX_REQUIRES(g_asking) {
     while (const dirent* const entry = readdir(directory)) {
         if (Task task{};
             entry->d_name[0] != '.' && read_task(dirfd(directory), entry->d_name, task)) {
@@ -221,6 +222,7 @@ void add_tasks(cJSON* threads, DIR* directory) {
 // Workers whose threads have ended by themselves: nobody has destroyed their records.
 void add_ended(cJSON* threads) {
     g_workers.for_each([&](const Worker& worker) {
+        g_asking.is_held();
         if (worker.round != g_round) {
             cJSON* const object = cJSON_CreateObject();
             add_number(object, "tid", worker.tid.load(kRelaxed));

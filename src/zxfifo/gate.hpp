@@ -1,10 +1,10 @@
 // Readers that take no lock, and a writer that frees what they read only after they have left.
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdint>
+
+#include "internal/mutex.hpp"
 
 namespace zx::fifo {
 
@@ -30,19 +30,18 @@ public:
 
     // Writers may call this at any time; they go one after the other. It is no cancellation point.
     void wait_for_earlier_readers() {
-        pthread_mutex_lock(&writers_);
+        const MutexGuard guard(writers_);
         const unsigned earlier = phase_.load();
         phase_.store(1 - earlier);
         for (std::uint32_t left = readers_[earlier].load(); left != 0;
              left = readers_[earlier].load()) {
             readers_[earlier].wait(left);
         }
-        pthread_mutex_unlock(&writers_);
     }
 
     // For the child of a fork, which has none of the other threads.
     void forget_other_threads() {
-        writers_ = PTHREAD_MUTEX_INITIALIZER;
+        writers_.forget_other_threads();
         readers_[0] = 0;
         readers_[1] = 0;
     }
@@ -67,7 +66,7 @@ private:
         }
     }
 
-    pthread_mutex_t writers_ = PTHREAD_MUTEX_INITIALIZER;
+    Mutex writers_;
     std::atomic<unsigned> phase_{0};
     std::atomic<std::uint32_t> readers_[2]{};
 };

@@ -8,6 +8,7 @@
 #include "internal/lock_guard.hpp"
 #include "internal/lock_holder.hpp"
 #include "internal/log.hpp"
+#include "internal/mutex.hpp"
 #include "internal/poll.hpp"
 #include "zxdiag/hooks.hpp"
 
@@ -26,29 +27,27 @@ constexpr std::uint32_t kCmdStart = 2;
 constexpr std::uint32_t kCmdTaken = 3;
 
 // Several threads may make locks at once. Readers of the table do not take this mutex.
-pthread_mutex_t g_list_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit zx::Mutex g_list_mutex;
 
 void list_add(zxlock_ctt* lock) {
-    pthread_mutex_lock(&g_list_mutex);
+    const zx::MutexGuard guard(g_list_mutex);
     for (zxlocklist_entry_ctt& entry : zxlocklist_ctt) {
         if (entry.used != 1) {
             entry.lock = lock;
             entry.used = 1;
-            break;
+            return;
         }
     }
-    pthread_mutex_unlock(&g_list_mutex);
 }
 
 void list_remove(const zxlock_ctt* lock) {
-    pthread_mutex_lock(&g_list_mutex);
+    const zx::MutexGuard guard(g_list_mutex);
     for (zxlocklist_entry_ctt& entry : zxlocklist_ctt) {
         if (entry.used == 1 && entry.lock == lock) {
             entry = {};
-            break;
+            return;
         }
     }
-    pthread_mutex_unlock(&g_list_mutex);
 }
 
 // Logs on behalf of `self` why a lock cannot be used. `func` and `line` are the place of the call.

@@ -1,6 +1,7 @@
 // Limits of the process.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "internal/safe_name.hpp"
@@ -17,7 +18,9 @@ constexpr std::size_t kCommandSize = 256;
 
 extern "C" int32_t zxmd_api_setRlimit(uint32_t resource, const char* resource_name) {
     const char* const name = resource_name != nullptr ? resource_name : "";
-    const auto which = static_cast<__rlimit_resource>(resource);
+    // A larger number is no value of this type. The kernel refuses RLIM_NLIMITS in its place.
+    const auto which =
+        static_cast<__rlimit_resource>(std::min(resource, std::uint32_t{RLIM_NLIMITS}));
     rlimit limit{};
     if (getrlimit(which, &limit) != 0) {
         ZX_LOG(error, "getrlimit %s error", name);

@@ -23,11 +23,16 @@ static_assert(sizeof(memnode_ctt) == 176);
 namespace zx::mem {
 
 memnode_ctt* first_memnode_ctt;
-zxlock_ctt zxmem_zxlock_ctt;
+NamedLock zxmem_zxlock_ctt;
 std::uint8_t flag_init;
 std::uint8_t zxmem_enable_dbg;
 
 }  // namespace zx::mem
+
+// The interface asks the callers of these to hold the lock. Here, clang sees to it.
+extern "C" void zxmem_innerapi_nodeAdd(void* buf, uint32_t size, const char* name, const char* file,
+                                       uint32_t line) ZX_REQUIRES(zx::mem::zxmem_zxlock_ctt);
+extern "C" void zxmem_innerapi_nodeRm(void* buf) ZX_REQUIRES(zx::mem::zxmem_zxlock_ctt);
 
 namespace {
 
@@ -53,15 +58,16 @@ struct Chain {
 };
 constexpr unsigned kFirstBits = 8;
 Chain g_first_table[std::size_t{1} << kFirstBits];
-Chain* g_table = g_first_table;
-unsigned g_table_bits = kFirstBits;
-std::size_t g_node_count;
-memnode_ctt* g_last;
-Node* g_unseen;  // the youngest node that is still to be shown to the diagnosis
+Chain* g_table ZX_GUARDED_BY(zxmem_zxlock_ctt) = g_first_table;
+unsigned g_table_bits ZX_GUARDED_BY(zxmem_zxlock_ctt) = kFirstBits;
+std::size_t g_node_count ZX_GUARDED_BY(zxmem_zxlock_ctt);
+memnode_ctt* g_last ZX_GUARDED_BY(zxmem_zxlock_ctt);
+// The youngest node that is still to be shown to the diagnosis.
+Node* g_unseen ZX_GUARDED_BY(zxmem_zxlock_ctt);
 
 // Neighbours in memory are neighbours in the table, too, which suits the cache. Folding gives the
 // remainder modulo 2^bits - 1, so buffers at distances of a power of two do not share a chain.
-Node*& chain_of(const void* buffer) {
+Node*& chain_of(const void* buffer) ZX_REQUIRES(zxmem_zxlock_ctt) {
     constexpr unsigned kAlignmentBits = 4;
     std::uintptr_t slot = reinterpret_cast<std::uintptr_t>(buffer) >> kAlignmentBits;
     const std::uintptr_t mask = (std::uintptr_t{1} << g_table_bits) - 1;
@@ -71,14 +77,14 @@ Node*& chain_of(const void* buffer) {
     return g_table[slot].youngest;
 }
 
-void index_add(Node* node) {
+void index_add(Node* node) ZX_REQUIRES(zxmem_zxlock_ctt) {
     Node*& chain = chain_of(node->record.buffer);
     node->chain = chain;
     chain = node;
 }
 
 // Takes the oldest node of a buffer out of its chain, or returns NULL.
-Node* index_remove(const void* buffer) {
+Node* index_remove(const void* buffer) ZX_REQUIRES(zxmem_zxlock_ctt) {
     Node** found = nullptr;
     for (Node** link = &chain_of(buffer); *link != nullptr; link = &(*link)->chain) {
         if ((*link)->record.buffer == buffer) {
@@ -94,7 +100,7 @@ Node* index_remove(const void* buffer) {
 }
 
 // Without memory for a larger table the chains only get longer, and so slower.
-void index_grow() {
+void index_grow() ZX_REQUIRES(zxmem_zxlock_ctt) {
     auto* const table =
         static_cast<Chain*>(std::calloc(std::size_t{1} << (g_table_bits + 1), sizeof(Chain)));
     if (table == nullptr) {
@@ -110,13 +116,13 @@ void index_grow() {
     }
 }
 
-void list_append(Node* node) {
+void list_append(Node* node) ZX_REQUIRES(zxmem_zxlock_ctt) {
     node->prev = g_last != nullptr ? node_of(g_last) : nullptr;
     (g_last != nullptr ? g_last->next : first_memnode_ctt) = &node->record;
     g_last = &node->record;
 }
 
-void list_unlink(Node* node) {
+void list_unlink(Node* node) ZX_REQUIRES(zxmem_zxlock_ctt) {
     if (g_unseen == node) [[unlikely]] {
         g_unseen = node->prev;
     }
@@ -132,10 +138,10 @@ void list_unlink(Node* node) {
 // The local time of day, converted once a second. Returns the time by a clock that nobody sets, in
 // seconds, read as seldom. Reading the files of the time zone must be no cancellation point: a
 // thread that is cancelled here would keep the list's lock for ever.
-std::uint32_t write_time(char (&out)[ZXMEM_TIME_SIZE]) {
-    static std::time_t text_second;
-    static std::uint32_t steady_second;
-    static char text[ZXMEM_TIME_SIZE];
+std::uint32_t write_time(char (&out)[ZXMEM_TIME_SIZE]) ZX_REQUIRES(zxmem_zxlock_ctt) {
+    static std::time_t text_second ZX_GUARDED_BY(zxmem_zxlock_ctt);
+    static std::uint32_t steady_second ZX_GUARDED_BY(zxmem_zxlock_ctt);
+    static char text[ZXMEM_TIME_SIZE] ZX_GUARDED_BY(zxmem_zxlock_ctt);
     const std::time_t now = std::time(nullptr);
     if (now != text_second || text[0] == '\0') {
         const zx::CancelHeld held;

@@ -3,17 +3,18 @@
 
 #include <cstdint>
 
-#include "zxlock.h"
+#include "internal/mutex.hpp"
 #include "zxmem.h"
 
 namespace zx::mem {
 
 inline constexpr char kTag[] = "MEMRY_MAP";
 
-extern memnode_ctt* first_memnode_ctt;  // the oldest node, null when there is none
-extern zxlock_ctt zxmem_zxlock_ctt;     // guards the list when flag_init is 1
-extern std::uint8_t flag_init;          // 1: the lock exists
-extern std::uint8_t zxmem_enable_dbg;   // 1: tracking is on
+extern NamedLock zxmem_zxlock_ctt;  // guards the list when flag_init is 1
+// The oldest node, null when there is none.
+extern memnode_ctt* first_memnode_ctt ZX_GUARDED_BY(zxmem_zxlock_ctt);
+extern std::uint8_t flag_init;         // 1: the lock exists
+extern std::uint8_t zxmem_enable_dbg;  // 1: tracking is on
 
 // Shows all buffers to the diagnosis, from the youngest to the oldest, a few each time that it
 // takes the lock. `is_new`: begins a new round; else it completes one that another thread has

@@ -36,7 +36,7 @@
 #include "files.hpp"
 #include "zxlog.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZX_ASAN
 extern "C" void __asan_handle_no_return();
 #else
 static void __asan_handle_no_return() {}
@@ -320,7 +320,7 @@ const std::vector<Call>& calls() {
 
 // These cannot fail, or their answer is only yes or no.
 constexpr char kNeedsNoFault[] =
-    "@(_*|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
+    "@(_*|bcmp|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
     "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
     "ch@(mod|own)|fileno|getresuid|unlink|pthread_atfork|"

@@ -73,19 +73,20 @@ ZX_SCENARIO(epoll_edges) {
     count_calls(false);
     int epfd = zxepoll_innerapi_open(1, __func__, __LINE__);
     const auto [near, far] = stream_pair();
+    const int fd = near.get();
     const Said made{zxepoll_innerapi_open(0, __func__, __LINE__), fcntl(epfd, F_GETFD),
                     zxepoll_appapi_init(UINT32_MAX, nullptr, EPOLLIN, fd_at)};
     const auto waits = [&](std::uint32_t timeout_ms) {
         const std::uint64_t start = clock_us();
-        const int result = zxepoll_waitfd_timeout(epfd, near.get(), ZXEPOLL_WAIT_READ, timeout_ms);
+        const int result = zxepoll_waitfd_timeout(epfd, fd, ZXEPOLL_WAIT_READ, timeout_ms);
         return Said{result, (clock_us() - start) / 990000};
     };
-    const int writable = zxepoll_waitfd_timeout(epfd, near.get(), ZXEPOLL_WAIT_WRITE, 100);
+    const int writable = zxepoll_waitfd_timeout(epfd, fd, ZXEPOLL_WAIT_WRITE, 100);
     const std::string whole_pass = waits(0);
     zxepoll_add(epfd, far.get(), EPOLLOUT);
     const std::string beside_busy = waits(20);
     zxepoll_close(&epfd);
-    return Said{made, writable, whole_pass, beside_busy, zxepoll_del(epfd, near.get(), 0)};
+    return Said{made, writable, whole_pass, beside_busy, zxepoll_del(epfd, fd, 0)};
 }
 
 struct Application {

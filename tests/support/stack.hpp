@@ -12,7 +12,7 @@
 namespace zx::test {
 
 // Sanitizers keep registers and temporaries on the stack. So does a program that is not optimised.
-#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__OPTIMIZE__) && !defined(ZX_ASAN) && !defined(ZX_TSAN)
 inline constexpr bool kStackIsKeptClean = true;
 #else
 inline constexpr bool kStackIsKeptClean = false;

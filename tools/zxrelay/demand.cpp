@@ -110,7 +110,7 @@ void DemandStations::stop() {
     worker_.stop();
     std::map<std::string, Entry> last;
     {
-        const std::scoped_lock lock(mutex_);
+        const tools::MutexGuard lock(mutex_);
         last.swap(entries_);
     }
     for (const auto& [name, entry] : last) {
@@ -121,7 +121,7 @@ void DemandStations::stop() {
 }
 
 Demand DemandStations::ask(const std::string& name, bool opens) {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     const Demand result = judge(name, networks_);
     if (result != Demand::coming) {
         return result;
@@ -145,7 +145,7 @@ Demand DemandStations::ask(const std::string& name, bool opens) {
 }
 
 void DemandStations::change(const OnDemandOptions& options, const ChannelOptions& usual) {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     options_ = options;
     networks_ = parse_networks(options);
     usual_ = usual;
@@ -159,7 +159,7 @@ void DemandStations::change(const OnDemandOptions& options, const ChannelOptions
 void DemandStations::run() {
     while (!interrupt_.is_raised()) {
         const bool is_idle = [this] {
-            const std::scoped_lock lock(mutex_);
+            const tools::MutexGuard lock(mutex_);
             return entries_.empty();
         }();
         if (interrupt_.wait(wake_.fd(), is_idle ? kForever : kStepMs)) {
@@ -173,7 +173,7 @@ void DemandStations::run() {
 
 // The mutex is free while a socket is opened, so that ask() does not wait for that.
 void DemandStations::open_asked() {
-    std::unique_lock lock(mutex_);
+    tools::MutexGuard lock(mutex_);
     const ChannelOptions usual = usual_;
     for (const std::string& name : asked()) {
         if (interrupt_.is_raised()) {
@@ -223,7 +223,7 @@ std::unique_ptr<Station> DemandStations::try_open(const std::string& name,
 void DemandStations::close_idle() {
     std::vector<std::unique_ptr<Station>> idle;
     {
-        const std::scoped_lock lock(mutex_);
+        const tools::MutexGuard lock(mutex_);
         const std::uint64_t now = zxtime_api_upTimeUs();
         for (auto at = entries_.begin(); at != entries_.end();) {
             const bool is_idle = is_over(at->first, at->second, now);

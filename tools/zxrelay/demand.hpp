@@ -3,12 +3,12 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "common/event.hpp"
+#include "common/mutex.hpp"
 #include "config/network.hpp"
 #include "input/interrupt.hpp"
 #include "options.hpp"
@@ -50,16 +50,19 @@ private:
     };
     void run();
     void open_asked();
-    [[nodiscard]] std::vector<std::string> asked() const;  // those that are to be opened
+    // Those that are to be opened.
+    [[nodiscard]] std::vector<std::string> asked() const ZX_REQUIRES(mutex_);
     std::unique_ptr<Station> try_open(const std::string& name, const ChannelOptions& usual);
     void close_idle();
-    [[nodiscard]] bool is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const;
+    [[nodiscard]] bool is_over(const std::string& name, Entry& entry, std::uint64_t now_us) const
+        ZX_REQUIRES(mutex_);
 
-    std::mutex mutex_;
-    OnDemandOptions options_;
-    ChannelOptions usual_;
-    std::vector<Network> networks_;
-    std::map<std::string, Entry> entries_;  // by name; only the thread removes one
+    tools::Mutex mutex_;
+    OnDemandOptions options_ ZX_GUARDED_BY(mutex_);
+    ChannelOptions usual_ ZX_GUARDED_BY(mutex_);
+    std::vector<Network> networks_ ZX_GUARDED_BY(mutex_);
+    // By name; only the thread removes one.
+    std::map<std::string, Entry> entries_ ZX_GUARDED_BY(mutex_);
 
     Senders& senders_;
     const Surroundings around_;

@@ -62,7 +62,7 @@ void run_child(const std::function<int()>& body) {
 
 class LogFile : public testing::Test {
 protected:
-    const zx::test::Folder own;
+    const zx::test::Folder own{};
     const std::string& folder = own.path();
     const std::string log = folder + "/log";
 };

@@ -26,7 +26,7 @@ Entrance::Entrance(Channel& channel, Selector& selector, std::size_t rank)
 // A template, because it must need no memory: callbacks of C code push, too.
 template <typename Put>
 Entrance::Outcome Entrance::offer(const Put& put) {
-    const std::scoped_lock lock(selector_.mutex());
+    const tools::MutexGuard lock(selector_.mutex());
     if (!selector_.admits(rank_, zxtime_api_upTimeUs())) {
         return Outcome::done;  // another input passes: this one only shows that it is alive
     }

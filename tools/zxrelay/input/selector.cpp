@@ -15,11 +15,8 @@ constexpr std::uint64_t kPauseUs = 1000000;  // a longer pause, and an input is 
 }  // namespace
 
 // At the beginning every input counts as heard: the main one has two seconds to begin.
-Selector::Selector(std::vector<std::string> names, std::uint64_t now_us) {
-    for (std::string& name : names) {
-        inputs_.push_back({std::move(name), now_us, now_us});
-    }
-}
+Selector::Selector(std::vector<std::string> names, std::uint64_t now_us)
+    : names_(std::move(names)), inputs_(names_.size(), Input{now_us, now_us}) {}
 
 bool Selector::admits(std::size_t rank, std::uint64_t now_us) {
     Input& input = inputs_[rank];
@@ -27,9 +24,8 @@ bool Selector::admits(std::size_t rank, std::uint64_t now_us) {
         input.since_us = now_us;
     }
     if (rank != chosen_ && takes_over(rank, now_us)) {
-        log({Level::notice, kTag}, "the stream of %s %s that of %s", input.name.c_str(),
-            rank < chosen_ ? "is back and replaces" : "takes the place of",
-            inputs_[chosen_].name.c_str());
+        log({Level::notice, kTag}, "the stream of %s %s that of %s", name(rank).c_str(),
+            rank < chosen_ ? "is back and replaces" : "takes the place of", name(chosen_).c_str());
         chosen_ = rank;
     }
     input.last_us = now_us;

@@ -3,9 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "common/mutex.hpp"
 
 namespace relay {
 
@@ -20,24 +21,24 @@ public:
     // Tells that this input sends a message now. Returns whether the message passes. The caller
     // holds the mutex, and keeps it until the message is pushed: then the channel has one producer
     // at a time.
-    bool admits(std::size_t rank, std::uint64_t now_us);
-    std::mutex& mutex() { return mutex_; }
+    bool admits(std::size_t rank, std::uint64_t now_us) ZX_REQUIRES(mutex_);
+    tools::Mutex& mutex() ZX_RETURNS_LOCK(mutex_) { return mutex_; }
 
     [[nodiscard]] bool is_chosen(std::size_t rank) const { return rank == chosen_; }
-    [[nodiscard]] const std::string& name(std::size_t rank) const { return inputs_[rank].name; }
+    [[nodiscard]] const std::string& name(std::size_t rank) const { return names_[rank]; }
 
 private:
     struct Input {
-        std::string name;
         std::uint64_t since_us;  // when it began to send without a pause
         std::uint64_t last_us;   // when it has sent last
     };
-    [[nodiscard]] bool is_silent(std::size_t rank, std::uint64_t now_us) const;
-    [[nodiscard]] bool takes_over(std::size_t rank, std::uint64_t now_us) const;
+    [[nodiscard]] bool is_silent(std::size_t rank, std::uint64_t now_us) const ZX_REQUIRES(mutex_);
+    [[nodiscard]] bool takes_over(std::size_t rank, std::uint64_t now_us) const ZX_REQUIRES(mutex_);
 
-    std::vector<Input> inputs_;
+    const std::vector<std::string> names_;
+    tools::Mutex mutex_;
+    std::vector<Input> inputs_ ZX_GUARDED_BY(mutex_);
     std::atomic<std::size_t> chosen_{0};
-    std::mutex mutex_;
 };
 
 }  // namespace relay

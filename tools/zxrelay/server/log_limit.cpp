@@ -20,7 +20,7 @@ LogLimit::~LogLimit() {
 }
 
 bool LogLimit::admits() {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     const std::uint64_t now = zxtime_api_upTimeUs();
     report_if_over(now);
     if (lines_ == 0) {
@@ -30,7 +30,7 @@ bool LogLimit::admits() {
 }
 
 bool LogLimit::report_when_due() {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     report_if_over(zxtime_api_upTimeUs());
     return lines_ > kMostLines;
 }

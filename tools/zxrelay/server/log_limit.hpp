@@ -2,7 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
+
+#include "common/mutex.hpp"
 
 namespace relay {
 
@@ -24,14 +25,15 @@ public:
     bool report_when_due();
 
 private:
-    void report_if_over(std::uint64_t now);
-    void report();
+    void report_if_over(std::uint64_t now) ZX_REQUIRES(mutex_);
+    void report() ZX_REQUIRES(mutex_);
 
     const char* const what_;
     const unsigned seconds_;
-    std::mutex mutex_;
-    std::uint64_t start_us_ = 0;  // of the current minute
-    std::uint64_t lines_ = 0;     // in the current minute, with those that were not admitted
+    tools::Mutex mutex_;
+    std::uint64_t start_us_ ZX_GUARDED_BY(mutex_) = 0;  // of the current minute
+    // In the current minute, with those that were not admitted.
+    std::uint64_t lines_ ZX_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace relay

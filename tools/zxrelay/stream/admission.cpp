@@ -21,7 +21,7 @@ bool Admission::enter_address(const Address& address) {
     if (rules_.most_per_address == 0) {
         return true;
     }
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     unsigned& count = by_address_[address];
     const bool is_welcome = count < rules_.most_per_address;
     count += is_welcome ? 1 : 0;
@@ -33,7 +33,7 @@ void Admission::leave(const Address& address) {
     if (rules_.most_per_address == 0) {
         return;
     }
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     if (const auto found = by_address_.find(address);
         found != by_address_.end() && --found->second == 0) {
         by_address_.erase(found);

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "common/mutex.hpp"
 #include "config/network.hpp"
 #include "zxcommon.hpp"
 
@@ -44,8 +44,8 @@ private:
     const Rules rules_;
     std::atomic<unsigned> most_;
     std::atomic<unsigned> inside_{0};  // tickets come back from all senders
-    std::mutex mutex_;
-    std::map<Address, unsigned> by_address_;  // if they are limited
+    tools::Mutex mutex_;
+    std::map<Address, unsigned> by_address_ ZX_GUARDED_BY(mutex_);  // if they are limited
 };
 
 using Ticket = Admission::Ticket;

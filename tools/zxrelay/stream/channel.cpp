@@ -8,7 +8,7 @@
 namespace relay {
 
 Channel::Channel(ChannelSettings settings, std::size_t queues) : settings_(std::move(settings)) {
-    const std::scoped_lock lock(lock_table_mutex());  // each queue has a lock
+    const tools::MutexGuard lock(lock_table_mutex());  // each queue has a lock
     std::vector<std::unique_ptr<Queue>> made;
     for (std::size_t i = 0; i < queues; ++i) {
         made.push_back(std::make_unique<Queue>(settings_.fifo_bytes));
@@ -17,7 +17,7 @@ Channel::Channel(ChannelSettings settings, std::size_t queues) : settings_(std::
 }
 
 Channel::~Channel() {
-    const std::scoped_lock lock(lock_table_mutex());
+    const tools::MutexGuard lock(lock_table_mutex());
     queues_.clear();
 }
 

@@ -4,7 +4,7 @@ namespace relay {
 
 void Inbox::change(const ChannelList& closed, const ChannelList& opened) {
     {
-        const std::scoped_lock lock(mutex_);
+        const tools::MutexGuard lock(mutex_);
         content_.closed.insert(content_.closed.end(), closed.begin(), closed.end());
         content_.opened.insert(content_.opened.end(), opened.begin(), opened.end());
         content_.has_changed = true;
@@ -14,7 +14,7 @@ void Inbox::change(const ChannelList& closed, const ChannelList& opened) {
 
 void Inbox::adopt(Guest guest) {
     {
-        const std::scoped_lock lock(mutex_);
+        const tools::MutexGuard lock(mutex_);
         content_.guests.push_back(std::move(guest));
     }
     wake_.set();
@@ -22,7 +22,7 @@ void Inbox::adopt(Guest guest) {
 
 void Inbox::disconnect(std::uint64_t client) {
     {
-        const std::scoped_lock lock(mutex_);
+        const tools::MutexGuard lock(mutex_);
         content_.disconnected.push_back(client);
     }
     wake_.set();
@@ -40,7 +40,7 @@ void Inbox::clear_wake() {
 }
 
 Inbox::Content Inbox::take() {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     return std::exchange(content_, {});
 }
 

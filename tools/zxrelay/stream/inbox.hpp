@@ -3,11 +3,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "common/event.hpp"
+#include "common/mutex.hpp"
 #include "stream/admission.hpp"
 #include "stream/roster.hpp"
 
@@ -40,8 +40,8 @@ public:
 
 private:
     const tools::Event wake_;
-    std::mutex mutex_;
-    Content content_;
+    tools::Mutex mutex_;
+    Content content_ ZX_GUARDED_BY(mutex_);
     std::atomic<bool> is_closed_{false};
 };
 

@@ -24,13 +24,13 @@ template <std::size_t N>
 
 }  // namespace
 
-std::mutex& lock_table_mutex() {
-    static std::mutex mutex;
+tools::Mutex& lock_table_mutex() {
+    static tools::Mutex mutex;
     return mutex;
 }
 
 std::vector<LockView> view_locks() {
-    const std::scoped_lock lock(lock_table_mutex());
+    const tools::MutexGuard lock(lock_table_mutex());
     std::vector<LockView> views;
     for (const zxlocklist_entry_ctt& entry : zxlocklist_ctt) {
         if (entry.used == 1) {

@@ -2,12 +2,12 @@
 
 #include <condition_variable>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "common/failure.hpp"
+#include "common/mutex.hpp"
 
 namespace relay {
 namespace {
@@ -24,10 +24,10 @@ struct Result {
 
 // Shared with the thread that looks up.
 struct Lookup {
-    std::mutex mutex;
+    tools::Mutex mutex;
     std::condition_variable changed;
-    bool is_done = false;
-    Result result;
+    bool is_done ZX_GUARDED_BY(mutex) = false;
+    Result result ZX_GUARDED_BY(mutex);
 };
 
 thread_local const Clock::time_point* t_deadline = nullptr;
@@ -49,7 +49,7 @@ std::shared_ptr<Lookup> start_lookup(const Endpoint& endpoint, int type) {
     auto lookup = std::make_shared<Lookup>();
     std::thread([lookup, endpoint, type] {
         Result result = look_up(endpoint, type, 0);
-        const std::scoped_lock lock(lookup->mutex);
+        const tools::MutexGuard lock(lookup->mutex);
         lookup->result = std::move(result);
         lookup->is_done = true;
         lookup->changed.notify_all();
@@ -64,9 +64,12 @@ Result look_up_until(const Endpoint& endpoint, int type, Clock::time_point deadl
     if (lookup == nullptr) {
         lookup = start_lookup(endpoint, type);
     }
-    std::unique_lock lock(lookup->mutex);
-    if (!lookup->changed.wait_until(lock, deadline, [&] { return lookup->is_done; })) {
-        fail(endpoint, "the name is still being looked up");
+    tools::MutexGuard lock(lookup->mutex);
+    while (!lookup->is_done) {
+        if (lock.wait_until(lookup->changed, deadline) == std::cv_status::timeout &&
+            !lookup->is_done) {
+            fail(endpoint, "the name is still being looked up");
+        }
     }
     Result result = std::move(lookup->result);
     lock.unlock();

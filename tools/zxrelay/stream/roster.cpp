@@ -6,7 +6,7 @@
 namespace relay {
 
 void Roster::change(const ChannelList& closed, const ChannelList& opened) {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     for (const ChannelPtr& channel : closed) {
         if (std::erase(channels_, channel) != 0) {
             Counters last = channel->stats.read();
@@ -19,19 +19,19 @@ void Roster::change(const ChannelList& closed, const ChannelList& opened) {
 }
 
 ChannelList Roster::channels() const {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     return channels_;
 }
 
 Counters Roster::total() const {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     return std::accumulate(
         channels_.begin(), channels_.end(), closed_,
         [](const Counters& sum, const auto& channel) { return sum + channel->stats.read(); });
 }
 
 double Roster::fill_ratio() const {
-    const std::scoped_lock lock(mutex_);
+    const tools::MutexGuard lock(mutex_);
     double fullest = 0;
     for (const ChannelPtr& channel : channels_) {
         fullest = std::max(fullest, channel->fill_ratio());

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "common/mutex.hpp"
 #include "stream/channel.hpp"
 #include "stream/stats.hpp"
 
@@ -46,9 +46,9 @@ public:
     GuestStats guests;
 
 private:
-    mutable std::mutex mutex_;
-    ChannelList channels_;
-    Counters closed_;
+    mutable tools::Mutex mutex_;
+    ChannelList channels_ ZX_GUARDED_BY(mutex_);
+    Counters closed_ ZX_GUARDED_BY(mutex_);
 };
 
 }  // namespace relay

@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "common/mutex.hpp"
 
 namespace relay {
 
@@ -55,12 +56,12 @@ public:
 
     void publish(Snapshot snapshot, std::size_t sender = 0) {
         auto fresh = std::make_shared<const Snapshot>(std::move(snapshot));
-        const std::scoped_lock lock(mutex_);
+        const tools::MutexGuard lock(mutex_);
         current_[sender] = std::move(fresh);
     }
     [[nodiscard]] std::shared_ptr<const Snapshot> read() const {
         const auto all = [this] {
-            const std::scoped_lock lock(mutex_);
+            const tools::MutexGuard lock(mutex_);
             return current_;
         }();
         auto sum = std::make_shared<Snapshot>();
@@ -71,8 +72,8 @@ public:
     }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<std::shared_ptr<const Snapshot>> current_;
+    mutable tools::Mutex mutex_;
+    std::vector<std::shared_ptr<const Snapshot>> current_ ZX_GUARDED_BY(mutex_);
 };
 
 }  // namespace relay
