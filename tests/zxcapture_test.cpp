@@ -273,7 +273,9 @@ protected:
             file.write(reinterpret_cast<const char*>(items.data()),
                        static_cast<std::streamsize>(items.size() * sizeof items[0]));
         };
-        put(std::array{0xA1B23C4DU, 0x00040002U, 0U, 0U, 256U << 10U, 1U});
+        put(std::array{0xA1B23C4DU});
+        put(std::array<std::uint16_t, 2>{2, 4});
+        put(std::array{0U, 0U, 256U << 10U, 1U});
         for (const Bytes& frame : frames) {
             const auto size = static_cast<std::uint32_t>(frame.size());
             put(std::array{1700000000U, kNanos, size, size});

@@ -1,7 +1,8 @@
 #include "zxnet.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "internal/bytes.hpp"
@@ -9,8 +10,6 @@
 #include "zxnet/checksum.hpp"
 #include "zxnet/checksum_sum.hpp"
 #include "zxnet/messages.hpp"
-
-static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
@@ -40,6 +39,15 @@ T load(const std::uint8_t* at) {
     T value;
     std::memcpy(&value, at, sizeof value);
     return value;
+}
+
+// A byte as the first or the second one of a word in memory.
+std::uint16_t first_of_word(std::uint8_t byte) {
+    return htons(static_cast<std::uint16_t>(byte << 8U));
+}
+
+std::uint16_t second_of_word(std::uint8_t byte) {
+    return htons(byte);
 }
 
 // Sums less than a block. The words are added in the two halves of a 64-bit number, which cannot
@@ -72,7 +80,7 @@ T load(const std::uint8_t* at) {
         at += 2;
     }
     if ((size & 1U) != 0) {
-        sum += *at;
+        sum += first_of_word(*at);
     }
     return static_cast<std::uint32_t>(sum + (sum >> 32U));
 }
@@ -88,8 +96,8 @@ T load(const std::uint8_t* at) {
 }
 
 // The checksum in host order. The words that were added were in network order.
-constexpr std::uint16_t checksum_of(std::uint32_t sum) {
-    return __builtin_bswap16(static_cast<std::uint16_t>(~fold(fold(sum))));
+std::uint16_t checksum_of(std::uint32_t sum) {
+    return ntohs(static_cast<std::uint16_t>(~fold(fold(sum))));
 }
 
 }  // namespace
@@ -107,7 +115,7 @@ std::uint16_t zx::net::pseudo_checksum(const std::uint8_t* header, std::uint32_t
 
     std::size_t size = data_len;
     if (header_len % 2 != 0 && size != 0) {  // this byte completes the header's last word
-        sum += std::uint32_t{*data} << 8U;
+        sum += second_of_word(*data);
         ++data;
         --size;
     }

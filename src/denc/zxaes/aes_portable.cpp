@@ -1,11 +1,10 @@
 // AES by tables.
-#include <bit>
+#include <endian.h>
+
 #include <cstring>
 
 #include "denc/zxaes/cipher.hpp"
 #include "denc/zxaes/tables.hpp"
-
-static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
@@ -19,11 +18,13 @@ struct Block {
 Block load(const void* at) {
     Block block;
     std::memcpy(&block, at, sizeof block);
-    return block;
+    return {le32toh(block.c0), le32toh(block.c1), le32toh(block.c2), le32toh(block.c3)};
 }
 
 void store(std::uint8_t* at, const Block& block) {
-    std::memcpy(at, &block, sizeof block);
+    const Block bytes = {htole32(block.c0), htole32(block.c1), htole32(block.c2),
+                         htole32(block.c3)};
+    std::memcpy(at, &bytes, sizeof bytes);
 }
 
 Block operator^(const Block& a, const Block& b) {
@@ -102,8 +103,8 @@ std::uint32_t substitute(std::uint32_t word) {
 
 void unmix(std::uint32_t* words, std::size_t count) {
     for (std::uint32_t* const end = words + count; words != end; ++words) {
-        const std::uint32_t word = substitute(*words);  // the table undoes this
-        *words = mixed(kInverseRound, word, word, word, word);
+        const std::uint32_t word = substitute(le32toh(*words));  // the table undoes this
+        *words = htole32(mixed(kInverseRound, word, word, word, word));
     }
 }
 
