@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "internal/bytes.hpp"
@@ -18,6 +19,10 @@ using zx::net::kNoChecksum;
 
 constexpr std::size_t kPseudoHeaderSize = 12;
 constexpr std::uint32_t kPiece = 1U << 16U;  // bytes; their sum is far below 2^32
+
+// Where the first and the second byte of a word are in the number that is loaded.
+constexpr unsigned kFirst = std::endian::native == std::endian::big ? 8 : 0;
+constexpr unsigned kSecond = 8 - kFirst;
 
 std::uint32_t sum_blocks_portable(const std::uint8_t* at, std::size_t blocks) {
     return zx::net::sum_blocks_inline(at, blocks);
@@ -39,15 +44,6 @@ T load(const std::uint8_t* at) {
     T value;
     std::memcpy(&value, at, sizeof value);
     return value;
-}
-
-// A byte as the first or the second one of a word in memory.
-std::uint16_t first_of_word(std::uint8_t byte) {
-    return htons(static_cast<std::uint16_t>(byte << 8U));
-}
-
-std::uint16_t second_of_word(std::uint8_t byte) {
-    return htons(byte);
 }
 
 // Sums less than a block. The words are added in the two halves of a 64-bit number, which cannot
@@ -80,7 +76,7 @@ std::uint16_t second_of_word(std::uint8_t byte) {
         at += 2;
     }
     if ((size & 1U) != 0) {
-        sum += first_of_word(*at);
+        sum += std::uint32_t{*at} << kFirst;
     }
     return static_cast<std::uint32_t>(sum + (sum >> 32U));
 }
@@ -115,7 +111,7 @@ std::uint16_t zx::net::pseudo_checksum(const std::uint8_t* header, std::uint32_t
 
     std::size_t size = data_len;
     if (header_len % 2 != 0 && size != 0) {  // this byte completes the header's last word
-        sum += second_of_word(*data);
+        sum += std::uint32_t{*data} << kSecond;
         ++data;
         --size;
     }

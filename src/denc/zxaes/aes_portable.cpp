@@ -15,16 +15,23 @@ struct Block {
     std::uint32_t c0, c1, c2, c3;
 };
 
+// From the columns to their bytes in memory, or back.
+void in_memory_order(Block& block) {
+    for (std::uint32_t* const column : {&block.c0, &block.c1, &block.c2, &block.c3}) {
+        *column = htole32(*column);
+    }
+}
+
 Block load(const void* at) {
     Block block;
     std::memcpy(&block, at, sizeof block);
-    return {le32toh(block.c0), le32toh(block.c1), le32toh(block.c2), le32toh(block.c3)};
+    in_memory_order(block);
+    return block;
 }
 
-void store(std::uint8_t* at, const Block& block) {
-    const Block bytes = {htole32(block.c0), htole32(block.c1), htole32(block.c2),
-                         htole32(block.c3)};
-    std::memcpy(at, &bytes, sizeof bytes);
+void store(std::uint8_t* at, Block block) {
+    in_memory_order(block);
+    std::memcpy(at, &block, sizeof block);
 }
 
 Block operator^(const Block& a, const Block& b) {
