@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -386,7 +387,8 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
     write("ring0", {kSyn});
     std::ofstream(folder + "text") << "this is no capture file, but it is long enough for one";
     std::string other = content_of(file);
-    other[20] = 105;  // IEEE 802.11
+    const std::uint32_t wireless = 105;  // IEEE 802.11
+    std::memcpy(&other[20], &wireless, sizeof wireless);
     std::ofstream(folder + "other") << other;
     const std::pair<std::string, const char*> cases[] = {
         {"", "give a capture file (--read FILE) or an interface (--interface NAME)"},
