@@ -1,4 +1,6 @@
 // Compares Internet checksums with sums of one word at a time, for any bytes, alignment and length.
+#include <arpa/inet.h>
+
 #include "arena.hpp"
 #include "zxnet.h"
 
@@ -14,10 +16,10 @@ using zx::fuzz::require;
 
 constexpr std::size_t kMaxSize = 2048;
 
-// A word of a buffer in the byte order of the memory. An odd last byte is a word of its own.
+// A word of a buffer in the byte order of the memory. A zero byte follows an odd last one.
 std::uint16_t word_at(Bytes bytes, std::size_t at) {
-    const unsigned upper = at + 1 < bytes.size() ? bytes[at + 1] : 0;
-    return static_cast<std::uint16_t>(upper << 8U | bytes[at]);
+    const unsigned second = at + 1 < bytes.size() ? bytes[at + 1] : 0;
+    return htons(static_cast<std::uint16_t>(bytes[at] << 8U | second));
 }
 
 // Sums in 32 bits, folds at the end, and returns host order.
@@ -28,7 +30,7 @@ std::uint16_t plain_checksum(Bytes bytes) {
     }
     sum = (sum >> 16U) + (sum & 0xFFFFU);
     sum += sum >> 16U;
-    return static_cast<std::uint16_t>((~sum >> 8U & 0xFFU) | (~sum << 8U & 0xFF00U));
+    return ntohs(static_cast<std::uint16_t>(~sum));
 }
 
 // Folds after every word, and returns the byte order of the memory.

@@ -1,5 +1,7 @@
 // Compares checks, digests and ciphers with their plain algorithms: any message and key of any
 // size, in any pieces, with the buffers at any place.
+#include <endian.h>
+
 #include <compare>
 #include <tuple>
 
@@ -59,9 +61,9 @@ void check_md5(Arena& arena, const Pair& at) {
                       }
                       std::memset(out, 0, 16);
                       const zx::plain::Md5Words words = zx::plain::md5({in, at.in.size});
-                      const auto* const bytes = reinterpret_cast<const std::uint8_t*>(words.data());
-                      for (std::size_t i = 0; i < 16; ++i) {
-                          std::snprintf(reinterpret_cast<char*>(out) + 2 * i, 3, "%02x", bytes[i]);
+                      for (std::size_t i = 0; i < words.size(); ++i) {
+                          std::snprintf(reinterpret_cast<char*>(out) + 8 * i, 9, "%08x",
+                                        be32toh(htole32(words[i])));
                       }
                       return 16;
                   });
@@ -388,14 +390,14 @@ void sweep_cipher_states() {
 /* ------------------------------------------------- what is published -- */
 
 std::uint64_t des_block(std::uint8_t way, std::uint64_t block, std::uint64_t key) {
-    block = __builtin_bswap64(block);
-    key = __builtin_bswap64(key);
+    block = htobe64(block);
+    key = htobe64(key);
     std::uint8_t in[8], out[8], keys[8];
     std::memcpy(in, &block, sizeof in);
     std::memcpy(keys, &key, sizeof keys);
     require(zxdes_api_done(way, in, out, sizeof in, keys, sizeof keys) == 1, "DES");
     std::memcpy(&block, out, sizeof out);
-    return __builtin_bswap64(block);
+    return be64toh(block);
 }
 
 void check_published() {

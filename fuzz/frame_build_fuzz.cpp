@@ -62,8 +62,12 @@ std::FILE* g_frames = [] {
     const char* const path = std::getenv("ZX_FRAMES");
     std::FILE* const file = path != nullptr ? std::fopen(path, "w") : nullptr;
     if (file != nullptr) {
-        constexpr std::uint32_t kHeader[] = {0xA1B2C3D4, 0x00040002, 0, 0, 65535, 1};
-        std::fwrite(kHeader, sizeof kHeader, 1, file);
+        constexpr struct {
+            std::uint32_t magic;
+            std::uint16_t version[2];
+            std::uint32_t rest[4];
+        } kHeader = {0xA1B2C3D4, {2, 4}, {0, 0, 65535, 1}};
+        std::fwrite(&kHeader, sizeof kHeader, 1, file);
     }
     return file;
 }();

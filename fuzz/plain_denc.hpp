@@ -72,8 +72,10 @@ inline Md5Words md5(Bytes message) {
     }
     Md5Words words{0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476};
     for (std::size_t at = 0; at < padded.size(); at += 64) {
-        std::uint32_t block[16];
-        std::memcpy(block, &padded[at], sizeof block);
+        std::uint32_t block[16]{};
+        for (std::size_t i = 0; i < sizeof block; ++i) {
+            block[i / 4] |= std::uint32_t{padded[at + i]} << 8 * (i % 4);
+        }
         auto [a, b, c, d] = words;
         for (std::size_t i = 0; i < 64; ++i) {
             const std::size_t round = i / 16;

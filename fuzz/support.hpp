@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
 #include <string>
+#include <type_traits>
 
 #include "zxlog.h"
 
@@ -95,7 +97,8 @@ private:
     std::size_t capacity_ = 0;
 };
 
-// Reads values from the front of the input. Returns zeros after its end.
+// Reads values from the front of the input, numbers in little-endian order. Returns zeros after its
+// end.
 class Input {
 public:
     explicit Input(Bytes bytes) : bytes_(bytes) {}
@@ -104,7 +107,11 @@ public:
     [[nodiscard]] Number take() {
         Number number{};
         const Bytes taken = take_bytes(sizeof number);
-        std::copy(taken.begin(), taken.end(), reinterpret_cast<std::uint8_t*>(&number));
+        auto* const bytes = reinterpret_cast<std::uint8_t*>(&number);
+        std::copy(taken.begin(), taken.end(), bytes);
+        if constexpr (std::is_integral_v<Number> && std::endian::native == std::endian::big) {
+            std::reverse(bytes, bytes + sizeof number);
+        }
         return number;
     }
 

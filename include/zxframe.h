@@ -307,8 +307,8 @@ int32_t zxframe_innerapi_filterFrameByIp(void* context, const frame_filter_ctt* 
 /*
  * The answer is 1 or 0, and 0 for a NULL argument, which is logged as an error. A text that
  * inet_addr() refuses matches nothing. After zxframe_api_buildTcpAck() and
- * zxframe_api_buildTcpData() the record's addresses are in the other byte order and do not match
- * correctly.
+ * zxframe_api_buildTcpData() the record's addresses are in host order, and on little-endian
+ * machines they do not match correctly.
  */
 
 /**
@@ -390,10 +390,11 @@ int32_t zxframe_api_isTcp_sTod_data(const ether_ctt* pether_ctt, const char* fil
  * Builds the headers of a TCP frame.
  *
  * The record's `data` and `data_len` are the payload. The result is not a complete frame for the
- * wire: the total length omits the 20 bytes of the TCP header, the checksum is computed over
- * reversed addresses, and `data_len` is reduced by 20 (modulo 65536). So the returned length is 20
- * bytes too small, and 65,570 for a bare SYN. zxframe_api_finishTcp() makes a valid frame of it.
- * Otherwise send 14 + 4 * header_len + 4 * doff bytes and the payload, not the returned length.
+ * wire: the total length omits the 20 bytes of the TCP header, on little-endian machines the
+ * checksum is computed over reversed addresses, and `data_len` is reduced by 20 (modulo 65536). So
+ * the returned length is 20 bytes too small, and 65,570 for a bare SYN. zxframe_api_finishTcp()
+ * makes a valid frame of it. Otherwise send 14 + 4 * header_len + 4 * doff bytes and the payload,
+ * not the returned length.
  *
  * @param pether_ctt  the record; its IPv4 `id` increases by 4961; its fragment offset is sent.
  * @param pether_pkt  the request; no text may be NULL.
@@ -512,8 +513,8 @@ int32_t zxframe_api_buildIgmp(ether_ctt* pether_ctt, const igmp_req* req, uint8_
  * Computes the TCP checksum over pseudo-header, header and the record's payload.
  *
  * The addresses are summed as if the record held them in host order, as it does in
- * zxframe_api_buildTcpAck() and zxframe_api_buildTcpData(). For a decoded record the result is not
- * that of RFC 9293.
+ * zxframe_api_buildTcpAck() and zxframe_api_buildTcpData(). For a decoded record, whose addresses
+ * are in network order, the result is that of RFC 9293 on big-endian machines only.
  *
  * @param pether_ctt  supplies addresses, `doff`, `data` and `data_len` (at most 13,626 bytes are
  *                    used).

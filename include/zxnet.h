@@ -672,7 +672,8 @@ int32_t zxnet_api_setIfaceFlags(int fd, const char* ifname, uint16_t flags);
 
 /* ----------------------------------------------------------- checksums -- */
 /*
- * The one's-complement sums of RFC 1071. Buffers need no alignment.
+ * The one's-complement sums of RFC 1071. Buffers need no alignment. Stored as described, a checksum
+ * has the same bytes on little-endian and big-endian machines.
  *
  * Signal handlers: safe.
  */

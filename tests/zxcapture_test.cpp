@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -273,7 +274,9 @@ protected:
             file.write(reinterpret_cast<const char*>(items.data()),
                        static_cast<std::streamsize>(items.size() * sizeof items[0]));
         };
-        put(std::array{0xA1B23C4DU, 0x00040002U, 0U, 0U, 256U << 10U, 1U});
+        put(std::array{0xA1B23C4DU});
+        put(std::array<std::uint16_t, 2>{2, 4});
+        put(std::array{0U, 0U, 256U << 10U, 1U});
         for (const Bytes& frame : frames) {
             const auto size = static_cast<std::uint32_t>(frame.size());
             put(std::array{1700000000U, kNanos, size, size});
@@ -384,7 +387,8 @@ TEST_F(CaptureProgram, AnswersMistakesWithOneSentence) {
     write("ring0", {kSyn});
     std::ofstream(folder + "text") << "this is no capture file, but it is long enough for one";
     std::string other = content_of(file);
-    other[20] = 105;  // IEEE 802.11
+    const std::uint32_t wireless = 105;  // IEEE 802.11
+    std::memcpy(&other[20], &wireless, sizeof wireless);
     std::ofstream(folder + "other") << other;
     const std::pair<std::string, const char*> cases[] = {
         {"", "give a capture file (--read FILE) or an interface (--interface NAME)"},

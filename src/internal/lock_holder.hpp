@@ -2,9 +2,9 @@
 // constant note.
 #pragma once
 
+#include <endian.h>
 #include <sys/sdt.h>
 
-#include <bit>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -55,7 +55,6 @@ constexpr std::uint64_t comma_and_digits(std::uint32_t number) {
 }
 static_assert(comma_and_digits(0) == 0x302C && comma_and_digits(40) == 0x30342C);
 static_assert(comma_and_digits(123) == 0x3332312C && comma_and_digits(9870) == 0x303738392C);
-static_assert(std::endian::native == std::endian::little);
 
 // Copies N to 2 * N bytes in two pieces, which may overlap.
 template <std::size_t N>
@@ -89,7 +88,7 @@ inline void write_holder(Holder& out, const char* func, int line) {
         return;
     }
     copy_short(out, func, length);
-    const std::uint64_t rest = comma_and_digits(static_cast<std::uint32_t>(line));
+    const std::uint64_t rest = htole64(comma_and_digits(static_cast<std::uint32_t>(line)));
     std::memcpy(out + length, &rest, sizeof rest);
 }
 

@@ -1,5 +1,7 @@
 #include "zxnet.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -10,8 +12,6 @@
 #include "zxnet/checksum_sum.hpp"
 #include "zxnet/messages.hpp"
 
-static_assert(std::endian::native == std::endian::little);
-
 namespace {
 
 using zx::net::fold;
@@ -19,6 +19,10 @@ using zx::net::kNoChecksum;
 
 constexpr std::size_t kPseudoHeaderSize = 12;
 constexpr std::uint32_t kPiece = 1U << 16U;  // bytes; their sum is far below 2^32
+
+// Where the first and the second byte of a word are in the number that is loaded.
+constexpr unsigned kFirst = std::endian::native == std::endian::big ? 8 : 0;
+constexpr unsigned kSecond = 8 - kFirst;
 
 std::uint32_t sum_blocks_portable(const std::uint8_t* at, std::size_t blocks) {
     return zx::net::sum_blocks_inline(at, blocks);
@@ -74,7 +78,7 @@ T load(const std::uint8_t* at) {
         at += 2;
     }
     if ((size & 1U) != 0) {
-        sum += *at;
+        sum += std::uint32_t{*at} << kFirst;
     }
     return static_cast<std::uint32_t>(sum + (sum >> 32U));
 }
@@ -90,8 +94,8 @@ T load(const std::uint8_t* at) {
 }
 
 // The checksum in host order. The words that were added were in network order.
-constexpr std::uint16_t checksum_of(std::uint32_t sum) {
-    return __builtin_bswap16(static_cast<std::uint16_t>(~fold(fold(sum))));
+std::uint16_t checksum_of(std::uint32_t sum) {
+    return ntohs(static_cast<std::uint16_t>(~fold(fold(sum))));
 }
 
 }  // namespace
@@ -109,7 +113,7 @@ std::uint16_t zx::net::pseudo_checksum(const std::uint8_t* header, std::uint32_t
 
     std::size_t size = data_len;
     if (header_len % 2 != 0 && size != 0) {  // this byte completes the header's last word
-        sum += std::uint32_t{*data} << 8U;
+        sum += std::uint32_t{*data} << kSecond;
         ++data;
         --size;
     }

@@ -1,11 +1,10 @@
 // AES by tables.
-#include <bit>
+#include <endian.h>
+
 #include <cstring>
 
 #include "denc/zxaes/cipher.hpp"
 #include "denc/zxaes/tables.hpp"
-
-static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
@@ -16,13 +15,22 @@ struct Block {
     std::uint32_t c0, c1, c2, c3;
 };
 
+// From the columns to their bytes in memory, or back.
+void in_memory_order(Block& block) {
+    for (std::uint32_t* const column : {&block.c0, &block.c1, &block.c2, &block.c3}) {
+        *column = htole32(*column);
+    }
+}
+
 Block load(const void* at) {
     Block block;
     std::memcpy(&block, at, sizeof block);
+    in_memory_order(block);
     return block;
 }
 
-void store(std::uint8_t* at, const Block& block) {
+void store(std::uint8_t* at, Block block) {
+    in_memory_order(block);
     std::memcpy(at, &block, sizeof block);
 }
 
@@ -102,8 +110,8 @@ std::uint32_t substitute(std::uint32_t word) {
 
 void unmix(std::uint32_t* words, std::size_t count) {
     for (std::uint32_t* const end = words + count; words != end; ++words) {
-        const std::uint32_t word = substitute(*words);  // the table undoes this
-        *words = mixed(kInverseRound, word, word, word, word);
+        const std::uint32_t word = substitute(le32toh(*words));  // the table undoes this
+        *words = htole32(mixed(kInverseRound, word, word, word, word));
     }
 }
 

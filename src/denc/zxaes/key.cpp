@@ -1,4 +1,6 @@
 // Key schedules (FIPS 197, 5.2 and 5.3.5), made of words in the byte order of the memory.
+#include <endian.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstdio>
@@ -8,8 +10,6 @@
 #include "denc/zxaes/tables.hpp"
 #include "internal/args.hpp"
 #include "zxaes.h"
-
-static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
@@ -34,14 +34,14 @@ void expand(zxaes_ctt& ctx, const std::uint8_t* key, std::uint32_t bits) {
     const std::uint32_t* const end = ctx.buffer + words_of(ctx);
     std::size_t turn = 0;  // the position of a word in its group of `key_words`
     for (std::uint32_t* to = ctx.buffer + key_words; to != end; ++to) {
-        std::uint32_t word = to[-1];
+        std::uint32_t word = le32toh(to[-1]);
         if (turn == 0) {
             word = by.substitute(std::rotr(word, 8)) ^ round_constant;
             round_constant = doubled(round_constant);
         } else if (turn == 4 && key_words == 8) {
             word = by.substitute(word);
         }
-        *to = *(to - key_words) ^ word;
+        *to = *(to - key_words) ^ htole32(word);
         turn = turn + 1 == key_words ? 0 : turn + 1;
     }
 }

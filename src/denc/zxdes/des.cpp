@@ -1,6 +1,7 @@
+#include <endian.h>
+
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <utility>
 
@@ -8,8 +9,6 @@
 #include "denc/zxdes/tables.hpp"
 #include "internal/guard.hpp"
 #include "zxdes.h"
-
-static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
@@ -32,11 +31,11 @@ struct Schedule {
 std::uint64_t load_block(const std::uint8_t* at) {
     std::uint64_t block;
     std::memcpy(&block, at, sizeof block);
-    return __builtin_bswap64(block);
+    return be64toh(block);
 }
 
 void store_block(std::uint8_t* at, std::uint64_t block) {
-    block = __builtin_bswap64(block);
+    block = htobe64(block);
     std::memcpy(at, &block, sizeof block);
 }
 
