@@ -230,7 +230,7 @@ TEST_F(Ctl, KnowsWhomToAsk) {
     for (const char* const wrong :
          {"", "fake", "fake locks x", "fake trace 5", "fake trace --output x", "fake trace 0 -o x",
           "fake top </dev/null", "list --watch 3", "fake locks --clean", "fake log 'tag=a b'",
-          "fake log --timeout 0", "--none"}) {
+          "fake log --timeout 0", "fake log --timeout nan", "--none"}) {
         EXPECT_THAT(run(wrong), testing::MatchesRegex("zxctl: [^\n]+ \\(try --help\\)\n2"))
             << wrong;
     }

@@ -11,11 +11,32 @@
 #include "child.hpp"
 #include "process.hpp"
 #include "zxdiag.h"
+#include "zxdiag/known.hpp"
 #include "zxfifo.h"
 
 namespace {
 
 using zx::test::Asked;
+
+// A reader may come at any time. Without an id, it knows that what it sees does not belong
+// together.
+TEST(DiagKnown, AnEntryHasNoIdWhileItIsPreparedForAnotherRecord) {
+    struct Entry {
+        std::atomic<const void*> record{};
+        std::atomic<std::uint64_t> id{};
+    };
+    static constinit zx::diag::Known<Entry, 2> known;
+    const char records[3] = {};
+    std::vector<std::uint64_t> meanwhile, then;
+    for (const char& record : records) {
+        const Entry* const entry =
+            known.entry_of(&record, [&](const Entry& fresh) { meanwhile.push_back(fresh.id); });
+        then.push_back(entry != nullptr ? entry->id.load() : 0);
+        known.forget(&record);
+    }
+    EXPECT_THAT(meanwhile, testing::Each(0));
+    EXPECT_THAT(then, testing::ElementsAre(1, 2, 3));
+}
 
 class DiagFifos : public testing::Test {
 protected:

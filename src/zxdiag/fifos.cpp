@@ -27,6 +27,8 @@ namespace {
 constexpr std::size_t kMostFifos = 4096;
 constexpr std::size_t kNameRoom = ZXFIFO_NAME_SIZE + 8;  // a multiple of 8, with a NUL
 constexpr auto kRelaxed = std::memory_order_relaxed;
+constexpr auto kRelease = std::memory_order_release;
+constexpr auto kAcquire = std::memory_order_acquire;
 
 constinit Mutex g_asking;
 
@@ -70,25 +72,25 @@ std::int64_t level_from(std::uint32_t held, std::uint32_t size) {
 void begin_counting(Fifo& entry, const zxfifoblock_ctt& fifo) {
     const std::uint32_t held = fifo.total_in - fifo.total_out;
     if (static_cast<std::uint32_t>(entry.level.load(kRelaxed)) != held) {
-        entry.level.store(level_from(held, fifo.size), kRelaxed);
+        entry.level.store(level_from(held, fifo.size), kRelease);
     }
     entry.highest.store(std::max(entry.highest.load(kRelaxed), entry.level.load(kRelaxed)),
-                        kRelaxed);
-    entry.counted_in.store(fifo.total_in, kRelaxed);
-    entry.counted_out.store(fifo.total_out, kRelaxed);
-    entry.epoch.store(g_epoch.load(kRelaxed), kRelaxed);
+                        kRelease);
+    entry.counted_in.store(fifo.total_in, kRelease);
+    entry.counted_out.store(fifo.total_out, kRelease);
+    entry.epoch.store(g_epoch.load(kRelaxed), kRelease);
 }
 
 Fifo* entry_of(const zxfifoblock_ctt& fifo) {
     return g_fifos.entry_of(&fifo, [&fifo](Fifo& entry) {
         for (auto* const number : {&entry.in, &entry.out, &entry.overwritten, &entry.stale}) {
-            number->store(0, kRelaxed);
+            number->store(0, kRelease);
         }
-        entry.level.store(0, kRelaxed);
-        entry.highest.store(0, kRelaxed);
-        entry.size.store(fifo.size, kRelaxed);
-        entry.resets.store(0, kRelaxed);
-        entry.since_us.store(steady_us(), kRelaxed);
+        entry.level.store(0, kRelease);
+        entry.highest.store(0, kRelease);
+        entry.size.store(fifo.size, kRelease);
+        entry.resets.store(0, kRelease);
+        entry.since_us.store(steady_us(), kRelease);
         entry.name.set(fifo.name, sizeof fifo.name);
         begin_counting(entry, fifo);
     });
@@ -96,11 +98,11 @@ Fifo* entry_of(const zxfifoblock_ctt& fifo) {
 
 void count_in(Fifo& entry, std::uint32_t n) {
     const std::int64_t level = entry.level.load(kRelaxed) + n;
-    entry.level.store(level, kRelaxed);
+    entry.level.store(level, kRelease);
     add_to(entry.counted_in, n);
     add_to(entry.in, std::uint64_t{n});
     if (level > entry.highest.load(kRelaxed)) {
-        entry.highest.store(level, kRelaxed);
+        entry.highest.store(level, kRelease);
     }
     if (const std::int64_t beyond = level - entry.size.load(kRelaxed); beyond > 0) [[unlikely]] {
         add_to(entry.overwritten, static_cast<std::uint64_t>(std::min<std::int64_t>(beyond, n)));
@@ -109,7 +111,7 @@ void count_in(Fifo& entry, std::uint32_t n) {
 
 void count_out(Fifo& entry, std::uint32_t n) {
     const std::int64_t level = entry.level.load(kRelaxed) - n;
-    entry.level.store(level, kRelaxed);
+    entry.level.store(level, kRelease);
     add_to(entry.counted_out, n);
     add_to(entry.out, std::uint64_t{n});
     if (level < 0) [[unlikely]] {
@@ -127,31 +129,34 @@ void trace_transfer(Span span, const zxfifoblock_ctt& fifo, std::uint32_t n) {
 }
 
 cJSON* as_object(Fifo& entry, std::int64_t now_us) ZX_REQUIRES(g_asking) {
-    const std::uint64_t id = entry.id.load(kRelaxed);
+    const std::uint64_t id = entry.id.load(kAcquire);
+    if (id == 0) {
+        return nullptr;  // it is prepared for another FIFO just now
+    }
     if (entry.sampled_id != id) {
         entry.sampled_id = id;
-        entry.in_growth = entry.out_growth = Growth(entry.since_us.load(kRelaxed));
+        entry.in_growth = entry.out_growth = Growth(entry.since_us.load(kAcquire));
     }
-    const std::uint64_t in = entry.in.load(kRelaxed);
-    const std::uint64_t out = entry.out.load(kRelaxed);
+    const std::uint64_t in = entry.in.load(kAcquire);
+    const std::uint64_t out = entry.out.load(kAcquire);
     entry.in_growth.see(in, now_us);
     entry.out_growth.see(out, now_us);
 
     cJSON* const object = cJSON_CreateObject();
     add_text(object, "name", entry.name.copy().text);
-    add_address(object, "address", entry.record.load(kRelaxed));
-    add_number(object, "size_bytes", entry.size.load(kRelaxed));
-    add_number(object, "used_bytes", entry.level.load(kRelaxed));
-    add_number(object, "highest_bytes", entry.highest.load(kRelaxed));
+    add_address(object, "address", entry.record.load(kAcquire));
+    add_number(object, "size_bytes", entry.size.load(kAcquire));
+    add_number(object, "used_bytes", entry.level.load(kAcquire));
+    add_number(object, "highest_bytes", entry.highest.load(kAcquire));
     add_number(object, "in_bytes", in);
     add_number(object, "out_bytes", out);
     add_number(object, "in_bytes_per_s", entry.in_growth.per_s());
     add_number(object, "out_bytes_per_s", entry.out_growth.per_s());
     add_number(object, "rates_over_us", entry.in_growth.over_us());
-    add_number(object, "overwritten_bytes", entry.overwritten.load(kRelaxed));
-    add_number(object, "stale_bytes", entry.stale.load(kRelaxed));
-    add_number(object, "resets", entry.resets.load(kRelaxed));
-    if (entry.id.load(std::memory_order_acquire) != id) {  // it is another FIFO's by now
+    add_number(object, "overwritten_bytes", entry.overwritten.load(kAcquire));
+    add_number(object, "stale_bytes", entry.stale.load(kAcquire));
+    add_number(object, "resets", entry.resets.load(kAcquire));
+    if (entry.id.load(kRelaxed) != id) {  // it is another FIFO's by now
         cJSON_Delete(object);
         return nullptr;
     }

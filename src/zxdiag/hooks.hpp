@@ -15,7 +15,8 @@ struct zxthread_ctt;
 
 namespace zx::diag {
 
-// What is switched on. 0: nothing.
+// What is switched on. 0: nothing. Relaxed order does for the hooks: what they use is there from
+// the start of the program, so they may see the change a moment late.
 inline constexpr std::uint32_t kCounting = 1;
 inline constexpr std::uint32_t kTracing = 2;
 extern std::atomic<std::uint32_t> g_mode;

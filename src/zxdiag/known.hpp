@@ -54,8 +54,12 @@ private:
 };
 
 // `Entry` is that of a SideTable, with a member `std::atomic<std::uint64_t> id{}`: the number of
-// this use of the entry. Threads find what they know without a lock. They take the table's lock
-// when a record is new, or goes.
+// this use of the entry, or 0 while it is prepared for another use. Threads find what they know
+// without a lock. They take the table's lock when a record is new, or goes.
+//
+// What was read of an entry belongs together if the id was not 0 before and is the same after. For
+// this, the id is read with acquire order the first time, the other members are stored with release
+// and read with acquire order, so whoever sees a later value also sees the id change.
 template <typename Entry, std::size_t Size>
 class Known {
 public:
@@ -78,7 +82,7 @@ public:
     }
 
     // Calls `visit` with each entry. Meanwhile the entry may begin to serve another record: it does
-    // if its id has changed.
+    // if its id is 0 or has changed.
     template <typename Visit>
     void for_each(Visit visit) {
         table_.for_each(visit);
@@ -96,9 +100,10 @@ private:
             return nullptr;
         }
         Entry* const entry = table_.add(record, [&](Entry& fresh) {
-            fresh.id.store(last_id_.fetch_add(1, std::memory_order_relaxed) + 1,
-                           std::memory_order_relaxed);
+            fresh.id.store(0, std::memory_order_relaxed);
             prepare(fresh);
+            fresh.id.store(last_id_.fetch_add(1, std::memory_order_relaxed) + 1,
+                           std::memory_order_release);
         });
         if (entry == nullptr) {
             left_out_.add(record);
@@ -114,7 +119,7 @@ private:
 // For a number that one thread at a time changes, and others read.
 template <typename Number>
 void add_to(std::atomic<Number>& number, Number more) {
-    number.store(number.load(std::memory_order_relaxed) + more, std::memory_order_relaxed);
+    number.store(number.load(std::memory_order_relaxed) + more, std::memory_order_release);
 }
 
 }  // namespace zx::diag

@@ -20,6 +20,8 @@ namespace {
 constexpr std::size_t kMostLists = 1024;
 constexpr char kLockPrefix[] = "zxfifo_lock_";
 constexpr auto kRelaxed = std::memory_order_relaxed;
+constexpr auto kRelease = std::memory_order_release;
+constexpr auto kAcquire = std::memory_order_acquire;
 
 struct alignas(64) List {
     std::atomic<const void*> record{};
@@ -40,27 +42,30 @@ void prepare(List& entry, const zxsharelist_ctt& list) {
     const bool is_named = std::strncmp(list.lock.name, kLockPrefix, sizeof kLockPrefix - 1) == 0;
     const std::size_t skipped = is_named ? sizeof kLockPrefix - 1 : 0;
     entry.name.set(list.lock.name + skipped, sizeof list.lock.name - skipped);
-    entry.head.store(nullptr, kRelaxed);
+    entry.head.store(nullptr, kRelease);
     for (auto* const number : {&entry.oldest, &entry.newest, &entry.dropped}) {
-        number->store(0, kRelaxed);
+        number->store(0, kRelease);
     }
-    entry.nodes.store(0, kRelaxed);
-    entry.keep_s.store(list.keep_seconds, kRelaxed);
+    entry.nodes.store(0, kRelease);
+    entry.keep_s.store(list.keep_seconds, kRelease);
 }
 
 cJSON* as_object(const List& entry) {
-    const std::uint64_t id = entry.id.load(kRelaxed);
-    const std::uint32_t nodes = entry.nodes.load(kRelaxed);
-    const std::uint64_t oldest = entry.oldest.load(kRelaxed);
-    const std::uint64_t newest = entry.newest.load(kRelaxed);
+    const std::uint64_t id = entry.id.load(kAcquire);
+    if (id == 0) {
+        return nullptr;  // it is prepared for another list just now
+    }
+    const std::uint32_t nodes = entry.nodes.load(kAcquire);
+    const std::uint64_t oldest = entry.oldest.load(kAcquire);
+    const std::uint64_t newest = entry.newest.load(kAcquire);
     cJSON* const object = cJSON_CreateObject();
     add_text(object, "name", entry.name.copy().text);
-    add_address(object, "address", entry.record.load(kRelaxed));
+    add_address(object, "address", entry.record.load(kAcquire));
     add_number(object, "nodes", nodes);
     add_number(object, "span_us", nodes != 0 && newest > oldest ? newest - oldest : 0);
-    add_number(object, "keep_s", entry.keep_s.load(kRelaxed));
-    add_number(object, "dropped", entry.dropped.load(kRelaxed));
-    if (entry.id.load(std::memory_order_acquire) != id) {  // it is another list's by now
+    add_number(object, "keep_s", entry.keep_s.load(kAcquire));
+    add_number(object, "dropped", entry.dropped.load(kAcquire));
+    if (entry.id.load(kRelaxed) != id) {  // it is another list's by now
         cJSON_Delete(object);
         return nullptr;
     }
@@ -77,12 +82,12 @@ void list_changed(const zxsharelist_ctt& list, std::uint32_t dropped) {
     // The first node is hardly ever in the processor's cache, so it is only read when it is
     // another. A new one may be at the address of an old one, but then it is the only one.
     if (entry->head.load(kRelaxed) != list.head || list.head == list.tail) {
-        entry->head.store(list.head, kRelaxed);
-        entry->oldest.store(list.head != nullptr ? list.head->time : 0, kRelaxed);
+        entry->head.store(list.head, kRelease);
+        entry->oldest.store(list.head != nullptr ? list.head->time : 0, kRelease);
     }
-    entry->newest.store(list.newest, kRelaxed);
-    entry->nodes.store(list.count, kRelaxed);
-    entry->keep_s.store(list.keep_seconds, kRelaxed);
+    entry->newest.store(list.newest, kRelease);
+    entry->nodes.store(list.count, kRelease);
+    entry->keep_s.store(list.keep_seconds, kRelease);
     add_to(entry->dropped, std::uint64_t{dropped});
 }
 

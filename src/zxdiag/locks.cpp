@@ -63,8 +63,9 @@ void note_further(LockEntry& entry, ThreadRecord& own) {
         add_one(entry.taken);  // but the holder is not known
         return;
     }
-    note_holder(entry, own);
+    // Before the holder: who sees the new one must not take the time of the one before for its own.
     entry.traced_ns.store(is_tracing() ? steady_ns() : 0, std::memory_order_relaxed);
+    note_holder(entry, own);
     t_held.push(entry);
 }
 

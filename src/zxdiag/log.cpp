@@ -333,7 +333,7 @@ std::uint64_t write_kept_lines(const char* why, LineRing::Line& room) {
                         zxlog_innerapi_logTime(), level_name(Level::error), kTag, why);
     std::uint64_t written = 0;
     const std::uint64_t end = g_ring.end();
-    for (std::uint64_t at = g_ring.begin(); at != end; ++at) {
+    for (std::uint64_t at = g_ring.begin(); at < end; ++at) {  // it may have moved past the end
         if (g_ring.read(at, room) == LineRing::Found::line) {
             zxlog_innerapi_file("| %s\r\n", room.text);
             ++written;

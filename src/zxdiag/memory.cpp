@@ -62,8 +62,8 @@ Snapshot g_samples[2] ZX_GUARDED_BY(g_mutex);
 constinit std::size_t g_later ZX_GUARDED_BY(g_mutex) = 0;
 
 Numbers numbers_of(const Place& place) {
-    return {place.id.load(std::memory_order_acquire), place.buffers.load(std::memory_order_relaxed),
-            place.bytes.load(std::memory_order_relaxed)};
+    return {place.id.load(std::memory_order_acquire), place.buffers.load(std::memory_order_acquire),
+            place.bytes.load(std::memory_order_acquire)};
 }
 
 void take(Snapshot& out, std::int64_t now) {
@@ -207,15 +207,16 @@ private:
         return is_in ? snapshot->places[at] : Numbers{};
     }
 
-    // False when the place serves something else by now.
+    // False when the place serves something else by now: what was read with acquire order then
+    // makes the change of the id visible.
     static bool is_copied(const Place& place, std::uint64_t id, Row& row) {
-        row.made = place.made.load(std::memory_order_relaxed);
+        row.made = place.made.load(std::memory_order_acquire);
         row.freed = row.made - std::min(row.made, row.buffers);
-        row.line = place.line.load(std::memory_order_relaxed);
-        row.oldest_s = row.buffers != 0 ? place.oldest_s.load(std::memory_order_relaxed) : 0;
+        row.line = place.line.load(std::memory_order_acquire);
+        row.oldest_s = row.buffers != 0 ? place.oldest_s.load(std::memory_order_acquire) : 0;
         row.name = place.name.copy();
         row.file = place.file.copy();
-        return id != 0 && place.id.load(std::memory_order_acquire) == id;
+        return id != 0 && place.id.load(std::memory_order_relaxed) == id;
     }
 
     static void join(Row& to, const Row& row) {
@@ -240,6 +241,11 @@ std::int64_t age_of(const Row& row, std::int64_t now) {
     return row.oldest_s != 0 ? now / kUsPerSecond - row.oldest_s : 0;
 }
 
+// Who sees that counting has begun again also sees that its first round is not complete.
+bool is_counting() {
+    return g_mode.load(std::memory_order_acquire) != 0;
+}
+
 bool is_complete() {
     return g_is_round_complete.load(std::memory_order_acquire);
 }
@@ -248,7 +254,7 @@ constexpr char kComplete[] = "complete";
 
 const char* state() {
     return !g_is_tracking.load(std::memory_order_relaxed) ? "not tracking"
-           : !is_on()                                     ? "not counting"
+           : !is_counting()                               ? "not counting"
            : !is_complete()                               ? "busy"
                                                           : kComplete;
 }
@@ -418,7 +424,7 @@ void tracking_ends() {
 }
 
 void sample_memory() {
-    if (is_on() && is_complete()) {
+    if (is_counting() && is_complete()) {
         const MutexGuard guard(g_mutex);
         take_sample(now_us());
     }

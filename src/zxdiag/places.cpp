@@ -25,7 +25,7 @@ constinit std::uint16_t g_round = 0;
 // Nobody else writes meanwhile, so this need not be one step.
 template <typename Number>
 void add(std::atomic<Number>& to, Number number) {
-    to.store(to.load(std::memory_order_relaxed) + number, std::memory_order_relaxed);
+    to.store(to.load(std::memory_order_relaxed) + number, std::memory_order_release);
 }
 
 // Of the name and the line: the same lines of two files are rare.
@@ -93,9 +93,10 @@ std::size_t new_place(const memnode_ctt& record, std::uint64_t hash) {
         return at;
     }
     Place& place = g_places[at];
-    place.id.exchange(0);  // who is reading the old one notices it
-    place.made.store(0, std::memory_order_relaxed);
-    place.line.store(record.line, std::memory_order_relaxed);
+    // Who is reading the old one notices it: everything after this is stored with release order.
+    place.id.store(0, std::memory_order_relaxed);
+    place.made.store(0, std::memory_order_release);
+    place.line.store(record.line, std::memory_order_release);
     std::memcpy(place.name_key, record.name, sizeof record.name);
     std::strcpy(place.file_key, end_of(record.file));
     place.file_given = record.file;
@@ -161,7 +162,7 @@ void join_round(Place& place, BufferTrace& trace) {
 void set_oldest(Place& place, BufferTrace* trace) {
     place.oldest = trace;
     if (trace != nullptr) {
-        place.oldest_s.store(trace->made_s, std::memory_order_relaxed);
+        place.oldest_s.store(trace->made_s, std::memory_order_release);
     }
 }
 

@@ -9,7 +9,8 @@
 namespace zx::diag {
 
 // A reader may see a part of the old and a part of the new text, but never anything else, and
-// always an end.
+// always an end. It also sees what was stored before the part that it has read: if that says that
+// the text is about to change, it knows that the copy may be a mixture.
 template <std::size_t Size>
 class SharedText {
     static_assert(Size % sizeof(std::uint64_t) == 0);
@@ -22,7 +23,7 @@ public:
         for (std::size_t i = 0; i < kWords; ++i) {
             std::uint64_t word;
             std::memcpy(&word, bytes + i * sizeof word, sizeof word);
-            words_[i].store(word, std::memory_order_relaxed);
+            words_[i].store(word, std::memory_order_release);
         }
     }
 
@@ -32,7 +33,7 @@ public:
     [[nodiscard]] Copy copy() const {
         Copy out;
         for (std::size_t i = 0; i < kWords; ++i) {
-            const std::uint64_t word = words_[i].load(std::memory_order_relaxed);
+            const std::uint64_t word = words_[i].load(std::memory_order_acquire);
             std::memcpy(out.text + i * sizeof word, &word, sizeof word);
         }
         out.text[Size - 1] = '\0';

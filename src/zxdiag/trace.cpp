@@ -253,7 +253,7 @@ public:
         g_end_ns.store(UINT64_MAX, std::memory_order_relaxed);
         g_least_ns.store(least_us * 1000, std::memory_order_relaxed);
         g_trace.fetch_add(1, std::memory_order_release);
-        g_mode.fetch_or(kTracing, std::memory_order_relaxed);
+        g_mode.fetch_or(kTracing, std::memory_order_release);
     }
     TraceSeries(const TraceSeries&) = delete;
     TraceSeries& operator=(const TraceSeries&) = delete;
@@ -293,6 +293,7 @@ private:
 void trace(Span span, std::uint64_t begin_ns, const char* name, std::size_t limit,
            std::int64_t amount) {
     const ErrnoKept errno_kept;
+    const std::uint32_t trace = g_trace.load(std::memory_order_acquire);  // before its limits
     const std::uint64_t now = steady_ns();
     const std::uint64_t length = now - begin_ns;
     // What began under an earlier trace has an unknown length.
@@ -301,7 +302,6 @@ void trace(Span span, std::uint64_t begin_ns, const char* name, std::size_t limi
         begin_ns < g_begin_ns.load(std::memory_order_relaxed)) {
         return;
     }
-    const std::uint32_t trace = g_trace.load(std::memory_order_acquire);
     const std::uint64_t place = g_taken.fetch_add(1, std::memory_order_relaxed);
     if (place >= kMostEvents) {
         return;

@@ -53,7 +53,8 @@ constinit Reports<Cycle, 16> g_cycles;
 // Follows the waits from the calling thread. True: they lead back to it.
 //
 // Each thread makes its own wait known before it looks at those of others, so the last one of a
-// cycle sees all of it.
+// cycle sees all of it. This needs the default memory order, both for the number and in
+// copy_wait().
 bool find_cycle(ThreadRecord& own, Chain& chain) {
     const ThreadRecord* thread = &own;
     for (chain.count = 0; chain.count < kMostMembers;) {
@@ -199,8 +200,9 @@ bool is_taken_while_looking(zxlock_ctt& lock, ThreadRecord& own, const Chain& fi
 void begin_wait(LockWait& wait, LockEntry& entry, const char* func, int line) {
     const Place place = place_of(func, line);
     wait.place.set(place.text);
-    wait.since_us.store(steady_us(), std::memory_order_relaxed);
-    wait.serial.store(entry.serial.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    // Who sees a part of this wait also sees that the one before is over.
+    wait.since_us.store(steady_us(), std::memory_order_release);
+    wait.serial.store(entry.serial.load(std::memory_order_relaxed), std::memory_order_release);
     wait.lock.store(&entry, std::memory_order_release);
     wait.number.fetch_add(1);
 }
@@ -246,7 +248,7 @@ bool copy_wait(const ThreadRecord& thread, WaitCopy& copy) {
         return false;
     }
     // The entry may serve another lock, if the program has given this one back.
-    const bool is_same = thread.wait.serial.load(std::memory_order_relaxed) == lock->serial.load();
+    const bool is_same = thread.wait.serial.load(std::memory_order_acquire) == lock->serial.load();
     copy = {&thread, number, lock, lock->holder.load(),
             thread.wait.since_us.load(std::memory_order_acquire)};
     return is_same && thread.wait.number.load() == number;

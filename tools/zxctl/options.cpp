@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <iterator>
 
@@ -163,6 +164,9 @@ Options parse_options(int argc, char** argv) {
     tools::parse(app, {argv + 1, argv + argc});
 
     take_directories(options, directory);
+    if (std::isnan(timeout)) {  // it is in every range, and no integer
+        tools::exit_misused(app, "--timeout: not a number");
+    }
     constexpr double kMilli = 1000;
     options.timeout_ms = static_cast<std::int64_t>(timeout * kMilli);
     check_fitting(app, options);

@@ -227,7 +227,8 @@ extern "C" std::int32_t zxlog_api_setFile(const char* path) {
         }
         const unsigned turn = zxlog::g_path_turn.load(std::memory_order_relaxed) + 1;
         std::memcpy(zxlog::g_paths[turn % 2], absolute, sizeof absolute);
-        zxlog::g_path_turn.store(turn, std::memory_order_relaxed);
+        // In a child that is forked now, the path must be complete if the turn is the new one.
+        zxlog::g_path_turn.store(turn, std::memory_order_release);
         return 0;
     }
 }

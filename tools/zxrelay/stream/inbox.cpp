@@ -34,8 +34,9 @@ void Inbox::close() {
 }
 
 void Inbox::clear_wake() {
-    if (!is_closed_) {
-        wake_.clear();
+    wake_.clear();
+    if (is_closed_) {  // close() may have come just before
+        wake_.set();
     }
 }
 
