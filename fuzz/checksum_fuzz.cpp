@@ -19,7 +19,7 @@ constexpr std::size_t kMaxSize = 2048;
 // A word of a buffer in the byte order of the memory. A zero byte follows an odd last one.
 std::uint16_t word_at(Bytes bytes, std::size_t at) {
     const unsigned second = at + 1 < bytes.size() ? bytes[at + 1] : 0;
-    return htons(static_cast<std::uint16_t>(bytes[at] << 8U | second));
+    return htons(static_cast<std::uint16_t>(std::uint32_t{bytes[at]} << 8U | second));
 }
 
 // Sums in 32 bits, folds at the end, and returns host order.
