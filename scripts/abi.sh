@@ -4,7 +4,8 @@
 #
 #   scripts/abi.sh [--update] [BUILD_DIR]
 #
-# BUILD_DIR: where the libraries are, with debug information. Without it, they are built first.
+# BUILD_DIR: where the libraries are, with debug information, such as build/arm64. Without it, they are built
+# first, for this machine.
 # --update: updates the record after an intended change.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -27,7 +27,7 @@ packages_of() {
         coverage) echo gcovr ;;
         docs) echo doxygen python3 ;;
         package) echo debootstrap dpkg-dev fakeroot lintian ;;
-        cross) echo g++-aarch64-linux-gnu g++-s390x-linux-gnu mmdebstrap qemu-user qemu-user-static ;;
+        cross) echo g++-aarch64-linux-gnu g++-s390x-linux-gnu mmdebstrap qemu-user qemu-user-static uidmap ;;
         *) misused ;;
     esac
 }

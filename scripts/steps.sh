@@ -69,6 +69,6 @@ need_emulation() {
         cat "$rule" >$formats/register || true
     fi
     can_run "$1" && return
-    echo "$0: programs for $1 do not run here: that takes a kernel with binfmt_misc, and root once to register $rule" >&2
+    echo "$0: programs for $1 do not run here: the kernel must have binfmt_misc, and root must once register $rule" >&2
     return 1
 }

@@ -4,7 +4,8 @@
 #
 #   scripts/sysroot.sh ARCH
 #
-# ARCH: arm64 or s390x. The packages come from the package sources of this machine.
+# ARCH: arm64 or s390x. The packages come from the package sources of this machine. A user who is not root
+# needs a range of ids in /etc/subuid and /etc/subgid, which adduser gives to each new user.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/steps.sh
@@ -26,6 +27,7 @@ mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
 work=$tree.part
 mkdir -p build/sysroot
 rm -rf "$work"
+mkdir "$work"
 # dpkg-shlibdeps finds in DEBIAN which packages the libraries come from.
 # shellcheck disable=SC2016  # for the shell of mmdebstrap
 mmdebstrap --quiet --variant=extract --architectures="$1" --include="$packages" \
@@ -35,7 +37,8 @@ mmdebstrap --quiet --variant=extract --architectures="$1" --include="$packages" 
                 dpkg-deb --info "$package" $file 2>/dev/null >>"$1/DEBIAN/$file" || true
             done
         done' \
-    "$VERSION_CODENAME" "$work" "$mirror"
+    "$VERSION_CODENAME" - "$mirror" |
+    tar --extract --directory "$work" --no-same-owner --exclude=./dev
 # Only what compilers and programs need: qemu uses the files here instead of those of the machine.
 find "$work" -mindepth 1 -maxdepth 1 ! -name 'lib*' ! -name usr ! -name DEBIAN -exec rm -rf {} +
 find "$work/usr" -mindepth 1 -maxdepth 1 ! -name 'lib*' ! -name include ! -name share -exec rm -rf {} +

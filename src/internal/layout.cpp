@@ -22,12 +22,14 @@ struct Layout {
 
 #if defined __x86_64__ || defined __s390x__
 constexpr Layout kLayout{40, 168, 304, 456, 496, 344, 48, 184};
-#elif defined __aarch64__
+#elif defined __AARCH64EL__
 constexpr Layout kLayout{48, 176, 312, 464, 504, 352, 56, 192};
 #else
 #error "libzxcommon runs on x86-64, arm64 and s390x: this architecture's layout is not known"
+#define ZX_NO_LAYOUT
 #endif
 
+#ifndef ZX_NO_LAYOUT
 static_assert(sizeof(pthread_mutex_t) == kLayout.mutex);
 
 static_assert(sizeof(zxlock_ctt::name) == 128 && offsetof(zxlock_ctt, mutex) == 128);
@@ -59,5 +61,6 @@ static_assert(offsetof(zxthread_ctt, misuse_logged) == kLayout.thread_created + 
 static_assert(offsetof(zxthread_ctt, name) == kLayout.thread_created + 2);
 static_assert(offsetof(zxthread_ctt, state) == kLayout.thread_created + 132);
 static_assert(sizeof(zxthread_ctt) == kLayout.thread);
+#endif
 
 }  // namespace

@@ -11,7 +11,7 @@ uint8x16x4_t table_at(const void* at) {
     return vld1q_u8_x4(static_cast<const std::uint8_t*>(at));
 }
 
-// The values of 16 characters. Each table leaves those of characters outside of it.
+// The values of 16 characters. Each table sets only the values of the characters that it contains.
 template <typename... Tables>
 [[gnu::always_inline]] inline uint8x16_t look_up(uint8x16_t text, const Tables&... tables) {
     uint8x16_t values = vdupq_n_u8(63);

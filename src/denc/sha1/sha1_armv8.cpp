@@ -2,6 +2,9 @@
 
 #ifdef __aarch64__
 
+#ifndef __clang__  // which takes it from src/CMakeLists.txt
+#pragma GCC target("+crypto")
+#endif
 #include <arm_neon.h>
 
 #include <utility>

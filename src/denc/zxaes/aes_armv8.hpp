@@ -1,12 +1,14 @@
 // The instructions for AES of arm64.
 #pragma once
 
+#ifndef __clang__  // which takes it from src/CMakeLists.txt
+#pragma GCC target("+crypto")
+#endif
 #include <arm_neon.h>
 
 #include "denc/zxaes/cipher.hpp"
 
-#define ZX_TARGET_AES  // src/CMakeLists.txt names the target, because clang 14 needs it for a whole
-                       // file
+#define ZX_TARGET_AES  // the whole file has the target
 
 namespace zx::aes {
 

@@ -1,6 +1,9 @@
 // Carry-less multiplication on arm64, and what else the folding needs.
 #pragma once
 
+#ifndef __clang__  // which takes it from src/CMakeLists.txt
+#pragma GCC target("+crypto")
+#endif
 #include <arm_neon.h>
 
 #include "denc/zxcrc/fold.hpp"

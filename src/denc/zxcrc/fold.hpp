@@ -70,7 +70,7 @@ ZX_TARGET_WIDE std::uint32_t fold_wide(const std::uint8_t* at, std::size_t size)
 template <const Variant& kVariant>
 ZX_TARGET_WIDEST std::uint32_t fold_widest(const std::uint8_t* at, std::size_t size);
 #elif defined __aarch64__
-#define ZX_TARGET_NARROW  // src/CMakeLists.txt names the target
+#define ZX_TARGET_NARROW  // the whole file has the target
 #endif
 
 #ifdef ZX_TARGET_NARROW
