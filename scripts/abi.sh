@@ -29,6 +29,7 @@ record() {
         python3 scripts/abi_trim.py
 }
 
+[[ -e $build/src/libzxcommon.so ]] || misused
 machine=$(readelf -h "$build/src/libzxcommon.so" | sed -n 's/^ *Machine: *//p')
 case $machine in
     AArch64) recorded=packaging/abi/arm64 ;;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Makes build/sysroot/ARCH: the headers and libraries of another architecture, to build for it, to run
-# its programs under qemu and to make packages. A tree that is there stays. Nothing on this machine is changed.
+# its programs under qemu and to make packages. A tree with the same packages stays. Nothing on this machine
+# is changed.
 #
 #   scripts/sysroot.sh ARCH
 #
@@ -14,11 +15,10 @@ case "$# ${1-}" in
     *) misused ;;
 esac
 tree=build/sysroot/$1
-[[ ! -e $tree/DEBIAN ]] || exit 0
-
 packages=libc6-dev,libstdc++6,libcjson-dev,libcli11-dev,libcurl4-openssl-dev,libgmock-dev
 packages+=,libgtest-dev,libhttp-parser-dev,libmicrohttpd-dev,libncurses-dev,libpcap-dev,libsystemd-dev
 packages+=,libtomlplusplus-dev,rapidjson-dev,systemtap-sdt-dev
+[[ $(cat "$tree/DEBIAN/asked" 2>/dev/null) != "$packages" ]] || exit 0
 # shellcheck source=/dev/null
 source /etc/os-release
 # shellcheck disable=SC2016  # this variable is apt's
@@ -50,5 +50,6 @@ done
 # So would the full paths in the files of some packages for CMake.
 # shellcheck disable=SC2016  # for CMake
 find "$work/usr/lib" -name '*.cmake' -exec sed -i 's#"/usr/#"${CMAKE_SYSROOT}/usr/#g' {} +
+echo "$packages" >"$work/DEBIAN/asked"
 rm -rf "$tree"
 mv "$work" "$tree"
