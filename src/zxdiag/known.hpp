@@ -58,8 +58,8 @@ private:
 // without a lock. They take the table's lock when a record is new, or goes.
 //
 // What was read of an entry belongs together if the id was not 0 before and is the same after. For
-// this, the id is read with acquire order the first time, the other members are stored with release
-// and read with acquire order, so whoever sees a later value also sees the id change.
+// this, the id is first read with acquire order. The other members are stored with release order
+// and read with acquire order. So whoever sees a later value also sees the id change.
 template <typename Entry, std::size_t Size>
 class Known {
 public:
