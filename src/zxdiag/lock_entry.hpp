@@ -40,10 +40,10 @@ inline constexpr std::size_t kMostLocks = 8192;
 extern SideTable<LockEntry, kMostLocks> g_locks;
 
 // "func,line". As in the record of a lock, the name is cut when both do not fit.
-struct Place {
+struct PlaceText {
     char text[ZXLOCK_HOLDER_SIZE + 3];
 };
-[[nodiscard]] Place place_of(const char* func, int line);
+[[nodiscard]] PlaceText place_of(const char* func, int line);
 
 // Copies a part of the lock's record. False: the lock is gone, or that cannot be read.
 [[nodiscard]] bool read_field(const LockEntry& entry, const ProgramMemory& memory,
@@ -51,10 +51,10 @@ struct Place {
 
 // Where the holder took the lock; "gone" or "busy" if that cannot be read, "" if nobody is known to
 // hold it.
-[[nodiscard]] Place holder_place(const LockEntry& entry, const ProgramMemory& memory);
+[[nodiscard]] PlaceText holder_place(const LockEntry& entry, const ProgramMemory& memory);
 
 // "f,12" as it stands in a sentence, "f:12".
-[[nodiscard]] Place in_sentence(const Place& place);
+[[nodiscard]] PlaceText in_sentence(const PlaceText& place);
 
 // Adds what a relaxed counter counts that one thread at a time changes.
 template <typename Number>

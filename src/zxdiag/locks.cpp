@@ -218,16 +218,16 @@ void forget_locks_of_parent() {
     clear_order();
 }
 
-Place place_of(const char* func, int line) {
-    Place place{};
+PlaceText place_of(const char* func, int line) {
+    PlaceText place{};
     char holder[ZXLOCK_HOLDER_SIZE] = {};
     lock::write_holder(holder, func, line);
     std::memcpy(place.text, holder, sizeof holder);
     return place;
 }
 
-Place in_sentence(const Place& place) {
-    Place out = place;
+PlaceText in_sentence(const PlaceText& place) {
+    PlaceText out = place;
     if (char* const comma = std::strrchr(out.text, ','); comma != nullptr) {
         *comma = ':';
     }
@@ -240,21 +240,21 @@ bool read_field(const LockEntry& entry, const ProgramMemory& memory, std::size_t
     return record != nullptr && memory.read(record + offset, to, size);
 }
 
-Place holder_place(const LockEntry& entry, const ProgramMemory& memory) {
-    Place place{};
+PlaceText holder_place(const LockEntry& entry, const ProgramMemory& memory) {
+    PlaceText place{};
     const ThreadRecord* const holder = entry.holder.load(std::memory_order_acquire);
     const std::uint64_t taken = entry.taken.load(std::memory_order_acquire);
     if (holder == nullptr) {
         return place;
     }
     if (!read_field(entry, memory, offsetof(zxlock_ctt, holder), place.text, ZXLOCK_HOLDER_SIZE)) {
-        return memory.can_read() ? Place{"gone"} : Place{"busy"};
+        return memory.can_read() ? PlaceText{"gone"} : PlaceText{"busy"};
     }
     // The note follows the taking.
     const bool is_same = entry.holder.load(std::memory_order_acquire) == holder &&
                          entry.taken.load(std::memory_order_acquire) == taken &&
                          std::strcmp(place.text, lock::kFree) != 0;
-    return is_same ? place : Place{"busy"};
+    return is_same ? place : PlaceText{"busy"};
 }
 
 Answer answer_locks(const Question&) {

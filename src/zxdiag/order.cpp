@@ -30,8 +30,8 @@ struct Pair {
 };
 
 struct PairPlaces {
-    Place outer;
-    Place inner;
+    PlaceText outer;
+    PlaceText inner;
 };
 
 // A pair, when its locks may be gone.
@@ -58,7 +58,7 @@ std::uint32_t g_search ZX_GUARDED_BY(g_mutex) = 0;
 
 // Where the calling thread took a lock that it holds. A program with a fault may have given back
 // the memory of the lock nevertheless.
-Place own_place(const LockEntry& entry) {
+PlaceText own_place(const LockEntry& entry) {
     return holder_place(entry, ProgramMemory());
 }
 

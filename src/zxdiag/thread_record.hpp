@@ -79,7 +79,7 @@ struct LockWait {
     std::atomic<LockEntry*> lock{};
     std::atomic<std::uint32_t> serial{0};  // of the lock
     std::atomic<std::int64_t> since_us{0};
-    SharedText<sizeof(Place)> place;
+    SharedText<sizeof(PlaceText)> place;
 };
 
 // Only the thread itself writes its record. Any thread may read it at any time, except what says

@@ -37,8 +37,8 @@ struct Member {
     pid_t tid;
     ThreadName thread;
     char lock[ZXLOCK_NAME_SIZE];
-    Place place;    // where it waits
-    Place held_at;  // where the next member took the lock
+    PlaceText place;    // where it waits
+    PlaceText held_at;  // where the next member took the lock
 };
 
 struct Cycle {
@@ -198,7 +198,7 @@ bool is_taken_while_looking(zxlock_ctt& lock, ThreadRecord& own, const Chain& fi
 }
 
 void begin_wait(LockWait& wait, LockEntry& entry, const char* func, int line) {
-    const Place place = place_of(func, line);
+    const PlaceText place = place_of(func, line);
     wait.place.set(place.text);
     // Who sees a part of this wait also sees that the one before is over.
     wait.since_us.store(steady_us(), std::memory_order_release);
