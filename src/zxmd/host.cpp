@@ -30,7 +30,7 @@ constexpr std::array kProgramDirectories{"/bin",  "/usr/bin",  "/usr/local/bin",
 #define ZX_MULTIARCH "x86_64-linux-gnu"
 #elif defined __aarch64__
 #define ZX_MULTIARCH "aarch64-linux-gnu"
-#elif defined __s390x__
+#else  // internal/layout.cpp refuses all others
 #define ZX_MULTIARCH "s390x-linux-gnu"
 #endif
 constexpr std::array kLibraryDirectories{"/usr/lib/" ZX_MULTIARCH, "/lib/" ZX_MULTIARCH,
