@@ -322,9 +322,8 @@ const std::vector<Call>& calls() {
 constexpr char kNeedsNoFault[] =
     "@(_*|bcmp|explicit_bzero|fdelt|zxlog_*|flag_*|opt@(arg|ind|opt)|mem*|str!(?(n)dup)|inet_*|"
     "@(hton|ntoh)@(l|s)|?(v)snprintf|printf|"
-    "?(secure_)getenv|getauxval|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_"
-    "yield|"
-    "ch@(mod|own)|fileno|getresuid|unlink|pthread_atfork|"
+    "?(secure_)getenv|geteuid|getpid|getopt|?(s)rand|time|tzset|localtime_r|mktime|sched_yield|"
+    "ch@(mod|own)|fileno|getauxval|getresuid|unlink|pthread_atfork|"
     "sig@(addset|delset|emptyset|ismember|pending)|umask|exit|usleep|"
     "@(hto|nto)*|pthread_@(mutex_@(lock|unlock|destroy)|once|setcancelstate))";
 
