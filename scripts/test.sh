@@ -45,11 +45,15 @@ run_emulated() {
         --exclude-regex "^($left_out)\$" | counted
 }
 
+build_emulated() {
+    cmake --preset "$1" -DZX_BUILD_TOOLS="$2" >/dev/null
+    cmake --build --preset "$1" | counted
+}
+
 # emulated ARCH ON|OFF: builds and tests for another architecture, with or without the programs in tools/.
 emulated() {
     stage "headers and libraries for $1" scripts/sysroot.sh "$1"
-    cmake --preset "$1" -DZX_BUILD_TOOLS="$2" >/dev/null
-    stage "build $1" build "$1"
+    stage "build $1" build_emulated "$1" "$2"
     stage "test $1" run_emulated "$1"
 }
 
