@@ -71,16 +71,23 @@ typedef struct ipv4_view {
     uint8_t tos;                 /**< Differentiated Services field */
     uint16_t total_len;          /**< bytes, including the header */
     uint16_t id;                 /**< identifies the packet; the same in its fragments */
-    unsigned int flags : 3;      /**< 2: don't fragment; set by builders only, not by decoding */
-    unsigned int frag_off : 13;  /**< 8-byte units */
-    uint8_t ttl;                 /**< hops left */
-    uint8_t protocol;            /**< 6 TCP, 17 UDP, 2 IGMP */
-    uint16_t check;              /**< header checksum */
-    uint32_t saddr;              /**< source, network order */
-    uint32_t daddr;              /**< destination, network order */
-    uint8_t router_alert_type;   /**< 0x94; this and the next two: only in built IGMP frames */
-    uint8_t router_alert_len;    /**< 4 */
-    uint16_t router_alert;       /**< 0 */
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    unsigned int flags : 3;     /**< 2: don't fragment; set by builders only, not by decoding */
+    unsigned int frag_off : 13; /**< 8-byte units */
+#else
+    /* `flags` has the lowest bits of the word on every machine. The `operation` of an ARP frame,
+     * which is kept in the same place, is thus not taken for an offset. */
+    unsigned int frag_off : 13;
+    unsigned int flags : 3;
+#endif
+    uint8_t ttl;               /**< hops left */
+    uint8_t protocol;          /**< 6 TCP, 17 UDP, 2 IGMP */
+    uint16_t check;            /**< header checksum */
+    uint32_t saddr;            /**< source, network order */
+    uint32_t daddr;            /**< destination, network order */
+    uint8_t router_alert_type; /**< 0x94; this and the next two: only in built IGMP frames */
+    uint8_t router_alert_len;  /**< 4 */
+    uint16_t router_alert;     /**< 0 */
     char ip_proto_name[ZXFRAME_NAME_SIZE]; /**< unchanged when the protocol has no name */
 } ipv4_view;
 
