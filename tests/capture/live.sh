@@ -27,7 +27,7 @@ fail() { echo "$name: $*"; tail -n 20 "$work/lines" "$work/counts"; exit 1; }
 
 # Without IPv6, nobody but the sender sends anything.
 for space in "$from" "$to"; do
-    ip netns exec "$space" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
+    nsenter --net="/run/netns/$space" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
         echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
     ip -n "$space" link set lo up
 done

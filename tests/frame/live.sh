@@ -8,14 +8,11 @@ cleanup() {
     ip netns del "$peer" 2>/dev/null || true
 }
 trap cleanup EXIT
-if ! { ip netns add "$ours" && ip netns exec "$ours" true; } 2>/dev/null; then
-    echo "skipped: network namespaces are not allowed"
-    exit 77
-fi
+ip netns add "$ours" 2>/dev/null || { echo "skipped: no network namespaces here"; exit 77; }
 ip netns add "$peer"
 
 for namespace in "$ours" "$peer"; do
-    ip netns exec "$namespace" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
+    nsenter --net="/run/netns/$namespace" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
 done
 ip link add wire netns "$ours" address 02:00:00:00:00:01 type veth \
     peer name port netns "$peer" address 02:00:00:00:00:02
@@ -24,4 +21,4 @@ ip -n "$peer" link set port up
 ip -n "$ours" link set wire up
 # On a busy machine an answer may take longer than 200 ms, after which the kernel would send again.
 ip -n "$peer" route change 10.99.0.0/24 dev port src 10.99.0.2 rto_min 5s
-ZX_PEER=$peer ip netns exec "$ours" "$1"
+ZX_PEER=$peer nsenter --net="/run/netns/$ours" "$1"
