@@ -66,6 +66,11 @@ holds() {
     script 'document.body.innerText' >&2
     return 1
 }
+# agrees WHAT ROWS FILE LIST: waits until the page shows as many ROWS as LIST has in FILE at that moment.
+agrees() {
+    local rows="document.querySelectorAll('$2').length"
+    holds "$1" "fetch('$3').then(answer => answer.json()).then(now => $rows > 0 && $rows === $4.length)"
+}
 text() { echo "document.getElementById('$1').textContent"; }
 part() { echo "document.querySelector('#channels [data-part=\"$1\"]')"; }
 
@@ -98,22 +103,17 @@ before=$(script "$(part in-bytes).textContent")
 holds "the numbers run" "$(part in-bytes).textContent !== $before"
 holds "the chart has its lines" "$(part chart).querySelectorAll('.line').length === 2"
 
-status=$(curl -sSf "$page/status.json")
-count=$(jq '.locks | length' <<<"$status")
-holds "all locks are shown" "$count > 0 && document.querySelector('#locks tbody').rows.length === $count"
-count=$(jq '.memory.rows | length' <<<"$status")
-holds "all buffers are shown" "$count > 0 && document.querySelectorAll('#memory tr').length === $count + 1"
+agrees "all locks are shown" '#locks tbody tr' status.json now.locks
+agrees "all buffers are shown" '#memory tr + tr' status.json now.memory.rows
 
 sleep "${4:-0}"
 fits status-page
 
 post "$session/url" "{\"url\": \"$page/inside\"}" >/dev/null || true
-inside=$(curl -sSf "$page/inside.json")
-held=$(jq '[.memory.places[] | select(.buffers > 0)] | length' <<<"$inside")
-rows() { echo "document.querySelector('#$1 tbody').rows.length"; }
-holds "all locks are shown inside" "$(rows locks) === $(jq '.locks.locks | length' <<<"$inside")"
-holds "all FIFOs are shown" "$(rows fifos) === $(jq '.fifos.fifos | length' <<<"$inside")"
-holds "buffers are shown by place" "$held > 0 && $(rows places) === $held"
+agrees "all locks are shown inside" '#locks tbody tr' inside.json now.locks.locks
+agrees "all FIFOs are shown" '#fifos tbody tr' inside.json now.fifos.fifos
+agrees "buffers are shown by place" '#places tbody tr' inside.json \
+    'now.memory.places.filter(place => place.buffers > 0)'
 holds "locks are counted" "[...document.querySelectorAll('#locks td:nth-child(3)')].some(cell => /[1-9]/.test(cell.textContent))"
 fits inside-page
 post "$session/url" "{\"url\": \"$page/\"}" >/dev/null || true
