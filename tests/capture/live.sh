@@ -23,29 +23,32 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
+# Not ip -n, which mounts a file system: that is not possible everywhere.
+inside() { nsenter --net="/run/netns/$1" "${@:2}"; }
 fail() { echo "$name: $*"; tail -n 20 "$work/lines" "$work/counts"; exit 1; }
 
 # Without IPv6, nobody but the sender sends anything.
 for space in "$from" "$to"; do
-    nsenter --net="/run/netns/$space" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
+    inside "$space" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
         echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
-    ip -n "$space" link set lo up
+    inside "$space" ip link set lo up
 done
 ip link add wire netns "$from" type veth peer name port netns "$to"
-ip -n "$to" link set port up
-ip -n "$from" link set wire up
-ip -n "$from" addr add 10.99.0.1/24 dev wire
-ip -n "$from" route add 239.0.0.0/8 dev wire
+inside "$to" ip link set port up
+inside "$from" ip link set wire up
+inside "$from" ip addr add 10.99.0.1/24 dev wire
+inside "$from" ip route add 239.0.0.0/8 dev wire
 
 start() {
     name="zxcapture $*"
     : >"$work/counts"
+    # Not by a function, whose process would get the signals.
     nsenter --net="/run/netns/$to" "$capture" "$@" >"$work/lines" 2>"$work/counts" &
     pid=$!
     for _ in {1..200}; do grep -qs '^capturing' "$work/counts" && return; sleep 0.05; done
     fail "does not start"
 }
-send() { nsenter --net="/run/netns/$from" "$datagrams" "$@"; }
+send() { inside "$from" "$datagrams" "$@"; }
 # finish [SIGNAL [STATUS]]: what arrived before the signal is there.
 finish() {
     local status=0
@@ -68,7 +71,7 @@ counted '0 dropped by the kernel, 0 by the interface$'
 # The kernel takes the outer tag off before a capture sees the frame. libpcap puts it back.
 start -i port -w "$work/tagged" vlan 100 and vlan 200
 send 239.1.1.1 1234 20 100000
-nsenter --net="/run/netns/$from" python3 - <<'END'
+inside "$from" python3 - <<'END'
 import socket
 wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
 wire.bind(("wire", 0))
@@ -89,7 +92,7 @@ grep -q 'multicast interface port .* 0x0800 ' "$work/lines" || fail "no name: $(
 # The loopback interface shows each frame once.
 start -i any -w "$work/any" udp
 send 239.1.1.1 1234 30 100000
-nsenter --net="/run/netns/$to" "$datagrams" 127.0.0.1 1234 40 100000
+inside "$to" "$datagrams" 127.0.0.1 1234 40 100000
 finish
 counted '70 seen, 70 passed'
 [[ $(capinfos -TEr "$work/any" | cut -f2) == linux-sll2 ]] || fail "no SLL2"
@@ -110,9 +113,9 @@ print(*struct.unpack("=IIIIIHHQHHQHHI", open(sys.argv[1], "rb").read()[-52:]))' 
 
 start -i port -q
 send 239.1.1.1 1234 10 100000
-ip -n "$to" link set port down
+inside "$to" ip link set port down
 sleep 0.5
-ip -n "$to" link set port up
+inside "$to" ip link set port up
 send 239.1.1.1 1234 10 100000
 finish
 counted '20 seen'
@@ -129,7 +132,7 @@ echo "1 Gbit/s for $seconds s: $((ticks * 100 / $(getconf CLK_TCK) / seconds)) %
 
 start -i port -q -w "$work/gone"
 send 239.1.1.1 1234 100 100000
-ip -n "$from" link del wire
+inside "$from" ip link del wire
 finish '' 1
 counted '100 seen'
 shown '^zxcapture: the interface port has gone away$'

@@ -2,6 +2,8 @@
 # live.sh FRAME_LIVE: runs the test between two network namespaces of its own. Exit 77: skipped,
 # because they are not allowed here.
 set -euo pipefail
+# Not ip -n, which mounts a file system: that is not possible everywhere.
+inside() { nsenter --net="/run/netns/$1" "${@:2}"; }
 ours=zxlive-ours-$$ peer=zxlive-peer-$$
 cleanup() {
     ip netns del "$ours" 2>/dev/null || true
@@ -12,13 +14,13 @@ ip netns add "$ours" 2>/dev/null || { echo "skipped: no network namespaces here"
 ip netns add "$peer"
 
 for namespace in "$ours" "$peer"; do
-    nsenter --net="/run/netns/$namespace" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
+    inside "$namespace" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6'
 done
 ip link add wire netns "$ours" address 02:00:00:00:00:01 type veth \
     peer name port netns "$peer" address 02:00:00:00:00:02
-ip -n "$peer" addr add 10.99.0.2/24 dev port
-ip -n "$peer" link set port up
-ip -n "$ours" link set wire up
+inside "$peer" ip addr add 10.99.0.2/24 dev port
+inside "$peer" ip link set port up
+inside "$ours" ip link set wire up
 # On a busy machine an answer may take longer than 200 ms, after which the kernel would send again.
-ip -n "$peer" route change 10.99.0.0/24 dev port src 10.99.0.2 rto_min 5s
-ZX_PEER=$peer nsenter --net="/run/netns/$ours" "$1"
+inside "$peer" ip route change 10.99.0.0/24 dev port src 10.99.0.2 rto_min 5s
+ZX_PEER=$peer inside "$ours" "$1"
