@@ -83,7 +83,8 @@ private:
 };
 
 constexpr int kWaitMs = 20;
-constexpr int kAlmostUs = 19000;
+// What a call does before it waits is part of its timeout. On a busy machine this may take long.
+constexpr int kHalfUs = kWaitMs * 1000 / 2;
 
 // A socket in which nothing arrives for a while.
 zxcommon::Descriptor silent_socket() {
@@ -160,7 +161,7 @@ TEST(DiagTrace, ShowsWhatEachThreadWaitedFor) {
         EXPECT_FALSE(wait.is_open);
         EXPECT_EQ(wait.tid, gettid());
         EXPECT_GE(wait.begin, before) << name;
-        EXPECT_GE(wait.length, kAlmostUs) << name;
+        EXPECT_GE(wait.length, kHalfUs) << name;
         before = wait.begin + wait.length;
     }
     EXPECT_EQ(events["lock hold jam"].tid, gettid());
