@@ -348,6 +348,8 @@ TEST_F(RelayServer, LosesAClientRatherThanItselfWhenThereIsNoMemory) {
     const pid_t pid = relays().front();
     const zxcommon::Descriptor source(connected(SOCK_STREAM, in_port));
     const zxcommon::Descriptor first = join();
+    send_all(source.get(), packets(0, 350));
+    ASSERT_EQ(receive_all(first.get(), 350 * kPacketSize), packets(0, 350));  // the source is known
     const rlimit none{1, RLIM_INFINITY};
     const rlimit enough{RLIM_INFINITY, RLIM_INFINITY};
     ASSERT_EQ(prlimit(pid, RLIMIT_DATA, &none, nullptr), 0);
@@ -355,7 +357,7 @@ TEST_F(RelayServer, LosesAClientRatherThanItselfWhenThereIsNoMemory) {
     for (int i = 0; i < 1000; ++i) {
         clients.emplace_back(connected(SOCK_STREAM, out_port));
     }
-    for (std::uint64_t sent = 0; sent < 88200; sent += 350) {
+    for (std::uint64_t sent = 350; sent < 88200; sent += 350) {
         send_all(source.get(), packets(sent, 350));
     }
     ASSERT_EQ(prlimit(pid, RLIMIT_DATA, &enough, nullptr), 0);

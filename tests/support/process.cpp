@@ -7,16 +7,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 
 namespace zx::test {
 
 bool comes_true(const std::function<bool()>& condition, int limit_ms) {
-    constexpr int kStepMs = 5;
-    for (int waited = 0; waited < limit_ms; waited += kStepMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
+    while (std::chrono::steady_clock::now() < end) {
         if (condition()) {
             return true;
         }
-        usleep(kStepMs * 1000);
+        usleep(5000);
     }
     return condition();
 }
