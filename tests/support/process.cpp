@@ -11,8 +11,8 @@
 
 namespace zx::test {
 
-bool comes_true(const std::function<bool()>& condition, int limit_ms) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
+bool comes_true(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
     while (std::chrono::steady_clock::now() < end) {
         if (condition()) {
             return true;

@@ -8,8 +8,8 @@
 
 namespace zx::test {
 
-// Waits until `condition` is true. False when the time is up before.
-bool comes_true(const std::function<bool()>& condition, int limit_ms = 60000);
+// Waits until `condition` is true. False when it is not after a minute.
+bool comes_true(const std::function<bool()>& condition);
 
 class Process {
 public:
