@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 #include "files.hpp"
@@ -101,7 +102,9 @@ protected:
     void start(const std::string& scheme, const std::string& arguments = "",
                const std::string& before = "") {
         relay.emplace(before + "exec '" ZX_RELAY "' " + with_usual(scheme, arguments));
-        ASSERT_TRUE(logs("relaying"));
+        if (!logs("relaying")) {
+            throw std::runtime_error("the relay does not start: " + relay->errors());
+        }
     }
     void start_daemon(const std::string& arguments, const std::string& before = "") {
         relay.emplace(before + "exec '" ZX_RELAY "' --daemon " + with_usual("udp", arguments));

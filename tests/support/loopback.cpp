@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include "internal/guard.hpp"
 
@@ -33,11 +34,23 @@ int port_of(int fd) {
     return ntohs(address.sin_port);
 }
 
+// Connections get their ports from the kernel, from 32768 on, so these are free of them. Tests that
+// run at the same time begin at different ports.
 int free_port(int type) {
-    const zx::UniqueFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
-    const sockaddr_in address = loopback(0);
-    EXPECT_EQ(bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    return port_of(fd.get());
+    constexpr int kFirst = 10000;
+    constexpr int kCount = 15000;
+    constexpr int kEach = 20;
+    static int asked = 0;
+    for (int i = 0; i < kCount; ++i) {
+        const int port = kFirst + (getpid() * kEach + asked++) % kCount;
+        const zx::UniqueFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+        const sockaddr_in address = loopback(port);
+        if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+            return port;
+        }
+    }
+    ADD_FAILURE() << "no port is free";
+    return 0;
 }
 
 void send_all(int fd, const Bytes& bytes) {
