@@ -206,8 +206,8 @@ void HttpServer::serve() {
 
 int HttpServer::answer(MHD_Connection* connection, std::string_view path, std::string_view method,
                        bool is_first_call) {
-    visitors_.begin_answer(connection);
     const auto queue = [&](const Answer& answer) {
+        visitors_.begin_answer(connection);
         return MHD_queue_response(connection, answer.status_, answer.response_.get());
     };
     try {

@@ -21,7 +21,7 @@ public:
     void add(const void* id, int fd, const sockaddr* address);
     void remove(const void* id);
 
-    // The request is complete.
+    // The answer is ready.
     void begin_answer(const void* id);
 
     // Shuts down every connection whose time is over. Its owner sees that and closes it.
