@@ -116,7 +116,7 @@ TEST(DiagTrace, ShowsWhatEachThreadWaitedFor) {
     });
     usleep(kWaitMs * 1000);
 
-    client.send_question("trace seconds=5");  // a busy machine does the following in this time
+    client.send_question("trace seconds=5");  // long enough on a busy machine
     const auto is_taken = [&] {
         return other.ask("trace seconds=60").find("somebody traces") != std::string::npos;
     };
